@@ -1,0 +1,205 @@
+// A resource's objects by id, and the requests that hear of their changes.
+//
+// Listeners are response handlers. Each gets the objects when it is added and again at every change of what it listens to; it
+// leaves when an onNext returns true, when its request is cancelled, or with the data itself, which sends no event. A handler may
+// call back into the data from inside an event: what is cancelled or finished during a notification hears no more at once, but is
+// only destroyed when the outermost notification is over, so that no handler is destroyed below its own feet and no walk loses
+// its place; what is added during one has got the objects as they are and joins the next.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "core/response_handlers.h"
+#include "kelo/errors.h"
+#include "kelo/record.h"
+#include "kelo/response_handler.h"
+#include "kelo/std/error_storage.h"
+#include "kelo/std/uuid.h"
+#include "kelo/tolu/transform.h"
+#include "kelo/toluglobals.h"
+
+namespace kelo {
+
+template <class Key, class Value>
+class MapResourceData;
+
+// A resource: owns its listeners, shares its objects, which nobody changes once they are in it. `Key{}` is no element's id: it
+// stands for the collection. Thread: the owner's worker.
+template <class Key, class T>
+class MapResourceData<Key, std::shared_ptr<T>> {
+public:
+    using Objects = std::map<Key, std::shared_ptr<T>>;
+
+    MapResourceData() = default;
+    MapResourceData(const MapResourceData&) = delete;
+    MapResourceData& operator=(const MapResourceData&) = delete;
+    ~MapResourceData() {
+        index_.clear();  // a handler that cancels while it is destroyed finds nothing to cancel
+        const auto doomed = std::move(listeners_);
+    }
+
+    // Null when there is none.
+    [[nodiscard]] std::shared_ptr<T> find(const Key& id) const {
+        const auto found = objects_.find(id);
+        return found == objects_.end() ? nullptr : found->second;
+    }
+    [[nodiscard]] const Objects& objects() const noexcept { return objects_; }
+
+    // Adds or replaces the object, which is not null, and notifies the element's listeners, then the collection's.
+    void put(const Key& id, std::shared_ptr<T> object) {
+        objects_.insert_or_assign(id, std::move(object));
+        notifyChange(id);
+    }
+    // Likewise; the element's listeners get the error for an unknown id, and leave. False, and nothing happens, when there is no
+    // such object.
+    bool erase(const Key& id) {
+        if (objects_.erase(id) == 0) return false;
+        notifyChange(id);
+        return true;
+    }
+
+    // Hands the element to the handler, now and at every change; an unknown id ends the request with its error. `requestKey`
+    // names the request to `cancel`; a null one cannot be cancelled. A request that had the key before is dropped without an
+    // event.
+    void addListener(void* requestKey, const Key& id, std::unique_ptr<IResponseHandler<std::shared_ptr<T>>>&& handler) {
+        add(requestKey, id, responsehandlers::mapped<Objects>(std::move(handler), [id](const Objects& objects) {
+                kelo::optional<std::shared_ptr<T>> result;
+                const auto found = objects.find(id);
+                if (found != objects.end()) {
+                    result = found->second;
+                } else {
+                    std::ErrorOutput{errors::Error, errors::unknownElement, "UNKNOWN"};
+                }
+                return result;
+            }));
+    }
+    // Hands all objects to the handler, now and at every change of any, after the changed element's own listeners.
+    void addCollectionListener(void* requestKey, std::unique_ptr<IResponseHandler<Objects>>&& handler) {
+        add(requestKey, Key{}, std::move(handler));
+    }
+    // Drops the request's handler without an event. An unknown key is ignored.
+    void cancel(void* requestKey) {
+        const auto found = index_.find(requestKey);
+        if (found == index_.end()) return;
+        const Pass pass{*this};
+        finish(found->second);
+    }
+
+    [[nodiscard]] std::size_t listenerCount() const noexcept { return listeners_.size() - finished_.size(); }
+    // True inside the notification of the collection's listeners.
+    [[nodiscard]] bool isNotifyingCollection() const noexcept { return notifyingCollection_; }
+
+private:
+    struct Listener {
+        void* requestKey;
+        std::uint64_t number;  // counts the registrations, so that a walk knows who came after it began
+        std::unique_ptr<IResponseHandler<Objects>> handler;
+        bool isFinished = false;
+    };
+    using Listeners = std::multimap<Key, Listener>;
+    using Place = typename Listeners::iterator;
+
+    // While one of these lives, no listener is destroyed.
+    struct Pass {
+        explicit Pass(MapResourceData& data) : data_{data} { ++data_.passes_; }
+        Pass(const Pass&) = delete;
+        Pass& operator=(const Pass&) = delete;
+        ~Pass() {
+            if (--data_.passes_ == 0) data_.removeFinished();
+        }
+
+    private:
+        MapResourceData& data_;
+    };
+
+    void add(void* requestKey, const Key& id, std::unique_ptr<IResponseHandler<Objects>> handler) {
+        cancel(requestKey);
+        const Pass pass{*this};
+        const Place place = listeners_.emplace(id, Listener{requestKey, nextNumber_++, std::move(handler)});
+        if (requestKey != nullptr) index_.emplace(requestKey, place);
+        deliver(place);
+    }
+
+    void notifyChange(const Key& id) {
+        notifyListeners(id);
+        const bool before = std::exchange(notifyingCollection_, true);
+        notifyListeners(Key{});
+        notifyingCollection_ = before;
+    }
+
+    void notifyListeners(const Key& id) {
+        const Pass pass{*this};
+        const std::uint64_t newcomers = nextNumber_;
+        const auto [first, last] = listeners_.equal_range(id);
+        for (Place place = first; place != last && place->second.number < newcomers; ++place) {
+            if (!place->second.isFinished) deliver(place);
+        }
+    }
+
+    void deliver(Place place) {
+        if (place->second.handler->onNext(objects_)) finish(place);
+    }
+
+    void finish(Place place) {
+        Listener& listener = place->second;
+        if (std::exchange(listener.isFinished, true)) return;
+        if (listener.requestKey != nullptr) index_.erase(listener.requestKey);
+        finished_.push_back(place);
+    }
+
+    void removeFinished() {
+        while (!finished_.empty()) {
+            const Place place = finished_.back();
+            finished_.pop_back();
+            const auto doomed = listeners_.extract(place);  // destroyed when the containers are whole again: it may call back
+        }
+    }
+
+    Objects objects_;
+    Listeners listeners_;
+    std::unordered_map<void*, Place> index_;  // by request key; without those that are finished
+    std::vector<Place> finished_;
+    std::uint64_t nextNumber_ = 0;
+    unsigned passes_ = 0;
+    bool notifyingCollection_ = false;
+};
+
+namespace tolu {
+
+// The cache of one resource's elements: requests get them as their parameters say, and only when they differ from what they got
+// last. Thread: the owner's worker.
+template <class T>
+class ToluResourceData : public MapResourceData<std::UUID, std::shared_ptr<T>> {
+    using Base = MapResourceData<std::UUID, std::shared_ptr<T>>;
+
+public:
+    // `equal`: whether a request need not hear of the second after the first.
+    explicit ToluResourceData(typename responsehandlers::ComparingPredicate<T>::Comparison equal = &record::equal<T>)
+        : equal_{equal} {}
+
+    using Base::addListener;
+    // Like the base's, for a handler of the element itself.
+    void addListener(void* requestKey, const std::UUID& id, const kelo::optional<toluglobals::ToluParams>& params,
+                     std::unique_ptr<IResponseHandler<T>>&& handler) {
+        using responsehandlers::ComparingPredicate;
+        auto changes = std::make_unique<responsehandlers::FilteringResponseHandler<T, ComparingPredicate<T>>>(
+            std::move(handler), ComparingPredicate<T>{equal_});
+        Base::addListener(
+            requestKey, id,
+            responsehandlers::mapped<std::shared_ptr<T>, T>(std::move(changes), [params](const std::shared_ptr<T>& object) {
+                return kelo::optional<T>{*transformElement(object, params)};
+            }));
+    }
+
+private:
+    typename responsehandlers::ComparingPredicate<T>::Comparison equal_;
+};
+
+}  // namespace tolu
+}  // namespace kelo

@@ -1,0 +1,40 @@
+// There is one reader and one writer for each encoding and thread. They are started anew for every document, and nobody is called
+// while one is being read or written, so there is never a second that would need them.
+#include "core/documents.h"
+
+#include <array>
+#include <cstddef>
+#include <memory>
+
+#include "kelo/errors.h"
+#include "kelo/serializer/factory.h"
+
+namespace kelo {
+
+namespace {
+
+// The thread's own, made when it is first wanted. Null, with the error recorded, when the type has no structured encoding.
+template <class Coder>
+Coder* threadsOwn(const MimeType& mimeType, std::unique_ptr<Coder> (*make)(mimetypes::MimeTypeID)) {
+    constexpr auto count = static_cast<std::size_t>(mimetypes::MimeTypeID::ixobin) + 1;
+    thread_local std::array<std::unique_ptr<Coder>, count> coders;
+    auto& coder = coders.at(static_cast<std::size_t>(mimeType.id()));
+    if (!coder) coder = make(mimeType.id());
+    if (!coder) std::ErrorOutput{errors::Error, errors::unknownMimeType, mimeType.text()};
+    return coder.get();
+}
+
+}  // namespace
+
+bool writeDocument(util::ByteBufferWriter& buffer, const MimeType& mimeType, BodyView body) {
+    auto* const writer = threadsOwn(mimeType, &serializer::Factory::createSerializer);
+    return writer == nullptr || writer->start(buffer) || body.write(*writer, body.value) || writer->finish();
+}
+
+bool readDocument(std::span<const std::uint8_t> document, const MimeType& mimeType, ResultView result) {
+    auto* const reader = threadsOwn(mimeType, &serializer::Factory::createDeserializer);
+    return reader == nullptr || reader->start(util::ByteBufferReader{document}) || result.read(*reader, result.value) ||
+           reader->finish();
+}
+
+}  // namespace kelo

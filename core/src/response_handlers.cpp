@@ -1,0 +1,38 @@
+// A request is live until its first terminal event and terminated for ever after. Each handler of a chain keeps that state for
+// itself and changes it before it passes the event on, so that one terminal event ends the whole chain, and an event that comes
+// back into the chain while the first is still being delivered is late already.
+//
+// A second terminal event is absorbed: the provider's own and that of a lost connection may well cross. A value after the end is
+// another matter, somebody has lost count of his requests: it is recorded as an error, and the true that answers it drops the
+// handler.
+#include "core/response_handlers.h"
+
+#include "kelo/errors.h"
+
+namespace kelo::responsehandlers {
+
+bool Termination::begins(const char* event) {
+    if (terminated_) {
+        traceAlreadyTerminated(event, false);
+        return false;
+    }
+    traceSetTerminated(event);
+    terminated_ = true;
+    return true;
+}
+
+bool Termination::refuse() {
+    traceAlreadyTerminated("onNext", true);
+    std::ErrorOutput{errors::Error, errors::alreadyTerminated, "Request already terminated"};
+    return true;
+}
+
+Response takeErrorResponse() {
+    const std::ErrorEntry entry = std::ErrorStorage::current();
+    const std::uint16_t status = entry.category == &errors::Error ? errors::error2StatusCode(entry.code) : std::uint16_t{500};
+    Response response = Response::createErrorResponse(status, std::ErrorStorage::reason());
+    std::ErrorStorage::ack();
+    return response;
+}
+
+}  // namespace kelo::responsehandlers

@@ -1,0 +1,92 @@
+// The body of a request or response.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kelo/mimetypes.h"
+#include "util/byte_buffer.h"
+
+namespace kelo {
+
+// A mime type's name: a known one costs no memory of its own, any other is kept as given. Thread: any (a value).
+class MimeType {
+public:
+    MimeType() = default;
+    explicit MimeType(std::string_view name) : id_{mimetypes::typename2id(name)} {
+        if (id_ == mimetypes::MimeTypeID::unknown) other_ = name;
+    }
+    explicit MimeType(mimetypes::MimeTypeID id) noexcept : id_{id} {}
+
+    mimetypes::MimeTypeID id() const noexcept { return id_; }
+    std::string_view text() const noexcept {
+        return id_ == mimetypes::MimeTypeID::unknown ? std::string_view{other_} : mimetypes::id2typename(id_);
+    }
+    bool empty() const noexcept { return text().empty(); }
+
+    friend bool operator==(const MimeType&, const MimeType&) = default;
+
+private:
+    mimetypes::MimeTypeID id_ = mimetypes::MimeTypeID::unknown;
+    std::string other_;
+};
+
+// A value that may borrow: a payload made by `borrow` or `createFromWriter`, and one handed to a response handler or a resource
+// handler, refers to bytes of somebody else's and is good for the length of that call. Copying it makes a payload that owns its
+// bytes, so keeping a copy is always safe; moving it keeps it as it is. Thread: one at a time.
+class Payload {
+public:
+    Payload() = default;
+    Payload(const Payload& other) : mimeType_{other.mimeType_}, owned_(other.view_.begin(), other.view_.end()), view_{owned_} {}
+    Payload(Payload&& other) noexcept { *this = std::move(other); }
+    Payload& operator=(const Payload& other) {
+        if (this != &other) *this = Payload{other};
+        return *this;
+    }
+    Payload& operator=(Payload&& other) noexcept {
+        if (this == &other) return *this;
+        mimeType_ = std::move(other.mimeType_);
+        owned_ = std::move(other.owned_);  // a vector's bytes stay where they are when it is moved, so the view does too
+        view_ = other.view_;
+        other.owned_.clear();
+        other.view_ = {};
+        return *this;
+    }
+    ~Payload() = default;
+
+    static Payload getEmpty() { return {}; }
+    // Borrows what the writer holds; the writer must outlive the payload unchanged.
+    static Payload createFromWriter(const util::ByteBufferWriter& writer, std::string_view mimeType) {
+        return borrow(writer.bytes(), MimeType{mimeType});
+    }
+    static Payload borrow(std::span<const std::uint8_t> bytes, MimeType mimeType) {
+        Payload payload;
+        payload.mimeType_ = std::move(mimeType);
+        payload.view_ = bytes;
+        return payload;
+    }
+    static Payload copyOf(std::span<const std::uint8_t> bytes, MimeType mimeType) {
+        const Payload borrowed = borrow(bytes, std::move(mimeType));  // named: only a copy of it owns its bytes
+        return Payload{borrowed};
+    }
+    static Payload copyOf(std::string_view text, MimeType mimeType) {
+        return copyOf({reinterpret_cast<const std::uint8_t*>(text.data()), text.size()}, std::move(mimeType));
+    }
+
+    std::span<const std::uint8_t> bytes() const noexcept { return view_; }
+    std::string_view text() const noexcept { return {reinterpret_cast<const char*>(view_.data()), view_.size()}; }
+    bool empty() const noexcept { return view_.empty(); }
+    const MimeType& mimeType() const noexcept { return mimeType_; }
+    void setMimeType(MimeType mimeType) { mimeType_ = std::move(mimeType); }
+    bool isBorrowed() const noexcept { return !view_.empty() && view_.data() != owned_.data(); }
+
+private:
+    MimeType mimeType_;
+    std::vector<std::uint8_t> owned_;
+    std::span<const std::uint8_t> view_;
+};
+
+}  // namespace kelo

@@ -1,0 +1,618 @@
+// Records: structs whose members are declared once, in a table, for reading, writing, comparing, copying and describing them.
+//
+// Beside each struct, in its namespace and in the order of the wire, stands its table; a header needs nothing more:
+//
+//     struct LayerType {
+//         kelo::optional<int> id;
+//         kelo::optional<std::string> name;
+//     };
+//     constexpr auto recordTable(const LayerType*) {
+//         using kelo::record::Row;
+//         return kelo::record::Table<LayerType, Row<"id", &LayerType::id>, Row<"name", &LayerType::name>>{"LayerType"};
+//     }
+//     static_assert(kelo::record::covers<LayerType>);
+//     bool serialize(kelo::serializer::IStructuredSerializer& writer, const LayerType& value);
+//     bool deserialize(kelo::serializer::IStructuredPullDeserializer& reader, LayerType& value);
+//
+// and in one .cpp, so that a record's operations are compiled once:
+//
+//     bool serialize(IStructuredSerializer& writer, const LayerType& value) { return kelo::record::write(writer, value); }
+//     bool deserialize(IStructuredPullDeserializer& reader, LayerType& value) { return kelo::record::read(reader, value); }
+//
+// Members. `kelo::optional<X>` and `std::shared_ptr<record>` are optional: not written when empty, and left empty by null. All
+// others are required: always written, and a document without them does not read; `Row<"regions", &T::regions, required>` makes a
+// shared pointer required too. X is int, bool, float, std::string, std::UUID, kelo::url, RequestHint, an enumeration, a record, a
+// std::shared_ptr<record> (which must then not be null) or a std::vector of one of these. A type derived from kelo::tolu::XObject
+// begins its table with the rows "id", "name" and "uri".
+// Enumerations are written as strings: `constexpr auto enumNames(E) { return std::array<std::string_view, 2>{"A", "B"}; }` beside
+// the enumeration names its values from 0.
+//
+// A bool result true of write and read means failure, with the reason in the error store; one of reading begins with the path to
+// the member: "regions.infoForAllLayers[2].bounds.width: …". Threads: any; nothing here has state.
+#pragma once
+
+#include <array>
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+#include <vector>
+
+#include "kelo/optional.h"
+#include "kelo/serializer/basic.h"
+#include "kelo/std/error_storage.h"
+#include "kelo/toluglobals.h"
+
+namespace kelo::record {
+
+using serializer::IStructuredPullDeserializer;
+using serializer::IStructuredSerializer;
+
+// --- Declaring ---------------------------------------------------------------------------------------------------------------
+
+enum class Presence : std::uint8_t { byType, required };
+inline constexpr Presence required = Presence::required;
+
+// A key as a template argument.
+template <std::size_t N>
+struct Key {
+    consteval Key(const char (&characters)[N]) {  // NOLINT(google-explicit-constructor): keys are written as literals
+        for (std::size_t i = 0; i < N; ++i) text[i] = characters[i];
+    }
+    char text[N]{};
+};
+
+namespace detail {
+
+template <class>
+inline constexpr bool isOptional = false;
+template <class X>
+inline constexpr bool isOptional<kelo::optional<X>> = true;
+template <class>
+inline constexpr bool isShared = false;
+template <class X>
+inline constexpr bool isShared<std::shared_ptr<X>> = true;
+template <class>
+inline constexpr bool isVector = false;
+template <class X, class A>
+inline constexpr bool isVector<std::vector<X, A>> = true;
+
+template <class V>
+inline constexpr bool mayBeAbsent = isOptional<V> || isShared<V>;
+
+template <class P>
+struct MemberPointer;
+template <class V, class C>
+struct MemberPointer<V C::*> {
+    using Value = V;
+    using Class = C;
+};
+
+}  // namespace detail
+
+template <Key K, auto Member, Presence P = Presence::byType>
+struct Row {
+    using Value = typename detail::MemberPointer<decltype(Member)>::Value;
+    using Class = typename detail::MemberPointer<decltype(Member)>::Class;
+    static constexpr std::string_view key{K.text, sizeof K.text - 1};
+    static constexpr auto member = Member;
+    static constexpr bool isRequired = P == Presence::required || !detail::mayBeAbsent<Value>;
+    static_assert(!key.empty());
+};
+
+template <class T, class... Rows>
+struct Table {
+    using Type = T;
+    const char* name;
+};
+
+template <class T>
+using TableOf = decltype(recordTable(static_cast<const T*>(nullptr)));
+
+// A type that has a table of its own.
+template <class T>
+concept Record = requires {
+    typename TableOf<T>::Type;
+}
+&&std::is_same_v<typename TableOf<T>::Type, T>;
+
+// The type's name as its table gives it.
+template <Record T>
+inline constexpr std::string_view nameOf{recordTable(static_cast<const T*>(nullptr)).name};
+
+namespace detail {
+
+template <class T>
+inline constexpr bool isBasic = std::is_same_v<T, int> || std::is_same_v<T, bool> || std::is_same_v<T, float> ||
+                                std::is_same_v<T, std::string> || std::is_same_v<T, std::UUID> || std::is_same_v<T, kelo::url>;
+
+// Has operations in kelo::serializer, where a member's type would not find them.
+template <class T>
+inline constexpr bool hasFrameworkOperations =
+    std::is_same_v<T, kelo::toluglobals::RequestHint> || std::is_same_v<T, kelo::toluglobals::ToluParams> ||
+    std::is_same_v<T, util::config::Value>;
+
+// Naming a member in two rows makes this inherit one base twice, which does not compile.
+template <auto>
+struct OneMember {};
+template <class... Rows>
+struct EachMemberOnce : OneMember<Rows::member>... {};
+
+constexpr bool keysDiffer(std::initializer_list<std::string_view> keys) {
+    for (const auto* a = keys.begin(); a != keys.end(); ++a) {
+        for (const auto* b = a + 1; b != keys.end(); ++b) {
+            if (*a == *b) return false;
+        }
+    }
+    return true;
+}
+
+// An aggregate can be made of its members' values and of no more than these.
+template <class T, class... Rows>
+inline constexpr bool coversAggregate = requires {
+    T{std::declval<typename Rows::Value>()...};
+}
+&&!requires {
+    T{std::declval<typename Rows::Value>()..., {}};
+};
+
+// Any other type is as large as its bases and the members of its own rows, laid out in the order of the rows.
+template <class T, class... Rows>
+constexpr std::size_t layoutSize() {
+    std::size_t offset = std::is_polymorphic_v<T> ? sizeof(void*) : 0;
+    const auto startAt = [&](std::size_t end) { offset = end > offset ? end : offset; };
+    (startAt(std::is_same_v<typename Rows::Class, T> ? 0 : sizeof(typename Rows::Class)), ...);
+    const auto place = [&](std::size_t size, std::size_t alignment) {
+        offset = (offset + alignment - 1) / alignment * alignment + size;
+    };
+    const auto placeOwn = [&](bool own, std::size_t size, std::size_t alignment) {
+        if (own) place(size, alignment);
+    };
+    (placeOwn(std::is_same_v<typename Rows::Class, T>, sizeof(typename Rows::Value), alignof(typename Rows::Value)), ...);
+    place(0, alignof(T));
+    return offset;
+}
+
+template <class T, class... Rows>
+constexpr bool coversRows(Table<T, Rows...>) {
+    static_assert(sizeof(EachMemberOnce<Rows...>) > 0);
+    static_assert(sizeof...(Rows) <= 64);
+    if (!keysDiffer({Rows::key...})) return false;
+    if constexpr (std::is_aggregate_v<T>) {
+        return coversAggregate<T, Rows...>;
+    } else {
+        return layoutSize<T, Rows...>() == sizeof(T);
+    }
+}
+
+}  // namespace detail
+
+// Whether the table names every member, in the order of declaration, and no key or member twice. For a type that is no aggregate
+// this goes by its size, so a member that hides in padding may escape it.
+template <class T>
+inline constexpr bool covers = Record<T>&& detail::coversRows(TableOf<T>{});
+
+// --- Writing -----------------------------------------------------------------------------------------------------------------
+
+namespace detail {
+
+// The cold paths, and what need not be compiled for each type.
+[[gnu::cold]] bool nullPointer();                       // records it; true
+[[gnu::cold]] bool valueOutOfEnum(unsigned value);      // records it; true
+[[gnu::cold]] bool unknownName(std::string_view name);  // records it; true
+[[gnu::cold]] bool missing(std::string_view key);       // records it; true
+[[gnu::cold]] bool failedIn(std::string_view key);      // adds to the path of the stored error; true
+[[gnu::cold]] bool failedIn(std::size_t index);         // likewise
+// The place of a name among names that are sorted, or in any order; -1 when it is not there.
+int findSorted(std::span<const std::string_view> names, std::string_view name) noexcept;
+int findUnsorted(std::span<const std::string_view> names, std::string_view name) noexcept;
+
+template <class E>
+inline constexpr auto namesOf = enumNames(E{});
+
+template <class E>
+inline constexpr bool namesAreSorted = [] {
+    for (std::size_t i = 1; i < namesOf<E>.size(); ++i) {
+        if (!(namesOf<E>[i - 1] < namesOf<E>[i])) return false;
+    }
+    return true;
+}();
+
+template <class E>
+bool enumFromName(std::string_view name, E& value) noexcept {
+    const int index = namesAreSorted<E> ? findSorted(namesOf<E>, name) : findUnsorted(namesOf<E>, name);
+    if (index >= 0) value = static_cast<E>(index);
+    return index < 0;
+}
+
+}  // namespace detail
+
+// The name of an enumeration's value; "" for one that is out of range.
+template <class E>
+[[nodiscard]] constexpr std::string_view enumName(E value) noexcept {
+    const auto index = static_cast<std::size_t>(value);
+    return index < detail::namesOf<E>.size() ? detail::namesOf<E>[index] : std::string_view{};
+}
+
+// Writes a value of any type that a member may have: a reply that is a list, say.
+template <class V>
+bool writeValue(IStructuredSerializer& writer, const V& value) {
+    if constexpr (std::is_same_v<V, bool>) {
+        return writer.writeBool(value);
+    } else if constexpr (std::is_same_v<V, int>) {
+        return writer.writeInt(value);
+    } else if constexpr (std::is_same_v<V, float>) {
+        return writer.writeFloat(value);
+    } else if constexpr (std::is_same_v<V, std::string>) {
+        return writer.writeString(value);
+    } else if constexpr (std::is_same_v<V, std::UUID>) {
+        return writer.writeUuid(value);
+    } else if constexpr (std::is_same_v<V, kelo::url>) {
+        return writer.writeUrl(value);
+    } else if constexpr (detail::hasFrameworkOperations<V>) {
+        return serializer::serialize(writer, value);
+    } else if constexpr (std::is_enum_v<V>) {
+        const std::string_view name = enumName(value);
+        if (name.empty()) [[unlikely]]
+            return detail::valueOutOfEnum(static_cast<unsigned>(value));
+        return writer.writeString(name);
+    } else if constexpr (detail::isShared<V>) {
+        if (!value) [[unlikely]]
+            return detail::nullPointer();
+        return writeValue(writer, *value);
+    } else if constexpr (detail::isVector<V>) {
+        if (writer.beginArray()) return true;
+        bool first = true;
+        for (const auto& element : value) {
+            if (writer.beginElement(first) || writeValue(writer, element) || writer.endElement()) return true;
+            first = false;
+        }
+        return writer.endArray();
+    } else {
+        return serialize(writer, value);
+    }
+}
+
+namespace detail {
+
+template <class V>
+bool writeMember(IStructuredSerializer& writer, std::string_view key, const V& value, bool& first) {
+    if (writer.memberKey(key, first, -1) || writeValue(writer, value) || writer.endMember()) return true;
+    first = false;
+    return false;
+}
+
+template <class R, class V>
+bool writeRow(IStructuredSerializer& writer, const V& value, bool& first) {
+    if constexpr (R::isRequired) {
+        return writeMember(writer, R::key, value, first);
+    } else if constexpr (isOptional<V>) {
+        return value && writeMember(writer, R::key, *value, first);
+    } else {
+        return value && writeMember(writer, R::key, value, first);
+    }
+}
+
+template <class T, class... Rows>
+bool writeRows(IStructuredSerializer& writer, const T& value, Table<T, Rows...>) {
+    bool first = true;
+    return writer.beginObject() || (writeRow<Rows>(writer, value.*Rows::member, first) || ...) || writer.endObject();
+}
+
+}  // namespace detail
+
+// What a record's `serialize` calls. True on failure.
+template <Record T>
+bool write(IStructuredSerializer& writer, const T& value) {
+    return detail::writeRows(writer, value, TableOf<T>{});
+}
+
+// --- Reading -----------------------------------------------------------------------------------------------------------------
+
+// Reads a value of any type that a member may have, in place of what was there.
+template <class V>
+bool readValue(IStructuredPullDeserializer& reader, V& value) {
+    if constexpr (detail::isBasic<V> || detail::hasFrameworkOperations<V>) {
+        return serializer::deserialize(reader, value);
+    } else if constexpr (std::is_enum_v<V>) {
+        std::string_view name;
+        if (reader.readString(name)) return true;
+        return detail::enumFromName(name, value) && detail::unknownName(name);
+    } else if constexpr (detail::isShared<V>) {
+        auto fresh = std::make_shared<std::remove_const_t<typename V::element_type>>();
+        const bool failed = readValue(reader, *fresh);
+        value = std::move(fresh);
+        return failed;
+    } else if constexpr (detail::isVector<V>) {
+        if (reader.beginArray()) return true;
+        value.clear();
+        for (;;) {
+            bool end = false;
+            if (reader.atArrayEnd(end)) return true;
+            if (end) return reader.endArray();
+            if (readValue(reader, value.emplace_back())) [[unlikely]]
+                return detail::failedIn(value.size() - 1);
+            if (reader.endElement()) return true;
+        }
+    } else {
+        return deserialize(reader, value);
+    }
+}
+
+namespace detail {
+
+// Walks the members of an object: `key` is that of the member whose value is next; at the end it is "", which is no row's.
+struct MemberCursor {
+    IStructuredPullDeserializer& reader;
+    std::string_view key{};
+    bool atEnd = false;
+    std::size_t consumed = 0;  // members that were read
+
+    bool begin();    // true on failure, as are the others
+    bool advance();  // over the member whose value has been read
+    bool skip();     // over a member that nobody knows
+    bool load();     // the key of the next member
+};
+
+template <class V>
+bool readOptional(IStructuredPullDeserializer& reader, V& value) {
+    if (reader.peek() == util::serializer::ValueType::null) {
+        value = V{};
+        return reader.readNull();
+    }
+    if constexpr (isOptional<V>) {
+        value.emplace();
+        return readValue(reader, *value);
+    } else {
+        return readValue(reader, value);
+    }
+}
+
+template <class R, class V>
+bool readRow(MemberCursor& cursor, V& value, std::uint64_t& seen, std::uint64_t bit) {
+    if (cursor.key != R::key) return false;
+    bool failed = false;
+    if constexpr (R::isRequired) {
+        failed = readValue(cursor.reader, value);
+        seen |= bit;
+    } else {
+        failed = readOptional(cursor.reader, value);
+    }
+    if (failed) [[unlikely]]
+        return failedIn(R::key);
+    return cursor.advance();
+}
+
+// Each pass over the rows takes the members that come in their order; a document in the order of the table is read in one. A
+// member that a whole pass did not take is unknown.
+template <class T, class... Rows, std::size_t... Indices>
+bool readRows(IStructuredPullDeserializer& reader, T& value, Table<T, Rows...>, std::index_sequence<Indices...>) {
+    constexpr std::uint64_t needed = ((std::uint64_t{Rows::isRequired} << Indices) | ... | 0);
+    std::uint64_t seen = 0;
+    MemberCursor cursor{reader};
+    if (cursor.begin()) return true;
+    while (!cursor.atEnd) {
+        const std::size_t before = cursor.consumed;
+        if ((readRow<Rows>(cursor, value.*Rows::member, seen, std::uint64_t{1} << Indices) || ...)) return true;
+        if (cursor.consumed == before && cursor.skip()) return true;
+    }
+    if (seen != needed) [[unlikely]] {
+        (void)(((needed & ~seen & (std::uint64_t{1} << Indices)) != 0 && missing(Rows::key)) || ...);
+        return true;
+    }
+    return reader.endObject();
+}
+
+template <class T, class... Rows>
+bool readRows(IStructuredPullDeserializer& reader, T& value, Table<T, Rows...> table) {
+    return readRows(reader, value, table, std::index_sequence_for<Rows...>{});
+}
+
+}  // namespace detail
+
+// What a record's `deserialize` calls: fills `value` in place, unknown keys are skipped, a repeated key overwrites. True on
+// failure; `value` is then filled in part.
+template <Record T>
+bool read(IStructuredPullDeserializer& reader, T& value) {
+    return detail::readRows(reader, value, TableOf<T>{});
+}
+
+// --- Copying and comparing ---------------------------------------------------------------------------------------------------
+
+namespace detail {
+
+template <class V>
+bool valuesEqual(const V& a, const V& b);
+
+template <class T, class... Rows>
+bool rowsEqual(const T& a, const T& b, Table<T, Rows...>) {
+    return (valuesEqual(a.*Rows::member, b.*Rows::member) && ...);
+}
+
+template <class V>
+bool valuesEqual(const V& a, const V& b) {
+    if constexpr (mayBeAbsent<V>) {
+        return bool(a) == bool(b) && (!a || valuesEqual(*a, *b));
+    } else if constexpr (isVector<V>) {
+        if (a.size() != b.size()) return false;
+        for (std::size_t i = 0; i < a.size(); ++i) {
+            if (!valuesEqual(a[i], b[i])) return false;
+        }
+        return true;
+    } else if constexpr (Record<V> && !std::equality_comparable<V>) {
+        return rowsEqual(a, b, TableOf<V>{});
+    } else {
+        return a == b;
+    }
+}
+
+// Gives a copied value objects of its own in place of those that its pointers share with the original.
+template <class V>
+void unshare(V& value);
+
+template <class T, class... Rows>
+void unshareRows(T& value, Table<T, Rows...>) {
+    (unshare(value.*Rows::member), ...);
+}
+
+template <class V>
+void unshare(V& value) {
+    if constexpr (isOptional<V>) {
+        if (value) unshare(*value);
+    } else if constexpr (isShared<V>) {
+        if (!value) return;
+        auto copy = std::make_shared<std::remove_const_t<typename V::element_type>>(*value);
+        unshare(*copy);
+        value = std::move(copy);
+    } else if constexpr (isVector<V>) {
+        for (auto& element : value) unshare(element);
+    } else if constexpr (Record<V>) {
+        unshareRows(value, TableOf<V>{});
+    }
+}
+
+template <class V>
+bool isPresent(const V& value) {
+    if constexpr (mayBeAbsent<V>) {
+        return bool(value);
+    } else {
+        return true;
+    }
+}
+
+template <class T, class... Rows>
+void copyRows(T& target, const T& source, Table<T, Rows...>) {
+    const auto copy = [](auto& to, const auto& from) {
+        if (isPresent(from)) to = from;
+    };
+    (copy(target.*Rows::member, source.*Rows::member), ...);
+}
+
+}  // namespace detail
+
+// Whether all members are equal: an absent one equals only an absent one, what pointers refer to is compared, not the pointers.
+template <Record T>
+[[nodiscard]] bool equal(const T& a, const T& b) {
+    return detail::rowsEqual(a, b, TableOf<T>{});
+}
+
+// Assigns the members that are present in the source and leaves the others of the target alone. Nested objects are then shared.
+template <Record T>
+void copyProperties(T& target, const T& source) {
+    detail::copyRows(target, source, TableOf<T>{});
+}
+
+// A copy that shares no nested object with the original.
+template <Record T>
+[[nodiscard]] T deepCopy(const T& value) {
+    T copy = value;
+    detail::unshare(copy);
+    return copy;
+}
+
+// --- Describing --------------------------------------------------------------------------------------------------------------
+
+enum class Kind : std::uint8_t { integer, boolean, floating, string, uuid, url, enumeration, record };
+
+struct Description;
+
+// Describes one member, or what an array is made of. Everything it refers to has static storage.
+struct MemberDescription {
+    std::string_view key;
+    Kind kind = Kind::record;
+    bool isArray = false;
+    bool isRequired = false;
+    std::string_view typeName;                     // "int", "bool", "float", "string", "uuid", "url", "enum" or the record's name
+    const Description& (*nested)() = nullptr;      // of a record
+    std::span<const std::string_view> enumValues;  // of an enumeration
+};
+
+struct Description {
+    std::string_view name;
+    std::span<const MemberDescription> members;  // in the order of the wire
+};
+
+// "int", "array of LayerType" and so on.
+[[nodiscard]] std::string typeText(const MemberDescription& member);
+
+template <Record T>
+[[nodiscard]] const Description& describe();
+
+namespace detail {
+
+template <class V>
+constexpr MemberDescription describeValue(std::string_view key, bool isRequired) {
+    if constexpr (isOptional<V>) {
+        return describeValue<typename V::value_type>(key, isRequired);
+    } else if constexpr (isShared<V>) {
+        return describeValue<std::remove_const_t<typename V::element_type>>(key, isRequired);
+    } else if constexpr (isVector<V>) {
+        static_assert(!isVector<typename V::value_type>, "an array of arrays has no description");
+        MemberDescription description = describeValue<typename V::value_type>(key, isRequired);
+        description.isArray = true;
+        return description;
+    } else {
+        MemberDescription description;
+        description.key = key;
+        description.isRequired = isRequired;
+        const auto is = [&](Kind kind, std::string_view typeName) {
+            description.kind = kind;
+            description.typeName = typeName;
+        };
+        if constexpr (std::is_same_v<V, int>) {
+            is(Kind::integer, "int");
+        } else if constexpr (std::is_same_v<V, bool>) {
+            is(Kind::boolean, "bool");
+        } else if constexpr (std::is_same_v<V, float>) {
+            is(Kind::floating, "float");
+        } else if constexpr (std::is_same_v<V, std::string>) {
+            is(Kind::string, "string");
+        } else if constexpr (std::is_same_v<V, std::UUID>) {
+            is(Kind::uuid, "uuid");
+        } else if constexpr (std::is_same_v<V, kelo::url>) {
+            is(Kind::url, "url");
+        } else if constexpr (std::is_enum_v<V>) {
+            is(Kind::enumeration, "enum");
+            description.enumValues = namesOf<V>;
+        } else {
+            is(Kind::record, nameOf<V>);
+            description.nested = &describe<V>;
+        }
+        return description;
+    }
+}
+
+template <class Table>
+inline constexpr Description description{};
+template <class T, class... Rows>
+inline constexpr std::array<MemberDescription, sizeof...(Rows)> memberDescriptions{
+    describeValue<typename Rows::Value>(Rows::key, Rows::isRequired)...};
+template <class T, class... Rows>
+inline constexpr Description description<Table<T, Rows...>>{nameOf<T>, memberDescriptions<T, Rows...>};
+
+}  // namespace detail
+
+// The record as its table has it. The result has static storage.
+template <Record T>
+const Description& describe() {
+    return detail::description<TableOf<T>>;
+}
+
+}  // namespace kelo::record
+
+namespace kelo::toluglobals {
+
+constexpr auto recordTable(const RequestHint*) {
+    using kelo::record::Row;
+    return kelo::record::Table<RequestHint, Row<"limit", &RequestHint::limit>, Row<"offset", &RequestHint::offset>,
+                               Row<"offsetId", &RequestHint::offsetId>>{"RequestHint"};
+}
+static_assert(kelo::record::covers<RequestHint>);
+
+}  // namespace kelo::toluglobals

@@ -1,0 +1,45 @@
+// A response of the framework.
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "kelo/headers.h"
+#include "kelo/payload.h"
+
+namespace kelo {
+
+// A value. Thread: one at a time.
+class Response {
+public:
+    Response() = default;
+    explicit Response(std::uint16_t status, Payload payload = {}) : status_{status}, payload_{std::move(payload)} {}
+
+    // A response whose payload is `reason`, as plain text.
+    [[nodiscard]] static Response createErrorResponse(std::uint16_t status, std::string_view reason);
+
+    std::uint16_t status() const noexcept { return status_; }
+    const Payload& payload() const noexcept { return payload_; }
+    std::string_view getMimeTypeText() const noexcept { return payload_.mimeType().text(); }
+    // The text of an error response; "" for a payload that is not plain text.
+    std::string_view reason() const noexcept;
+    const std::string& clientId() const noexcept { return clientId_; }
+    const HeaderMap& headers() const noexcept { return headers_; }
+    HeaderMap& headers() noexcept { return headers_; }
+
+    void setStatus(std::uint16_t status) noexcept { status_ = status; }
+    void setPayload(Payload payload) { payload_ = std::move(payload); }
+    void setClientId(std::string_view clientId) { clientId_ = clientId; }
+
+    // "404 <reason>" for plain text, "200 <mime type>, <n> bytes" else.
+    std::string toString() const;
+
+private:
+    std::uint16_t status_ = 0;
+    Payload payload_;
+    std::string clientId_;
+    HeaderMap headers_;
+};
+
+}  // namespace kelo

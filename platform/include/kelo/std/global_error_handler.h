@@ -1,0 +1,12 @@
+// The end of the process for faults that nothing above can handle.
+#pragma once
+
+namespace std {
+
+class GlobalErrorHandler {
+public:
+    // Writes "file:function: message" to standard error and the tracing output and aborts the process. Thread: any.
+    [[noreturn]] static void doAbort(const char* file, const char* function, const char* message) noexcept;
+};
+
+}  // namespace std

@@ -1,0 +1,51 @@
+// std::UUID: the framework's 128-bit identifier, a value.
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <string>
+#include <string_view>
+
+namespace std {
+
+// Thread: any (a value).
+class UUID {
+public:
+    static constexpr size_t byteCount = 16;
+    static constexpr size_t textLength = 36;
+
+    constexpr UUID() noexcept = default;  // the nil UUID
+    constexpr explicit UUID(const array<uint8_t, byteCount>& bytes) noexcept : bytes_{bytes} {}
+
+    // Reads the hyphenated text form, in either case. False, and `out` untouched, for any other text.
+    static bool parse(string_view text, UUID& out) noexcept;
+
+    // Lower-case, hyphenated, 36 characters (RFC 9562).
+    string toString() const;
+    // The same into a caller's buffer of `textLength` characters; no terminator is written.
+    void toChars(char* out) const noexcept;
+
+    constexpr const array<uint8_t, byteCount>& bytes() const noexcept { return bytes_; }
+    constexpr bool isNil() const noexcept { return *this == UUID{}; }
+
+    friend constexpr bool operator==(const UUID&, const UUID&) noexcept = default;
+    friend constexpr auto operator<=>(const UUID&, const UUID&) noexcept = default;
+
+private:
+    array<uint8_t, byteCount> bytes_{};
+};
+
+template <>
+struct hash<UUID> {
+    size_t operator()(const UUID& id) const noexcept {
+        size_t word = 0;  // ids are hashes already: eight of their bytes serve
+        memcpy(&word, id.bytes().data(), sizeof word);
+        return word;
+    }
+};
+
+}  // namespace std

@@ -1,0 +1,108 @@
+// Operations on single members of elements, and the filter of list requests. Thread: any; nothing here has state.
+#pragma once
+
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <vector>
+
+#include "kelo/record.h"
+#include "util/config/value.h"
+
+namespace kelo::tolu {
+
+namespace properties {
+
+// What a query value says about a member. `undecided`: nothing, as it is of another type than the member, or the member is of a
+// type that no query value can name (a nested object or an array of them).
+enum class Match : std::uint8_t { no, yes, undecided };
+
+// Assigns the member if it is present in the source, and leaves the target's alone if not.
+template <class V, class C, class T>
+requires std::is_base_of_v<C, T>
+void copyProperty(V C::*member, T& target, const T& source) {
+    if (record::detail::isPresent(source.*member)) target.*member = source.*member;
+}
+
+// Whether the member is absent from both, or present in both with equal values (nested objects by their members).
+template <class V, class C, class T>
+requires std::is_base_of_v<C, T>
+[[nodiscard]] bool compareProperty(V C::*member, const T& a, const T& b) {
+    return record::detail::valuesEqual(a.*member, b.*member);
+}
+
+[[nodiscard]] Match matchProperty(bool member, const util::config::Value& value) noexcept;
+[[nodiscard]] Match matchProperty(int member, const util::config::Value& value) noexcept;
+// The value is compared as a float, so that what was written as one matches again. Integers do.
+[[nodiscard]] Match matchProperty(float member, const util::config::Value& value) noexcept;
+[[nodiscard]] Match matchProperty(const std::string& member, const util::config::Value& value) noexcept;
+// A string must be in the list; of an array of strings, each must be.
+[[nodiscard]] Match matchProperty(const std::vector<std::string>& member, const util::config::Value& value) noexcept;
+// By their text.
+[[nodiscard]] Match matchProperty(const std::UUID& member, const util::config::Value& value) noexcept;
+[[nodiscard]] Match matchProperty(const kelo::url& member, const util::config::Value& value) noexcept;
+// For enumerations: the member's name.
+[[nodiscard]] Match matchName(std::string_view member, const util::config::Value& value) noexcept;
+
+namespace detail {
+
+template <class V>
+Match matchValue(const V& member, const util::config::Value& value) noexcept {
+    using namespace record::detail;
+    if constexpr (isBasic<V> || std::is_same_v<V, std::vector<std::string>>) {
+        return matchProperty(member, value);
+    } else if constexpr (std::is_enum_v<V>) {
+        return matchName(record::enumName(member), value);
+    } else if constexpr (isOptional<V>) {
+        using X = typename V::value_type;
+        if (member) return matchValue(*member, value);
+        // An absent member matches nothing, but a value that could never match it decides nothing still.
+        if constexpr (std::is_default_constructible_v<X>) {
+            return matchValue(X{}, value) == Match::undecided ? Match::undecided : Match::no;
+        }
+    }
+    return Match::undecided;
+}
+
+}  // namespace detail
+
+// Whether the object's member matches a query value: exactly, and never by conversion. An absent member does not match.
+template <class V, class C, class T>
+requires std::is_base_of_v<C, T>
+[[nodiscard]] Match matchProperty(V C::*member, const T& object, const util::config::Value& value) noexcept {
+    return detail::matchValue(object.*member, value);
+}
+
+namespace detail {
+
+template <class T, class... Rows>
+Match matchRows(const T& object, std::string_view key, const util::config::Value& value, record::Table<T, Rows...>) noexcept {
+    Match match = Match::undecided;
+    (void)((Rows::key == key && ((match = matchProperty(Rows::member, object, value)), true)) || ...);
+    return match;
+}
+
+}  // namespace detail
+
+}  // namespace properties
+
+// Whether a query value filters at all: not if its key is in `consumed` or is one of the protocol's own ("fields", "limit",
+// "offset", "offsetId").
+[[nodiscard]] bool isFilterKey(std::string_view key, std::span<const std::string_view> consumed) noexcept;
+
+// Whether a query lets the object through: no value of it that filters and names a member says no.
+template <record::Record T>
+[[nodiscard]] bool matchesAll(const T& object, const util::config::Dictionary& query,
+                              std::span<const std::string_view> consumed = {}) noexcept {
+    for (const auto& [key, value] : query.entries()) {
+        if (isFilterKey(key, consumed) &&
+            properties::detail::matchRows(object, key, value, record::TableOf<T>{}) == properties::Match::no) {
+            return false;
+        }
+    }
+    return true;
+}
+
+}  // namespace kelo::tolu

@@ -1,0 +1,28 @@
+// kelo::tolu::XObject: what every element of a resource has.
+#pragma once
+
+#include <string>
+#include <utility>
+
+#include "kelo/optional.h"
+#include "kelo/std/uuid.h"
+#include "kelo/url.h"
+
+namespace kelo::tolu {
+
+// Base of every element type; derived types add optional members only. Thread: any (a value).
+struct XObject {
+    XObject() = default;
+    XObject(const std::UUID& elementId, kelo::url elementUri) : id{elementId}, uri{std::move(elementUri)} {}
+    XObject(const XObject&) = default;
+    XObject(XObject&&) noexcept = default;
+    XObject& operator=(const XObject&) = default;
+    XObject& operator=(XObject&&) noexcept = default;
+    virtual ~XObject() = default;
+
+    std::UUID id;      // always present
+    kelo::url uri;     // always present
+    std::string name;  // always present, may be empty
+};
+
+}  // namespace kelo::tolu

@@ -1,0 +1,27 @@
+// The operating system's condition variable on the steady clock, with errors instead of exceptions.
+#pragma once
+
+#include <pthread.h>
+
+#include "threadsafe/mutex_impl.h"
+
+namespace threadsafe {
+
+// Thread: any.
+class ConditionImpl {
+public:
+    ConditionImpl() noexcept;
+    ~ConditionImpl();
+    ConditionImpl(const ConditionImpl&) = delete;
+    ConditionImpl& operator=(const ConditionImpl&) = delete;
+
+    // The system's error number, 0 for success. The caller holds `mutex`; it may wake for no reason.
+    int wait(MutexImpl& mutex) noexcept;
+    int signalOne() noexcept;
+    int signalAll() noexcept;
+
+private:
+    pthread_cond_t condition_;
+};
+
+}  // namespace threadsafe

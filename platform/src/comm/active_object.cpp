@@ -1,0 +1,80 @@
+#include "comm/active_object.h"
+
+#include <pthread.h>
+
+#include <atomic>
+#include <string>
+#include <thread>
+#include <utility>
+
+#include "net/loop.h"
+
+// A worker is a thread around an event loop. Nothing is inherited from it; owners keep it as their last member, so that it is
+// destroyed first and what it still runs finds them whole.
+
+namespace comm {
+namespace {
+
+// The kernel keeps 15 characters of a thread's name. What tells our names apart stands behind their last dot.
+std::string kernelName(const std::string& name) {
+    constexpr std::size_t kept = 15;
+    if (name.size() <= kept) return name;
+    const auto dot = name.rfind('.');
+    std::string shortened = dot == std::string::npos ? name : name.substr(dot + 1);
+    shortened.resize(std::min(shortened.size(), kept));
+    return shortened;
+}
+
+}  // namespace
+
+struct ActiveObject::State {
+    explicit State(std::string workerName) : name{std::move(workerName)} {}
+
+    const std::string name;
+    kelo::net::Loop loop;
+    std::thread thread;
+};
+
+ActiveObject::ActiveObject(std::string name) : state_{std::make_unique<State>(std::move(name))} {
+    state_->thread = std::thread{[state = state_.get()] {
+        ::pthread_setname_np(::pthread_self(), kernelName(state->name).c_str());
+        state->loop.run();
+    }};
+}
+
+ActiveObject::ActiveObject(std::string name, ByHand) : state_{std::make_unique<State>(std::move(name))} {}
+
+ActiveObject::~ActiveObject() {
+    if (state_->thread.joinable()) {
+        state_->loop.stop();
+        state_->thread.join();
+    } else {
+        state_->loop.runPending();
+    }
+}
+
+void ActiveObject::enque(util::SharedPtr<ActiveObjectEvent> event) {
+    state_->loop.enque(std::move(event));
+}
+
+std::size_t ActiveObject::runPending() {
+    return state_->loop.runPending();
+}
+
+std::size_t ActiveObject::pending() const {
+    return state_->loop.pending();
+}
+
+const std::string& ActiveObject::name() const noexcept {
+    return state_->name;
+}
+
+bool ActiveObject::isCurrentThread() const noexcept {
+    return state_->loop.isCurrentThread();
+}
+
+kelo::net::Loop& ActiveObject::loop() noexcept {
+    return state_->loop;
+}
+
+}  // namespace comm

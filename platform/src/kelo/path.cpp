@@ -1,0 +1,115 @@
+#include "kelo/path.h"
+
+#include <algorithm>
+
+namespace kelo {
+namespace {
+
+// Takes the next part off a path: what stands between its leading "/" and the next one. False when there is none.
+bool nextPart(std::string_view& rest, std::string_view& part) noexcept {
+    if (rest.empty() || rest.front() != '/') return false;
+    rest.remove_prefix(1);
+    const auto slash = rest.find('/');
+    part = rest.substr(0, slash);
+    rest.remove_prefix(slash == std::string_view::npos ? rest.size() : slash);
+    return true;
+}
+
+bool needsEncoding(char c) noexcept {
+    const auto byte = static_cast<unsigned char>(c);
+    return c == '/' || c == '%' || byte < 0x20 || byte == 0x7f;
+}
+
+void appendEncoded(std::string& out, std::string_view text) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    for (const char c : text) {
+        if (needsEncoding(c)) {
+            const auto byte = static_cast<unsigned char>(c);
+            out += {'%', digits[byte >> 4U], digits[byte & 15U]};
+        } else {
+            out += c;
+        }
+    }
+}
+
+int hexDigit(char c) noexcept {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
+    return -1;
+}
+
+}  // namespace
+
+bool Path::matches(std::string_view path, std::string_view pattern) noexcept {
+    std::string_view part;
+    std::string_view wanted;
+    while (nextPart(pattern, wanted)) {
+        if (!nextPart(path, part)) return false;
+        if (wanted == "*" ? part.empty() : part != wanted) return false;
+    }
+    return path.empty();
+}
+
+int Path::indexIntoPathFromPattern(std::string_view pattern, int n) noexcept {
+    std::string_view part;
+    for (int index = 0; nextPart(pattern, part); ++index) {
+        if (part == "*" && n-- == 0) return index;
+    }
+    return -1;
+}
+
+std::string Path::replacePattern(std::string_view pattern, std::initializer_list<std::string_view> arguments) {
+    std::string path;
+    path.reserve(pattern.size() + 40);
+    const auto* argument = arguments.begin();
+    for (std::string_view part; nextPart(pattern, part);) {
+        path += '/';
+        if (part == "*" && argument != arguments.end()) {
+            appendEncoded(path, *argument++);
+        } else {
+            path += part;
+        }
+    }
+    return path;
+}
+
+std::string Path::toString(int number) {
+    return std::to_string(number);
+}
+
+std::string_view Path::rawPart(int index) const noexcept {
+    std::string_view rest = text_;
+    std::string_view part;
+    for (int at = 0; nextPart(rest, part); ++at) {
+        if (at == index) return part;
+    }
+    return {};
+}
+
+bool Path::part(int index, std::string& out) const {
+    const std::string_view raw = rawPart(index);
+    if (raw.empty()) return false;
+    std::string decoded;
+    decoded.reserve(raw.size());
+    for (std::size_t i = 0; i < raw.size(); ++i) {
+        if (raw[i] != '%') {
+            decoded += raw[i];
+            continue;
+        }
+        if (i + 2 >= raw.size()) return false;
+        const int high = hexDigit(raw[i + 1]);
+        const int low = hexDigit(raw[i + 2]);
+        if (high < 0 || low < 0) return false;
+        decoded += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    out = std::move(decoded);
+    return true;
+}
+
+bool Path::part(int index, std::UUID& out) const {
+    return std::UUID::parse(rawPart(index), out);
+}
+
+}  // namespace kelo

@@ -1,0 +1,82 @@
+// The parts of reading and writing records that are the same for every type.
+
+#include "kelo/record.h"
+
+#include <algorithm>
+
+#include "kelo/errors.h"
+#include "util/line_buffer.h"
+
+namespace kelo::record {
+
+namespace detail {
+
+bool nullPointer() {
+    std::ErrorOutput{errors::Error, errors::nullPointer, "std::shared_ptr"};
+    return true;
+}
+
+bool valueOutOfEnum(unsigned value) {
+    std::ErrorOutput{errors::Error, errors::writeFailure, std::to_string(value) + " is no value of the enumeration"};
+    return true;
+}
+
+bool unknownName(std::string_view name) {
+    constexpr std::size_t quoted = 64;
+    std::string text = "unknown value \"";
+    text.append(util::cutUtf8(name, quoted)).append(name.size() > quoted ? "…\"" : "\"");
+    std::ErrorOutput{errors::Error, errors::readFailure, text};
+    return true;
+}
+
+bool missing(std::string_view key) {
+    std::ErrorOutput{errors::Error, errors::readFailure, "missing"};
+    return failedIn(key);
+}
+
+bool failedIn(std::string_view key) {
+    std::ErrorStorage::prependPath(key);
+    return true;
+}
+
+bool failedIn(std::size_t index) {
+    std::ErrorStorage::prependPath(index);
+    return true;
+}
+
+int findSorted(std::span<const std::string_view> names, std::string_view name) noexcept {
+    const auto found = std::lower_bound(names.begin(), names.end(), name);
+    return found != names.end() && *found == name ? static_cast<int>(found - names.begin()) : -1;
+}
+
+int findUnsorted(std::span<const std::string_view> names, std::string_view name) noexcept {
+    const auto found = std::find(names.begin(), names.end(), name);
+    return found != names.end() ? static_cast<int>(found - names.begin()) : -1;
+}
+
+bool MemberCursor::load() {
+    key = {};
+    return reader.atObjectEnd(atEnd) || (!atEnd && reader.memberKey(key));
+}
+
+bool MemberCursor::begin() {
+    return reader.beginObject() || load();
+}
+
+bool MemberCursor::advance() {
+    ++consumed;
+    return reader.endMember() || load();
+}
+
+bool MemberCursor::skip() {
+    return reader.skipValue() || reader.endMember() || load();
+}
+
+}  // namespace detail
+
+std::string typeText(const MemberDescription& member) {
+    std::string text{member.isArray ? "array of " : ""};
+    return text.append(member.typeName);
+}
+
+}  // namespace kelo::record

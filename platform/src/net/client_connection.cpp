@@ -1,0 +1,366 @@
+#include "net/client_connection.h"
+
+#include <algorithm>
+#include <atomic>
+#include <utility>
+
+#include "tracing/channel.h"
+
+// Each request has a slot. Its id, which is also the handle that the caller gets, is the slot's index in the low 16 bits and a
+// number that never recurs in this process above them: finding a slot is one array access, and a late or foreign id meets a slot
+// that has another number.
+//
+// A request ends exactly once because its handler is taken out of its slot exactly once, under the lock: by a terminal frame, by
+// a `next` that ends it, by `cancel`, by the deadline, or by the loss of the connection. Only a `next` calls the handler while it
+// stays in its slot; the slot then counts as delivering, and a cancellation that arrives meanwhile is carried out by the
+// delivering thread when it is back.
+//
+// Whether a request that ends by loss had been sent is known from two counts of bytes: where its frame ended in what was
+// appended, and how much the kernel has taken. A frame of which the kernel lacks even the last byte cannot have been acted on:
+// "not sent". For any other the outcome is unknown.
+//
+// The deadline needs no timer per request: one time stamp in the loop, armed for the earliest. On the thread that reads, arming
+// is a store. A request from another thread must wake the loop to arm it, but only if nothing is armed that fires before: once
+// armed on another thread's behalf it stays so until it fires, and then looks for what is due next, so that a steady client
+// causes one wake-up a deadline, not one a request.
+
+namespace kelo::net {
+namespace {
+
+std::atomic<std::uint64_t> nextSerial{1};
+
+constexpr unsigned indexBits = 16;
+static_assert(sizeof(void*) == sizeof(std::uint64_t), "request handles are ids");
+
+void* toHandle(std::uint64_t id) noexcept {
+    return reinterpret_cast<void*>(id);
+}  // NOLINT(performance-no-int-to-ptr): opaque
+std::uint64_t toId(void* handle) noexcept {
+    return reinterpret_cast<std::uint64_t>(handle);
+}
+
+std::chrono::milliseconds deadlineOf(const Request& request, RequestLimits limits) {
+    if (request.options()) {
+        const auto* value = request.options()->find("deadline");
+        if (value != nullptr && value->asInt() != nullptr) return std::chrono::milliseconds{*value->asInt()};
+    }
+    return limits.deadline;
+}
+
+// Terminal events run handlers of all kinds; one that throws must not take the connection's other requests with it.
+template <class Call>
+void guarded(const char* event, Call call) noexcept {
+    static const tracing::Channel channel{"KELO_RUNTIME"};
+    try {
+        call();
+    } catch (const std::exception& error) {
+        tracing::logCV(channel, 4, "a response handler's %s ended with an exception: %s", event, error.what());
+    } catch (...) {
+        tracing::logCV(channel, 4, "a response handler's %s ended with an unknown exception", event);
+    }
+}
+
+}  // namespace
+
+ClientConnection::ClientConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
+                                   std::string servicePath, Events events)
+    : FrameStream{std::move(socket), std::move(peer), limits, counters},
+      servicePath_{std::move(servicePath)},
+      events_{std::move(events)} {}
+
+void ClientConnection::sayHello(std::string_view application) {
+    {
+        const std::lock_guard lock{mutex_};
+        wire::appendHello(outLocked(), {wire::protocolVersion, std::string{application}, servicePath_, {}});
+    }
+    commit();
+    timer_.emplace(loop(), [this] { close("no hello in time"); });
+    timer_->arm(Clock::now() + limits_.handshake);
+}
+
+void* ClientConnection::request(const Request& request, Handler&& handler, RequestLimits requestLimits) {
+    Handler owned = std::move(handler);
+    const bool oneShot = request.isOneShot() || owned->isOneShot();
+    const auto deadline = deadlineOf(request, requestLimits);
+    const auto due = deadline.count() > 0 ? Clock::now() + deadline : Clock::time_point::max();
+    std::uint64_t id = 0;
+    std::uint16_t status = 503;
+    const char* refusal = nullptr;
+    Loop* reader = nullptr;
+    bool askToArm = false;
+    {
+        const std::lock_guard lock{mutex_};
+        auto& out = outLocked();
+        const std::size_t before = out.size();
+        reader = &loop();
+        if (!ready_ || isClosedLocked()) {
+            refusal = "connection lost, request not sent";
+        } else if (oneShot ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams) {
+            refusal = "too many requests in flight, request not sent";
+            ++counters_.requestsRefused;
+        } else {
+            Slot& slot = acquireLocked(oneShot);
+            id = slot.id;
+            wire::appendRequest(out, id, request, oneShot);
+            if (out.size() - before - wire::headerSize > limits_.frameBytes) {
+                out.resize(before);
+                releaseLocked(slot);
+                status = 413;
+                refusal = "request larger than a frame may be, not sent";
+            } else {
+                slot.handler = std::move(owned);
+                slot.endOffset = appendedLocked();
+                slot.due = due;
+                slot.deadline = deadline;
+                askToArm = due < askedDue_ && !reader->isCurrentThread();
+                if (askToArm) askedDue_ = due;
+            }
+        }
+    }
+    if (refusal != nullptr) {
+        guarded("onError", [&] { owned->onError(Response::createErrorResponse(status, servicePath_ + ": " + refusal)); });
+        return IKeloApi::UNDEFINED_REQUEST_HANDLE;
+    }
+    ++counters_.requestsSent;
+    if (askToArm) {
+        reader->post([self = std::static_pointer_cast<ClientConnection>(shared_from_this())] { self->expire(); });
+    } else if (due != Clock::time_point::max() && reader->isCurrentThread()) {
+        arm(due);
+    }
+    commit();
+    return toHandle(id);
+}
+
+void ClientConnection::cancel(void* handle) {
+    Handler over;
+    {
+        const std::lock_guard lock{mutex_};
+        Slot* const slot = findLocked(toId(handle));
+        if (slot == nullptr || slot->cancelled) return;
+        if (!isClosedLocked()) wire::appendBare(outLocked(), wire::FrameType::cancel, slot->id);
+        if (slot->delivering) {
+            slot->cancelled = true;
+        } else {
+            over = releaseLocked(*slot);
+        }
+    }
+    commit();
+}
+
+std::size_t ClientConnection::pendingRequests() const {
+    const std::lock_guard lock{mutex_};
+    return oneShots_ + streams_;
+}
+
+const char* ClientConnection::handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) {
+    if (header.type == wire::FrameType::hello) return handleHello(body);
+    if (!ready_) return "an answer before the hello";
+    switch (header.type) {
+        case wire::FrameType::next:
+        case wire::FrameType::error: {
+            if (const char* wrong = wire::readResponse(body, response_)) return wrong;
+            if (header.type == wire::FrameType::next) {
+                deliverNext(header.requestId, (header.flags & wire::flagEnd) != 0);
+            } else {
+                deliverTerminal(header.requestId, [&](auto& handler) { handler.onError(response_); });
+            }
+            return nullptr;
+        }
+        case wire::FrameType::completed:
+            if (const char* wrong = wire::readBare(body)) return wrong;
+            deliverTerminal(header.requestId, [](auto& handler) { handler.onCompleted(); });
+            return nullptr;
+        default:
+            return "a provider asks nothing";
+    }
+}
+
+const char* ClientConnection::handleHello(std::span<const std::uint8_t> body) {
+    if (ready_) return "a second hello";
+    wire::Hello hello;
+    if (const char* wrong = wire::readHello(body, hello)) return wrong;
+    if (hello.version != wire::protocolVersion) return "another version of the protocol";
+    timer_.reset();
+    {
+        const std::lock_guard lock{mutex_};
+        ready_ = true;
+        peer_.application = hello.application;
+    }
+    events_.ready(*this, hello);
+    return nullptr;
+}
+
+void ClientConnection::deliverNext(std::uint64_t id, bool end) {
+    IResponseHandler<Response>* handler = nullptr;
+    {
+        const std::lock_guard lock{mutex_};
+        Slot* const slot = findLocked(id);
+        if (slot == nullptr || slot->delivering) {
+            ++counters_.lateFrames;
+            return;
+        }
+        slot->delivering = true;
+        slot->due = Clock::time_point::max();
+        handler = slot->handler.get();
+    }
+    bool finished = true;  // also for a handler that throws
+    guarded("onNext", [&] { finished = handler->onNext(response_); });
+    Handler over;
+    bool lost = false;
+    bool completed = false;
+    bool tell = false;
+    bool idle = false;
+    {
+        const std::lock_guard lock{mutex_};
+        Slot* const slot = findLocked(id);
+        slot->delivering = false;
+        if (!finished && !end && !slot->cancelled && !slot->lost) return;
+        lost = slot->lost && !finished && !slot->cancelled;
+        completed = end && !finished && !slot->cancelled && !lost;
+        tell = finished && !end && !slot->cancelled && !isClosedLocked();
+        if (tell) wire::appendBare(outLocked(), wire::FrameType::cancel, id);
+        over = releaseLocked(*slot);
+        idle = oneShots_ + streams_ == 0 && askedDue_ == Clock::time_point::max();
+    }
+    if (idle && timer_) timer_->disarm();
+    if (tell) commit();
+    if (lost) guarded("onError", [&] { over->onError(lossResponse(true)); });
+    if (completed) guarded("onCompleted", [&] { over->onCompleted(); });
+}
+
+template <class Deliver>
+void ClientConnection::deliverTerminal(std::uint64_t id, Deliver deliver) {
+    Handler over;
+    bool idle = false;
+    {
+        const std::lock_guard lock{mutex_};
+        Slot* const slot = findLocked(id);
+        if (slot == nullptr || slot->delivering) {
+            ++counters_.lateFrames;
+            return;
+        }
+        over = releaseLocked(*slot);
+        idle = oneShots_ + streams_ == 0 && askedDue_ == Clock::time_point::max();
+    }
+    if (idle && timer_) timer_->disarm();
+    guarded("terminal event", [&] { deliver(*over); });
+}
+
+Response ClientConnection::lossResponse(bool sent) const {
+    return Response::createErrorResponse(503,
+                                         servicePath_ + ": connection lost, " + (sent ? "outcome unknown" : "request not sent"));
+}
+
+void ClientConnection::handleClosed(const char* why) {
+    timer_.reset();
+    struct Ended {
+        std::uint64_t id;
+        Handler handler;
+        bool sent;
+    };
+    std::vector<Ended> ended;
+    {
+        const std::lock_guard lock{mutex_};
+        for (Slot& slot : slots_) {
+            if (slot.id == 0) continue;
+            if (slot.delivering) {
+                slot.lost = true;
+                continue;
+            }
+            const std::uint64_t id = slot.id;
+            const bool sent = slot.endOffset <= takenLocked();
+            ended.push_back({id, releaseLocked(slot), sent});
+        }
+    }
+    // In the order in which they were asked.
+    std::sort(ended.begin(), ended.end(), [](const Ended& a, const Ended& b) { return a.id >> indexBits < b.id >> indexBits; });
+    counters_.endedByLoss += ended.size();
+    for (Ended& request : ended) {
+        guarded("onError", [&] { request.handler->onError(lossResponse(request.sent)); });
+        request.handler.reset();
+    }
+    events_.closed(*this, why);
+}
+
+void ClientConnection::handleLeaving() {
+    timer_.reset();
+}
+
+void ClientConnection::handleArrived() {
+    expire();
+}
+
+void ClientConnection::expire() {
+    struct Ended {
+        Handler handler;
+        std::chrono::milliseconds deadline;
+        bool sent;
+    };
+    std::vector<Ended> ended;
+    auto next = Clock::time_point::max();
+    const auto now = Clock::now();
+    {
+        const std::lock_guard lock{mutex_};
+        if (isClosedLocked()) return;
+        for (Slot& slot : slots_) {
+            if (slot.id == 0 || slot.delivering) continue;
+            if (slot.due > now) {
+                next = std::min(next, slot.due);
+                continue;
+            }
+            const bool sent = slot.endOffset <= takenLocked();
+            wire::appendBare(outLocked(), wire::FrameType::cancel, slot.id);
+            const auto deadline = slot.deadline;
+            ended.push_back({releaseLocked(slot), deadline, sent});
+        }
+        if (askedDue_ != Clock::time_point::max()) askedDue_ = next;
+    }
+    if (timer_) timer_->disarm();
+    if (next != Clock::time_point::max()) arm(next);
+    if (ended.empty()) return;
+    commit();
+    counters_.deadlinesMissed += ended.size();
+    for (Ended& request : ended) {
+        const auto response =
+            Response::createErrorResponse(504, servicePath_ + ": no answer within " + std::to_string(request.deadline.count()) +
+                                                   " ms, " + (request.sent ? "outcome unknown" : "request not sent"));
+        guarded("onError", [&] { request.handler->onError(response); });
+        request.handler.reset();
+    }
+}
+
+void ClientConnection::arm(Clock::time_point due) {
+    if (!timer_) timer_.emplace(loop(), [this] { expire(); });
+    if (due < timer_->due()) timer_->arm(due);
+}
+
+ClientConnection::Slot& ClientConnection::acquireLocked(bool oneShot) {
+    std::uint32_t index = 0;
+    if (free_.empty()) {
+        index = static_cast<std::uint32_t>(slots_.size());
+        slots_.emplace_back();
+    } else {
+        index = free_.back();
+        free_.pop_back();
+    }
+    Slot& slot = slots_[index];
+    slot.id = nextSerial.fetch_add(1, std::memory_order_relaxed) << indexBits | index;
+    slot.oneShot = oneShot;
+    ++(oneShot ? oneShots_ : streams_);
+    return slot;
+}
+
+ClientConnection::Slot* ClientConnection::findLocked(std::uint64_t id) noexcept {
+    const std::size_t index = id & ((1U << indexBits) - 1U);
+    return id != 0 && index < slots_.size() && slots_[index].id == id ? &slots_[index] : nullptr;
+}
+
+ClientConnection::Handler ClientConnection::releaseLocked(Slot& slot) {
+    free_.push_back(static_cast<std::uint32_t>(slot.id & ((1U << indexBits) - 1U)));
+    --(slot.oneShot ? oneShots_ : streams_);
+    Handler handler = std::move(slot.handler);
+    slot = Slot{};
+    return handler;
+}
+
+}  // namespace kelo::net

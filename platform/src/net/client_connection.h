@@ -1,0 +1,86 @@
+// The consumer's end of a connection: requests out, answers to their handlers.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kelo/kelo_api.h"
+#include "net/frame_stream.h"
+
+namespace kelo::net {
+
+// Thread: any for `request` and `cancel`; handlers are called on the loop that reads.
+class ClientConnection final : public FrameStream {
+public:
+    struct Events {
+        // The provider said hello. Thread: the loop that the connection was started on.
+        std::function<void(ClientConnection&, const wire::Hello&)> ready;
+        // The connection is over and all its requests have ended. Thread: the loop that reads.
+        std::function<void(ClientConnection&, const char* why)> closed;
+    };
+
+    ClientConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters, std::string servicePath,
+                     Events events);
+
+    // Says hello. After `start`, on the loop's thread.
+    void sayHello(std::string_view application);
+
+    // As IKeloApi::request. An answer known at once is delivered before this returns.
+    void* request(const Request& request, std::unique_ptr<IResponseHandler<Response>>&& handler, RequestLimits requestLimits);
+    void cancel(void* handle);
+
+    std::size_t pendingRequests() const;
+
+private:
+    using Handler = std::unique_ptr<IResponseHandler<Response>>;
+    struct Slot {
+        std::uint64_t id = 0;  // 0: free
+        Handler handler;
+        Clock::time_point due = Clock::time_point::max();  // of the first answer
+        std::uint64_t endOffset = 0;                       // in the bytes appended: where the request's frame ends
+        std::chrono::milliseconds deadline{0};             // as asked for, for the error's text
+        bool oneShot = false;
+        bool delivering = false;  // its handler is in onNext; meanwhile it may become
+        bool cancelled = false;   // - cancelled, or
+        bool lost = false;        // - lost with the connection
+    };
+
+    const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
+    void handleClosed(const char* why) override;
+    void handleLeaving() override;
+    void handleArrived() override;
+    const char* handleHello(std::span<const std::uint8_t> body);
+    void deliverNext(std::uint64_t id, bool end);
+    template <class Deliver>
+    void deliverTerminal(std::uint64_t id, Deliver deliver);
+    Response lossResponse(bool sent) const;
+    // Ends the requests whose deadline has passed and arms for the next. Thread: the loop's.
+    void expire();
+    void arm(Clock::time_point due);
+
+    Slot& acquireLocked(bool oneShot);
+    Slot* findLocked(std::uint64_t id) noexcept;
+    Handler releaseLocked(Slot& slot);
+
+    const std::string servicePath_;
+    Events events_;
+    Response response_;  // of the loop's thread alone; reused, its payload borrows from the frame
+
+    // Guarded by mutex_:
+    std::vector<Slot> slots_;
+    std::vector<std::uint32_t> free_;
+    std::uint32_t oneShots_ = 0;
+    std::uint32_t streams_ = 0;
+    bool ready_ = false;
+    Clock::time_point askedDue_ = Clock::time_point::max();  // armed, or about to be, for requests of other threads
+
+    // Of the loop's thread alone:
+    std::optional<Timer> timer_;
+};
+
+}  // namespace kelo::net

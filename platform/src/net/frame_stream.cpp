@@ -1,0 +1,270 @@
+#include "net/frame_stream.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <utility>
+
+#include "tracing/channel.h"
+
+// Writing. Whoever has something to say appends whole frames to `out_` under the lock and commits. One thread at a time is in the
+// system call: it swaps `out_` against the empty `sending_` and sends without the lock, so that others go on appending; when it
+// comes back it sends what has gathered meanwhile. So frames are never interleaved, no thread waits for another's system call,
+// and a burst becomes few large sends. What the kernel does not take stays in `sending_`, and the loop that reads is asked to say
+// when there is room.
+//
+// A peer that does not read is bounded thrice: above `slowBytes` streams keep only their newest value (the derived class's
+// doing), above the soft limit its own requests are no longer read, above the hard limit it is cut.
+//
+// Reading. One large receive into the loop's own buffer; whole frames are handled where they lie, and only the part of a frame at
+// the end is copied, to wait for its rest. A frame's length is believed only so far as the limit, and memory for it grows with
+// the bytes that arrive, never ahead of them. After `framesPerWakeUp` frames the others get their turn.
+//
+// The end. Only the kernel's word counts: end of file, a reset and a broken pipe mean the same. It is acted on by the loop's
+// thread alone, after everything received before it has been handled. A thread that must end the connection from elsewhere shuts
+// the socket down and lets the loop find out.
+
+namespace kelo::net {
+namespace {
+
+const tracing::Channel channel{"KELO_RUNTIME"};
+
+}  // namespace
+
+std::string Peer::toString() const {
+    std::string text = "pid " + std::to_string(pid);
+    if (!application.empty()) text += " (" + application + ")";
+    return text;
+}
+
+bool readPeer(int fd, Peer& peer) noexcept {
+    ucred credentials{};
+    socklen_t size = sizeof credentials;
+    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return false;
+    peer.pid = credentials.pid;
+    peer.uid = credentials.uid;
+    return true;
+}
+
+FrameStream::FrameStream(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters)
+    : limits_{limits}, counters_{counters}, peer_{std::move(peer)}, socket_{std::move(socket)} {}
+
+FrameStream::~FrameStream() = default;
+
+bool FrameStream::start(Loop& loop) {
+    loop_ = &loop;
+    watched_ = EPOLLIN;
+    registration_ = loop.add(socket_.get(), watched_, shared_from_this());
+    return registration_ != 0;
+}
+
+void FrameStream::moveTo(Loop& loop) {
+    if (&loop == loop_) return;
+    handleLeaving();
+    loop_->remove(socket_.get());
+    {
+        const std::lock_guard lock{mutex_};
+        registration_ = 0;
+        loop_ = &loop;
+    }
+    auto self = shared_from_this();
+    loop.post([self, &loop] {
+        {
+            const std::lock_guard lock{self->mutex_};
+            if (self->closed_) return;
+            self->watched_ = EPOLLIN;
+            self->registration_ = loop.add(self->socket_.get(), self->watched_, self);
+            if (self->registration_ != 0) self->watchLocked();
+        }
+        if (self->registration_ == 0) {
+            self->close("no room in the worker's event loop");
+            return;
+        }
+        self->handleArrived();
+        self->handleCarried(false);
+    });
+}
+
+void FrameStream::close(const char* why) {
+    {
+        const std::lock_guard lock{mutex_};
+        if (closed_) return;
+        closed_ = true;
+    }
+    const auto self = shared_from_this();
+    loop_->remove(socket_.get());
+    ::shutdown(socket_.get(), SHUT_RDWR);
+    handleClosed(why);
+}
+
+void FrameStream::commit() {
+    if (Loop* const current = Loop::current()) {
+        current->flushLater(shared_from_this());
+    } else {
+        flush();
+    }
+}
+
+void FrameStream::flush() {
+    std::unique_lock lock{mutex_};
+    if (isSending_ || closed_) return;
+    if (blocked_) {
+        boundLocked();
+    } else {
+        sendQueuedLocked(lock);
+    }
+}
+
+void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
+    isSending_ = true;
+    while (!closed_) {
+        if (sendingOffset_ == sending_.size()) {
+            sending_.clear();
+            sendingOffset_ = 0;
+            if (out_.empty()) handleDrainedLocked();
+            if (out_.empty()) break;
+            sending_.swap(out_);
+        }
+        lock.unlock();
+        const auto sent = ::send(socket_.get(), sending_.data() + sendingOffset_, sending_.size() - sendingOffset_,
+                                 MSG_NOSIGNAL | MSG_DONTWAIT);
+        const int error = errno;
+        lock.lock();
+        if (sent > 0) {
+            sendingOffset_ += static_cast<std::size_t>(sent);
+            taken_ += static_cast<std::uint64_t>(sent);
+            continue;
+        }
+        if (error == EINTR) continue;
+        if (error == EAGAIN || error == ENOBUFS) {
+            blocked_ = true;
+            break;
+        }
+        // The peer is gone: the loop hears of it from the kernel, after what the peer said last.
+        break;
+    }
+    isSending_ = false;
+    if (queuedLocked() == 0) {
+        // A buffer that one burst made large is not kept.
+        if (sending_.capacity() > slowBytes) std::vector<std::uint8_t>{}.swap(sending_);
+        if (out_.capacity() > slowBytes) std::vector<std::uint8_t>{}.swap(out_);
+    }
+    boundLocked();
+}
+
+// Holds the peer to what it may leave unread.
+void FrameStream::boundLocked() {
+    if (blocked_ && !cut_ && queuedLocked() > limits_.queuedHardBytes) {
+        cut_ = true;
+        ++counters_.slowPeersCut;
+        tracing::logCV(channel, 3, "%s cut: it left %zu bytes unread", peer_.toString().c_str(), queuedLocked());
+        ::shutdown(socket_.get(), SHUT_RDWR);
+    }
+    watchLocked();
+}
+
+// Asks the loop for what the state calls for: room to write while blocked, and requests unless the answers pile up.
+void FrameStream::watchLocked() {
+    if (registration_ == 0 || closed_) return;
+    const bool wasPaused = paused_;
+    if (queuedLocked() > limits_.queuedSoftBytes) {
+        paused_ = true;
+    } else if (queuedLocked() <= limits_.queuedSoftBytes / 2) {
+        paused_ = false;
+    }
+    const std::uint32_t wanted =
+        (paused_ ? 0U : static_cast<std::uint32_t>(EPOLLIN)) | (blocked_ ? static_cast<std::uint32_t>(EPOLLOUT) : 0U);
+    if (wanted != watched_) {
+        watched_ = wanted;
+        loop_->modify(socket_.get(), registration_, wanted);
+    }
+    if (wasPaused && !paused_) resumeLater();
+}
+
+void FrameStream::resumeLater() {
+    loop_->post([self = shared_from_this(), loop = loop_] {
+        if (self->loop_ != loop) return;  // moved meanwhile; the move resumes
+        self->resumePosted_ = false;
+        self->handleCarried(false);
+    });
+}
+
+void FrameStream::onReady(std::uint32_t events) {
+    const auto self = shared_from_this();
+    if ((events & EPOLLOUT) != 0) {
+        std::unique_lock lock{mutex_};
+        blocked_ = false;
+        if (!isSending_ && !closed_) sendQueuedLocked(lock);
+    }
+    if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR | EPOLLRDHUP)) != 0) receive();
+}
+
+void FrameStream::receive() {
+    if (resumePosted_) return;  // this connection's frames are waiting for their turn; the kernel will report again
+    const auto room = loop_->receiveBuffer();
+    const auto size = ::recv(socket_.get(), room.data(), room.size(), MSG_DONTWAIT);
+    if (size < 0 && (errno == EINTR || errno == EAGAIN)) return;
+    if (size <= 0) {
+        handleCarried(true);
+        close("connection lost");
+        return;
+    }
+    const std::span<const std::uint8_t> received{room.data(), static_cast<std::size_t>(size)};
+    if (carried_.empty()) {
+        const std::size_t used = handleFrames(received, false);
+        if (used < received.size()) carried_.assign(received.begin() + static_cast<std::ptrdiff_t>(used), received.end());
+    } else {
+        carried_.insert(carried_.end(), received.begin(), received.end());
+        handleCarried(false);
+    }
+}
+
+void FrameStream::handleCarried(bool all) {
+    if (carried_.empty()) return;
+    // The frames lie in a buffer of their own while they are handled, so that nothing a handler causes can move them.
+    std::vector<std::uint8_t> bytes;
+    bytes.swap(carried_);
+    const std::size_t used = handleFrames(bytes, all);
+    if (used == bytes.size()) return;
+    bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(used));
+    carried_.swap(bytes);
+}
+
+std::size_t FrameStream::handleFrames(std::span<const std::uint8_t> bytes, bool all) {
+    std::size_t used = 0;
+    for (std::uint32_t count = 0; bytes.size() - used >= wire::headerSize; ++count) {
+        {
+            const std::lock_guard lock{mutex_};
+            if (closed_) return bytes.size();
+            if (paused_ && !all) return used;
+        }
+        wire::FrameHeader header;
+        const char* wrong = wire::readHeader(bytes.subspan(used), header);
+        if (wrong == nullptr && header.bodyLength > limits_.frameBytes) wrong = "frame larger than the limit";
+        if (wrong == nullptr) {
+            if (bytes.size() - used - wire::headerSize < header.bodyLength) return used;
+            if (count == limits_.framesPerWakeUp && !all) {
+                if (!std::exchange(resumePosted_, true)) resumeLater();
+                return used;
+            }
+            wrong = handleFrame(header, bytes.subspan(used + wire::headerSize, header.bodyLength));
+            used += wire::headerSize + header.bodyLength;
+        }
+        if (wrong != nullptr) {
+            static tracing::RateLimit limit{5};
+            ++counters_.malformedPeers;
+            std::uint64_t held = 0;
+            if (limit.admit(held)) {
+                tracing::logCV(channel, 3, "%s sent a malformed frame: %s; connection closed (%llu such lines held back)",
+                               peer_.toString().c_str(), wrong, static_cast<unsigned long long>(held));
+            }
+            close(wrong);
+            return bytes.size();
+        }
+    }
+    return used;
+}
+
+}  // namespace kelo::net

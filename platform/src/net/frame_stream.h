@@ -1,0 +1,119 @@
+// A connection that carries frames: gathered writing from any thread, reading on one loop.
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "kelo/limits.h"
+#include "net/descriptor.h"
+#include "net/loop.h"
+#include "runtime/counters.h"
+#include "wire/frame.h"
+
+namespace kelo::net {
+
+// Who is at the other end: the ids as the kernel gave them when the connection was made, the name as it says itself.
+struct Peer {
+    pid_t pid = 0;
+    uid_t uid = 0;
+    std::string application;
+
+    // "pid 4711 (hmxctl)", for log lines.
+    std::string toString() const;
+};
+
+// The credentials of the process at the other end of a connected socket. False when the kernel has none.
+bool readPeer(int fd, Peer& peer) noexcept;
+
+// A resource; the base of both roles of a connection. Derived classes guard their own tables with `mutex_` too, so that what a
+// frame means and what is written about it happen in one section. Thread: any for `flush` and the writing members; reading,
+// `start`, `moveTo` and `close` on the loop's.
+class FrameStream : public Pollable, public Flushable, public std::enable_shared_from_this<FrameStream> {
+public:
+    FrameStream(const FrameStream&) = delete;
+    FrameStream& operator=(const FrameStream&) = delete;
+
+    // Registers with the calling thread's loop and begins to read. False when the system has no room.
+    bool start(Loop& loop);
+    // Hands reading over to another loop; what has been received goes with it. Thread: the present loop's.
+    void moveTo(Loop& loop);
+    // Ends the connection: nothing further is read. `handleClosed` is called before this returns. Later calls do nothing.
+    void close(const char* why);
+    // Writes what is queued; on a loop's thread, loops call it at the end of a drain.
+    void flush() final;
+    void onReady(std::uint32_t events) final;
+
+    const Peer& peer() const noexcept { return peer_; }
+
+protected:
+    FrameStream(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters);
+    ~FrameStream() override;
+
+    // One frame; null when it was in order, else what is wrong, which ends the connection. Thread: the loop's, no lock held.
+    virtual const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) = 0;
+    // The connection is over, and everything that was received before has been handled. Thread: the loop's, no lock held.
+    virtual void handleClosed(const char* why) = 0;
+    // Reading is about to leave this thread's loop, and has arrived at this thread's.
+    virtual void handleLeaving() {}
+    virtual void handleArrived() {}
+    // The queue has drained below what made the peer count as slow. Called with the lock held; may append.
+    virtual void handleDrainedLocked() {}
+
+    // The buffer to append frames to; after appending, and with the lock released, call `commit`.
+    std::vector<std::uint8_t>& outLocked() noexcept { return out_; }
+    // Sees to it that what was appended is written: at the end of the loop's drain on a loop's thread, at once on another.
+    void commit();
+    std::size_t queuedLocked() const noexcept { return out_.size() + (sending_.size() - sendingOffset_); }
+    bool isClosedLocked() const noexcept { return closed_ || cut_; }
+    // Bytes appended, and bytes that the kernel took, since the connection began.
+    std::uint64_t appendedLocked() const noexcept { return taken_ + queuedLocked(); }
+    std::uint64_t takenLocked() const noexcept { return taken_; }
+    bool isSlowLocked() const noexcept { return queuedLocked() > slowBytes; }
+    Loop& loop() noexcept { return *loop_; }
+
+    mutable std::mutex mutex_;
+    const Limits limits_;
+    runtime::Counters& counters_;
+    Peer peer_;
+
+private:
+    static constexpr std::size_t slowBytes = 64U * 1024U;
+
+    void receive();
+    // Handles the whole frames in `bytes`, at most `limits_.framesPerWakeUp` unless `all`; the bytes consumed.
+    std::size_t handleFrames(std::span<const std::uint8_t> bytes, bool all);
+    void handleCarried(bool all);
+    void resumeLater();
+    void sendQueuedLocked(std::unique_lock<std::mutex>& lock);
+    void boundLocked();
+    void watchLocked();
+
+    const Descriptor socket_;
+    Loop* loop_ = nullptr;
+    std::uint32_t registration_ = 0;
+    std::uint32_t watched_ = 0;
+
+    // Guarded by mutex_:
+    std::vector<std::uint8_t> out_;      // appended, not yet being sent
+    std::vector<std::uint8_t> sending_;  // being sent, from sendingOffset_
+    std::size_t sendingOffset_ = 0;
+    std::uint64_t taken_ = 0;
+    bool isSending_ = false;  // a thread is in the system call with `sending_`
+    bool blocked_ = false;    // the kernel took less than all; waiting until it can take more
+    bool paused_ = false;     // not reading
+    bool closed_ = false;
+    bool cut_ = false;
+
+    // Of the loop's thread alone:
+    std::vector<std::uint8_t> carried_;  // received, not yet handled: a part of a frame, or frames beyond one wake-up's share
+    bool resumePosted_ = false;
+};
+
+}  // namespace kelo::net

@@ -1,0 +1,252 @@
+#include "net/loop.h"
+
+#include <sys/epoll.h>
+#include <sys/eventfd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <exception>
+#include <utility>
+
+#include "kelo/std/global_error_handler.h"
+#include "tracing/channel.h"
+
+// One turn of the loop is: run the events that are queued, write what they collected, sleep, serve the sockets that are ready,
+// write again. Three rules keep it cheap and fair:
+//
+// - A post wakes the loop only if it sleeps. `sleeping_` is set under the queue's mutex, in the same section that found the queue
+//   empty, so that no event can slip between the look and the sleep. The wake-up descriptor is edge-triggered and never read:
+//   each write is one edge, which saves a system call a wake-up.
+// - Events run in batches: the queue is swapped out whole, so that posting never waits for running, and both vectors keep their
+//   memory. Sockets are looked at between batches, so a worker that is kept busy by events still reads its peers.
+// - Output is collected while a batch or the ready sockets are served and written once afterwards, by the thread that produced
+// it.
+//
+// A pollable that is removed while others of the same wake-up still wait for their turn must not be called again nor destroyed
+// under its own feet: registrations carry a serial that stale reports fail to match, and removed ones are kept until the turn is
+// over.
+
+namespace kelo::net {
+namespace {
+
+const tracing::Channel channel{"KELO_LOOP"};
+thread_local Loop* currentLoop = nullptr;
+
+void execute(comm::ActiveObjectEvent& event) noexcept {
+    try {
+        event.execute();
+    } catch (const std::exception& error) {
+        tracing::logCV(channel, 4, "an event ended with an exception: %s", error.what());
+    } catch (...) {
+        tracing::logC(channel, 4, "an event ended with an unknown exception");
+    }
+}
+
+constexpr std::uint64_t wakeTag = ~std::uint64_t{0};
+
+std::uint64_t tagOf(int fd, std::uint32_t serial) noexcept {
+    return static_cast<std::uint64_t>(serial) << 32U | static_cast<std::uint32_t>(fd);
+}
+
+}  // namespace
+
+Timer::Timer(Loop& loop, std::function<void()> onDue) : loop_{loop}, onDue_{std::move(onDue)} {
+    loop_.timers_.push_back(this);
+}
+
+Timer::~Timer() {
+    std::erase(loop_.timers_, this);
+}
+
+Loop::Loop()
+    : epoll_{::epoll_create1(EPOLL_CLOEXEC)},
+      wake_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)},
+      receiveBuffer_{std::make_unique_for_overwrite<std::uint8_t[]>(receiveBufferSize)} {
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLET;
+    event.data.u64 = wakeTag;
+    if (!epoll_ || !wake_ || ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event) != 0) {
+        std::GlobalErrorHandler::doAbort("loop", "Loop", "no file descriptor is free for a worker's event loop");
+    }
+}
+
+Loop::~Loop() = default;
+
+Loop* Loop::current() noexcept {
+    return currentLoop;
+}
+
+void Loop::enque(util::SharedPtr<comm::ActiveObjectEvent> event) {
+    if (!event) return;
+    bool wake = false;
+    {
+        const std::lock_guard lock{mutex_};
+        queue_.push_back(std::move(event));
+        wake = std::exchange(sleeping_, false);
+    }
+    if (wake) {
+        const std::uint64_t one = 1;
+        // Cannot fail but for a counter that is full, which is an edge all the same.
+        [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+    }
+}
+
+std::size_t Loop::pending() const {
+    const std::lock_guard lock{mutex_};
+    return queue_.size();
+}
+
+void Loop::stop() {
+    {
+        const std::lock_guard lock{mutex_};
+        stopping_ = true;
+        sleeping_ = false;
+    }
+    const std::uint64_t one = 1;
+    [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+}
+
+void Loop::run() {
+    Loop* const outer = std::exchange(currentLoop, this);
+    for (;;) {
+        runBatch();
+        {
+            const std::lock_guard lock{mutex_};
+            if (stopping_ && queue_.empty()) break;
+        }
+        pollOnce(true);
+    }
+    currentLoop = outer;
+}
+
+std::size_t Loop::runPending() {
+    Loop* const outer = std::exchange(currentLoop, this);
+    std::size_t count = 0;
+    for (std::size_t busy = 1; busy > 0;) {
+        const std::size_t events = runBatch();
+        busy = events + pollOnce(false);
+        count += events;
+    }
+    currentLoop = outer;
+    return count;
+}
+
+std::size_t Loop::runBatch() {
+    {
+        const std::lock_guard lock{mutex_};
+        batch_.swap(queue_);
+    }
+    const std::size_t count = batch_.size();
+    for (auto& event : batch_) {
+        execute(*event);
+        event.reset();  // an event's captures end with it, not with the batch
+    }
+    batch_.clear();
+    if (count > 0) flushAll();
+    return count;
+}
+
+std::size_t Loop::pollOnce(bool mayWait) {
+    int timeout = 0;
+    if (mayWait) {
+        timeout = timeoutMilliseconds();
+        const std::lock_guard lock{mutex_};
+        if (queue_.empty() && !stopping_) {
+            sleeping_ = true;
+        } else {
+            timeout = 0;
+        }
+    }
+    std::array<epoll_event, 64> events;
+    const int count = ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), timeout);
+    if (mayWait) {
+        const std::lock_guard lock{mutex_};
+        sleeping_ = false;
+    }
+    std::size_t served = 0;
+    for (int i = 0; i < count; ++i) {
+        const auto& event = events[static_cast<std::size_t>(i)];
+        if (event.data.u64 == wakeTag) continue;
+        const auto fd = static_cast<std::size_t>(static_cast<std::uint32_t>(event.data.u64));
+        const auto serial = static_cast<std::uint32_t>(event.data.u64 >> 32U);
+        if (fd >= registrations_.size() || registrations_[fd].serial != serial) continue;
+        registrations_[fd].pollable->onReady(event.events);
+        ++served;
+    }
+    fireTimers();
+    flushAll();
+    removed_.clear();
+    return served;
+}
+
+int Loop::timeoutMilliseconds() const {
+    auto due = Clock::time_point::max();
+    for (const Timer* timer : timers_) due = std::min(due, timer->due_);
+    if (due == Clock::time_point::max()) return -1;
+    const auto now = Clock::now();
+    if (due <= now) return 0;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - now).count();
+    return static_cast<int>(std::min<decltype(left)>(left, 60'000));
+}
+
+void Loop::fireTimers() {
+    if (std::none_of(timers_.begin(), timers_.end(), [](const Timer* timer) { return timer->isArmed(); })) return;
+    const auto now = Clock::now();
+    // A callback may create and destroy timers, this one included: after each call the walk begins again.
+    for (bool fired = true; fired;) {
+        fired = false;
+        for (Timer* timer : timers_) {
+            if (timer->due_ > now) continue;
+            timer->disarm();
+            const auto onDue = timer->onDue_;
+            onDue();
+            fired = true;
+            break;
+        }
+    }
+}
+
+void Loop::flushLater(std::shared_ptr<Flushable> flushable) {
+    if (!dirty_.empty() && dirty_.back() == flushable) return;
+    if (std::find(dirty_.begin(), dirty_.end(), flushable) != dirty_.end()) return;
+    dirty_.push_back(std::move(flushable));
+}
+
+void Loop::flushAll() {
+    while (!dirty_.empty()) {
+        flushing_.swap(dirty_);
+        for (auto& flushable : flushing_) flushable->flush();
+        flushing_.clear();
+    }
+}
+
+std::uint32_t Loop::add(int fd, std::uint32_t events, std::shared_ptr<Pollable> pollable) {
+    const auto index = static_cast<std::size_t>(fd);
+    if (index >= registrations_.size()) registrations_.resize(index + 1);
+    const std::uint32_t serial = nextSerial_;
+    if (++nextSerial_ == 0) nextSerial_ = 1;
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = tagOf(fd, serial);
+    if (::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, fd, &event) != 0) return 0;
+    registrations_[index] = {std::move(pollable), serial};
+    return serial;
+}
+
+void Loop::modify(int fd, std::uint32_t registration, std::uint32_t events) noexcept {
+    epoll_event event{};
+    event.events = events;
+    event.data.u64 = tagOf(fd, registration);
+    ::epoll_ctl(epoll_.get(), EPOLL_CTL_MOD, fd, &event);
+}
+
+void Loop::remove(int fd) {
+    const auto index = static_cast<std::size_t>(fd);
+    if (index >= registrations_.size() || !registrations_[index].pollable) return;
+    ::epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);
+    removed_.push_back(std::move(registrations_[index].pollable));
+    registrations_[index] = {};
+}
+
+}  // namespace kelo::net

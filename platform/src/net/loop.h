@@ -1,0 +1,134 @@
+// The event loop that a worker sleeps in: a queue of events, readable sockets, timers, and one gathered send a drain.
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <span>
+#include <vector>
+
+#include "comm/active_object.h"
+#include "kelo/func_call_event.h"
+#include "net/descriptor.h"
+
+namespace kelo::net {
+
+using Clock = std::chrono::steady_clock;
+
+// Something with a file descriptor. Kept alive by the loop while it is registered.
+class Pollable {
+public:
+    virtual ~Pollable() = default;
+    // Thread: the loop's. `events`: what epoll reported.
+    virtual void onReady(std::uint32_t events) = 0;
+};
+
+// Something that has collected output and wants to write it once the current drain is over.
+class Flushable {
+public:
+    virtual ~Flushable() = default;
+    // Thread: that of the loop which drained.
+    virtual void flush() = 0;
+};
+
+class Loop;
+
+// Fires once, at or after its time: a time stamp that the loop looks at before it sleeps, so that arming and disarming cost a
+// store. Thread: the loop's, construction and destruction included.
+class Timer {
+public:
+    Timer(Loop& loop, std::function<void()> onDue);
+    ~Timer();
+    Timer(const Timer&) = delete;
+    Timer& operator=(const Timer&) = delete;
+
+    void arm(Clock::time_point due) noexcept { due_ = due; }
+    void disarm() noexcept { due_ = Clock::time_point::max(); }
+    bool isArmed() const noexcept { return due_ != Clock::time_point::max(); }
+    Clock::time_point due() const noexcept { return due_; }
+
+private:
+    friend class Loop;
+    Loop& loop_;
+    std::function<void()> onDue_;
+    Clock::time_point due_ = Clock::time_point::max();
+};
+
+// A resource. Thread: any for `enque`, `pending`, `stop` and `isCurrentThread`; everything else on the thread that runs the loop.
+class Loop {
+public:
+    Loop();
+    ~Loop();
+    Loop(const Loop&) = delete;
+    Loop& operator=(const Loop&) = delete;
+
+    // Queues an event; wakes the loop only if it sleeps.
+    void enque(util::SharedPtr<comm::ActiveObjectEvent> event);
+    // The same for a callable.
+    template <class F>
+    void post(F&& function) {
+        enque(std::make_shared<FuncCallEvent<std::decay_t<F>>>(std::forward<F>(function)));
+    }
+    std::size_t pending() const;
+
+    // Serves events, sockets and timers until `stop`, then what is still queued.
+    void run();
+    void stop();
+    // Serves what is queued and ready now, without waiting, until nothing is; the number of events run.
+    std::size_t runPending();
+
+    bool isCurrentThread() const noexcept { return current() == this; }
+    // The loop that the calling thread is running; null on any other thread.
+    static Loop* current() noexcept;
+
+    // Registers a descriptor until `remove`; the registration's number, or 0 when the system has no room for it.
+    std::uint32_t add(int fd, std::uint32_t events, std::shared_ptr<Pollable> pollable);
+    void remove(int fd);
+    // Changes what is waited for. Thread: any, as long as the registration stands.
+    void modify(int fd, std::uint32_t registration, std::uint32_t events) noexcept;
+
+    // Has `flushable` written to once this drain is over. Asking again before that does nothing.
+    void flushLater(std::shared_ptr<Flushable> flushable);
+
+    // Room for one large receive, shared by all sockets of the loop.
+    std::span<std::uint8_t> receiveBuffer() noexcept { return {receiveBuffer_.get(), receiveBufferSize}; }
+
+    static constexpr std::size_t receiveBufferSize = 64U * 1024U;
+
+private:
+    friend class Timer;
+    struct Registration {
+        std::shared_ptr<Pollable> pollable;
+        std::uint32_t serial = 0;
+    };
+
+    std::size_t runBatch();
+    std::size_t pollOnce(bool mayWait);
+    void fireTimers();
+    void flushAll();
+    int timeoutMilliseconds() const;
+
+    Descriptor epoll_;
+    Descriptor wake_;
+    std::unique_ptr<std::uint8_t[]> receiveBuffer_;
+
+    mutable std::mutex mutex_;
+    std::vector<util::SharedPtr<comm::ActiveObjectEvent>> queue_;
+    bool sleeping_ = false;
+    bool stopping_ = false;
+
+    // Of the loop's thread alone:
+    std::vector<util::SharedPtr<comm::ActiveObjectEvent>> batch_;
+    std::vector<Registration> registrations_;  // by descriptor
+    std::vector<std::shared_ptr<Pollable>> removed_;
+    std::vector<std::shared_ptr<Flushable>> dirty_;
+    std::vector<std::shared_ptr<Flushable>> flushing_;
+    std::vector<Timer*> timers_;
+    std::uint32_t nextSerial_ = 1;
+};
+
+}  // namespace kelo::net

@@ -1,0 +1,317 @@
+#include "net/server_connection.h"
+
+#include <exception>
+#include <utility>
+
+#include "tracing/channel.h"
+
+// Each request that a client sends is open from its frame until its responder ends it or is destroyed. The table of open requests
+// is the one truth about whether an answer may still be written: a responder is no more than the connection and an id, so that it
+// can be owned, moved and destroyed anywhere, and one that speaks of a request that is over is not heard.
+//
+// A cancelled request stays in the table, counted against the client's limits, until its responder is destroyed: a client that
+// cancels faster than the bridge can give up its work gains nothing.
+//
+// A stream's values are states, of which only the newest matters. While a peer is slow, a new value replaces the one that waits
+// for it, so that a peer that never reads costs one value a stream, and one that resumes gets what is true now. One-shot and
+// terminal answers always go out.
+//
+// `cancelRequest` is called by the thread that reads, which is also the one that called `actionRequest`, so a handle is known by
+// then; never with the lock held.
+
+namespace kelo::net {
+namespace {
+
+const tracing::Channel channel{"KELO_RUNTIME"};
+
+constexpr std::string_view platformRoot = "/$platform/";
+
+class Responder final : public IResponder {
+public:
+    Responder(std::shared_ptr<ServerConnection> connection, std::uint64_t id) : connection_{std::move(connection)}, id_{id} {}
+    Responder(const Responder&) = delete;
+    Responder& operator=(const Responder&) = delete;
+    ~Responder() override { connection_->abandon(id_); }
+
+    bool next(const Response& response) override { return connection_->next(id_, response); }
+    void error(const Response& response) override { connection_->terminate(id_, wire::FrameType::error, &response); }
+    void completed() override { connection_->terminate(id_, wire::FrameType::completed, nullptr); }
+
+private:
+    const std::shared_ptr<ServerConnection> connection_;
+    const std::uint64_t id_;
+};
+
+}  // namespace
+
+ServerConnection::ServerConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
+                                   std::shared_ptr<const Service> service)
+    : FrameStream{std::move(socket), std::move(peer), limits, counters}, service_{std::move(service)} {
+    ++counters_.connectionsAccepted;
+    ++counters_.connectionsOpen;
+}
+
+void ServerConnection::expectHello() {
+    helloTimer_.emplace(loop(), [this] {
+        ++counters_.peersRefused;
+        close("no hello in time");
+    });
+    helloTimer_->arm(Clock::now() + limits_.handshake);
+}
+
+std::size_t ServerConnection::openRequests() const {
+    const std::lock_guard lock{mutex_};
+    return requests_.size();
+}
+
+const char* ServerConnection::handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) {
+    if (header.type == wire::FrameType::hello) return handleHello(body);
+    if (!ready_) return "a request before the hello";
+    switch (header.type) {
+        case wire::FrameType::request:
+            return handleRequest(header, body);
+        case wire::FrameType::cancel:
+            if (const char* wrong = wire::readBare(body)) return wrong;
+            handleCancel(header.requestId);
+            return nullptr;
+        default:
+            return "a consumer answers nothing";
+    }
+}
+
+const char* ServerConnection::handleHello(std::span<const std::uint8_t> body) {
+    if (ready_) return "a second hello";
+    wire::Hello hello;
+    if (const char* wrong = wire::readHello(body, hello)) return wrong;
+    if (hello.version != wire::protocolVersion) return "another version of the protocol";
+    if (hello.servicePath != service_->path) return "a hello to another service";
+    helloTimer_.reset();
+    peerClientId_ = hello.application.empty() ? "unnamed" : hello.application;
+    {
+        const std::lock_guard lock{mutex_};
+        peer_.application = hello.application;
+        ready_ = true;
+        wire::appendHello(outLocked(), {wire::protocolVersion, service_->application, {}, service_->mimeTypes});
+    }
+    commit();
+    return nullptr;
+}
+
+const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std::span<const std::uint8_t> body) {
+    if (const char* wrong = wire::readRequest(body, peerClientId_, request_)) return wrong;
+    request_.setOneShot((header.flags & wire::flagOneShot) != 0);
+    const std::uint64_t id = header.requestId;
+    bool refused = false;
+    {
+        const std::lock_guard lock{mutex_};
+        if (request_.isOneShot() ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams) {
+            if (requests_.contains(id)) return "a request id used twice";
+            refused = true;
+            ++counters_.requestsRefused;
+            wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
+                                 Response::createErrorResponse(503, service_->path + ": too many requests in flight"));
+        } else {
+            Open* open = nullptr;
+            if (spare_.empty()) {
+                const auto [place, added] = requests_.try_emplace(id);
+                if (!added) return "a request id used twice";
+                open = &place->second;
+            } else {
+                auto node = std::move(spare_.back());
+                spare_.pop_back();
+                node.key() = id;
+                const auto inserted = requests_.insert(std::move(node));
+                if (!inserted.inserted) return "a request id used twice";
+                open = &inserted.position->second;
+            }
+            open->oneShot = request_.isOneShot();
+            ++(open->oneShot ? oneShots_ : streams_);
+            ++counters_.requestsAccepted;
+        }
+    }
+    if (refused) {
+        commit();
+    } else {
+        dispatch(id);
+    }
+    return nullptr;
+}
+
+void ServerConnection::dispatch(std::uint64_t id) {
+    auto responder = std::make_unique<Responder>(std::static_pointer_cast<ServerConnection>(shared_from_this()), id);
+    if (request_.path().starts_with(platformRoot)) {
+        service_->platform(request_, *responder);
+        return;
+    }
+    IResourceHandler* const handler = service_->handlers->find(request_.path());
+    if (handler == nullptr) {
+        responder->error(
+            Response::createErrorResponse(404, service_->path + " has no resource for the path '" + request_.path() + "'"));
+        return;
+    }
+    void* handle = nullptr;
+    try {
+        handle = handler->actionRequest(request_, std::move(responder), request_.clientId());
+    } catch (const std::exception& error) {
+        tracing::logCV(channel, 4, "%s: request '%s' '%s' ended with an exception: %s", service_->path.c_str(),
+                       request_.command().c_str(), request_.path().c_str(), error.what());
+    } catch (...) {
+        tracing::logCV(channel, 4, "%s: request '%s' '%s' ended with an unknown exception", service_->path.c_str(),
+                       request_.command().c_str(), request_.path().c_str());
+    }
+    const std::lock_guard lock{mutex_};
+    const auto request = requests_.find(id);
+    if (request == requests_.end()) return;
+    request->second.handler = handler;
+    request->second.handle = handle;
+}
+
+void ServerConnection::handleCancel(std::uint64_t id) {
+    IResourceHandler* handler = nullptr;
+    void* handle = nullptr;
+    {
+        const std::lock_guard lock{mutex_};
+        Open* const open = answerableLocked(id);
+        if (open == nullptr) {
+            ++counters_.lateFrames;
+            return;
+        }
+        open->cancelled = true;
+        open->waiting = false;
+        open->latest = {};
+        handler = open->handler;
+        handle = open->handle;
+    }
+    ++counters_.cancelled;
+    if (handle != nullptr) handler->cancelRequest(handle);
+}
+
+bool ServerConnection::next(std::uint64_t id, const Response& response) {
+    bool last = false;
+    {
+        const std::lock_guard lock{mutex_};
+        Open* const open = answerableLocked(id);
+        if (open == nullptr) return true;
+        last = open->oneShot;
+        if (!last && isSlowLocked()) {
+            open->latest.clear();
+            if (appendAnswerLocked(open->latest, wire::FrameType::next, 0, id, response)) {
+                if (std::exchange(open->waiting, true)) {
+                    ++counters_.valuesConflated;
+                } else {
+                    waiting_.push_back(id);
+                }
+                return false;
+            }
+            outLocked().insert(outLocked().end(), open->latest.begin(), open->latest.end());  // the error in its stead
+            last = true;
+        } else {
+            open->waiting = false;  // what waited is older than this
+            last =
+                !appendAnswerLocked(outLocked(), wire::FrameType::next, last ? wire::flagEnd : std::uint8_t{0}, id, response) ||
+                last;
+        }
+        if (last) eraseLocked(requests_.find(id));
+    }
+    commit();
+    return last;
+}
+
+void ServerConnection::terminate(std::uint64_t id, wire::FrameType type, const Response* response) {
+    {
+        const std::lock_guard lock{mutex_};
+        Open* const open = answerableLocked(id);
+        if (open == nullptr) return;
+        auto& out = outLocked();
+        if (open->waiting) out.insert(out.end(), open->latest.begin(), open->latest.end());
+        if (response != nullptr) {
+            appendAnswerLocked(out, type, 0, id, *response);
+        } else {
+            wire::appendBare(out, type, id);
+        }
+        eraseLocked(requests_.find(id));
+    }
+    commit();
+}
+
+void ServerConnection::abandon(std::uint64_t id) {
+    {
+        const std::lock_guard lock{mutex_};
+        const auto request = requests_.find(id);
+        if (request == requests_.end()) return;
+        const bool silent = request->second.cancelled || isClosedLocked();
+        if (!silent) {
+            ++counters_.answeredByNobody;
+            wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
+                                 Response::createErrorResponse(503, service_->path + ": no answer"));
+        }
+        eraseLocked(request);
+        if (silent) return;
+    }
+    commit();
+}
+
+// The request, if answers to it are still wanted.
+ServerConnection::Open* ServerConnection::answerableLocked(std::uint64_t id) {
+    const auto request = requests_.find(id);
+    if (request == requests_.end() || request->second.cancelled || isClosedLocked()) return nullptr;
+    return &request->second;
+}
+
+// Appends a frame with the answer; one that is too large for a frame is replaced by an error, which ends the request (false).
+bool ServerConnection::appendAnswerLocked(std::vector<std::uint8_t>& out, wire::FrameType type, std::uint8_t flags,
+                                          std::uint64_t id, const Response& response) {
+    const std::size_t before = out.size();
+    wire::appendResponse(out, type, flags, id, response);
+    const std::size_t size = out.size() - before - wire::headerSize;
+    if (size <= limits_.frameBytes) return true;
+    out.resize(before);
+    tracing::logCV(channel, 4, "%s: an answer of %zu bytes to %s is larger than a frame may be", service_->path.c_str(), size,
+                   peer_.toString().c_str());
+    wire::appendResponse(
+        out, wire::FrameType::error, 0, id,
+        Response::createErrorResponse(500, service_->path + ": the answer of " + std::to_string(size) +
+                                               " bytes is larger than a frame may be; ask for less with limit or fields"));
+    return false;
+}
+
+void ServerConnection::eraseLocked(Requests::iterator request) {
+    --(request->second.oneShot ? oneShots_ : streams_);
+    auto node = requests_.extract(request);
+    if (spare_.size() < 64) {
+        node.mapped() = Open{};
+        spare_.push_back(std::move(node));
+    }
+}
+
+void ServerConnection::handleDrainedLocked() {
+    std::size_t written = 0;
+    for (; written < waiting_.size() && !isSlowLocked(); ++written) {
+        const auto request = requests_.find(waiting_[written]);
+        if (request == requests_.end() || !request->second.waiting) continue;
+        Open& open = request->second;
+        open.waiting = false;
+        outLocked().insert(outLocked().end(), open.latest.begin(), open.latest.end());
+        open.latest = {};
+    }
+    waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(written));
+}
+
+void ServerConnection::handleClosed(const char* /*why*/) {
+    helloTimer_.reset();
+    --counters_.connectionsOpen;
+    std::vector<std::pair<IResourceHandler*, void*>> open;
+    {
+        const std::lock_guard lock{mutex_};
+        for (auto& [id, request] : requests_) {
+            if (!request.cancelled && request.handle != nullptr) open.emplace_back(request.handler, request.handle);
+            request.cancelled = true;
+            request.latest = {};
+        }
+    }
+    counters_.cancelled += open.size();
+    for (const auto& [handler, handle] : open) handler->cancelRequest(handle);
+    service_->closed(*this);
+}
+
+}  // namespace kelo::net

@@ -1,0 +1,86 @@
+// The provider's end of a connection: requests in, their responders out.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "kelo/composed_service.h"
+#include "kelo/resource_handler.h"
+#include "net/frame_stream.h"
+
+namespace kelo::net {
+
+// Thread: any for answering; requests are handled on the loop that reads.
+class ServerConnection final : public FrameStream {
+public:
+    // What the connection serves, and whom it tells; outlives the connection.
+    struct Service {
+        std::string path;
+        std::string application;
+        std::string mimeTypes;  // in order of preference, divided by commas
+        SimpleComposedKeloService* handlers = nullptr;
+        // Answers what the runtime itself serves below "/$platform". Thread: the loop that reads.
+        std::function<void(const Request&, IResponder&)> platform;
+        // Thread: the loop that reads.
+        std::function<void(ServerConnection&)> closed;
+    };
+
+    ServerConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
+                     std::shared_ptr<const Service> service);
+
+    // Begins to wait for the hello. After `start`, on the loop's thread.
+    void expectHello();
+
+    std::size_t openRequests() const;
+
+    // Answers request `id`; for its responder. `next` is true when nothing further is wanted.
+    bool next(std::uint64_t id, const Response& response);
+    void terminate(std::uint64_t id, wire::FrameType type, const Response* response);
+    // The responder of request `id` is gone; unless it was answered, the client hears so.
+    void abandon(std::uint64_t id);
+
+private:
+    // A request that has a responder, or whose last words have not been written.
+    struct Open {
+        IResourceHandler* handler = nullptr;
+        void* handle = nullptr;
+        bool oneShot = false;
+        bool cancelled = false;
+        bool waiting = false;              // `latest` holds a value that the peer was too slow for
+        std::vector<std::uint8_t> latest;  // a whole frame
+    };
+    using Requests = std::unordered_map<std::uint64_t, Open>;
+
+    const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
+    void handleClosed(const char* why) override;
+    void handleDrainedLocked() override;
+    const char* handleHello(std::span<const std::uint8_t> body);
+    const char* handleRequest(const wire::FrameHeader& header, std::span<const std::uint8_t> body);
+    void handleCancel(std::uint64_t id);
+    void dispatch(std::uint64_t id);
+
+    Open* answerableLocked(std::uint64_t id);
+    bool appendAnswerLocked(std::vector<std::uint8_t>& out, wire::FrameType type, std::uint8_t flags, std::uint64_t id,
+                            const Response& response);
+    void eraseLocked(Requests::iterator request);
+
+    const std::shared_ptr<const Service> service_;
+    std::string peerClientId_;  // the trace id of a peer whose requests name none
+    Request request_;           // of the loop's thread alone; reused, its payload borrows from the frame
+    std::optional<Timer> helloTimer_;
+
+    // Guarded by mutex_:
+    Requests requests_;
+    std::vector<Requests::node_type> spare_;  // map nodes of requests that are over, for the next ones
+    std::vector<std::uint64_t> waiting_;      // requests with a value to write when there is room, oldest first
+    std::uint32_t oneShots_ = 0;
+    std::uint32_t streams_ = 0;
+    bool ready_ = false;
+};
+
+}  // namespace kelo::net

@@ -1,0 +1,22 @@
+// What the parts of one runtime share.
+#pragma once
+
+#include <string>
+
+#include "kelo/limits.h"
+#include "net/loop.h"
+#include "runtime/counters.h"
+
+namespace kelo::runtime {
+
+// Outlives every part. Thread: constant after construction but for the counters and the loop, which look after themselves.
+struct Context {
+    net::Loop& loop;  // the runtime's own: trackers, publications and everything in the directory belong to its thread
+    std::string directory;
+    std::string applicationName;
+    std::string mimeTypes;  // this process's, in order of preference, divided by commas
+    Limits limits;
+    Counters& counters;
+};
+
+}  // namespace kelo::runtime

@@ -1,0 +1,35 @@
+// Reports what happens in the domain's directory.
+#pragma once
+
+#include <functional>
+#include <string>
+#include <string_view>
+
+#include "net/descriptor.h"
+#include "net/loop.h"
+
+namespace kelo::runtime {
+
+// Thread: the runtime's loop.
+class DirectoryWatch final : public net::Pollable, public std::enable_shared_from_this<DirectoryWatch> {
+public:
+    struct Events {
+        std::function<void(std::string_view fileName)> changed;  // a file came, went or was replaced
+        std::function<void()> uncertain;                         // reports were lost: everything may have changed
+        std::function<void()> gone;                              // the directory itself went; nothing more is reported
+    };
+
+    DirectoryWatch(net::Loop& loop, Events events) : loop_{loop}, events_{std::move(events)} {}
+
+    // Begins, or begins anew, to watch. False with the reason in errno.
+    bool watch(const std::string& directory);
+    void stop();
+    void onReady(std::uint32_t events) override;
+
+private:
+    net::Loop& loop_;
+    Events events_;
+    net::Descriptor inotify_;
+};
+
+}  // namespace kelo::runtime

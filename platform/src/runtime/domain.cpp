@@ -1,0 +1,142 @@
+#include "runtime/domain.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+
+#include "kelo/uuid.h"
+
+// The directory is the registry: there is no daemon. Whoever may write to it decides what a service path leads to, so it is made
+// for its owner alone and refused in any state in which somebody else could have put a socket into it. The checks are made on the
+// open directory, not on its name, so that nothing can be swapped in between.
+
+namespace kelo::runtime {
+namespace {
+
+constexpr std::string_view socketSuffix = ".sock";
+
+std::string environment(const char* name) {
+    const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets the environment
+    return value == nullptr ? std::string{} : std::string{value};
+}
+
+std::string baseDirectory() {
+    if (auto directory = environment("KELO_RUNTIME_DIR"); !directory.empty()) return directory;
+    if (auto directory = environment("XDG_RUNTIME_DIR"); !directory.empty()) return directory + "/kelo";
+    if (::access("/run/kelo", W_OK | X_OK) == 0) return "/run/kelo";
+    auto temporary = environment("TMPDIR");
+    if (temporary.empty()) temporary = "/tmp";
+    return temporary + "/kelo-" + std::to_string(::geteuid());
+}
+
+bool makeWithParents(const std::string& directory) {
+    for (std::size_t at = directory.find('/', 1);; at = directory.find('/', at + 1)) {
+        const std::string part = directory.substr(0, at);
+        if (::mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) {
+            // A parent may be one that we cannot make but that is there all the same.
+            if (at == std::string::npos || ::access(part.c_str(), F_OK) != 0) return false;
+        }
+        if (at == std::string::npos) return true;
+    }
+}
+
+std::string describe(const char* what) {
+    return std::string{what} + ": " + std::strerror(errno);
+}  // NOLINT(concurrency-mt-unsafe)
+
+// Why somebody else could put a file into the directory or take one away; empty when nobody can.
+std::string whatIsUnsafe(int directory, const std::string& name) {
+    struct stat status {};
+    if (::fstat(directory, &status) != 0) return describe(("cannot look at " + name).c_str());
+    if (status.st_uid != ::geteuid() && status.st_uid != 0) {
+        return name + " belongs to uid " + std::to_string(status.st_uid) + ", not to uid " + std::to_string(::geteuid()) +
+               " or root";
+    }
+    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (status.st_mode & S_ISVTX) == 0) {
+        return name + " may be written to by others and has no sticky bit";
+    }
+    return {};
+}
+
+bool isPlain(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
+}
+
+int hexDigit(char c) {
+    if (c >= '0' && c <= '9') return c - '0';
+    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
+    return -1;
+}
+
+}  // namespace
+
+std::string domainDirectory(const RuntimeOptions& options) {
+    if (!options.directory.empty()) return options.directory;
+    return baseDirectory() + "/" + options.domain;
+}
+
+net::Descriptor openDomain(const std::string& directory, bool create, std::string& wrong) {
+    if (create && !makeWithParents(directory)) {
+        wrong = describe(("cannot make the runtime directory " + directory).c_str());
+        return {};
+    }
+    net::Descriptor opened{::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
+    if (!opened) {
+        struct stat link {};
+        if (::lstat(directory.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
+            wrong = "runtime directory " + directory + " is a symbolic link";
+        } else {
+            wrong = describe(("cannot open the runtime directory " + directory).c_str());
+        }
+        return {};
+    }
+    // Whoever may rename the directory may replace it, so the one above it is held to the same rules.
+    const net::Descriptor parent{::openat(opened.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+    wrong = whatIsUnsafe(opened.get(), "runtime directory " + directory);
+    if (wrong.empty() && parent) wrong = whatIsUnsafe(parent.get(), "the directory above runtime directory " + directory);
+    if (!wrong.empty()) return {};
+    return opened;
+}
+
+std::string socketName(const std::string& directory, std::string_view servicePath) {
+    constexpr char digits[] = "0123456789ABCDEF";
+    std::string name;
+    for (const char c : servicePath) {
+        if (isPlain(c)) {
+            name += c;
+        } else {
+            const auto byte = static_cast<unsigned char>(c);
+            name += {'%', digits[byte >> 4U], digits[byte & 15U]};
+        }
+    }
+    name += socketSuffix;
+    // The temporary name of a socket that is being published is longer by a dot, and a process id and number.
+    constexpr std::size_t room = sizeof(sockaddr_un::sun_path) - 1 - 24;
+    if (directory.size() + 1 + name.size() <= room) return name;
+    return "#" + kelo::uuid::createFromName(servicePath).toString().substr(0, 18) + std::string{socketSuffix};
+}
+
+std::string servicePathOf(std::string_view fileName) {
+    if (!fileName.ends_with(socketSuffix)) return {};
+    fileName.remove_suffix(socketSuffix.size());
+    std::string path;
+    for (std::size_t i = 0; i < fileName.size(); ++i) {
+        if (isPlain(fileName[i])) {
+            path += fileName[i];
+            continue;
+        }
+        if (fileName[i] != '%' || i + 2 >= fileName.size()) return {};
+        const int high = hexDigit(fileName[i + 1]);
+        const int low = hexDigit(fileName[i + 2]);
+        if (high < 0 || low < 0) return {};
+        path += static_cast<char>(high * 16 + low);
+        i += 2;
+    }
+    return path;
+}
+
+}  // namespace kelo::runtime

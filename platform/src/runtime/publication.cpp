@@ -1,0 +1,263 @@
+#include "runtime/publication.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/epoll.h>
+#include <sys/file.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <utility>
+
+#include "net/unix_socket.h"
+#include "runtime/domain.h"
+#include "tracing/channel.h"
+
+// Publishing takes three steps: lock, listen, show. The lock is a file beside the socket that is never unlinked, held with flock
+// for as long as the path is ours: the kernel gives it back when we die, however that happens, so a path has at most one owner
+// and never none for long. The socket listens under a temporary name first and is then renamed over whatever stands there: a
+// tracker that sees the name can connect at once, and a dead owner's socket is replaced without a moment in which the name is
+// missing. Binding in place would lose that race to nearly every tracker.
+//
+// A path that another process has is asked for again every few milliseconds; the lock file says who holds it.
+//
+// If the directory is emptied, or removed and made again, the name no longer leads to our socket. The runtime then has us look,
+// and we publish anew, lock included, since the old lock may have lost its name too.
+//
+// A process that has no descriptor left for a peer stops listening, rather than being woken for ever by a queue that it cannot
+// take from, and begins again when one of its connections has closed, or after a while.
+
+namespace kelo::runtime {
+namespace {
+
+const tracing::Channel channel{"KELO_RUNTIME"};
+
+constexpr std::chrono::milliseconds claimPause{20};
+constexpr std::chrono::milliseconds failurePause{200};
+constexpr std::chrono::milliseconds acceptPause{100};
+
+std::string errorText() {
+    return std::strerror(errno);
+}  // NOLINT(concurrency-mt-unsafe): the runtime's thread alone
+
+std::string readHolder(int lock) {
+    char text[128];
+    const auto size = ::pread(lock, text, sizeof text, 0);
+    if (size <= 0) return "another process";
+    std::string holder(text, static_cast<std::size_t>(size));
+    holder.resize(std::min(holder.find('\n'), holder.size()));
+    return holder;
+}
+
+}  // namespace
+
+class Publication::Listener final : public net::Pollable {
+public:
+    Listener(net::Descriptor socket, Publication& owner) : socket_{std::move(socket)}, owner_{owner} {}
+
+    int fd() const noexcept { return socket_.get(); }
+    void onReady(std::uint32_t /*events*/) override { owner_.accept(); }
+
+    bool listening = false;
+
+private:
+    const net::Descriptor socket_;
+    Publication& owner_;
+};
+
+Publication::Publication(Context& context, std::string servicePath, SimpleComposedKeloService& handlers,
+                         IKeloRuntime::IKeloServiceTracker* tracker, std::function<void(const Request&, IResponder&)> platform)
+    : context_{context},
+      fileName_{socketName(context.directory, servicePath)},
+      tracker_{tracker},
+      service_{std::make_shared<net::ServerConnection::Service>()},
+      retry_{context.loop, [this] { begin(); }},
+      acceptAgain_{context.loop, [this] { accept(); }} {
+    service_->path = std::move(servicePath);
+    service_->application = context.applicationName;
+    service_->mimeTypes = context.mimeTypes;
+    service_->handlers = &handlers;
+    service_->platform = std::move(platform);
+    service_->closed = [this](net::ServerConnection& connection) {
+        std::erase(connections_, &connection);
+        if (listener_ && !listener_->listening) acceptAgain_.arm(net::Clock::now());
+    };
+    info_.servicePath = service_->path;
+    info_.applicationName = context.applicationName;
+    info_.pid = ::getpid();
+    info_.uid = ::geteuid();
+    for (std::string_view rest = context.mimeTypes; !rest.empty();) {
+        const auto comma = rest.find(',');
+        info_.mimeTypes.emplace_back(rest.substr(0, comma));
+        rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
+    }
+}
+
+Publication::~Publication() = default;
+
+std::size_t Publication::openRequests() const {
+    std::size_t open = 0;
+    for (const auto* connection : connections_) open += connection->openRequests();
+    return open;
+}
+
+void Publication::begin() {
+    if (listener_) return;
+    if (!claim()) {
+        retryLater(claimPause);
+        return;
+    }
+    if (!bindAndShow()) {
+        retryLater(failurePause);
+        return;
+    }
+    lastComplaint_.clear();
+    ++info_.incarnation;
+    if (tracker_ != nullptr) tracker_->added(info_);
+}
+
+// Takes the lock, if it is free, and writes into it who we are.
+bool Publication::claim() {
+    const std::string path = context_.directory + "/" + fileName_ + ".lock";
+    struct stat named {};
+    if (lock_) {
+        struct stat held {};
+        if (::fstat(lock_.get(), &held) == 0 && ::stat(path.c_str(), &named) == 0 && held.st_ino == named.st_ino) return true;
+        lock_.reset();
+    }
+    net::Descriptor file{::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)};
+    if (!file) {
+        complain("cannot open the lock " + path + ": " + errorText());
+        return false;
+    }
+    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+        complain("is held by " + readHolder(file.get()) + "; waiting for it to end");
+        return false;
+    }
+    struct stat held {};
+    if (::fstat(file.get(), &held) != 0 || ::stat(path.c_str(), &named) != 0 || held.st_ino != named.st_ino) return false;
+    // For people and for waiting processes; a full disk does not matter.
+    const std::string holder = "pid " + std::to_string(::getpid()) + " (" + context_.applicationName + ")\n";
+    if (::ftruncate(file.get(), 0) == 0) {
+        [[maybe_unused]] const auto written = ::pwrite(file.get(), holder.data(), holder.size(), 0);
+    }
+    lock_ = std::move(file);
+    return true;
+}
+
+bool Publication::bindAndShow() {
+    static std::atomic<unsigned> number{0};
+    const std::string shown = context_.directory + "/" + fileName_;
+    // Not longer than what `socketName` left room for.
+    const std::string hidden =
+        context_.directory + "/." + fileName_ + "." + std::to_string(::getpid()) + "." + std::to_string(++number);
+    ::unlink(hidden.c_str());
+    net::Descriptor socket = net::listenAt(hidden);
+    if (!socket) {
+        complain("cannot listen at " + hidden + ": " + errorText());
+        ::unlink(hidden.c_str());
+        return false;
+    }
+    struct stat status {};
+    if (::chmod(hidden.c_str(), 0600) != 0 || ::stat(hidden.c_str(), &status) != 0 ||
+        ::rename(hidden.c_str(), shown.c_str()) != 0) {
+        complain("cannot show its socket as " + shown + ": " + errorText());
+        ::unlink(hidden.c_str());
+        return false;
+    }
+    shownInode_ = status.st_ino;
+    auto listener = std::make_shared<Listener>(std::move(socket), *this);
+    if (context_.loop.add(listener->fd(), EPOLLIN, listener) == 0) {
+        complain("has no room in the event loop: " + errorText());
+        ::unlink(shown.c_str());
+        return false;
+    }
+    listener->listening = true;
+    listener_ = std::move(listener);
+    return true;
+}
+
+bool Publication::isShown() const {
+    struct stat status {};
+    return ::stat((context_.directory + "/" + fileName_).c_str(), &status) == 0 && status.st_ino == shownInode_;
+}
+
+void Publication::look() {
+    if (!listener_ || isShown()) return;
+    tracing::logCV(channel, 3, "%s: its socket was taken from the runtime directory; publishing anew", service_->path.c_str());
+    withdraw();
+    if (tracker_ != nullptr) tracker_->removed();
+    begin();
+}
+
+void Publication::withdraw() {
+    if (!listener_) return;
+    if (listener_->listening) context_.loop.remove(listener_->fd());
+    listener_.reset();
+    acceptAgain_.disarm();
+}
+
+void Publication::end() {
+    retry_.disarm();
+    if (listener_ && lock_ && isShown()) ::unlink((context_.directory + "/" + fileName_).c_str());
+    withdraw();
+    lock_.reset();
+    while (!connections_.empty()) connections_.back()->close("service withdrawn");
+}
+
+void Publication::accept() {
+    if (!listener_) return;
+    const auto listener = listener_;
+    for (;;) {
+        net::Descriptor socket{::accept4(listener->fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
+        if (!socket) {
+            if (errno == EINTR || errno == ECONNABORTED) continue;
+            if (errno == EAGAIN) break;
+            ++context_.counters.acceptPauses;
+            complain("cannot accept a connection: " + errorText() + "; not listening until that has passed");
+            if (listener->listening) context_.loop.remove(listener->fd());
+            listener->listening = false;
+            acceptAgain_.arm(net::Clock::now() + acceptPause);
+            return;
+        }
+        net::Peer peer;
+        const bool known = net::readPeer(socket.get(), peer);
+        const bool trusted = known && (peer.uid == ::geteuid() || peer.uid == 0);
+        if (!trusted || context_.counters.connectionsOpen >= context_.limits.connections) {
+            static tracing::RateLimit limit{5};
+            std::uint64_t held = 0;
+            ++context_.counters.peersRefused;
+            if (limit.admit(held)) {
+                tracing::logCV(channel, 3, "%s: connection of %s (uid %u) refused: %s (%llu such lines held back)",
+                               service_->path.c_str(), peer.toString().c_str(), peer.uid,
+                               trusted ? "as many connections as the limit allows" : "neither our uid nor root",
+                               static_cast<unsigned long long>(held));
+            }
+            continue;
+        }
+        auto connection = std::make_shared<net::ServerConnection>(std::move(socket), std::move(peer), context_.limits,
+                                                                  context_.counters, service_);
+        connections_.push_back(connection.get());
+        if (connection->start(context_.loop)) {
+            connection->expectHello();
+        } else {
+            connection->close("no room in the event loop");
+        }
+    }
+    if (!listener->listening && context_.loop.add(listener->fd(), EPOLLIN, listener) != 0) listener->listening = true;
+}
+
+// Says what keeps the service from being published or reached, once for as long as it is the same.
+void Publication::complain(const std::string& text) {
+    if (text == lastComplaint_) return;
+    lastComplaint_ = text;
+    tracing::logCV(channel, 4, "%s: %s", service_->path.c_str(), text.c_str());
+}
+
+}  // namespace kelo::runtime

@@ -1,0 +1,64 @@
+// One service that this process publishes: its claim to the path, its listening socket, its connections.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kelo/runtime/kelo_runtime.h"
+#include "net/server_connection.h"
+#include "runtime/context.h"
+
+namespace kelo::runtime {
+
+// A resource. Thread: the runtime's loop.
+class Publication final : public std::enable_shared_from_this<Publication> {
+public:
+    // `platform`: answers requests below "/$platform".
+    Publication(Context& context, std::string servicePath, SimpleComposedKeloService& handlers,
+                IKeloRuntime::IKeloServiceTracker* tracker, std::function<void(const Request&, IResponder&)> platform);
+    ~Publication();
+    Publication(const Publication&) = delete;
+    Publication& operator=(const Publication&) = delete;
+
+    const std::string& servicePath() const noexcept { return service_->path; }
+    const std::string& fileName() const noexcept { return fileName_; }
+    bool isPublished() const noexcept { return listener_ != nullptr; }
+    std::size_t connections() const noexcept { return connections_.size(); }
+    std::size_t openRequests() const;
+
+    // Claims the path and publishes; goes on trying for as long as that fails.
+    void begin();
+    // The directory has changed: publishes anew if the socket's name no longer leads to it.
+    void look();
+    // Takes the socket away, gives the path up and ends the connections, without a word to the tracker.
+    void end();
+
+private:
+    class Listener;
+
+    bool claim();
+    bool bindAndShow();
+    bool isShown() const;
+    void withdraw();
+    void accept();
+    void retryLater(std::chrono::milliseconds pause) { retry_.arm(net::Clock::now() + pause); }
+    void complain(const std::string& text);
+
+    Context& context_;
+    const std::string fileName_;
+    IKeloRuntime::IKeloServiceTracker* const tracker_;
+    std::shared_ptr<net::ServerConnection::Service> service_;
+    net::Descriptor lock_;
+    std::shared_ptr<Listener> listener_;
+    std::uint64_t shownInode_ = 0;
+    std::vector<net::ServerConnection*> connections_;
+    KeloServiceTrackerInfo info_;
+    std::string lastComplaint_;
+    net::Timer retry_;
+    net::Timer acceptAgain_;
+};
+
+}  // namespace kelo::runtime

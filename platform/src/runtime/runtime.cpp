@@ -1,0 +1,403 @@
+#include <dirent.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <utility>
+
+#include "comm/active_object.h"
+#include "kelo/errors.h"
+#include "kelo/runtime/kelo_runtime.h"
+#include "kelo/serializer/factory.h"
+#include "kelo/std/global_error_handler.h"
+#include "runtime/context.h"
+#include "runtime/directory_watch.h"
+#include "runtime/domain.h"
+#include "runtime/publication.h"
+#include "runtime/service_watch.h"
+#include "runtime/status.h"
+#include "tracing/channel.h"
+
+// The runtime is one worker, and everything about the directory belongs to it: watches, publications, the sockets of clients.
+// What is called from other threads is carried over to that worker; calls that end something wait for it there, so that no
+// callback is still running when they return.
+//
+// Handles are numbers that never recur. Those of trackers and registrations share one space, because `trackService` and
+// `registerService` give the same kind of handle.
+//
+// A connection that a worker reads must leave that worker on the worker's own thread, and nobody may wait for a worker while
+// holding up the runtime's, on which that worker may be waiting in turn. Ending a resolver or the whole runtime therefore has two
+// steps: the runtime's thread says which connection has to come home from which reader, and the calling thread sees to it.
+
+namespace kelo::runtime {
+namespace {
+
+const tracing::Channel channel{"KELO_RUNTIME"};
+
+constexpr std::chrono::milliseconds directoryPause{100};
+
+std::string join(const std::vector<std::string>& items) {
+    std::string list;
+    for (const auto& item : items) list += (list.empty() ? "" : ",") + item;
+    return list;
+}
+
+// Runs `function` on the worker and waits for it; at once if the calling thread is the worker.
+template <class F>
+void runOn(comm::ActiveObject& worker, F function) {
+    if (worker.isCurrentThread()) {
+        function();
+        return;
+    }
+    std::promise<void> done;
+    worker.loop().post([&] {
+        function();
+        done.set_value();
+    });
+    done.get_future().wait();
+}
+
+class Runtime final : public IKeloRuntime {
+public:
+    explicit Runtime(RuntimeOptions options)
+        : options_{std::move(options)},
+          worker_{std::make_unique<comm::ActiveObject>("kelo.runtime")},
+          context_{worker_->loop(),          domainDirectory(options_), options_.applicationName,
+                   join(options_.mimeTypes), options_.limits,           counters_} {}
+
+    ~Runtime() override { stop(); }
+
+    bool start(int /*flags*/) override {
+        bool started = false;
+        std::string wrong;
+        runOn(*worker_, [&] { started = begin(wrong); });
+        if (!started) {
+            tracing::logC(channel, 4, wrong.c_str());
+            std::ErrorOutput{errors::Error, errors::readFailure, wrong};
+        }
+        return started;
+    }
+
+    void stop() override {
+        std::vector<ServiceWatch::Homecoming> homecomings;
+        runOn(*worker_, [&] {
+            if (std::exchange(stopped_, true)) return;
+            for (auto& [handle, publication] : publications_) publication->end();
+            publications_.clear();
+            for (auto& [path, watch] : watches_) homecomings.push_back(watch->abandon());
+            if (directoryWatch_) directoryWatch_->stop();
+            directoryWatch_.reset();
+            directoryRetry_.reset();
+        });
+        for (auto& [connection, reader] : homecomings) {
+            if (connection) runOn(reader == nullptr ? *worker_ : *reader, [&] { connection->close("runtime stopped"); });
+        }
+        runOn(*worker_, [&] { watches_.clear(); });
+    }
+
+    std::uint64_t trackService(std::string_view path, IKeloServiceTracker& tracker, int /*flags*/) override {
+        const std::uint64_t handle = nextHandle_++;
+        worker_->loop().post([this, handle, path = std::string{path}, &tracker] {
+            if (stopped_) return;
+            auto& watch = watches_[path];
+            if (!watch) watch = std::make_shared<ServiceWatch>(context_, path);
+            trackerPaths_[handle] = path;
+            watch->addTracker(handle, tracker);
+        });
+        return handle;
+    }
+
+    void untrackService(std::uint64_t trackerHandle) override {
+        ServiceWatch::Homecoming homecoming;
+        runOn(*worker_, [&] {
+            const auto path = trackerPaths_.find(trackerHandle);
+            if (path == trackerPaths_.end()) return;
+            const auto watch = watches_.find(path->second);
+            trackerPaths_.erase(path);
+            if (watch == watches_.end()) return;
+            watch->second->removeTracker(trackerHandle);
+            dropIfUnused(watch, homecoming);
+        });
+        bringHome(homecoming, true);
+    }
+
+    void releaseService(std::uint64_t /*trackerHandle*/) override {
+        // Nothing of an incarnation is held beyond its connection, which has ended by itself when its loss is reported.
+    }
+
+    std::uint64_t openResolver(const KeloServiceTrackerInfo& info, IKeloServiceResolver& resolver,
+                               comm::ActiveObject* reader) override {
+        std::uint64_t handle = UNDEFINED_RESOLVER_HANDLE;
+        runOn(*worker_, [&] {
+            const auto watch = watches_.find(info.servicePath);
+            if (stopped_ || watch == watches_.end()) return;
+            handle = nextHandle_++;
+            resolverPaths_[handle] = info.servicePath;
+            watch->second->addResolver(handle, resolver, reader);
+        });
+        return handle;
+    }
+
+    void closeResolver(std::uint64_t resolverHandle) override {
+        ServiceWatch::Homecoming homecoming;
+        bool unused = false;
+        runOn(*worker_, [&] {
+            const auto path = resolverPaths_.find(resolverHandle);
+            if (path == resolverPaths_.end()) return;
+            const auto watch = watches_.find(path->second);
+            resolverPaths_.erase(path);
+            if (watch == watches_.end()) return;
+            watch->second->removeResolver(resolverHandle, homecoming);
+            unused = watch->second->isUnused();
+            dropIfUnused(watch, homecoming);
+        });
+        bringHome(homecoming, unused);
+    }
+
+    std::uint64_t registerService(std::string_view path, SimpleComposedKeloService& service,
+                                  IKeloServiceTracker* tracker) override {
+        const std::uint64_t handle = nextHandle_++;
+        worker_->loop().post([this, handle, path = std::string{path}, &service, tracker] {
+            if (stopped_) return;
+            auto publication = std::make_shared<Publication>(
+                context_, path, service, tracker,
+                [this](const Request& request, IResponder& responder) { answerPlatform(request, responder); });
+            publications_.emplace(handle, publication);
+            if (started_) publication->begin();
+        });
+        return handle;
+    }
+
+    void unregisterService(std::uint64_t trackerHandle) override {
+        runOn(*worker_, [&] {
+            const auto publication = publications_.find(trackerHandle);
+            if (publication == publications_.end()) return;
+            const auto ended = publication->second;
+            publications_.erase(publication);
+            ended->end();
+        });
+    }
+
+private:
+    using Watches = std::map<std::string, std::shared_ptr<ServiceWatch>, std::less<>>;
+
+    bool begin(std::string& wrong) {
+        if (started_) return true;
+        bool transient = false;
+        if (!openAndWatch(wrong, transient) && !transient) return false;
+        started_ = true;
+        if (!directoryWatch_) {
+            retryDirectory(wrong);
+            return true;
+        }
+        lookAtAll();
+        return true;
+    }
+
+    // The directory, made if need be, and its watch. `transient`: it failed for want of something that may come back.
+    bool openAndWatch(std::string& wrong, bool& transient) {
+        errno = 0;
+        const net::Descriptor directory = openDomain(context_.directory, true, wrong);
+        if (directory) {
+            DirectoryWatch::Events events;
+            events.changed = [this](std::string_view name) { lookAt(name); };
+            events.uncertain = [this] { lookAtAll(); };
+            events.gone = [this] {
+                directoryWatch_.reset();
+                retryDirectory("the runtime directory " + context_.directory + " was removed");
+            };
+            auto watch = std::make_shared<DirectoryWatch>(context_.loop, std::move(events));
+            if (watch->watch(context_.directory)) {
+                directoryWatch_ = std::move(watch);
+                return true;
+            }
+            wrong = "cannot watch the runtime directory " + context_.directory + ": " +
+                    std::strerror(errno);  // NOLINT(concurrency-mt-unsafe)
+        }
+        const int error = errno;
+        transient = error == ENOSPC || error == EDQUOT || error == EROFS || error == EMFILE || error == ENFILE ||
+                    error == ENOMEM || error == ENOENT;
+        return false;
+    }
+
+    void retryDirectory(const std::string& why) {
+        tracing::logCV(channel, 4, "%s; making it again", why.c_str());
+        if (!directoryRetry_) directoryRetry_.emplace(context_.loop, [this] { tryDirectory(); });
+        directoryRetry_->arm(net::Clock::now());
+    }
+
+    void tryDirectory() {
+        std::string wrong;
+        bool transient = false;
+        if (openAndWatch(wrong, transient)) {
+            lastDirectoryFault_.clear();
+            lookAtAll();
+            return;
+        }
+        if (std::exchange(lastDirectoryFault_, wrong) != wrong) tracing::logCV(channel, 4, "%s; trying again", wrong.c_str());
+        directoryRetry_->arm(net::Clock::now() + directoryPause);
+    }
+
+    void lookAt(std::string_view fileName) {
+        for (const auto& watch : everyWatch()) {
+            if (watch->fileName() == fileName) watch->look();
+        }
+        for (const auto& publication : everyPublication()) {
+            if (fileName.starts_with(publication->fileName())) lookAtPublication(*publication);
+        }
+    }
+
+    void lookAtAll() {
+        for (const auto& watch : everyWatch()) watch->look();
+        for (const auto& publication : everyPublication()) lookAtPublication(*publication);
+    }
+
+    static void lookAtPublication(Publication& publication) {
+        if (publication.isPublished()) {
+            publication.look();
+        } else {
+            publication.begin();
+        }
+    }
+
+    // Copies, since callbacks may add and remove.
+    std::vector<std::shared_ptr<ServiceWatch>> everyWatch() const {
+        std::vector<std::shared_ptr<ServiceWatch>> all;
+        for (const auto& [path, watch] : watches_) all.push_back(watch);
+        return all;
+    }
+    std::vector<std::shared_ptr<Publication>> everyPublication() const {
+        std::vector<std::shared_ptr<Publication>> all;
+        for (const auto& [handle, publication] : publications_) all.push_back(publication);
+        return all;
+    }
+
+    void dropIfUnused(Watches::iterator watch, ServiceWatch::Homecoming& homecoming) {
+        if (!watch->second->isUnused()) return;
+        const auto abandoned = watch->second->abandon();
+        if (!homecoming.connection) homecoming = abandoned;  // else its reader is known already
+        watches_.erase(watch);
+    }
+
+    // Ends the connection, or moves it to the runtime's thread, on the thread that reads it.
+    void bringHome(const ServiceWatch::Homecoming& homecoming, bool end) {
+        if (!homecoming.connection) return;
+        runOn(homecoming.reader == nullptr ? *worker_ : *homecoming.reader, [&] {
+            if (end) {
+                homecoming.connection->close("no longer tracked");
+            } else {
+                homecoming.connection->moveTo(context_.loop);
+            }
+        });
+    }
+
+    void answerPlatform(const Request& request, IResponder& responder) {
+        if (request.command() != "retrieve" || request.path() != "/$platform/status") {
+            responder.error(Response::createErrorResponse(404, "the platform answers 'retrieve' of '/$platform/status' alone"));
+            return;
+        }
+        Status status;
+        status.application = context_.applicationName;
+        status.directory = context_.directory;
+        status.limits = context_.limits;
+        for (const auto& [path, watch] : watches_) {
+            status.tracked.push_back(
+                {path, watch->isAlive() ? watch->info() : KeloServiceTrackerInfo{}, watch->isAlive(), watch->pendingRequests()});
+        }
+        for (const auto& [handle, publication] : publications_) {
+            status.published.push_back({publication->servicePath(), publication->isPublished(), publication->connections(),
+                                        publication->openRequests()});
+        }
+        answerStatus(status, counters_, request, responder);
+    }
+
+    const RuntimeOptions options_;
+    Counters counters_;
+    std::atomic<std::uint64_t> nextHandle_{1};
+    std::unique_ptr<comm::ActiveObject> worker_;
+    Context context_;
+
+    // Of the worker's thread alone:
+    bool started_ = false;
+    bool stopped_ = false;
+    std::shared_ptr<DirectoryWatch> directoryWatch_;
+    std::optional<net::Timer> directoryRetry_;
+    std::string lastDirectoryFault_;
+    Watches watches_;
+    std::map<std::uint64_t, std::string> trackerPaths_;
+    std::map<std::uint64_t, std::string> resolverPaths_;
+    std::map<std::uint64_t, std::shared_ptr<Publication>> publications_;
+};
+
+std::unique_ptr<IKeloRuntime>& processRuntime() {
+    static std::unique_ptr<IKeloRuntime> runtime;
+    return runtime;
+}
+
+}  // namespace
+
+std::unique_ptr<IKeloRuntime> createRuntime(RuntimeOptions options) {
+    return std::make_unique<Runtime>(std::move(options));
+}
+
+void KeloRuntime::setup(std::string_view domain, std::string_view applicationName) {
+    RuntimeOptions options;
+    options.domain = domain;
+    options.applicationName = applicationName;
+    processRuntime() = createRuntime(std::move(options));
+}
+
+IKeloRuntime* KeloRuntime::getInstance() {
+    if (!processRuntime()) std::GlobalErrorHandler::doAbort("runtime", "getInstance", "KeloRuntime::setup has not been called");
+    return processRuntime().get();
+}
+
+std::string_view getMimeType(std::string_view acceptHeader) noexcept {
+    for (std::string_view rest = acceptHeader; !rest.empty();) {
+        const auto comma = rest.find(',');
+        const auto id = mimetypes::typename2id(rest.substr(0, comma));
+        if (mimetypes::isStructured(id)) return mimetypes::id2typename(id);
+        rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
+    }
+    return mimetypes::applicationJson;
+}
+
+std::string_view getMimeType(const KeloServiceTrackerInfo& info) noexcept {
+    for (const auto& name : info.mimeTypes) {
+        const auto id = mimetypes::typename2id(name);
+        if (mimetypes::isStructured(id)) return mimetypes::id2typename(id);
+    }
+    return mimetypes::applicationJson;
+}
+
+std::vector<std::string> listServices(const RuntimeOptions& options, bool& failed) {
+    std::vector<std::string> services;
+    std::string wrong;
+    const std::string path = domainDirectory(options);
+    net::Descriptor directory = openDomain(path, false, wrong);
+    failed = !directory;
+    if (failed) {
+        std::ErrorOutput{errors::Error, errors::readFailure, wrong};
+        return services;
+    }
+    const int fd = ::dup(directory.get());
+    DIR* const entries = fd < 0 ? nullptr : ::fdopendir(fd);
+    failed = entries == nullptr;
+    if (failed) return services;
+    while (const dirent* entry = ::readdir(entries)) {  // NOLINT(concurrency-mt-unsafe): a stream of our own
+        auto service = servicePathOf(entry->d_name);
+        if (!service.empty()) services.push_back(std::move(service));
+    }
+    ::closedir(entries);
+    std::sort(services.begin(), services.end());
+    return services;
+}
+
+}  // namespace kelo::runtime

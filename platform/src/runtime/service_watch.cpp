@@ -1,0 +1,267 @@
+#include "runtime/service_watch.h"
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <utility>
+
+#include "net/unix_socket.h"
+#include "runtime/domain.h"
+#include "tracing/channel.h"
+
+// A service is alive for as long as one connection to it lives: from the provider's hello to the kernel's word that the
+// connection is over. So its comings and goings alternate by construction, however fast providers are replaced, and a provider
+// that was killed and restarted between two looks at the directory is still seen to go and to come.
+//
+// The directory is only a hint of when to try. A socket file that nobody listens to is tried again with growing pauses, because a
+// provider may have made it a moment before it listens; one that is not there is not tried at all, because its appearance is
+// reported.
+//
+// A resolver may bring a reader: a worker that reads the connection from then on. Callbacks to trackers and resolvers still come
+// on the runtime's thread; the loss of a connection, which the reader notices, is posted there.
+//
+// Callbacks may add and remove trackers and resolvers. Every walk over them therefore looks for the next one that has not been
+// told, from the beginning, until there is none.
+
+namespace kelo::runtime {
+namespace {
+
+const tracing::Channel channel{"KELO_RUNTIME"};
+
+constexpr std::chrono::milliseconds shortestPause{10};
+constexpr std::chrono::milliseconds longestPause{1000};
+
+std::vector<std::string> splitList(std::string_view list) {
+    std::vector<std::string> items;
+    while (!list.empty()) {
+        const auto comma = list.find(',');
+        items.emplace_back(list.substr(0, comma));
+        list.remove_prefix(comma == std::string_view::npos ? list.size() : comma + 1);
+    }
+    return items;
+}
+
+}  // namespace
+
+void* ServiceApi::request(const Request& request, std::unique_ptr<IResponseHandler<Response>>&& handler, RequestLimits limits) {
+    if (const auto connection = this->connection()) return connection->request(request, std::move(handler), limits);
+    const auto owned = std::move(handler);
+    owned->onError(Response::createErrorResponse(503, servicePath_ + ": service not available, request not sent"));
+    return UNDEFINED_REQUEST_HANDLE;
+}
+
+void ServiceApi::cancel(void* handle) {
+    if (handle == UNDEFINED_REQUEST_HANDLE) return;
+    if (const auto connection = this->connection()) connection->cancel(handle);
+}
+
+void ServiceApi::attach(std::shared_ptr<net::ClientConnection> connection) {
+    const std::lock_guard lock{mutex_};
+    connection_ = std::move(connection);
+}
+
+void ServiceApi::detach() {
+    std::shared_ptr<net::ClientConnection> last;  // released with the lock open
+    const std::lock_guard lock{mutex_};
+    last.swap(connection_);
+}
+
+std::shared_ptr<net::ClientConnection> ServiceApi::connection() const {
+    const std::lock_guard lock{mutex_};
+    return connection_;
+}
+
+ServiceWatch::ServiceWatch(Context& context, std::string servicePath)
+    : context_{context},
+      servicePath_{std::move(servicePath)},
+      fileName_{socketName(context.directory, servicePath_)},
+      api_{servicePath_},
+      retry_{context.loop, [this] { attempt(); }},
+      backoff_{shortestPause} {}
+
+ServiceWatch::~ServiceWatch() = default;
+
+std::size_t ServiceWatch::pendingRequests() const {
+    return connection_ ? connection_->pendingRequests() : 0;
+}
+
+void ServiceWatch::addTracker(std::uint64_t handle, IKeloRuntime::IKeloServiceTracker& tracker) {
+    trackers_.push_back({handle, &tracker, false});
+    if (alive_) {
+        tellAlive();
+    } else {
+        look();
+    }
+}
+
+bool ServiceWatch::removeTracker(std::uint64_t handle) {
+    return std::erase_if(trackers_, [handle](const Tracker& entry) { return entry.handle == handle; }) > 0;
+}
+
+bool ServiceWatch::hasTracker(std::uint64_t handle) const {
+    return std::any_of(trackers_.begin(), trackers_.end(), [handle](const Tracker& entry) { return entry.handle == handle; });
+}
+
+void ServiceWatch::addResolver(std::uint64_t handle, IKeloRuntime::IKeloServiceResolver& resolver, comm::ActiveObject* reader) {
+    resolvers_.push_back({handle, &resolver, reader, false});
+    if (!alive_) return;
+    // The caller may be a tracker's callback, which has to return, and to keep the handle, before the resolver is told.
+    tellLater();
+}
+
+bool ServiceWatch::removeResolver(std::uint64_t handle, Homecoming& homecoming) {
+    const auto entry =
+        std::find_if(resolvers_.begin(), resolvers_.end(), [handle](const Resolver& r) { return r.handle == handle; });
+    if (entry == resolvers_.end()) return false;
+    comm::ActiveObject* const reader = entry->reader;
+    resolvers_.erase(entry);
+    const bool stillRead =
+        std::any_of(resolvers_.begin(), resolvers_.end(), [reader](const Resolver& r) { return r.reader == reader; });
+    if (reader != nullptr && reader == reader_ && !stillRead) {
+        homecoming = {connection_, reader};
+        reader_ = nullptr;
+    }
+    return true;
+}
+
+ServiceWatch::Homecoming ServiceWatch::abandon() {
+    trackers_.clear();
+    resolvers_.clear();
+    retry_.disarm();
+    alive_ = false;
+    api_.detach();
+    return {std::move(connection_), std::exchange(reader_, nullptr)};
+}
+
+void ServiceWatch::look() {
+    if (connection_ || isUnused()) return;
+    backoff_ = shortestPause;
+    attempt();
+}
+
+void ServiceWatch::attempt() {
+    retry_.disarm();
+    if (connection_ || isUnused()) return;
+    net::Descriptor socket = net::connectTo(context_.directory + "/" + fileName_);
+    if (!socket) {
+        if (errno != ENOENT) retryLater();
+        return;
+    }
+    net::Peer peer;
+    if (!net::readPeer(socket.get(), peer) || (peer.uid != ::geteuid() && peer.uid != 0)) {
+        static tracing::RateLimit limit{1};
+        std::uint64_t held = 0;
+        ++context_.counters.peersRefused;
+        if (limit.admit(held)) {
+            tracing::logCV(channel, 4, "%s is provided by uid %u (pid %d), which is neither ours nor root: not trusted",
+                           servicePath_.c_str(), peer.uid, peer.pid);
+        }
+        retryLater();
+        return;
+    }
+    const std::weak_ptr<ServiceWatch> weak = weak_from_this();
+    net::ClientConnection::Events events;
+    events.ready = [weak, peer](net::ClientConnection& connection, const wire::Hello& hello) {
+        if (const auto self = weak.lock()) self->ready(connection, peer, hello);
+    };
+    events.closed = [weak, &loop = context_.loop](net::ClientConnection& connection, const char*) {
+        loop.post([weak, which = &connection] {
+            if (const auto self = weak.lock()) self->lost(which);
+        });
+    };
+    connection_ = std::make_shared<net::ClientConnection>(std::move(socket), peer, context_.limits, context_.counters,
+                                                          servicePath_, std::move(events));
+    if (!connection_->start(context_.loop)) {
+        connection_.reset();
+        retryLater();
+        return;
+    }
+    connection_->sayHello(context_.applicationName);
+}
+
+void ServiceWatch::retryLater() {
+    retry_.arm(net::Clock::now() + backoff_);
+    backoff_ = std::min(backoff_ * 2, longestPause);
+}
+
+void ServiceWatch::ready(net::ClientConnection& connection, const net::Peer& peer, const wire::Hello& hello) {
+    if (connection_.get() != &connection) return;
+    backoff_ = shortestPause;
+    info_.servicePath = servicePath_;
+    info_.applicationName = hello.application;
+    info_.pid = peer.pid;
+    info_.uid = peer.uid;
+    info_.mimeTypes = splitList(hello.mimeTypes);
+    ++info_.incarnation;
+    alive_ = true;
+    api_.attach(connection_);
+    // The connection is in the middle of handling a frame; it can only move to its reader when that is over.
+    tellLater();
+}
+
+void ServiceWatch::lost(const net::ClientConnection* connection) {
+    if (connection_.get() != connection) return;
+    connection_.reset();
+    if (alive_) {
+        alive_ = false;
+        reader_ = nullptr;
+        api_.detach();
+        tellGone();
+        look();  // the successor may be there already
+    } else if (!retry_.isArmed()) {
+        retryLater();
+    }
+}
+
+void ServiceWatch::tellLater() {
+    context_.loop.post([weak = weak_from_this()] {
+        if (const auto self = weak.lock(); self && self->alive_) self->tellAlive();
+    });
+}
+
+void ServiceWatch::tellAlive() {
+    const auto self = shared_from_this();
+    const auto untold = [](const auto& entry) { return !entry.told; };
+    for (;;) {
+        const auto entry = std::find_if(trackers_.begin(), trackers_.end(), untold);
+        if (entry == trackers_.end() || !alive_) break;
+        entry->told = true;
+        entry->tracker->added(info_);
+    }
+    takeToReader();
+    for (;;) {
+        const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), untold);
+        if (entry == resolvers_.end() || !alive_) break;
+        entry->told = true;
+        entry->resolver->resolved(entry->handle, &api_);
+    }
+}
+
+void ServiceWatch::tellGone() {
+    const auto self = shared_from_this();
+    const auto told = [](const auto& entry) { return entry.told; };
+    for (;;) {
+        const auto entry = std::find_if(trackers_.begin(), trackers_.end(), told);
+        if (entry == trackers_.end()) break;
+        entry->told = false;
+        entry->tracker->removed();
+    }
+    for (;;) {
+        const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), told);
+        if (entry == resolvers_.end()) break;
+        entry->told = false;
+        entry->resolver->gone();
+    }
+}
+
+void ServiceWatch::takeToReader() {
+    if (!connection_ || reader_ != nullptr) return;
+    const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), [](const Resolver& r) { return r.reader != nullptr; });
+    if (entry == resolvers_.end()) return;
+    reader_ = entry->reader;
+    connection_->moveTo(reader_->loop());
+}
+
+}  // namespace kelo::runtime

@@ -1,0 +1,104 @@
+// One service that is tracked: its connection, its trackers and resolvers, and the API that they share.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "kelo/runtime/kelo_runtime.h"
+#include "net/client_connection.h"
+#include "runtime/context.h"
+
+namespace kelo::runtime {
+
+// Thread: any.
+class ServiceApi final : public IKeloApi {
+public:
+    explicit ServiceApi(std::string servicePath) : servicePath_{std::move(servicePath)} {}
+
+    void* request(const Request& request, std::unique_ptr<IResponseHandler<Response>>&& handler, RequestLimits limits) override;
+    void cancel(void* handle) override;
+
+    void attach(std::shared_ptr<net::ClientConnection> connection);
+    void detach();
+    std::shared_ptr<net::ClientConnection> connection() const;
+
+private:
+    const std::string servicePath_;
+    mutable std::mutex mutex_;
+    std::shared_ptr<net::ClientConnection> connection_;
+};
+
+// A resource. Thread: the runtime's loop.
+class ServiceWatch final : public std::enable_shared_from_this<ServiceWatch> {
+public:
+    ServiceWatch(Context& context, std::string servicePath);
+    ~ServiceWatch();
+    ServiceWatch(const ServiceWatch&) = delete;
+    ServiceWatch& operator=(const ServiceWatch&) = delete;
+
+    const std::string& servicePath() const noexcept { return servicePath_; }
+    const std::string& fileName() const noexcept { return fileName_; }
+    bool isAlive() const noexcept { return alive_; }
+    bool isUnused() const noexcept { return trackers_.empty() && resolvers_.empty(); }
+    const KeloServiceTrackerInfo& info() const noexcept { return info_; }
+    std::size_t pendingRequests() const;
+
+    void addTracker(std::uint64_t handle, IKeloRuntime::IKeloServiceTracker& tracker);
+    bool removeTracker(std::uint64_t handle);
+    bool hasTracker(std::uint64_t handle) const;
+    // Hears of this incarnation, if there is one, after the caller has returned.
+    void addResolver(std::uint64_t handle, IKeloRuntime::IKeloServiceResolver& resolver, comm::ActiveObject* reader);
+    // The connection to bring home from the reader that went with the resolver, and that reader; both null when none has to.
+    struct Homecoming {
+        std::shared_ptr<net::ClientConnection> connection;
+        comm::ActiveObject* reader = nullptr;
+    };
+    bool removeResolver(std::uint64_t handle, Homecoming& homecoming);
+
+    // Something may have changed in the directory: connects unless connected.
+    void look();
+    // Gives up trackers and resolvers without a word to them; the connection, if any, is to be closed on its reader's thread.
+    Homecoming abandon();
+
+private:
+    struct Tracker {
+        std::uint64_t handle;
+        IKeloRuntime::IKeloServiceTracker* tracker;
+        bool told;
+    };
+    struct Resolver {
+        std::uint64_t handle;
+        IKeloRuntime::IKeloServiceResolver* resolver;
+        comm::ActiveObject* reader;
+        bool told;
+    };
+
+    void attempt();
+    void retryLater();
+    void ready(net::ClientConnection& connection, const net::Peer& peer, const wire::Hello& hello);
+    void lost(const net::ClientConnection* connection);
+    void tellLater();
+    void tellAlive();
+    void tellGone();
+    void takeToReader();
+
+    Context& context_;
+    const std::string servicePath_;
+    const std::string fileName_;
+    ServiceApi api_;
+    std::shared_ptr<net::ClientConnection> connection_;
+    KeloServiceTrackerInfo info_;
+    bool alive_ = false;
+    comm::ActiveObject* reader_ = nullptr;  // where the connection is read; null: here
+    std::vector<Tracker> trackers_;
+    std::vector<Resolver> resolvers_;
+    net::Timer retry_;
+    std::chrono::milliseconds backoff_;
+};
+
+}  // namespace kelo::runtime

@@ -1,0 +1,147 @@
+#include "runtime/status.h"
+
+#include <unistd.h>
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string_view>
+#include <utility>
+
+#include "kelo/serializer/factory.h"
+#include "kelo/std/error_storage.h"
+
+namespace kelo::runtime {
+namespace {
+
+using util::serializer::IStructuredSerializer;
+
+// Writes an object member by member; remembers the first failure, after which it writes nothing more.
+class ObjectWriter {
+public:
+    explicit ObjectWriter(IStructuredSerializer& writer) : writer_{writer}, failed_{writer.beginObject()} {}
+
+    void text(std::string_view key, std::string_view value) {
+        member(key, [&] { return writer_.writeString(value); });
+    }
+    void number(std::string_view key, std::uint64_t value) {
+        member(key, [&] { return writer_.writeInt(static_cast<std::int64_t>(value)); });
+    }
+    void flag(std::string_view key, bool value) {
+        member(key, [&] { return writer_.writeBool(value); });
+    }
+    template <class Fill>
+    void object(std::string_view key, Fill fill) {
+        member(key, [&] { return writeObject(writer_, fill); });
+    }
+    template <class Items, class Fill>
+    void array(std::string_view key, const Items& items, Fill fill) {
+        member(key, [&] {
+            if (writer_.beginArray()) return true;
+            bool first = true;
+            for (const auto& item : items) {
+                if (writer_.beginElement(std::exchange(first, false))) return true;
+                if (writeObject(writer_, [&](ObjectWriter& object) { fill(object, item); })) return true;
+                if (writer_.endElement()) return true;
+            }
+            return writer_.endArray();
+        });
+    }
+
+    template <class Fill>
+    static bool writeObject(IStructuredSerializer& writer, Fill fill) {
+        ObjectWriter object{writer};
+        fill(object);
+        return object.failed_ || writer.endObject();
+    }
+
+private:
+    template <class WriteValue>
+    void member(std::string_view key, WriteValue writeValue) {
+        failed_ = failed_ || writer_.memberKey(key, std::exchange(first_, false), -1) || writeValue() || writer_.endMember();
+    }
+
+    IStructuredSerializer& writer_;
+    bool failed_;
+    bool first_ = true;
+};
+
+void writeTracked(ObjectWriter& object, const Status::Tracked& service) {
+    object.text("path", service.path);
+    object.flag("alive", service.alive);
+    if (service.alive) {
+        object.text("application", service.info.applicationName);
+        object.number("pid", static_cast<std::uint64_t>(service.info.pid));
+        object.number("uid", service.info.uid);
+        object.number("incarnation", service.info.incarnation);
+        object.text("mimeType", getMimeType(service.info));
+    }
+    object.number("pendingRequests", service.pendingRequests);
+}
+
+void writePublished(ObjectWriter& object, const Status::Published& service) {
+    object.text("path", service.path);
+    object.flag("reachable", service.reachable);
+    object.number("connections", service.connections);
+    object.number("openRequests", service.openRequests);
+}
+
+void writeCounters(ObjectWriter& object, const Counters& counters) {
+    object.number("requestsAccepted", counters.requestsAccepted);
+    object.number("requestsSent", counters.requestsSent);
+    object.number("requestsRefused", counters.requestsRefused);
+    object.number("answeredByNobody", counters.answeredByNobody);
+    object.number("deadlinesMissed", counters.deadlinesMissed);
+    object.number("endedByLoss", counters.endedByLoss);
+    object.number("cancelled", counters.cancelled);
+    object.number("lateFrames", counters.lateFrames);
+    object.number("valuesConflated", counters.valuesConflated);
+    object.number("malformedPeers", counters.malformedPeers);
+    object.number("slowPeersCut", counters.slowPeersCut);
+    object.number("peersRefused", counters.peersRefused);
+    object.number("acceptPauses", counters.acceptPauses);
+    object.number("connectionsAccepted", counters.connectionsAccepted);
+    object.number("connectionsOpen", counters.connectionsOpen);
+}
+
+void writeLimits(ObjectWriter& object, const Limits& limits) {
+    const auto milliseconds = [](std::chrono::milliseconds time) { return static_cast<std::uint64_t>(time.count()); };
+    object.number("frameBytes", limits.frameBytes);
+    object.number("oneShotRequests", limits.oneShotRequests);
+    object.number("openStreams", limits.openStreams);
+    object.number("queuedSoftBytes", limits.queuedSoftBytes);
+    object.number("queuedHardBytes", limits.queuedHardBytes);
+    object.number("connections", limits.connections);
+    object.number("framesPerWakeUp", limits.framesPerWakeUp);
+    object.number("handshakeMilliseconds", milliseconds(limits.handshake));
+    object.number("requestDeadlineMilliseconds", milliseconds(limits.requestDeadline));
+}
+
+}  // namespace
+
+void answerStatus(const Status& status, const Counters& counters, const Request& request, IResponder& responder) {
+    const auto mimeType = getMimeType(request.getMimeTypeHeader());
+    const auto writer = serializer::Factory::createSerializer(mimetypes::typename2id(mimeType));
+    util::ByteBufferWriter buffer{4096};
+    const bool failed =
+        writer->start(buffer) ||
+        ObjectWriter::writeObject(*writer,
+                                  [&](ObjectWriter& object) {
+                                      object.text("application", status.application);
+                                      object.number("pid", static_cast<std::uint64_t>(::getpid()));
+                                      object.text("directory", status.directory);
+                                      object.array("published", status.published, writePublished);
+                                      object.array("tracked", status.tracked, writeTracked);
+                                      object.object("counters", [&](ObjectWriter& inner) { writeCounters(inner, counters); });
+                                      object.object("limits", [&](ObjectWriter& inner) { writeLimits(inner, status.limits); });
+                                  }) ||
+        writer->finish();
+    if (failed) {
+        responder.error(Response::createErrorResponse(500, std::ErrorStorage::reason()));
+        std::ErrorStorage::ack();
+        return;
+    }
+    if (!responder.next(Response{200, Payload::createFromWriter(buffer, mimeType)})) responder.completed();
+}
+
+}  // namespace kelo::runtime

@@ -1,0 +1,40 @@
+// What a runtime tells of itself below "/$platform/status".
+#pragma once
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+#include "kelo/limits.h"
+#include "kelo/resource_handler.h"
+#include "kelo/runtime/kelo_runtime.h"
+#include "runtime/counters.h"
+
+namespace kelo::runtime {
+
+// A moment's view. Thread: any (a value).
+struct Status {
+    struct Tracked {
+        std::string path;
+        KeloServiceTrackerInfo info;
+        bool alive;
+        std::size_t pendingRequests;
+    };
+    struct Published {
+        std::string path;
+        bool reachable;
+        std::size_t connections;
+        std::size_t openRequests;
+    };
+
+    std::string application;
+    std::string directory;
+    Limits limits;
+    std::vector<Tracked> tracked;
+    std::vector<Published> published;
+};
+
+// Answers the request with the status in the encoding that it accepts. Thread: the runtime's.
+void answerStatus(const Status& status, const Counters& counters, const Request& request, IResponder& responder);
+
+}  // namespace kelo::runtime

@@ -1,0 +1,59 @@
+// Reads JSON.
+#pragma once
+
+#include <string>
+
+#include "util/serializer/structured_serializer.h"
+
+namespace kelo::serializer {
+
+// Thread: one at a time.
+class JsonReader final : public util::serializer::IStructuredPullDeserializer {
+public:
+    bool start(const util::ByteBufferReader& reader) override;
+    bool finish() override;
+    bool beginObject() override;
+    bool atObjectEnd(bool& end) override;
+    bool memberKey(std::string_view& key) override;
+    bool endMember() override;
+    bool endObject() override;
+    bool beginArray() override;
+    bool atArrayEnd(bool& end) override;
+    bool endElement() override;
+    bool endArray() override;
+    util::serializer::ValueType peek() override;
+    bool readNull() override;
+    bool readBool(bool& value) override;
+    bool readInt(std::int64_t& value) override;
+    bool readDouble(double& value) override;
+    bool readString(std::string_view& value) override;
+    bool readUuid(std::UUID& value) override;
+    bool readUrl(kelo::url& value) override;
+    bool skipValue() override;
+    std::size_t offset() const noexcept override { return static_cast<std::size_t>(at_ - begin_); }
+
+private:
+    bool failed(const char* what) const;
+    void skipBlanks() noexcept {
+        while (at_ < end_ && (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t')) ++at_;
+    }
+    bool begin(char open, const char* what);
+    bool atEnd(char close, bool& end);
+    bool separate(char close);
+    bool end(char close);
+    bool literal(std::string_view text);
+    // The number at the present place, not consumed; empty if none begins there. `integer`: it has neither fraction nor exponent.
+    std::string_view scanNumber(bool& integer) const noexcept;
+    bool readEscaped(const char* runBegin, std::string_view& value);
+    bool readEscape();
+    bool readHex(unsigned& value) noexcept;
+
+    const char* begin_ = nullptr;
+    const char* at_ = nullptr;
+    const char* end_ = nullptr;
+    unsigned depth_ = 0;
+    bool afterComma_ = false;
+    std::string scratch_;
+};
+
+}  // namespace kelo::serializer

@@ -1,0 +1,58 @@
+#include "serializer/utf8.h"
+
+#include <cstdint>
+#include <cstring>
+
+// Nearly all text here is ASCII: eight bytes at a time are passed over while none has its high bit set. For the rest, the second
+// byte's range depends on the first, which is what rules out overlong forms, surrogates and values beyond the last code point.
+
+namespace kelo::serializer {
+namespace {
+
+bool isContinuation(unsigned char byte) noexcept {
+    return (byte & 0xc0U) == 0x80U;
+}
+
+// The length of the multi-byte character at `at`, 0 if it is none.
+std::size_t characterLength(const unsigned char* at, std::size_t left) noexcept {
+    const unsigned char first = at[0];
+    if (first >= 0xc2 && first <= 0xdf) return left >= 2 && isContinuation(at[1]) ? 2 : 0;
+    if (first >= 0xe0 && first <= 0xef) {
+        const unsigned char lowest = first == 0xe0 ? 0xa0 : 0x80;
+        const unsigned char highest = first == 0xed ? 0x9f : 0xbf;
+        return left >= 3 && at[1] >= lowest && at[1] <= highest && isContinuation(at[2]) ? 3 : 0;
+    }
+    if (first >= 0xf0 && first <= 0xf4) {
+        const unsigned char lowest = first == 0xf0 ? 0x90 : 0x80;
+        const unsigned char highest = first == 0xf4 ? 0x8f : 0xbf;
+        return left >= 4 && at[1] >= lowest && at[1] <= highest && isContinuation(at[2]) && isContinuation(at[3]) ? 4 : 0;
+    }
+    return 0;
+}
+
+}  // namespace
+
+bool isValidUtf8(std::string_view text) noexcept {
+    const auto* at = reinterpret_cast<const unsigned char*>(text.data());
+    const auto* const end = at + text.size();
+    while (at < end) {
+        if (end - at >= 8) {
+            std::uint64_t word = 0;
+            std::memcpy(&word, at, sizeof word);
+            if ((word & 0x8080808080808080U) == 0) {
+                at += 8;
+                continue;
+            }
+        }
+        if (*at < 0x80) {
+            ++at;
+            continue;
+        }
+        const std::size_t length = characterLength(at, static_cast<std::size_t>(end - at));
+        if (length == 0) return false;
+        at += length;
+    }
+    return true;
+}
+
+}  // namespace kelo::serializer

@@ -1,0 +1,225 @@
+// Lines go straight to standard error, each in one write that cannot block: there is no queue, no thread and no lock on that
+// road, so a line costs its formatting and two system calls, and is out when the call returns. Standard error that cannot take a
+// line at once (a pipe whose reader is stuck) loses it; the next line that gets through says how many were lost.
+//
+// Channels are made during static initialisation, in any order, so everything that they touch is constant-initialised.
+//
+// A sink replaces standard error. It is called without the lock held; a count of the calls that are under way lets setSink wait
+// until the last of them is over, so that what the old sink refers to may then be destroyed.
+
+#include "tracing/channel.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <condition_variable>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+#include <mutex>
+#include <string_view>
+
+#include "tracing/client_helper.h"
+#include "tracing/output.h"
+#include "util/line_buffer.h"
+#include "util/util.h"
+
+namespace tracing {
+
+namespace {
+
+constexpr int kDefaultThreshold = 2;
+
+constinit std::atomic<bool> outputEnabled{true};
+constinit std::atomic<std::uint64_t> lostLines{0};
+
+// --- Thresholds ---
+
+std::string_view trim(std::string_view text) noexcept {
+    while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
+    while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
+    return text;
+}
+
+// "NAME=LEVEL"; false for anything else.
+bool parseEntry(std::string_view entry, std::string_view& name, int& level) noexcept {
+    const auto equals = entry.find('=');
+    if (equals == std::string_view::npos) return false;
+    name = trim(entry.substr(0, equals));
+    const std::string_view number = trim(entry.substr(equals + 1));
+    const auto result = std::from_chars(number.data(), number.data() + number.size(), level);
+    return !name.empty() && result.ec == std::errc{} && result.ptr == number.data() + number.size();
+}
+
+void reportMalformed(std::string_view entry) noexcept {
+    util::LineBuffer line;
+    line.append("KELO_TRACE: ignoring \"");
+    line.appendEscaped(entry);
+    line.append("\", which is not CHANNEL=LEVEL");
+    (void)line.writeTo(STDERR_FILENO);
+}
+
+int thresholdFor(std::string_view channel) noexcept {
+    static constinit std::atomic<bool> reported{false};
+    int threshold = kDefaultThreshold;
+    const char* variable = std::getenv("KELO_TRACE");
+    if (variable == nullptr) return threshold;
+    const bool report = !reported.exchange(true);
+    for (std::string_view rest = variable; !rest.empty();) {
+        const std::size_t length = std::min(rest.find(','), rest.size());
+        const std::string_view entry = trim(rest.substr(0, length));
+        rest.remove_prefix(std::min(length + 1, rest.size()));
+        std::string_view name;
+        int level = 0;
+        if (entry.empty()) continue;
+        if (!parseEntry(entry, name, level)) {
+            if (report) reportMalformed(entry);
+        } else if (name == "*" || name == channel) {
+            threshold = level;
+        }
+    }
+    return threshold;
+}
+
+// --- The sink ---
+
+constinit std::mutex sinkMutex;
+std::condition_variable sinkIdle;
+constinit Sink currentSink = nullptr;
+constinit void* sinkContext = nullptr;
+constinit int callsUnderWay = 0;
+constinit std::atomic<bool> hasSink{false};  // spares everybody else the lock
+
+// --- Lines ---
+
+// "2025-03-01 12:34:56.789": the second's text is kept from line to line, so most lines cost no calendar.
+void appendTime(util::LineBuffer& line) noexcept {
+    struct Second {
+        std::time_t second = -1;
+        char text[20] = {};
+    };
+    static constinit thread_local Second cached;
+    timespec now{};
+    clock_gettime(CLOCK_REALTIME, &now);
+    if (now.tv_sec != cached.second) {
+        std::tm local{};
+        localtime_r(&now.tv_sec, &local);
+        std::strftime(cached.text, sizeof cached.text, "%Y-%m-%d %H:%M:%S", &local);
+        cached.second = now.tv_sec;
+    }
+    const auto milliseconds = now.tv_nsec / 1'000'000;
+    const char fraction[] = {'.', static_cast<char>('0' + milliseconds / 100), static_cast<char>('0' + milliseconds / 10 % 10),
+                             static_cast<char>('0' + milliseconds % 10)};
+    line.append(cached.text);
+    line.append({fraction, sizeof fraction});
+}
+
+void appendLost(util::LineBuffer& line, std::uint64_t lost) noexcept {
+    line.append("(");
+    line.appendNumber(static_cast<std::int64_t>(lost));
+    line.append(" lines lost) ");
+}
+
+void emitLine(const char* channel, int level, const char* text) noexcept {
+    if (hasSink.load(std::memory_order_acquire) && output::toSink(channel, level, text)) return;
+    if (!outputEnabled.load(std::memory_order_relaxed)) return;
+    util::LineBuffer line;
+    appendTime(line);
+    line.append(" ");
+    line.append(util::Util::applicationName());
+    line.append(" ");
+    line.append(channel);
+    line.append(" ");
+    line.appendNumber(level);
+    line.append(" ");
+    const std::uint64_t lost = lostLines.exchange(0, std::memory_order_relaxed);
+    if (lost != 0) appendLost(line, lost);
+    line.appendEscaped(text);
+    if (!line.writeTo(STDERR_FILENO)) lostLines.fetch_add(lost + 1, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+void output::setEnabled(bool enabled) noexcept {
+    outputEnabled.store(enabled, std::memory_order_relaxed);
+}
+
+bool output::toSink(const char* channel, int level, const char* text) noexcept {
+    std::unique_lock lock{sinkMutex};
+    const Sink sink = currentSink;
+    void* context = sinkContext;
+    if (sink == nullptr) return false;
+    ++callsUnderWay;
+    lock.unlock();
+    sink(channel, level, text, context);
+    lock.lock();
+    if (--callsUnderWay == 0) sinkIdle.notify_all();
+    return true;
+}
+
+void setSink(Sink sink, void* context) noexcept {
+    std::unique_lock lock{sinkMutex};
+    currentSink = sink;
+    sinkContext = context;
+    hasSink.store(sink != nullptr, std::memory_order_release);
+    sinkIdle.wait(lock, [] { return callsUnderWay == 0; });
+}
+
+Channel::Channel(const char* name) noexcept : name_{name}, threshold_{thresholdFor(name)} {}
+
+void logC(const Channel& channel, int level, const char* text) noexcept {
+    if (channel.isEnabled(level)) emitLine(channel.name(), level, text);
+}
+
+void logCV(const Channel& channel, int level, const char* format, ...) noexcept {
+    if (!channel.isEnabled(level)) return;
+    char text[util::LineBuffer::capacity];
+    std::va_list arguments;
+    va_start(arguments, format);
+    const int length = std::vsnprintf(text, sizeof text, format, arguments);
+    va_end(arguments);
+    emitLine(channel.name(), level, length < 0 ? format : text);
+}
+
+bool RateLimit::admit(std::uint64_t& suppressed) noexcept {
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    std::int64_t second = second_.load(std::memory_order_relaxed);
+    if (second != now.tv_sec && second_.compare_exchange_strong(second, now.tv_sec, std::memory_order_relaxed)) {
+        inSecond_.store(0, std::memory_order_relaxed);
+    }
+    if (inSecond_.fetch_add(1, std::memory_order_relaxed) < perSecond_) {
+        suppressed = held_.exchange(0, std::memory_order_relaxed);
+        return true;
+    }
+    held_.fetch_add(1, std::memory_order_relaxed);
+    return false;
+}
+
+void Client::flush(bool wait) noexcept {
+    // Lines are out already. What is left to tell is how many were lost since the last one that got through.
+    const std::uint64_t lost = lostLines.exchange(0, std::memory_order_relaxed);
+    if (lost == 0) return;
+    constexpr int patienceMs = 100;
+    pollfd ready{STDERR_FILENO, POLLOUT, 0};
+    if (wait) (void)poll(&ready, 1, patienceMs);
+    util::LineBuffer line;
+    appendTime(line);
+    line.append(" ");
+    line.append(util::Util::applicationName());
+    line.append(" ");
+    appendLost(line, lost);
+    if (!line.writeTo(STDERR_FILENO)) lostLines.fetch_add(lost, std::memory_order_relaxed);
+}
+
+Client& client_helper::getClient() noexcept {
+    static Client client;
+    return client;
+}
+
+}  // namespace tracing

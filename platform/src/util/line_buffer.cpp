@@ -1,0 +1,91 @@
+#include "util/line_buffer.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+
+namespace util {
+
+namespace {
+
+constexpr std::string_view kEllipsis = "\u2026";
+constexpr std::size_t kRoom =
+    LineBuffer::capacity - kEllipsis.size() - 1;  // for text; the rest is for the cut's mark and newline
+
+bool isControl(char c) noexcept {
+    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+}  // namespace
+
+std::string_view cutUtf8(std::string_view text, std::size_t limit) noexcept {
+    if (text.size() <= limit) return text;
+    std::size_t end = limit;
+    // At most three continuation bytes belong to a character; anything longer is not UTF-8 and is cut where it stands.
+    for (int back = 0; back < 3 && end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U; ++back) --end;
+    if ((static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) end = limit;
+    return text.substr(0, end);
+}
+
+void LineBuffer::append(std::string_view text) noexcept {
+    if (cut_) return;
+    const std::string_view fits = cutUtf8(text, kRoom - size_);
+    std::copy(fits.begin(), fits.end(), bytes_.begin() + size_);
+    size_ += fits.size();
+    cut_ = fits.size() < text.size();
+}
+
+void LineBuffer::appendEscaped(std::string_view text) noexcept {
+    while (!text.empty() && !cut_) {
+        const auto control = std::find_if(text.begin(), text.end(), isControl);
+        const auto plain = static_cast<std::size_t>(control - text.begin());
+        append(text.substr(0, plain));
+        text.remove_prefix(plain);
+        if (text.empty()) return;
+        constexpr std::string_view digits = "0123456789abcdef";
+        const auto byte = static_cast<unsigned char>(text.front());
+        const char hex[] = {'\\', 'x', digits[byte >> 4U], digits[byte & 15U]};
+        switch (text.front()) {
+            case '\n':
+                append("\\n");
+                break;
+            case '\r':
+                append("\\r");
+                break;
+            case '\t':
+                append("\\t");
+                break;
+            default:
+                append({hex, sizeof hex});
+                break;
+        }
+        text.remove_prefix(1);
+    }
+}
+
+void LineBuffer::appendNumber(std::int64_t number) noexcept {
+    char digits[20];
+    const auto result = std::to_chars(digits, digits + sizeof digits, number);
+    append({digits, static_cast<std::size_t>(result.ptr - digits)});
+}
+
+bool LineBuffer::writeTo(int descriptor) noexcept {
+    if (cut_) {
+        std::copy(kEllipsis.begin(), kEllipsis.end(), bytes_.begin() + size_);
+        size_ += kEllipsis.size();
+    }
+    bytes_[size_++] = '\n';
+    // A pipe that polls writable has room for PIPE_BUF bytes, which is our capacity: the write cannot block.
+    pollfd ready{descriptor, POLLOUT, 0};
+    if (poll(&ready, 1, 0) != 1 || (ready.revents & POLLOUT) == 0) return false;
+    ssize_t written = 0;
+    do {
+        written = ::write(descriptor, bytes_.data(), size_);
+    } while (written < 0 && errno == EINTR);
+    return written == static_cast<ssize_t>(size_);
+}
+
+}  // namespace util

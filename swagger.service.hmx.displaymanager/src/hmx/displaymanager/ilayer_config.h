@@ -1,0 +1,25 @@
+// The display manager's requests about the layers of displays.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "hmx/displaymanager/display_layers.h"
+#include "hmx/displaymanager/display_layers_array_inner.h"
+#include "kelo/response_handler.h"
+
+namespace kelo::hmx::displaymanager {
+
+// Requests and handles as in IDisplays.
+// Thread: any.
+class ILayerConfig {
+public:
+    virtual ~ILayerConfig() = default;
+    virtual void* getLayerConfigs(std::unique_ptr<IResponseHandler<std::vector<DisplayLayersArrayInner>>>&& handler) = 0;
+    virtual void* getLayerConfig(std::unique_ptr<IResponseHandler<DisplayLayers>>&& handler, const std::string& displayId) = 0;
+    // Changes nothing: the same request as getLayerConfig, and the layers as they are.
+    virtual void* updateLayerConfig(std::unique_ptr<IResponseHandler<DisplayLayers>>&& handler, const std::string& displayId) = 0;
+};
+
+}  // namespace kelo::hmx::displaymanager

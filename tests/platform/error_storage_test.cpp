@@ -1,0 +1,124 @@
+#include "kelo/std/error_storage.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <thread>
+#include <vector>
+
+#include "kelo/errors.h"
+#include "kelo/std/global_error_handler.h"
+
+namespace {
+
+using kelo::errors::Error;
+
+std::vector<std::string>& overwritten() {
+    static std::vector<std::string> texts;
+    return texts;
+}
+
+void remember(const std::ErrorEntry& entry) {
+    overwritten().emplace_back(entry.text);
+    std::ErrorOutput{Error, 1, "from the action"};  // must not disturb what is being reported or stored
+    EXPECT_EQ(std::ErrorStorage::reason(), entry.text);
+}
+
+class ErrorStorageTest : public testing::Test {
+protected:
+    ErrorStorageTest() {
+        overwritten().clear();
+        std::ErrorStorage::ack();
+    }
+    ~ErrorStorageTest() override { std::ErrorStorage::ack(); }
+};
+
+TEST_F(ErrorStorageTest, OnlyAnErrorThatNobodyConsumedGoesToTheAction) {
+    {
+        const std::ErrorStorage storage{&remember};
+        std::ErrorOutput{Error, 14, "consumed"};
+        std::ErrorStorage::ack();
+        std::ErrorOutput{Error, 15, "forgotten"};
+        std::ErrorOutput{Error, 16, "newest"};
+        EXPECT_EQ(overwritten(), std::vector<std::string>{"forgotten"});
+        const auto current = std::ErrorStorage::current();
+        EXPECT_EQ(current.category, &Error);
+        EXPECT_EQ(current.code, 16);
+        EXPECT_EQ(current.text, "newest");
+    }
+    std::ErrorOutput{Error, 17, "after the storage's life"};
+    EXPECT_EQ(overwritten().size(), 1U);
+    std::ErrorStorage::ack();
+    EXPECT_FALSE(std::ErrorStorage::hasError());
+    EXPECT_EQ(std::ErrorStorage::reason(), "");
+}
+
+TEST_F(ErrorStorageTest, ThreadsDoNotSeeEachOthersErrors) {
+    std::ErrorOutput{Error, 14, "mine"};
+    std::thread{[] {
+        EXPECT_FALSE(std::ErrorStorage::hasError());
+        std::ErrorOutput{Error, 15, "theirs"};
+    }}.join();
+    EXPECT_EQ(std::ErrorStorage::reason(), "mine");
+}
+
+TEST_F(ErrorStorageTest, LongTextsAreCutAtACharacter) {
+    for (const std::string_view unit : {"a", "\u00e4", "\u20ac", "\U0001F600"}) {
+        std::string text;
+        while (text.size() < 1100) text += unit;
+        std::ErrorOutput{Error, 11, text};
+        const std::string reason = std::ErrorStorage::reason();
+        EXPECT_EQ(reason.size(), 1024 / unit.size() * unit.size()) << unit;
+        EXPECT_EQ(text.substr(0, reason.size()), reason) << unit;
+    }
+    std::ErrorOutput{Error, 11, std::string(1100, '\x80')};  // no UTF-8 at all
+    EXPECT_EQ(std::ErrorStorage::reason().size(), 1024U);
+}
+
+TEST_F(ErrorStorageTest, PathGrowsFromTheInsideOut) {
+    std::ErrorStorage::prependPath("nothing stored");
+    EXPECT_FALSE(std::ErrorStorage::hasError());
+    std::ErrorOutput{Error, 18, "a: b"};
+    std::ErrorStorage::prependPath("width");
+    std::ErrorStorage::prependPath(std::size_t{2});
+    std::ErrorStorage::prependPath(std::size_t{10});
+    std::ErrorStorage::prependPath("layers");
+    std::ErrorStorage::prependPath("regions");
+    EXPECT_EQ(std::ErrorStorage::reason(), "regions.layers[10][2].width: a: b");
+    // The next error's path begins anew, even if its text is a piece of the last one's.
+    std::ErrorOutput{Error, 18, std::ErrorStorage::current().text.substr(8, 6)};
+    std::ErrorStorage::prependPath("x");
+    EXPECT_EQ(std::ErrorStorage::reason(), "x: layers");
+    for (int i = 0; i < 1000; ++i) std::ErrorStorage::prependPath("deeper");
+    EXPECT_EQ(std::ErrorStorage::reason().size(), 1024U);
+    std::ErrorStorage::prependPath(std::string(2000, 'y'));
+    EXPECT_EQ(std::ErrorStorage::reason(), std::string(1024, 'y'));
+}
+
+TEST(ErrorStorageDumpTest, OneLineWhateverTheTextQuotes) {
+    testing::internal::CaptureStdout();
+    std::ErrorOutput{Error, 18, "bad \"\x1b[2J\n\" \u00e4"};
+    std::ErrorStorage::action_dump_to_stdout(std::ErrorStorage::current());
+    std::ErrorStorage::ack();
+    const std::string line = testing::internal::GetCapturedStdout();
+    EXPECT_TRUE(
+        line.starts_with("unhandled error kelo::errors::Error 18 (malformed document): bad \"\\x1b[2J\\n\" \u00e4 "
+                         "[error_storage_test.cpp:"))
+        << line;
+    EXPECT_EQ(std::count(line.begin(), line.end(), '\n'), 1);
+}
+
+TEST(ErrorStatusTest, ClientsLearnWhatTheyCanMend) {
+    EXPECT_EQ(kelo::errors::error2StatusCode(14), 404);
+    EXPECT_EQ(kelo::errors::error2StatusCode(17), 404);
+    EXPECT_EQ(kelo::errors::error2StatusCode(15), 400);
+    for (const int code : {-1, 0, 5, 7, 11, 13, 16, 18, 19, 20}) EXPECT_EQ(kelo::errors::error2StatusCode(code), 500) << code;
+}
+
+TEST(GlobalErrorHandlerDeathTest, SaysWhereAndWhy) {
+    EXPECT_DEATH(
+        std::GlobalErrorHandler::doAbort("service_tracker", "serviceAvailable", "we have no valid tracker info received"),
+        "service_tracker:serviceAvailable: we have no valid tracker info received\n");
+}
+
+}  // namespace

@@ -1,0 +1,127 @@
+// Frames as bytes: what is written is what the wire's description says, and what deviates from it is refused.
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "support/raw_peer.h"
+#include "wire/frame.h"
+
+namespace {
+
+using kelo::wire::FrameHeader;
+using kelo::wire::FrameType;
+using testing_support::Bytes;
+
+std::span<const std::uint8_t> bodyOf(const Bytes& frame) {
+    return std::span{frame}.subspan(kelo::wire::headerSize);
+}
+
+TEST(Frame, ARequestIsTheseBytes) {
+    kelo::Request request{"retrieve", "/displays"};
+    request.setMimeType("application/json");
+    Bytes out;
+    kelo::wire::appendRequest(out, 0x0102030405060708U, request, true);
+    Bytes expected = testing_support::frame(
+        2, 1, 0x0102030405060708U,
+        testing_support::textMap(
+            {{"$request-command", "retrieve"}, {"$request-path", "/displays"}, {"$mime-type", "application/json"}}));
+    EXPECT_EQ(out, expected);
+}
+
+TEST(Frame, ARequestReadsBackWhole) {
+    kelo::Request request{"update", "/popups/1",
+                          kelo::Payload::copyOf(R"({"visible":true})", kelo::MimeType{"text/x-unheard-of"})};
+    request.setServicePath("/hmx");
+    request.setClientId("me-1");
+    request.setAccept("application/vnd.msgpack, application/json");
+    request.setAuthToken("uid=0");
+    request.headers().set("x-extra", "yes");
+    Bytes out;
+    kelo::wire::appendRequest(out, 7, request, false);
+    kelo::Request read;
+    ASSERT_STREQ(kelo::wire::readRequest(bodyOf(out), "fallback", read), nullptr);
+    EXPECT_EQ(read.command(), "update");
+    EXPECT_EQ(read.path(), "/popups/1");
+    EXPECT_EQ(read.servicePath(), "/hmx");
+    EXPECT_EQ(read.clientId(), "me-1");
+    EXPECT_EQ(read.getMimeTypeHeader(), "application/vnd.msgpack, application/json");
+    EXPECT_EQ(read.contentType(), "text/x-unheard-of");
+    EXPECT_EQ(read.authToken(), "uid=0");
+    ASSERT_NE(read.headers().find("x-extra"), nullptr);
+    EXPECT_EQ(read.payload().text(), R"({"visible":true})");
+    // What the payload borrows from may go; a copy stays.
+    const kelo::Payload kept = read.payload();
+    out.assign(out.size(), 0);
+    EXPECT_EQ(kept.text(), R"({"visible":true})");
+}
+
+TEST(Frame, AClientIdThatIsMissingAndOneThatIsEmptyAreTwoThings) {
+    kelo::Request read;
+    ASSERT_STREQ(kelo::wire::readRequest(testing_support::textMap({{"$request-command", "retrieve"}}), "fallback", read),
+                 nullptr);
+    EXPECT_EQ(read.clientId(), "fallback");
+    ASSERT_STREQ(kelo::wire::readRequest(testing_support::textMap({{"$client-id", ""}}), "fallback", read), nullptr);
+    EXPECT_EQ(read.clientId(), "");
+}
+
+TEST(Frame, IndefiniteMapsOfOtherLibrariesAreRead) {
+    Bytes body{0xbf};
+    testing_support::appendCborText(body, "$status");
+    body.insert(body.end(), {0x19, 0x00, 0xc8, 0xff});
+    kelo::Response response;
+    ASSERT_STREQ(kelo::wire::readResponse(body, response), nullptr);
+    EXPECT_EQ(response.status(), 200);
+}
+
+TEST(Frame, MalformedHeadersAreRefused) {
+    struct Case {
+        const char* what;
+        Bytes bytes;
+    };
+    std::vector<Case> cases;
+    const auto with = [](std::size_t at, std::uint8_t value) {
+        Bytes bytes = testing_support::frame(2, 1, 1, {});
+        bytes[at] = value;
+        return bytes;
+    };
+    cases.push_back({"type 0", with(4, 0)});
+    cases.push_back({"type 7", with(4, 7)});
+    cases.push_back({"end flag on a request", with(5, 2)});
+    cases.push_back({"unknown flag", with(5, 0x80)});
+    cases.push_back({"reserved byte", with(7, 1)});
+    cases.push_back({"request with id 0", with(8, 0)});
+    cases.push_back({"hello with an id", with(4, 1)});
+    for (const auto& [what, bytes] : cases) {
+        FrameHeader header;
+        EXPECT_NE(kelo::wire::readHeader(bytes, header), nullptr) << what;
+    }
+}
+
+TEST(Frame, MalformedMapsAreRefused) {
+    const Bytes good = testing_support::textMap({{"$request-command", "retrieve"}, {"$request-path", "/displays"}});
+    kelo::Request request;
+    ASSERT_STREQ(kelo::wire::readRequest(good, "", request), nullptr);
+    for (std::size_t size = 0; size < good.size(); ++size) {
+        EXPECT_NE(kelo::wire::readRequest(std::span{good}.first(size), "", request), nullptr) << "cut to " << size;
+    }
+    const std::vector<std::pair<const char*, Bytes>> cases{
+        {"an array", {0x80}},
+        {"a key that is a number", {0xa1, 0x01, 0x01}},
+        {"a value that is a map", {0xa1, 0x61, 'a', 0xa0}},
+        {"a value that is a byte string", {0xa1, 0x61, 'a', 0x41, 0x00}},
+        {"a tagged value", {0xa1, 0x61, 'a', 0xc0, 0x61, 'b'}},
+        {"text in pieces", {0xa1, 0x61, 'a', 0x7f, 0x61, 'b', 0xff}},
+        {"invalid UTF-8", {0xa1, 0x61, 'a', 0x61, 0xff}},
+        {"an endless map", {0xbf, 0x61, 'a', 0x61, 'b'}},
+        {"a key without a value", {0xbf, 0x61, 'a', 0xff}},
+        {"more fields than bytes", {0xba, 0xff, 0xff, 0xff, 0xff}},
+        {"a command that is a number",
+         {0xa1, 0x70, '$', 'r', 'e', 'q', 'u', 'e', 's', 't', '-', 'c', 'o', 'm', 'm', 'a', 'n', 'd', 0x01}},
+    };
+    for (const auto& [what, bytes] : cases) EXPECT_NE(kelo::wire::readRequest(bytes, "", request), nullptr) << what;
+    kelo::Response response;
+    EXPECT_NE(kelo::wire::readResponse(Bytes{0xa0}, response), nullptr) << "no status";
+}
+
+}  // namespace

@@ -1,0 +1,109 @@
+#include "osal/osal.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <thread>
+
+#include "osal/condition.h"
+#include "osal/mutex.h"
+#include "osal/sys_error.h"
+
+namespace {
+
+#if defined(__SANITIZE_THREAD__)
+constexpr bool kMisuseIsReported = true;  // by the sanitizer, before the code under test can
+#else
+constexpr bool kMisuseIsReported = false;
+#endif
+
+int takeCode(const std::ErrorCategory& category) {
+    const auto error = std::ErrorStorage::current();
+    EXPECT_EQ(error.category, &category);
+    std::ErrorStorage::ack();
+    return error.code;
+}
+
+TEST(OsalTest, APeersDeathIsAnErrorCodeAndDescriptorsAreNotScarce) {
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    rlimit low = before;
+    low.rlim_cur = 64;
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    const osal::Osal osal{true, true};
+    rlimit after{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &after), 0);
+    EXPECT_EQ(after.rlim_cur, before.rlim_max);
+
+    int ends[2] = {};
+    ASSERT_EQ(pipe(ends), 0);
+    close(ends[0]);
+    EXPECT_EQ(write(ends[1], "x", 1), -1);
+    EXPECT_EQ(errno, EPIPE);
+    close(ends[1]);
+
+    sigset_t blocked;
+    ASSERT_EQ(pthread_sigmask(SIG_SETMASK, nullptr, &blocked), 0);
+    EXPECT_EQ(sigismember(&blocked, SIGTERM), 1);
+    EXPECT_EQ(sigismember(&blocked, SIGINT), 1);
+    EXPECT_EQ(sigismember(&blocked, SIGSEGV), 0);
+    setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST(MutexTest, MisuseIsRecordedAndSurvived) {
+    if (kMisuseIsReported) GTEST_SKIP();
+    osal::Mutex mutex;
+    EXPECT_TRUE(mutex.unlock());
+    EXPECT_EQ(takeCode(osal::Mutex::Error), osal::Mutex::unlockFailed);
+    ASSERT_FALSE(mutex.lock());
+    EXPECT_TRUE(mutex.lock());
+    EXPECT_EQ(takeCode(osal::Mutex::Error), osal::Mutex::lockFailed);
+    ASSERT_FALSE(mutex.unlock());
+
+    const auto kind = std::exchange(mutex.impl().native()->__data.__kind, 0x7F);  // no mutex that the system knows
+    EXPECT_TRUE(mutex.lock());
+    EXPECT_EQ(takeCode(osal::Mutex::Error), osal::Mutex::inconsistent);
+    mutex.impl().native()->__data.__kind = kind;
+}
+
+TEST(ConditionTest, IsBoundToOneMutex) {
+    osal::Condition condition;
+    osal::Mutex mutex;
+    osal::Mutex other;
+    EXPECT_FALSE(condition.isBound());
+    EXPECT_TRUE(condition.wait());
+    EXPECT_EQ(takeCode(osal::SysError), osal::inconsistentCondition);
+    EXPECT_FALSE(condition.bind(mutex));
+    EXPECT_FALSE(condition.bind(mutex));
+    EXPECT_TRUE(condition.bind(other));
+    EXPECT_EQ(std::ErrorStorage::reason(), "Using Condition with different Mutexes");
+    EXPECT_EQ(takeCode(osal::SysError), osal::inconsistentCondition);
+    if (kMisuseIsReported) return;
+    EXPECT_TRUE(condition.wait());  // without the mutex
+    EXPECT_EQ(takeCode(osal::SysError), osal::inconsistentCondition);
+}
+
+TEST(ConditionTest, SignalWakesTheWaiter) {
+    osal::Mutex mutex;
+    osal::Condition condition;
+    ASSERT_FALSE(condition.bind(mutex));
+    int turn = 0;
+    const auto play = [&](int mine) {
+        ASSERT_FALSE(mutex.lock());
+        for (int i = 0; i < 100; ++i) {
+            while (turn % 2 != mine) ASSERT_FALSE(condition.wait());
+            ++turn;
+            ASSERT_FALSE(condition.signal());
+        }
+        ASSERT_FALSE(mutex.unlock());
+    };
+    std::thread other{play, 1};
+    play(0);
+    other.join();
+    EXPECT_EQ(turn, 200);
+}
+
+}  // namespace

@@ -1,0 +1,531 @@
+// Providers and consumers over real sockets: how requests end, how services come and go, and what peers that misbehave cannot do.
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <deque>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "kelo/errors.h"
+#include "kelo/func_call_event.h"
+#include "kelo/resource_handler.h"
+#include "kelo/runtime/kelo_runtime.h"
+#include "support/eventually.h"
+#include "support/raw_peer.h"
+#include "support/temporary_directory.h"
+
+namespace {
+
+using kelo::Response;
+using kelo::runtime::IKeloRuntime;
+using kelo::runtime::KeloServiceTrackerInfo;
+using kelo::runtime::RuntimeOptions;
+using testing_support::Bytes;
+using testing_support::RawPeer;
+using testing_support::Watched;
+
+constexpr const char* servicePath = "/provider";
+constexpr const char* socketFile = "%2Fprovider.sock";
+
+kelo::Payload text(std::string_view content) {
+    return kelo::Payload::copyOf(content, kelo::MimeType{"plain/text"});
+}
+
+// Answers by path: "/r/echo" the payload, "/r/slow" never, "/r/drop" by destroying the responder, "/r/fail" with an error,
+// "/r/open" with what the test says later through `responders`.
+class Resource final : public kelo::IResourceHandler {
+public:
+    void* actionRequest(const kelo::Request& request, std::unique_ptr<kelo::IResponder> responder,
+                        const std::string& tag) override {
+        lastTag.change([&](auto& value) { value = tag; });
+        if (request.path() == "/r/echo") {
+            if (!responder->next(Response{200, kelo::Payload{request.payload()}})) responder->completed();
+            return nullptr;
+        }
+        if (request.path() == "/r/fail") {
+            responder->error(Response::createErrorResponse(418, "refused"));
+            return nullptr;
+        }
+        if (request.path() == "/r/drop") return nullptr;
+        if (request.path() == "/r/throw") throw std::runtime_error{"handler broke"};
+        void* const handle = reinterpret_cast<void*>(++serial_);
+        responders.change([&](auto& all) { all.push_back(std::move(responder)); });
+        return handle;
+    }
+    void cancelRequest(void* handle) override {
+        cancelled.change([&](auto& all) { all.push_back(handle); });
+    }
+
+    Watched<std::string> lastTag;
+    struct Responders {
+        std::vector<std::shared_ptr<kelo::IResponder>> all;
+        void push_back(std::unique_ptr<kelo::IResponder> responder) { all.push_back(std::move(responder)); }
+        std::size_t size() const { return all.size(); }
+    };
+    Watched<Responders> responders;
+    Watched<std::vector<void*>> cancelled;
+
+private:
+    std::uintptr_t serial_ = 0;
+};
+
+// A provider process, but for the process.
+struct Provider {
+    explicit Provider(const std::string& directory, kelo::Limits limits = {}) {
+        RuntimeOptions options;
+        options.directory = directory;
+        options.applicationName = "provider";
+        options.limits = limits;
+        service.registerService("/r", &resource);
+        runtime = kelo::runtime::createRuntime(options);
+        started = runtime->start(0);
+        runtime->registerService(servicePath, service, &published);
+    }
+    ~Provider() { runtime->stop(); }
+
+    struct Published final : IKeloRuntime::IKeloServiceTracker {
+        void added(const KeloServiceTrackerInfo&) override {
+            count.change([](int& n) { ++n; });
+        }
+        void modified(const KeloServiceTrackerInfo&) override {}
+        void removed() override {
+            count.change([](int& n) { --n; });
+        }
+        Watched<int> count;
+    };
+
+    Resource resource;
+    kelo::SimpleComposedKeloService service;
+    Published published;
+    std::unique_ptr<IKeloRuntime> runtime;
+    bool started = false;
+};
+
+// What a handler was told, as text: "next:hello", "error:503 …", "completed".
+struct Events {
+    std::vector<std::string> told;
+    bool destroyed = false;
+    std::thread::id thread;
+};
+
+class Handler final : public kelo::IResponseHandler<Response> {
+public:
+    Handler(std::shared_ptr<Watched<Events>> events, bool oneShot, std::size_t wanted)
+        : events_{std::move(events)}, oneShot_{oneShot}, wanted_{wanted} {}
+    ~Handler() override {
+        events_->change([](Events& events) { events.destroyed = true; });
+    }
+    bool onNext(const Response& value) override {
+        tell("next:" + std::string{value.payload().text()});
+        return ++taken_ >= wanted_;
+    }
+    void onError(const Response& response) override { tell("error:" + response.toString()); }
+    void onCompleted() override { tell("completed"); }
+    bool isOneShot() const override { return oneShot_; }
+
+private:
+    void tell(const std::string& what) {
+        events_->change([&](Events& events) {
+            events.told.push_back(what);
+            events.thread = std::this_thread::get_id();
+        });
+    }
+    std::shared_ptr<Watched<Events>> events_;
+    bool oneShot_;
+    std::size_t wanted_;
+    std::size_t taken_ = 0;
+};
+
+// A consumer process, but for the process: tracks the provider and writes down what it hears of it.
+class Consumer final : public IKeloRuntime::IKeloServiceTracker, public IKeloRuntime::IKeloServiceResolver {
+public:
+    explicit Consumer(const std::string& directory, comm::ActiveObject* reader = nullptr) : reader_{reader} {
+        RuntimeOptions options;
+        options.directory = directory;
+        options.applicationName = "consumer";
+        runtime = kelo::runtime::createRuntime(options);
+        runtime->start(0);
+        tracker = runtime->trackService(servicePath, *this, 0);
+    }
+    ~Consumer() override { runtime->stop(); }
+
+    void added(const KeloServiceTrackerInfo& found) override {
+        heard.change([&](auto& all) { all.push_back("added " + std::to_string(found.incarnation)); });
+        info.change([&](auto& value) { value = found; });
+        if (resolver == IKeloRuntime::UNDEFINED_RESOLVER_HANDLE) resolver = runtime->openResolver(found, *this, reader_);
+    }
+    void modified(const KeloServiceTrackerInfo&) override {}
+    void removed() override {
+        heard.change([](auto& all) { all.emplace_back("removed"); });
+    }
+    void resolved(std::uint64_t, kelo::IKeloApi* resolvedApi) override {
+        api.change([&](auto& value) { value = resolvedApi; });
+        heard.change([](auto& all) { all.emplace_back("resolved"); });
+    }
+    void gone() override {
+        heard.change([](auto& all) { all.emplace_back("gone"); });
+    }
+
+    kelo::IKeloApi* waitForApi() {
+        api.waitFor([](kelo::IKeloApi* value) { return value != nullptr; });
+        return api.get();
+    }
+    std::shared_ptr<Watched<Events>> ask(const std::string& path, bool oneShot = true, std::size_t wanted = 1,
+                                         std::string_view payload = {}, int deadline = 10'000) {
+        auto events = std::make_shared<Watched<Events>>();
+        kelo::Request request{"retrieve", path, text(payload)};
+        handle = waitForApi()->request(request, std::make_unique<Handler>(events, oneShot, wanted),
+                                       {std::chrono::milliseconds{deadline}});
+        return events;
+    }
+
+    Watched<std::vector<std::string>> heard;
+    Watched<kelo::IKeloApi*> api;
+    Watched<KeloServiceTrackerInfo> info;
+    std::unique_ptr<IKeloRuntime> runtime;
+    std::uint64_t tracker = 0;
+    std::uint64_t resolver = IKeloRuntime::UNDEFINED_RESOLVER_HANDLE;
+    void* handle = nullptr;
+
+private:
+    comm::ActiveObject* reader_;
+};
+
+std::vector<std::string> ended(Watched<Events>& events) {
+    EXPECT_TRUE(events.waitFor([](const Events& e) { return e.destroyed; })) << "the request never ended";
+    return events.get().told;
+}
+
+using Told = std::vector<std::string>;
+
+class RuntimeTest : public testing::Test {
+protected:
+    testing_support::TemporaryDirectory directory;
+};
+
+TEST_F(RuntimeTest, EveryWayInWhichARequestEnds) {
+    Provider provider{directory.path()};
+    Consumer consumer{directory.path()};
+    EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 1, "hello")), (Told{"next:hello"}));
+    EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 9, "hello")), (Told{"next:hello", "completed"}))
+        << "a one-shot answer ends the request";
+    EXPECT_EQ(ended(*consumer.ask("/r/echo", false, 9, "hello")), (Told{"next:hello", "completed"}));
+    EXPECT_EQ(ended(*consumer.ask("/r/fail")), (Told{"error:418 refused"}));
+    EXPECT_EQ(ended(*consumer.ask("/r/drop")), (Told{"error:503 /provider: no answer"}));
+    EXPECT_EQ(ended(*consumer.ask("/r/throw")), (Told{"error:503 /provider: no answer"}));
+    EXPECT_EQ(ended(*consumer.ask("/none/x")), (Told{"error:404 /provider has no resource for the path '/none/x'"}));
+    EXPECT_EQ(ended(*consumer.ask("/r/slow", true, 1, {}, 30)),
+              (Told{"error:504 /provider: no answer within 30 ms, outcome unknown"}));
+    EXPECT_TRUE(provider.resource.cancelled.waitFor([](const auto& all) { return all.size() == 1; }))
+        << "a request given up is cancelled";
+    EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 1, std::string(2U << 20U, 'x'))),
+              (Told{"error:413 /provider: request larger than a frame may be, not sent"}));
+    EXPECT_EQ(provider.resource.lastTag.get(), "consumer");
+    const auto info = consumer.info.get();
+    EXPECT_EQ(info.applicationName, "provider");
+    EXPECT_EQ(info.pid, ::getpid());
+    EXPECT_EQ(kelo::runtime::getMimeType(info), "application/json");
+}
+
+TEST_F(RuntimeTest, AStreamGoesOnUntilItsConsumerHasEnough) {
+    Provider provider{directory.path()};
+    Consumer consumer{directory.path()};
+    const auto events = consumer.ask("/r/open", false, 3);
+    ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 1; }));
+    const auto responder = provider.resource.responders.get().all[0];
+    EXPECT_FALSE(responder->next(Response{200, text("one")}));
+    EXPECT_FALSE(responder->next(Response{200, text("two")}));
+    EXPECT_FALSE(responder->next(Response{200, text("three")}));
+    EXPECT_EQ(ended(*events), (Told{"next:one", "next:two", "next:three"}));
+    ASSERT_TRUE(provider.resource.cancelled.waitFor([](const auto& all) { return all.size() == 1; }));
+    EXPECT_TRUE(responder->next(Response{200, text("four")})) << "the client wants no more";
+}
+
+TEST_F(RuntimeTest, CancellingIsSilentAndRepeatsAreIgnored) {
+    Provider provider{directory.path()};
+    Consumer consumer{directory.path()};
+    const auto events = consumer.ask("/r/open", false, 3);
+    kelo::IKeloApi* const api = consumer.waitForApi();
+    api->cancel(consumer.handle);
+    api->cancel(consumer.handle);
+    api->cancel(reinterpret_cast<void*>(std::uintptr_t{0x123456789}));
+    EXPECT_EQ(ended(*events), Told{});
+    EXPECT_TRUE(provider.resource.cancelled.waitFor([](const auto& all) { return all.size() == 1; }));
+    EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 1, "still here")), (Told{"next:still here"}));
+}
+
+TEST_F(RuntimeTest, LosingTheProviderEndsWhatIsOpenAndTrackingGoesOn) {
+    Consumer consumer{directory.path()};
+    for (int round = 1; round <= 10; ++round) {
+        std::shared_ptr<Watched<Events>> open;
+        {
+            Provider provider{directory.path()};
+            ASSERT_TRUE(
+                consumer.heard.waitFor([&](const auto& all) { return all.size() == static_cast<std::size_t>(round) * 4 - 2; }));
+            open = consumer.ask("/r/open", false, 3);
+            ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 1; }));
+        }
+        EXPECT_EQ(ended(*open), (Told{"error:503 /provider: connection lost, outcome unknown"}));
+        ASSERT_TRUE(consumer.heard.waitFor([&](const auto& all) { return all.size() == static_cast<std::size_t>(round) * 4; }));
+        EXPECT_EQ(ended(*consumer.ask("/r/echo")), (Told{"error:503 /provider: service not available, request not sent"}));
+    }
+    const Told heard = consumer.heard.get();
+    for (std::size_t i = 0; i < heard.size(); i += 4) {
+        EXPECT_EQ(heard[i], "added " + std::to_string(i / 4 + 1));
+        EXPECT_EQ(heard[i + 1], "resolved");
+        EXPECT_EQ(heard[i + 2], "removed");
+        EXPECT_EQ(heard[i + 3], "gone");
+    }
+}
+
+TEST_F(RuntimeTest, AReaderIsCalledOnItsOwnThreadAndMayBeGivenUp) {
+    Provider provider{directory.path()};
+    comm::ActiveObject reader{"reader"};
+    Watched<std::thread::id> readerThread;
+    kelo::post(reader, [&] { readerThread.change([](auto& id) { id = std::this_thread::get_id(); }); });
+    readerThread.waitFor([](auto id) { return id != std::thread::id{}; });
+    Consumer consumer{directory.path(), &reader};
+    const auto echo = consumer.ask("/r/echo", true, 1, "a");
+    EXPECT_EQ(ended(*echo), (Told{"next:a"}));
+    EXPECT_EQ(echo->get().thread, readerThread.get());
+    const auto late = consumer.ask("/r/slow", true, 1, {}, 200);
+    consumer.runtime->closeResolver(consumer.resolver);
+    EXPECT_EQ(ended(*late), (Told{"error:504 /provider: no answer within 200 ms, outcome unknown"}))
+        << "deadlines move with the connection";
+    EXPECT_NE(late->get().thread, readerThread.get());
+}
+
+TEST_F(RuntimeTest, APathHasOneOwnerAndIsTakenOverWhenThatEnds) {
+    auto first = std::make_unique<Provider>(directory.path());
+    ASSERT_TRUE(first->published.count.waitFor([](int n) { return n == 1; }));
+    Provider second{directory.path()};
+    Consumer consumer{directory.path()};
+    EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 1, "x")), (Told{"next:x"}));
+    EXPECT_EQ(second.published.count.get(), 0);
+    first.reset();
+    EXPECT_TRUE(second.published.count.waitFor([](int n) { return n == 1; }));
+    ASSERT_TRUE(consumer.heard.waitFor([](const auto& all) { return all.size() == 6; }));
+    EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 1, "y")), (Told{"next:y"}));
+}
+
+TEST_F(RuntimeTest, ADirectoryThatIsRemovedIsMadeAgainAndServicesReturn) {
+    const std::string inner = directory / "domain";
+    Provider provider{inner};
+    Consumer before{inner};
+    ASSERT_NE(before.waitForApi(), nullptr);
+    std::filesystem::remove_all(inner);
+    Consumer after{inner};
+    EXPECT_EQ(ended(*after.ask("/r/echo", true, 1, "again")), (Told{"next:again"}));
+    EXPECT_EQ(ended(*before.ask("/r/echo", true, 1, "still")), (Told{"next:still"})) << "a live connection needs no directory";
+}
+
+TEST_F(RuntimeTest, UnsafeDirectoriesAreRefusedWithTheReason) {
+    namespace fs = std::filesystem;
+    fs::create_directory(directory / "target");
+    fs::create_symlink(directory / "target", directory / "link");
+    fs::create_directory(directory / "open");
+    ::chmod((directory / "open").c_str(), 0777);
+    fs::create_directory(directory / "group");
+    ::chmod((directory / "group").c_str(), 0770);
+    fs::create_directory(directory / "sticky");
+    ::chmod((directory / "sticky").c_str(), 01777);
+    fs::create_directory(directory / "open/inner");
+    { const RawPeer file{::open((directory / "file").c_str(), O_CREAT | O_RDWR, 0600)}; }
+    struct Case {
+        const char* name;
+        const char* reason;  // null: accepted
+    };
+    std::vector<Case> cases{
+        {"fresh/with/parents", nullptr},
+        {"sticky", nullptr},
+        {"link", "is a symbolic link"},
+        {"open", "may be written to by others"},
+        {"group", "may be written to by others"},
+        {"open/inner", "the directory above"},
+        {"file", "Not a directory"},
+    };
+    if (::geteuid() == 0) {
+        fs::create_directory(directory / "foreign");
+        ASSERT_EQ(::chown((directory / "foreign").c_str(), 12345, 12345), 0);
+        cases.push_back({"foreign", "belongs to uid 12345"});
+    }
+    for (const auto& [name, reason] : cases) {
+        std::ErrorStorage::ack();
+        const Provider provider{directory / name};
+        EXPECT_EQ(provider.started, reason == nullptr) << name;
+        const std::string said = std::ErrorStorage::reason();
+        if (reason != nullptr) {
+            EXPECT_NE(said.find(reason), std::string::npos) << name << " said: " << said;
+        }
+    }
+    std::ErrorStorage::ack();
+}
+
+TEST_F(RuntimeTest, WhatAPeerGarblesEndsItsOwnConnectionAlone) {
+    Provider provider{directory.path()};
+    Consumer witness{directory.path()};
+    ASSERT_NE(witness.waitForApi(), nullptr);
+    const Bytes hello = testing_support::helloFrame(servicePath);
+    const auto after = [&](Bytes more) {
+        Bytes all = hello;
+        all.insert(all.end(), more.begin(), more.end());
+        return all;
+    };
+    const Bytes request = testing_support::requestFrame(1, "retrieve", "/r/open");
+    Bytes twice = request;
+    twice.insert(twice.end(), request.begin(), request.end());
+    Bytes huge = testing_support::frame(2, 1, 1, {});
+    huge[3] = 0x10;
+    const std::vector<std::pair<const char*, Bytes>> cases{
+        {"noise", Bytes(64, 0xee)},
+        {"a request before the hello", request},
+        {"another version", testing_support::helloFrame(servicePath, 2)},
+        {"a hello to another service", testing_support::helloFrame("/other")},
+        {"a second hello", after(hello)},
+        {"a frame beyond the limit", after(huge)},
+        {"an id used twice", after(twice)},
+        {"an answer", after(testing_support::frame(5, 0, 1, {0xa0}))},
+        {"a cancel with a body", after(testing_support::frame(6, 0, 1, {0xa1}))},
+        {"a header map that is none", after(testing_support::frame(2, 1, 1, {0x01}))},
+    };
+    for (const auto& [what, bytes] : cases) {
+        RawPeer peer{directory / socketFile};
+        ASSERT_TRUE(peer.send(bytes)) << what;
+        EXPECT_TRUE(peer.seesEnd()) << what;
+        EXPECT_EQ(ended(*witness.ask("/r/echo", true, 1, what)), (Told{std::string{"next:"} + what}));
+    }
+}
+
+TEST_F(RuntimeTest, FramesMayArriveInAnyPieces) {
+    Provider provider{directory.path()};
+    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    RawPeer peer{directory / socketFile};
+    Bytes bytes = testing_support::helloFrame(servicePath);
+    const Bytes request = testing_support::requestFrame(5, "retrieve", "/r/echo", true, "piecewise");
+    bytes.insert(bytes.end(), request.begin(), request.end());
+    for (const std::uint8_t byte : bytes) ASSERT_TRUE(peer.send({byte}));
+    ASSERT_EQ(peer.receive().value().type, 1);
+    const auto answer = peer.receive();
+    ASSERT_TRUE(answer.has_value());
+    EXPECT_EQ(answer->type, 3);
+    EXPECT_EQ(answer->flags, 2);
+    EXPECT_EQ(answer->id, 5U);
+    EXPECT_TRUE(answer->bodyContains("piecewise"));
+}
+
+TEST_F(RuntimeTest, RequestsBeyondTheLimitAreRefusedAndCancelledOnesStillCount) {
+    kelo::Limits limits;
+    limits.oneShotRequests = 4;
+    Provider provider{directory.path(), limits};
+    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    RawPeer peer{directory / socketFile};
+    Bytes bytes = testing_support::helloFrame(servicePath);
+    const auto add = [&](const Bytes& frame) { bytes.insert(bytes.end(), frame.begin(), frame.end()); };
+    for (std::uint64_t id = 1; id <= 4; ++id) add(testing_support::requestFrame(id, "retrieve", "/r/open"));
+    for (std::uint64_t id = 1; id <= 4; ++id) add(testing_support::frame(6, 0, id, {}));
+    add(testing_support::requestFrame(5, "retrieve", "/r/open"));
+    ASSERT_TRUE(peer.send(bytes));
+    ASSERT_EQ(peer.receive().value().type, 1);
+    const auto refusal = peer.receive();
+    ASSERT_TRUE(refusal.has_value());
+    EXPECT_EQ(refusal->type, 4);
+    EXPECT_TRUE(refusal->bodyContains("too many requests in flight"));
+    provider.resource.responders.change([](auto& all) { all.all.clear(); });
+    ASSERT_TRUE(peer.send(testing_support::requestFrame(6, "retrieve", "/r/echo", true, "room again")));
+    EXPECT_TRUE(peer.receive().value().bodyContains("room again"));
+}
+
+TEST_F(RuntimeTest, ASlowReaderGetsTheNewestValueAndCostsNobodyMemory) {
+    Provider provider{directory.path()};
+    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    RawPeer peer{directory / socketFile};
+    Bytes bytes = testing_support::helloFrame(servicePath);
+    const Bytes open = testing_support::requestFrame(1, "retrieve", "/r/open", false);
+    bytes.insert(bytes.end(), open.begin(), open.end());
+    ASSERT_TRUE(peer.send(bytes));
+    ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 1; }));
+    const auto responder = provider.resource.responders.get().all[0];
+    constexpr int values = 20'000;
+    const std::string filling(1000, '.');
+    for (int i = 1; i <= values; ++i)
+        ASSERT_FALSE(responder->next(Response{200, text(filling + "value " + std::to_string(i) + ";")}));
+    ASSERT_EQ(peer.receive().value().type, 1);
+    int received = 0;
+    for (;;) {
+        const auto next = peer.receive();
+        ASSERT_TRUE(next.has_value()) << "the newest value never came; " << received << " did";
+        ++received;
+        if (next->bodyContains("value " + std::to_string(values) + ";")) break;
+    }
+    EXPECT_LT(received, values / 2) << "values that nobody had read were kept";
+}
+
+TEST_F(RuntimeTest, AClientThatNeverReadsItsAnswersIsCut) {
+    kelo::Limits limits;
+    limits.queuedSoftBytes = 256U * 1024U;
+    limits.queuedHardBytes = 512U * 1024U;
+    limits.oneShotRequests = 100;
+    Provider provider{directory.path(), limits};
+    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    RawPeer peer{directory / socketFile};
+    Bytes bytes = testing_support::helloFrame(servicePath);
+    for (std::uint64_t id = 1; id <= 8; ++id) {
+        const Bytes request = testing_support::requestFrame(id, "retrieve", "/r/open");
+        bytes.insert(bytes.end(), request.begin(), request.end());
+    }
+    ASSERT_TRUE(peer.send(bytes));
+    ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 8; }));
+    const std::string large(200'000, 'x');
+    for (const auto& responder : provider.resource.responders.get().all) responder->next(Response{200, text(large)});
+    EXPECT_TRUE(peer.seesEnd());
+}
+
+TEST_F(RuntimeTest, AClientThatGoesAwayCancelsWhatItHadOpen) {
+    Provider provider{directory.path()};
+    {
+        Consumer consumer{directory.path()};
+        consumer.ask("/r/open", false, 3);
+        consumer.ask("/r/slow");
+        ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 2; }));
+    }
+    EXPECT_TRUE(provider.resource.cancelled.waitFor([](const auto& all) { return all.size() == 2; }));
+    for (const auto& responder : provider.resource.responders.get().all) EXPECT_TRUE(responder->next(Response{200}));
+}
+
+TEST_F(RuntimeTest, ThousandsOfRequestsFromManyThreadsEachEndOnce) {
+    Provider provider{directory.path()};
+    Consumer consumer{directory.path()};
+    kelo::IKeloApi* const api = consumer.waitForApi();
+    std::atomic<int> right{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < 4; ++thread) {
+        threads.emplace_back([&, thread] {
+            std::deque<std::pair<std::string, std::shared_ptr<Watched<Events>>>> open;
+            const auto finish = [&] {
+                if (ended(*open.front().second) == Told{"next:" + open.front().first}) ++right;
+                open.pop_front();
+            };
+            for (int i = 0; i < 1000; ++i) {
+                auto events = std::make_shared<Watched<Events>>();
+                const std::string content = std::to_string(thread) + "/" + std::to_string(i);
+                api->request(kelo::Request{"retrieve", "/r/echo", text(content)}, std::make_unique<Handler>(events, true, 1));
+                open.emplace_back(content, events);
+                if (open.size() > 16) finish();
+            }
+            while (!open.empty()) finish();
+        });
+    }
+    for (auto& thread : threads) thread.join();
+    EXPECT_EQ(right, 4000);
+}
+
+}  // namespace

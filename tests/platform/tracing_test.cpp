@@ -1,0 +1,157 @@
+#include "tracing/channel.h"
+
+#include <gmock/gmock.h>
+#include <sched.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <regex>
+#include <thread>
+#include <vector>
+
+#include "kelo/tracing.h"
+#include "support/redirect.h"
+#include "tracing/client_helper.h"
+#include "util/util.h"
+
+namespace {
+
+using support::Redirect;
+using testing::EndsWith;
+using testing::HasSubstr;
+using tracing::Channel;
+
+TEST(TracingTest, ThresholdsComeFromTheEnvironment) {
+    struct Case {
+        const char* variable;
+        int threshold;
+    };
+    Redirect output{STDERR_FILENO};
+    for (const auto& [variable, threshold] : {
+             Case{"", 2},
+             Case{"A_CHANNEL=0", 0},
+             Case{"*=4", 4},
+             Case{"*=4,A_CHANNEL=1", 1},
+             Case{"A_CHANNEL=1,*=4", 4},
+             Case{" A_CHANNEL = -1 ,, A=5", -1},
+             Case{"A_CHANNELS=1,A_CHANNE=1,a_channel=1", 2},
+             Case{"A_CHANNEL=x,A_CHANNEL=3", 3},
+             Case{"A_CHANNEL,=1,A_CHANNEL=1x,A_CHANNEL=", 2},
+         }) {
+        setenv("KELO_TRACE", variable, 1);
+        const Channel channel{"A_CHANNEL"};
+        EXPECT_TRUE(channel.isEnabled(threshold)) << variable;
+        EXPECT_FALSE(channel.isEnabled(threshold - 1)) << variable;
+    }
+    unsetenv("KELO_TRACE");
+}
+
+TEST(TracingDeathTest, MalformedEntriesAreReportedOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process in which no channel has read the variable yet
+    setenv("KELO_TRACE", "good=1,b\nad,other=1x", 1);
+    EXPECT_EXIT(
+        {
+            const Channel first{"first"};
+            const Channel second{"second"};
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "^KELO_TRACE: ignoring \"b\\\\nad\", which is not CHANNEL=LEVEL\n"
+        "KELO_TRACE: ignoring \"other=1x\", which is not CHANNEL=LEVEL\n$");
+    unsetenv("KELO_TRACE");
+}
+
+class TracingLineTest : public testing::Test {
+protected:
+    TracingLineTest() { channel_.setThreshold(2); }
+
+    util::Util::Guard guard_ = util::Util::init("bench_app", true, false, false, false);
+    Channel channel_{"BENCH_Startup"};
+    Redirect output_{STDERR_FILENO};
+};
+
+TEST_F(TracingLineTest, OneMessageIsOneLine) {
+    logCV(channel_, 1, "not emitted %s", "at all");
+    logCV(channel_, 3, "name='%s' n=%i", "a\nb\x1b[31m\x7f\t\u00e4", 7);
+    const std::string line = output_.take();
+    EXPECT_TRUE(std::regex_match(line, std::regex{R"(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\.\d{3} bench_app BENCH_Startup 3 )"
+                                                  R"(name='a\\nb\\x1b\[31m\\x7f\\t)"
+                                                  "\u00e4' n=7\n"}))
+        << line;
+    EXPECT_EQ(kelo::tracing::getTraceClientId(), "bench_app-" + std::to_string(getpid()));
+}
+
+TEST_F(TracingLineTest, LongLinesAreCut) {
+    for (const std::string& text : {std::string(10'000, 'x'), std::string(3'000, '\n')}) {
+        logC(channel_, 4, text.c_str());
+        logCV(channel_, 4, "%s", text.c_str());
+        const std::string lines = output_.take();
+        EXPECT_GT(lines.size(), 2 * 4080U);
+        EXPECT_LE(lines.size(), 2 * 4096U);
+        EXPECT_THAT(lines, EndsWith("\u2026\n"));
+    }
+}
+
+TEST_F(TracingLineTest, AStuckReaderLosesLinesButHoldsNobodyUp) {
+    output_.fill();
+    logC(channel_, 4, "lost");
+    logC(channel_, 4, "lost too");
+    tracing::client_helper::getClient().flush(true);
+    output_.take();
+    logC(channel_, 4, "heard");
+    EXPECT_THAT(output_.take(), EndsWith("BENCH_Startup 4 (2 lines lost) heard\n"));
+    logC(channel_, 4, "again");
+    EXPECT_THAT(output_.take(), EndsWith("BENCH_Startup 4 again\n"));
+    output_.fill();
+    logC(channel_, 4, "lost");
+    output_.take();
+    tracing::client_helper::getClient().flush(false);
+    EXPECT_THAT(output_.take(), HasSubstr("(1 lines lost)"));
+}
+
+TEST_F(TracingLineTest, SwitchedOffWritesNothing) {
+    const auto guard = util::Util::init("bench_app", false, false, false, false);
+    logC(channel_, 4, "silence");
+    EXPECT_EQ(output_.take(), "");
+}
+
+TEST_F(TracingLineTest, NoCallIsUnderWayOnceTheSinkIsReplaced) {
+    std::atomic<bool> stop{false};
+    std::vector<std::thread> loggers;
+    for (int i = 0; i < 2; ++i) {
+        loggers.emplace_back([&] {
+            while (!stop) logC(channel_, 4, "to whoever listens");
+        });
+    }
+    for (int round = 0; round < 50; ++round) {
+        std::atomic<int> calls{0};
+        auto context = std::make_unique<std::atomic<int>*>(&calls);
+        tracing::setSink([](const char*, int, const char*, void* at) { ++**static_cast<std::atomic<int>**>(at); }, context.get());
+        while (calls == 0) std::this_thread::yield();
+        tracing::setSink(nullptr, nullptr);
+        context.reset();  // a call that came later would read freed memory
+        output_.take();
+    }
+    stop = true;
+    for (auto& logger : loggers) logger.join();
+}
+
+TEST(RateLimitTest, WhatIsHeldBackIsCounted) {
+    tracing::RateLimit limit{10};
+    std::uint64_t asked = 0;
+    std::uint64_t admitted = 0;
+    std::uint64_t suppressed = 0;
+    while (suppressed == 0) {  // until the first line of the next second
+        std::uint64_t held = 0;
+        ++asked;
+        if (limit.admit(held)) {
+            ++admitted;
+            suppressed += held;
+        }
+        if (admitted >= 10) sched_yield();
+    }
+    EXPECT_EQ(admitted + suppressed, asked);
+    EXPECT_LE(admitted, 30U);  // of at most three seconds that it touched
+}
+
+}  // namespace

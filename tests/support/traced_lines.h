@@ -1,0 +1,41 @@
+// The lines that one tracing channel emits while a test looks.
+#pragma once
+
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "tracing/channel.h"
+
+namespace support {
+
+// One at a time. Thread: any.
+class TracedLines {
+public:
+    explicit TracedLines(std::string channel) : channel_{std::move(channel)} { tracing::setSink(&TracedLines::sink, this); }
+    ~TracedLines() { tracing::setSink(nullptr, nullptr); }
+    TracedLines(const TracedLines&) = delete;
+    TracedLines& operator=(const TracedLines&) = delete;
+
+    // "<level> <text>" of each line since the last time.
+    std::vector<std::string> take() {
+        const std::lock_guard lock{mutex_};
+        return std::exchange(lines_, {});
+    }
+
+private:
+    static void sink(const char* channel, int level, const char* text, void* context) {
+        auto& self = *static_cast<TracedLines*>(context);
+        if (self.channel_ != channel) return;
+        const std::lock_guard lock{self.mutex_};
+        self.lines_.push_back(std::to_string(level) + " " + text);
+    }
+
+    const std::string channel_;
+    std::mutex mutex_;
+    std::vector<std::string> lines_;
+};
+
+}  // namespace support
