@@ -70,6 +70,8 @@ TEST(RecordTest, OrderUnknownKeysRepetitionAndNullsOnReading) {
          }) {
         EXPECT_EQ(toJson(fromJson<Layer>(document)), readsAs) << document;
     }
+    const auto repeated = fromJson<Insert>(R"({"points":[{},{}],"side":"Left_Side","layer":{"id":1},"points":[{"x":1}]})");
+    EXPECT_EQ(toJson(repeated.points), R"([{"x":1}])");
 }
 
 TEST(RecordTest, AbsentKeysLeaveWhatWasThereAndNullClearsIt) {
@@ -109,7 +111,7 @@ TEST(RecordTest, FailuresOfReadingNameTheMember) {
          }) {
         Insert value;
         const std::string got = support::readDocument(MimeTypeID::json, document, value);
-        EXPECT_TRUE(got.starts_with(reason) && got.size() > std::string_view{reason}.size() - 1) << document << "\n" << got;
+        EXPECT_TRUE(got.starts_with(reason)) << document << "\n" << got;
     }
 }
 

@@ -25,7 +25,7 @@ void IxobinWriter::put(Encode encode) {
 
 bool IxobinWriter::start(util::ByteBufferWriter& writer) {
     out_ = &writer;
-    nesting_.reset();
+    nesting_.start();
     return false;
 }
 
@@ -39,8 +39,8 @@ bool IxobinWriter::beginObject() {
     return false;
 }
 
-bool IxobinWriter::memberKey(std::string_view key, bool /*first*/, int /*index*/) {
-    return nesting_.open(true) || writeText(key);
+bool IxobinWriter::memberKey(std::string_view key, bool first, int /*index*/) {
+    return nesting_.open(true, first) || writeText(key);
 }
 
 bool IxobinWriter::endMember() {
@@ -59,8 +59,8 @@ bool IxobinWriter::beginArray() {
     return false;
 }
 
-bool IxobinWriter::beginElement(bool /*first*/) {
-    return nesting_.open(false);
+bool IxobinWriter::beginElement(bool first) {
+    return nesting_.open(false, first);
 }
 
 bool IxobinWriter::endElement() {
@@ -95,14 +95,14 @@ bool IxobinWriter::writeInt(std::int64_t value) {
 }
 
 bool IxobinWriter::writeDouble(double value) {
-    if (!std::isfinite(value)) return writeFailed("an infinity or NaN has no form in a document");
+    if (!std::isfinite(value)) return nesting_.fail(fault::notFinite);
     if (nesting_.value()) return true;
     put([value](unsigned char* to, std::size_t room) { return cbor_encode_double(value, to, room); });
     return false;
 }
 
 bool IxobinWriter::writeFloat(float value) {
-    if (!std::isfinite(value)) return writeFailed("an infinity or NaN has no form in a document");
+    if (!std::isfinite(value)) return nesting_.fail(fault::notFinite);
     if (nesting_.value()) return true;
     put([value](unsigned char* to, std::size_t room) { return cbor_encode_single(value, to, room); });
     return false;
@@ -127,7 +127,7 @@ bool IxobinWriter::writeUrl(const kelo::url& value) {
 }
 
 bool IxobinWriter::writeText(std::string_view text) {
-    if (!isValidUtf8(text)) return writeFailed("a string is not valid UTF-8");
+    if (!isValidUtf8(text)) return nesting_.fail(fault::notUtf8);
     put([size = text.size()](unsigned char* to, std::size_t room) { return cbor_encode_string_start(size, to, room); });
     out_->write(text);
     return false;

@@ -1,51 +1,49 @@
 #include "serializer/json_reader.h"
 
+#include <algorithm>
 #include <charconv>
-#include <cmath>
 #include <cstdint>
-#include <cstdlib>
-#include <cstring>
+#include <cstdio>
 
-#include "serializer/reader_support.h"
+#include "serializer/failure.h"
+#include "serializer/json_text.h"
 #include "serializer/utf8.h"
-#include "serializer/writer_nesting.h"
 
 // RFC 8259 to the letter, in one pass and without building anything. A comma is consumed where the member or element before it
 // ends; what follows then must be another one, which is how a trailing comma is found. Skipping reads, so that what is skipped is
 // checked like the rest; it recurses, but not deeper than the 64 levels that a document may have.
 //
 // A string without escapes is a view into the input. Only one with escapes is put together, in a buffer that the reader keeps.
+//
+// An integer is a double's value only if it is written out just as the double would be: digit for digit.
 
 namespace kelo::serializer {
 namespace {
 
 using util::serializer::ValueType;
 
+constexpr std::size_t largestExactDigits = 15;     // every integer of so many digits is some double's value
+constexpr std::size_t maximumIntegerDigits = 310;  // those of the largest double, and a sign
+
 bool isDigit(char c) noexcept {
     return c >= '0' && c <= '9';
 }
 
-// Whether one of eight characters ends or interrupts a plain run: a quote, a backslash or a control character. Bytes beyond ASCII
-// do not.
-bool hasSpecial(std::uint64_t word) noexcept {
-    constexpr std::uint64_t ones = 0x0101010101010101U;
-    constexpr std::uint64_t highs = 0x8080808080808080U;
-    const auto hasZero = [](std::uint64_t w) { return (w - ones) & ~w & highs; };
-    const std::uint64_t quotes = hasZero(word ^ (ones * '"'));
-    const std::uint64_t backslashes = hasZero(word ^ (ones * '\\'));
-    const std::uint64_t controls = (word - ones * 0x20) & ~word & highs;
-    return (quotes | backslashes | controls) != 0;
-}
-
-const char* endOfRun(const char* at, const char* end) noexcept {
-    while (end - at >= 8) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, at, sizeof word);
-        if (hasSpecial(word)) break;
-        at += 8;
-    }
-    while (at < end && *at != '"' && *at != '\\' && static_cast<unsigned char>(*at) >= 0x20) ++at;
-    return at;
+// Whether a number that is too large for a double, or too small for one, is the latter: its first digit that counts then stands
+// far behind the point.
+bool isTiny(std::string_view number) noexcept {
+    const auto exponentAt = std::min(number.find_first_of("eE"), number.size());
+    const std::string_view digits = number.substr(0, exponentAt);
+    const auto point = std::min(digits.find('.'), digits.size());
+    const auto significant = digits.find_first_of("123456789");
+    const auto place = static_cast<std::int64_t>(point) - static_cast<std::int64_t>(significant);
+    std::string_view exponentText = number.substr(std::min(exponentAt + 1, number.size()));
+    const bool isNegative = exponentText.starts_with('-');
+    if (isNegative || exponentText.starts_with('+')) exponentText.remove_prefix(1);
+    std::int64_t exponent = 0;
+    const auto result = std::from_chars(exponentText.data(), exponentText.data() + exponentText.size(), exponent);
+    if (result.ec == std::errc::result_out_of_range) return isNegative;
+    return place < (isNegative ? exponent : -exponent);
 }
 
 void appendUtf8(std::string& out, unsigned code) {
@@ -69,8 +67,20 @@ void appendUtf8(std::string& out, unsigned code) {
 
 }  // namespace
 
-bool JsonReader::failed(const char* what) const {
+bool JsonReader::failed(const char* what) const noexcept {
     return readFailed(what, offset());
+}
+
+bool JsonReader::failedToFind(const char* expected) {
+    if (at_ == end_) return readMismatch(expected, "the end of the document", offset());
+    std::string_view found = nameOf(peek());
+    char text[16];
+    if (found.empty()) {
+        const auto c = static_cast<unsigned char>(*at_);
+        std::snprintf(text, sizeof text, c >= 0x20 && c < 0x7f ? "'%c'" : "byte 0x%02x", c);
+        found = text;
+    }
+    return readMismatch(expected, found, offset());
 }
 
 bool JsonReader::start(const util::ByteBufferReader& reader) {
@@ -85,15 +95,14 @@ bool JsonReader::start(const util::ByteBufferReader& reader) {
 
 bool JsonReader::finish() {
     skipBlanks();
-    if (depth_ != 0) return failed("the document ends inside a container");
-    if (at_ != end_) return failed("expected the end of the document");
-    return false;
+    if (depth_ != 0) return failed(fault::openAtEnd);
+    return at_ != end_ && failedToFind("the end of the document");
 }
 
-bool JsonReader::begin(char open, const char* what) {
+bool JsonReader::begin(char open, const char* expected) {
     skipBlanks();
-    if (at_ == end_ || *at_ != open) return failed(what);
-    if (depth_ == maximumDepth) return failed("containers nested more than 64 deep");
+    if (at_ == end_ || *at_ != open) return failedToFind(expected);
+    if (depth_ == maximumDepth) return failed(fault::tooDeep);
     ++at_;
     ++depth_;
     afterComma_ = false;
@@ -102,34 +111,33 @@ bool JsonReader::begin(char open, const char* what) {
 
 bool JsonReader::atEnd(char close, bool& end) {
     skipBlanks();
-    if (at_ == end_) return failed("the document is cut short");
+    if (at_ == end_) return failedToFind(close == '}' ? "a member or '}'" : "a value or ']'");
     end = *at_ == close;
-    if (end && afterComma_) return failed("a comma with nothing behind it");
-    return false;
+    return end && afterComma_ && failed("a comma with nothing behind it");
 }
 
 bool JsonReader::separate(char close) {
     skipBlanks();
-    if (at_ == end_) return failed("the document is cut short");
-    if (*at_ == ',') {
+    if (at_ != end_ && *at_ == ',') {
         ++at_;
         afterComma_ = true;
         return false;
     }
-    return *at_ == close ? false : failed(close == '}' ? "expected ',' or '}'" : "expected ',' or ']'");
+    if (at_ != end_ && *at_ == close) return false;
+    return failedToFind(close == '}' ? "',' or '}'" : "',' or ']'");
 }
 
 bool JsonReader::end(char close) {
     bool atClose = false;
     if (atEnd(close, atClose)) return true;
-    if (!atClose || depth_ == 0) return failed(close == '}' ? "expected '}'" : "expected ']'");
+    if (!atClose || depth_ == 0) return failedToFind(close == '}' ? "'}'" : "']'");
     ++at_;
     --depth_;
     return false;
 }
 
 bool JsonReader::beginObject() {
-    return begin('{', "expected an object");
+    return begin('{', "an object");
 }
 bool JsonReader::atObjectEnd(bool& end) {
     return atEnd('}', end);
@@ -141,7 +149,7 @@ bool JsonReader::endObject() {
     return end('}');
 }
 bool JsonReader::beginArray() {
-    return begin('[', "expected an array");
+    return begin('[', "an array");
 }
 bool JsonReader::endElement() {
     return separate(']');
@@ -159,10 +167,10 @@ bool JsonReader::atArrayEnd(bool& end) {
 bool JsonReader::memberKey(std::string_view& key) {
     afterComma_ = false;
     skipBlanks();
-    if (at_ == end_ || *at_ != '"') return failed("expected a member's key");
+    if (at_ == end_ || *at_ != '"') return failedToFind("a member's key");
     if (readString(key)) return true;
     skipBlanks();
-    if (at_ == end_ || *at_ != ':') return failed("expected ':'");
+    if (at_ == end_ || *at_ != ':') return failedToFind("':'");
     ++at_;
     return false;
 }
@@ -190,21 +198,23 @@ ValueType JsonReader::peek() {
     return integer ? ValueType::integer : ValueType::floating;
 }
 
-bool JsonReader::literal(std::string_view text) {
-    if (!std::string_view{at_, static_cast<std::size_t>(end_ - at_)}.starts_with(text)) return true;
+bool JsonReader::takeLiteral(std::string_view text) noexcept {
+    if (!std::string_view{at_, static_cast<std::size_t>(end_ - at_)}.starts_with(text)) return false;
     at_ += text.size();
-    return false;
+    return true;
 }
 
 bool JsonReader::readNull() {
     skipBlanks();
-    return literal("null") && failed("expected null");
+    return !takeLiteral("null") && failedToFind("null");
 }
 
 bool JsonReader::readBool(bool& value) {
     skipBlanks();
-    value = !literal("true");
-    return !value && literal("false") && failed("expected true or false");
+    const bool isTrue = takeLiteral("true");
+    if (!isTrue && !takeLiteral("false")) return failedToFind("true or false");
+    value = isTrue;
+    return false;
 }
 
 std::string_view JsonReader::scanNumber(bool& integer) const noexcept {
@@ -239,10 +249,10 @@ bool JsonReader::readInt(std::int64_t& value) {
     skipBlanks();
     bool integer = false;
     const std::string_view text = scanNumber(integer);
-    if (text.empty() || !integer) return failed("expected an integer");
+    if (text.empty() || !integer) return failedToFind("an integer");
     std::int64_t read = 0;
     const auto result = std::from_chars(text.data(), text.data() + text.size(), read);
-    if (result.ec != std::errc{}) return failed("an integer beyond 64 bits");
+    if (result.ec != std::errc{}) return failed(fault::integerTooLarge);
     value = read;
     at_ += text.size();
     return false;
@@ -252,18 +262,16 @@ bool JsonReader::readDouble(double& value) {
     skipBlanks();
     bool integer = false;
     const std::string_view text = scanNumber(integer);
-    if (text.empty()) return failed("expected a number");
+    if (text.empty()) return failedToFind("a number");
     double read = 0;
     if (std::from_chars(text.data(), text.data() + text.size(), read).ec != std::errc{}) {
-        // Too large for a double, or too small, which is a zero or as good as one.
-        read = std::strtod(std::string{text}.c_str(), nullptr);
-        if (!std::isfinite(read)) return failed("a number beyond the range of a double");
+        if (!isTiny(text)) return failed("a number beyond the range of a double");
+        read = text.front() == '-' ? -0.0 : 0.0;
     }
-    if (integer) {
-        char exact[400];
+    if (integer && text.size() > largestExactDigits) {
+        char exact[maximumIntegerDigits];
         const auto end = std::to_chars(exact, exact + sizeof exact, read, std::chars_format::fixed).ptr;
-        if (text != std::string_view{exact, static_cast<std::size_t>(end - exact)})
-            return failed("an integer that no double is equal to");
+        if (text != std::string_view{exact, static_cast<std::size_t>(end - exact)}) return failed(fault::integerNotExact);
     }
     value = read;
     at_ += text.size();
@@ -272,37 +280,36 @@ bool JsonReader::readDouble(double& value) {
 
 bool JsonReader::readString(std::string_view& value) {
     skipBlanks();
-    if (at_ == end_ || *at_ != '"') return failed("expected a string");
+    if (at_ == end_ || *at_ != '"') return failedToFind("a string");
     const char* const first = ++at_;
-    at_ = endOfRun(at_, end_);
-    if (at_ < end_ && *at_ == '\\') return readEscaped(first, value);
-    if (at_ == end_) return failed("a string is cut short");
-    if (*at_ != '"') return failed("a control character in a string");
+    bool ascii = true;
+    at_ = findJsonSpecial(at_, end_, ascii);
+    if (at_ == end_ || *at_ != '"') return readUnusual(first, ascii, value);
     value = {first, static_cast<std::size_t>(at_ - first)};
-    if (!isValidUtf8(value)) return failed("a string is not valid UTF-8");
+    if (!ascii && !isValidUtf8(value)) return failed(fault::notUtf8);
     ++at_;
     return false;
 }
 
-bool JsonReader::readEscaped(const char* runBegin, std::string_view& value) {
+bool JsonReader::readUnusual(const char* run, bool ascii, std::string_view& value) {
     scratch_.clear();
     for (;;) {
-        scratch_.append(runBegin, at_);
+        scratch_.append(run, at_);
         if (at_ == end_) return failed("a string is cut short");
         if (*at_ == '"') break;
         if (*at_ != '\\') return failed("a control character in a string");
         ++at_;
         if (readEscape()) return true;
-        runBegin = at_;
-        at_ = endOfRun(at_, end_);
+        run = at_;
+        at_ = findJsonSpecial(at_, end_, ascii);
     }
-    if (!isValidUtf8(scratch_)) return failed("a string is not valid UTF-8");
+    // An escape is whole characters, so it can complete none that stands before it or behind it.
+    if (!ascii && !isValidUtf8(scratch_)) return failed(fault::notUtf8);
     ++at_;
     value = scratch_;
     return false;
 }
 
-// What follows a backslash.
 bool JsonReader::readEscape() {
     if (at_ == end_) return failed("a string is cut short");
     switch (const char c = *at_++) {
@@ -354,9 +361,11 @@ bool JsonReader::readHex(unsigned& value) noexcept {
 }
 
 bool JsonReader::readUuid(std::UUID& value) {
+    skipBlanks();
+    const std::size_t begin = offset();
     std::string_view text;
     if (readString(text)) return true;
-    return std::UUID::parse(text, value) ? false : failed("a string that is no UUID");
+    return !std::UUID::parse(text, value) && readFailed(fault::noUuid, begin);
 }
 
 bool JsonReader::readUrl(kelo::url& value) {
@@ -404,7 +413,7 @@ bool JsonReader::skipValue() {
         case ValueType::invalid:
             break;
     }
-    return failed(at_ == end_ ? "the document is cut short" : "expected a value");
+    return failedToFind("a value");
 }
 
 }  // namespace kelo::serializer

@@ -1,7 +1,10 @@
 // Reads JSON.
 #pragma once
 
+#include <cstddef>
+#include <cstdint>
 #include <string>
+#include <string_view>
 
 #include "util/serializer/structured_serializer.h"
 
@@ -33,19 +36,21 @@ public:
     std::size_t offset() const noexcept override { return static_cast<std::size_t>(at_ - begin_); }
 
 private:
-    bool failed(const char* what) const;
+    bool failed(const char* what) const noexcept;
+    [[gnu::cold]] bool failedToFind(const char* expected);
     void skipBlanks() noexcept {
         while (at_ < end_ && (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t')) ++at_;
     }
-    bool begin(char open, const char* what);
+    bool begin(char open, const char* expected);
     bool atEnd(char close, bool& end);
     bool separate(char close);
     bool end(char close);
-    bool literal(std::string_view text);
+    bool takeLiteral(std::string_view text) noexcept;
     // The number at the present place, not consumed; empty if none begins there. `integer`: it has neither fraction nor exponent.
     std::string_view scanNumber(bool& integer) const noexcept;
-    bool readEscaped(const char* runBegin, std::string_view& value);
-    bool readEscape();
+    // A string with escapes, or a malformed one, whose plain characters from `run` to the present place have been passed over.
+    bool readUnusual(const char* run, bool ascii, std::string_view& value);
+    bool readEscape();  // what follows a backslash
     bool readHex(unsigned& value) noexcept;
 
     const char* begin_ = nullptr;

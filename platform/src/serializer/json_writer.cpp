@@ -3,28 +3,31 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
-#include <cstring>
-#include <limits>
-#include <type_traits>
 
+#include "serializer/json_text.h"
 #include "serializer/utf8.h"
 
 // RFC 8259. Only what must be escaped is: the quote, the backslash and control characters; everything else goes out as it is, in
 // runs as long as possible, since nearly no text here has anything to escape. Numbers are the shortest text that reads back as
-// the same value.
+// the same value; one beyond 64 bits always has an exponent, so that no reader takes it for an integer too large to hold.
+//
+// UTF-8 is checked after a string is written: what is not ASCII is rare, and a document that fails is dropped anyway.
 
 namespace kelo::serializer {
 namespace {
 
-bool needsEscape(unsigned char c) noexcept {
-    return c < 0x20 || c == '"' || c == '\\';
-}
+// From here on no double is an integer that a reader could take for one.
+constexpr double beyondIntegers = 0x1p63;
+
+// Readers read a double and round it to the float. Of all floats this is the only one whose shortest text then becomes another:
+// its double lies in the middle between the two.
+constexpr float roundedTwice = 0x1.5c87fap-84F;
 
 }  // namespace
 
 bool JsonWriter::start(util::ByteBufferWriter& writer) {
     out_ = &writer;
-    nesting_.reset();
+    nesting_.start();
     return false;
 }
 
@@ -39,7 +42,7 @@ bool JsonWriter::beginObject() {
 }
 
 bool JsonWriter::memberKey(std::string_view key, bool first, int /*index*/) {
-    if (nesting_.open(true)) return true;
+    if (nesting_.open(true, first)) return true;
     if (!first) out_->writeByte(',');
     if (writeText(key)) return true;
     out_->writeByte(':');
@@ -63,7 +66,7 @@ bool JsonWriter::beginArray() {
 }
 
 bool JsonWriter::beginElement(bool first) {
-    if (nesting_.open(false)) return true;
+    if (nesting_.open(false, first)) return true;
     if (!first) out_->writeByte(',');
     return false;
 }
@@ -90,14 +93,11 @@ bool JsonWriter::writeBool(bool value) {
     return false;
 }
 
-template <class T>
-bool JsonWriter::writeNumber(T value) {
-    if constexpr (std::is_floating_point_v<T>) {
-        if (!std::isfinite(value)) return writeFailed("an infinity or NaN has no form in a document");
-    }
+template <class... Format>
+bool JsonWriter::writeNumber(Format... format) {
     if (nesting_.value()) return true;
     char text[32];
-    const auto end = std::to_chars(text, text + sizeof text, value).ptr;
+    const auto end = std::to_chars(text, text + sizeof text, format...).ptr;
     out_->write(text, static_cast<std::size_t>(end - text));
     return false;
 }
@@ -105,10 +105,16 @@ bool JsonWriter::writeNumber(T value) {
 bool JsonWriter::writeInt(std::int64_t value) {
     return writeNumber(value);
 }
+
 bool JsonWriter::writeDouble(double value) {
+    if (!std::isfinite(value)) return nesting_.fail(fault::notFinite);
+    if (std::abs(value) >= beyondIntegers) return writeNumber(value, std::chars_format::scientific);
     return writeNumber(value);
 }
+
 bool JsonWriter::writeFloat(float value) {
+    if (!std::isfinite(value)) return nesting_.fail(fault::notFinite);
+    if (std::abs(value) == roundedTwice) return writeNumber(static_cast<double>(value));
     return writeNumber(value);
 }
 
@@ -131,31 +137,32 @@ bool JsonWriter::writeUrl(const kelo::url& value) {
 }
 
 bool JsonWriter::writeText(std::string_view text) {
-    if (!isValidUtf8(text)) return writeFailed("a string is not valid UTF-8");
+    bool ascii = true;
+    const char* at = text.data();
+    const char* const end = at + text.size();
     out_->writeByte('"');
-    std::size_t written = 0;
-    for (std::size_t at = 0; at < text.size(); ++at) {
-        const auto c = static_cast<unsigned char>(text[at]);
-        if (!needsEscape(c)) continue;
-        out_->write(text.substr(written, at - written));
-        written = at + 1;
-        constexpr char digits[] = "0123456789abcdef";
-        const char unicode[] = {'\\', 'u', '0', '0', digits[c >> 4U], digits[c & 15U]};
-        const char* const brief = c == '"'    ? "\\\""
-                                  : c == '\\' ? "\\\\"
-                                  : c == '\n' ? "\\n"
-                                  : c == '\r' ? "\\r"
-                                  : c == '\t' ? "\\t"
-                                              : nullptr;
-        if (brief != nullptr) {
-            out_->write(brief, 2);
-        } else {
-            out_->write(unicode, sizeof unicode);
-        }
+    for (;;) {
+        const char* const special = findJsonSpecial(at, end, ascii);
+        out_->write(at, static_cast<std::size_t>(special - at));
+        if (special == end) break;
+        writeEscaped(static_cast<unsigned char>(*special));
+        at = special + 1;
     }
-    out_->write(text.substr(written));
     out_->writeByte('"');
-    return false;
+    return !ascii && !isValidUtf8(text) && nesting_.fail(fault::notUtf8);
+}
+
+void JsonWriter::writeEscaped(unsigned char c) {
+    constexpr std::string_view named = "\"\\\b\f\n\r\t";
+    constexpr std::string_view names = "\"\\bfnrt";
+    constexpr std::string_view digits = "0123456789abcdef";
+    if (const auto index = named.find(static_cast<char>(c)); index != std::string_view::npos) {
+        const char text[] = {'\\', names[index]};
+        out_->write(text, sizeof text);
+    } else {
+        const char text[] = {'\\', 'u', '0', '0', digits[c >> 4U], digits[c & 15U]};
+        out_->write(text, sizeof text);
+    }
 }
 
 }  // namespace kelo::serializer

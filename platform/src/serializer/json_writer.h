@@ -29,9 +29,11 @@ public:
     bool writeUrl(const kelo::url& value) override;
 
 private:
-    template <class T>
-    bool writeNumber(T value);
+    // What std::to_chars takes: a value, and how to write it.
+    template <class... Format>
+    bool writeNumber(Format... format);
     bool writeText(std::string_view text);
+    void writeEscaped(unsigned char c);
 
     util::ByteBufferWriter* out_ = nullptr;
     WriterNesting nesting_;

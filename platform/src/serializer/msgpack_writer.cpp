@@ -19,7 +19,7 @@ constexpr std::size_t shortHeader = 3;
 
 bool MsgpackWriter::start(util::ByteBufferWriter& writer) {
     out_ = &writer;
-    nesting_.reset();
+    nesting_.start();
     return false;
 }
 
@@ -78,14 +78,14 @@ bool MsgpackWriter::endElement() {
     return nesting_.close(false);
 }
 
-bool MsgpackWriter::memberKey(std::string_view key, bool /*first*/, int /*index*/) {
-    if (nesting_.open(true)) return true;
+bool MsgpackWriter::memberKey(std::string_view key, bool first, int /*index*/) {
+    if (nesting_.open(true, first)) return true;
     ++containers_[nesting_.depth() - 1].count;
     return writeText(key);
 }
 
-bool MsgpackWriter::beginElement(bool /*first*/) {
-    if (nesting_.open(false)) return true;
+bool MsgpackWriter::beginElement(bool first) {
+    if (nesting_.open(false, first)) return true;
     ++containers_[nesting_.depth() - 1].count;
     return false;
 }
@@ -130,14 +130,14 @@ bool MsgpackWriter::writeInt(std::int64_t value) {
 }
 
 bool MsgpackWriter::writeDouble(double value) {
-    if (!std::isfinite(value)) return writeFailed("an infinity or NaN has no form in a document");
+    if (!std::isfinite(value)) return nesting_.fail(fault::notFinite);
     if (nesting_.value()) return true;
     bigEndian(0xcb, std::bit_cast<std::uint64_t>(value));
     return false;
 }
 
 bool MsgpackWriter::writeFloat(float value) {
-    if (!std::isfinite(value)) return writeFailed("an infinity or NaN has no form in a document");
+    if (!std::isfinite(value)) return nesting_.fail(fault::notFinite);
     if (nesting_.value()) return true;
     bigEndian(0xca, std::bit_cast<std::uint32_t>(value));
     return false;
@@ -158,7 +158,7 @@ bool MsgpackWriter::writeUrl(const kelo::url& value) {
 }
 
 bool MsgpackWriter::writeText(std::string_view text) {
-    if (!isValidUtf8(text)) return writeFailed("a string is not valid UTF-8");
+    if (!isValidUtf8(text)) return nesting_.fail(fault::notUtf8);
     const std::size_t size = text.size();
     if (size < 32) {
         out_->writeByte(static_cast<std::uint8_t>(0xa0U | size));
@@ -169,7 +169,7 @@ bool MsgpackWriter::writeText(std::string_view text) {
     } else if (size <= 0xffffffff) {
         bigEndian<std::uint32_t>(0xdb, static_cast<std::uint32_t>(size));
     } else {
-        return writeFailed("a string longer than 4 GiB");
+        return nesting_.fail("a string longer than 4 GiB");
     }
     out_->write(text);
     return false;

@@ -2,65 +2,81 @@
 #pragma once
 
 #include <cstdint>
+#include <string_view>
+
+#include "serializer/failure.h"
 
 namespace kelo::serializer {
 
-inline constexpr unsigned maximumDepth = 64;
-
-// Reports a write failure; always true, so that a writer can return it.
-bool writeFailed(const char* what) noexcept;
-
 // Keeps a writer from producing a document that is none: each operation says what it is about to write and is refused out of
-// turn. One byte of state and a bit a level. Thread: one at a time (a value).
+// turn. After a failure, and before a start, nothing is anybody's turn, so that what was begun can not be mistaken for a
+// document. One byte of state and a bit a level. Thread: one at a time (a value).
 class WriterNesting {
 public:
-    void reset() noexcept { *this = {}; }
+    void start() noexcept {
+        *this = {};
+        next_ = Next::value;
+    }
     unsigned depth() const noexcept { return depth_; }
+
+    // Refuses everything until the next start; always true.
+    [[gnu::cold]] bool fail(std::string_view what) noexcept {
+        next_ = Next::nothing;
+        return writeFailed(what);
+    }
 
     // Each is true, and has recorded the failure, when it is not its turn.
     bool value() noexcept {
-        if (next_ != Next::value) return writeFailed("a value where none may stand");
+        if (next_ != Next::value) [[unlikely]]
+            return fail("a value where none may stand");
         next_ = Next::close;
         return false;
     }
     bool begin(bool object) noexcept {
-        if (next_ != Next::value) return writeFailed("a value where none may stand");
-        if (depth_ == maximumDepth) return writeFailed("containers nested more than 64 deep");
+        if (next_ != Next::value) [[unlikely]]
+            return fail("a value where none may stand");
+        if (depth_ == maximumDepth) [[unlikely]]
+            return fail(fault::tooDeep);
         objects_ = objects_ << 1U | (object ? 1U : 0U);
         ++depth_;
-        next_ = Next::open;
+        next_ = Next::first;
         return false;
     }
-    bool open(bool object) noexcept {
-        if (next_ != Next::open || inObject() != object) return writeFailed("a member or element where none may begin");
+    // `first`: the caller takes this for the first member or element.
+    bool open(bool object, bool first) noexcept {
+        if (next_ != (first ? Next::first : Next::further) || inObject() != object) [[unlikely]]
+            return fail("a member or element where none may begin");
         next_ = Next::value;
         return false;
     }
     bool close(bool object) noexcept {
-        if (next_ != Next::close || depth_ == 0 || inObject() != object)
-            return writeFailed("a member or element ends without a value");
-        next_ = Next::open;
+        if (next_ != Next::close || depth_ == 0 || inObject() != object) [[unlikely]]
+            return fail("a member or element ends without a value");
+        next_ = Next::further;
         return false;
     }
     bool end(bool object) noexcept {
-        if (next_ != Next::open || inObject() != object) return writeFailed("a container ends where it may not");
+        if ((next_ != Next::first && next_ != Next::further) || inObject() != object) [[unlikely]]
+            return fail("a container ends where it may not");
         objects_ >>= 1U;
         --depth_;
         next_ = Next::close;
         return false;
     }
-    bool finish() const noexcept {
-        return next_ == Next::close && depth_ == 0 ? false : writeFailed("the document is not complete");
+    bool finish() noexcept {
+        if (next_ != Next::close || depth_ != 0) return fail("the document is not complete");
+        next_ = Next::nothing;
+        return false;
     }
 
 private:
-    enum class Next : std::uint8_t { value, close, open };  // close: the end of what holds the value just written
+    enum class Next : std::uint8_t { nothing, value, close, first, further };  // close: of what holds the value just written
 
-    bool inObject() const noexcept { return depth_ > 0 && (objects_ & 1U) != 0; }
+    bool inObject() const noexcept { return (objects_ & 1U) != 0; }
 
     std::uint64_t objects_ = 0;  // a bit a level, the innermost lowest
     unsigned depth_ = 0;
-    Next next_ = Next::value;
+    Next next_ = Next::nothing;
 };
 
 }  // namespace kelo::serializer

@@ -1,0 +1,73 @@
+// What every fuzzer of an encoding checks, whatever the bytes are.
+#pragma once
+
+#include <cstdio>
+#include <cstdlib>
+#include <span>
+#include <string_view>
+
+#include "kelo/errors.h"
+#include "kelo/serializer/factory.h"
+#include "support/any_value.h"
+
+namespace fuzz {
+
+using kelo::mimetypes::MimeTypeID;
+using Bytes = std::span<const std::uint8_t>;
+
+inline void require(bool holds, const char* what) {
+    if (holds) return;
+    const std::string reason = std::ErrorStorage::reason();
+    std::fprintf(stderr, "does not hold: %s (%s)\n", what, reason.c_str());
+    std::abort();
+}
+
+// Whether `read` makes a whole document of the bytes. A failure must have been recorded, success must not.
+template <class Read>
+bool accepts(util::serializer::IStructuredPullDeserializer& reader, Bytes bytes, Read read) {
+    const bool failed = reader.start(util::ByteBufferReader{bytes}) || read(reader) || reader.finish();
+    require(reader.offset() <= bytes.size(), "the reader stands within the document");
+    const std::ErrorEntry error = std::ErrorStorage::current();
+    if (!failed) {
+        require(error.category == nullptr, "success records no error");
+        return true;
+    }
+    require(error.category == &kelo::errors::Error && error.code == kelo::errors::readFailure, "a failure says that it is one");
+    require(error.text.find(" at byte ") != std::string_view::npos, "a failure says where it is");
+    std::ErrorStorage::ack();
+    return false;
+}
+
+// Reads the bytes as a document, by looking at every value and by skipping it, and writes and reads what was there again.
+// Whether it is a document.
+inline bool walk(MimeTypeID mimeType, Bytes bytes) {
+    static const auto reader = kelo::serializer::Factory::createDeserializer(mimeType);
+    static const auto writer = kelo::serializer::Factory::createSerializer(mimeType);
+    support::Any first;
+    const bool isRead = accepts(*reader, bytes, [&first](auto& from) { return deserialize(from, first); });
+    const bool isSkipped = accepts(*reader, bytes, [](auto& from) { return from.skipValue(); });
+    require(isSkipped || !isRead, "what is read is skipped too");
+    if (!isRead) return isSkipped;
+
+    util::ByteBufferWriter out;
+    require(!writer->start(out) && !serialize(*writer, first) && !writer->finish(), "what is read is written again");
+    support::Any second;
+    require(accepts(*reader, out.bytes(), [&second](auto& from) { return deserialize(from, second); }),
+            "what is written is read");
+    require(first.value == second.value, "what is written is what was read");
+    return true;
+}
+
+// The same for an encoding in which no document is the beginning of another one.
+inline bool walkWithPrefixes(MimeTypeID mimeType, Bytes bytes) {
+    if (!walk(mimeType, bytes)) return false;
+    const auto reader = kelo::serializer::Factory::createDeserializer(mimeType);
+    const auto skip = [](auto& from) { return from.skipValue(); };
+    const std::size_t step = bytes.size() / 32 + 1;
+    for (std::size_t size = bytes.size() - 1; size < bytes.size(); size -= step) {
+        require(!accepts(*reader, bytes.first(size), skip), "a document that is cut short is refused");
+    }
+    return true;
+}
+
+}  // namespace fuzz

@@ -1,0 +1,99 @@
+// Reads the binary encodings: what they share once an encoding has told one value from the next.
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "serializer/failure.h"
+#include "util/serializer/structured_serializer.h"
+
+namespace kelo::serializer {
+
+// One value, or the head of a container. Its type says which of the members after `end` count.
+struct BinaryItem {
+    // large: an integer beyond 64 bits. opaque: a value that our documents do not have, such as plain bytes.
+    enum class Type : std::uint8_t { null, boolean, integer, large, floating, text, uuid, opaque, array, map };
+    static constexpr std::uint64_t untilBreak = ~std::uint64_t{0};
+
+    void setUnsigned(std::uint64_t value) noexcept;
+    // The integer -1 - value.
+    void setNegative(std::uint64_t value) noexcept;
+
+    Type type = Type::null;
+    std::size_t end = 0;       // where it ends, in bytes from the start of the document
+    std::int64_t integer = 0;  // also a boolean
+    double floating = 0;       // also a large integer, NaN if no double is equal to it
+    std::uint64_t count = 0;   // of a container's entries, or `untilBreak`
+    std::string_view text;     // of a string, unchecked; the 16 bytes of a UUID
+};
+
+// Thread: one at a time.
+class BinaryReader : public util::serializer::IStructuredPullDeserializer {
+public:
+    bool start(const util::ByteBufferReader& reader) final;
+    bool finish() final;
+    bool beginObject() final { return begin(true); }
+    bool atObjectEnd(bool& end) final { return atEnd(true, end); }
+    bool memberKey(std::string_view& key) final;
+    bool endMember() final { return endEntry(true); }
+    bool endObject() final { return end(true); }
+    bool beginArray() final { return begin(false); }
+    bool atArrayEnd(bool& end) final { return atEnd(false, end); }
+    bool endElement() final { return endEntry(false); }
+    bool endArray() final { return end(false); }
+    util::serializer::ValueType peek() final;
+    bool readNull() final;
+    bool readBool(bool& value) final;
+    bool readInt(std::int64_t& value) final;
+    bool readDouble(double& value) final;
+    bool readString(std::string_view& value) final;
+    bool readUuid(std::UUID& value) final;
+    bool readUrl(kelo::url& value) final;
+    bool skipValue() final;
+    std::size_t offset() const noexcept final { return at_; }
+
+protected:
+    BinaryReader() = default;
+
+    // Decodes the value that begins at offset(), where there is at least one byte. Null, or what is wrong with it. Nothing is
+    // recorded, since somebody may only be looking.
+    virtual const char* decode(BinaryItem& item) = 0;
+
+    std::span<const std::uint8_t> bytes() const noexcept { return bytes_; }
+
+    static constexpr const char* cutShort = "the document is cut short";
+
+    std::string scratch_;  // for text that does not stand in the input as it is
+
+private:
+    struct Container {
+        std::uint64_t left = 0;  // entries to come, or `untilBreak`
+        bool object = false;
+    };
+
+    // Decodes the next value into `item_`, unless it is there already.
+    const char* look();
+    bool failed(const char* what) const noexcept { return readFailed(what, at_); }
+    [[gnu::cold]] bool failedToFind(const char* expected);
+    bool take(BinaryItem::Type type, const char* expected);
+    bool begin(bool object);
+    bool atEnd(bool object, bool& end) const;
+    bool endEntry(bool object);
+    bool end(bool object);
+    bool isOpen(bool object) const noexcept { return depth_ > 0 && containers_[depth_ - 1].object == object; }
+
+    static constexpr std::size_t nowhere = ~std::size_t{0};
+
+    std::span<const std::uint8_t> bytes_;
+    std::size_t at_ = 0;
+    std::size_t itemAt_ = nowhere;  // where `item_` begins
+    BinaryItem item_;
+    unsigned depth_ = 0;
+    std::array<Container, maximumDepth> containers_;
+};
+
+}  // namespace kelo::serializer

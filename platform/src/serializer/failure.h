@@ -1,0 +1,35 @@
+// What all readers and writers share: how deep a document may be, and saying what is wrong with one.
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "util/serializer/structured_serializer.h"
+
+namespace kelo::serializer {
+
+// Containers within containers, for reading, skipping and writing alike.
+inline constexpr unsigned maximumDepth = 64;
+
+// Each records the failure and is true, so that a reader or writer can return it.
+// "<what> at byte <offset>"
+[[gnu::cold]] bool readFailed(std::string_view what, std::size_t offset) noexcept;
+// "expected <expected>, found <found> at byte <offset>"
+[[gnu::cold]] bool readMismatch(std::string_view expected, std::string_view found, std::size_t offset) noexcept;
+[[gnu::cold]] bool writeFailed(std::string_view what) noexcept;
+
+// The type as a failure's text names it: "an integer"; "" for invalid.
+[[nodiscard]] std::string_view nameOf(util::serializer::ValueType type) noexcept;
+
+// The texts that more than one encoding has.
+namespace fault {
+inline constexpr const char* tooDeep = "containers nested more than 64 deep";
+inline constexpr const char* notUtf8 = "a string is not valid UTF-8";
+inline constexpr const char* notFinite = "an infinity or NaN";
+inline constexpr const char* integerTooLarge = "an integer beyond 64 bits";
+inline constexpr const char* integerNotExact = "an integer that no double is equal to";
+inline constexpr const char* noUuid = "a string that is no UUID";
+inline constexpr const char* openAtEnd = "the document ends inside a container";
+}  // namespace fault
+
+}  // namespace kelo::serializer
