@@ -1,0 +1,92 @@
+// What the bridges to the display manager have in common: a resource that is asked for whole or by element, and nothing else.
+#pragma once
+
+#include <memory>
+
+#include "bridge/attachment.h"
+#include "bridge/id_table.h"
+#include "bridge/pending_requests.h"
+#include "comm/active_object.h"
+#include "kelo/optional.h"
+#include "kelo/response_handler.h"
+#include "kelo/std/uuid.h"
+#include "kelo/toluglobals.h"
+#include "service_tracker.h"
+
+namespace hmx {
+
+template <class Receiver>
+class UpstreamHandler;
+
+// `Resource` names the types that make the difference:
+//     Interface, Element, ListPage   of the resource
+//     Client                         the interface of the upstream client stub
+//     All, One                       what that answers with for the whole resource and for one element
+//     Key                            what it knows an element by: std::string or int
+// Keeps no elements: every retrieve asks upstream, and one that is not one-shot passes on what upstream reports until it ends.
+// All it keeps is which ids it has seen. The operations and `cancelRequest` post their work to the worker and return at once.
+// Thread: the bridge's worker, but for operations and `cancelRequest`: any.
+template <class Resource>
+class DisplaySideBridge : public Resource::Interface {
+    using All = typename Resource::All;
+    using One = typename Resource::One;
+    using Key = typename Resource::Key;
+
+    // What is to be known of a request when its answer comes.
+    struct Asked {
+        kelo::optional<kelo::toluglobals::ToluParams> params;
+        Key key{};  // of the element that was asked for; none for the whole resource
+    };
+
+    // Receives the answers of one type. Thread: the bridge's worker.
+    template <class Answer>
+    struct Receiver {
+        using Value = Answer;
+        void onNext(const Answer& answer) const;
+        void onError(const kelo::Response& response) const;
+        void onCompleted() const;
+
+        DisplaySideBridge* bridge;
+        RequestKey key;
+    };
+
+public:
+    using Element = typename Resource::Element;
+    using ListPage = typename Resource::ListPage;
+
+    // Shares the worker and outlives whatever is queued there.
+    explicit DisplaySideBridge(std::shared_ptr<comm::ActiveObject> worker);
+
+    // Sends through this API from now on. Requests that are under way keep the one that they were made with.
+    void setApi(const ServiceApi& api);
+    // Sends nothing from now on. Harmless when nothing is attached.
+    void resetApi();
+
+    // `key`: what an operation returned. Ends its request without an event to its handler; one that is over is ignored.
+    void cancelRequest(void* key) final;
+
+protected:
+    // The handlers of the two upstream requests.
+    using AllHandler = UpstreamHandler<Receiver<All>>;
+    using OneHandler = UpstreamHandler<Receiver<One>>;
+
+    // The two operations, under the names that the interface gives them. They return the request's key.
+    void* retrieveList(std::unique_ptr<kelo::IResponseHandler<ListPage>>&& handler,
+                       const kelo::optional<kelo::toluglobals::ToluParams>& params);
+    void* retrieveElement(std::unique_ptr<kelo::IResponseHandler<Element>>&& handler, const std::UUID& id,
+                          const kelo::optional<kelo::toluglobals::ToluParams>& params);
+
+private:
+    template <class Result>
+    void askOne(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, Asked asked);
+    // False when the request is over.
+    bool deliver(RequestKey key, const All& all);
+    bool deliver(RequestKey key, const One& one);
+
+    const std::shared_ptr<comm::ActiveObject> worker_;
+    Attachment<typename Resource::Client> upstream_;
+    IdTable<Key> ids_;
+    PendingRequests<Asked, ListPage, Element> pending_;
+};
+
+}  // namespace hmx

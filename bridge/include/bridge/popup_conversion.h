@@ -1,0 +1,54 @@
+// Popups as the popup manager knows them, and as elements of our resource.
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "hmx/popup_object.h"
+#include "hmx/popups/popup.h"
+#include "hmx/popups/popup_state_filter.h"
+#include "hmx/popups/popup_state_update.h"
+#include "hmx/update_popup_object.h"
+#include "kelo/std/uuid.h"
+#include "util/config/value.h"
+
+namespace hmx {
+
+// What upstream knows a popup by. Thread: any (a value).
+struct PopupKey {
+    std::string display;
+    std::string name;
+};
+
+// The same, borrowed. Thread: any (a value).
+struct PopupKeyView {
+    std::string_view display;
+    std::string_view name;
+
+    explicit operator PopupKey() const { return {std::string{display}, std::string{name}}; }
+};
+
+// Orders either.
+struct PopupKeyLess {
+    using is_transparent = void;
+    template <class A, class B>
+    bool operator()(const A& a, const B& b) const noexcept {
+        const int order = std::string_view{a.display}.compare(b.display);
+        return order != 0 ? order < 0 : std::string_view{a.name} < std::string_view{b.name};
+    }
+};
+
+// What the id of a popup is made from. Thread: any.
+[[nodiscard]] std::string popupIdName(const PopupKey& popup);
+
+// The element; `id` is its own. Members that upstream does not report are absent. Thread: any.
+[[nodiscard]] kelo::hmx::PopupObject toPopupObject(const std::string& display, const kelo::hmx::popups::Popup& popup,
+                                                   const std::UUID& id);
+
+// The states that a query restricts itself to; values of the wrong type restrict nothing. Thread: any.
+[[nodiscard]] kelo::hmx::popups::PopupStateFilter toStateFilter(const util::config::Dictionary& query);
+
+// Thread: any.
+[[nodiscard]] kelo::hmx::popups::PopupStateUpdate toStateUpdate(const kelo::hmx::UpdatePopupObject& update);
+
+}  // namespace hmx

@@ -1,0 +1,198 @@
+// A retrieve's road, for all three display-side bridges:
+//
+//     resource service's thread   operation: key, post
+//     worker                      which element, or all -> client stub -> upstream
+//     thread of the API           upstream handler: copy the answer, post
+//     worker                      convert, record ids, handler's onNext
+//
+// An id that a client asks for must have been seen in an earlier answer: only those can be turned back into what upstream knows
+// the element by. A request for the whole resource that finds no client is left unanswered, which the platform turns into an
+// answer of its own; one for an element gets its answer here.
+//
+// This file is included by the bridges' sources alone, each of which instantiates the template for its resource, behind its own
+// specialisation of DisplaySideScheme.
+#pragma once
+
+#include <cassert>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bridge/common_texts.h"
+#include "bridge/display_side_bridge.h"
+#include "bridge/upstream_handler.h"
+#include "core/list_page.h"
+#include "kelo/func_call_event.h"
+#include "kelo/tolu/transform.h"
+#include "tracing/channel.h"
+
+namespace hmx {
+
+// What a resource's bridge says and does in its own way; a specialisation has
+//     list, listOfAll, listOfOne, listNoClient                                     the texts of retrieveList, in that order
+//     element, elementUnknown, elementUnknownReason, elementOfOne, elementNoClient those of retrieveElement
+//     channel                         where all of them but the reason are logged
+//     Stub                            the type of the upstream client stub
+//     getAll(client, handler)         sends the request for the whole resource
+//     getOne(client, handler, key)    sends the request for one element
+//     parameter                       the query value that names one element
+//     wanted(dictionary, key)         fills in the element that it names; false for the whole resource
+//     idName(key)                     what the id of an element is made from
+//     keyOf(one, asked)               what upstream knows the element of an answer by; `asked`: what it was asked for
+//     forEach(all, visit)             calls visit(one, key) for each element, in upstream's order
+//     convert(one, id)                the element
+template <class Resource>
+struct DisplaySideScheme;
+
+// The texts about an upstream answer of one type: update, error and, where there is something to say, completed.
+template <class Answer>
+struct DisplaySideAnswerTexts;
+
+// A key as an argument for "%s" or "%i".
+inline const char* printable(const std::string& key) noexcept {
+    return key.c_str();
+}
+inline int printable(int key) noexcept {
+    return key;
+}
+
+template <class Resource>
+template <class Answer>
+void DisplaySideBridge<Resource>::Receiver<Answer>::onNext(const Answer& answer) const {
+    using Texts = DisplaySideAnswerTexts<Answer>;
+    if (bridge->deliver(key, answer)) tracing::logC(DisplaySideScheme<Resource>::channel, progressLevel, Texts::update);
+}
+
+template <class Resource>
+template <class Answer>
+void DisplaySideBridge<Resource>::Receiver<Answer>::onError(const kelo::Response& response) const {
+    using Texts = DisplaySideAnswerTexts<Answer>;
+    const tracing::Channel& channel = DisplaySideScheme<Resource>::channel;
+    if (bridge->pending_.context(key) == nullptr) return;
+    if (channel.isEnabled(progressLevel)) tracing::logCV(channel, progressLevel, Texts::error, response.toString().c_str());
+    bridge->pending_.fail(key, response);
+}
+
+template <class Resource>
+template <class Answer>
+void DisplaySideBridge<Resource>::Receiver<Answer>::onCompleted() const {
+    using Texts = DisplaySideAnswerTexts<Answer>;
+    if (bridge->pending_.context(key) == nullptr) return;
+    if constexpr (requires { Texts::completed; }) {
+        tracing::logC(DisplaySideScheme<Resource>::channel, progressLevel, Texts::completed);
+    }
+    bridge->pending_.complete(key);
+}
+
+template <class Resource>
+DisplaySideBridge<Resource>::DisplaySideBridge(std::shared_ptr<comm::ActiveObject> worker)
+    : worker_{std::move(worker)}, ids_{&DisplaySideScheme<Resource>::idName} {}
+
+template <class Resource>
+void DisplaySideBridge<Resource>::setApi(const ServiceApi& api) {
+    assert(worker_->isCurrentThread());
+    upstream_.template set<typename DisplaySideScheme<Resource>::Stub>(api);
+}
+
+template <class Resource>
+void DisplaySideBridge<Resource>::resetApi() {
+    assert(worker_->isCurrentThread());
+    upstream_.reset();
+}
+
+template <class Resource>
+void DisplaySideBridge<Resource>::cancelRequest(void* key) {
+    kelo::post(*worker_, [this, key] { pending_.cancel(key); });
+}
+
+template <class Resource>
+void* DisplaySideBridge<Resource>::retrieveList(std::unique_ptr<kelo::IResponseHandler<ListPage>>&& handler,
+                                                const kelo::optional<kelo::toluglobals::ToluParams>& params) {
+    using Scheme = DisplaySideScheme<Resource>;
+    const RequestKey key = newRequestKey();
+    kelo::post(*worker_, [this, key, handler = std::move(handler), asked = Asked{params}]() mutable {
+        const tracing::Channel& channel = Scheme::channel;
+        tracing::logC(channel, progressLevel, Scheme::list);
+        if (asked.params && Scheme::wanted(asked.params->values, asked.key)) {
+            tracing::logCV(channel, progressLevel, Scheme::listOfOne, printable(asked.key));
+            if (!upstream_) {
+                handler->onError(noClientResponse(channel, Scheme::listNoClient));
+            } else {
+                askOne(key, std::move(handler), std::move(asked));
+            }
+            return;
+        }
+        tracing::logC(channel, progressLevel, Scheme::listOfAll);
+        if (!upstream_) {
+            tracing::logC(channel, failureLevel, Scheme::listNoClient);
+            return;
+        }
+        auto upstream = std::make_unique<AllHandler>(*worker_, handler->isOneShot(), Receiver<All>{this, key});
+        pending_.start(key, std::move(handler), std::move(asked), upstream_.api(),
+                       [&] { return Scheme::getAll(upstream_.client(), std::move(upstream)); });
+    });
+    return key;
+}
+
+template <class Resource>
+void* DisplaySideBridge<Resource>::retrieveElement(std::unique_ptr<kelo::IResponseHandler<Element>>&& handler,
+                                                   const std::UUID& id,
+                                                   const kelo::optional<kelo::toluglobals::ToluParams>& params) {
+    using Scheme = DisplaySideScheme<Resource>;
+    const RequestKey key = newRequestKey();
+    kelo::post(*worker_, [this, key, handler = std::move(handler), id, asked = Asked{params}]() mutable {
+        const tracing::Channel& channel = Scheme::channel;
+        tracing::logCV(channel, progressLevel, Scheme::element, IdText{id}.c_str());
+        const Key* known = ids_.find(id);
+        if (known == nullptr) {
+            tracing::logCV(channel, unknownIdLevel, Scheme::elementUnknown, IdText{id}.c_str());
+            handler->onError(kelo::Response::createErrorResponse(404, Scheme::elementUnknownReason));
+            return;
+        }
+        asked.key = *known;
+        tracing::logCV(channel, progressLevel, Scheme::elementOfOne, printable(asked.key));
+        if (!upstream_) {
+            handler->onError(noClientResponse(channel, Scheme::elementNoClient));
+        } else {
+            askOne(key, std::move(handler), std::move(asked));
+        }
+    });
+    return key;
+}
+
+template <class Resource>
+template <class Result>
+void DisplaySideBridge<Resource>::askOne(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, Asked asked) {
+    auto upstream = std::make_unique<OneHandler>(*worker_, handler->isOneShot(), Receiver<One>{this, key});
+    const Key wanted = asked.key;
+    pending_.start(key, std::move(handler), std::move(asked), upstream_.api(),
+                   [&] { return DisplaySideScheme<Resource>::getOne(upstream_.client(), std::move(upstream), wanted); });
+}
+
+template <class Resource>
+bool DisplaySideBridge<Resource>::deliver(RequestKey key, const All& all) {
+    using Scheme = DisplaySideScheme<Resource>;
+    return pending_.template next<ListPage>(key, [&] {
+        std::vector<std::shared_ptr<Element>> elements;
+        Scheme::forEach(all, [&](const One& one, const Key& known) {
+            elements.push_back(std::make_shared<Element>(Scheme::convert(one, ids_.record(known))));
+        });
+        return kelo::tolu::cutPage(std::move(elements), pending_.context(key)->params, {Scheme::parameter});
+    });
+}
+
+template <class Resource>
+bool DisplaySideBridge<Resource>::deliver(RequestKey key, const One& one) {
+    using Scheme = DisplaySideScheme<Resource>;
+    const Asked* const asked = pending_.context(key);
+    if (asked == nullptr) return false;
+    Element element = Scheme::convert(one, ids_.record(Scheme::keyOf(one, asked->key)));
+    const auto makeElement = [&] { return kelo::tolu::transformElement(std::move(element), asked->params); };
+    const auto makePage = [&] {
+        return kelo::tolu::cutPage(std::vector{std::make_shared<Element>(std::move(element))}, asked->params,
+                                   {Scheme::parameter});
+    };
+    return pending_.template next<Element>(key, makeElement) || pending_.template next<ListPage>(key, makePage);
+}
+
+}  // namespace hmx

@@ -1,0 +1,175 @@
+// The life of a request that goes upstream, for every bridge and operation alike: who ends it, when, and what is left.
+#include "bridge/pending_requests.h"
+#include "stage.h"
+
+namespace {
+
+using namespace stage;
+
+class RequestLife : public testing::TestWithParam<Json> {
+protected:
+    RequestLife() {
+        if (kind.contains("prepare")) {  // so that ids are known
+            Downstream ignored;
+            stage.ask(requestOf(kind["prepare"]), ignored);
+            stage.answer(0, textOf(kind["prepare"]["answer"]));
+        }
+        stage.lines.take();
+        index = stage.api.sent.size();
+    }
+    ~RequestLife() override { EXPECT_EQ(stage.api.open(), 0U) << "left behind upstream"; }
+
+    const Json kind = GetParam();
+    const std::string request = requestOf(kind);
+    const std::string first = textOf(kind["answers"][0]);
+    const std::string second = textOf(kind["answers"][1]);
+    const std::string heardFirst = textOf(kind["heard"][0]);
+    const std::string heardSecond = textOf(kind["heard"][1]);
+    Downstream downstream{.oneShot = false, .finishes = false};
+    Stage stage{kind["bridge"]};
+    std::size_t index;  // of the request upstream
+};
+
+TEST_P(RequestLife, ASubscriptionPassesOnEveryAnswerUntilUpstreamEndsIt) {
+    stage.ask(request, downstream);
+    EXPECT_FALSE(stage.api.sent.at(index).request.isOneShot());
+    stage.answer(index, first);
+    stage.answer(index, second);
+    EXPECT_EQ(downstream.take(), (Events{heardFirst, heardSecond}));
+    stage.answer(index, "completed");
+    EXPECT_EQ(downstream.take(), (Events{"completed", "gone"}));
+    EXPECT_TRUE(stage.api.cancelled.empty());
+}
+
+TEST_P(RequestLife, AnswersThatComeOnTheWorkerNeedNoHandOver) {
+    stage.ask(request, downstream);
+    stage.answerOnWorker(index, first);
+    downstream.finishes = true;
+    stage.answerOnWorker(index, second);  // cancels from inside the event
+    EXPECT_EQ(downstream.take(), (Events{heardFirst, heardSecond, "gone"}));
+    EXPECT_EQ(stage.api.cancelled, std::vector{stage.api.sent.at(index).handle});
+}
+
+TEST_P(RequestLife, AOneShotRequestIsOneUpstreamTooAndOverWithItsFirstAnswer) {
+    for (const bool finishes : {true, false}) {
+        const std::size_t sent = stage.api.sent.size();
+        downstream.oneShot = true;
+        downstream.finishes = finishes;
+        stage.ask(request, downstream);
+        EXPECT_TRUE(stage.api.sent.at(sent).handler->isOneShot());
+        stage.answer(sent, first);
+        EXPECT_EQ(downstream.take(), finishes ? (Events{heardFirst, "gone"}) : (Events{heardFirst, "completed", "gone"}));
+        stage.answer(sent, "completed");
+    }
+    EXPECT_TRUE(downstream.events.empty());
+    EXPECT_TRUE(stage.api.cancelled.empty());
+}
+
+TEST_P(RequestLife, WhenTheClientHasHadEnoughUpstreamIsCancelled) {
+    stage.ask(request, downstream);
+    downstream.finishes = true;
+    stage.answer(index, first);
+    EXPECT_EQ(downstream.take(), (Events{heardFirst, "gone"}));
+    EXPECT_EQ(stage.api.cancelled, std::vector{stage.api.sent.at(index).handle});
+}
+
+TEST_P(RequestLife, CancellingBeforeOrAfterTheFirstAnswerEndsBothEndsWithoutAnEvent) {
+    for (const bool answered : {false, true}) {
+        const std::size_t sent = stage.api.sent.size();
+        void* const key = stage.ask(request, downstream);
+        if (answered) stage.answer(sent, first);
+        stage.cancel(key);
+        EXPECT_EQ(downstream.take(), answered ? (Events{heardFirst, "gone"}) : Events{"gone"});
+        EXPECT_EQ(stage.api.cancelled.back(), stage.api.sent.at(sent).handle);
+        stage.cancel(key);  // nothing is there any more
+    }
+    EXPECT_EQ(stage.api.cancelled.size(), 2U);
+}
+
+TEST_P(RequestLife, CancellationsAndAnswersMayCrossInTheQueue) {
+    // The request's own event has not run yet when it is cancelled.
+    void* key = stage.post(request, downstream);
+    stage.cancel(key);
+    EXPECT_EQ(downstream.take(), Events{"gone"});
+    // An answer is on its way to the worker when the cancellation comes behind it, then one that is overtaken by it.
+    key = stage.ask(request, downstream);
+    auto handler = std::move(stage.api.sent.back().handler);
+    const auto response = kelo::Response{200, kelo::Payload::copyOf(first, kelo::MimeType{"application/json"})};
+    handler->onNext(response);
+    stage.cancel(key);
+    EXPECT_EQ(downstream.take(), (Events{heardFirst, "gone"}));
+    handler->onNext(response);
+    handler->onError(kelo::Response::createErrorResponse(503, "lost"));
+    stage.worker.crank();
+    EXPECT_TRUE(downstream.events.empty());
+}
+
+TEST_P(RequestLife, LosingUpstreamGivesOneTerminalEvent) {
+    for (const bool answered : {false, true}) {
+        const std::size_t sent = stage.api.sent.size();
+        stage.ask(request, downstream);
+        if (answered) stage.answer(sent, first);
+        const auto handler = std::move(stage.api.sent.at(sent).handler);
+        handler->onError(kelo::Response::createErrorResponse(503, "lost"));
+        handler->onCompleted();
+        stage.detach();
+        stage.detach();
+        EXPECT_EQ(downstream.take(), answered ? (Events{heardFirst, "503 lost", "gone"}) : (Events{"503 lost", "gone"}));
+        stage.attach(stage.api);
+    }
+    EXPECT_TRUE(stage.api.cancelled.empty());
+}
+
+TEST_P(RequestLife, ARefusalFromInsideTheCallIsOneError) {
+    stage.api.refuseWith = 503;
+    void* const key = stage.ask(request, downstream);
+    EXPECT_EQ(downstream.take(), (Events{"503 service gone, not sent", "gone"}));
+    stage.cancel(key);
+    EXPECT_TRUE(stage.api.cancelled.empty());
+}
+
+TEST_P(RequestLife, AHandleIsCancelledWhereItWasIssued) {
+    support::FakeKeloApi other;
+    void* const key = stage.ask(request, downstream);
+    stage.detach();
+    stage.attach(other);
+    Downstream late{.oneShot = false, .finishes = false};
+    void* const otherKey = stage.ask(request, late);
+    EXPECT_NE(key, otherKey);
+    EXPECT_EQ(other.sent.size(), 1U);
+    stage.cancel(key);
+    EXPECT_EQ(stage.api.cancelled, std::vector{stage.api.sent.at(index).handle});
+    EXPECT_TRUE(other.cancelled.empty());
+    stage.answer(other, 0, second);
+    stage.cancel(otherKey);
+    EXPECT_EQ(late.take(), (Events{heardSecond, "gone"}));
+    EXPECT_EQ(other.cancelled, std::vector{other.sent.at(0).handle});
+}
+
+TEST_P(RequestLife, WithoutAClientElementsAreRefusedAndWholeResourcesLeftAlone) {
+    stage.detach();
+    stage.cancel(stage.ask(request, downstream));
+    const std::string text = kind["noClient"];
+    EXPECT_EQ(downstream.take(), kind.contains("unanswered") ? Events{"gone"} : (Events{"503 [" + text + "]", "gone"}));
+    EXPECT_EQ(stage.lines.take().back(), "4 " + text);
+    EXPECT_EQ(stage.api.sent.size(), index);
+}
+
+INSTANTIATE_TEST_SUITE_P(, RequestLife, testing::ValuesIn(load("lives.json").get<std::vector<Json>>()),
+                         [](const auto& kind) { return kind.param["name"].template get<std::string>(); });
+
+TEST(PendingRequests, AThrowOnTheWayDownEndsTheRequestAtBothEnds) {
+    support::FakeKeloApi api;
+    hmx::PendingRequests<int, kelo::url> pending;
+    Downstream downstream{.oneShot = false, .finishes = false};
+    const hmx::RequestKey key = hmx::newRequestKey();
+    pending.start<kelo::url>(key, std::make_unique<DownstreamHandler<kelo::url>>(downstream), 1, &api,
+                             [] { return reinterpret_cast<void*>(5); });
+    const auto make = []() -> kelo::url { throw std::runtime_error{"no value"}; };
+    EXPECT_THROW(pending.next<kelo::url>(key, make), std::runtime_error);
+    EXPECT_EQ(downstream.take(), Events{"gone"});
+    EXPECT_EQ(api.cancelled, std::vector{reinterpret_cast<void*>(5)});
+    EXPECT_TRUE(pending.empty());
+}
+
+}  // namespace

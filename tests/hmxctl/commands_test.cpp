@@ -1,0 +1,412 @@
+// Whole commands against scripted services: what is asked, what is printed, how it ends.
+
+#include <gtest/gtest.h>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <tuple>
+
+#include "kelo/uuid.h"
+#include "scripted_services.h"
+
+namespace hmxctl_test {
+namespace {
+
+std::string idOf(const std::string& name) { return kelo::uuid::createFromName(name).toString(); }
+
+std::string display(const std::string& name, const std::string& more = "") {
+    const std::string id = idOf("hmx/displays/" + name);
+    return R"({"id":")" + id + R"(","name":")" + name + R"(","uri":"/hmx/displays/)" + id + "\"" + more + "}";
+}
+
+std::string popup(const std::string& displayName, const std::string& name, const std::string& more = "") {
+    const std::string id = idOf(displayName + name);
+    return R"({"id":")" + id + R"(","name":")" + name + R"(","uri":"/hmx/popups/)" + id + R"(","display":")" + displayName + "\"" + more + "}";
+}
+
+const std::string driver = display("Driver_Display", R"(,"displayID":1,"resolution":{"height":720,"width":1920})");
+const std::string cluster = display("Cluster_Display", R"(,"displayID":3)");
+const std::string driverId = idOf("hmx/displays/Driver_Display");
+const std::string driverPath = "/displays/" + driverId;
+
+using Asked = std::vector<std::string>;
+
+TEST(List, PrintsOnePageInEveryFormat) {
+    ScriptedServices services;
+    const std::string odd = "{ \"total\":1, \"totalPages\":1, \"data\":[ " + driver + " ] }";
+    services.hmx().on("retrieve /displays", odd);
+    EXPECT_EQ(services.run({"list", "displays", "-o", "json"}).out, odd + "\n");
+    EXPECT_EQ(services.run({"list", "displays", "-o", "raw"}).out, odd);
+    EXPECT_EQ(services.run({"list", "displays", "-o", "jsonl"}).out, driver + "\n");
+    EXPECT_EQ(services.run({"list", "displays"}).out,
+              "NAME            ID  INTERNAL  RESOLUTION  CONNECTOR  TERMINAL  TOUCH  UUID\n"
+              "Driver_Display   1         -    1920x720  -                 -  -      19243473\n");
+    services.hmx().encoding = "application/vnd.ixobin";
+    EXPECT_EQ(services.run({"--mime", "ixobin", "-o", "json", "list", "displays"}).out, page({driver}) + "\n");
+    EXPECT_EQ(services.hmx().accept, "application/vnd.ixobin");
+}
+
+TEST(List, SendsTypedParameters) {
+    ScriptedServices services;
+    services.hmx().on("retrieve /displays", page({}));
+    services.run({"list", "displays", "displayID=1", "fields=name,terminal", "touchSupport=true", "terminal:=null"});
+    EXPECT_EQ(services.hmx().asked.back(), R"(retrieve /displays {"displayID":1,"fields":["name","terminal"],"touchSupport":true,"terminal":null})");
+    EXPECT_EQ(services.run({"list", "displays", "displyID=1"}).code, ExitCode::usage);
+    EXPECT_EQ(services.run({"list", "displays", "displyID=1", "--no-validate"}).code, ExitCode::ok);
+}
+
+TEST(List, GathersThePopupsOfAllDisplays) {
+    ScriptedServices services;
+    services.hmx().on("retrieve /displays", page({driver, cluster, display("Other")}));
+    services.hmx().on(R"(retrieve /popups {"visible":true,"display":"Driver_Display"})", page({popup("Driver_Display", "A")}));
+    services.hmx().on(R"(retrieve /popups {"visible":true,"display":"Other"})", page({popup("Other", "B")}));
+    const Outcome outcome = services.run({"list", "popups", "visible=true", "-o", "json"});
+    EXPECT_EQ(outcome.out, page({popup("Driver_Display", "A"), popup("Other", "B")}) + "\n") << "none on a display that is not known there";
+    EXPECT_EQ(services.run({"list", "popups", "limit=1"}).code, ExitCode::usage) << "pages go by display";
+    EXPECT_EQ(services.run({"list", "popups", "display=Other", "visible=true", "-o", "jsonl"}).code, ExitCode::notFound)
+        << "one display's list is its own request";
+}
+
+// A bridge knows an id only once it has passed through it; whoever types a name or an id need not know.
+TEST(Get, LetsTheServiceSeeTheElementFirst) {
+    ScriptedServices services;
+    ScriptedApi& hmx = services.hmx();
+    hmx.on("retrieve /displays", page({driver, cluster}));
+    hmx.on(R"(retrieve /displays {"name":"Driver_Display"})", page({driver}));
+    hmx.on("retrieve " + driverPath, driver);
+    EXPECT_EQ(services.run({"get", "displays/Driver_Display", "-o", "json"}).out, driver + "\n");
+    EXPECT_EQ(hmx.asked, (Asked{R"(retrieve /displays {"name":"Driver_Display"})", "retrieve " + driverPath}));
+
+    for (const std::string& target : {"displays/" + driverId, "/hmx" + driverPath, "hmx" + driverPath}) {
+        hmx.asked.clear();
+        hmx.on("retrieve " + driverPath, {{"404 [not known]"}, {driver}});
+        EXPECT_EQ(services.run({"get", target.c_str(), "-o", "json"}).out, driver + "\n");
+        EXPECT_EQ(hmx.asked, (Asked{"retrieve " + driverPath, "retrieve /displays", "retrieve " + driverPath})) << target;
+    }
+    hmx.asked.clear();
+    hmx.on("retrieve " + driverPath, "404 [not known]");
+    EXPECT_EQ(services.run({"get", ("displays/" + driverId).c_str()}).code, ExitCode::notFound);
+    EXPECT_EQ(hmx.asked.size(), 3U) << "once more, not for ever";
+}
+
+TEST(Get, FindsElementsByWhatPeopleCallThem) {
+    ScriptedServices services;
+    ScriptedApi& hmx = services.hmx();
+    const std::string map = R"({"id":")" + idOf("hmx/displayables/17") + R"(","name":"Map","uri":"u","displayableID":17})";
+    hmx.on("retrieve /displays", page({driver, cluster}));
+    hmx.on(R"(retrieve /displayables)", page({map}));
+    hmx.on(R"(retrieve /popups {"display":"Driver_Display"})", page({popup("Driver_Display", "Phone"), popup("Driver_Display", "Both")}));
+    hmx.on(R"(retrieve /popups {"display":"Cluster_Display"})", page({popup("Cluster_Display", "Both")}));
+    hmx.on(R"(retrieve /popups {"display":"Driver_Display","name":"Phone"})", page({popup("Driver_Display", "Phone")}));
+    const std::vector<std::pair<std::string, std::string>> found{
+        {"displays/1924", driverId},
+        {"displays/19243473-0126", driverId},
+        {"displays/1924347301265F4B", driverId},
+        {"displayables/17", idOf("hmx/displayables/17")},
+        {"displayables/Map", idOf("hmx/displayables/17")},
+        {"popups/Driver_Display/Phone", idOf("Driver_DisplayPhone")},
+        {"popups/Phone", idOf("Driver_DisplayPhone")},
+        {"layerconfigurations/Driver_Display", idOf("hmx/layerconfigurations/Driver_Display")},
+        {"regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER", idOf("Driver_DisplayHMI_ID_ANDROID_DRIVER")},
+    };
+    const std::string layers = R"({"id":")" + idOf("hmx/layerconfigurations/Driver_Display") + R"(","name":"","uri":"u"})";
+    hmx.on("retrieve /layerconfigurations", page({layers}));
+    for (const auto& [target, id] : found) {
+        const std::string path = "/" + target.substr(0, target.find('/')) + "/" + id;
+        hmx.on("retrieve " + path, R"({"id":")" + id + "\"}");
+        EXPECT_EQ(services.run({"get", target.c_str(), "-o", "json"}).out, R"({"id":")" + id + "\"}\n") << target;
+    }
+    const std::vector<std::tuple<const char*, ExitCode, const char*>> failing{
+        {"displays/192", ExitCode::notFound, "no such element"},
+        {"displays/ffff", ExitCode::notFound, "no such element"},
+        {"displays/Driver", ExitCode::notFound, "did you mean 'Driver_Display'"},
+        {"popups/Both", ExitCode::usage, "fits 2 elements"},
+        {"popups/Driver_Display/Phoen", ExitCode::notFound, "did you mean 'Phone'?"},
+        {"regionconfigurations/1924", ExitCode::usage, "DISPLAY/HMI[/SUBCOMPONENT]"},
+        {"displays/", ExitCode::usage, "which element?"},
+        {"displays", ExitCode::usage, "which element?"},
+        {"display/x", ExitCode::usage, "did you mean 'displays'"},
+    };
+    for (const auto& [target, code, text] : failing) {
+        const Outcome outcome = services.run({"get", target});
+        EXPECT_EQ(outcome.code, code) << target;
+        EXPECT_NE(outcome.err.find(text), std::string::npos) << target << ": " << outcome.err;
+        EXPECT_EQ(outcome.out, "") << target;
+    }
+}
+
+TEST(ExitCodes, FollowTheAnswer) {
+    const std::vector<std::pair<const char*, ExitCode>> cases{
+        {"{}", ExitCode::ok},
+        {"400 [bad]", ExitCode::rejected},
+        {"401 [who]", ExitCode::notPermitted},
+        {"403 [no]", ExitCode::notPermitted},
+        {"404 [none]", ExitCode::notFound},
+        {"409 [taken]", ExitCode::rejected},
+        {"500 [oops]", ExitCode::rejected},
+        {"503 no answer", ExitCode::serviceAbsent},
+        {"504 late", ExitCode::timeout},
+        {"completed", ExitCode::streamEnded},
+    };
+    for (const auto& [answer, code] : cases) {
+        ScriptedServices services;
+        services.service("/any").on("retrieve /x", answer);
+        const Outcome outcome = services.run({"call", "/any", "retrieve", "/x", "-o", "json"});
+        EXPECT_EQ(outcome.code, code) << answer;
+        EXPECT_EQ(outcome.out.empty(), code != ExitCode::ok) << answer;
+        if (code == ExitCode::ok) continue;
+        EXPECT_NE(outcome.err.find("call /any: retrieve /x at /any: "), std::string::npos) << outcome.err;
+        const std::string reason = answer == std::string{"completed"} ? "ended the request" : answer;
+        EXPECT_NE(outcome.err.find(reason), std::string::npos) << outcome.err;
+    }
+    ScriptedServices services;
+    services.service("/any").on("retrieve /x", std::vector<Events>{{}});
+    EXPECT_EQ(services.run({"call", "/any", "retrieve", "/x", "--timeout", "20ms"}).code, ExitCode::timeout);
+    EXPECT_EQ(services.service("/any").cancelled, 1) << "what is not waited for is not left behind";
+    EXPECT_EQ(services.run({"list", "displays"}).code, ExitCode::serviceAbsent);
+    services.service("/any").on("retrieve /x", "{not json");
+    EXPECT_EQ(services.run({"call", "/any", "retrieve", "/x"}).code, ExitCode::unexpected);
+}
+
+TEST(Usage, SaysWhatIsWrongAndWhatWouldHelp) {
+    const std::vector<std::pair<std::vector<const char*>, const char*>> cases{
+        {{}, "no verb given"},
+        {{"lst"}, "did you mean 'list'?"},
+        {{"list"}, "list: RESOURCE is missing"},
+        {{"wait", "popups/a/b"}, "wait: EXPRESSION is missing"},
+        {{"version", "now"}, "version: what is 'now'?"},
+        {{"list", "displays", "-o", "xml"}, "one of table, json, jsonl, raw"},
+        {{"list", "displays", "--timeout", "soon"}, "'soon' is not a duration"},
+        {{"list", "displays", "--timeout", "0"}, "'0' is not a duration"},
+        {{"list", "displays", "--mime", "xml"}, "--mime: 'xml'"},
+        {{"list", "displays", "--outptu", "json"}, "did you mean '--output'?"},
+        {{"list", "displays", "--count", "3"}, "unknown option --count"},
+        {{"watch", "displays", "--count", "0"}, "--count: '0'"},
+        {{"list", "displays", "--domain", "../etc"}, "--domain: '../etc'"},
+        {{"list", "displays/x"}, "hmxctl get displays/x"},
+        {{"list", "displays", "name"}, "'name' is not KEY=VALUE"},
+        {{"list", "regionconfigurations"}, "one by one only"},
+        {{"watch", "regionconfigurations"}, "which element?"},
+        {{"insert", "displays", "name=x"}, "these do: regionconfigurations"},
+        {{"update", "displays/x", "name=x"}, "these do: regionconfigurations, popups"},
+        {{"update", "popups/a/b"}, "keys: requestData, requested, visible"},
+        {{"update", "popups/a/b", "requestd=true"}, "did you mean 'requested'"},
+        {{"delete", "popups/a/b"}, "these do: regionconfigurations"},
+        {{"insert", "regionconfigurations", "-f", "/nowhere/region.json"}, "cannot read /nowhere/region.json"},
+        {{"hit", "D", "1", "two"}, "Y is 'two'"},
+        {{"call", "hmx", "retrieve", "/x"}, "did you mean '/hmx'?"},
+        {{"wait", "displays/a", "resolution.with > 1"}, "did you mean 'width'?"},
+        {{"uuid"}, "either RESOURCE/NAME or --name TEXT"},
+        {{"uuid", "popups/NoDisplay"}, "popups/DISPLAY/NAME"},
+        {{"sim", "sett", "displays/a"}, "did you mean 'set'"},
+        {{"sim", "set", "displays", "a=b"}, "names no element"},
+        {{"completion", "csh"}, "one of bash, zsh, fish"},
+        {{"help", "lst"}, "did you mean 'list'?"},
+    };
+    for (const auto& [words, text] : cases) {
+        ScriptedServices services;
+        services.hmx();
+        const Outcome outcome = services.run(words);
+        const std::string line = words.empty() ? "" : std::string{words.front()} + " " + words.back();
+        EXPECT_EQ(outcome.code, ExitCode::usage) << line;
+        EXPECT_NE(outcome.err.find(text), std::string::npos) << line << ": " << outcome.err;
+        EXPECT_LE(std::count(outcome.err.begin(), outcome.err.end(), '\n'), 2) << outcome.err;
+        EXPECT_EQ(outcome.out, "") << line;
+        EXPECT_TRUE(services.hmx().asked.empty()) << line;
+    }
+}
+
+TEST(Arguments, WordsThatLookLikeSomethingElse) {
+    ScriptedServices services;
+    ScriptedApi& any = services.service("/any");
+    any.on("update /x", "");
+    const std::vector<std::pair<std::vector<const char*>, const char*>> cases{
+        {{"call", "/any", "update", "/x", "[1,2]"}, "[1,2]"},
+        {{"call", "/any", "update", "/x", "-5"}, "-5"},
+        {{"call", "/any", "update", "/x", "true"}, "true"},
+        {{"call", "/any", "update", "/x", "{\"a\":\"b=c\"}"}, "{\"a\":\"b=c\"}"},
+        {{"call", "/any", "update", "/x", "a=list", "b:=[1]"}, "{\"a\":\"list\",\"b\":[1]}"},
+        {{"call", "/any", "update", "/x", "--", "--a=1"}, "{\"--a\":\"1\"}"},
+    };
+    for (const auto& [words, body] : cases) {
+        const Outcome outcome = services.run(words);
+        EXPECT_EQ(outcome.err, "");
+        EXPECT_EQ(any.asked.back(), std::string{"update /x "} + body);
+    }
+}
+
+TEST(Change, SendsTheBodyAndPrintsTheUri) {
+    ScriptedServices services;
+    ScriptedApi& hmx = services.hmx();
+    const std::string path = "/popups/" + idOf("DPhone");
+    hmx.on("retrieve /displays", page({display("D")}));
+    hmx.on("retrieve /popups", page({popup("D", "Phone")}));
+    hmx.on("update " + path, {{"404 [popup id not found]"}, {"\"/hmx" + path + "\""}});
+    const Outcome byId = services.run({"update", path.c_str(), "requested=true", "requestData=7"});
+    EXPECT_EQ(byId.out, "/hmx" + path + "\n");
+    EXPECT_EQ(hmx.asked.front(), "update " + path + R"( {"requested":true,"requestData":"7"})");
+    EXPECT_EQ(hmx.asked.back(), hmx.asked.front()) << "again once the id is known";
+    EXPECT_EQ(services.run({"update", "popups/D/Phone", "requested=true", "-o", "json"}).out, "\"/hmx" + path + "\"\n");
+
+    const std::string region = "/regionconfigurations/" + idOf("Driver_DisplayHMI_ID_ANDROID_DRIVER");
+    hmx.on("delete " + region, "");
+    EXPECT_EQ(services.run({"delete", "regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER"}).out, "");
+    EXPECT_EQ(services.run({"delete", region.c_str(), "-o", "json"}).out, "null\n");
+    EXPECT_EQ(hmx.asked.back(), "delete " + region);
+
+    const int file = ::memfd_create("body", 0);
+    const std::string text = R"({"display":"Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":{"infoForAllLayers":[]}})";
+    ASSERT_EQ(::write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
+    const std::string name = "/proc/self/fd/" + std::to_string(file);
+    hmx.on("insert /regionconfigurations", "\"hmx" + region + "\"");
+    const Outcome inserted = services.run({"insert", "regionconfigurations", "-f", name.c_str(), "subComponent=bar", "display=Co_Driver_Display"});
+    EXPECT_EQ(inserted.out, "hmx" + region + "\n") << inserted.err;
+    EXPECT_EQ(hmx.asked.back(),
+              R"(insert /regionconfigurations {"display":"Co_Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":{"infoForAllLayers":[]},"subComponent":"bar"})");
+    ::close(file);
+}
+
+// Changes, a loss by the upstream's doing, an attempt that fails as well, and the return.
+TEST(Watch, FollowsChangesLossAndReturn) {
+    ScriptedServices services;
+    const std::string other = display("Driver_Display", R"(,"displayID":2)");
+    const Events first{page({driver, cluster}), page({driver, cluster}), page({other}), "503 upstream gone"};
+    const std::vector<Events> script{first, {"503 no answer"}, {page({other})}};
+    services.hmx().on("retrieve /displays", script);
+    const Outcome json = services.run({"watch", "displays", "-o", "json", "--count", "6"});
+    EXPECT_EQ(json.out, R"({"event":"snapshot","resource":"displays","elements":[)" + driver + "," + cluster + "]}\n" +
+                            R"({"event":"changed","resource":"displays","id":")" + driverId + R"(","name":"Driver_Display","element":)" + other + "}\n" +
+                            R"({"event":"removed","resource":"displays","id":")" + idOf("hmx/displays/Cluster_Display") + R"(","name":"Cluster_Display"})" + "\n" +
+                            R"({"event":"source-down","resource":"displays","reason":"retrieve /displays at /hmx: 503 upstream gone"})" + "\n" +
+                            R"({"event":"source-up","resource":"displays"})" + "\n" +
+                            R"({"event":"snapshot","resource":"displays","elements":[)" + other + "]}\n");
+    EXPECT_EQ(json.err, "");
+
+    services.hmx().on("retrieve /displays", script);
+    const Outcome lines = services.run({"watch", "displays", "--count", "3"});
+    EXPECT_NE(lines.out.find("snapshot 2 elements\n  Driver_Display displayID=1 resolution=1920x720\n"), std::string::npos) << lines.out;
+    EXPECT_NE(lines.out.find("changed Driver_Display displayID=2 resolution=-\n"), std::string::npos) << lines.out;
+    EXPECT_NE(lines.out.find("removed Cluster_Display displayID=3\n"), std::string::npos) << lines.out;
+
+    services.hmx().on("retrieve /displays", script);
+    EXPECT_EQ(services.run({"watch", "displays", "--no-reconnect"}).code, ExitCode::serviceAbsent);
+    services.hmx().on("retrieve /displays", std::vector<Events>{{page({driver}), "completed"}});
+    EXPECT_EQ(services.run({"watch", "displays", "--no-reconnect"}).code, ExitCode::streamEnded);
+    EXPECT_EQ(services.run({"watch", "displays", "--once"}).code, ExitCode::ok);
+    services.hmx().on("retrieve /displays", "400 [no]");
+    EXPECT_EQ(services.run({"watch", "displays"}).code, ExitCode::rejected);
+    EXPECT_EQ(ScriptedServices{}.run({"watch", "displays", "--no-reconnect"}).code, ExitCode::serviceAbsent);
+}
+
+TEST(Watch, SourceThatIsAwayFromTheStart) {
+    ScriptedServices services;
+    services.hmx().on("retrieve /displays", {{"503 no answer"}, {page({driver})}});
+    const Outcome outcome = services.run({"watch", "displays", "-o", "jsonl", "--count", "3"});
+    const std::string up = R"({"event":"source-up","resource":"displays"})";
+    EXPECT_EQ(outcome.out.find(R"({"event":"source-down")"), 0U) << outcome.out;
+    EXPECT_NE(outcome.out.find("\n" + up + "\n" + R"({"event":"snapshot")"), std::string::npos) << outcome.out;
+}
+
+TEST(Watch, PopupsOfAllDisplaysAreOneState) {
+    ScriptedServices services;
+    services.hmx().on("retrieve /displays", page({display("A"), display("B")}));
+    services.hmx().on(R"(retrieve /popups {"display":"A"})", page({popup("A", "One")}));
+    services.hmx().on(R"(retrieve /popups {"display":"B"})", std::vector<Events>{{page({popup("B", "Two")}), page({})}});
+    const Outcome outcome = services.run({"watch", "popups", "-o", "json", "--count", "2"});
+    EXPECT_EQ(outcome.out, R"({"event":"snapshot","resource":"popups","elements":[)" + popup("A", "One") + "," + popup("B", "Two") + "]}\n" +
+                               R"({"event":"removed","resource":"popups","id":")" + idOf("BTwo") + R"(","name":"Two"})" + "\n");
+}
+
+TEST(Watch, ElementThatGoesAndComesBack) {
+    ScriptedServices services;
+    services.hmx().on("retrieve /displays", page({driver}));
+    services.hmx().on("retrieve " + driverPath, {{driver}, {driver, "404 UNKNOWN"}, {"404 UNKNOWN"}, {"404 UNKNOWN"}, {driver}});
+    const Outcome outcome = services.run({"watch", "displays/Driver_Display", "-o", "json", "--count", "3"});
+    EXPECT_NE(outcome.out.find(R"({"event":"removed","resource":"displays","target":"Driver_Display")"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.rfind(R"({"event":"changed","resource":"displays","target":"Driver_Display")"), std::string::npos) << outcome.out;
+    EXPECT_EQ(services.run({"watch", "displays/Nope"}).code, ExitCode::notFound);
+}
+
+TEST(Wait, EndsWhenTheExpressionHolds) {
+    ScriptedServices services;
+    const std::string path = "/popups/" + idOf("DPhone");
+    const std::string hidden = popup("D", "Phone", R"(,"visible":false)");
+    const std::string visible = popup("D", "Phone", R"(,"visible":true)");
+    services.hmx().on("retrieve /displays", page({display("D")}));
+    services.hmx().on("retrieve /popups", page({hidden}));
+    services.hmx().on("retrieve " + path, {{hidden}, {hidden, hidden, "503 gone"}, {hidden}, {hidden, visible}});
+    EXPECT_EQ(services.run({"wait", "popups/D/Phone", "visible == true", "-o", "json"}).out, visible + "\n");
+    EXPECT_EQ(services.run({"wait", "popups/D/Phone", "visible"}).out, "") << "nothing unless asked for";
+
+    services.hmx().on("retrieve " + path, hidden);
+    const Outcome late = services.run({"wait", "popups/D/Phone", "visible == true && slot == 'top'", "--timeout", "30ms"});
+    EXPECT_EQ(late.code, ExitCode::timeout);
+    EXPECT_NE(late.err.find("did not hold within 30 ms: visible is false, slot is absent"), std::string::npos) << late.err;
+    EXPECT_EQ(services.run({"wait", "popups/D/Nope", "visible"}).code, ExitCode::notFound);
+    EXPECT_EQ(services.run({"wait", "popups/D/Nope", "visible", "--appear", "--timeout", "30ms"}).code, ExitCode::timeout);
+    EXPECT_EQ(ScriptedServices{}.run({"wait", "popups/D/Phone", "visible"}).code, ExitCode::serviceAbsent);
+}
+
+TEST(Describe, ShowsRecordsAndRoutes) {
+    ScriptedServices services;
+    const Outcome popups = services.run({"describe", "popups", "-o", "json"});
+    const Json document = Json::parse(popups.out);
+    EXPECT_EQ(document["element"]["record"], "PopupObject");
+    EXPECT_EQ(document["commands"].size(), 3U);
+    const Outcome regions = services.run({"describe", "regionconfigurations"});
+    EXPECT_NE(regions.out.find("regionconfigurations  insert    /regionconfigurations    InsertRegionconfigurationObject"), std::string::npos);
+    EXPECT_NE(regions.out.find("Co_Driver_Display | Driver_Display"), std::string::npos);
+    EXPECT_NE(regions.out.find("        hitOutside"), std::string::npos) << "nested members are indented";
+    EXPECT_EQ(Json::parse(services.run({"describe", "-o", "json"}).out).size(), 5U);
+}
+
+TEST(Sim, SpeaksTheControlServicesLanguage) {
+    ScriptedServices services;
+    ScriptedApi& sim = services.service("/hmxsim");
+    const std::vector<std::pair<std::vector<const char*>, const char*>> cases{
+        {{"sim", "world"}, "retrieve /world"},
+        {{"sim", "set", "displays/Driver_Display", "terminal=2", "name=5"}, R"(update /state/displaymanager/displays/Driver_Display {"terminal":2,"name":"5"})"},
+        {{"sim", "set", "layers/D/1", "display:=null"}, R"(update /state/displaymanager/layerConfig/D%2F1 {"display":null})"},
+        {{"sim", "set", "input/D", "proximity=true", "name=D"}, R"(update /state/inputmanager/displays/D {"proximity":true,"name":"D"})"},
+        {{"sim", "popup", "D/Phone", "requested=true"}, R"(update /popups/D/Phone {"requested":true})"},
+        {{"sim", "add", "popups/D", "name=Phone", "priorityInlayer=3"}, R"(insert /popups/D {"name":"Phone","priorityInlayer":3})"},
+        {{"sim", "remove", "popups/D/Phone"}, "delete /popups/D/Phone"},
+        {{"sim", "fault"}, "retrieve /faults"},
+        {{"sim", "fault", "displaymanager", "delay_ms=200", "probability=0.5", "garble=noise", "silence=true"},
+         R"(update /faults/displaymanager {"delay_ms":200,"probability":0.5,"garble":"noise","silence":true})"},
+        {{"sim", "fault", "displaymanager", "clear"}, "delete /faults/displaymanager"},
+        {{"sim", "plan"}, "retrieve /plan"},
+        {{"sim", "plan", "clear"}, "delete /plan"},
+        {{"sim", "requests", "clear"}, "delete /requests"},
+    };
+    for (const auto& [words, asked] : cases) {
+        std::string question = asked;
+        sim.on(question.substr(0, question.find(" {")), "");
+        const Outcome outcome = services.run(words);
+        EXPECT_EQ(outcome.err, "") << asked;
+        EXPECT_EQ(sim.asked.empty() ? "" : sim.asked.back(), question);
+        EXPECT_EQ(sim.accept, "application/json");
+    }
+}
+
+TEST(Output, ReaderThatGoesAwayIsNoFault) {
+    ScriptedServices services;
+    std::vector<Events> endless{{page({driver})}};
+    services.hmx().on("retrieve /displays", endless);
+    int ends[2];
+    ASSERT_EQ(::pipe2(ends, O_CLOEXEC), 0);
+    ::close(ends[0]);
+    std::signal(SIGPIPE, SIG_IGN);
+    EXPECT_EQ(services.runInto(ends[1], {"list", "displays"}).code, ExitCode::ok);
+    EXPECT_EQ(services.runInto(ends[1], {"watch", "displays"}).code, ExitCode::ok) << "a watch notices without an event";
+    ::close(ends[1]);
+    const int full = ::open("/dev/full", O_WRONLY | O_CLOEXEC);
+    EXPECT_EQ(services.runInto(full, {"list", "displays"}).code, ExitCode::unexpected);
+    ::close(full);
+}
+
+}  // namespace
+}  // namespace hmxctl_test

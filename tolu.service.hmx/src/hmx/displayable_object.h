@@ -1,0 +1,34 @@
+// Something that can be shown on a display, as the resource "/displayables" shows it.
+#pragma once
+
+#include <memory>
+
+#include "core/list_page.h"
+#include "hmx/display_resolution_type.h"
+#include "hmx/element.h"
+#include "kelo/optional.h"
+#include "kelo/record.h"
+
+namespace kelo::hmx {
+
+// Thread: any (a value).
+struct DisplayableObject : Element<"/displayables"> {
+    using Element::Element;
+
+    kelo::optional<int> displayableID;
+    kelo::optional<std::shared_ptr<DisplayResolutionType>> size;
+    kelo::optional<int> type;
+};
+constexpr auto recordTable(const DisplayableObject*) {
+    using kelo::record::Row;
+    return ElementTable<DisplayableObject, Row<"displayableID", &DisplayableObject::displayableID>,
+                        Row<"size", &DisplayableObject::size>, Row<"type", &DisplayableObject::type>>{"DisplayableObject"};
+}
+static_assert(kelo::record::covers<DisplayableObject>);
+
+bool serialize(kelo::serializer::IStructuredSerializer& writer, const DisplayableObject& value);
+bool deserialize(kelo::serializer::IStructuredPullDeserializer& reader, DisplayableObject& value);
+
+using DisplayableObjectListPage = kelo::tolu::ListPage<DisplayableObject>;
+
+}  // namespace kelo::hmx

@@ -1,0 +1,62 @@
+// A request is dispatched on the thread that delivers it and leaves nothing behind here: its answers go from the interface's
+// implementation through the response handler, which owns the responder, straight to the client. Whatever is wrong with a request
+// is found before the implementation hears of it.
+//
+// The services differ in their tables alone. A table is made of the interface's methods, whose signatures say what is to be read
+// from the request, in which order, and of what type the answers are; it is checked against the interface when it is compiled,
+// and erased after that, so that there is one dispatcher.
+#include "hmx/resource_service.h"
+
+#include <algorithm>
+#include <stdexcept>
+
+#include "kelo/path.h"
+
+namespace kelo::hmx {
+
+namespace {
+
+std::string quoted(std::string_view command, std::string_view path) {
+    return std::string{"command '"}.append(command).append("' and path '").append(path).append("'");
+}
+
+}  // namespace
+
+bool Route::matches(int requestCommand, std::string_view requestPath) const noexcept {
+    return requestCommand == command && (isForElement() ? Path::matches(requestPath, path) : requestPath == path);
+}
+
+ResourceService::ResourceService(std::string_view name, void* impl, void (*cancel)(void* impl, void* handle),
+                                 std::span<const Route> routes, const tracing::Channel& channel)
+    : name_{name}, impl_{impl}, cancel_{cancel}, routes_{routes}, channel_{channel} {
+    for (auto route = routes.begin(); route != routes.end(); ++route) {
+        const auto isTaken = [&](const Route& other) { return other.command == route->command && other.path == route->path; };
+        if (std::any_of(routes.begin(), route, isTaken)) {
+            throw std::invalid_argument{std::string{name} + ": two routes for " +
+                                        quoted(commands::toName(route->command), route->path)};
+        }
+    }
+}
+
+void* ResourceService::actionRequest(const Request& request, std::unique_ptr<IResponder> responder, const std::string& tag) {
+    const int command = commands::toId(request.command());
+    const auto isMeant = [&](const Route& route) { return route.matches(command, request.path()); };
+    const auto route = std::find_if(routes_.begin(), routes_.end(), isMeant);
+
+    ResourceRequest resourceRequest{request, std::move(responder), tag, name_};
+    void* handle = IKeloApi::UNDEFINED_REQUEST_HANDLE;
+    if (route == routes_.end()) {
+        resourceRequest.refuse(errors::noSuchResource,
+                               std::string{name_} + ": no operation for " + quoted(request.command(), request.path()));
+    } else if (!resourceRequest.enter(*route)) {
+        handle = route->start(impl_, resourceRequest);
+    }
+    if (resourceRequest.wasRefused()) {
+        tracing::logCV(channel_, 4, "[actionRequest] failed: cmd='%s' path='%s' reason='%s'", request.command().c_str(),
+                       request.path().c_str(), std::ErrorStorage::reason().c_str());
+        std::ErrorStorage::ack();
+    }
+    return handle;
+}
+
+}  // namespace kelo::hmx

@@ -1,0 +1,79 @@
+// An answer is written on the thread that has it, with that thread's writer and into that thread's buffer, and handed to the
+// responder, which sends it before it returns: so one answer costs no memory beyond what it had cost before. Sending may come
+// round to another handler on the same thread, which then finds no buffer and makes its own; of the two the last one given back
+// is kept.
+//
+// A value that cannot be written is a fault of whoever made it. Its client gets nothing for it, but is not left to wait: the
+// handler says that the request is finished, is dropped by its owner, and the responder ends the request as unanswered.
+#include "hmx/response_handler_base.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "kelo/errors.h"
+
+namespace kelo::hmx {
+
+namespace {
+
+constexpr std::size_t initialCapacity = 1024;
+constexpr std::size_t keptCapacity = 256 * 1024;  // a thread does not hold on to more for a rare big answer's sake
+
+thread_local std::vector<std::uint8_t> spareBytes;
+
+// A buffer for the time of one answer. Thread: the one that made it.
+class AnswerBuffer {
+public:
+    AnswerBuffer() : writer_{takeBytes()} {}
+    ~AnswerBuffer() {
+        std::vector<std::uint8_t> bytes = writer_.release();
+        if (bytes.capacity() <= keptCapacity) spareBytes = std::move(bytes);
+    }
+    AnswerBuffer(const AnswerBuffer&) = delete;
+    AnswerBuffer& operator=(const AnswerBuffer&) = delete;
+
+    util::ByteBufferWriter& writer() noexcept { return writer_; }
+
+private:
+    static std::vector<std::uint8_t> takeBytes() {
+        std::vector<std::uint8_t> bytes = std::move(spareBytes);
+        bytes.reserve(initialCapacity);
+        return bytes;
+    }
+
+    util::ByteBufferWriter writer_;
+};
+
+}  // namespace
+
+bool ResponseHandlerBase::sendValue(const char* operation, BodyView value) {
+    AnswerBuffer buffer;
+    if (writeDocument(buffer.writer(), mimeType_, value)) {
+        std::ErrorOutput{errors::Error, errors::cannotSerialize, std::string{operation} + ": serialization error"};
+        return true;
+    }
+    Response response{200, buffer.writer().empty() ? Payload::getEmpty() : Payload::borrow(buffer.writer().bytes(), mimeType_)};
+    headers::appendRequestInfo(requestInfo_, response);
+    return responder_->next(response);
+}
+
+bool ResponseHandlerBase::sendNothing() {
+    Response response{204};
+    headers::appendRequestInfo(requestInfo_, response);
+    return responder_->next(response);
+}
+
+void ResponseHandlerBase::sendError(const Response& response) {
+    Response error{response};
+    headers::appendRequestInfo(requestInfo_, error);
+    responder_->error(error);
+}
+
+void ResponseHandlerBase::sendCompleted() {
+    responder_->completed();
+}
+
+}  // namespace kelo::hmx

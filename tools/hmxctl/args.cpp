@@ -1,0 +1,230 @@
+// The command line is declared to CLI11 from the table of verbs. What is no option is left to the verbs as words: CLI11 would take
+// apart a JSON array given as one. Global options are accepted before and behind the verb.
+
+#include "args.h"
+
+#include <CLI/CLI.hpp>
+#include <charconv>
+#include <cmath>
+
+#include "document.h"
+#include "failure.h"
+#include "suggest.h"
+#include "verbs/verbs.h"
+
+namespace hmxctl {
+namespace {
+
+constexpr const char* rootFooter =
+    "\nRESOURCE is displays, displayables, layerconfigurations, regionconfigurations or popups.\n"
+    "KEY=VALUE takes the type that the resource gives the key; KEY:=JSON is any JSON.\n"
+    "Exit codes: 0 ok, 1 unexpected, 2 usage, 3 not found, 4 service absent or lost, 5 timeout, 6 not permitted,\n"
+    "7 rejected by the service, 9 stream ended, 10 differences found, 130 interrupted.\n"
+    "`hmxctl help VERB` tells more of a verb.";
+
+// Usage lines and lists in the form of this tool's own documents.
+class HelpFormatter final : public CLI::Formatter {
+public:
+    std::string make_usage(const CLI::App* app, std::string /*name*/) const override {
+        const Verb* verb = findVerb(app->get_name());
+        std::string usage = "Usage: hmxctl [GLOBAL] ";
+        usage += verb == nullptr ? "VERB [RESOURCE[/ELEMENT]] [KEY=VALUE | KEY:=JSON ...]" : std::string{verb->name};
+        if (verb != nullptr && !verb->words.empty()) usage += " " + std::string{verb->words};
+        return usage + "\n";
+    }
+};
+
+// The parser and what it fills; the options hold references, so it stays where it is.
+class CommandLine {
+public:
+    CommandLine() {
+        root_.formatter(std::make_shared<HelpFormatter>());
+        root_.get_formatter()->column_width(26);
+        root_.fallthrough();
+        root_.allow_extras();
+        root_.require_subcommand(0, 1);
+        root_.footer(rootFooter);
+        declareGlobals();
+        for (const Verb& verb : verbs()) declare(verb);
+    }
+
+    Arguments parse(int argc, const char* const* argv) {
+        // Behind "--" everything is a word.
+        int optionsEnd = 1;
+        while (optionsEnd < argc && std::string_view{argv[optionsEnd]} != "--") ++optionsEnd;
+        const std::vector<std::string> verbatim(argv + std::min(argc, optionsEnd + 1), argv + argc);
+        try {
+            root_.parse(optionsEnd, argv);
+        } catch (const CLI::CallForHelp&) {
+            arguments_.help = root_.help();
+            return arguments_;
+        } catch (const CLI::ParseError& error) {
+            throw usageError(error.what(), "`hmxctl help` shows the options");
+        }
+        takeWords();
+        arguments_.words.insert(arguments_.words.end(), verbatim.begin(), verbatim.end());
+        interpret();
+        checkWords();
+        return arguments_;
+    }
+
+    std::string help(const Verb* verb) {
+        return verb == nullptr ? root_.help() : root_.get_subcommand(std::string{verb->name})->help();
+    }
+
+    std::vector<std::string> options(const Verb* verb) {
+        std::vector<std::string> names;
+        const auto take = [&](const CLI::App& app) {
+            for (const CLI::Option* option : app.get_options()) {
+                for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
+            }
+        };
+        if (verb != nullptr) take(*root_.get_subcommand(std::string{verb->name}));
+        take(root_);
+        std::sort(names.begin(), names.end());
+        names.erase(std::unique(names.begin(), names.end()), names.end());
+        return names;
+    }
+
+private:
+    void declareGlobals() {
+        root_.add_option("-o,--output", format_, "What is printed: table, json, jsonl or raw (table)")->type_name("FORMAT");
+        root_.add_option("--timeout", timeout_, "How long to wait, e.g. 3s or 500ms (5s); `watch` has none")->type_name("DURATION");
+        root_.add_option("--mime", mime_, "The encoding on the wire: json, msgpack, ixobin or a full name (json)")->type_name("TYPE");
+        root_.add_flag("--no-color", noColour_, "Plain text, also on a terminal (as NO_COLOR does)");
+        root_.add_option("--runtime-dir", arguments_.runtimeDirectory, "Where the domains are (KELO_RUNTIME_DIR)")->type_name("DIR");
+        root_.add_option("--domain", arguments_.domain, "The domain of the services (local)")->type_name("NAME");
+        root_.add_flag("-v,--verbose", arguments_.verbose, "Say on standard error what is asked and what comes back");
+        root_.set_help_flag("-h,--help", "Show this help");
+        root_.add_flag("--version", version_, "Show the version");
+    }
+
+    void declare(const Verb& verb) {
+        CLI::App* app = root_.add_subcommand(std::string{verb.name}, std::string{verb.summary});
+        app->group(verb.hidden ? "" : "Verbs");
+        app->footer("\n" + std::string{verb.details} + "`hmxctl --help` shows the global options.");
+        const auto has = [&](VerbOption option) { return (verb.options & option) != 0; };
+        if (has(bodyFile)) {
+            app->add_option("-f,--file", arguments_.file, "Take the body from this file, - for standard input")->type_name("FILE");
+        }
+        if (has(validation)) app->add_flag("--no-validate", noValidate_, "Send keys and values unchecked");
+        if (has(watching)) {
+            app->add_option("--count", count_, "End after this many events")->type_name("N");
+            app->add_flag("--once", arguments_.once, "End after the first event");
+            app->add_flag("--no-reconnect", noReconnect_, "End when the source goes away");
+        }
+        if (has(appearing)) app->add_flag("--appear", arguments_.appear, "Wait for the service and the element to appear, too");
+        if (has(idParts)) {
+            app->add_option("--name", name_, "The id of any text")->type_name("TEXT");
+            app->add_flag("--id", arguments_.idOnly, "Print the id only");
+            app->add_flag("--uri", arguments_.uriOnly, "Print the URI only");
+        }
+        if (has(keepOpen)) app->add_flag("--stream", arguments_.stream, "Keep the request open and print every answer as a line");
+        perVerb_.push_back(app);
+    }
+
+    void takeWords() {
+        for (const CLI::App* app : perVerb_) {
+            if (app->parsed()) arguments_.verb = findVerb(app->get_name());
+        }
+        for (std::string& word : root_.remaining(true)) {
+            const bool negative = word.size() > 1 && (word[1] == '.' || (word[1] >= '0' && word[1] <= '9'));
+            if (word.size() > 1 && word.front() == '-' && !negative) {
+                const std::string bare = word.substr(0, word.find('='));
+                throw usageError("unknown option " + bare, didYouMean(bare, options(arguments_.verb)));
+            }
+            arguments_.words.push_back(std::move(word));
+        }
+        if (arguments_.verb == nullptr && version_) arguments_.verb = findVerb("version");
+        if (arguments_.verb != nullptr) return;
+        if (arguments_.words.empty()) throw usageError("no verb given: one of " + joined(verbNames()), "`hmxctl help` explains them");
+        const std::string& word = arguments_.words.front();
+        const std::string meant = didYouMean(word, verbNames());
+        throw usageError("unknown verb '" + word + "'", meant.empty() ? "verbs: " + joined(verbNames()) : meant);
+    }
+
+    void interpret() {
+        static const std::vector<std::pair<std::string, Format>> formats{
+            {"table", Format::table}, {"json", Format::json}, {"jsonl", Format::jsonl}, {"raw", Format::raw}};
+        if (!format_.empty()) {
+            const auto found = std::find_if(formats.begin(), formats.end(), [&](const auto& each) { return each.first == format_; });
+            if (found == formats.end()) throw usageError("-o: no format '" + format_ + "'", "one of table, json, jsonl, raw");
+            arguments_.format = found->second;
+            arguments_.formatGiven = true;
+        }
+        if (!timeout_.empty()) arguments_.timeout = parseDuration(timeout_);
+        if (!mime_.empty()) arguments_.mimeType = mimeTypeNamed(mime_);
+        if (!count_.empty()) {
+            std::uint64_t count = 0;
+            const auto end = std::from_chars(count_.data(), count_.data() + count_.size(), count);
+            if (end.ec != std::errc{} || end.ptr != count_.data() + count_.size() || count == 0) {
+                throw usageError("--count: '" + count_ + "' is not a number of events", "a number from 1, e.g. --count 3");
+            }
+            arguments_.count = count;
+        }
+        if (arguments_.domain.empty() || arguments_.domain.find('/') != std::string::npos || arguments_.domain.front() == '.') {
+            throw usageError("--domain: '" + arguments_.domain + "' is not a domain's name", "a plain name such as local");
+        }
+        const CLI::App& app = *root_.get_subcommand(std::string{arguments_.verb->name});
+        if ((arguments_.verb->options & idParts) != 0 && app.count("--name") > 0) arguments_.name = name_;
+        arguments_.colour = !noColour_;
+        arguments_.validate = !noValidate_;
+        arguments_.reconnect = !noReconnect_;
+    }
+
+    void checkWords() const {
+        const Verb& verb = *arguments_.verb;
+        const std::size_t given = arguments_.words.size();
+        if (given >= verb.fewest && given <= verb.most) return;
+        const std::string usage = "usage: hmxctl " + std::string{verb.name} + " " + std::string{verb.words};
+        if (given > verb.most) throw usageError(std::string{verb.name} + ": what is '" + arguments_.words[verb.most] + "'?", usage);
+        // The first word of the synopsis that was not given.
+        std::string_view missing = verb.words;
+        for (std::size_t i = 0; i < given; ++i) missing.remove_prefix(std::min(missing.size(), missing.find(' ') + 1));
+        throw usageError(std::string{verb.name} + ": " + std::string{missing.substr(0, missing.find(' '))} + " is missing", usage);
+    }
+
+    CLI::App root_{"hmxctl: look at and change displays, layers, touch regions and popups of a running system", "hmxctl"};
+    std::vector<CLI::App*> perVerb_;
+    Arguments arguments_;
+    std::string format_;
+    std::string timeout_;
+    std::string mime_;
+    std::string count_;
+    std::string name_;
+    bool noColour_ = false;
+    bool noValidate_ = false;
+    bool noReconnect_ = false;
+    bool version_ = false;
+};
+
+}  // namespace
+
+Arguments parseArguments(int argc, const char* const* argv) { return CommandLine{}.parse(argc, argv); }
+
+std::string helpText(const Verb* verb) { return CommandLine{}.help(verb); }
+
+std::vector<std::string> optionNames(const Verb* verb) { return CommandLine{}.options(verb); }
+
+std::chrono::milliseconds parseDuration(std::string_view text) {
+    double amount = 0;
+    const auto end = std::from_chars(text.data(), text.data() + text.size(), amount);
+    const std::string_view unit = text.substr(static_cast<std::size_t>(end.ptr - text.data()));
+    double milliseconds = 0;
+    if (unit == "ms") milliseconds = amount;
+    if (unit == "s" || unit.empty()) milliseconds = amount * 1000;
+    if (unit == "m" || unit == "min") milliseconds = amount * 60'000;
+    if (unit == "h") milliseconds = amount * 3'600'000;
+    constexpr double longest = 1e12;  // some thirty years; keeps sums of times far from their limits
+    if (end.ec != std::errc{} || !(milliseconds > 0) || milliseconds > longest) {
+        throw usageError("'" + std::string{text} + "' is not a duration", "for example 3s, 500ms or 2m");
+    }
+    return std::chrono::milliseconds{static_cast<std::int64_t>(std::ceil(milliseconds))};
+}
+
+std::string durationText(std::chrono::milliseconds duration) {
+    const auto count = duration.count();
+    return count % 1000 == 0 ? std::to_string(count / 1000) + " s" : std::to_string(count) + " ms";
+}
+
+}  // namespace hmxctl

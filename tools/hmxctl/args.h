@@ -1,0 +1,62 @@
+// What was typed, taken apart.
+#pragma once
+
+#include <chrono>
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace hmxctl {
+
+struct Verb;
+
+enum class Format : std::uint8_t { table, json, jsonl, raw };
+
+// Thread: any (a value).
+struct Arguments {
+    // For every verb.
+    Format format = Format::table;
+    bool formatGiven = false;
+    std::chrono::milliseconds timeout{5000};
+    std::string mimeType{"application/json"};  // full name
+    bool colour = true;
+    std::string runtimeDirectory;  // "": from the environment
+    std::string domain{"local"};
+    bool verbose = false;
+
+    const Verb* verb = nullptr;
+    std::vector<std::string> words;  // what follows the verb and is no option
+    std::string help;                // asked for instead of a command: to be printed
+
+    // For some.
+    std::string file;  // "": none; "-": standard input
+    bool validate = true;
+    std::optional<std::uint64_t> count;
+    bool once = false;
+    bool reconnect = true;
+    bool appear = false;
+    std::optional<std::string> name;
+    bool idOnly = false;
+    bool uriOnly = false;
+    bool stream = false;
+};
+
+// Takes the command line apart. Errors: Failure (usage). Thread: main.
+[[nodiscard]] Arguments parseArguments(int argc, const char* const* argv);
+
+// The help text of a verb, or of the whole command for null.
+[[nodiscard]] std::string helpText(const Verb* verb);
+
+// The options of a verb and the global ones, as typed: "--timeout", "-o"; for completion.
+[[nodiscard]] std::vector<std::string> optionNames(const Verb* verb);
+
+// "3s", "500ms", "2m", "1.5" (seconds). Errors: Failure (usage) for anything else, and for nothing or less.
+[[nodiscard]] std::chrono::milliseconds parseDuration(std::string_view text);
+
+// As in messages: "3 s", "500 ms".
+[[nodiscard]] std::string durationText(std::chrono::milliseconds duration);
+
+}  // namespace hmxctl

@@ -1,0 +1,244 @@
+// The shells' scripts hand the line to the hidden verb __complete and offer what it prints, so that everything there is to know
+// about the command line stands here once. A candidate that ends in "/" or "=" is a beginning: no blank follows it.
+
+#include "completion.h"
+
+#include <algorithm>
+#include <array>
+
+#include "args.h"
+#include "verbs/verbs.h"
+
+namespace hmxctl {
+namespace {
+
+constexpr std::string_view bashScript = R"script(# bash completion of hmxctl
+_hmxctl() {
+    local line="${COMP_LINE:0:COMP_POINT}" cur="${COMP_WORDS[COMP_CWORD]}" word
+    # bash divides words at "=" and ":" too; what stands before in the same word is not its to replace.
+    [[ $cur == [=:] || $cur == ":=" ]] && cur=""
+    local last="${line##*[[:space:]]}"
+    local kept="${last%"$cur"}"
+    COMPREPLY=()
+    while IFS=$'\t' read -r word _; do
+        [[ $word == "$kept"* ]] && COMPREPLY+=("${word#"$kept"}")
+    done < <("$1" __complete -- "$line" 2>/dev/null)
+    [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == *[/=] ]] && compopt -o nospace
+}
+complete -o default -F _hmxctl hmxctl
+)script";
+
+constexpr std::string_view zshScript = R"script(#compdef hmxctl
+# zsh completion of hmxctl
+_hmxctl() {
+    local -a whole begun
+    local word about
+    while IFS=$'\t' read -r word about; do
+        [[ $word == *[/=] ]] && begun+=("$word") || whole+=("$word")
+    done < <("${words[1]}" __complete -- "${(j: :)words[1,CURRENT]}" 2>/dev/null)
+    compadd -- "${whole[@]}"
+    compadd -S '' -- "${begun[@]}"
+}
+if [[ $funcstack[1] == _hmxctl ]]; then
+    _hmxctl "$@"
+else
+    compdef _hmxctl hmxctl
+fi
+)script";
+
+constexpr std::string_view fishScript = R"script(# fish completion of hmxctl
+complete -c hmxctl -f -a '(hmxctl __complete -- (commandline -cp) 2>/dev/null)'
+)script";
+
+constexpr std::array<std::pair<std::string_view, std::string_view>, 3> scripts{
+    {{"bash", bashScript}, {"zsh", zshScript}, {"fish", fishScript}}};
+
+constexpr std::array<std::string_view, 10> optionsWithValue{"-o",       "--output", "--timeout", "--mime",  "--runtime-dir",
+                                                            "--domain", "-f",       "--file",    "--count", "--name"};
+
+bool takesValue(const std::string& option) {
+    return std::find(optionsWithValue.begin(), optionsWithValue.end(), option) != optionsWithValue.end();
+}
+
+// Collects what begins with the word that is being typed. Thread: one at a time.
+class Collection {
+public:
+    explicit Collection(std::string current) : current_{std::move(current)} {}
+
+    const std::string& current() const noexcept { return current_; }
+
+    void offer(std::string word, std::string_view about = {}) {
+        if (word.compare(0, current_.size(), current_) == 0) found_.push_back({std::move(word), std::string{about}});
+    }
+    template <class Words>
+    void offerAll(const Words& words, const std::string& before = {}) {
+        for (const auto& word : words) offer(before + std::string{word});
+    }
+
+    std::vector<Candidate> take() { return std::move(found_); }
+
+private:
+    std::string current_;
+    std::vector<Candidate> found_;
+};
+
+void offerOptionValues(Collection& out, const std::string& option) {
+    if (option == "-o" || option == "--output") out.offerAll(std::array{"table", "json", "jsonl", "raw"});
+    if (option == "--mime") out.offerAll(std::array{"json", "msgpack", "ixobin"});
+}
+
+void offerElements(Collection& out, NameSource& names, bool elementNeeded) {
+    const std::size_t slash = out.current().find('/');
+    if (slash == std::string::npos) {
+        for (const Resource& resource : resources()) {
+            out.offer(std::string{resource.name} + (elementNeeded ? "/" : ""));
+        }
+        return;
+    }
+    const Resource* resource = findResource(out.current().substr(0, slash));
+    if (resource != nullptr) out.offerAll(names.elements(*resource), std::string{resource->name} + "/");
+}
+
+// "key=", or the values of a key that has but a few.
+void offerAssignments(Collection& out, NameSource& names, Members members) {
+    const std::size_t equals = out.current().find('=');
+    if (equals == std::string::npos) {
+        for (const MemberDescription& member : members) {
+            out.offer(std::string{member.key} + "=", kelo::record::typeText(member));
+        }
+        return;
+    }
+    const std::string key = out.current().substr(0, equals);
+    const MemberDescription* member = findMember(members, key);
+    if (member == nullptr) return;
+    if (member->kind == kelo::record::Kind::boolean) out.offerAll(std::array{"true", "false"}, key + "=");
+    out.offerAll(member->enumValues, key + "=");
+    if (key == "display" && member->enumValues.empty()) out.offerAll(names.elements(*findResource("displays")), "display=");
+    if (key == "fields") {
+        const std::size_t comma = out.current().rfind(',');
+        const std::string before = comma == std::string::npos ? key + "=" : out.current().substr(0, comma + 1);
+        out.offerAll(keysOf(members), before);
+    }
+}
+
+void offerFirstWord(Collection& out, const Verb& verb, NameSource& names) {
+    switch (verb.first) {
+        case FirstWord::resource:
+            for (const Resource& resource : resources()) {
+                if (verb.name == "list" && !isListable(resource)) continue;
+                if (verb.name == "insert" && findRoute(resource, kelo::commands::insert, false) == nullptr) continue;
+                out.offer(std::string{resource.name});
+            }
+            return;
+        case FirstWord::element:
+            return offerElements(out, names, true);
+        case FirstWord::target:
+            return offerElements(out, names, false);
+        case FirstWord::display:
+            return out.offerAll(names.elements(*findResource("displays")));
+        case FirstWord::service:
+            return out.offerAll(names.services());
+        case FirstWord::verb:
+            return out.offerAll(verbNames());
+        case FirstWord::shell:
+            return out.offerAll(completionShells());
+        case FirstWord::simCommand:
+            return out.offerAll(std::array{"set", "add", "remove", "popup", "fault", "plan", "world", "requests"});
+        case FirstWord::none:
+            return;
+    }
+}
+
+void offerFurtherWord(Collection& out, const Verb& verb, const std::vector<std::string>& words, NameSource& names) {
+    if (verb.name == "call" && words.size() == 1) return out.offerAll(std::array{"retrieve", "insert", "update", "delete"});
+    if (verb.name == "tree") return out.offerAll(names.elements(*findResource("displays")));
+    if (verb.name == "uuid") return offerElements(out, names, true);
+    const Resource* resource = findResource(words.front().substr(0, words.front().find('/')));
+    if (resource == nullptr) return;
+    const kelo::hmx::Route* changes = verb.name == "insert"   ? findRoute(*resource, kelo::commands::insert, false)
+                                      : verb.name == "update" ? findRoute(*resource, kelo::commands::update, true)
+                                                              : nullptr;
+    if (changes != nullptr) offerAssignments(out, names, changes->body().members);
+    if (verb.name == "list" || verb.name == "watch" || verb.name == "get") offerAssignments(out, names, parametersOf(*resource));
+}
+
+}  // namespace
+
+std::vector<std::string> splitLine(std::string_view line) {
+    std::vector<std::string> words;
+    std::string word;
+    bool inWord = false;
+    char quote = '\0';
+    for (std::size_t i = 0; i < line.size(); ++i) {
+        const char c = line[i];
+        if (quote == '\0' && (c == ' ' || c == '\t')) {
+            if (inWord) words.push_back(std::exchange(word, {}));
+            inWord = false;
+            continue;
+        }
+        inWord = true;
+        if (c == quote) {
+            quote = '\0';
+        } else if (quote == '\0' && (c == '"' || c == '\'')) {
+            quote = c;
+        } else if (c == '\\' && quote != '\'' && i + 1 < line.size()) {
+            word += line[++i];
+        } else {
+            word += c;
+        }
+    }
+    words.push_back(std::move(word));
+    return words;
+}
+
+std::vector<Candidate> complete(std::string_view line, NameSource& names) {
+    const std::vector<std::string> typed = splitLine(line);
+    Collection out{typed.back()};
+    const Verb* verb = nullptr;
+    std::vector<std::string> words;
+    std::string option;  // that the next word is the value of
+    for (std::size_t i = 1; i + 1 < typed.size(); ++i) {
+        const std::string& word = typed[i];
+        if (!option.empty()) {
+            option.clear();
+        } else if (takesValue(word)) {
+            option = word;
+        } else if (word.size() < 2 || word.front() != '-') {
+            if (verb != nullptr) {
+                words.push_back(word);
+            } else if ((verb = findVerb(word)) == nullptr) {
+                return {};
+            }
+        }
+    }
+    if (typed.size() < 2) return {};
+    if (!option.empty()) {
+        offerOptionValues(out, option);
+    } else if (out.current().starts_with('-')) {
+        out.offerAll(optionNames(verb));
+    } else if (verb == nullptr) {
+        for (const Verb& each : verbs()) {
+            if (!each.hidden) out.offer(std::string{each.name}, each.summary);
+        }
+    } else if (words.size() < verb->most) {
+        if (words.empty()) {
+            offerFirstWord(out, *verb, names);
+        } else {
+            offerFurtherWord(out, *verb, words, names);
+        }
+    }
+    return out.take();
+}
+
+std::string_view completionScript(std::string_view shell) noexcept {
+    const auto* found = std::find_if(scripts.begin(), scripts.end(), [=](const auto& each) { return each.first == shell; });
+    return found == scripts.end() ? std::string_view{} : found->second;
+}
+
+std::vector<std::string> completionShells() {
+    std::vector<std::string> shells;
+    for (const auto& [shell, script] : scripts) shells.emplace_back(shell);
+    return shells;
+}
+
+}  // namespace hmxctl

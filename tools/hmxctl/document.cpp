@@ -1,0 +1,242 @@
+// The tree is nlohmann's ordered JSON. All three encodings are read with the platform's pull readers, so that their bounds (depth,
+// UTF-8, no trailing bytes) are this tool's bounds too, and a document means the same here as in the services.
+//
+// Single-precision numbers: the binary encodings carry a float as 32 bits, the JSON one as the shortest text that reads back as
+// the same float. The readers hand out doubles. A double of a binary document that is exactly a float is therefore given the
+// float's shortest text, so that 59.94 is shown as 59.94 in every encoding and not as 59.939998626708984.
+
+#include "document.h"
+
+#include <array>
+#include <charconv>
+#include <cmath>
+#include <limits>
+#include <vector>
+
+#include "failure.h"
+#include "kelo/mimetypes.h"
+#include "kelo/serializer/factory.h"
+#include "kelo/std/error_storage.h"
+#include "suggest.h"
+
+namespace hmxctl {
+namespace {
+
+using kelo::mimetypes::MimeTypeID;
+using util::serializer::IStructuredPullDeserializer;
+using util::serializer::IStructuredSerializer;
+using util::serializer::ValueType;
+
+std::string takeReason() {
+    std::string reason = std::ErrorStorage::reason();
+    std::ErrorStorage::ack();
+    return reason;
+}
+
+double asShown(double value) {
+    const auto narrow = static_cast<float>(value);
+    if (!std::isfinite(narrow) || static_cast<double>(narrow) != value) return value;
+    std::array<char, 32> shortest{};
+    const auto end = std::to_chars(shortest.data(), shortest.data() + shortest.size(), narrow);
+    double shown = value;
+    std::from_chars(shortest.data(), end.ptr, shown);
+    return shown;
+}
+
+// Reads one value, containers and all; true on failure. The depth is the reader's to bound.
+class TreeReader {
+public:
+    TreeReader(IStructuredPullDeserializer& reader, bool singlePrecision) : reader_{reader}, singlePrecision_{singlePrecision} {}
+
+    bool read(Json& out) {
+        switch (reader_.peek()) {
+            case ValueType::null:
+                out = nullptr;
+                return reader_.readNull();
+            case ValueType::boolean: {
+                bool value = false;
+                if (reader_.readBool(value)) return true;
+                out = value;
+                return false;
+            }
+            case ValueType::integer: {
+                std::int64_t value = 0;
+                if (reader_.readInt(value)) return true;
+                out = value;
+                return false;
+            }
+            case ValueType::floating: {
+                double value = 0;
+                if (reader_.readDouble(value)) return true;
+                out = singlePrecision_ ? asShown(value) : value;
+                return false;
+            }
+            case ValueType::string: {
+                std::string_view value;
+                if (reader_.readString(value)) return true;
+                out = value;
+                return false;
+            }
+            case ValueType::object:
+                return readObject(out);
+            case ValueType::array:
+                return readArray(out);
+            case ValueType::invalid:
+                break;
+        }
+        return reader_.skipValue();  // says what is wrong with it
+    }
+
+private:
+    bool readObject(Json& out) {
+        out = Json::object();
+        if (reader_.beginObject()) return true;
+        for (bool end = false;;) {
+            if (reader_.atObjectEnd(end)) return true;
+            if (end) return reader_.endObject();
+            std::string_view key;
+            if (reader_.memberKey(key)) return true;
+            Json& value = out[std::string{key}];
+            if (read(value) || reader_.endMember()) return true;
+        }
+    }
+
+    bool readArray(Json& out) {
+        out = Json::array();
+        if (reader_.beginArray()) return true;
+        for (bool end = false;;) {
+            if (reader_.atArrayEnd(end)) return true;
+            if (end) return reader_.endArray();
+            if (read(out.emplace_back(nullptr)) || reader_.endElement()) return true;
+        }
+    }
+
+    IStructuredPullDeserializer& reader_;
+    bool singlePrecision_;
+};
+
+bool writeTree(IStructuredSerializer& writer, const Json& value) {
+    switch (value.type()) {
+        case Json::value_t::null:
+            return writer.writeNull();
+        case Json::value_t::boolean:
+            return writer.writeBool(value.get<bool>());
+        case Json::value_t::number_integer:
+            return writer.writeInt(value.get<std::int64_t>());
+        case Json::value_t::number_unsigned:
+            if (value.get<std::uint64_t>() > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+                throw usageError(compact(value) + " does not fit into 64 bits");
+            }
+            return writer.writeInt(value.get<std::int64_t>());
+        case Json::value_t::number_float:
+            return writer.writeDouble(value.get<double>());
+        case Json::value_t::string:
+            return writer.writeString(value.get_ref<const std::string&>());
+        case Json::value_t::object: {
+            if (writer.beginObject()) return true;
+            bool first = true;
+            for (const auto& [key, each] : value.items()) {
+                if (writer.memberKey(key, first, -1) || writeTree(writer, each) || writer.endMember()) return true;
+                first = false;
+            }
+            return writer.endObject();
+        }
+        case Json::value_t::array: {
+            if (writer.beginArray()) return true;
+            bool first = true;
+            for (const Json& each : value) {
+                if (writer.beginElement(first) || writeTree(writer, each) || writer.endElement()) return true;
+                first = false;
+            }
+            return writer.endArray();
+        }
+        case Json::value_t::binary:
+        case Json::value_t::discarded:
+            break;
+    }
+    return true;
+}
+
+}  // namespace
+
+Json decode(const kelo::Payload& payload) {
+    if (payload.empty()) return nullptr;
+    const MimeTypeID type = payload.mimeType().id();
+    const auto reader = kelo::serializer::Factory::createDeserializer(type);
+    if (!reader) return Json{payload.text()};
+    Json document;
+    const bool failed = reader->start(util::ByteBufferReader{payload.bytes()}) ||
+                        TreeReader{*reader, type != MimeTypeID::json}.read(document) || reader->finish();
+    if (!failed) return document;
+    throw Failure{ExitCode::unexpected,
+                  "the answer is not a readable " + std::string{payload.mimeType().text()} + " document: " + takeReason()};
+}
+
+kelo::Payload encode(const Json& document, std::string_view mimeType) {
+    const auto writer = kelo::serializer::Factory::createSerializer(kelo::mimetypes::typename2id(mimeType));
+    if (!writer) throw usageError("no encoding for mime type '" + std::string{mimeType} + "'");
+    util::ByteBufferWriter bytes{1024};
+    if (writer->start(bytes) || writeTree(*writer, document) || writer->finish()) {
+        throw usageError("the body cannot be written as " + std::string{mimeType} + ": " + takeReason());
+    }
+    return kelo::Payload::copyOf(bytes.bytes(), kelo::MimeType{mimeType});
+}
+
+std::string jsonText(const kelo::Payload& payload) {
+    if (payload.mimeType().id() == MimeTypeID::json && !payload.empty()) {
+        std::string text{payload.text()};
+        while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
+        return text;
+    }
+    return compact(decode(payload));
+}
+
+std::string compact(const Json& document) { return document.dump(-1, ' ', false, Json::error_handler_t::replace); }
+
+Json parseJson(std::string_view text, const std::string& origin) {
+    try {
+        return Json::parse(text);
+    } catch (const Json::parse_error& error) {
+        const std::size_t end = std::min(text.size(), error.byte > 0 ? error.byte - 1 : 0);
+        std::size_t line = 1;
+        std::size_t column = 1;
+        for (const char c : text.substr(0, end)) {
+            column = c == '\n' ? 1 : column + 1;
+            line += c == '\n' ? 1U : 0U;
+        }
+        std::string what = error.what();
+        const std::size_t detail = what.find("syntax error");
+        what = detail == std::string::npos ? what : what.substr(detail);
+        throw usageError(origin + ":" + std::to_string(line) + ":" + std::to_string(column) + ": not JSON: " + what,
+                         text.empty() ? "the text is empty" : "");
+    }
+}
+
+std::string mimeTypeNamed(std::string_view name) {
+    using kelo::mimetypes::id2typename;
+    const std::array<std::pair<std::string_view, MimeTypeID>, 3> shortNames{
+        {{"json", MimeTypeID::json}, {"msgpack", MimeTypeID::msgpack}, {"ixobin", MimeTypeID::ixobin}}};
+    for (const auto& [shortName, id] : shortNames) {
+        if (name == shortName) return std::string{id2typename(id)};
+    }
+    const MimeTypeID id = kelo::mimetypes::typename2id(name);
+    if (kelo::mimetypes::isStructured(id)) return std::string{id2typename(id)};
+    throw usageError("--mime: '" + std::string{name} + "' is not a type that documents travel in",
+                     "one of json, msgpack, ixobin, or application/json, application/vnd.msgpack, application/vnd.ixobin");
+}
+
+const Json& member(const Json& object, std::string_view key) noexcept {
+    static const Json absent;
+    if (!object.is_object()) return absent;
+    for (const auto& entry : object.get_ref<const Json::object_t&>()) {
+        if (entry.first == key) return entry.second;
+    }
+    return absent;
+}
+
+std::string text(const Json& object, std::string_view key) {
+    const Json& value = member(object, key);
+    return value.is_string() ? value.get<std::string>() : std::string{};
+}
+
+}  // namespace hmxctl

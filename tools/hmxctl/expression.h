@@ -1,0 +1,47 @@
+// Conditions over the members of an element: `visible == true && (priorityInlayer > 3 || slot == "center")`.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "document.h"
+
+namespace hmxctl {
+
+// The grammar, loosest binding first:
+//
+//     condition  = both { "||" both }
+//     both       = factor { "&&" factor }
+//     factor     = "!" factor | comparison
+//     comparison = value [ ( "==" | "!=" | "<" | "<=" | ">" | ">=" ) value ]
+//     value      = "true" | "false" | "null" | number | string | member | "(" condition ")"
+//     member     = name { "." name | "[" index "]" }
+//     string     = '"' text '"' | "'" text "'"        a backslash takes the next character as it is
+//
+// An absent member is null. Values of different types are unequal, and integers and fractions are one type; an order exists
+// between two numbers and between two strings, and everywhere else every order is false. As a condition null, false, 0 and ""
+// do not hold, everything else does.
+// Thread: any (a value, shared parts are constant).
+class Expression {
+public:
+    // Errors: Failure (usage) with the column of what could not be read.
+    [[nodiscard]] static Expression parse(std::string_view text);
+
+    [[nodiscard]] bool holdsFor(const Json& element) const;
+
+    // The members that the expression names, in order, e.g. "visible", "resolution.width".
+    const std::vector<std::string>& members() const noexcept { return members_; }
+
+    // What those are in `element`: "visible is false, slot is absent".
+    [[nodiscard]] std::string valuesIn(const Json& element) const;
+
+    struct Node;
+
+private:
+    std::shared_ptr<const Node> root_;
+    std::vector<std::string> members_;
+};
+
+}  // namespace hmxctl

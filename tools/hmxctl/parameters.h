@@ -1,0 +1,24 @@
+// The parameters and bodies that the words behind a verb make.
+#pragma once
+
+#include <span>
+#include <string>
+
+#include "context.h"
+#include "document.h"
+#include "resources.h"
+
+namespace hmxctl {
+
+// The words behind RESOURCE[/ELEMENT] as parameters of a retrieve, typed and, unless --no-validate says otherwise, checked; null
+// when there are none. Errors: Failure (usage).
+[[nodiscard]] Json retrieveParameters(const Context& context, const Resource& resource);
+
+// The body that -f and the words from `firstWord` on make, keys from the words going before those of the file. Null when there is
+// neither. Errors: Failure (usage).
+[[nodiscard]] Json requestBody(const Context& context, std::size_t firstWord, Members members);
+
+// The bytes of a file, or of standard input for "-". Errors: Failure (usage).
+[[nodiscard]] std::string readFile(const std::string& path);
+
+}  // namespace hmxctl

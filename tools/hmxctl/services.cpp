@@ -1,0 +1,187 @@
+// The runtime is made when the first service is wanted, and every service is tracked and resolved once. A resolver hears on the
+// runtime's thread; what it heard is kept under the lock, on which the command waits.
+//
+// How long to wait for a service that does not answer: one that has no place in the domain cannot be there (but for names too long
+// to be read back from the directory, which a short wait allows for); one that has may be a socket that its owner's death left
+// behind. Once that has been said, further waits last as long as the caller wants, so that a watch hears of a return at once.
+
+#include "services.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <condition_variable>
+#include <cstring>
+#include <map>
+#include <mutex>
+
+#include "args.h"
+#include "failure.h"
+#include "kelo/runtime/kelo_runtime.h"
+#include "kelo/std/error_storage.h"
+#include "suggest.h"
+
+namespace hmxctl {
+namespace {
+
+using kelo::runtime::IKeloRuntime;
+using kelo::runtime::KeloServiceTrackerInfo;
+using kelo::runtime::RuntimeOptions;
+
+constexpr std::chrono::milliseconds graceOfUnlisted{150};
+constexpr std::chrono::milliseconds graceOfListed{1500};
+constexpr std::chrono::milliseconds graceOfEach{700};
+
+// What the runtime's thread tells the command's. Thread: any.
+struct News {
+    std::mutex mutex;
+    std::condition_variable arrived;
+};
+
+// One service's tracker and resolver. Thread: the runtime's; the values are read under the lock.
+class Acquaintance final : public IKeloRuntime::IKeloServiceTracker, public IKeloRuntime::IKeloServiceResolver {
+public:
+    explicit Acquaintance(News& news) : news_{news} {}
+
+    void added(const KeloServiceTrackerInfo& info) override {
+        tell([&] { info_ = info, alive_ = true; });
+    }
+    void modified(const KeloServiceTrackerInfo& info) override {
+        tell([&] { info_ = info; });
+    }
+    void removed() override {
+        tell([&] { alive_ = false; });
+    }
+    void resolved(std::uint64_t /*handle*/, kelo::IKeloApi* api) override {
+        tell([&] { api_ = api; });
+    }
+    void gone() override {}
+
+    bool aliveLocked() const noexcept { return alive_; }
+    kelo::IKeloApi* apiLocked() const noexcept { return api_; }
+    const KeloServiceTrackerInfo& infoLocked() const noexcept { return info_; }
+
+private:
+    template <class F>
+    void tell(F&& change) {
+        const std::lock_guard lock{news_.mutex};
+        change();
+        news_.arrived.notify_all();
+    }
+
+    News& news_;
+    bool alive_ = false;
+    kelo::IKeloApi* api_ = nullptr;  // the first one stays good
+    KeloServiceTrackerInfo info_;
+};
+
+// Thread: main.
+class RuntimeServices final : public Services {
+public:
+    explicit RuntimeServices(const Arguments& arguments) {
+        options_.domain = arguments.domain;
+        if (!arguments.runtimeDirectory.empty()) options_.directory = arguments.runtimeDirectory + "/" + arguments.domain;
+        options_.applicationName = "hmxctl";
+    }
+
+    kelo::IKeloApi& attach(std::string_view path, const Deadline& deadline) override {
+        const bool first = known_.find(path) == known_.end();
+        const std::vector<std::string> listed = first ? listedServices() : std::vector<std::string>{};
+        const bool hasPlace = std::find(listed.begin(), listed.end(), path) != listed.end();
+        Acquaintance& service = acquaintance(path);
+        const Deadline patience = first ? deadline.atMost(hasPlace ? graceOfListed : graceOfUnlisted) : deadline;
+        if (!waitFor(patience, [&] { return service.apiLocked() != nullptr && service.aliveLocked(); })) {
+            throw absent(path, hasPlace, listed);
+        }
+        const std::lock_guard lock{news_.mutex};
+        return *service.apiLocked();
+    }
+
+    std::vector<ServiceState> list(const Deadline& deadline) override {
+        const std::vector<std::string> paths = listedServices();
+        std::vector<Acquaintance*> services;
+        for (const std::string& path : paths) services.push_back(&acquaintance(path));
+        (void)waitFor(deadline.atMost(graceOfEach), [&] {
+            return std::all_of(services.begin(), services.end(), [](const Acquaintance* each) { return each->aliveLocked(); });
+        });
+        std::vector<ServiceState> states;
+        const std::lock_guard lock{news_.mutex};
+        for (std::size_t i = 0; i < paths.size(); ++i) {
+            ServiceState& state = states.emplace_back();
+            state.path = paths[i];
+            state.alive = services[i]->aliveLocked();
+            if (!state.alive) continue;
+            const KeloServiceTrackerInfo& info = services[i]->infoLocked();
+            state.application = info.applicationName;
+            state.pid = info.pid;
+            state.uid = info.uid;
+            state.mimeTypes = info.mimeTypes;
+        }
+        return states;
+    }
+
+    std::string where() const override {
+        std::string text = "domain '" + options_.domain + "'";
+        if (!options_.directory.empty()) text += " (" + options_.directory + ")";
+        return text;
+    }
+
+private:
+    std::vector<std::string> listedServices() const {
+        bool failed = false;
+        std::vector<std::string> services = kelo::runtime::listServices(options_, failed);
+        if (!failed) return services;
+        const std::string reason = std::ErrorStorage::reason();
+        std::ErrorStorage::ack();
+        const bool notThere = reason.ends_with(std::strerror(ENOENT));
+        throw Failure{notThere ? ExitCode::serviceAbsent : ExitCode::notPermitted, reason.empty() ? "cannot read " + where() : reason,
+                      notThere ? "no service has been started there; --runtime-dir, KELO_RUNTIME_DIR and --domain choose another"
+                               : "services are reached by the user who runs them"};
+    }
+
+    Acquaintance& acquaintance(std::string_view path) {
+        if (!runtime_) {
+            runtime_ = kelo::runtime::createRuntime(options_);
+            if (!runtime_->start(0)) {
+                const std::string reason = std::ErrorStorage::reason();
+                std::ErrorStorage::ack();
+                throw Failure{ExitCode::notPermitted, reason.empty() ? "cannot enter " + where() : reason};
+            }
+        }
+        const auto found = known_.find(path);
+        if (found != known_.end()) return *found->second;
+        Acquaintance& made = *known_.emplace(path, std::make_unique<Acquaintance>(news_)).first->second;
+        (void)runtime_->trackService(path, made, 0);
+        KeloServiceTrackerInfo info;
+        info.servicePath = path;
+        (void)runtime_->openResolver(info, made);
+        return made;
+    }
+
+    template <class Condition>
+    bool waitFor(const Deadline& deadline, Condition condition) {
+        std::unique_lock lock{news_.mutex};
+        return news_.arrived.wait_for(lock, deadline.left(), condition);
+    }
+
+    Failure absent(std::string_view path, bool hasPlace, const std::vector<std::string>& listed) const {
+        const std::string name{path};
+        if (hasPlace) {
+            return Failure{ExitCode::serviceAbsent, name + " does not answer in " + where() + "; its owner may have died",
+                           "`hmxctl services` shows who is alive"};
+        }
+        std::string hint = path == "/hmx" ? "is hmxtolubridge running, with its upstream services?" : didYouMean(path, listed);
+        if (hint.empty()) hint = listed.empty() ? "no service is running there" : "there are: " + joined(listed);
+        return Failure{ExitCode::serviceAbsent, "no service " + name + " in " + where(), hint};
+    }
+
+    RuntimeOptions options_;
+    News news_;
+    std::map<std::string, std::unique_ptr<Acquaintance>, std::less<>> known_;
+    std::unique_ptr<IKeloRuntime> runtime_;  // ends before those that it tells
+};
+
+}  // namespace
+
+std::unique_ptr<Services> createServices(const Arguments& arguments) { return std::make_unique<RuntimeServices>(arguments); }
+
+}  // namespace hmxctl

@@ -1,0 +1,121 @@
+// Life of a subscription. Closed: the pause runs; then everything is found again from the start, service, id and displays alike,
+// since a service that came back has forgotten all of it. Open: events are taken from the inbox. Of several requests (one for each
+// display) the update is put together once all of them have answered; the end of one ends all. Requests are numbered through, so
+// that an event of a closed one that was still under way is recognised and dropped.
+
+#include "subscription.h"
+
+#include <algorithm>
+
+namespace hmxctl {
+namespace {
+
+constexpr std::chrono::milliseconds shortestPause{20};
+constexpr std::chrono::milliseconds longestPause{1000};
+// How long an attempt to find the service and the element may take before it counts as failed.
+constexpr std::chrono::milliseconds attempt{2000};
+
+bool mendsItself(ExitCode code) { return code == ExitCode::serviceAbsent || code == ExitCode::timeout || code == ExitCode::streamEnded; }
+
+}  // namespace
+
+Subscription::Subscription(Context& context, Target target, Json parameters, std::string display)
+    : context_{context},
+      target_{std::move(target)},
+      parameters_(std::move(parameters)),  // in braces it would become an array of one
+      display_{std::move(display)},
+      inbox_{std::make_shared<Inbox>()} {}
+
+void Subscription::open(const Deadline& deadline) {
+    Elements elements{context_, deadline};
+    if (target_.element.empty()) {
+        queries_ = elements.listQueries(*target_.resource, parameters_);
+    } else {
+        const std::UUID id = elements.find(target_, display_);
+        // Makes the service know the id, and says so where it does not.
+        (void)elements.request("retrieve", *target_.resource, id, parameters_);
+        queries_ = {{"retrieve", elementPath(*target_.resource, id), parameters_}};
+    }
+    service_.emplace(elements.service());
+    firstSource_ += sources_.size();
+    sources_.clear();
+    sources_.resize(queries_.size());
+    for (std::size_t i = 0; i < queries_.size(); ++i) sources_[i].stream = service_->open(queries_[i], inbox_, firstSource_ + i);
+    open_ = true;
+}
+
+void Subscription::close() {
+    for (Source& source : sources_) source.stream = {};
+    open_ = false;
+    pause_ = std::clamp(pause_ * 2, shortestPause, longestPause);
+    reopenAt_.emplace(pause_);
+}
+
+Update Subscription::failed(Failure failure) {
+    close();
+    Update update;
+    if (failure.code() == ExitCode::notFound) {
+        update.kind = Update::Kind::missing;
+    } else if (mendsItself(failure.code())) {
+        update.kind = Update::Kind::lost;
+    } else {
+        throw failure;
+    }
+    update.failure = std::move(failure);
+    return update;
+}
+
+std::optional<Update> Subscription::take(Event event) {
+    if (!open_ || event.source < firstSource_ || event.source >= firstSource_ + sources_.size()) return {};
+    const std::size_t index = event.source - firstSource_;
+    if (event.kind == Event::Kind::completed) {
+        pause_ = longestPause;
+        close();
+        Update update{.kind = Update::Kind::ended};
+        update.failure.emplace(ExitCode::streamEnded,
+                               describeQuery(queries_[index], service_->path()) + ": the service ended the request");
+        return update;
+    }
+    if (event.kind == Event::Kind::error || exitCodeOf(event.response.status()) != ExitCode::ok) {
+        return failed(service_->failure(queries_[index], event.response));
+    }
+    sources_[index].elements = elementsOf(decode(event.response.payload()));
+    pause_ = std::chrono::milliseconds{0};
+    Update update;
+    for (const Source& source : sources_) {
+        if (!source.elements) return {};
+        update.elements.insert(update.elements.end(), source.elements->begin(), source.elements->end());
+    }
+    update.payload = event.response.payload();
+    return update;
+}
+
+std::optional<Update> Subscription::next(const std::optional<Deadline>& deadline) {
+    for (;;) {
+        if (!open_) {
+            if (reopenAt_ && !reopenAt_->passed()) {
+                // Nothing can arrive now but the end of the output's reader.
+                const Deadline until = deadline ? deadline->atMost(reopenAt_->left()) : *reopenAt_;
+                (void)inbox_->take(until, context_.out.descriptor());
+                if (deadline && deadline->passed()) return {};
+                continue;
+            }
+            try {
+                open(deadline ? deadline->atMost(attempt) : Deadline{attempt});
+            } catch (const Failure& failure) {
+                return failed(failure);
+            }
+            // No display, so no popups, and no request that could tell of one: look again in a while.
+            if (sources_.empty()) {
+                pause_ = longestPause;
+                close();
+                return Update{};
+            }
+        }
+        std::optional<Event> event = inbox_->take(deadline, context_.out.descriptor());
+        if (!event) return {};
+        if (std::optional<Update> update = take(std::move(*event))) return update;
+    }
+}
+
+}  // namespace hmxctl

@@ -1,0 +1,28 @@
+// Displays, layers, popups and touch regions as one tree.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "document.h"
+
+namespace hmxctl {
+
+// What one display shows. Thread: any (a value).
+struct DisplayScene {
+    Json display;                              // its element
+    Json layers{};                               // of its layer configuration, as listed
+    std::optional<std::vector<Json>> popups{};   // elements; nothing when they could not be had
+    std::optional<std::vector<Json>> regions{};  // in the input manager's keys; likewise
+};
+
+// The display with its layers from top to bottom (highest zpos first, those without one last), each with the "popups" and
+// "regions" on it; those that name no layer of the display stand beside the layers. A popup belongs to the layer that it names as
+// its compositing layer, else as its logical one; the most important ones come first.
+[[nodiscard]] Json makeScene(const DisplayScene& scene);
+
+// The scenes drawn as trees.
+[[nodiscard]] std::vector<std::string> sceneLines(const std::vector<Json>& scenes, bool colour);
+
+}  // namespace hmxctl

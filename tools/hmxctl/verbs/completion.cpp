@@ -1,0 +1,66 @@
+// `completion` prints the shells' scripts; `__complete` is what these call.
+
+#include "completion.h"
+
+#include "elements.h"
+#include "suggest.h"
+#include "verbs/verbs.h"
+
+namespace hmxctl {
+namespace {
+
+// How long a person who pressed a key may be kept waiting.
+constexpr std::chrono::milliseconds patience{700};
+
+// Asks the running services, and takes no for an answer.
+class LiveNames final : public NameSource {
+public:
+    explicit LiveNames(Context& context) : context_{context} {}
+
+    std::vector<std::string> elements(const Resource& resource) override {
+        if (!isListable(resource)) return {};
+        try {
+            Elements elements{context_, Deadline{patience}};
+            if (resource.path == "/displays" || resource.path == "/layerconfigurations") return elements.displayNames();
+            std::vector<std::string> names;
+            for (const Json& element : elements.list(resource, nullptr)) names.push_back(elements.nameOf(resource, element));
+            return names;
+        } catch (const Failure&) {
+            return {};
+        }
+    }
+
+    std::vector<std::string> services() override {
+        try {
+            std::vector<std::string> paths;
+            for (const ServiceState& state : context_.services.list(Deadline{patience})) paths.push_back(state.path);
+            return paths;
+        } catch (const Failure&) {
+            return {};
+        }
+    }
+
+private:
+    Context& context_;
+};
+
+}  // namespace
+
+ExitCode runCompletion(Context& context) {
+    const std::string& shell = context.arguments.words.front();
+    const std::string_view script = completionScript(shell);
+    if (script.empty()) throw usageError("completion: no script for '" + shell + "'", "one of " + joined(completionShells()));
+    context.out.write(script);
+    return ExitCode::ok;
+}
+
+ExitCode runComplete(Context& context) {
+    LiveNames names{context};
+    const std::string line = joined(context.arguments.words, " ");
+    for (const Candidate& candidate : complete(line, names)) {
+        context.out.line(candidate.about.empty() ? candidate.word : candidate.word + "\t" + candidate.about);
+    }
+    return ExitCode::ok;
+}
+
+}  // namespace hmxctl

@@ -1,0 +1,28 @@
+// `help` and `version`.
+
+#include "context.h"
+#include "render.h"
+#include "suggest.h"
+#include "verbs/verbs.h"
+#include "version.h"
+
+namespace hmxctl {
+
+ExitCode runHelp(Context& context) {
+    const std::vector<std::string>& words = context.arguments.words;
+    const Verb* verb = words.empty() ? nullptr : findVerb(words.front());
+    if (verb == nullptr && !words.empty()) throw usageError("help: no verb '" + words.front() + "'", didYouMean(words.front(), verbNames()));
+    context.out.write(helpText(verb));
+    return ExitCode::ok;
+}
+
+ExitCode runVersion(Context& context) {
+    if (context.arguments.format == Format::table) {
+        context.out.line("hmxctl " + std::string{version});
+    } else {
+        printDocument(context, Json{{"name", "hmxctl"}, {"version", version}});
+    }
+    return ExitCode::ok;
+}
+
+}  // namespace hmxctl

@@ -1,0 +1,44 @@
+// `services`: who is in the domain.
+
+#include "render.h"
+#include "suggest.h"
+#include "verbs/verbs.h"
+
+namespace hmxctl {
+namespace {
+
+Json asJson(const ServiceState& state) {
+    Json json{{"path", state.path}, {"state", state.alive ? "alive" : "stale"}};
+    if (!state.alive) return json;
+    json["application"] = state.application;
+    json["pid"] = state.pid;
+    json["uid"] = state.uid;
+    json["mimeTypes"] = state.mimeTypes;
+    return json;
+}
+
+}  // namespace
+
+ExitCode runServices(Context& context) {
+    const std::vector<ServiceState> states = context.services.list(context.deadline);
+    if (context.arguments.format != Format::table) {
+        Json services = Json::array();
+        for (const ServiceState& state : states) services.push_back(asJson(state));
+        printDocument(context, services);
+        return ExitCode::ok;
+    }
+    Table table{{{"SERVICE"}, {"STATE"}, {"APPLICATION"}, {"PID", Align::right}, {"UID", Align::right}, {"MIME TYPES"}}};
+    for (const ServiceState& state : states) {
+        if (state.alive) {
+            table.addRow({{state.path}, {"alive", Style::green}, {state.application}, {std::to_string(state.pid)},
+                          {std::to_string(state.uid)}, {joined(state.mimeTypes)}});
+        } else {
+            table.addRow({{state.path}, {"stale", Style::red}});
+        }
+    }
+    printLines(context.out, table.lines(context.out.colour()));
+    if (states.empty()) context.note("no service has a place in " + context.services.where());
+    return ExitCode::ok;
+}
+
+}  // namespace hmxctl

@@ -1,0 +1,169 @@
+// `sim`: what the control service of the simulator takes, in the words of the command line. It speaks JSON alone.
+
+#include <array>
+#include <cctype>
+
+#include "assignments.h"
+#include "elements.h"
+#include "hmx/displaymanager/display.h"
+#include "hmx/displaymanager/display_layers.h"
+#include "hmx/displaymanager/displayable.h"
+#include "hmx/popups/popup.h"
+#include "kelo/path.h"
+#include "parameters.h"
+#include "render.h"
+#include "suggest.h"
+#include "verbs/verbs.h"
+
+namespace hmxctl {
+namespace {
+
+constexpr std::string_view controlService = "/hmxsim";
+
+// A list of the world. Thread: any (a constant).
+struct Collection {
+    std::string_view name;
+    std::string_view path;                   // of the list
+    std::string_view elementPath;            // of one element
+    const Description& (*record)();          // that types its keys; null: by the look of the values
+};
+
+constexpr std::array collections{
+    Collection{"displays", "/state/displaymanager/displays", "/state/displaymanager/displays/*",
+               kelo::record::describe<kelo::hmx::displaymanager::Display>},
+    Collection{"displayables", "/state/displaymanager/displayables", "/state/displaymanager/displayables/*",
+               kelo::record::describe<kelo::hmx::displaymanager::Displayable>},
+    Collection{"layers", "/state/displaymanager/layerConfig", "/state/displaymanager/layerConfig/*",
+               kelo::record::describe<kelo::hmx::displaymanager::DisplayLayers>},
+    Collection{"input", "/state/inputmanager/displays", "/state/inputmanager/displays/*", nullptr},
+    Collection{"popups", "/popups/*", "/popups/*/*", kelo::record::describe<kelo::hmx::popups::Popup>},
+};
+
+const Collection& collectionNamed(std::string_view name) {
+    std::vector<std::string> names;
+    for (const Collection& each : collections) {
+        if (each.name == name) return each;
+        names.emplace_back(each.name);
+    }
+    const std::string meant = didYouMean(name, names);
+    throw usageError("sim: no collection '" + std::string{name} + "'", meant.empty() ? "collections: " + joined(names) : meant);
+}
+
+// The words behind `first`, as one argument for each star of a pattern: NAME, or DISPLAY/NAME.
+std::string pathOf(std::string_view pattern, std::string_view word, const std::string& form) {
+    std::string path;
+    const auto stars = std::count(pattern.begin(), pattern.end(), '*');
+    const std::size_t slash = word.find('/');
+    const bool complete = stars == 2 ? slash != std::string_view::npos && slash > 0 && slash + 1 < word.size() : !word.empty();
+    if (!complete) throw usageError("sim: '" + std::string{word} + "' names no element", form);
+    if (stars == 1) return kelo::Path::replacePattern(pattern, {word});
+    return kelo::Path::replacePattern(pattern, {word.substr(0, slash), word.substr(slash + 1)});
+}
+
+// Keys that no record types: numbers, true, false and null are what they look like.
+Json byLook(Json body) {
+    for (Json& value : body) {
+        if (!value.is_string()) continue;
+        const std::string& text = value.get_ref<const std::string&>();
+        const bool number = !text.empty() && (text.front() == '-' || std::isdigit(static_cast<unsigned char>(text.front())) != 0);
+        if (!number && text != "true" && text != "false" && text != "null") continue;
+        Json look = Json::parse(text, nullptr, false);
+        if (look.is_primitive() && !look.is_discarded()) value = std::move(look);
+    }
+    return body;
+}
+
+// Thread: main.
+class Simulation {
+public:
+    explicit Simulation(Context& context) : context_{context}, words_{context.arguments.words} {}
+
+    void set(std::string_view collectionName, std::string_view element) {
+        const Collection& collection = collectionNamed(collectionName);
+        ask("update", pathOf(collection.elementPath, element, "for example sim set displays/Driver_Display terminal=2"), body(collection));
+    }
+
+    void add(std::string_view collectionName, std::string_view element) {
+        const Collection& collection = collectionNamed(collectionName);
+        const bool perDisplay = collection.path.find('*') != std::string_view::npos;
+        if (!perDisplay && !element.empty()) throw usageError("sim add: the element's name is one of its keys", "name=" + std::string{element});
+        const std::string form = "for example sim add popups/Driver_Display name=Phone priorityInlayer=3";
+        ask("insert", perDisplay ? pathOf(collection.path, element, form) : std::string{collection.path}, body(collection));
+    }
+
+    void remove(std::string_view collectionName, std::string_view element) {
+        ask("delete", pathOf(collectionNamed(collectionName).elementPath, element, "for example sim remove popups/Driver_Display/Phone"), nullptr);
+    }
+
+    void fault() {
+        if (words_.size() == 1) return ask("retrieve", "/faults", nullptr);
+        const std::string path = kelo::Path::replacePattern("/faults/*", {words_[1]});
+        if (words_.size() == 3 && words_[2] == "clear") return ask("delete", path, nullptr);
+        const Json rule = byLook(requestBody(context_, 2, {}));
+        if (rule.is_null()) throw usageError("sim fault " + words_[1] + ": which fault?", "for example delay_ms=200, status=500 count=1, silence=true, or clear");
+        ask("update", path, rule);
+    }
+
+    void plan() {
+        if (words_.size() == 2 && words_[1] == "clear") return ask("delete", "/plan", nullptr);
+        const Json steps = requestBody(context_, 1, {});
+        ask(steps.is_null() ? "retrieve" : "insert", "/plan", steps);
+    }
+
+    void requests() {
+        const bool clear = words_.size() == 2 && words_[1] == "clear";
+        if (words_.size() > 1 && !clear) throw usageError("sim requests: what is '" + words_[1] + "'?", "sim requests [clear]");
+        ask(clear ? "delete" : "retrieve", "/requests", nullptr);
+    }
+
+    void world() { ask("retrieve", "/world", nullptr); }
+
+private:
+    Json body(const Collection& collection) const {
+        const Members members = collection.record == nullptr ? Members{} : collection.record().members;
+        Json body = requestBody(context_, 2, members);
+        if (body.is_null()) throw usageError("sim " + words_[0] + ": no KEY=VALUE and no -f FILE given");
+        return collection.record == nullptr ? byLook(std::move(body)) : body;
+    }
+
+    void ask(const char* command, const std::string& path, const Json& body) {
+        const Service control = context_.service(controlService, context_.deadline, "application/json");
+        printAnswer(context_, control.request({command, path, body}, context_.deadline));
+    }
+
+    Context& context_;
+    const std::vector<std::string>& words_;
+};
+
+constexpr std::array<std::string_view, 8> actions{"set", "add", "remove", "popup", "fault", "plan", "world", "requests"};
+
+}  // namespace
+
+ExitCode runSim(Context& context) {
+    const std::vector<std::string>& words = context.arguments.words;
+    const std::string& action = words.front();
+    if (std::find(actions.begin(), actions.end(), action) == actions.end()) {
+        const std::vector<std::string> known(actions.begin(), actions.end());
+        const std::string meant = didYouMean(action, known);
+        throw usageError("sim: no action '" + action + "'", meant.empty() ? "actions: " + joined(known) : meant);
+    }
+    const bool needsTarget = action == "set" || action == "add" || action == "remove" || action == "popup";
+    if (needsTarget && words.size() < 2) throw usageError("sim " + action + ": of what?", "`hmxctl help sim` shows the forms");
+    const std::string target = needsTarget ? words[1] : "";
+    const std::size_t slash = std::min(target.find('/'), target.size());
+    const std::string collection = target.substr(0, slash);
+    const std::string element = slash < target.size() ? target.substr(slash + 1) : "";
+
+    Simulation simulation{context};
+    if (action == "set") simulation.set(collection, element);
+    if (action == "add") simulation.add(collection, element);
+    if (action == "remove") simulation.remove(collection, element);
+    if (action == "popup") simulation.set("popups", target);
+    if (action == "fault") simulation.fault();
+    if (action == "plan") simulation.plan();
+    if (action == "world") simulation.world();
+    if (action == "requests") simulation.requests();
+    return ExitCode::ok;
+}
+
+}  // namespace hmxctl

@@ -1,0 +1,223 @@
+#include "verbs/verbs.h"
+
+#include <algorithm>
+#include <array>
+
+namespace hmxctl {
+namespace {
+
+constexpr std::string_view elementHelp =
+    "An element is a UUID, the first digits of one (four at least), a URI, or a name:\n"
+    "  displays/Driver_Display              the display's name\n"
+    "  displayables/17, displayables/Map    the displayable's number, or its name\n"
+    "  layerconfigurations/Driver_Display   the name of the display that it belongs to\n"
+    "  popups/Driver_Display/Phone          display and name; the name alone where only one display has it\n"
+    "  regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER[/SUBCOMPONENT]\n";
+
+constexpr std::array table{
+    Verb{.name = "list",
+         .words = "RESOURCE [KEY=VALUE | KEY:=JSON ...]",
+         .summary = "Show the elements of a resource",
+         .details = "Keys are members that the elements must match (visible=true), and fields=a,b, limit=N, offset=N and\n"
+                    "offsetId=UUID, which choose what of them is shown.\n"
+                    "Popups are asked for by display; without display=NAME the popups of all displays are gathered, asking for\n"
+                    "the displays first. Region configurations cannot be listed: see `hmxctl tree`.\n",
+         .fewest = 1,
+         .most = anyNumber,
+         .options = validation,
+         .first = FirstWord::resource,
+         .run = runList},
+    Verb{.name = "get",
+         .words = "RESOURCE/ELEMENT [fields=a,b]",
+         .summary = "Show one element",
+         .details = elementHelp,
+         .fewest = 1,
+         .most = anyNumber,
+         .options = validation,
+         .first = FirstWord::element,
+         .run = runGet},
+    Verb{.name = "watch",
+         .words = "RESOURCE[/ELEMENT] [KEY=VALUE | KEY:=JSON ...]",
+         .summary = "Follow a resource or an element as it changes",
+         .details = "On a terminal the table is drawn again in place; elsewhere every event is a line. With -o json or jsonl an\n"
+                    "event is {\"event\": E, ...}, E being snapshot, changed, removed, source-down or source-up.\n"
+                    "When the source goes away the watch waits for its return; with --no-reconnect it ends with 4 (lost) or 9\n"
+                    "(ended by the service).\n",
+         .fewest = 1,
+         .most = anyNumber,
+         .options = validation | watching,
+         .first = FirstWord::target,
+         .run = runWatch},
+    Verb{.name = "wait",
+         .words = "RESOURCE/ELEMENT EXPRESSION",
+         .summary = "Wait until an expression over an element's members holds",
+         .details = "Operators: == != < <= > >= && || ! and parentheses; values: true, false, null, numbers, 'text', members such\n"
+                    "as visible or resolution.width. An absent member is null. Prints the element if -o is given.\n"
+                    "Ends with 5 when the expression did not hold within --timeout.\n"
+                    "Example: hmxctl wait popups/Driver_Display/Phone 'visible == true' --timeout 3s\n",
+         .fewest = 2,
+         .most = 2,
+         .options = validation | appearing,
+         .first = FirstWord::element,
+         .run = runWait},
+    Verb{.name = "insert",
+         .words = "regionconfigurations [-f FILE] [KEY=VALUE | KEY:=JSON ...]",
+         .summary = "Add an element",
+         .details = "The body is the file's document (-f - reads standard input), with the keys given on the command line set in\n"
+                    "it. It is checked before it is sent. Prints the URI of the element.\n",
+         .fewest = 1,
+         .most = anyNumber,
+         .options = validation | bodyFile,
+         .first = FirstWord::resource,
+         .run = runInsert},
+    Verb{.name = "update",
+         .words = "RESOURCE/ELEMENT [-f FILE] [KEY=VALUE | KEY:=JSON ...]",
+         .summary = "Change an element",
+         .details = "The body is made as for `insert`. Example: hmxctl update popups/Driver_Display/Phone requested=true\n",
+         .fewest = 1,
+         .most = anyNumber,
+         .options = validation | bodyFile,
+         .first = FirstWord::element,
+         .run = runUpdate},
+    Verb{.name = "delete",
+         .words = "RESOURCE/ELEMENT",
+         .summary = "Remove an element",
+         .details = elementHelp,
+         .fewest = 1,
+         .most = anyNumber,
+         .options = validation,
+         .first = FirstWord::element,
+         .run = runDelete},
+    Verb{.name = "describe",
+         .words = "[RESOURCE]",
+         .summary = "Show members, types, commands and parameters of the resources",
+         .details = "Asks no service.\n",
+         .fewest = 0,
+         .most = 1,
+         .first = FirstWord::resource,
+         .run = runDescribe},
+    Verb{.name = "tree",
+         .words = "[DISPLAY ...]",
+         .summary = "Draw displays, their layers from top to bottom, and the popups and touch regions on them",
+         .details = "Touch regions are read from the input manager itself; without it they are left out, and it is said.\n",
+         .fewest = 0,
+         .most = anyNumber,
+         .first = FirstWord::display,
+         .run = runTree},
+    Verb{.name = "hit",
+         .words = "DISPLAY X Y",
+         .summary = "Tell which input region receives a touch, and which it covers",
+         .details = "Regions of the topmost layer come first, within a layer those that the input manager lists first. The topmost\n"
+                    "region under the touch receives it and covers the others; these receive it too until one is exclusive, or\n"
+                    "drops it. hitOutside widens a region where no other one of its layer is hit; notifyOutside tells a region of\n"
+                    "a touch elsewhere; translateX and translateY move the coordinates that it sees.\n",
+         .fewest = 3,
+         .most = 3,
+         .first = FirstWord::display,
+         .run = runHit},
+    Verb{.name = "uuid",
+         .words = "RESOURCE/NAME ... | --name TEXT",
+         .summary = "Compute the ids and URIs of elements, offline",
+         .details = elementHelp,
+         .fewest = 0,
+         .most = anyNumber,
+         .options = idParts,
+         .first = FirstWord::element,
+         .run = runUuid},
+    Verb{.name = "services",
+         .words = "",
+         .summary = "Show the services of the domain, alive or stale",
+         .details = "",
+         .run = runServices},
+    Verb{.name = "call",
+         .words = "SERVICE COMMAND PATH [BODY | KEY=VALUE | KEY:=JSON ...] [-f FILE]",
+         .summary = "Send any request to any service and show its answer",
+         .details = "BODY is JSON, sent in the encoding of --mime.\n"
+                    "Examples: hmxctl call /hmx retrieve /popups display=Driver_Display\n"
+                    "          hmxctl call /hmxinputmanager update /Driver_Display/power true\n",
+         .fewest = 3,
+         .most = anyNumber,
+         .options = bodyFile | keepOpen,
+         .first = FirstWord::service,
+         .run = runCall},
+    Verb{.name = "status",
+         .words = "[SERVICE]",
+         .summary = "Show counters, limits, connections and pending requests of a service (/hmx)",
+         .details = "",
+         .fewest = 0,
+         .most = 1,
+         .first = FirstWord::service,
+         .run = runStatus},
+    Verb{.name = "sim",
+         .words = "set|add|remove|popup|fault|plan|world|requests [...]",
+         .summary = "Drive the simulated services of hmxsim",
+         .details = "set COLLECTION/NAME KEY=VALUE ...    change an element; KEY:=null takes a member away\n"
+                    "add COLLECTION KEY=VALUE ...         add one; a popup to popups/DISPLAY\n"
+                    "remove COLLECTION/NAME               take one away\n"
+                    "popup DISPLAY/NAME KEY=VALUE ...     the same as set popups/DISPLAY/NAME\n"
+                    "fault [SERVICE [KEY=VALUE ...]]      show the faults, or make a service fail: delay_ms, jitter_ms, silence,\n"
+                    "                                     status, garble, close, crash, reopen_ms, count, probability, seed, now\n"
+                    "fault SERVICE clear                  let it work again\n"
+                    "plan [-f FILE | clear]               show, start or cancel changes at set times\n"
+                    "world                                the world as it is now, as a world file has it\n"
+                    "requests [clear]                     what arrived at the simulated services\n"
+                    "COLLECTION is displays, displayables, layers, input or popups; SERVICE is displaymanager, inputmanager or\n"
+                    "popupmanager. With -f the file's document is the body.\n"
+                    "Example: hmxctl sim popup Driver_Display/Phone requested=true\n"
+                    "         hmxctl sim fault displaymanager delay_ms=200 probability=0.5 seed=7\n",
+         .fewest = 1,
+         .most = anyNumber,
+         .options = bodyFile,
+         .first = FirstWord::simCommand,
+         .run = runSim},
+    Verb{.name = "completion",
+         .words = "bash|zsh|fish",
+         .summary = "Print the completion script of a shell",
+         .details = "bash: source <(hmxctl completion bash)\n"
+                    "zsh:  hmxctl completion zsh > \"${fpath[1]}/_hmxctl\"\n"
+                    "fish: hmxctl completion fish > ~/.config/fish/completions/hmxctl.fish\n",
+         .fewest = 1,
+         .most = 1,
+         .first = FirstWord::shell,
+         .run = runCompletion},
+    Verb{.name = "help",
+         .words = "[VERB]",
+         .summary = "Show this help, or that of a verb",
+         .details = "",
+         .fewest = 0,
+         .most = 1,
+         .first = FirstWord::verb,
+         .run = runHelp},
+    Verb{.name = "version",
+         .words = "",
+         .summary = "Show the version",
+         .details = "",
+         .run = runVersion},
+    Verb{.name = "__complete",
+         .words = "LINE",
+         .summary = "",
+         .details = "",
+         .fewest = 0,
+         .most = anyNumber,
+         .run = runComplete,
+         .hidden = true},
+};
+
+}  // namespace
+
+std::span<const Verb> verbs() noexcept { return table; }
+
+const Verb* findVerb(std::string_view name) noexcept {
+    const auto* found = std::find_if(table.begin(), table.end(), [=](const Verb& verb) { return verb.name == name; });
+    return found == table.end() ? nullptr : found;
+}
+
+std::vector<std::string> verbNames() {
+    std::vector<std::string> names;
+    for (const Verb& verb : table) {
+        if (!verb.hidden) names.emplace_back(verb.name);
+    }
+    return names;
+}
+
+}  // namespace hmxctl

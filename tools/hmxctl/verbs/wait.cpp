@@ -1,0 +1,49 @@
+// `wait`: until an expression over an element's members holds.
+
+#include "elements.h"
+#include "expression.h"
+#include "render.h"
+#include "subscription.h"
+#include "verbs/verbs.h"
+
+namespace hmxctl {
+namespace {
+
+void print(Context& context, const Update& update) {
+    if (!context.arguments.formatGiven) return;
+    printAnswer(context, {200, update.payload});
+}
+
+}  // namespace
+
+ExitCode runWait(Context& context) {
+    const Target target = parseElement(context.arguments.words[0], "wait");
+    const Expression expression = Expression::parse(context.arguments.words[1]);
+    if (context.arguments.validate) {
+        for (const std::string& path : expression.members()) checkMemberPath(path, target.resource->element(), "expression");
+    }
+    Subscription subscription{context, target, nullptr};
+    Json last;
+    std::string lost;
+    // An element and a service that are not there from the start are a slip of the one who asks, unless told otherwise; once seen,
+    // both may go and come back.
+    bool patient = context.arguments.appear;
+    while (const std::optional<Update> update = subscription.next(context.deadline)) {
+        if (update->kind != Update::Kind::value) {
+            if (!patient && update->kind != Update::Kind::ended) throw Failure{*update->failure};
+            lost = update->failure->what();
+            continue;
+        }
+        patient = true;
+        lost.clear();
+        last = update->elements.front();
+        if (!expression.holdsFor(last)) continue;
+        print(context, *update);
+        return ExitCode::ok;
+    }
+    throw Failure{ExitCode::timeout,
+                  "'" + context.arguments.words[1] + "' did not hold within " + durationText(context.arguments.timeout) + ": " +
+                      (last.is_null() ? "the element was never seen" : expression.valuesIn(last)) + (lost.empty() ? "" : "; " + lost)};
+}
+
+}  // namespace hmxctl

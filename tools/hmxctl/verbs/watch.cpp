@@ -1,0 +1,247 @@
+// `watch`: a resource or an element as it changes.
+//
+// Events: `snapshot` is the state when the watch begins and after every return of the source; `changed` is an element that is new
+// or differs, `removed` one that is gone; `source-down` and `source-up` come in turn, the latter before the snapshot of the
+// return. A source that is away from the start is down first. Nothing that stays the same between two states is an event.
+
+#include <sys/time.h>
+
+#include <algorithm>
+#include <array>
+#include <ctime>
+
+#include "changes.h"
+#include "elements.h"
+#include "parameters.h"
+#include "render.h"
+#include "subscription.h"
+#include "verbs/verbs.h"
+
+namespace hmxctl {
+namespace {
+
+std::string clockTime() {
+    timeval now{};
+    ::gettimeofday(&now, nullptr);
+    std::tm local{};
+    ::localtime_r(&now.tv_sec, &local);
+    std::array<char, 32> text{};
+    const std::size_t length = std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
+    std::string milliseconds = std::to_string(1000 + now.tv_usec / 1000);
+    return std::string{text.data(), length} + "." + milliseconds.substr(1);
+}
+
+// Shows events in one of the output forms. Thread: main.
+class Presenter {
+public:
+    Presenter(Context& context, const Target& target, std::vector<std::string> fields)
+        : context_{context}, out_{context.out}, target_{target}, fields_{std::move(fields)} {}
+
+    void snapshot(const std::vector<Json>& elements) {
+        elements_ = elements;
+        if (isTable()) return redraw("");
+        if (asLines()) {
+            line("snapshot", std::to_string(elements.size()) + (elements.size() == 1 ? " element" : " elements"), Style::cyan);
+            for (const Json& element : elements) out_.line("  " + summary(element, {}));
+            return;
+        }
+        Json event = begin("snapshot");
+        event["elements"] = elements;
+        finish(event);
+    }
+
+    // True when an event was shown for each; `all` is the state that they lead to.
+    void changed(const ElementChange& change, const std::vector<Json>& all) {
+        elements_ = all;
+        const char* name = change.removed ? "removed" : "changed";
+        if (isTable()) return redraw("");
+        if (asLines()) return line(name, summary(change.element, change.members), change.removed ? Style::red : Style::yellow);
+        Json event = begin(name);
+        event["id"] = member(change.element, "id");
+        event["name"] = member(change.element, "name");
+        if (!change.removed) event["element"] = change.element;
+        finish(event);
+    }
+
+    void down(const Failure& reason) {
+        if (isTable()) return redraw(reason.what());
+        if (asLines()) return line("source-down", reason.what(), Style::red);
+        Json event = begin("source-down");
+        event["reason"] = reason.what();
+        finish(event);
+    }
+
+    void up() {
+        if (isTable()) return;  // the snapshot behind it draws
+        if (asLines()) return line("source-up", "", Style::green);
+        finish(begin("source-up"));
+    }
+
+    void raw(const kelo::Payload& payload) {
+        out_.write(payload.text());
+        out_.flush();
+    }
+
+private:
+    bool isTable() const { return context_.arguments.format == Format::table && out_.isTerminal(); }
+    bool asLines() const { return context_.arguments.format == Format::table; }
+
+    Json begin(const char* name) const {
+        Json event{{"event", name}, {"resource", target_.resource->name}};
+        if (!target_.element.empty()) event["target"] = target_.element;
+        return event;
+    }
+
+    void finish(const Json& event) {
+        out_.line(compact(event));
+        out_.flush();
+    }
+
+    void line(const std::string& event, const std::string& text, Style style) {
+        std::string out = styled(clockTime(), Style::dim, out_.colour()) + " " + styled(event, style, out_.colour());
+        if (!text.empty()) out += " " + printable(text);
+        out_.line(out);
+        out_.flush();
+    }
+
+    // The element's name and the given members, all but the identity if none are given.
+    std::string summary(const Json& element, const std::vector<std::string>& members) const {
+        std::string text = nameOfElement(*target_.resource, element);
+        if (text.empty()) text = hmxctl::text(element, "id");
+        for (const auto& [key, value] : element.items()) {
+            const bool identity = key == "id" || key == "uri" || key == "name";
+            const bool wanted = members.empty() ? !identity : std::find(members.begin(), members.end(), key) != members.end();
+            if (wanted) text += " " + key + "=" + shortText(value);
+        }
+        for (const std::string& key : members) {
+            if (!element.contains(key)) text += " " + key + "=-";
+        }
+        return printable(text);
+    }
+
+    // Draws over what was drawn before. Lines are cut to the terminal, so that each takes one row and the way back up is known.
+    void redraw(const std::string& fault) {
+        const TerminalSize size = out_.size();
+        const bool colour = out_.colour();
+        std::vector<std::string> lines;
+        lines.push_back(styled(target_.text(), Style::bold, colour) + "  " + clockTime());
+        if (!fault.empty()) lines.push_back(styled("source down: " + printable(fault), Style::red, colour));
+        for (std::string& row : elementLines(*target_.resource, elements_, fields_, colour)) lines.push_back(std::move(row));
+        if (lines.size() >= size.rows && size.rows > 2) {
+            const std::size_t hidden = lines.size() - (size.rows - 2);
+            lines.resize(size.rows - 2);
+            lines.push_back("... " + std::to_string(hidden) + " more");
+        }
+        if (drawn_ > 0) out_.write("\x1b[" + std::to_string(drawn_) + "A\r\x1b[J");
+        for (const std::string& each : lines) out_.line(cutToWidth(each, size.columns));
+        drawn_ = lines.size();
+        out_.flush();
+    }
+
+    Context& context_;
+    Output& out_;
+    const Target& target_;
+    std::vector<std::string> fields_;
+    std::vector<Json> elements_;
+    std::size_t drawn_ = 0;
+};
+
+// Turns updates into events and counts them. Thread: main.
+class Watch {
+public:
+    Watch(const Arguments& arguments, Presenter& presenter) : arguments_{arguments}, presenter_{presenter} {
+        if (arguments_.once) left_ = 1;
+        if (arguments_.count) left_ = *arguments_.count;
+    }
+
+    // True when enough was shown.
+    bool handle(const Update& update) {
+        switch (update.kind) {
+            case Update::Kind::value:
+                return value(update);
+            case Update::Kind::ended:
+                // Asked again soon; what it then says differs or does not.
+                if (!arguments_.reconnect) throw Failure{*update.failure};
+                return false;
+            case Update::Kind::missing:
+                return missing(update);
+            case Update::Kind::lost:
+                return lost(*update.failure);
+        }
+        return false;
+    }
+
+private:
+    // False while more events are wanted.
+    bool counted() { return left_ && --*left_ == 0; }
+
+    bool value(const Update& update) {
+        const bool returned = down_;
+        seen_ = true;
+        down_ = false;
+        if (arguments_.format == Format::raw) {
+            presenter_.raw(update.payload);
+            return counted();
+        }
+        if (returned) {
+            presenter_.up();
+            if (counted()) return true;
+        }
+        if (returned || !state_) {
+            state_ = update.elements;
+            presenter_.snapshot(*state_);
+            return counted();
+        }
+        const std::vector<ElementChange> changes = changesBetween(*state_, update.elements);
+        state_ = update.elements;
+        for (const ElementChange& change : changes) {
+            presenter_.changed(change, *state_);
+            if (counted()) return true;
+        }
+        return false;
+    }
+
+    bool missing(const Update& update) {
+        // Never seen: a slip of whoever asks.
+        if (!seen_ || !arguments_.reconnect) throw Failure{*update.failure};
+        if (!state_ || state_->empty() || arguments_.format == Format::raw) return false;
+        return value(Update{});
+    }
+
+    bool lost(const Failure& failure) {
+        if (!arguments_.reconnect) throw Failure{failure};
+        if (down_) return false;
+        down_ = true;
+        if (arguments_.format == Format::raw) return false;
+        presenter_.down(failure);
+        return counted();
+    }
+
+    const Arguments& arguments_;
+    Presenter& presenter_;
+    std::optional<std::uint64_t> left_;
+    std::optional<std::vector<Json>> state_;
+    bool seen_ = false;
+    bool down_ = false;
+};
+
+}  // namespace
+
+ExitCode runWatch(Context& context) {
+    const Target target = parseTarget(context.arguments.words.front(), "watch");
+    if (target.element.empty() && !isListable(*target.resource)) (void)parseElement(context.arguments.words.front(), "watch");
+    const Json parameters = retrieveParameters(context, *target.resource);
+    std::vector<std::string> fields;
+    for (const Json& field : member(parameters, "fields")) {
+        if (field.is_string()) fields.push_back(field.get<std::string>());
+    }
+    Presenter presenter{context, target, fields};
+    Watch watch{context.arguments, presenter};
+    Subscription subscription{context, target, parameters};
+    while (const std::optional<Update> update = subscription.next({})) {
+        if (watch.handle(*update)) break;
+    }
+    return ExitCode::ok;
+}
+
+}  // namespace hmxctl

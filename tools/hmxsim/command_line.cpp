@@ -1,0 +1,84 @@
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+
+#include "kelo/mimetypes.h"
+#include "make_world.h"
+
+namespace hmxsim {
+
+namespace {
+
+constexpr const char* version = "hmxsim 0.1.0";
+
+constexpr const char* description =
+    "Simulates the display manager, the input manager and the popup manager that hmxtolubridge\n"
+    "connects to, with a world from a file. Runs until interrupted; `hmxctl sim` changes the world\n"
+    "and injects faults meanwhile.";
+
+constexpr const char* examples =
+    "Examples:\n"
+    "  hmxsim                                         the standard cockpit, all three managers\n"
+    "  hmxsim --world one_screen popupmanager         another sample, the popup manager alone\n"
+    "  hmxsim --world ./my.json --mime application/vnd.ixobin\n"
+    "  hmxsim --scenario calls.json --seed 7          changes at set times, the same for the same seed\n"
+    "  hmxsim --record-requests - | grep popup        watch what arrives\n"
+    "  hmxsim --make-world displays=4,popups=500 --seed 3 > big.json\n"
+    "\n"
+    "Exit status: 0 when interrupted, 2 for wrong usage, 1 for any other failure.";
+
+int usageError(std::ostream& err, const std::string& what) {
+    err << "hmxsim: " << what << "\nTry 'hmxsim --help'.\n";
+    return 2;
+}
+
+}  // namespace
+
+std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLine& line, std::ostream& out, std::ostream& err) {
+    CLI::App app{description, "hmxsim"};
+    app.footer(examples);
+    app.set_version_flag("--version", version);
+    std::vector<std::string> managers;
+    app.add_option("--world", line.world, "World to simulate: a file, or a sample's name (default: cockpit)")->type_name("FILE");
+    app.add_option("--mime", line.mimeType, "Mime type to prefer, which clients then use")->type_name("TYPE");
+    app.add_option("--record-requests", line.recordFile, "Write what arrives, one JSON object a line; - is standard output")
+        ->type_name("FILE");
+    app.add_option("--scenario", line.scenarioFile, "Changes and faults at set times")->type_name("FILE");
+    app.add_option("--make-world", line.worldSize,
+                   "Print a world of this size and end; SIZE is displays=N,displayables=N,popups=N,regions=N")
+        ->type_name("SIZE");
+    app.add_option("--seed", line.seed, "Of all that is drawn: faults, scenarios, made worlds")
+        ->type_name("N")
+        ->check(CLI::NonNegativeNumber)
+        ->capture_default_str();
+    app.add_option("MANAGER", managers, "displaymanager, inputmanager or popupmanager (default: all three)")->type_name("");
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::Success& success) {
+        app.exit(success, out, err);
+        return 0;
+    } catch (const CLI::ParseError& error) {
+        return usageError(err, error.what());
+    }
+    if (!line.mimeType.empty() && !kelo::mimetypes::isStructured(kelo::mimetypes::typename2id(line.mimeType))) {
+        return usageError(err, "--mime: \"" + line.mimeType +
+                                   "\" is none of application/json, application/vnd.msgpack, application/vnd.ixobin");
+    }
+    WorldSize size;
+    if (const std::string complaint = readWorldSize(line.worldSize, size); !complaint.empty()) {
+        return usageError(err, "--make-world: " + complaint);
+    }
+    for (const std::string& manager : managers) {
+        const bool known =
+            std::any_of(allManagers.begin(), allManagers.end(), [&](ManagerId id) { return nameOf(id) == manager; });
+        if (!known) return usageError(err, "\"" + manager + "\" is none of displaymanager, inputmanager, popupmanager");
+    }
+    for (const ManagerId id : allManagers) {
+        const bool isNamed = std::find(managers.begin(), managers.end(), nameOf(id)) != managers.end();
+        if (managers.empty() || isNamed) line.managers.push_back(id);
+    }
+    return std::nullopt;
+}
+
+}  // namespace hmxsim

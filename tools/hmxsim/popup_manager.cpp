@@ -1,0 +1,77 @@
+#include "popup_manager.h"
+
+#include "hmx/popups/popup_state_filter.h"
+#include "hmx/popups/popup_state_update.h"
+
+namespace hmxsim {
+
+namespace {
+
+namespace upstream = kelo::hmx::popups;
+using kelo::Response;
+using kelo::commands::retrieve;
+using kelo::commands::update;
+
+Response noPopup(const Call& call) {
+    return notFound("no such popup: " + call.first + '/' + call.second);
+}
+
+template <class T>
+bool passes(const kelo::optional<T>& wanted, const kelo::optional<T>& actual) {
+    return !wanted || (actual && *actual == *wanted);
+}
+
+// An absent member of the popup passes no filter on it.
+bool passes(const upstream::PopupStateFilter& filter, const upstream::Popup& popup) {
+    return passes(filter.slot, popup.slot) && passes(filter.isFullscreen, popup.isFullscreen) &&
+           passes(filter.requested, popup.requested) && passes(filter.active, popup.active) &&
+           passes(filter.visible, popup.visible) && passes(filter.wakeupFromOnNoDisplay, popup.wakeupFromOnNoDisplay) &&
+           passes(filter.wakeupFromStandby, popup.wakeupFromStandby) &&
+           passes(filter.wakeupFromStandbyRestricted, popup.wakeupFromStandbyRestricted);
+}
+
+}  // namespace
+
+const Route<PopupManager> PopupManager::routes[] = {
+    {retrieve, "/*", &PopupManager::popups},
+    {retrieve, "/*/*", &PopupManager::popup},
+    {update, "/*/*", &PopupManager::updatePopup},
+};
+
+Response PopupManager::answer(const kelo::Request& request) {
+    return dispatch<PopupManager>(*this, routes, request);
+}
+
+Response PopupManager::popups(const Call& call) {
+    const PopupDisplay* const display = world_.findPopupDisplay(call.first);
+    if (display == nullptr) return notFound("no such display: " + call.first);
+    Response answer;
+    upstream::PopupStateFilter filter;
+    if (!call.request.payload().empty() && bodyFails(call.request, filter, "PopupStateFilter", answer)) return answer;
+    std::vector<upstream::Popup> found;
+    for (const PopupState& state : display->popups) {
+        if (passes(filter, state.popup)) found.push_back(state.popup);
+    }
+    return valueFor(call.request, found);
+}
+
+Response PopupManager::popup(const Call& call) {
+    const PopupState* const state = world_.findPopup(call.first, call.second);
+    return state != nullptr ? valueFor(call.request, state->popup) : noPopup(call);
+}
+
+Response PopupManager::updatePopup(const Call& call) {
+    PopupState* const state = world_.findPopup(call.first, call.second);
+    if (state == nullptr) return noPopup(call);
+    Response answer;
+    upstream::PopupStateUpdate change;
+    if (bodyFails(call.request, change, "PopupStateUpdate", answer)) return answer;
+    upstream::Popup popup = state->popup;
+    if (change.requested) popup.requested = change.requested;
+    if (change.visible) popup.visible = change.visible;
+    if (change.requestData) popup.requestData = change.requestData;
+    world_.setPopup(*world_.findPopupDisplay(call.first), *state, std::move(popup), bool(change.requested), bool(change.visible));
+    return valueFor(call.request, state->popup);
+}
+
+}  // namespace hmxsim

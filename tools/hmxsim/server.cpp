@@ -1,0 +1,102 @@
+// The runtime hands requests to the services on its own threads, and these hand them to the worker, which owns everything else:
+// the world, the open requests, what is published. The end goes against the stream: first nothing is published any more, then the
+// runtime goes, then the timers, and the worker drains last.
+#include "server.h"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+#include <future>
+
+#include "kelo/func_call_event.h"
+#include "tracing/channel.h"
+
+namespace hmxsim {
+
+namespace {
+
+const tracing::Channel channel{"HMXSIM"};
+
+}  // namespace
+
+Server::Server(ServerOptions options)
+    : options_{std::move(options)},
+      log_{std::chrono::steady_clock::now()},
+      runtime_{kelo::runtime::createRuntime(options_.runtime)},
+      simulator_{std::move(options_.world), Surroundings{worker_, timers_, *this, log_}, options_.seed},
+      timers_{worker_},
+      worker_{"hmxsim"} {
+    std::size_t used = 0;
+    const auto add = [&](std::string_view path, Service& service) {
+        Publication& publication = publications_[used++];
+        publication.path = path;
+        publication.service = &service;
+        publication.composed.registerService("/", &service);
+    };
+    for (const ManagerId id : options_.managers) add(servicePathOf(id), simulator_.service(id));
+    add(controlPath, simulator_.controlService());
+}
+
+Server::~Server() {
+    runOnWorker([this] {
+        isEnding_ = true;
+        for (Publication& publication : publications_) unpublish(publication);
+    });
+    runtime_.reset();
+    timers_.stop();
+}
+
+std::string Server::start() {
+    if (!options_.recordFile.empty() && log_.recordTo(options_.recordFile)) {
+        return options_.recordFile + ": " + std::strerror(errno);
+    }
+    runOnWorker([this] {
+        for (Publication& publication : publications_) publish(publication);
+    });
+    if (!runtime_->start(0)) {
+        std::string reason = std::ErrorStorage::reason();
+        std::ErrorStorage::ack();
+        return reason;
+    }
+    kelo::post(worker_, [this] { simulator_.control().startPlan(std::move(options_.scenario)); });
+    return {};
+}
+
+void Server::publish(Publication& publication) {
+    if (isEnding_ || publication.service == nullptr || publication.handle != 0) return;
+    publication.handle = runtime_->registerService(publication.path, publication.composed, nullptr);
+}
+
+void Server::unpublish(Publication& publication) {
+    if (publication.handle == 0) return;
+    runtime_->unregisterService(std::exchange(publication.handle, 0));
+    publication.service->closed();
+}
+
+// Not at once: the service is in the middle of an answer.
+void Server::close(std::string_view service, std::chrono::milliseconds reopenAfter) {
+    kelo::post(worker_, [this, service, reopenAfter] {
+        for (Publication& publication : publications_) {
+            if (publication.service == nullptr || publication.service->name() != service) continue;
+            unpublish(publication);
+            timers_.at(timers_.now() + reopenAfter, [this, &publication] { publish(publication); });
+        }
+    });
+}
+
+void Server::crash() {
+    tracing::logC(channel, 4, "crashing, as a fault demands");
+    ::_exit(1);
+}
+
+void Server::runOnWorker(const std::function<void()>& task) {
+    std::promise<void> finished;
+    kelo::post(worker_, [&] {
+        task();
+        finished.set_value();
+    });
+    finished.get_future().wait();
+}
+
+}  // namespace hmxsim

@@ -1,0 +1,62 @@
+// The simulator as a process's services: the runtime, the worker, the timers.
+#pragma once
+
+#include <array>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "comm/active_object.h"
+#include "kelo/runtime/kelo_runtime.h"
+#include "simulator.h"
+#include "timers.h"
+
+namespace hmxsim {
+
+struct ServerOptions {
+    World world;
+    Plan scenario;
+    std::vector<ManagerId> managers;
+    std::uint64_t seed = 1;
+    std::string recordFile;  // "" for none
+    kelo::runtime::RuntimeOptions runtime;
+};
+
+// Serves from `start` until it is destroyed. Thread: main, but for what Host declares.
+class Server final : private Host {
+public:
+    explicit Server(ServerOptions options);
+    ~Server() override;
+    Server(const Server&) = delete;
+    Server& operator=(const Server&) = delete;
+
+    // "" on success, else why not.
+    std::string start();
+
+private:
+    // One service path, and what is published there.
+    struct Publication {
+        std::string path;
+        Service* service = nullptr;
+        kelo::SimpleComposedKeloService composed;
+        std::uint64_t handle = 0;  // 0 while it is not published
+    };
+
+    void publish(Publication& publication);
+    void unpublish(Publication& publication);
+    void close(std::string_view service, std::chrono::milliseconds reopenAfter) override;
+    [[noreturn]] void crash() override;
+    void runOnWorker(const std::function<void()>& task);  // returns when it has run
+
+    ServerOptions options_;
+    RequestLog log_;
+    std::unique_ptr<kelo::runtime::IKeloRuntime> runtime_;
+    std::array<Publication, allManagers.size() + 1> publications_;  // the worker's, as is the next
+    bool isEnding_ = false;
+    Simulator simulator_;
+    SteadyTimers timers_;
+    comm::ActiveObject worker_;  // last, so that what it still runs finds all else
+};
+
+}  // namespace hmxsim
