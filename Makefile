@@ -1,4 +1,4 @@
-# The front door. Everything below does its own set-up on a fresh Debian 12 machine.
+# The front door: each command does its own set-up on a fresh Debian 12 machine. CMake, behind the presets of CMakePresets.json, does the work.
 .DEFAULT_GOAL := help
 SHELL := /bin/bash
 .SHELLFLAGS := -euo pipefail -c
@@ -9,39 +9,49 @@ PRESET := $(if $(SANITIZE),$(SANITIZE),release)
 BUILD := build/$(PRESET)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
+PREFIX ?= /usr/local
 
-.PHONY: help setup build run test lint bench fuzz campaign install clean
+ifneq ($(filter-out address thread,$(SANITIZE)),)
+$(error SANITIZE is '$(SANITIZE)'; it takes address or thread)
+endif
+
+.PHONY: help setup build run test lint bench fuzz install clean
 
 help: ## Show this list
-	@sed -n 's/^\([a-z]*\):.*## /\1|/p' Makefile | while IFS='|' read -r name text; do printf '  make %-9s %s\n' "$$name" "$$text"; done
+	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-8s %s\n' "$$name" "$$text"; done
 
-setup: ## Install the Debian packages that are missing (root or sudo)
+setup: ## Install the Debian packages that are missing, as root or with sudo
 	@packaging/setup.sh
 
-$(BUILD)/build.ninja: CMakeLists.txt CMakePresets.json | setup
+# Ninja notices changed CMake files and new sources by itself, but not changed presets.
+$(BUILD)/build.ninja: CMakePresets.json | setup
 	@cmake --preset $(PRESET) >/dev/null
+	@touch $@
 
-build: setup $(BUILD)/build.ninja ## Build everything into build/release
+build: setup $(BUILD)/build.ninja ## Build programs and tests into build/release
 	@cmake --build --preset $(PRESET) -j $(JOBS) -- --quiet
 
-run: build ## Start simulator and bridge, show a cockpit's resources, run until interrupted
+run: build ## Start the simulator and the bridge, show a cockpit's resources, run until interrupted
 	@packaging/run.sh $(BUILD)/bin
 
-test: build ## Build and run all tests; SANITIZE=address or SANITIZE=thread for the same under sanitizers
+test: build ## Build and run all tests; with SANITIZE=address or SANITIZE=thread under sanitizers
 	@ctest --preset $(PRESET) -j $(JOBS)
 
-lint: setup ## Check formatting, clang-tidy, shell scripts and the house's own rules
-	@packaging/lint.sh $(JOBS)
+lint: setup $(BUILD)/build.ninja ## Check format, clang-tidy, scripts and the rules of the house; quick where nothing changed
+	@packaging/lint.sh $(BUILD) $(JOBS)
 
-bench: setup ## Measure the road of a request against the bare floor
-	@cmake --preset bench >/dev/null
-	@cmake --build --preset bench -j $(JOBS) -- --quiet
-	@python3 bench/run.py build/bench
+bench: setup ## Measure a request's way through the bridge against a bare relay
+	@cmake --preset release -DHMX_BUILD_BENCH=ON >/dev/null
+	@cmake --build --preset release -j $(JOBS) --target benchmarks -- --quiet
+	@python3 bench/run.py build/release
 
-fuzz: setup ## Run each fuzzer for FUZZ_SECONDS (30)
+fuzz: setup ## Run every fuzzer for FUZZ_SECONDS (30)
 	@cmake --preset fuzz >/dev/null
-	@cmake --build --preset fuzz -j $(JOBS) -- --quiet
-	@packaging/fuzz.sh build/fuzz/bin $(FUZZ_SECONDS)
+	@cmake --build --preset fuzz -j $(JOBS) --target fuzz/all -- --quiet
+	@packaging/fuzz.sh build/fuzz $(FUZZ_SECONDS)
 
-clean: ## Remove what was built
+install: build ## Install programs, samples and documents below PREFIX (/usr/local)
+	@cmake --install $(BUILD) --prefix $(PREFIX)
+
+clean: ## Remove all that was built
 	@rm -rf build .cache

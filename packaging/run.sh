@@ -1,63 +1,87 @@
 #!/usr/bin/env bash
-# Starts the simulator and the bridge in a runtime directory of their own, shows a cockpit's resources through hmxctl, and runs until interrupted;
-# without a terminal on standard input it ends after showing them. Usage: run.sh BIN_DIR
+# Shows a cockpit: starts the simulator and the bridge in a runtime directory of their own, prints every resource through hmxctl and
+# runs until interrupted; without a terminal on standard input it ends after printing. Usage: run.sh BIN_DIR
 set -euo pipefail
 bin=$(cd "$1" && pwd)
 top=$(cd "$(dirname "$0")/.." && pwd)
 dir=$(mktemp -d)
+mkdir -m 700 "$dir/run"
 export KELO_RUNTIME_DIR="$dir/run"
-mkdir -m 700 "$KELO_RUNTIME_DIR"
-pids=()
+export PATH="$bin:$PATH"
 
+children=()
+interrupted=130 # the status of an interruption; none to complain about once everything has been shown
+
+# shellcheck disable=SC2317 # the trap calls it
 finish() {
-    code=$?
-    trap - EXIT INT TERM
-    for pid in "${pids[@]}"; do kill "$pid" 2>/dev/null || true; done
-    wait 2>/dev/null || true
+    local code=$?
+    trap - EXIT
+    trap '' INT TERM HUP
+    kill "${children[@]}" 2>/dev/null || true
+    for child in "${children[@]}"; do
+        # It ends at once on SIGTERM. Should it not, it is given no more than this.
+        timeout 5 tail --pid="$child" -f /dev/null || kill -KILL "$child" 2>/dev/null || true
+    done
     if [ "$code" -ne 0 ] && [ "$code" -ne 130 ]; then
-        echo "run: failed ($code); the last lines of the simulator and the bridge:" >&2
+        echo "run: failed with $code; the last lines of the simulator and the bridge:" >&2
         tail -n 15 "$dir/hmxsim.log" "$dir/hmxtolubridge.log" >&2 || true
     fi
     rm -rf "$dir"
     exit "$code"
 }
 trap finish EXIT
-trap 'exit 130' INT TERM
+trap 'exit $interrupted' INT TERM HUP
 
-show() {
-    printf '\n$ hmxctl %s\n' "$*"
-    "$bin/hmxctl" --timeout 10s "$@"
+start() {
+    "$@" >"$dir/$1.log" 2>&1 </dev/null &
+    children+=($!)
 }
 
-"$bin/hmxsim" --world "$top/share/worlds/cockpit.json" >"$dir/hmxsim.log" 2>&1 &
-pids+=($!)
-"$bin/hmxtolubridge" >"$dir/hmxtolubridge.log" 2>&1 &
-pids+=($!)
+show() {
+    printf '\n$ hmxctl %s\n' "$1"
+    eval "hmxctl $1"
+}
 
-# hmxctl waits for the service itself, as long as its timeout allows.
-show list displays
-show list displayables
-show list layerconfigurations
-show list popups display=Driver_Display
-show insert regionconfigurations display=Driver_Display hmi=HMI_ID_ANDROID_DRIVER 'regions:={"infoForAllLayers":[]}'
-show get regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER
+start hmxsim --world "$top/share/worlds/cockpit.json"
+start hmxtolubridge
+
+# Until the bridge answers, but no longer than it and the simulator live.
+hmxctl --timeout 20s wait --appear displays/Driver_Display 'name != null' &
+answers=$!
+wait -n -p first "$answers" "${children[@]}" || {
+    code=$?
+    [ "$first" = "$answers" ] || echo "run: the simulator or the bridge ended with $code" >&2
+    kill "$answers" 2>/dev/null || true
+    exit 1
+}
+
+show 'list displays'
+show 'list displayables'
+show 'list layerconfigurations'
+show 'list popups display=Driver_Display'
+region='[{"layer":"Home","inputRegions":[{"bounds":{"upperLeftPoint":{"posX":0,"posY":0},"width":400,"height":720},"exclusive":true}]}]'
+show "insert regionconfigurations display=Driver_Display hmi=HMI_ID_ANDROID_DRIVER 'regions:={\"infoForAllLayers\":$region}'"
+show 'get regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER'
 
 cat <<TEXT
 
-The simulator and the bridge are running. In a second terminal:
+The simulator and the bridge are running. Try in a second terminal:
 
-    export KELO_RUNTIME_DIR=$KELO_RUNTIME_DIR
-    export PATH=$bin:\$PATH
-    hmxctl watch popups/Driver_Display/Phone
-    hmxctl update popups/Driver_Display/Phone requested:=true
+    export KELO_RUNTIME_DIR=$KELO_RUNTIME_DIR PATH="$bin:\$PATH"
+    hmxctl watch popups/Driver_Display/Incoming_Call &
+    hmxctl update popups/Driver_Display/Incoming_Call requested=true
     hmxctl tree
+    hmxctl hit Driver_Display 100 100
     hmxctl help
 TEXT
 if [ ! -t 0 ]; then
     exit 0
 fi
-echo
-echo "Interrupt with Ctrl-C."
-wait -n "${pids[@]}" || true
+interrupted=0
+printf '\nCtrl-C ends both. What they log from here on:\n'
+tail -q -n 0 -f "$dir/hmxsim.log" "$dir/hmxtolubridge.log" &
+logs=$!
+wait -n "${children[@]}" || true
+kill "$logs" 2>/dev/null || true
 echo "run: the simulator or the bridge ended by itself" >&2
 exit 1

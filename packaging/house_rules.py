@@ -1,0 +1,93 @@
+#!/usr/bin/env python3
+"""Checks what neither compiler nor formatter does: what each floor includes, and how headers begin. Usage: house_rules.py SOURCE..."""
+
+import re
+import sys
+from pathlib import Path
+
+TOP = Path(__file__).resolve().parent.parent
+INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
+# A dot or a slash in its name tells the system's or a package's header from the standard library's, but for these.
+STANDARD = re.compile(r"(experimental/)?[a-z_0-9]+$|(assert|errno|math|stdlib|string|time)\.h$")
+PACKAGED = re.compile(r"(cbor|uuid|nlohmann|CLI|gtest|gmock|benchmark)\b")
+
+
+class Floor:
+    """A library as CMakeLists.txt declares it: the folders of its sources, its include roots, and the floors it links to."""
+
+    def __init__(self, declaration):
+        words = declaration.split()
+        self.name, key, lists = words[0], None, {"SOURCES": [], "INCLUDE": [], "LINKS": [], "PRIVATE": []}
+        for word in words[1:]:
+            if word in lists:
+                key = word
+            else:
+                lists[key].append(word)
+        self.sources = lists["SOURCES"]
+        self.roots = lists["INCLUDE"] or self.sources
+        self.links = lists["LINKS"]
+        self.has_packages = bool(lists["PRIVATE"])
+
+    def holds(self, path):
+        return any(path.startswith(folder + "/") for folder in self.sources + self.roots)
+
+
+def read_floors():
+    text = (TOP / "CMakeLists.txt").read_text()
+    return {floor.name: floor for floor in map(Floor, re.findall(r"^hmx_floor\(([^)]*)\)", text, re.M))}
+
+
+def visible(floor, floors):
+    """The floor itself and all below it that it can see."""
+    seen, queue = [], [floor.name]
+    while queue:
+        name = queue.pop()
+        if name in floors and name not in seen:
+            seen.append(name)
+            queue += floors[name].links
+    return [floors[name] for name in seen]
+
+
+def complaints_about_includes(path, text, floors):
+    floor = next((each for each in floors.values() if each.holds(path)), None)
+    for kind, name in INCLUDE.findall(text):
+        if ".." in name.split("/"):
+            yield f'includes "{name}": headers are named from an include root'
+        elif floor is None:
+            continue
+        elif kind == "<" and floor.has_packages:
+            # The platform stands on the system, and hides the packages that it uses behind its sources.
+            if PACKAGED.match(name) and not path.startswith(tuple(folder + "/" for folder in floor.sources)):
+                yield f"includes <{name}> in a public header"
+        elif kind == "<":
+            if not STANDARD.match(name):
+                yield f"includes <{name}>: {floor.name} stands on the standard library and the platform alone"
+        else:
+            roots = [root for each in visible(floor, floors) for root in each.roots] + floor.sources
+            if not any((TOP / root / name).is_file() for root in roots):
+                yield f'includes "{name}", which is on no floor that {floor.name} may see'
+
+
+def complaints_about_header(text):
+    if not text.startswith("// "):
+        yield "does not open with a line that says what it is"
+    if not re.search(r"^#pragma once$", text, re.M):
+        yield "lacks #pragma once"
+
+
+def main():
+    floors = read_floors()
+    count = 0
+    for path in sys.argv[1:]:
+        text = (TOP / path).read_text()
+        complaints = list(complaints_about_includes(path, text, floors))
+        if path.endswith(".h"):
+            complaints += complaints_about_header(text)
+        for complaint in complaints:
+            print(f"{path}: {complaint}", file=sys.stderr)
+        count += len(complaints)
+    return 1 if count else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())
