@@ -78,9 +78,10 @@ public:
     Standstill(kelo::runtime::IKeloRuntime& runtime, comm::ActiveObject& worker) : runtime_{runtime}, worker_{worker} {}
     ~Standstill() {
         runtime_.stop();
-        std::promise<void> done;
-        kelo::post(worker_, [&done] { done.set_value(); });
-        done.get_future().wait();
+        std::promise<void> promise;
+        const std::future<void> idle = promise.get_future();
+        kelo::post(worker_, [promise = std::move(promise)]() mutable { promise.set_value(); });
+        idle.wait();
     }
     Standstill(const Standstill&) = delete;
     Standstill& operator=(const Standstill&) = delete;

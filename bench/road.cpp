@@ -1,13 +1,14 @@
 // The peers of the road's measures, and its floor. Three programs in one:
 //
 //     road upstream DIR SERVICE...     answers every request on these services at once, with a fixed list of four displays
-//     road relay DIR LISTEN UPSTREAM   the floor: forwards requests and answers between two services, bytes copied, nothing decoded
-//     road client DIR SERVICE COUNT INFLIGHT CONNECTIONS WARMUP MIME
+//     road relay DIR LISTEN UPSTREAM   the floor: forwards requests and answers between two services, bytes copied, nothing
+//     decoded road client DIR SERVICE COUNT INFLIGHT CONNECTIONS WARMUP MIME
 //                                      retrieves /displays COUNT times and prints what it measured as one JSON object
 //
-// They speak the wire by hand, with blocking sockets, so that they cost little, cost the same whatever stands between them, and measure only that.
-// The relay has the bridge's hand-overs: its I/O thread reads, a worker writes; an answer comes back the same way. What it saves is
-// everything else: frames are forwarded as they are, and each answer is padded to the size of the page that the bridge makes of it.
+// They speak the wire by hand, with blocking sockets, so that they cost little, cost the same whatever stands between them, and
+// measure only that. The relay has the bridge's hand-overs: its I/O thread reads, a worker writes; an answer comes back the same
+// way. What it saves is everything else: frames are forwarded as they are, and each answer is padded to the size of the page that
+// the bridge makes of it.
 
 #include <poll.h>
 #include <pthread.h>
@@ -61,7 +62,8 @@ void appendHead(Bytes& out, unsigned major, std::size_t value) {
     } else if (value < 256) {
         out.insert(out.end(), {static_cast<std::uint8_t>(type | 24U), static_cast<std::uint8_t>(value)});
     } else {
-        out.insert(out.end(), {static_cast<std::uint8_t>(type | 25U), static_cast<std::uint8_t>(value >> 8U), static_cast<std::uint8_t>(value)});
+        out.insert(out.end(), {static_cast<std::uint8_t>(type | 25U), static_cast<std::uint8_t>(value >> 8U),
+                               static_cast<std::uint8_t>(value)});
     }
 }
 
@@ -112,7 +114,8 @@ std::string displayList() {
         if (i > 0) list += ',';
         list += R"({"id":)" + std::to_string(i + 1) + R"(,"internalid":)" + std::to_string(i + 100) + R"(,"name":")" + names[i] +
                 R"(","touchSupport":true,"terminal":)" + std::to_string(i) +
-                R"(,"compositing":true,"resolution":{"width":1920,"height":720},"updateRate":60,"connector":"DP-)" + std::to_string(i + 1) + "\"}";
+                R"(,"compositing":true,"resolution":{"width":1920,"height":720},"updateRate":60,"connector":"DP-)" +
+                std::to_string(i + 1) + "\"}";
     }
     return list + "]}";
 }
@@ -194,7 +197,9 @@ private:
     Bytes buffer_;
 };
 
-std::uint64_t idOf(const std::uint8_t* frame) { return number(frame + 8, 8); }
+std::uint64_t idOf(const std::uint8_t* frame) {
+    return number(frame + 8, 8);
+}
 
 // --- upstream
 
@@ -312,7 +317,8 @@ int runRelay(const std::string& directory, const std::string& listen, const std:
         bool open = false;
     };
     std::vector<Client> clients;
-    // The upstream's id of a request is its client's socket and the client's own id, which is all the book-keeping that a relay needs.
+    // The upstream's id of a request is its client's socket and the client's own id, which is all the book-keeping that a relay
+    // needs.
     constexpr unsigned shift = 40;
     std::vector<Parcel> parcels;
     const Bytes hello = makeHello({}, "application/json");
@@ -396,7 +402,8 @@ std::vector<std::int64_t> retrieve(const std::string& path, const std::string& s
         const auto now = Clock::now();
         reader.frames([&](const std::uint8_t* frame, std::size_t size) {
             if (frame[4] != 3) {
-                std::fprintf(stderr, "road: answered with an error: %.*s\n", static_cast<int>(size - headerSize), frame + headerSize);
+                std::fprintf(stderr, "road: answered with an error: %.*s\n", static_cast<int>(size - headerSize),
+                             frame + headerSize);
                 std::exit(1);
             }
             if (++answered > load.warmUp) latencies.push_back((now - sent[idOf(frame)]).count());
@@ -413,14 +420,17 @@ int runClient(const std::string& directory, const std::string& service, const Lo
     std::vector<std::size_t> bytes(connections);
     std::vector<std::thread> threads;
     const auto begin = Clock::now();
-    for (std::size_t i = 1; i < connections; ++i) threads.emplace_back([&, i] { each[i] = retrieve(path, service, load, bytes[i]); });
+    for (std::size_t i = 1; i < connections; ++i)
+        threads.emplace_back([&, i] { each[i] = retrieve(path, service, load, bytes[i]); });
     each[0] = retrieve(path, service, load, bytes[0]);
     for (auto& thread : threads) thread.join();
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
     std::vector<std::int64_t> all;
     for (const auto& part : each) all.insert(all.end(), part.begin(), part.end());
     std::sort(all.begin(), all.end());
-    const auto at = [&](double share) { return static_cast<double>(all[static_cast<std::size_t>(share * static_cast<double>(all.size() - 1))]) / 1000.0; };
+    const auto at = [&](double share) {
+        return static_cast<double>(all[static_cast<std::size_t>(share * static_cast<double>(all.size() - 1))]) / 1000.0;
+    };
     std::printf(R"({"p50_us":%.2f,"p99_us":%.2f,"per_second":%.0f,"answer_bytes":%zu,"requests":%zu})"
                 "\n",
                 at(0.5), at(0.99), static_cast<double>((load.count + load.warmUp) * connections) / seconds, bytes[0], all.size());
@@ -431,12 +441,15 @@ int runClient(const std::string& directory, const std::string& service, const Lo
 
 int main(int argc, char** argv) {
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    if (arguments.size() >= 3 && arguments[0] == "upstream") return runUpstream(arguments[1], {arguments.begin() + 2, arguments.end()});
+    if (arguments.size() >= 3 && arguments[0] == "upstream")
+        return runUpstream(arguments[1], {arguments.begin() + 2, arguments.end()});
     if (arguments.size() == 4 && arguments[0] == "relay") return runRelay(arguments[1], arguments[2], arguments[3]);
     if (arguments.size() == 8 && arguments[0] == "client") {
         const Load load{std::stoul(arguments[3]), std::stoul(arguments[4]), std::stoul(arguments[6]), arguments[7]};
         return runClient(arguments[1], arguments[2], load, std::stoul(arguments[5]));
     }
-    std::fprintf(stderr, "usage: road upstream DIR SERVICE... | relay DIR LISTEN UPSTREAM | client DIR SERVICE COUNT INFLIGHT CONNECTIONS WARMUP MIME\n");
+    std::fprintf(stderr,
+                 "usage: road upstream DIR SERVICE... | relay DIR LISTEN UPSTREAM | client DIR SERVICE COUNT INFLIGHT "
+                 "CONNECTIONS WARMUP MIME\n");
     return 2;
 }

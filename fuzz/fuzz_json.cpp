@@ -11,8 +11,9 @@ enum class Verdict { document, none, undecided };
 class Judge final : public nlohmann::json_sax<nlohmann::json> {
 public:
     // Undecided where the two may differ: a number beyond a double's range, which is valid all the same, more levels than are
-    // read here, and a byte order mark.
+    // read here, a byte order mark, and a zero byte, which it takes for the end.
     Verdict judge(fuzz::Bytes bytes) {
+        if (std::find(bytes.begin(), bytes.end(), 0) != bytes.end()) return Verdict::undecided;
         if (bytes.size() >= 3 && bytes[0] == 0xef && bytes[1] == 0xbb && bytes[2] == 0xbf) return Verdict::undecided;
         const bool isDocument = nlohmann::json::sax_parse(bytes.begin(), bytes.end(), this);
         if (isNumberTooLarge_ || deepest_ > 64) return Verdict::undecided;

@@ -20,7 +20,7 @@ finish() {
     kill "${children[@]}" 2>/dev/null || true
     for child in "${children[@]}"; do
         # It ends at once on SIGTERM. Should it not, it is given no more than this.
-        timeout 5 tail --pid="$child" -f /dev/null || kill -KILL "$child" 2>/dev/null || true
+        timeout 5 tail -s 0.02 --pid="$child" -f /dev/null || kill -KILL "$child" 2>/dev/null || true
     done
     if [ "$code" -ne 0 ] && [ "$code" -ne 130 ]; then
         echo "run: failed with $code; the last lines of the simulator and the bridge:" >&2

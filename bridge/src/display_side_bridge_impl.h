@@ -2,7 +2,7 @@
 //
 //     resource service's thread   operation: key, post
 //     worker                      which element, or all -> client stub -> upstream
-//     thread of the API           upstream handler: copy the answer, post
+//     thread of the API           upstream handler: copy the answer, post; neither if this is the worker, as it is in the process
 //     worker                      convert, record ids, handler's onNext
 //
 // An id that a client asks for must have been seen in an earlier answer: only those can be turned back into what upstream knows

@@ -51,9 +51,10 @@ public:
     }
     void stop() override {
         note("stop");
-        std::promise<void> done;
-        kelo::post(thread_, [&done] { done.set_value(); });
-        done.get_future().wait();
+        std::promise<void> promise;
+        const std::future<void> idle = promise.get_future();
+        kelo::post(thread_, [promise = std::move(promise)]() mutable { promise.set_value(); });
+        idle.wait();
     }
     void untrackService(std::uint64_t) override {}
     void releaseService(std::uint64_t) override {}

@@ -31,7 +31,7 @@ TEST_P(Exchanges, GoAsWritten) {
 
 INSTANTIATE_TEST_SUITE_P(Of, Exchanges,
                          testing::Values("displays", "displayables", "layerconfigurations", "regionconfigurations", "popups"),
-                         testing::PrintToStringParamName());
+                         [](const auto& resource) { return std::string{resource.param}; });
 
 // "ab" + "c" and "a" + "bc" are one id: whichever was seen last is behind it.
 TEST(PopupBridge, AnIdSharedByTwoPopupsMeansTheLastSeen) {

@@ -15,7 +15,9 @@
 namespace hmxctl_test {
 namespace {
 
-std::string idOf(const std::string& name) { return kelo::uuid::createFromName(name).toString(); }
+std::string idOf(const std::string& name) {
+    return kelo::uuid::createFromName(name).toString();
+}
 
 std::string display(const std::string& name, const std::string& more = "") {
     const std::string id = idOf("hmx/displays/" + name);
@@ -24,7 +26,8 @@ std::string display(const std::string& name, const std::string& more = "") {
 
 std::string popup(const std::string& displayName, const std::string& name, const std::string& more = "") {
     const std::string id = idOf(displayName + name);
-    return R"({"id":")" + id + R"(","name":")" + name + R"(","uri":"/hmx/popups/)" + id + R"(","display":")" + displayName + "\"" + more + "}";
+    return R"({"id":")" + id + R"(","name":")" + name + R"(","uri":"/hmx/popups/)" + id + R"(","display":")" + displayName +
+           "\"" + more + "}";
 }
 
 const std::string driver = display("Driver_Display", R"(,"displayID":1,"resolution":{"height":720,"width":1920})");
@@ -53,7 +56,8 @@ TEST(List, SendsTypedParameters) {
     ScriptedServices services;
     services.hmx().on("retrieve /displays", page({}));
     services.run({"list", "displays", "displayID=1", "fields=name,terminal", "touchSupport=true", "terminal:=null"});
-    EXPECT_EQ(services.hmx().asked.back(), R"(retrieve /displays {"displayID":1,"fields":["name","terminal"],"touchSupport":true,"terminal":null})");
+    EXPECT_EQ(services.hmx().asked.back(),
+              R"(retrieve /displays {"displayID":1,"fields":["name","terminal"],"touchSupport":true,"terminal":null})");
     EXPECT_EQ(services.run({"list", "displays", "displyID=1"}).code, ExitCode::usage);
     EXPECT_EQ(services.run({"list", "displays", "displyID=1", "--no-validate"}).code, ExitCode::ok);
 }
@@ -64,7 +68,8 @@ TEST(List, GathersThePopupsOfAllDisplays) {
     services.hmx().on(R"(retrieve /popups {"visible":true,"display":"Driver_Display"})", page({popup("Driver_Display", "A")}));
     services.hmx().on(R"(retrieve /popups {"visible":true,"display":"Other"})", page({popup("Other", "B")}));
     const Outcome outcome = services.run({"list", "popups", "visible=true", "-o", "json"});
-    EXPECT_EQ(outcome.out, page({popup("Driver_Display", "A"), popup("Other", "B")}) + "\n") << "none on a display that is not known there";
+    EXPECT_EQ(outcome.out, page({popup("Driver_Display", "A"), popup("Other", "B")}) + "\n")
+        << "none on a display that is not known there";
     EXPECT_EQ(services.run({"list", "popups", "limit=1"}).code, ExitCode::usage) << "pages go by display";
     EXPECT_EQ(services.run({"list", "popups", "display=Other", "visible=true", "-o", "jsonl"}).code, ExitCode::notFound)
         << "one display's list is its own request";
@@ -98,7 +103,8 @@ TEST(Get, FindsElementsByWhatPeopleCallThem) {
     const std::string map = R"({"id":")" + idOf("hmx/displayables/17") + R"(","name":"Map","uri":"u","displayableID":17})";
     hmx.on("retrieve /displays", page({driver, cluster}));
     hmx.on(R"(retrieve /displayables)", page({map}));
-    hmx.on(R"(retrieve /popups {"display":"Driver_Display"})", page({popup("Driver_Display", "Phone"), popup("Driver_Display", "Both")}));
+    hmx.on(R"(retrieve /popups {"display":"Driver_Display"})",
+           page({popup("Driver_Display", "Phone"), popup("Driver_Display", "Both")}));
     hmx.on(R"(retrieve /popups {"display":"Cluster_Display"})", page({popup("Cluster_Display", "Both")}));
     hmx.on(R"(retrieve /popups {"display":"Driver_Display","name":"Phone"})", page({popup("Driver_Display", "Phone")}));
     const std::vector<std::pair<std::string, std::string>> found{
@@ -262,10 +268,12 @@ TEST(Change, SendsTheBodyAndPrintsTheUri) {
     ASSERT_EQ(::write(file, text.data(), text.size()), static_cast<ssize_t>(text.size()));
     const std::string name = "/proc/self/fd/" + std::to_string(file);
     hmx.on("insert /regionconfigurations", "\"hmx" + region + "\"");
-    const Outcome inserted = services.run({"insert", "regionconfigurations", "-f", name.c_str(), "subComponent=bar", "display=Co_Driver_Display"});
+    const Outcome inserted =
+        services.run({"insert", "regionconfigurations", "-f", name.c_str(), "subComponent=bar", "display=Co_Driver_Display"});
     EXPECT_EQ(inserted.out, "hmx" + region + "\n") << inserted.err;
-    EXPECT_EQ(hmx.asked.back(),
-              R"(insert /regionconfigurations {"display":"Co_Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":{"infoForAllLayers":[]},"subComponent":"bar"})");
+    EXPECT_EQ(
+        hmx.asked.back(),
+        R"(insert /regionconfigurations {"display":"Co_Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":{"infoForAllLayers":[]},"subComponent":"bar"})");
     ::close(file);
 }
 
@@ -277,17 +285,20 @@ TEST(Watch, FollowsChangesLossAndReturn) {
     const std::vector<Events> script{first, {"503 no answer"}, {page({other})}};
     services.hmx().on("retrieve /displays", script);
     const Outcome json = services.run({"watch", "displays", "-o", "json", "--count", "6"});
-    EXPECT_EQ(json.out, R"({"event":"snapshot","resource":"displays","elements":[)" + driver + "," + cluster + "]}\n" +
-                            R"({"event":"changed","resource":"displays","id":")" + driverId + R"(","name":"Driver_Display","element":)" + other + "}\n" +
-                            R"({"event":"removed","resource":"displays","id":")" + idOf("hmx/displays/Cluster_Display") + R"(","name":"Cluster_Display"})" + "\n" +
-                            R"({"event":"source-down","resource":"displays","reason":"retrieve /displays at /hmx: 503 upstream gone"})" + "\n" +
-                            R"({"event":"source-up","resource":"displays"})" + "\n" +
-                            R"({"event":"snapshot","resource":"displays","elements":[)" + other + "]}\n");
+    EXPECT_EQ(json.out,
+              R"({"event":"snapshot","resource":"displays","elements":[)" + driver + "," + cluster + "]}\n" +
+                  R"({"event":"changed","resource":"displays","id":")" + driverId + R"(","name":"Driver_Display","element":)" +
+                  other + "}\n" + R"({"event":"removed","resource":"displays","id":")" + idOf("hmx/displays/Cluster_Display") +
+                  R"(","name":"Cluster_Display"})" + "\n" +
+                  R"({"event":"source-down","resource":"displays","reason":"retrieve /displays at /hmx: 503 upstream gone"})" +
+                  "\n" + R"({"event":"source-up","resource":"displays"})" + "\n" +
+                  R"({"event":"snapshot","resource":"displays","elements":[)" + other + "]}\n");
     EXPECT_EQ(json.err, "");
 
     services.hmx().on("retrieve /displays", script);
     const Outcome lines = services.run({"watch", "displays", "--count", "3"});
-    EXPECT_NE(lines.out.find("snapshot 2 elements\n  Driver_Display displayID=1 resolution=1920x720\n"), std::string::npos) << lines.out;
+    EXPECT_NE(lines.out.find("snapshot 2 elements\n  Driver_Display displayID=1 resolution=1920x720\n"), std::string::npos)
+        << lines.out;
     EXPECT_NE(lines.out.find("changed Driver_Display displayID=2 resolution=-\n"), std::string::npos) << lines.out;
     EXPECT_NE(lines.out.find("removed Cluster_Display displayID=3\n"), std::string::npos) << lines.out;
 
@@ -312,12 +323,13 @@ TEST(Watch, SourceThatIsAwayFromTheStart) {
 
 TEST(Watch, PopupsOfAllDisplaysAreOneState) {
     ScriptedServices services;
-    services.hmx().on("retrieve /displays", page({display("A"), display("B")}));
+    services.hmx().on("retrieve /displays", page({display("A"), display("Unknown"), display("B")}));
     services.hmx().on(R"(retrieve /popups {"display":"A"})", page({popup("A", "One")}));
     services.hmx().on(R"(retrieve /popups {"display":"B"})", std::vector<Events>{{page({popup("B", "Two")}), page({})}});
     const Outcome outcome = services.run({"watch", "popups", "-o", "json", "--count", "2"});
-    EXPECT_EQ(outcome.out, R"({"event":"snapshot","resource":"popups","elements":[)" + popup("A", "One") + "," + popup("B", "Two") + "]}\n" +
-                               R"({"event":"removed","resource":"popups","id":")" + idOf("BTwo") + R"(","name":"Two"})" + "\n");
+    EXPECT_EQ(outcome.out, R"({"event":"snapshot","resource":"popups","elements":[)" + popup("A", "One") + "," +
+                               popup("B", "Two") + "]}\n" + R"({"event":"removed","resource":"popups","id":")" + idOf("BTwo") +
+                               R"(","name":"Two"})" + "\n");
 }
 
 TEST(Watch, ElementThatGoesAndComesBack) {
@@ -325,8 +337,10 @@ TEST(Watch, ElementThatGoesAndComesBack) {
     services.hmx().on("retrieve /displays", page({driver}));
     services.hmx().on("retrieve " + driverPath, {{driver}, {driver, "404 UNKNOWN"}, {"404 UNKNOWN"}, {"404 UNKNOWN"}, {driver}});
     const Outcome outcome = services.run({"watch", "displays/Driver_Display", "-o", "json", "--count", "3"});
-    EXPECT_NE(outcome.out.find(R"({"event":"removed","resource":"displays","target":"Driver_Display")"), std::string::npos) << outcome.out;
-    EXPECT_NE(outcome.out.rfind(R"({"event":"changed","resource":"displays","target":"Driver_Display")"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find(R"({"event":"removed","resource":"displays","target":"Driver_Display")"), std::string::npos)
+        << outcome.out;
+    EXPECT_NE(outcome.out.rfind(R"({"event":"changed","resource":"displays","target":"Driver_Display")"), std::string::npos)
+        << outcome.out;
     EXPECT_EQ(services.run({"watch", "displays/Nope"}).code, ExitCode::notFound);
 }
 
@@ -357,7 +371,8 @@ TEST(Describe, ShowsRecordsAndRoutes) {
     EXPECT_EQ(document["element"]["record"], "PopupObject");
     EXPECT_EQ(document["commands"].size(), 3U);
     const Outcome regions = services.run({"describe", "regionconfigurations"});
-    EXPECT_NE(regions.out.find("regionconfigurations  insert    /regionconfigurations    InsertRegionconfigurationObject"), std::string::npos);
+    EXPECT_NE(regions.out.find("regionconfigurations  insert    /regionconfigurations    InsertRegionconfigurationObject"),
+              std::string::npos);
     EXPECT_NE(regions.out.find("Co_Driver_Display | Driver_Display"), std::string::npos);
     EXPECT_NE(regions.out.find("        hitOutside"), std::string::npos) << "nested members are indented";
     EXPECT_EQ(Json::parse(services.run({"describe", "-o", "json"}).out).size(), 5U);
@@ -368,11 +383,15 @@ TEST(Sim, SpeaksTheControlServicesLanguage) {
     ScriptedApi& sim = services.service("/hmxsim");
     const std::vector<std::pair<std::vector<const char*>, const char*>> cases{
         {{"sim", "world"}, "retrieve /world"},
-        {{"sim", "set", "displays/Driver_Display", "terminal=2", "name=5"}, R"(update /state/displaymanager/displays/Driver_Display {"terminal":2,"name":"5"})"},
+        {{"sim", "set", "displays/Driver_Display", "terminal=2", "name=5"},
+         R"(update /state/displaymanager/displays/Driver_Display {"terminal":2,"name":"5"})"},
+        {{"sim", "set", "displaymanager/displays/D", "terminal=2"}, R"(update /state/displaymanager/displays/D {"terminal":2})"},
         {{"sim", "set", "layers/D/1", "display:=null"}, R"(update /state/displaymanager/layerConfig/D%2F1 {"display":null})"},
-        {{"sim", "set", "input/D", "proximity=true", "name=D"}, R"(update /state/inputmanager/displays/D {"proximity":true,"name":"D"})"},
+        {{"sim", "set", "input/D", "proximity=true", "name=D"},
+         R"(update /state/inputmanager/displays/D {"proximity":true,"name":"D"})"},
         {{"sim", "popup", "D/Phone", "requested=true"}, R"(update /popups/D/Phone {"requested":true})"},
-        {{"sim", "add", "popups/D", "name=Phone", "priorityInlayer=3"}, R"(insert /popups/D {"name":"Phone","priorityInlayer":3})"},
+        {{"sim", "add", "popups/D", "name=Phone", "priorityInlayer=3"},
+         R"(insert /popups/D {"name":"Phone","priorityInlayer":3})"},
         {{"sim", "remove", "popups/D/Phone"}, "delete /popups/D/Phone"},
         {{"sim", "fault"}, "retrieve /faults"},
         {{"sim", "fault", "displaymanager", "delay_ms=200", "probability=0.5", "garble=noise", "silence=true"},

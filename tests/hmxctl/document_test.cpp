@@ -56,12 +56,15 @@ TEST(Document, ShowsUuidsUrlsAndFloatsAsTheirText) {
 }
 
 TEST(Document, JsonIsPrintedAsItCame) {
-    const auto payload = [](std::string_view text) { return kelo::Payload::copyOf(text, kelo::MimeType{std::string_view{"application/json"}}); };
+    const auto payload = [](std::string_view text) {
+        return kelo::Payload::copyOf(text, kelo::MimeType{std::string_view{"application/json"}});
+    };
     EXPECT_EQ(jsonText(payload("{ \"a\" : 1.00,\n \"b\": \"\\u00fc\" }\n")), "{ \"a\" : 1.00,\n \"b\": \"\\u00fc\" }");
     EXPECT_EQ(jsonText(kelo::Payload{}), "null");
     EXPECT_EQ(jsonText(kelo::Payload::copyOf("just text", kelo::MimeType{std::string_view{"plain/text"}})), "\"just text\"");
     for (const char* broken : {"{\"a\":", "{} {}", "\xFF", "[1,]"}) {
-        EXPECT_NE(reasonOf([&] { (void)jsonText(payload(broken)); }).find("not a readable application/json document"), std::string::npos)
+        EXPECT_NE(reasonOf([&] { (void)jsonText(payload(broken)); }).find("not a readable application/json document"),
+                  std::string::npos)
             << broken;
     }
 }
@@ -102,9 +105,8 @@ TEST(Assignments, TakeTheTypeOfTheKey) {
     };
     for (const Case& each : cases) {
         Json document;
-        const std::string reason = reasonOf([&] {
-            assign(document, asAssignments(std::vector<std::string>{each.word}), parametersOf(popups));
-        });
+        const std::string reason =
+            reasonOf([&] { assign(document, asAssignments(std::vector<std::string>{each.word}), parametersOf(popups)); });
         EXPECT_EQ(reason.empty() ? compact(document) : "", each.json) << each.word << " " << reason;
     }
 }
@@ -112,14 +114,17 @@ TEST(Assignments, TakeTheTypeOfTheKey) {
 TEST(CheckBody, NamesThePathOfTheBadField) {
     const std::vector<std::pair<const char*, const char*>> cases{
         {R"({"display":"Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":{}})", ""},
-        {R"({"display":"Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":{"infoForAllLayers":null},"subComponent":null})", ""},
+        {R"({"display":"Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":{"infoForAllLayers":null},"subComponent":null})",
+         ""},
         {R"([])", "body: a InsertRegionconfigurationObject is an object, this is []"},
         {R"({"hmi":"HMI_ID_ANDROID_DRIVER","regions":{}})", "body: display: is required"},
         {R"({"display":null,"hmi":"HMI_ID_ANDROID_DRIVER","regions":{}})", "body: display: is required and cannot be null"},
-        {R"({"display":"Lower_Display"})", R"(body: display: takes one of Co_Driver_Display, Driver_Display, not "Lower_Display")"},
+        {R"({"display":"Lower_Display"})",
+         R"(body: display: takes one of Co_Driver_Display, Driver_Display, not "Lower_Display")"},
         {R"({"dsplay":"Driver_Display"})", "body: dsplay: no such key in InsertRegionconfigurationObject"},
         {R"({"subComponent":7})", "body: subComponent: takes a string, not 7"},
-        {R"({"regions":{"infoForAllLayers":{}}})", "body: regions.infoForAllLayers: takes an array of HapticAndInputInfoPerLayerType, not {}"},
+        {R"({"regions":{"infoForAllLayers":{}}})",
+         "body: regions.infoForAllLayers: takes an array of HapticAndInputInfoPerLayerType, not {}"},
         {R"({"regions":{"infoForAllLayers":[{"layer":"Map"},{"inputRegions":[{"bounds":{"widht":1}}]}]}})",
          "body: regions.infoForAllLayers[1].inputRegions[0].bounds.widht: no such key in RectangleType"},
         {R"({"regions":{"infoForAllLayers":[{"inputRegions":[{"translateX":2147483648}]}]}})",
@@ -137,8 +142,10 @@ TEST(CheckBody, NamesThePathOfTheBadField) {
 
 TEST(CheckMemberPath, FollowsRecords) {
     const Description& display = kelo::record::describe<kelo::hmx::DisplayObject>();
-    for (const char* good : {"name", "resolution.width", "resolution"}) EXPECT_EQ(reasonOf([&] { checkMemberPath(good, display, "e"); }), "");
-    for (const char* bad : {"nme", "resolution.wdth", "name.x"}) EXPECT_NE(reasonOf([&] { checkMemberPath(bad, display, "e"); }), "") << bad;
+    for (const char* good : {"name", "resolution.width", "resolution"})
+        EXPECT_EQ(reasonOf([&] { checkMemberPath(good, display, "e"); }), "");
+    for (const char* bad : {"nme", "resolution.wdth", "name.x"})
+        EXPECT_NE(reasonOf([&] { checkMemberPath(bad, display, "e"); }), "") << bad;
 }
 
 TEST(Resources, ComputeIdsFromNames) {

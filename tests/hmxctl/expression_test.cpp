@@ -7,7 +7,8 @@
 namespace hmxctl {
 namespace {
 
-const Json element = Json::parse(R"({"name": "Phone", "visible": true, "active": false, "priorityInlayer": 7, "empty": "", "zero": 0,
+const Json element =
+    Json::parse(R"({"name": "Phone", "visible": true, "active": false, "priorityInlayer": 7, "empty": "", "zero": 0,
     "resolution": {"width": 1920}, "layers": [{"zpos": 1}, {"zpos": 2}], "gone": null, "quote": "it's", "big": 2.5})");
 
 TEST(Expression, HoldsOrNot) {

@@ -15,14 +15,19 @@ namespace {
 using hmxctl::DisplayScene;
 
 TEST(Tree, PutsEverythingInItsPlace) {
-    DisplayScene scene{.display = Json::parse(R"({"id":"19243473-0126-5f4b-b1bf-4879152c72e5","name":"D","resolution":{"width":1920}})")};
-    scene.layers = Json::parse(R"([{"id":1,"name":"Map","zpos":1},{"id":2,"name":"Front"},{"id":3,"name":"Popups","zpos":9},{"id":4,"zpos":9}])");
-    scene.popups = {Json::parse(R"({"id":"aaaaaaaa-0","name":"Low","popupLayerCompositing":"Popups","priorityInlayer":1})"),
-                    Json::parse(R"({"id":"bbbbbbbb-0","name":"High","popupLayerCompositing":"Popups","priorityInlayer":5,"visible":true})"),
-                    Json::parse(R"({"id":"cccccccc-0","name":"Logical","popupLayerCompositing":"?","popupLayerLogical":"Map"})"),
-                    Json::parse(R"({"id":"dddddddd-0","name":"Loose\u001b[31m"})")};
-    scene.regions = {Json::parse(R"({"regionID":7,"hmiName":"HMI","layer":"Map","bounds":{"pointMin":{"x":1,"y":2},"width":3,"height":4},"exclusive":true})"),
-                     Json::parse(R"({"regionID":8,"layer":"4"})"), Json::parse(R"({"layer":"Gone"})")};
+    DisplayScene scene{
+        .display = Json::parse(R"({"id":"19243473-0126-5f4b-b1bf-4879152c72e5","name":"D","resolution":{"width":1920}})")};
+    scene.layers = Json::parse(
+        R"([{"id":1,"name":"Map","zpos":1},{"id":2,"name":"Front"},{"id":3,"name":"Popups","zpos":9},{"id":4,"zpos":9}])");
+    scene.popups = {
+        Json::parse(R"({"id":"aaaaaaaa-0","name":"Low","popupLayerCompositing":"Popups","priorityInlayer":1})"),
+        Json::parse(R"({"id":"bbbbbbbb-0","name":"High","popupLayerCompositing":"Popups","priorityInlayer":5,"visible":true})"),
+        Json::parse(R"({"id":"cccccccc-0","name":"Logical","popupLayerCompositing":"?","popupLayerLogical":"Map"})"),
+        Json::parse(R"({"id":"dddddddd-0","name":"Loose\u001b[31m"})")};
+    scene.regions = {
+        Json::parse(
+            R"({"regionID":7,"hmiName":"HMI","layer":"Map","bounds":{"pointMin":{"x":1,"y":2},"width":3,"height":4},"exclusive":true})"),
+        Json::parse(R"({"regionID":8,"layer":"4"})"), Json::parse(R"({"layer":"Gone"})")};
     const std::vector<std::string> expected{
         "D  1920x?  19243473",
         "├─ layer Popups  z 9  #3",
@@ -50,7 +55,8 @@ protected:
         const std::string id = "19243473-0126-5f4b-b1bf-4879152c72e5";
         const std::string layersId = "a8a59dda-1e57-56df-8839-c48ee9dcb923";
         const std::string display = R"({"id":")" + id + R"(","name":"Driver_Display","resolution":{"height":100,"width":200}})";
-        const std::string layers = R"({"id":")" + layersId + R"(","name":"","layers":[{"id":1,"name":"Map","zpos":1},{"id":2,"name":"Top","zpos":2}]})";
+        const std::string layers =
+            R"({"id":")" + layersId + R"(","name":"","layers":[{"id":1,"name":"Map","zpos":1},{"id":2,"name":"Top","zpos":2}]})";
         ScriptedApi& hmx = services.hmx();
         hmx.on("retrieve /displays", page({display}));
         hmx.on("retrieve /displays/" + id, display);
@@ -75,7 +81,9 @@ TEST_F(Scene, HitNamesReceiverAndCovered) {
     EXPECT_EQ(hit["covered"][0]["region"]["hmiName"], "H");
     EXPECT_EQ(hit["covered"][0]["receives"], false);
     const std::string table = services.run({"hit", "Driver_Display", "45", "10"}).out;
-    EXPECT_NE(table.find("receives it  #2      2      2  50x50 at 40,0  5,10  exclusive, takes the focus, translated"), std::string::npos) << table;
+    EXPECT_NE(table.find("receives it  #2      2      2  50x50 at 40,0  5,10  exclusive, takes the focus, translated"),
+              std::string::npos)
+        << table;
     EXPECT_EQ(services.run({"hit", "Driver_Display", "150", "10"}).out, "no input region there\n");
     EXPECT_NE(services.run({"hit", "Driver_Display", "200", "-1"}).err.find("outside the display"), std::string::npos);
     EXPECT_EQ(services.run({"hit", "Driver", "1", "1"}).code, ExitCode::notFound);
@@ -135,13 +143,15 @@ TEST(Completion, OffersWhatCanComeNext) {
     for (const auto& [line, words] : cases) {
         FixedNames names;
         std::string offered;
-        for (const hmxctl::Candidate& candidate : hmxctl::complete(line, names)) offered += (offered.empty() ? "" : " ") + candidate.word;
+        for (const hmxctl::Candidate& candidate : hmxctl::complete(line, names))
+            offered += (offered.empty() ? "" : " ") + candidate.word;
         EXPECT_EQ(offered, words) << line;
     }
 }
 
 TEST(Duration, ReadsWhatPeopleWrite) {
-    const std::vector<std::pair<const char*, int>> cases{{"3s", 3000}, {"500ms", 500}, {"2", 2000}, {"1.5s", 1500}, {"0.5ms", 1}, {"2m", 120'000}, {"1h", 3'600'000}};
+    const std::vector<std::pair<const char*, int>> cases{{"3s", 3000}, {"500ms", 500},  {"2", 2000},      {"1.5s", 1500},
+                                                         {"0.5ms", 1}, {"2m", 120'000}, {"1h", 3'600'000}};
     for (const auto& [text, milliseconds] : cases) EXPECT_EQ(hmxctl::parseDuration(text).count(), milliseconds) << text;
     for (const char* bad : {"", "s", "-1s", "0", "0ms", "3 s", "3x", "nan", "inf", "1e300h"}) {
         EXPECT_THROW((void)hmxctl::parseDuration(bad), hmxctl::Failure) << bad;

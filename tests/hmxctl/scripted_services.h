@@ -30,7 +30,8 @@ using Events = std::vector<std::string>;
 // Thread: one at a time; answers come before `request` returns.
 class ScriptedApi final : public kelo::IKeloApi {
 public:
-    // Answers `question`, "command path" or "command path body", with each of `answers` in turn, and with the last one ever after.
+    // Answers `question`, "command path" or "command path body", with each of `answers` in turn, and with the last one ever
+    // after.
     void on(const std::string& question, std::vector<Events> answers) { script_[question] = {std::move(answers), 0}; }
     void on(const std::string& question, const std::string& answer) { on(question, std::vector<Events>{{answer}}); }
 
@@ -58,7 +59,7 @@ public:
     void cancel(void*) override { ++cancelled; }
 
     std::vector<std::string> asked;
-    std::string accept;                   // of the last request
+    std::string accept;                         // of the last request
     std::string encoding = "application/json";  // of the values
     int cancelled = 0;
 

@@ -13,8 +13,8 @@ namespace {
 
 TEST(Text, TakesTheColumnsThatATerminalGivesIt) {
     const std::vector<std::pair<const char*, std::size_t>> cases{
-        {"", 0},         {"abc", 3},          {"Fahrerhöhe", 10}, {"e\xCC\x81", 1}, {"表示", 4},
-        {"\xF0\x9F\x9A\x97", 2}, {"\xFF\xFE", 2}, {"\xE2\x82", 2},      {"\x1b[31mred\x1b[0m", 3},
+        {"", 0},         {"abc", 3},      {"Fahrerhöhe", 10},        {"e\xCC\x81", 1}, {"表示", 4}, {"\xF0\x9F\x9A\x97", 2},
+        {"\xFF\xFE", 2}, {"\xE2\x82", 2}, {"\x1b[31mred\x1b[0m", 3},
     };
     for (const auto& [text, width] : cases) EXPECT_EQ(displayWidth(text), width) << text;
 }
@@ -25,8 +25,12 @@ TEST(Text, NothingReachesTheTerminalThatItWouldObey) {
         {"\x1b]0;title\x07", "\\x1b]0;title\\x07"},
         {"a\nb\tc\rd", "a\\nb\\tc\\x0dd"},
         {std::string{"\0", 1}, "\\x00"},
-        {"\xC2\x9B" "31m", "\\x9b31m"},
-        {"a\xE2\x80\xAE" "b", "a\\u202eb"},
+        {"\xC2\x9B"
+         "31m",
+         "\\x9b31m"},
+        {"a\xE2\x80\xAE"
+         "b",
+         "a\\u202eb"},
         {"\xC0\xAF\xED\xA0\x80", "\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD\xEF\xBF\xBD"},
     };
     for (const auto& [text, shown] : cases) EXPECT_EQ(printable(text), shown);
@@ -54,17 +58,23 @@ TEST(DocumentLines, FlattenWhatIsNoTable) {
     const Json document = Json::parse(R"({"application": "bridge", "limits": {"frames": 32, "sizes": {"width": 3, "height": 4}},
         "empty": [], "tags": ["a", "b"], "services": [{"path": "/a", "alive": true}, {"path": "/b", "pid": 7}],
         "deep": [{"inner": [{"x": [1]}]}]})");
-    const std::vector<std::string> expected{"application       bridge", "limits.frames     32",
-                                            "limits.sizes      3x4",    "empty             none",
-                                            "tags              a,b",    "deep[0].inner[0]  -"};
-    const std::vector<std::string> lines = documentLines(document, false);
-    ASSERT_GE(lines.size(), 10U);
-    EXPECT_EQ((std::vector<std::string>{lines.begin(), lines.begin() + 5}),
-              (std::vector<std::string>{expected.begin(), expected.begin() + 5}));
-    const auto tail = std::find(lines.begin(), lines.end(), "services");
-    ASSERT_NE(tail, lines.end());
-    EXPECT_EQ((std::vector<std::string>{tail + 1, tail + 4}),
-              (std::vector<std::string>{"  PATH  ALIVE  PID", "  /a    yes      -", "  /b    -        7"}));
+    const std::vector<std::string> expected{"application    bridge",
+                                            "limits.frames  32",
+                                            "limits.sizes   3x4",
+                                            "empty          none",
+                                            "tags           a,b",
+                                            "",
+                                            "services",
+                                            "  PATH  ALIVE  PID",
+                                            "  /a    yes      -",
+                                            "  /b    -        7",
+                                            "",
+                                            "deep[0].inner",
+                                            "  X",
+                                            "  1"};
+    EXPECT_EQ(documentLines(document, false), expected);
+    EXPECT_EQ(documentLines(Json::parse("[]"), false), std::vector<std::string>{"none"});
+    EXPECT_EQ(documentLines(Json::parse("\"a\\nb\""), false), std::vector<std::string>{"a\\nb"});
 }
 
 TEST(Suggest, NamesWhatWasMeant) {

@@ -117,10 +117,14 @@ TEST(Loop, TimersFireOnceInTimeAndMayChangeOneAnother) {
     EXPECT_TRUE(fired.waitFor([](const auto& all) { return all.size() == 2; }));
     EXPECT_GE(kelo::net::Clock::now() - begin, std::chrono::milliseconds{40});
     EXPECT_EQ(fired.get(), (std::vector<int>{1, 2}));
+    // Timers belong to the worker's thread, also in their end.
+    Watched<bool> gone;
     kelo::post(worker, [&] {
         first.reset();
         second.reset();
+        gone.change([](bool& value) { value = true; });
     });
+    EXPECT_TRUE(gone.waitFor([](bool value) { return value; }));
 }
 
 }  // namespace

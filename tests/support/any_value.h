@@ -10,26 +10,26 @@
 
 namespace support {
 
-// Null also stands for what our documents do not have (plain bytes, say) or no number type holds; such values are only skipped.
+// What record operations and documents take. Null also stands for what our documents do not have (plain bytes, say) and for
+// numbers that neither type holds; such values are only skipped.
 struct Any {
     nlohmann::json value;
 };
 
-inline bool serialize(util::serializer::IStructuredSerializer& writer, const Any& any) {
-    const nlohmann::json& value = any.value;
+inline bool writeAny(util::serializer::IStructuredSerializer& writer, const nlohmann::json& value) {
     bool first = true;
     switch (value.type()) {
         case nlohmann::json::value_t::object:
             if (writer.beginObject()) return true;
             for (const auto& [key, member] : value.items()) {
-                if (writer.memberKey(key, first, -1) || serialize(writer, Any{member}) || writer.endMember()) return true;
+                if (writer.memberKey(key, first, -1) || writeAny(writer, member) || writer.endMember()) return true;
                 first = false;
             }
             return writer.endObject();
         case nlohmann::json::value_t::array:
             if (writer.beginArray()) return true;
             for (const auto& element : value) {
-                if (writer.beginElement(first) || serialize(writer, Any{element}) || writer.endElement()) return true;
+                if (writer.beginElement(first) || writeAny(writer, element) || writer.endElement()) return true;
                 first = false;
             }
             return writer.endArray();
@@ -47,77 +47,72 @@ inline bool serialize(util::serializer::IStructuredSerializer& writer, const Any
     }
 }
 
-template <class T>
-bool readOrSkip(util::serializer::IStructuredPullDeserializer& reader,
-                bool (util::serializer::IStructuredPullDeserializer::*read)(T&), nlohmann::json& value) {
-    T got{};
-    if (!(reader.*read)(got)) {
-        value = got;
-        return false;
-    }
-    std::ErrorStorage::ack();
-    return reader.skipValue();
-}
-
-inline bool deserialize(util::serializer::IStructuredPullDeserializer& reader, Any& any) {
-    using Reader = util::serializer::IStructuredPullDeserializer;
+inline bool readAny(util::serializer::IStructuredPullDeserializer& reader, nlohmann::json& value) {
     using util::serializer::ValueType;
-    nlohmann::json& value = any.value;
     value = nullptr;
     bool end = false;
+    std::string_view text;
+    bool boolean = false;
+    std::int64_t integer = 0;
+    double floating = 0;
     switch (reader.peek()) {
         case ValueType::object:
             value = nlohmann::json::object();
             if (reader.beginObject()) return true;
             for (;;) {
-                std::string_view view;
                 if (reader.atObjectEnd(end)) return true;
                 if (end) return reader.endObject();
-                if (reader.memberKey(view)) return true;
-                const std::string key{view};
-                Any member;
-                if (deserialize(reader, member) || reader.endMember()) return true;
-                value[key] = std::move(member.value);
+                if (reader.memberKey(text)) return true;
+                const std::string key{text};
+                nlohmann::json member;
+                if (readAny(reader, member) || reader.endMember()) return true;
+                value[key] = std::move(member);
             }
         case ValueType::array:
             value = nlohmann::json::array();
             if (reader.beginArray()) return true;
             for (;;) {
-                Any element;
+                nlohmann::json element;
                 if (reader.atArrayEnd(end)) return true;
                 if (end) return reader.endArray();
-                if (deserialize(reader, element) || reader.endElement()) return true;
-                value.push_back(std::move(element.value));
+                if (readAny(reader, element) || reader.endElement()) return true;
+                value.push_back(std::move(element));
             }
-        case ValueType::string: {
-            std::string_view text;
+        case ValueType::string:
             if (reader.readString(text)) return true;
             value = text;
             return false;
-        }
-        case ValueType::boolean: {
-            bool boolean = false;
+        case ValueType::boolean:
             if (reader.readBool(boolean)) return true;
             value = boolean;
             return false;
-        }
-        case ValueType::integer: {
-            std::int64_t integer = 0;
-            if (reader.readInt(integer)) {
-                std::ErrorStorage::ack();
-                return readOrSkip(reader, &Reader::readDouble, value);
+        case ValueType::integer:
+            if (!reader.readInt(integer)) {
+                value = integer;
+                return false;
             }
-            value = integer;
-            return false;
-        }
+            std::ErrorStorage::ack();
+            [[fallthrough]];
         case ValueType::floating:
-            return readOrSkip(reader, &Reader::readDouble, value);
+            if (!reader.readDouble(floating)) {
+                value = floating;
+                return false;
+            }
+            std::ErrorStorage::ack();
+            return reader.skipValue();
         case ValueType::null:
             return reader.readNull();
         case ValueType::invalid:
             break;
     }
     return reader.skipValue();
+}
+
+inline bool serialize(util::serializer::IStructuredSerializer& writer, const Any& any) {
+    return writeAny(writer, any.value);
+}
+inline bool deserialize(util::serializer::IStructuredPullDeserializer& reader, Any& any) {
+    return readAny(reader, any.value);
 }
 
 }  // namespace support

@@ -1,7 +1,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <cstddef>
 #include <map>
 #include <memory>
@@ -118,16 +117,17 @@ private:
 
 // A service, and the road to it.
 struct Resource {
-    std::string name;  // "Displays"
+    std::string name;
     std::string path;
+    std::string channel;
     std::unique_ptr<kelo::IResourceHandler> service;
 };
 
 class ResourceServices : public testing::Test {
 protected:
-    kelo::IResourceHandler& service(const std::string& path) {
-        for (const Resource& resource : resources) {
-            if (path.starts_with(resource.path + "/") || path == resource.path) return *resource.service;
+    const Resource& resource(const std::string& path) {
+        for (const Resource& each : resources) {
+            if (path.starts_with(each.path + "/") || path == each.path) return each;
         }
         throw std::logic_error{path};
     }
@@ -141,7 +141,9 @@ protected:
     void* ask(kelo::IResourceHandler& handler, const kelo::Request& request, const std::string& tag = "tag") {
         return handler.actionRequest(request, support::respondTo(answers), tag);
     }
-    void* ask(const kelo::Request& request, const std::string& tag = "tag") { return ask(service(request.path()), request, tag); }
+    void* ask(const kelo::Request& request, const std::string& tag = "tag") {
+        return ask(*resource(request.path()).service, request, tag);
+    }
 
     // That the request was refused: the client's answer, the log line, and nothing else.
     void expectRefusal(TracedLines& traced, const kelo::Request& request, void* handle, int status, const std::string& reason) {
@@ -156,19 +158,18 @@ protected:
     Bridge bridge;
     Answers answers;
     const Resource resources[5] = {
-        {"Displays", "/displays", std::make_unique<DisplaysService>(&bridge)},
-        {"Displayables", "/displayables", std::make_unique<DisplayablesService>(&bridge)},
-        {"Layerconfigurations", "/layerconfigurations", std::make_unique<LayerconfigurationsService>(&bridge)},
-        {"Regionconfigurations", "/regionconfigurations", std::make_unique<RegionconfigurationsService>(&bridge)},
-        {"Popups", "/popups", std::make_unique<PopupsService>(&bridge)}};
+        {"DisplaysService", "/displays", "KELO_HMX_DISPLAYSSERVICE", std::make_unique<DisplaysService>(&bridge)},
+        {"DisplayablesService", "/displayables", "KELO_HMX_DISPLAYABLESSERVICE", std::make_unique<DisplayablesService>(&bridge)},
+        {"LayerconfigurationsService", "/layerconfigurations", "KELO_HMX_LAYERCONFIGURATIONSSERVICE",
+         std::make_unique<LayerconfigurationsService>(&bridge)},
+        {"RegionconfigurationsService", "/regionconfigurations", "KELO_HMX_REGIONCONFIGURATIONSSERVICE",
+         std::make_unique<RegionconfigurationsService>(&bridge)},
+        {"PopupsService", "/popups", "KELO_HMX_POPUPSSERVICE", std::make_unique<PopupsService>(&bridge)}};
 };
 
-std::string traceChannel(const std::string& name) {
-    std::string upper = "KELO_HMX_" + name + "SERVICE";
-    for (char& c : upper) c = static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
-    return upper;
+bool takesBody(std::string_view command) {
+    return command == "update" || command == "insert";
 }
-
 const std::string insertBody = R"({"display":"Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":{}})";
 
 TEST_F(ResourceServices, EveryCommandOnEveryPathIsItsOperationOrNotFound) {
@@ -188,19 +189,20 @@ TEST_F(ResourceServices, EveryCommandOnEveryPathIsItsOperationOrNotFound) {
         {"insert /regionconfigurations", "insertRegionconfigurationObject"},
     };
     std::size_t served = 0;
-    for (const auto& [name, root, handler] : resources) {
-        TracedLines traced{traceChannel(name)};
+    for (const auto& [name, root, channel, handler] : resources) {
+        TracedLines traced{channel};
         for (const char* command : {"retrieve", "update", "delete", "insert", "Retrieve", "subscribe", ""}) {
             for (const char* below : {"", "/*", "/", "/*/", "/*/x", "s", "s/*"}) {
                 std::string path = root + below;
                 const auto operation = operations.find(command + (" " + path));
                 if (const auto star = path.find('*'); star != std::string::npos) path.replace(star, 1, idText);
                 SCOPED_TRACE(command + (" " + path));
-                const auto asked = request(command, path, *command == 'u' || *command == 'i' ? insertBody : "");
+                const auto asked = request(command, path, takesBody(command) ? insertBody : "");
                 void* const handle = ask(*handler, asked);
                 if (operation == operations.end()) {
-                    expectRefusal(traced, asked, handle, 404,
-                                  name + "Service: no operation for command '" + command + "' and path '" + path + "'");
+                    std::string reason = name;
+                    reason.append(": no operation for command '").append(command).append("' and path '").append(path).append("'");
+                    expectRefusal(traced, asked, handle, 404, reason);
                     continue;
                 }
                 ++served;
@@ -252,7 +254,6 @@ TEST_F(ResourceServices, ArgumentsReachTheOperation) {
 
 TEST_F(ResourceServices, BadArgumentsAreRefusedBeforeTheBridgeHearsOfThem) {
     struct Case {
-        const char* channel;
         const char* command;
         std::string path;
         std::string body;
@@ -262,50 +263,47 @@ TEST_F(ResourceServices, BadArgumentsAreRefusedBeforeTheBridgeHearsOfThem) {
     };
     const std::string popupPath = "/popups/" + idText;
     const std::string regionPath = "/regionconfigurations/" + idText;
-    const auto* const displays = "KELO_HMX_DISPLAYSSERVICE";
-    const auto* const popups = "KELO_HMX_POPUPSSERVICE";
-    const auto* const regions = "KELO_HMX_REGIONCONFIGURATIONSSERVICE";
     const auto* const text = "application/json";
     const std::string updatePopup = "PopupsService::updatePopupObject: ";
     const std::string insert = "RegionconfigurationsService::insertRegionconfigurationObject: ";
     const std::string remove = "RegionconfigurationsService::deleteRegionconfigurationObject: ";
     const Case cases[] = {
-        {displays, "retrieve", "/displays/" + idText, "", text, "", "DisplaysService::retrieveDisplayObject: empty tag"},
-        {displays, "retrieve", "/displays", "", text, "", "DisplaysService::retrieveDisplayObjects: empty tag"},
-        {displays, "retrieve", "/displays/abc", "", text, "t", "DisplaysService::retrieveDisplayObject: 'abc' is not a UUID"},
-        {displays, "retrieve", "/displays/abc", "!", text, "", "DisplaysService::retrieveDisplayObject: empty tag"},
-        {displays, "retrieve", "/displays", "{}", "plain/text", "t",
+        {"retrieve", "/displays/" + idText, "", text, "", "DisplaysService::retrieveDisplayObject: empty tag"},
+        {"retrieve", "/displays", "", text, "", "DisplaysService::retrieveDisplayObjects: empty tag"},
+        {"retrieve", "/displays/abc", "", text, "t", "DisplaysService::retrieveDisplayObject: 'abc' is not a UUID"},
+        {"retrieve", "/displays/abc", "!", text, "", "DisplaysService::retrieveDisplayObject: empty tag"},
+        {"retrieve", "/displays", "{}", "plain/text", "t",
          "DisplaysService::retrieveDisplayObjects: cannot read mime type 'plain/text'"},
-        {displays, "retrieve", "/displays", "{}", "text/html", "t",
+        {"retrieve", "/displays", "{}", "text/html", "t",
          "DisplaysService::retrieveDisplayObjects: cannot read mime type 'text/html'"},
-        {displays, "retrieve", "/displays", "{}", "", "t", "DisplaysService::retrieveDisplayObjects: cannot read mime type ''"},
-        {displays, "retrieve", "/displays", R"({"limit":0})", text, "t",
+        {"retrieve", "/displays", "{}", "", "t", "DisplaysService::retrieveDisplayObjects: cannot read mime type ''"},
+        {"retrieve", "/displays", R"({"limit":0})", text, "t",
          "DisplaysService::retrieveDisplayObjects: limit: not an integer from 1 to 2147483647"},
-        {popups, "update", "/popups/" + idText + "0", "{}", text, "t", updatePopup + "'" + idText + "0' is not a UUID"},
-        {popups, "update", popupPath, "", text, "t", updatePopup + "empty body"},
-        {popups, "update", popupPath, R"({"visible":"yes"})", text, "t", updatePopup + "visible: "},
-        {popups, "update", popupPath, "{}{}", text, "t", updatePopup},
-        {popups, "update", popupPath, "{} 1", text, "t", updatePopup},
-        {popups, "update", popupPath, "[]", text, "t", updatePopup},
-        {popups, "update", popupPath, "{\"visible\":tr", text, "t", updatePopup + "visible: "},
-        {popups, "update", popupPath, "\xc1", "application/vnd.msgpack", "t", updatePopup},
-        {popups, "update", popupPath, "{}", "application/vnd.ixobin", "t", updatePopup},
-        {regions, "insert", "/regionconfigurations", "{}", text, "t", insert + "display: "},
-        {regions, "insert", "/regionconfigurations", R"({"display":"Lower_Display"})", text, "t", insert + "display: "},
-        {regions, "insert", "/regionconfigurations", "", text, "t", insert + "empty body"},
-        {regions, "insert", "/regionconfigurations", insertBody, text, "", insert + "empty tag"},
-        {regions, "update", regionPath, R"({"regions":{"infoForAllLayers":[{"layer":1}]}})", text, "t",
+        {"update", "/popups/" + idText + "0", "{}", text, "t", updatePopup + "'" + idText + "0' is not a UUID"},
+        {"update", popupPath, "", text, "t", updatePopup + "empty body"},
+        {"update", popupPath, R"({"visible":"yes"})", text, "t", updatePopup + "visible: "},
+        {"update", popupPath, "{}{}", text, "t", updatePopup},
+        {"update", popupPath, "{} 1", text, "t", updatePopup},
+        {"update", popupPath, "[]", text, "t", updatePopup},
+        {"update", popupPath, "{\"visible\":tr", text, "t", updatePopup + "visible: "},
+        {"update", popupPath, "\xc1", "application/vnd.msgpack", "t", updatePopup},
+        {"update", popupPath, "{}", "application/vnd.ixobin", "t", updatePopup},
+        {"insert", "/regionconfigurations", "{}", text, "t", insert + "display: "},
+        {"insert", "/regionconfigurations", R"({"display":"Lower_Display"})", text, "t", insert + "display: "},
+        {"insert", "/regionconfigurations", "", text, "t", insert + "empty body"},
+        {"insert", "/regionconfigurations", insertBody, text, "", insert + "empty tag"},
+        {"update", regionPath, R"({"regions":{"infoForAllLayers":[{"layer":1}]}})", text, "t",
          "RegionconfigurationsService::updateRegionconfigurationObject: regions.infoForAllLayers[0].layer: "},
-        {regions, "delete", "/regionconfigurations/x", "", text, "t", remove + "'x' is not a UUID"},
-        {regions, "delete", regionPath, R"({"fields":["a"],"force":true})", text, "t", remove + "unknown key 'force'"},
-        {regions, "delete", regionPath, R"({"fields":"a"})", text, "t", remove + "fields: "},
-        {regions, "delete", regionPath, R"(["a"])", text, "t", remove},
-        {regions, "retrieve", "/regionconfigurations/x", "", text, "t",
+        {"delete", "/regionconfigurations/x", "", text, "t", remove + "'x' is not a UUID"},
+        {"delete", regionPath, R"({"fields":["a"],"force":true})", text, "t", remove + "unknown key 'force'"},
+        {"delete", regionPath, R"({"fields":"a"})", text, "t", remove + "fields: "},
+        {"delete", regionPath, R"(["a"])", text, "t", remove},
+        {"retrieve", "/regionconfigurations/x", "", text, "t",
          "RegionconfigurationsService::retrieveRegionconfigurationObject: 'x' is not a UUID"},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.reason + " <- " + c.body);
-        TracedLines traced{c.channel};
+        TracedLines traced{resource(c.path).channel};
         const auto asked = request(c.command, c.path, c.body, c.mimeType);
         void* const handle = ask(asked, c.tag);
         ASSERT_FALSE(answers.responses.empty());
@@ -352,28 +350,11 @@ TEST_F(ResourceServices, NothingIsLoggedWhereTheChannelLetsNothingThrough) {
 TEST_F(ResourceServices, TwoRoutesForTheSameAreRefused) {
     const tracing::Channel channel{"ambiguous"};
     try {
-        OwnService{&bridge, ambiguousTable, channel};
+        const OwnService service{&bridge, ambiguousTable, channel};
         FAIL();
     } catch (const std::invalid_argument& refused) {
         EXPECT_STREQ(refused.what(), "OwnService: two routes for command 'update' and path '/popups'");
     }
-}
-
-TEST_F(ResourceServices, RoutesDescribeThemselves) {
-    Lines lines;
-    for (const auto& routes : {RegionconfigurationsService::routes(), PopupsService::routes()}) {
-        for (const auto& route : routes) {
-            const auto name = [](auto describe) { return describe != nullptr ? std::string{describe().name} : std::string{"-"}; };
-            lines.push_back(std::string{kelo::commands::toName(route.command)} + " " + std::string{route.path} + " " +
-                            name(route.body) + " " + name(route.result) + " " + std::string{route.resultType});
-        }
-    }
-    EXPECT_THAT(lines, ElementsAre("delete /regionconfigurations/* - - none",
-                                   "insert /regionconfigurations InsertRegionconfigurationObject - url",
-                                   "retrieve /regionconfigurations/* - RegionconfigurationObject RegionconfigurationObject",
-                                   "update /regionconfigurations/* UpdateRegionconfigurationObject - url",
-                                   "retrieve /popups/* - PopupObject PopupObject", "retrieve /popups - ListPage ListPage",
-                                   "update /popups/* UpdatePopupObject - url"));
 }
 
 util::config::Value valueOf(MimeTypeID encoding, std::string_view document) {
@@ -415,7 +396,7 @@ TEST_F(ResourceServices, AnswersAreWrittenAsTheClientAccepts) {
         for (const auto& [accept, encoding] : accepts) {
             for (const bool once : {false, true}) {
                 SCOPED_TRACE(c.command + (" " + c.path) + " as " + accept);
-                auto asked = request(c.command, c.path, *c.command == 'u' || *c.command == 'i' ? insertBody : "");
+                auto asked = request(c.command, c.path, takesBody(c.command) ? insertBody : "");
                 asked.setAccept(accept);
                 asked.setOneShot(once);
                 answers.finishOnNext = once;

@@ -1,5 +1,5 @@
-// The command line is declared to CLI11 from the table of verbs. What is no option is left to the verbs as words: CLI11 would take
-// apart a JSON array given as one. Global options are accepted before and behind the verb.
+// The command line is declared to CLI11 from the table of verbs. What is no option is left to the verbs as words: CLI11 would
+// take apart a JSON array given as one. Global options are accepted before and behind the verb.
 
 #include "args.h"
 
@@ -89,10 +89,13 @@ public:
 private:
     void declareGlobals() {
         root_.add_option("-o,--output", format_, "What is printed: table, json, jsonl or raw (table)")->type_name("FORMAT");
-        root_.add_option("--timeout", timeout_, "How long to wait, e.g. 3s or 500ms (5s); `watch` has none")->type_name("DURATION");
-        root_.add_option("--mime", mime_, "The encoding on the wire: json, msgpack, ixobin or a full name (json)")->type_name("TYPE");
+        root_.add_option("--timeout", timeout_, "How long to wait, e.g. 3s or 500ms (5s); `watch` has none")
+            ->type_name("DURATION");
+        root_.add_option("--mime", mime_, "The encoding on the wire: json, msgpack, ixobin or a full name (json)")
+            ->type_name("TYPE");
         root_.add_flag("--no-color", noColour_, "Plain text, also on a terminal (as NO_COLOR does)");
-        root_.add_option("--runtime-dir", arguments_.runtimeDirectory, "Where the domains are (KELO_RUNTIME_DIR)")->type_name("DIR");
+        root_.add_option("--runtime-dir", arguments_.runtimeDirectory, "Where the domains are (KELO_RUNTIME_DIR)")
+            ->type_name("DIR");
         root_.add_option("--domain", arguments_.domain, "The domain of the services (local)")->type_name("NAME");
         root_.add_flag("-v,--verbose", arguments_.verbose, "Say on standard error what is asked and what comes back");
         root_.set_help_flag("-h,--help", "Show this help");
@@ -105,7 +108,8 @@ private:
         app->footer("\n" + std::string{verb.details} + "`hmxctl --help` shows the global options.");
         const auto has = [&](VerbOption option) { return (verb.options & option) != 0; };
         if (has(bodyFile)) {
-            app->add_option("-f,--file", arguments_.file, "Take the body from this file, - for standard input")->type_name("FILE");
+            app->add_option("-f,--file", arguments_.file, "Take the body from this file, - for standard input")
+                ->type_name("FILE");
         }
         if (has(validation)) app->add_flag("--no-validate", noValidate_, "Send keys and values unchecked");
         if (has(watching)) {
@@ -137,7 +141,8 @@ private:
         }
         if (arguments_.verb == nullptr && version_) arguments_.verb = findVerb("version");
         if (arguments_.verb != nullptr) return;
-        if (arguments_.words.empty()) throw usageError("no verb given: one of " + joined(verbNames()), "`hmxctl help` explains them");
+        if (arguments_.words.empty())
+            throw usageError("no verb given: one of " + joined(verbNames()), "`hmxctl help` explains them");
         const std::string& word = arguments_.words.front();
         const std::string meant = didYouMean(word, verbNames());
         throw usageError("unknown verb '" + word + "'", meant.empty() ? "verbs: " + joined(verbNames()) : meant);
@@ -147,7 +152,8 @@ private:
         static const std::vector<std::pair<std::string, Format>> formats{
             {"table", Format::table}, {"json", Format::json}, {"jsonl", Format::jsonl}, {"raw", Format::raw}};
         if (!format_.empty()) {
-            const auto found = std::find_if(formats.begin(), formats.end(), [&](const auto& each) { return each.first == format_; });
+            const auto found =
+                std::find_if(formats.begin(), formats.end(), [&](const auto& each) { return each.first == format_; });
             if (found == formats.end()) throw usageError("-o: no format '" + format_ + "'", "one of table, json, jsonl, raw");
             arguments_.format = found->second;
             arguments_.formatGiven = true;
@@ -177,11 +183,13 @@ private:
         const std::size_t given = arguments_.words.size();
         if (given >= verb.fewest && given <= verb.most) return;
         const std::string usage = "usage: hmxctl " + std::string{verb.name} + " " + std::string{verb.words};
-        if (given > verb.most) throw usageError(std::string{verb.name} + ": what is '" + arguments_.words[verb.most] + "'?", usage);
+        if (given > verb.most)
+            throw usageError(std::string{verb.name} + ": what is '" + arguments_.words[verb.most] + "'?", usage);
         // The first word of the synopsis that was not given.
         std::string_view missing = verb.words;
         for (std::size_t i = 0; i < given; ++i) missing.remove_prefix(std::min(missing.size(), missing.find(' ') + 1));
-        throw usageError(std::string{verb.name} + ": " + std::string{missing.substr(0, missing.find(' '))} + " is missing", usage);
+        throw usageError(std::string{verb.name} + ": " + std::string{missing.substr(0, missing.find(' '))} + " is missing",
+                         usage);
     }
 
     CLI::App root_{"hmxctl: look at and change displays, layers, touch regions and popups of a running system", "hmxctl"};
@@ -200,11 +208,17 @@ private:
 
 }  // namespace
 
-Arguments parseArguments(int argc, const char* const* argv) { return CommandLine{}.parse(argc, argv); }
+Arguments parseArguments(int argc, const char* const* argv) {
+    return CommandLine{}.parse(argc, argv);
+}
 
-std::string helpText(const Verb* verb) { return CommandLine{}.help(verb); }
+std::string helpText(const Verb* verb) {
+    return CommandLine{}.help(verb);
+}
 
-std::vector<std::string> optionNames(const Verb* verb) { return CommandLine{}.options(verb); }
+std::vector<std::string> optionNames(const Verb* verb) {
+    return CommandLine{}.options(verb);
+}
 
 std::chrono::milliseconds parseDuration(std::string_view text) {
     double amount = 0;

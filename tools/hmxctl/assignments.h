@@ -25,7 +25,8 @@ struct Assignment {
 // All of the words. Errors: Failure (usage) for one that is none.
 [[nodiscard]] std::vector<Assignment> asAssignments(std::span<const std::string> words);
 
-// Sets the keys in `document`, an object or null, in turn. KEY=VALUE takes the type that `members` gives the key: int, float, bool
+// Sets the keys in `document`, an object or null, in turn. KEY=VALUE takes the type that `members` gives the key: int, float,
+// bool
 // ("true" or "false"), a list of strings (divided by commas), anything nested as JSON, and a string otherwise, as for a key that
 // is not among them. Errors: Failure (usage) for a value that is not of its type.
 void assign(Json& document, const std::vector<Assignment>& assignments, Members members);

@@ -11,7 +11,7 @@ namespace hmxctl {
 // Thread: any (a value).
 struct ElementChange {
     bool removed = false;
-    Json element{};                     // as it is now; as it was, if removed
+    Json element{};                      // as it is now; as it was, if removed
     std::vector<std::string> members{};  // that are new, gone or other than before; empty for an element that is new or removed
 };
 

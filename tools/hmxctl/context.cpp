@@ -18,16 +18,16 @@ void report(std::ostream& err, const std::string& action, const Failure& failure
     std::string begin = action.empty() ? "" : action + ": ";
     if (!object.empty() && what.rfind(object, 0) == 0) begin = verb + " ";
     if (what.rfind(action, 0) == 0) begin.clear();
-    err << "hmxctl: " << printable(begin + what) << '\n';
-    if (!failure.hint().empty()) err << "hmxctl: " << printable(failure.hint()) << '\n';
-    err.flush();
+    std::string lines = "hmxctl: " + printable(begin + what) + "\n";
+    if (!failure.hint().empty()) lines += "hmxctl: " + printable(failure.hint()) + "\n";
+    err << lines << std::flush;  // in one piece, so that others' lines do not come between
 }
 
 }  // namespace
 
 void Context::note(std::string_view text) {
     out.flush();  // on a terminal, data comes before what is said of it
-    err << "hmxctl: " << printable(text) << std::endl;
+    err << "hmxctl: " + printable(text) + "\n" << std::flush;
 }
 
 std::string Context::action() const {
@@ -36,8 +36,9 @@ std::string Context::action() const {
     return text;
 }
 
-ExitCode runCommand(int argc, const char* const* argv, const std::function<std::unique_ptr<Services>(const Arguments&)>& makeServices,
-                    int outputDescriptor, std::ostream& err) {
+ExitCode runCommand(int argc, const char* const* argv,
+                    const std::function<std::unique_ptr<Services>(const Arguments&)>& makeServices, int outputDescriptor,
+                    std::ostream& err) {
     std::string action;
     try {
         const Arguments arguments = parseArguments(argc, argv);

@@ -39,7 +39,8 @@ struct Context {
 };
 
 // Runs a whole command line: parses it, runs the verb, reports failures on `err`. Never throws.
-[[nodiscard]] ExitCode runCommand(int argc, const char* const* argv, const std::function<std::unique_ptr<Services>(const Arguments&)>& makeServices,
+[[nodiscard]] ExitCode runCommand(int argc, const char* const* argv,
+                                  const std::function<std::unique_ptr<Services>(const Arguments&)>& makeServices,
                                   int outputDescriptor, std::ostream& err);
 
 }  // namespace hmxctl

@@ -1,5 +1,5 @@
-// The tree is nlohmann's ordered JSON. All three encodings are read with the platform's pull readers, so that their bounds (depth,
-// UTF-8, no trailing bytes) are this tool's bounds too, and a document means the same here as in the services.
+// The tree is nlohmann's ordered JSON. All three encodings are read with the platform's pull readers, so that their bounds
+// (depth, UTF-8, no trailing bytes) are this tool's bounds too, and a document means the same here as in the services.
 //
 // Single-precision numbers: the binary encodings carry a float as 32 bits, the JSON one as the shortest text that reads back as
 // the same float. The readers hand out doubles. A double of a binary document that is exactly a float is therefore given the
@@ -163,7 +163,7 @@ Json decode(const kelo::Payload& payload) {
     if (payload.empty()) return nullptr;
     const MimeTypeID type = payload.mimeType().id();
     const auto reader = kelo::serializer::Factory::createDeserializer(type);
-    if (!reader) return Json{payload.text()};
+    if (!reader) return Json(payload.text());
     Json document;
     const bool failed = reader->start(util::ByteBufferReader{payload.bytes()}) ||
                         TreeReader{*reader, type != MimeTypeID::json}.read(document) || reader->finish();
@@ -183,15 +183,18 @@ kelo::Payload encode(const Json& document, std::string_view mimeType) {
 }
 
 std::string jsonText(const kelo::Payload& payload) {
+    const Json document = decode(payload);  // also of JSON: what is no document is not passed on as one
     if (payload.mimeType().id() == MimeTypeID::json && !payload.empty()) {
         std::string text{payload.text()};
         while (!text.empty() && (text.back() == '\n' || text.back() == '\r')) text.pop_back();
         return text;
     }
-    return compact(decode(payload));
+    return compact(document);
 }
 
-std::string compact(const Json& document) { return document.dump(-1, ' ', false, Json::error_handler_t::replace); }
+std::string compact(const Json& document) {
+    return document.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
 
 Json parseJson(std::string_view text, const std::string& origin) {
     try {

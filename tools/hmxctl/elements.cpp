@@ -62,9 +62,10 @@ Target parseElement(std::string_view word, std::string_view verb) {
     Target target = parseTarget(word, verb);
     if (!target.element.empty()) return target;
     const std::string name{target.resource->name};
-    throw usageError(std::string{verb} + " " + name + ": which element? " + name + "/UUID or " + name + "/" +
-                         std::string{target.resource->nameForm},
-                     isListable(*target.resource) ? "`hmxctl list " + name + "` shows them" : "`hmxctl tree` shows touch regions");
+    throw usageError(
+        std::string{verb} + " " + name + ": which element? " + name + "/UUID or " + name + "/" +
+            std::string{target.resource->nameForm},
+        isListable(*target.resource) ? "`hmxctl list " + name + "` shows them" : "`hmxctl tree` shows touch regions");
 }
 
 std::vector<Json> elementsOf(const Json& document) {
@@ -189,8 +190,9 @@ std::UUID Elements::find(const Target& target, const std::string& display) {
     if (const std::optional<std::UUID> named = findByName(target, display)) return *named;
     if (!isListable(resource)) {
         throw usageError(target.text() + ": not the name of one of the " + std::string{resource.name},
-                         "a UUID or " + std::string{resource.nameForm} + "; a beginning of a UUID cannot be completed, since the "
-                         "service does not list these");
+                         "a UUID or " + std::string{resource.nameForm} +
+                             "; a beginning of a UUID cannot be completed, since the "
+                             "service does not list these");
     }
     return findInLists(target);
 }
@@ -204,7 +206,7 @@ Answer Elements::request(std::string_view command, const Resource& resource, con
     }
     throw Failure{ExitCode::notFound, describeQuery(query, hmx_.path()) + ": there is no such element",
                   isListable(resource) ? "`hmxctl list " + std::string{resource.name} + "` shows what there is"
-                                    : "`hmxctl tree` shows the touch regions that are set",
+                                       : "`hmxctl tree` shows the touch regions that are set",
                   404};
 }
 

@@ -36,7 +36,8 @@ struct Target {
 class Elements {
 public:
     explicit Elements(Context& context) : Elements{context, context.deadline} {}
-    Elements(Context& context, const Deadline& deadline) : context_{context}, deadline_{deadline}, hmx_{context.service(hmxService, deadline, context.arguments.mimeType)} {}
+    Elements(Context& context, const Deadline& deadline)
+        : context_{context}, deadline_{deadline}, hmx_{context.service(hmxService, deadline, context.arguments.mimeType)} {}
 
     const Service& service() const noexcept { return hmx_; }
 

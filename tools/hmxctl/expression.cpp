@@ -9,7 +9,19 @@
 
 namespace hmxctl {
 
-enum class Operator : std::uint8_t { literal, member, negation, both, either, equal, unequal, less, lessEqual, greater, greaterEqual };
+enum class Operator : std::uint8_t {
+    literal,
+    member,
+    negation,
+    both,
+    either,
+    equal,
+    unequal,
+    less,
+    lessEqual,
+    greater,
+    greaterEqual
+};
 
 struct Expression::Node {
     Operator kind = Operator::literal;
@@ -26,9 +38,15 @@ using NodePtr = std::shared_ptr<const Node>;
 
 constexpr int deepest = 100;
 
-bool isNameStart(char c) noexcept { return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_'; }
-bool isDigit(char c) noexcept { return c >= '0' && c <= '9'; }
-bool isName(char c) noexcept { return isNameStart(c) || isDigit(c) || c == '-'; }
+bool isNameStart(char c) noexcept {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_';
+}
+bool isDigit(char c) noexcept {
+    return c >= '0' && c <= '9';
+}
+bool isName(char c) noexcept {
+    return isNameStart(c) || isDigit(c) || c == '-';
+}
 
 class Parser {
 public:
@@ -97,11 +115,11 @@ private:
     NodePtr comparison(int depth) {
         // The longer symbol first: "<=" begins with "<".
         static constexpr std::array<std::pair<std::string_view, Operator>, 6> symbols{{{"==", Operator::equal},
-                                                                                      {"!=", Operator::unequal},
-                                                                                      {"<=", Operator::lessEqual},
-                                                                                      {">=", Operator::greaterEqual},
-                                                                                      {"<", Operator::less},
-                                                                                      {">", Operator::greater}}};
+                                                                                       {"!=", Operator::unequal},
+                                                                                       {"<=", Operator::lessEqual},
+                                                                                       {">=", Operator::greaterEqual},
+                                                                                       {"<", Operator::less},
+                                                                                       {">", Operator::greater}}};
         NodePtr left = value(depth);
         for (const auto& [symbol, kind] : symbols) {
             if (take(symbol)) return node(kind, std::move(left), value(depth));
@@ -177,7 +195,8 @@ private:
             } else if (at_ < text_.size() && text_[at_] == '[') {
                 const std::size_t open = at_++;
                 while (at_ < text_.size() && isDigit(text_[at_])) ++at_;
-                if (at_ == open + 1 || at_ - open > 9 || at_ == text_.size() || text_[at_] != ']') fail("expected an index and ']'");
+                if (at_ == open + 1 || at_ - open > 9 || at_ == text_.size() || text_[at_] != ']')
+                    fail("expected an index and ']'");
                 made->path.emplace_back(text_.substr(open, at_ - open));
                 ++at_;
             } else {
@@ -215,7 +234,9 @@ bool holds(const Json& value) {
     return !value.is_null();
 }
 
-bool ordered(const Json& a, const Json& b) { return (a.is_number() && b.is_number()) || (a.is_string() && b.is_string()); }
+bool ordered(const Json& a, const Json& b) {
+    return (a.is_number() && b.is_number()) || (a.is_string() && b.is_string());
+}
 
 Json evaluate(const Node& node, const Json& element) {
     switch (node.kind) {
@@ -269,6 +290,8 @@ std::string Expression::valuesIn(const Json& element) const {
     return values;
 }
 
-bool Expression::holdsFor(const Json& element) const { return holds(evaluate(*root_, element)); }
+bool Expression::holdsFor(const Json& element) const {
+    return holds(evaluate(*root_, element));
+}
 
 }  // namespace hmxctl

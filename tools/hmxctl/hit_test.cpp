@@ -26,7 +26,8 @@ enum class Contact : std::uint8_t { none, margin, inside };
 std::vector<Contact> contacts(const std::vector<HitRegion>& regions, const std::vector<std::size_t>& order, TouchPoint touch) {
     std::vector<Contact> found(regions.size(), Contact::none);
     for (auto first = order.begin(); first != order.end();) {
-        const auto last = std::find_if(first, order.end(), [&](std::size_t i) { return regions[i].zpos != regions[*first].zpos; });
+        const auto last =
+            std::find_if(first, order.end(), [&](std::size_t i) { return regions[i].zpos != regions[*first].zpos; });
         bool inside = false;
         std::for_each(first, last, [&](std::size_t i) {
             if (holds(regions[i], touch, {})) found[i] = Contact::inside;
@@ -54,7 +55,8 @@ HitResult hitTest(const std::vector<HitRegion>& regions, TouchPoint touch) {
     for (std::size_t i = 0; i < regions.size(); ++i) {
         if (regions[i].zpos) order.push_back(i);
     }
-    std::stable_sort(order.begin(), order.end(), [&](std::size_t a, std::size_t b) { return *regions[a].zpos > *regions[b].zpos; });
+    std::stable_sort(order.begin(), order.end(),
+                     [&](std::size_t a, std::size_t b) { return *regions[a].zpos > *regions[b].zpos; });
     const std::vector<Contact> contact = contacts(regions, order, touch);
 
     HitResult result;

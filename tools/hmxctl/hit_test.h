@@ -40,8 +40,8 @@ enum class Fate : unsigned char {
 struct Hit {
     std::size_t region = 0;  // index into what was asked about
     Fate fate = Fate::keptOff;
-    bool margin = false;    // only its `hitOutside` margin was touched
-    TouchPoint delivered;   // where it sees the touch
+    bool margin = false;   // only its `hitOutside` margin was touched
+    TouchPoint delivered;  // where it sees the touch
     bool takesFocus = false;
 };
 

@@ -43,7 +43,9 @@ Inbox::Inbox() : wakeUp_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)} {
     if (wakeUp_ < 0) throw Failure{ExitCode::unexpected, std::string{"eventfd: "} + std::strerror(errno)};
 }
 
-Inbox::~Inbox() { ::close(wakeUp_); }
+Inbox::~Inbox() {
+    ::close(wakeUp_);
+}
 
 void Inbox::put(Event event) {
     bool sleeping = false;
@@ -79,7 +81,8 @@ std::optional<Event> Inbox::take(const std::optional<Deadline>& deadline, int ou
     }
 }
 
-std::unique_ptr<kelo::IResponseHandler<kelo::Response>> makeHandler(std::shared_ptr<Inbox> inbox, std::size_t source, bool oneShot) {
+std::unique_ptr<kelo::IResponseHandler<kelo::Response>> makeHandler(std::shared_ptr<Inbox> inbox, std::size_t source,
+                                                                    bool oneShot) {
     return std::make_unique<Collector>(std::move(inbox), source, oneShot);
 }
 

@@ -41,7 +41,7 @@ private:
 };
 
 // A handler that puts what it hears into `inbox` as coming from `source`.
-[[nodiscard]] std::unique_ptr<kelo::IResponseHandler<kelo::Response>> makeHandler(std::shared_ptr<Inbox> inbox, std::size_t source,
-                                                                                 bool oneShot);
+[[nodiscard]] std::unique_ptr<kelo::IResponseHandler<kelo::Response>> makeHandler(std::shared_ptr<Inbox> inbox,
+                                                                                  std::size_t source, bool oneShot);
 
 }  // namespace hmxctl

@@ -50,7 +50,9 @@ int number(const Json& object, std::string_view key) {
     return value.is_number_integer() ? value.get<int>() : 0;
 }
 
-bool flag(const Json& object, std::string_view key) { return member(object, key) == true; }
+bool flag(const Json& object, std::string_view key) {
+    return member(object, key) == true;
+}
 
 }  // namespace
 

@@ -15,7 +15,9 @@
 namespace {
 
 // Nothing has to be tidied up, so an interruption may end the process wherever it stands.
-extern "C" void onInterrupt(int /*signal*/) { std::_Exit(static_cast<int>(hmxctl::ExitCode::interrupted)); }
+extern "C" void onInterrupt(int /*signal*/) {
+    std::_Exit(static_cast<int>(hmxctl::ExitCode::interrupted));
+}
 
 // A closed standard stream's number would be given to the next socket, and data printed into it.
 void fillStandardDescriptors() {

@@ -7,7 +7,9 @@
 namespace hmxctl {
 namespace {
 
-bool isScalar(const Json& value) { return !value.is_object() && !value.is_array(); }
+bool isScalar(const Json& value) {
+    return !value.is_object() && !value.is_array();
+}
 
 // An object that fits into one row: nothing in it goes deeper than a size or a point.
 bool isFlat(const Json& object) {
@@ -17,9 +19,13 @@ bool isFlat(const Json& object) {
            });
 }
 
-bool isTable(const Json& value) { return value.is_array() && !value.empty() && std::all_of(value.begin(), value.end(), isFlat); }
+bool isTable(const Json& value) {
+    return value.is_array() && !value.empty() && std::all_of(value.begin(), value.end(), isFlat);
+}
 
-Style styleOf(const Json& value) { return value == true ? Style::green : Style::plain; }
+Style styleOf(const Json& value) {
+    return value == true ? Style::green : Style::plain;
+}
 
 std::vector<std::string> tableLines(const Json& rows, bool colour) {
     std::vector<std::string> keys;
@@ -84,7 +90,7 @@ std::string shortestIds(const std::vector<Json>& elements, std::size_t& length) 
 }  // namespace
 
 std::vector<std::string> documentLines(const Json& document, bool colour) {
-    if (isScalar(document)) return {printable(document.is_null() ? "-" : shortText(document))};
+    if (isScalar(document) || document.empty()) return {document.is_null() ? "-" : printable(shortText(document))};
     if (isTable(document)) return tableLines(document, colour);
     Flattened flat;
     flat.add("", document);

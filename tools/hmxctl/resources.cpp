@@ -39,7 +39,9 @@ Table::Cell state(const Json& element) {
 Table::Cell layerNames(const Json& element) {
     std::vector<const Json*> layers;
     for (const Json& layer : member(element, "layers")) layers.push_back(&layer);
-    const auto zpos = [](const Json& layer) { return member(layer, "zpos").is_number_integer() ? member(layer, "zpos").get<int>() : INT32_MIN; };
+    const auto zpos = [](const Json& layer) {
+        return member(layer, "zpos").is_number_integer() ? member(layer, "zpos").get<int>() : INT32_MIN;
+    };
     std::stable_sort(layers.begin(), layers.end(), [&](const Json* a, const Json* b) { return zpos(*a) > zpos(*b); });
     std::vector<std::string> names;
     for (const Json* layer : layers) {
@@ -84,9 +86,13 @@ constexpr std::array popupColumns{ResourceColumn{"DISPLAY", Align::left, cell<"d
 
 using Id = std::optional<std::UUID>;
 
-Id displayId(std::string_view name) { return kelo::uuid::createFromName(hmx::displayIdName(std::string{name})); }
+Id displayId(std::string_view name) {
+    return kelo::uuid::createFromName(hmx::displayIdName(std::string{name}));
+}
 
-Id layerId(std::string_view name) { return kelo::uuid::createFromName(hmx::layersIdName(std::string{name})); }
+Id layerId(std::string_view name) {
+    return kelo::uuid::createFromName(hmx::layersIdName(std::string{name}));
+}
 
 // Only a number names a displayable; its "name" is a text of its own.
 Id displayableId(std::string_view name) {
@@ -99,7 +105,8 @@ Id displayableId(std::string_view name) {
 Id popupId(std::string_view name) {
     const std::size_t slash = name.find('/');
     if (slash == std::string_view::npos || slash == 0 || slash + 1 == name.size()) return {};
-    return kelo::uuid::createFromName(hmx::popupIdName({std::string{name.substr(0, slash)}, std::string{name.substr(slash + 1)}}));
+    return kelo::uuid::createFromName(
+        hmx::popupIdName({std::string{name.substr(0, slash)}, std::string{name.substr(slash + 1)}}));
 }
 
 // "DISPLAY/HMI[/SUBCOMPONENT]", or the name that the service makes of the three. One HMI's name begins like another's, so the
@@ -190,9 +197,13 @@ std::vector<MemberDescription> withPaging(Members members) {
     return all;
 }
 
-bool isWhole(const Json& value) { return value.is_number_integer() || value.is_null(); }
+bool isWhole(const Json& value) {
+    return value.is_number_integer() || value.is_null();
+}
 
-std::string numberText(const Json& value) { return value.is_null() ? "?" : compact(value); }
+std::string numberText(const Json& value) {
+    return value.is_null() ? "?" : compact(value);
+}
 
 }  // namespace
 
@@ -203,7 +214,9 @@ const kelo::hmx::Route* findRoute(const Resource& resource, kelo::commands::Id c
     return nullptr;
 }
 
-std::span<const Resource> resources() noexcept { return table; }
+std::span<const Resource> resources() noexcept {
+    return table;
+}
 
 std::vector<std::string> resourceNames() {
     std::vector<std::string> names;
@@ -219,7 +232,8 @@ const Resource* findResource(std::string_view name) noexcept {
 const Resource& resourceNamed(std::string_view name, std::string_view verb) {
     if (const Resource* found = findResource(name)) return *found;
     const std::string meant = didYouMean(name, resourceNames());
-    throw usageError(std::string{verb} + ": no resource '" + std::string{name} + "'", meant.empty() ? "resources: " + joined(resourceNames()) : meant);
+    throw usageError(std::string{verb} + ": no resource '" + std::string{name} + "'",
+                     meant.empty() ? "resources: " + joined(resourceNames()) : meant);
 }
 
 Members parametersOf(const Resource& resource) {
@@ -229,7 +243,9 @@ Members parametersOf(const Resource& resource) {
     return parameters;
 }
 
-std::string elementPath(const Resource& resource, const std::UUID& id) { return std::string{resource.path} + "/" + id.toString(); }
+std::string elementPath(const Resource& resource, const std::UUID& id) {
+    return std::string{resource.path} + "/" + id.toString();
+}
 
 std::string nameOfElement(const Resource& resource, const Json& element) {
     std::string name = text(element, "name");
@@ -249,7 +265,8 @@ std::string shortText(const Json& value) {
     if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
     if (value.is_string()) return value.get<std::string>();
     if (value.empty()) return "none";
-    if (value.is_array() && !value.empty() && std::none_of(value.begin(), value.end(), [](const Json& each) { return each.is_structured(); })) {
+    if (value.is_array() && !value.empty() &&
+        std::none_of(value.begin(), value.end(), [](const Json& each) { return each.is_structured(); })) {
         std::vector<std::string> items;
         for (const Json& each : value) items.push_back(shortText(each));
         return joined(items, ",");

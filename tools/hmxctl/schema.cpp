@@ -19,7 +19,9 @@ bool isInt32(const Json& value) {
     return number >= std::numeric_limits<std::int32_t>::min() && number <= std::numeric_limits<std::int32_t>::max();
 }
 
-std::vector<std::string> words(std::span<const std::string_view> views) { return {views.begin(), views.end()}; }
+std::vector<std::string> words(std::span<const std::string_view> views) {
+    return {views.begin(), views.end()};
+}
 
 // Walks a document along its description. `path` is that of the value at hand.
 class Checker {

@@ -1,5 +1,7 @@
 #include "service.h"
 
+#include <array>
+#include <cstdio>
 #include <ostream>
 
 #include "kelo/headers.h"
@@ -68,7 +70,8 @@ Answer Service::request(const Query& query, const Deadline& deadline) const {
     }
     if (event->kind == Event::Kind::completed) {
         if (query.command == "retrieve") {
-            throw Failure{ExitCode::streamEnded, describeQuery(query, path_) + ": the service ended the request without an answer"};
+            throw Failure{ExitCode::streamEnded,
+                          describeQuery(query, path_) + ": the service ended the request without an answer"};
         }
         return {204, {}};
     }
@@ -103,7 +106,9 @@ void Service::trace(const Query& query) const {
 void Service::trace(const kelo::Response& response, Deadline::Clock::time_point asked) const {
     if (trace_ == nullptr) return;
     const std::chrono::duration<double, std::milli> elapsed = Deadline::Clock::now() - asked;
-    *trace_ << "hmxctl: < " << printable(response.toString()) << " after " << elapsed.count() << " ms\n";
+    std::array<char, 32> time{};
+    std::snprintf(time.data(), time.size(), "%.1f", elapsed.count());
+    *trace_ << "hmxctl: < " + printable(response.toString()) + " after " + time.data() + " ms\n";
 }
 
 }  // namespace hmxctl

@@ -1,9 +1,10 @@
 // The runtime is made when the first service is wanted, and every service is tracked and resolved once. A resolver hears on the
 // runtime's thread; what it heard is kept under the lock, on which the command waits.
 //
-// How long to wait for a service that does not answer: one that has no place in the domain cannot be there (but for names too long
-// to be read back from the directory, which a short wait allows for); one that has may be a socket that its owner's death left
-// behind. Once that has been said, further waits last as long as the caller wants, so that a watch hears of a return at once.
+// How long to wait for a service that does not answer: one that has no place in the domain cannot be there (but for names too
+// long to be read back from the directory, which a short wait allows for); one that has may be a socket that its owner's death
+// left behind. Once that has been said, further waits last as long as the caller wants, so that a watch hears of a return at
+// once.
 
 #include "services.h"
 
@@ -133,7 +134,8 @@ private:
         const std::string reason = std::ErrorStorage::reason();
         std::ErrorStorage::ack();
         const bool notThere = reason.ends_with(std::strerror(ENOENT));
-        throw Failure{notThere ? ExitCode::serviceAbsent : ExitCode::notPermitted, reason.empty() ? "cannot read " + where() : reason,
+        throw Failure{notThere ? ExitCode::serviceAbsent : ExitCode::notPermitted,
+                      reason.empty() ? "cannot read " + where() : reason,
                       notThere ? "no service has been started there; --runtime-dir, KELO_RUNTIME_DIR and --domain choose another"
                                : "services are reached by the user who runs them"};
     }
@@ -182,6 +184,8 @@ private:
 
 }  // namespace
 
-std::unique_ptr<Services> createServices(const Arguments& arguments) { return std::make_unique<RuntimeServices>(arguments); }
+std::unique_ptr<Services> createServices(const Arguments& arguments) {
+    return std::make_unique<RuntimeServices>(arguments);
+}
 
 }  // namespace hmxctl

@@ -1,7 +1,7 @@
 // Life of a subscription. Closed: the pause runs; then everything is found again from the start, service, id and displays alike,
-// since a service that came back has forgotten all of it. Open: events are taken from the inbox. Of several requests (one for each
-// display) the update is put together once all of them have answered; the end of one ends all. Requests are numbered through, so
-// that an event of a closed one that was still under way is recognised and dropped.
+// since a service that came back has forgotten all of it. Open: events are taken from the inbox. Of several requests (one for
+// each display) the update is put together once all of them have answered; the end of one ends all. Requests are numbered
+// through, so that an event of a closed one that was still under way is recognised and dropped.
 
 #include "subscription.h"
 
@@ -11,11 +11,14 @@ namespace hmxctl {
 namespace {
 
 constexpr std::chrono::milliseconds shortestPause{20};
-constexpr std::chrono::milliseconds longestPause{1000};
+constexpr std::chrono::milliseconds longestPause{400};
+constexpr std::chrono::milliseconds pollPause{1000};
 // How long an attempt to find the service and the element may take before it counts as failed.
 constexpr std::chrono::milliseconds attempt{2000};
 
-bool mendsItself(ExitCode code) { return code == ExitCode::serviceAbsent || code == ExitCode::timeout || code == ExitCode::streamEnded; }
+bool mendsItself(ExitCode code) {
+    return code == ExitCode::serviceAbsent || code == ExitCode::timeout || code == ExitCode::streamEnded;
+}
 
 }  // namespace
 
@@ -44,15 +47,15 @@ void Subscription::open(const Deadline& deadline) {
     open_ = true;
 }
 
-void Subscription::close() {
+void Subscription::close(std::chrono::milliseconds pause) {
     for (Source& source : sources_) source.stream = {};
     open_ = false;
-    pause_ = std::clamp(pause_ * 2, shortestPause, longestPause);
-    reopenAt_.emplace(pause_);
+    reopenAt_.emplace(pause);
 }
 
 Update Subscription::failed(Failure failure) {
-    close();
+    pause_ = std::clamp(pause_ * 2, shortestPause, longestPause);
+    close(pause_);
     Update update;
     if (failure.code() == ExitCode::notFound) {
         update.kind = Update::Kind::missing;
@@ -69,17 +72,20 @@ std::optional<Update> Subscription::take(Event event) {
     if (!open_ || event.source < firstSource_ || event.source >= firstSource_ + sources_.size()) return {};
     const std::size_t index = event.source - firstSource_;
     if (event.kind == Event::Kind::completed) {
-        pause_ = longestPause;
-        close();
+        close(pollPause);
         Update update{.kind = Update::Kind::ended};
         update.failure.emplace(ExitCode::streamEnded,
                                describeQuery(queries_[index], service_->path()) + ": the service ended the request");
         return update;
     }
-    if (event.kind == Event::Kind::error || exitCodeOf(event.response.status()) != ExitCode::ok) {
+    const bool failedEvent = event.kind == Event::Kind::error || exitCodeOf(event.response.status()) != ExitCode::ok;
+    if (failedEvent && event.response.status() == 404 && sources_.size() > 1) {
+        sources_[index].elements.emplace();  // of several displays one may be unknown where popups are managed: it has none
+    } else if (failedEvent) {
         return failed(service_->failure(queries_[index], event.response));
+    } else {
+        sources_[index].elements = elementsOf(decode(event.response.payload()));
     }
-    sources_[index].elements = elementsOf(decode(event.response.payload()));
     pause_ = std::chrono::milliseconds{0};
     Update update;
     for (const Source& source : sources_) {
@@ -107,8 +113,7 @@ std::optional<Update> Subscription::next(const std::optional<Deadline>& deadline
             }
             // No display, so no popups, and no request that could tell of one: look again in a while.
             if (sources_.empty()) {
-                pause_ = longestPause;
-                close();
+                close(pollPause);
                 return Update{};
             }
         }

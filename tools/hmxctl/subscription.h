@@ -24,13 +24,12 @@ struct Update {
     };
     Kind kind = Kind::value;
     std::vector<Json> elements{};
-    kelo::Payload payload{};          // the one that this update came with
+    kelo::Payload payload{};           // the one that this update came with
     std::optional<Failure> failure{};  // why, for all but `value`
 };
 
-// Opens the requests, and opens them again when they end: at once the first time, then more and more rarely, once a second at
-// most. A service that ends a request after its answer is asked again once a second.
-// Thread: main.
+// Opens the requests, and opens them again when they fail: at once the first time, then more and more rarely, a few times a
+// second at least. A service that ends a request after its answer is asked again once a second. Thread: main.
 class Subscription {
 public:
     // `parameters`: an object or null. `display`: of a popup, or "".
@@ -47,7 +46,7 @@ private:
     };
 
     void open(const Deadline& deadline);
-    void close();
+    void close(std::chrono::milliseconds pause);
     Update failed(Failure failure);
     std::optional<Update> take(Event event);
 

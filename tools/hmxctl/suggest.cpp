@@ -7,7 +7,9 @@
 namespace hmxctl {
 namespace {
 
-char lower(char c) noexcept { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
+char lower(char c) noexcept {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
 
 // Edits between two words, letter case aside, a swap of neighbours counting as one.
 std::size_t distance(std::string_view a, std::string_view b) {
@@ -31,8 +33,8 @@ std::size_t distance(std::string_view a, std::string_view b) {
 }
 
 bool contains(std::string_view text, std::string_view part) {
-    return std::search(text.begin(), text.end(), part.begin(), part.end(),
-                       [](char a, char b) { return lower(a) == lower(b); }) != text.end();
+    return std::search(text.begin(), text.end(), part.begin(), part.end(), [](char a, char b) { return lower(a) == lower(b); }) !=
+           text.end();
 }
 
 }  // namespace

@@ -7,7 +7,9 @@ namespace {
 
 constexpr std::string_view gap = "  ";
 
-std::string shown(const std::string& text) { return text.empty() ? "-" : printable(text); }
+std::string shown(const std::string& text) {
+    return text.empty() ? "-" : printable(text);
+}
 
 void trimRight(std::string& line) {
     while (!line.empty() && line.back() == ' ') line.pop_back();

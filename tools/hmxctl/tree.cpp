@@ -31,7 +31,9 @@ void put(Json& place, const char* key, Json child) {
     children.push_back(std::move(child));
 }
 
-std::string shortId(const Json& element) { return text(element, "id").substr(0, 8); }
+std::string shortId(const Json& element) {
+    return text(element, "id").substr(0, 8);
+}
 
 // Draws lines with their branches. Thread: one at a time.
 class Drawing {
@@ -99,7 +101,8 @@ private:
     std::string region(const Json& region, bool loose) const {
         std::string label = "region " + printable(regionName(region));
         add(label, boundsText(region));
-        if (loose && !text(region, "layer").empty()) add(label, "layer " + text(region, "layer") + " is not shown", Style::yellow);
+        if (loose && !text(region, "layer").empty())
+            add(label, "layer " + text(region, "layer") + " is not shown", Style::yellow);
         addFlags(label, region, {"exclusive", "keepFocus", "notifyOutside", "dropEvent", "translateInput"});
         return label;
     }

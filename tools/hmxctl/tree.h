@@ -11,7 +11,7 @@ namespace hmxctl {
 
 // What one display shows. Thread: any (a value).
 struct DisplayScene {
-    Json display;                              // its element
+    Json display;                                // its element
     Json layers{};                               // of its layer configuration, as listed
     std::optional<std::vector<Json>> popups{};   // elements; nothing when they could not be had
     std::optional<std::vector<Json>> regions{};  // in the input manager's keys; likewise

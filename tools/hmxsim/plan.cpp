@@ -75,7 +75,7 @@ public:
             document_.expect(*target, Node::Type::string, memberPath(path_, verb.name));
             step.command = verb.command;
             step.path = std::string{verb.prefix} + target->text;
-            if (step.path.front() != '/') document_.refuse(*target, memberPath(path_, verb.name), "a path begins with \"/\"");
+            if (!step.path.starts_with('/')) document_.refuse(*target, memberPath(path_, verb.name), "a path begins with \"/\"");
         }
         if (found == nullptr) document_.refuse(step_, path_, "a step needs one of set, popup, fault, insert, update, delete");
         return step;

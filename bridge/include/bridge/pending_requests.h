@@ -49,13 +49,20 @@ public:
     ~PendingRequests() = default;
 
     // Enters a request and makes its upstream one: `ask` calls the upstream stub and returns the handle that it got from it,
-    // which `api` issued. The handler of the upstream request reports to the functions below, and may do so inside the call.
+    // which `api` issued. The handler of the upstream request reports to the functions below, and may do so inside the call. A
+    // throw of `ask` ends the request without an event.
     template <class Result, class Ask>
     void start(RequestKey key, Handler<Result> handler, Context context, kelo::IKeloApi* api, Ask&& ask) {
         const bool oneShot = handler->isOneShot();
         requests_.insert_or_assign(key, Request{std::move(handler), std::move(context), oneShot, {}});
-        const UpstreamRequest upstream{api, ask()};
-        if (Request* request = find(key)) {
+        UpstreamRequest upstream{api};
+        try {
+            upstream.handle = ask();
+        } catch (...) {
+            abandon(key);
+            throw;
+        }
+        if (Request* const request = find(key)) {
             request->upstream = upstream;
         } else {
             upstream.cancel();

@@ -97,7 +97,9 @@ public:
             directoryRetry_.reset();
         });
         for (auto& [connection, reader] : homecomings) {
-            if (connection) runOn(reader == nullptr ? *worker_ : *reader, [&] { connection->close("runtime stopped"); });
+            if (connection)
+                runOn(reader == nullptr ? *worker_ : *reader,
+                      [&connection = connection] { connection->close("runtime stopped"); });
         }
         runOn(*worker_, [&] { watches_.clear(); });
     }

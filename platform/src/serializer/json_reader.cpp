@@ -10,8 +10,8 @@
 #include "serializer/utf8.h"
 
 // RFC 8259 to the letter, in one pass and without building anything. A comma is consumed where the member or element before it
-// ends; what follows then must be another one, which is how a trailing comma is found. Skipping reads, so that what is skipped is
-// checked like the rest; it recurses, but not deeper than the 64 levels that a document may have.
+// ends; the container may not end behind it. Skipping reads, so that what is skipped is checked like the rest; it recurses, but
+// not deeper than the 64 levels that a document may have.
 //
 // A string without escapes is a view into the input. Only one with escapes is put together, in a buffer that the reader keeps.
 //
@@ -89,7 +89,6 @@ bool JsonReader::start(const util::ByteBufferReader& reader) {
     at_ = begin_;
     end_ = begin_ + bytes.size();
     depth_ = 0;
-    afterComma_ = false;
     return false;
 }
 
@@ -105,7 +104,6 @@ bool JsonReader::begin(char open, const char* expected) {
     if (depth_ == maximumDepth) return failed(fault::tooDeep);
     ++at_;
     ++depth_;
-    afterComma_ = false;
     return false;
 }
 
@@ -113,15 +111,15 @@ bool JsonReader::atEnd(char close, bool& end) {
     skipBlanks();
     if (at_ == end_) return failedToFind(close == '}' ? "a member or '}'" : "a value or ']'");
     end = *at_ == close;
-    return end && afterComma_ && failed("a comma with nothing behind it");
+    return false;
 }
 
 bool JsonReader::separate(char close) {
     skipBlanks();
     if (at_ != end_ && *at_ == ',') {
         ++at_;
-        afterComma_ = true;
-        return false;
+        skipBlanks();
+        return at_ != end_ && *at_ == close && failed("a comma with nothing behind it");
     }
     if (at_ != end_ && *at_ == close) return false;
     return failedToFind(close == '}' ? "',' or '}'" : "',' or ']'");
@@ -154,18 +152,14 @@ bool JsonReader::beginArray() {
 bool JsonReader::endElement() {
     return separate(']');
 }
+bool JsonReader::atArrayEnd(bool& end) {
+    return atEnd(']', end);
+}
 bool JsonReader::endArray() {
     return end(']');
 }
 
-bool JsonReader::atArrayEnd(bool& end) {
-    if (atEnd(']', end)) return true;
-    afterComma_ = false;  // what comes now is the element; the comma before it has been answered for
-    return false;
-}
-
 bool JsonReader::memberKey(std::string_view& key) {
-    afterComma_ = false;
     skipBlanks();
     if (at_ == end_ || *at_ != '"') return failedToFind("a member's key");
     if (readString(key)) return true;

@@ -57,7 +57,6 @@ private:
     const char* at_ = nullptr;
     const char* end_ = nullptr;
     unsigned depth_ = 0;
-    bool afterComma_ = false;
     std::string scratch_;
 };
 

@@ -12,7 +12,8 @@
 namespace kelo::hmx {
 
 // Each operation starts one request and returns its handle, UNDEFINED_REQUEST_HANDLE when there is nothing to cancel. The handler
-// gets the answers, on any thread and possibly before the operation returns. Thread: any.
+// gets the answers, on any thread and possibly before the operation returns; the other arguments are the caller's, and good until
+// it returns. Thread: any.
 class IDisplays {
 public:
     virtual ~IDisplays() = default;

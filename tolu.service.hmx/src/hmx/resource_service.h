@@ -16,6 +16,7 @@ namespace kelo::hmx {
 // Thread: any; nothing here changes after construction.
 class ResourceService : public IResourceHandler {
 public:
+    ~ResourceService() override = default;
     ResourceService(const ResourceService&) = delete;
     ResourceService& operator=(const ResourceService&) = delete;
 
@@ -32,7 +33,6 @@ protected:
                     const tracing::Channel& channel)
         : ResourceService{name, impl, [](void* erased, void* handle) { static_cast<Interface*>(erased)->cancelRequest(handle); },
                           table.routes, channel} {}
-    ~ResourceService() override = default;
 
 private:
     ResourceService(std::string_view name, void* impl, void (*cancel)(void* impl, void* handle), std::span<const Route> routes,

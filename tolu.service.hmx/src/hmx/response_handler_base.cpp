@@ -20,7 +20,7 @@ namespace kelo::hmx {
 namespace {
 
 constexpr std::size_t initialCapacity = 1024;
-constexpr std::size_t keptCapacity = 256 * 1024;  // a thread does not hold on to more for a rare big answer's sake
+constexpr std::size_t keptCapacity = std::size_t{256} * 1024;  // a thread does not hold on to more for a rare big answer's sake
 
 thread_local std::vector<std::uint8_t> spareBytes;
 

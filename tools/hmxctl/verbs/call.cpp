@@ -18,7 +18,8 @@ void checkPath(const std::string& path, const char* what) {
 Json bodyOf(const Context& context) {
     const std::vector<std::string>& words = context.arguments.words;
     if (words.size() == 4 && context.arguments.file.empty()) {
-        const bool looksLikeJson = !words[3].empty() && (words[3].front() == '{' || words[3].front() == '[' || words[3].front() == '"');
+        const bool looksLikeJson =
+            !words[3].empty() && (words[3].front() == '{' || words[3].front() == '[' || words[3].front() == '"');
         if (looksLikeJson || !asAssignment(words[3])) return parseJson(words[3], "BODY");
     }
     return requestBody(context, 3, {});

@@ -17,14 +17,16 @@ const kelo::hmx::Route& routeFor(const Resource& resource, kelo::commands::Id co
     for (const Resource& each : resources()) {
         if (findRoute(each, command, element) != nullptr) names.emplace_back(each.name);
     }
-    throw usageError(std::string{resource.name} + " take no " + std::string{kelo::commands::toName(command)}, "these do: " + joined(names));
+    throw usageError(std::string{resource.name} + " take no " + std::string{kelo::commands::toName(command)},
+                     "these do: " + joined(names));
 }
 
 Json checkedBody(const Context& context, const kelo::hmx::Route& route) {
     const Description& record = route.body();
     Json body = requestBody(context, 1, record.members);
     if (body.is_null()) {
-        throw usageError(context.action() + ": no body given", "KEY=VALUE, KEY:=JSON or -f FILE; keys: " + joined(keysOf(record.members)));
+        throw usageError(context.action() + ": no body given",
+                         "KEY=VALUE, KEY:=JSON or -f FILE; keys: " + joined(keysOf(record.members)));
     }
     if (context.arguments.validate) checkBody(body, record, context.action());
     return body;
@@ -36,7 +38,8 @@ ExitCode runInsert(Context& context) {
     const Target target = parseTarget(context.arguments.words.front(), "insert");
     const kelo::hmx::Route& route = routeFor(*target.resource, kelo::commands::insert, false);
     if (!target.element.empty()) {
-        throw usageError("insert: the service names the new element itself", "hmxctl insert " + std::string{target.resource->name} + " ...");
+        throw usageError("insert: the service names the new element itself",
+                         "hmxctl insert " + std::string{target.resource->name} + " ...");
     }
     const Json body = checkedBody(context, route);
     printAnswer(context, context.service(hmxService).request({"insert", std::string{route.path}, body}, context.deadline));

@@ -38,11 +38,13 @@ Json asJson(const Resource& resource, const Route& route) {
 Json asJson(const Resource& resource) {
     Json commands = Json::array();
     for (const Route& route : resource.routes()) commands.push_back(asJson(resource, route));
-    return Json{{"resource", resource.name},
-                {"service", hmxService},
-                {"path", resource.path},
-                {"element", {{"record", resource.element().name}, {"name", resource.nameForm}, {"members", asJson(resource.element().members)}}},
-                {"commands", commands}};
+    return Json{
+        {"resource", resource.name},
+        {"service", hmxService},
+        {"path", resource.path},
+        {"element",
+         {{"record", resource.element().name}, {"name", resource.nameForm}, {"members", asJson(resource.element().members)}}},
+        {"commands", commands}};
 }
 
 // One line for each member, nested ones indented below theirs.
@@ -89,7 +91,8 @@ void print(Context& context, const Resource& resource) {
     printMembers(context, "element " + std::string{resource.element().name}, resource.element().members);
     for (const Route& route : resource.routes()) {
         if (route.body == nullptr) continue;
-        printMembers(context, "body of " + std::string{kelo::commands::toName(route.command)} + ": " + std::string{route.body().name},
+        printMembers(context,
+                     "body of " + std::string{kelo::commands::toName(route.command)} + ": " + std::string{route.body().name},
                      route.body().members);
     }
     out.line("");

@@ -11,7 +11,8 @@ namespace hmxctl {
 ExitCode runHelp(Context& context) {
     const std::vector<std::string>& words = context.arguments.words;
     const Verb* verb = words.empty() ? nullptr : findVerb(words.front());
-    if (verb == nullptr && !words.empty()) throw usageError("help: no verb '" + words.front() + "'", didYouMean(words.front(), verbNames()));
+    if (verb == nullptr && !words.empty())
+        throw usageError("help: no verb '" + words.front() + "'", didYouMean(words.front(), verbNames()));
     context.out.write(helpText(verb));
     return ExitCode::ok;
 }

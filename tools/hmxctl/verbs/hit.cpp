@@ -15,7 +15,8 @@ int coordinate(const std::string& word, const char* name) {
     int value = 0;
     const auto end = std::from_chars(word.data(), word.data() + word.size(), value);
     if (end.ec == std::errc{} && end.ptr == word.data() + word.size()) return value;
-    throw usageError("hit: " + std::string{name} + " is '" + word + "', not a number of pixels", "for example hmxctl hit Driver_Display 100 200");
+    throw usageError("hit: " + std::string{name} + " is '" + word + "', not a number of pixels",
+                     "for example hmxctl hit Driver_Display 100 200");
 }
 
 // A touch on one display, and what it met. Thread: main.
@@ -37,8 +38,8 @@ Json asJson(const Touch& touch, const Hit& hit) {
 }
 
 Json asJson(const Touch& touch) {
-    Json document{{"display", touch.display},     {"x", touch.point.x},           {"y", touch.point.y}, {"receiver", nullptr},
-                  {"droppedBy", nullptr}, {"covered", Json::array()}, {"notified", Json::array()}};
+    Json document{{"display", touch.display}, {"x", touch.point.x},       {"y", touch.point.y},       {"receiver", nullptr},
+                  {"droppedBy", nullptr},     {"covered", Json::array()}, {"notified", Json::array()}};
     for (const Hit& hit : touch.result.under) {
         const bool top = &hit == &touch.result.under.front();
         if (top && hit.fate == Fate::receives) document["receiver"] = asJson(touch, hit);
@@ -69,7 +70,9 @@ std::vector<std::string> lines(const Touch& touch, bool colour) {
         const HitRegion& area = touch.areas[hit.region];
         const bool sees = hit.fate == Fate::receives || outcome == "told of it";
         std::string notes;
-        const auto note = [&](bool holds, const char* text) { notes += holds ? (notes.empty() ? "" : ", ") + std::string{text} : ""; };
+        const auto note = [&](bool holds, const char* text) {
+            notes += holds ? (notes.empty() ? "" : ", ") + std::string{text} : "";
+        };
         note(area.exclusive, "exclusive");
         note(hit.margin, "in its margin");
         note(hit.takesFocus, "takes the focus");
@@ -83,7 +86,8 @@ std::vector<std::string> lines(const Touch& touch, bool colour) {
                       {sees ? std::to_string(hit.delivered.x) + "," + std::to_string(hit.delivered.y) : ""},
                       {notes}});
     };
-    for (const Hit& hit : touch.result.under) add(hit, verdict(touch, hit), hit.fate == Fate::receives ? Style::green : Style::dim);
+    for (const Hit& hit : touch.result.under)
+        add(hit, verdict(touch, hit), hit.fate == Fate::receives ? Style::green : Style::dim);
     for (const Hit& hit : touch.result.notified) add(hit, "told of it", Style::yellow);
     if (table.rows() == 0) return {"no input region there"};
     return table.lines(colour);
@@ -101,7 +105,9 @@ ExitCode runHit(Context& context) {
     const Json display = decode(elements.request("retrieve", displays, elements.find(target), nullptr).payload);
     touch.display = text(display, "name");
     const Json& resolution = member(display, "resolution");
-    const auto beyond = [&](int at, const char* side) { return at < 0 || (member(resolution, side).is_number() && at >= member(resolution, side)); };
+    const auto beyond = [&](int at, const char* side) {
+        return at < 0 || (member(resolution, side).is_number() && at >= member(resolution, side));
+    };
     if (beyond(touch.point.x, "width") || beyond(touch.point.y, "height")) {
         context.note("the point lies outside the display, which has " + shortText(resolution));
     }

@@ -1,5 +1,5 @@
-// `list`: the elements of a resource. With -o json a list that is one request is printed as it came; that of all displays' popups,
-// which is several, as one page made of them.
+// `list`: the elements of a resource. With -o json a list that is one request is printed as it came; that of all displays'
+// popups, which is several, as one page made of them.
 
 #include "elements.h"
 #include "parameters.h"
@@ -24,7 +24,8 @@ void noteFurtherPages(Context& context, const Json& page) {
     if (!next.is_object()) return;
     std::string hint;
     for (const auto& [key, value] : next.items()) hint += " " + key + "=" + shortText(value);
-    context.note(std::to_string(elementsOf(page).size()) + " of " + compact(member(page, "total")) + " elements; the next page:" + hint);
+    context.note(std::to_string(elementsOf(page).size()) + " of " + compact(member(page, "total")) +
+                 " elements; the next page:" + hint);
 }
 
 void printTable(Context& context, Elements& elements, const Resource& resource, std::vector<Json> rows, const Json& parameters) {

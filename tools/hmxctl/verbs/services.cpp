@@ -30,8 +30,12 @@ ExitCode runServices(Context& context) {
     Table table{{{"SERVICE"}, {"STATE"}, {"APPLICATION"}, {"PID", Align::right}, {"UID", Align::right}, {"MIME TYPES"}}};
     for (const ServiceState& state : states) {
         if (state.alive) {
-            table.addRow({{state.path}, {"alive", Style::green}, {state.application}, {std::to_string(state.pid)},
-                          {std::to_string(state.uid)}, {joined(state.mimeTypes)}});
+            table.addRow({{state.path},
+                          {"alive", Style::green},
+                          {state.application},
+                          {std::to_string(state.pid)},
+                          {std::to_string(state.uid)},
+                          {joined(state.mimeTypes)}});
         } else {
             table.addRow({{state.path}, {"stale", Style::red}});
         }

@@ -23,9 +23,9 @@ constexpr std::string_view controlService = "/hmxsim";
 // A list of the world. Thread: any (a constant).
 struct Collection {
     std::string_view name;
-    std::string_view path;                   // of the list
-    std::string_view elementPath;            // of one element
-    const Description& (*record)();          // that types its keys; null: by the look of the values
+    std::string_view path;           // of the list
+    std::string_view elementPath;    // of one element
+    const Description& (*record)();  // that types its keys; null: by the look of the values
 };
 
 constexpr std::array collections{
@@ -39,17 +39,30 @@ constexpr std::array collections{
     Collection{"popups", "/popups/*", "/popups/*/*", kelo::record::describe<kelo::hmx::popups::Popup>},
 };
 
-const Collection& collectionNamed(std::string_view name) {
+// A collection and what of it, "" for the whole. Thread: any (a value).
+struct SimTarget {
+    const Collection* collection = nullptr;
+    std::string element;
+};
+
+// COLLECTION[/ELEMENT]; a collection may also be given as in plans and world files: "displaymanager/layerConfig/Driver_Display".
+SimTarget simTarget(std::string_view word) {
+    constexpr std::string_view root = "/state/";
     std::vector<std::string> names;
     for (const Collection& each : collections) {
-        if (each.name == name) return each;
+        const bool inState = each.path.starts_with(root);
+        for (const std::string_view name : {each.name, inState ? each.path.substr(root.size()) : each.name}) {
+            if (word == name) return {&each, ""};
+            if (word.starts_with(name) && word[name.size()] == '/') return {&each, std::string{word.substr(name.size() + 1)}};
+        }
         names.emplace_back(each.name);
     }
-    const std::string meant = didYouMean(name, names);
-    throw usageError("sim: no collection '" + std::string{name} + "'", meant.empty() ? "collections: " + joined(names) : meant);
+    const std::string_view typed = word.substr(0, word.find('/'));
+    const std::string meant = didYouMean(typed, names);
+    throw usageError("sim: no collection '" + std::string{typed} + "'", meant.empty() ? "collections: " + joined(names) : meant);
 }
 
-// The words behind `first`, as one argument for each star of a pattern: NAME, or DISPLAY/NAME.
+// The path of an element, whose name takes the place of the pattern's star: NAME, or DISPLAY/NAME for two of them.
 std::string pathOf(std::string_view pattern, std::string_view word, const std::string& form) {
     std::string path;
     const auto stars = std::count(pattern.begin(), pattern.end(), '*');
@@ -78,21 +91,25 @@ class Simulation {
 public:
     explicit Simulation(Context& context) : context_{context}, words_{context.arguments.words} {}
 
-    void set(std::string_view collectionName, std::string_view element) {
-        const Collection& collection = collectionNamed(collectionName);
-        ask("update", pathOf(collection.elementPath, element, "for example sim set displays/Driver_Display terminal=2"), body(collection));
+    void set(const SimTarget& target) {
+        const std::string form = "for example sim set displays/Driver_Display terminal=2";
+        ask("update", pathOf(target.collection->elementPath, target.element, form), body(*target.collection));
     }
 
-    void add(std::string_view collectionName, std::string_view element) {
-        const Collection& collection = collectionNamed(collectionName);
+    void add(const SimTarget& target) {
+        const Collection& collection = *target.collection;
         const bool perDisplay = collection.path.find('*') != std::string_view::npos;
-        if (!perDisplay && !element.empty()) throw usageError("sim add: the element's name is one of its keys", "name=" + std::string{element});
+        if (!perDisplay && !target.element.empty()) {
+            throw usageError("sim add: the element's name is one of its keys", "name=" + target.element);
+        }
         const std::string form = "for example sim add popups/Driver_Display name=Phone priorityInlayer=3";
-        ask("insert", perDisplay ? pathOf(collection.path, element, form) : std::string{collection.path}, body(collection));
+        ask("insert", perDisplay ? pathOf(collection.path, target.element, form) : std::string{collection.path},
+            body(collection));
     }
 
-    void remove(std::string_view collectionName, std::string_view element) {
-        ask("delete", pathOf(collectionNamed(collectionName).elementPath, element, "for example sim remove popups/Driver_Display/Phone"), nullptr);
+    void remove(const SimTarget& target) {
+        const std::string form = "for example sim remove popups/Driver_Display/Phone";
+        ask("delete", pathOf(target.collection->elementPath, target.element, form), nullptr);
     }
 
     void fault() {
@@ -100,7 +117,9 @@ public:
         const std::string path = kelo::Path::replacePattern("/faults/*", {words_[1]});
         if (words_.size() == 3 && words_[2] == "clear") return ask("delete", path, nullptr);
         const Json rule = byLook(requestBody(context_, 2, {}));
-        if (rule.is_null()) throw usageError("sim fault " + words_[1] + ": which fault?", "for example delay_ms=200, status=500 count=1, silence=true, or clear");
+        if (rule.is_null())
+            throw usageError("sim fault " + words_[1] + ": which fault?",
+                             "for example delay_ms=200, status=500 count=1, silence=true, or clear");
         ask("update", path, rule);
     }
 
@@ -149,16 +168,12 @@ ExitCode runSim(Context& context) {
     }
     const bool needsTarget = action == "set" || action == "add" || action == "remove" || action == "popup";
     if (needsTarget && words.size() < 2) throw usageError("sim " + action + ": of what?", "`hmxctl help sim` shows the forms");
-    const std::string target = needsTarget ? words[1] : "";
-    const std::size_t slash = std::min(target.find('/'), target.size());
-    const std::string collection = target.substr(0, slash);
-    const std::string element = slash < target.size() ? target.substr(slash + 1) : "";
+    const SimTarget target = needsTarget ? simTarget((action == "popup" ? "popups/" : "") + words[1]) : SimTarget{};
 
     Simulation simulation{context};
-    if (action == "set") simulation.set(collection, element);
-    if (action == "add") simulation.add(collection, element);
-    if (action == "remove") simulation.remove(collection, element);
-    if (action == "popup") simulation.set("popups", target);
+    if (action == "set" || action == "popup") simulation.set(target);
+    if (action == "add") simulation.add(target);
+    if (action == "remove") simulation.remove(target);
     if (action == "fault") simulation.fault();
     if (action == "plan") simulation.plan();
     if (action == "world") simulation.world();

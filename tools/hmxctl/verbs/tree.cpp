@@ -36,14 +36,17 @@ private:
     bool gaveUp_ = false;
 };
 
-std::vector<Json> chosen(std::vector<Json> displays, const std::vector<std::string>& wanted, const std::vector<std::string>& names) {
+std::vector<Json> chosen(std::vector<Json> displays, const std::vector<std::string>& wanted,
+                         const std::vector<std::string>& names) {
     if (wanted.empty()) return displays;
     std::vector<Json> found;
     for (const std::string& name : wanted) {
-        const auto match = std::find_if(displays.begin(), displays.end(), [&](const Json& each) { return text(each, "name") == name; });
+        const auto match =
+            std::find_if(displays.begin(), displays.end(), [&](const Json& each) { return text(each, "name") == name; });
         if (match == displays.end()) {
             const std::string meant = didYouMean(name, names);
-            throw Failure{ExitCode::notFound, "there is no display '" + name + "'", meant.empty() ? "displays: " + joined(names) : meant};
+            throw Failure{ExitCode::notFound, "there is no display '" + name + "'",
+                          meant.empty() ? "displays: " + joined(names) : meant};
         }
         found.push_back(*match);
     }

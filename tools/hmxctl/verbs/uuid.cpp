@@ -1,7 +1,7 @@
 // `uuid`: ids and URIs by the rules of the resources, without asking anybody.
 
-#include "elements.h"
 #include "kelo/uuid.h"
+#include "elements.h"
 #include "render.h"
 #include "verbs/verbs.h"
 
@@ -18,7 +18,8 @@ Json computed(std::string_view word) {
         throw usageError("uuid " + target.text() + ": not a name of that resource",
                          std::string{resource.name} + "/" + std::string{resource.nameForm});
     }
-    return Json{{"resource", resource.name}, {"name", target.element}, {"id", id.toString()}, {"uri", resource.uri(id).toString()}};
+    return Json{
+        {"resource", resource.name}, {"name", target.element}, {"id", id.toString()}, {"uri", resource.uri(id).toString()}};
 }
 
 }  // namespace

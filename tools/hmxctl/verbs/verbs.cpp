@@ -51,10 +51,11 @@ constexpr std::array table{
     Verb{.name = "wait",
          .words = "RESOURCE/ELEMENT EXPRESSION",
          .summary = "Wait until an expression over an element's members holds",
-         .details = "Operators: == != < <= > >= && || ! and parentheses; values: true, false, null, numbers, 'text', members such\n"
-                    "as visible or resolution.width. An absent member is null. Prints the element if -o is given.\n"
-                    "Ends with 5 when the expression did not hold within --timeout.\n"
-                    "Example: hmxctl wait popups/Driver_Display/Phone 'visible == true' --timeout 3s\n",
+         .details =
+             "Operators: == != < <= > >= && || ! and parentheses; values: true, false, null, numbers, 'text', members such\n"
+             "as visible or resolution.width. An absent member is null. Prints the element if -o is given.\n"
+             "Ends with 5 when the expression did not hold within --timeout.\n"
+             "Example: hmxctl wait popups/Driver_Display/Phone 'visible == true' --timeout 3s\n",
          .fewest = 2,
          .most = 2,
          .options = validation | appearing,
@@ -63,8 +64,9 @@ constexpr std::array table{
     Verb{.name = "insert",
          .words = "regionconfigurations [-f FILE] [KEY=VALUE | KEY:=JSON ...]",
          .summary = "Add an element",
-         .details = "The body is the file's document (-f - reads standard input), with the keys given on the command line set in\n"
-                    "it. It is checked before it is sent. Prints the URI of the element.\n",
+         .details =
+             "The body is the file's document (-f - reads standard input), with the keys given on the command line set in\n"
+             "it. It is checked before it is sent. Prints the URI of the element.\n",
          .fewest = 1,
          .most = anyNumber,
          .options = validation | bodyFile,
@@ -107,10 +109,11 @@ constexpr std::array table{
     Verb{.name = "hit",
          .words = "DISPLAY X Y",
          .summary = "Tell which input region receives a touch, and which it covers",
-         .details = "Regions of the topmost layer come first, within a layer those that the input manager lists first. The topmost\n"
-                    "region under the touch receives it and covers the others; these receive it too until one is exclusive, or\n"
-                    "drops it. hitOutside widens a region where no other one of its layer is hit; notifyOutside tells a region of\n"
-                    "a touch elsewhere; translateX and translateY move the coordinates that it sees.\n",
+         .details =
+             "Regions of the topmost layer come first, within a layer those that the input manager lists first. The topmost\n"
+             "region under the touch receives it and covers the others; these receive it too until one is exclusive, or\n"
+             "drops it. hitOutside widens a region where no other one of its layer is hit; notifyOutside tells a region of\n"
+             "a touch elsewhere; translateX and translateY move the coordinates that it sees.\n",
          .fewest = 3,
          .most = 3,
          .first = FirstWord::display,
@@ -151,20 +154,21 @@ constexpr std::array table{
     Verb{.name = "sim",
          .words = "set|add|remove|popup|fault|plan|world|requests [...]",
          .summary = "Drive the simulated services of hmxsim",
-         .details = "set COLLECTION/NAME KEY=VALUE ...    change an element; KEY:=null takes a member away\n"
-                    "add COLLECTION KEY=VALUE ...         add one; a popup to popups/DISPLAY\n"
-                    "remove COLLECTION/NAME               take one away\n"
-                    "popup DISPLAY/NAME KEY=VALUE ...     the same as set popups/DISPLAY/NAME\n"
-                    "fault [SERVICE [KEY=VALUE ...]]      show the faults, or make a service fail: delay_ms, jitter_ms, silence,\n"
-                    "                                     status, garble, close, crash, reopen_ms, count, probability, seed, now\n"
-                    "fault SERVICE clear                  let it work again\n"
-                    "plan [-f FILE | clear]               show, start or cancel changes at set times\n"
-                    "world                                the world as it is now, as a world file has it\n"
-                    "requests [clear]                     what arrived at the simulated services\n"
-                    "COLLECTION is displays, displayables, layers, input or popups; SERVICE is displaymanager, inputmanager or\n"
-                    "popupmanager. With -f the file's document is the body.\n"
-                    "Example: hmxctl sim popup Driver_Display/Phone requested=true\n"
-                    "         hmxctl sim fault displaymanager delay_ms=200 probability=0.5 seed=7\n",
+         .details =
+             "set COLLECTION/NAME KEY=VALUE ...    change an element; KEY:=null takes a member away\n"
+             "add COLLECTION KEY=VALUE ...         add one; a popup to popups/DISPLAY\n"
+             "remove COLLECTION/NAME               take one away\n"
+             "popup DISPLAY/NAME KEY=VALUE ...     the same as set popups/DISPLAY/NAME\n"
+             "fault [SERVICE [KEY=VALUE ...]]      show the faults, or make a service fail: delay_ms, jitter_ms, silence,\n"
+             "                                     status, garble, close, crash, reopen_ms, count, probability, seed, now\n"
+             "fault SERVICE clear                  let it work again\n"
+             "plan [-f FILE | clear]               show, start or cancel changes at set times\n"
+             "world                                the world as it is now, as a world file has it\n"
+             "requests [clear]                     what arrived at the simulated services\n"
+             "COLLECTION is displays, displayables, layers, input or popups; SERVICE is displaymanager, inputmanager or\n"
+             "popupmanager. With -f the file's document is the body.\n"
+             "Example: hmxctl sim popup Driver_Display/Phone requested=true\n"
+             "         hmxctl sim fault displaymanager delay_ms=200 probability=0.5 seed=7\n",
          .fewest = 1,
          .most = anyNumber,
          .options = bodyFile,
@@ -188,11 +192,7 @@ constexpr std::array table{
          .most = 1,
          .first = FirstWord::verb,
          .run = runHelp},
-    Verb{.name = "version",
-         .words = "",
-         .summary = "Show the version",
-         .details = "",
-         .run = runVersion},
+    Verb{.name = "version", .words = "", .summary = "Show the version", .details = "", .run = runVersion},
     Verb{.name = "__complete",
          .words = "LINE",
          .summary = "",
@@ -205,7 +205,9 @@ constexpr std::array table{
 
 }  // namespace
 
-std::span<const Verb> verbs() noexcept { return table; }
+std::span<const Verb> verbs() noexcept {
+    return table;
+}
 
 const Verb* findVerb(std::string_view name) noexcept {
     const auto* found = std::find_if(table.begin(), table.end(), [=](const Verb& verb) { return verb.name == name; });

@@ -25,8 +25,8 @@ ExitCode runWait(Context& context) {
     Subscription subscription{context, target, nullptr};
     Json last;
     std::string lost;
-    // An element and a service that are not there from the start are a slip of the one who asks, unless told otherwise; once seen,
-    // both may go and come back.
+    // An element and a service that are not there from the start are a slip of the one who asks, unless told otherwise; once
+    // seen, both may go and come back.
     bool patient = context.arguments.appear;
     while (const std::optional<Update> update = subscription.next(context.deadline)) {
         if (update->kind != Update::Kind::value) {
@@ -41,9 +41,10 @@ ExitCode runWait(Context& context) {
         print(context, *update);
         return ExitCode::ok;
     }
-    throw Failure{ExitCode::timeout,
-                  "'" + context.arguments.words[1] + "' did not hold within " + durationText(context.arguments.timeout) + ": " +
-                      (last.is_null() ? "the element was never seen" : expression.valuesIn(last)) + (lost.empty() ? "" : "; " + lost)};
+    throw Failure{ExitCode::timeout, "'" + context.arguments.words[1] + "' did not hold within " +
+                                         durationText(context.arguments.timeout) + ": " +
+                                         (last.is_null() ? "the element was never seen" : expression.valuesIn(last)) +
+                                         (lost.empty() ? "" : "; " + lost)};
 }
 
 }  // namespace hmxctl
