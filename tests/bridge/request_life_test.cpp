@@ -1,5 +1,13 @@
 // The life of a request that goes upstream, for every bridge and operation alike: who ends it, when, and what is left.
 #include "bridge/pending_requests.h"
+
+#include <algorithm>
+#include <atomic>
+#include <future>
+#include <mutex>
+#include <set>
+#include <thread>
+
 #include "stage.h"
 
 namespace {
@@ -170,6 +178,82 @@ TEST(PendingRequests, AThrowOnTheWayDownEndsTheRequestAtBothEnds) {
     EXPECT_EQ(downstream.take(), Events{"gone"});
     EXPECT_EQ(api.cancelled, std::vector{reinterpret_cast<void*>(5)});
     EXPECT_TRUE(pending.empty());
+}
+
+// Answers every request on a thread of its own, soon, often twice; a cancelled one not at all.
+class BusyApi final : public kelo::IKeloApi {
+public:
+    void* request(const kelo::Request& request, std::unique_ptr<kelo::IResponseHandler<kelo::Response>>&& handler,
+                  kelo::RequestLimits) override {
+        const std::uintptr_t handle = ++lastHandle_;
+        const bool oneShot = handler->isOneShot();
+        kelo::post(thread_, [this, handle, handler = std::move(handler), path = request.path(), oneShot]() mutable {
+            const kelo::Response answer{200, kelo::Payload::copyOf("{}", kelo::MimeType{"application/json"})};
+            bool finished = false;
+            for (int i = 0; i < 2 && !finished && !isCancelled(handle); ++i) finished = handler->onNext(answer);
+            if (!finished && !oneShot && handle % 2 == 0 && !isCancelled(handle)) handler->onCompleted();
+        });
+        return reinterpret_cast<void*>(handle);
+    }
+    void cancel(void* handle) override {
+        const std::lock_guard lock{mutex_};
+        cancelled_.insert(reinterpret_cast<std::uintptr_t>(handle));
+    }
+
+private:
+    bool isCancelled(std::uintptr_t handle) {
+        const std::lock_guard lock{mutex_};
+        return cancelled_.contains(handle);
+    }
+
+    std::atomic<std::uintptr_t> lastHandle_ = 0;
+    std::mutex mutex_;
+    std::set<std::uintptr_t> cancelled_;
+    comm::ActiveObject thread_{"busy-upstream"};
+};
+
+TEST(RequestLifeUnderLoad, ClientsUpstreamAndItsReturnsMayRaceAndEveryRequestStillEndsOnce) {
+    constexpr std::size_t clients = 3;
+    constexpr std::size_t each = 300;
+    std::vector<Downstream> requests(clients * each);
+    {
+        const support::TracedLines quiet{""};
+        auto api = std::make_unique<BusyApi>();
+        const auto worker = std::make_shared<comm::ActiveObject>("test.displaythread");
+        hmx::DisplayBridge bridge{worker};
+        const auto attach = [&] { bridge.setApi({.info = {}, .api = api.get()}); };
+        kelo::post(*worker, attach);
+        std::vector<std::thread> threads;
+        for (std::size_t client = 0; client < clients; ++client) {
+            threads.emplace_back([&, client] {
+                for (std::size_t i = 0; i < each; ++i) {
+                    Downstream& downstream = requests[client * each + i];
+                    downstream.oneShot = downstream.finishes = i % 3 == 0;
+                    void* const key = bridge.retrieveDisplayObjects(
+                        std::make_unique<DownstreamHandler<kelo::hmx::DisplayObjectListPage>>(downstream), {});
+                    if (i % 100 == 50) kelo::post(*worker, [&] { bridge.resetApi(); });
+                    if (i % 100 == 60) kelo::post(*worker, attach);
+                    if (i % 2 == 0) std::this_thread::yield();
+                    bridge.cancelRequest(key);
+                }
+            });
+        }
+        for (auto& thread : threads) thread.join();
+        const auto drain = [&] {
+            std::promise<void> promise;
+            const std::future<void> idle = promise.get_future();
+            kelo::post(*worker, [promise = std::move(promise)]() mutable { promise.set_value(); });
+            idle.wait();
+        };
+        drain();      // the cancellations
+        api.reset();  // its last answers, which nobody waits for any more
+        drain();
+    }
+    for (const Downstream& downstream : requests) {
+        EXPECT_EQ(std::count(downstream.events.begin(), downstream.events.end(), "gone"), 1);
+        EXPECT_EQ(downstream.events.back(), "gone");
+        EXPECT_LE(std::count(downstream.events.begin(), downstream.events.end(), "completed"), 1);
+    }
 }
 
 }  // namespace

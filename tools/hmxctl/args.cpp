@@ -16,7 +16,7 @@ namespace hmxctl {
 namespace {
 
 constexpr const char* rootFooter =
-    "\nRESOURCE is displays, displayables, layerconfigurations, regionconfigurations or popups.\n"
+    "RESOURCE is displays, displayables, layerconfigurations, regionconfigurations or popups.\n"
     "KEY=VALUE takes the type that the resource gives the key; KEY:=JSON is any JSON.\n"
     "Exit codes: 0 ok, 1 unexpected, 2 usage, 3 not found, 4 service absent or lost, 5 timeout, 6 not permitted,\n"
     "7 rejected by the service, 9 stream ended, 10 differences found, 130 interrupted.\n"
@@ -56,7 +56,7 @@ public:
         try {
             root_.parse(optionsEnd, argv);
         } catch (const CLI::CallForHelp&) {
-            arguments_.help = root_.help();
+            arguments_.help = helpOf(root_);
             return arguments_;
         } catch (const CLI::ParseError& error) {
             throw usageError(error.what(), "`hmxctl help` shows the options");
@@ -69,7 +69,7 @@ public:
     }
 
     std::string help(const Verb* verb) {
-        return verb == nullptr ? root_.help() : root_.get_subcommand(std::string{verb->name})->help();
+        return helpOf(verb == nullptr ? root_ : *root_.get_subcommand(std::string{verb->name}));
     }
 
     std::vector<std::string> options(const Verb* verb) {
@@ -87,6 +87,12 @@ public:
     }
 
 private:
+    static std::string helpOf(const CLI::App& app) {
+        std::string text = app.help();
+        while (text.ends_with('\n')) text.pop_back();
+        return text + "\n";
+    }
+
     void declareGlobals() {
         root_.add_option("-o,--output", format_, "What is printed: table, json, jsonl or raw (table)")->type_name("FORMAT");
         root_.add_option("--timeout", timeout_, "How long to wait, e.g. 3s or 500ms (5s); `watch` has none")
@@ -105,7 +111,7 @@ private:
     void declare(const Verb& verb) {
         CLI::App* app = root_.add_subcommand(std::string{verb.name}, std::string{verb.summary});
         app->group(verb.hidden ? "" : "Verbs");
-        app->footer("\n" + std::string{verb.details} + "`hmxctl --help` shows the global options.");
+        app->footer(std::string{verb.details} + "`hmxctl --help` shows the global options.");
         const auto has = [&](VerbOption option) { return (verb.options & option) != 0; };
         if (has(bodyFile)) {
             app->add_option("-f,--file", arguments_.file, "Take the body from this file, - for standard input")

@@ -7,6 +7,8 @@
 namespace hmxctl {
 namespace {
 
+constexpr std::size_t widestCell = 60;
+
 bool isScalar(const Json& value) {
     return !value.is_object() && !value.is_array();
 }
@@ -47,7 +49,9 @@ std::vector<std::string> tableLines(const Json& rows, bool colour) {
     Table table{std::move(columns)};
     for (const Json& row : rows) {
         std::vector<Table::Cell> cells;
-        for (const std::string& key : keys) cells.push_back({shortText(member(row, key)), styleOf(member(row, key))});
+        for (const std::string& key : keys) {
+            cells.push_back({cutToWidth(shortText(member(row, key)), widestCell), styleOf(member(row, key))});
+        }
         table.addRow(std::move(cells));
     }
     return table.lines(colour);
@@ -91,7 +95,9 @@ std::string shortestIds(const std::vector<Json>& elements, std::size_t& length) 
 
 std::vector<std::string> documentLines(const Json& document, bool colour) {
     if (isScalar(document) || document.empty()) return {document.is_null() ? "-" : printable(shortText(document))};
-    if (isTable(document)) return tableLines(document, colour);
+    // What is a list as a whole is shown as one, its rows' inner documents cut short; lists further in only if they fit.
+    const auto isObject = [](const Json& row) { return row.is_object(); };
+    if (document.is_array() && std::all_of(document.begin(), document.end(), isObject)) return tableLines(document, colour);
     Flattened flat;
     flat.add("", document);
     std::vector<std::string> lines = flat.anyFact ? flat.facts.lines(colour) : std::vector<std::string>{};

@@ -114,13 +114,10 @@ public:
 
     void fault() {
         if (words_.size() == 1) return ask("retrieve", "/faults", nullptr);
+        if (words_.size() == 2 && context_.arguments.file.empty()) return showFault(words_[1]);
         const std::string path = kelo::Path::replacePattern("/faults/*", {words_[1]});
         if (words_.size() == 3 && words_[2] == "clear") return ask("delete", path, nullptr);
-        const Json rule = byLook(requestBody(context_, 2, {}));
-        if (rule.is_null())
-            throw usageError("sim fault " + words_[1] + ": which fault?",
-                             "for example delay_ms=200, status=500 count=1, silence=true, or clear");
-        ask("update", path, rule);
+        ask("update", path, byLook(requestBody(context_, 2, {})));
     }
 
     void plan() {
@@ -138,6 +135,16 @@ public:
     void world() { ask("retrieve", "/world", nullptr); }
 
 private:
+    void showFault(const std::string& service) {
+        const Json faults = decode(answer("retrieve", "/faults", nullptr).payload);
+        if (!faults.contains(service)) {
+            std::vector<std::string> names;
+            for (const auto& [name, rule] : faults.items()) names.push_back(name);
+            throw Failure{ExitCode::notFound, "there is no service '" + service + "'", "services: " + joined(names)};
+        }
+        printDocument(context_, faults[service]);
+    }
+
     Json body(const Collection& collection) const {
         const Members members = collection.record == nullptr ? Members{} : collection.record().members;
         Json body = requestBody(context_, 2, members);
@@ -145,9 +152,13 @@ private:
         return collection.record == nullptr ? byLook(std::move(body)) : body;
     }
 
-    void ask(const char* command, const std::string& path, const Json& body) {
+    Answer answer(const char* command, const std::string& path, const Json& body) {
         const Service control = context_.service(controlService, context_.deadline, "application/json");
-        printAnswer(context_, control.request({command, path, body}, context_.deadline));
+        return control.request({command, path, body}, context_.deadline);
+    }
+
+    void ask(const char* command, const std::string& path, const Json& body) {
+        printAnswer(context_, answer(command, path, body));
     }
 
     Context& context_;
