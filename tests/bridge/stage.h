@@ -38,7 +38,7 @@ using Events = std::vector<std::string>;
 using Json = nlohmann::ordered_json;
 
 inline Json load(const std::string& file) {
-    std::ifstream stream{std::filesystem::path{__FILE__}.parent_path() / "exchanges" / file};
+    std::ifstream stream{std::filesystem::path{HMX_SOURCE_DIR} / "tests/bridge/exchanges" / file};
     return Json::parse(stream);
 }
 

@@ -74,7 +74,7 @@ TEST(WorldFile, NamesFileLineAndPathOfWhatIsWrong) {
 }
 
 TEST(WorldFile, SamplesAndMadeWorldsReadAndAreWrittenAsTheyAre) {
-    const std::filesystem::path samples = std::filesystem::path{__FILE__}.parent_path() / "../../share/worlds";
+    const std::filesystem::path samples = std::filesystem::path{HMX_SOURCE_DIR} / "share/worlds";
     for (const char* const name : {"cockpit.json", "one_screen.json"}) {
         World world = hmxsim::readWorld(Document::fromFile((samples / name).string()));
         EXPECT_FALSE(world.displays().empty()) << name;
