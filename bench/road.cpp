@@ -74,8 +74,9 @@ void appendText(Bytes& out, std::string_view text) {
 
 Bytes makeFrame(std::uint8_t type, std::uint8_t flags, std::uint64_t id, const Bytes& body) {
     Bytes frame;
+    frame.reserve(headerSize + body.size());
     appendNumber(frame, body.size(), 4);
-    frame.insert(frame.end(), {type, flags, 0, 0});
+    for (const std::uint8_t byte : {type, flags, std::uint8_t{0}, std::uint8_t{0}}) frame.push_back(byte);
     appendNumber(frame, id, 8);
     frame.insert(frame.end(), body.begin(), body.end());
     return frame;
@@ -175,26 +176,29 @@ class FrameReader {
 public:
     // Receives once; false at the end.
     bool receive(int fd) {
-        const std::size_t kept = buffer_.size();
-        buffer_.resize(kept + 65536);
-        const auto size = ::recv(fd, buffer_.data() + kept, 65536, 0);
-        buffer_.resize(kept + static_cast<std::size_t>(std::max<ssize_t>(size, 0)));
+        if (buffer_.size() - kept_ < chunk) buffer_.resize(kept_ + chunk);
+        const auto size = ::recv(fd, buffer_.data() + kept_, buffer_.size() - kept_, 0);
+        if (size > 0) kept_ += static_cast<std::size_t>(size);
         return size > 0;
     }
     template <class Handle>
     void frames(Handle handle) {
         std::size_t used = 0;
-        while (buffer_.size() - used >= headerSize) {
+        while (kept_ - used >= headerSize) {
             const std::size_t size = headerSize + number(&buffer_[used], 4);
-            if (buffer_.size() - used < size) break;
+            if (kept_ - used < size) break;
             handle(&buffer_[used], size);
             used += size;
         }
-        buffer_.erase(buffer_.begin(), buffer_.begin() + static_cast<std::ptrdiff_t>(used));
+        std::memmove(buffer_.data(), buffer_.data() + used, kept_ - used);
+        kept_ -= used;
     }
 
 private:
+    static constexpr std::size_t chunk = std::size_t{64} * 1024;
+
     Bytes buffer_;
+    std::size_t kept_ = 0;
 };
 
 std::uint64_t idOf(const std::uint8_t* frame) {

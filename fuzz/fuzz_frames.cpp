@@ -12,16 +12,16 @@ constexpr std::uint64_t requestId = 7;
 // As many as a map may have, less those that a writer adds if they were not there.
 constexpr std::size_t mostOtherHeaders = 50;
 
-std::vector<std::uint8_t> frame;
+util::ByteBufferWriter frame;
 
 // The body of the frame just written, whose header must read as what was written.
 fuzz::Bytes writtenBody(FrameType type, std::uint64_t id) {
     kelo::wire::FrameHeader header;
-    fuzz::require(frame.size() >= kelo::wire::headerSize && kelo::wire::readHeader(frame, header) == nullptr,
+    fuzz::require(frame.size() >= kelo::wire::headerSize && kelo::wire::readHeader(frame.bytes(), header) == nullptr,
                   "a written header is read");
     fuzz::require(header.type == type && header.requestId == id, "a written header is what was written");
     fuzz::require(header.bodyLength == frame.size() - kelo::wire::headerSize, "the length of a frame is that of its body");
-    return fuzz::Bytes{frame}.subspan(kelo::wire::headerSize);
+    return frame.bytes().subspan(kelo::wire::headerSize);
 }
 
 bool areSame(const kelo::Payload& one, const kelo::Payload& other) {

@@ -174,9 +174,11 @@ bool DisplaySideBridge<Resource>::deliver(RequestKey key, const All& all) {
     using Scheme = DisplaySideScheme<Resource>;
     return pending_.template next<ListPage>(key, [&] {
         std::vector<std::shared_ptr<Element>> elements;
+        elements.reserve(lastCount_);
         Scheme::forEach(all, [&](const One& one, const Key& known) {
             elements.push_back(std::make_shared<Element>(Scheme::convert(one, ids_.record(known))));
         });
+        lastCount_ = elements.size();
         return kelo::tolu::cutPage(std::move(elements), pending_.context(key)->params, {Scheme::parameter});
     });
 }

@@ -77,6 +77,7 @@ Operation operation(std::string name, std::string servicePath, std::string comma
             }
         }
         for (auto& end : heard.ends()) result.push_back(std::move(end));
+        for (auto& sent : api.sent) sent.handler.reset();  // what is still open refers to `heard`
         return result;
     };
     return {name, servicePath, command, path, body, answer, run};

@@ -1,6 +1,7 @@
 // What the bridges to the display manager have in common: a resource that is asked for whole or by element, and nothing else.
 #pragma once
 
+#include <cstddef>
 #include <memory>
 
 #include "bridge/attachment.h"
@@ -86,6 +87,7 @@ private:
     const std::shared_ptr<comm::ActiveObject> worker_;
     Attachment<typename Resource::Client> upstream_;
     IdTable<Key> ids_;
+    std::size_t lastCount_ = 0;  // of the whole resource's elements: the next answer is likely to have as many
     PendingRequests<Asked, ListPage, Element> pending_;
 };
 

@@ -31,6 +31,7 @@
 // the member: "regions.infoForAllLayers[2].bounds.width: …". Threads: any; nothing here has state.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <concepts>
 #include <cstddef>
@@ -100,10 +101,11 @@ template <Key K, auto Member, Presence P = Presence::byType>
 struct Row {
     using Value = typename detail::MemberPointer<decltype(Member)>::Value;
     using Class = typename detail::MemberPointer<decltype(Member)>::Class;
-    static constexpr std::string_view key{K.text, sizeof K.text - 1};
+    static constexpr util::serializer::PlainKey::Text keyText{K.text};
+    static constexpr util::serializer::PlainKey plainKey{keyText};
+    static constexpr std::string_view key = plainKey.text();
     static constexpr auto member = Member;
     static constexpr bool isRequired = P == Presence::required || !detail::mayBeAbsent<Value>;
-    static_assert(!key.empty());
 };
 
 template <class T, class... Rows>
@@ -282,8 +284,8 @@ bool writeValue(IStructuredSerializer& writer, const V& value) {
 namespace detail {
 
 template <class V>
-bool writeMember(IStructuredSerializer& writer, std::string_view key, const V& value, bool& first) {
-    if (writer.memberKey(key, first, -1) || writeValue(writer, value) || writer.endMember()) return true;
+bool writeMember(IStructuredSerializer& writer, const util::serializer::PlainKey& key, const V& value, bool& first) {
+    if (writer.plainMemberKey(key, first) || writeValue(writer, value) || writer.endMember()) return true;
     first = false;
     return false;
 }
@@ -291,11 +293,11 @@ bool writeMember(IStructuredSerializer& writer, std::string_view key, const V& v
 template <class R, class V>
 bool writeRow(IStructuredSerializer& writer, const V& value, bool& first) {
     if constexpr (R::isRequired) {
-        return writeMember(writer, R::key, value, first);
+        return writeMember(writer, R::plainKey, value, first);
     } else if constexpr (isOptional<V>) {
-        return value && writeMember(writer, R::key, *value, first);
+        return value && writeMember(writer, R::plainKey, *value, first);
     } else {
-        return value && writeMember(writer, R::key, value, first);
+        return value && writeMember(writer, R::plainKey, value, first);
     }
 }
 
@@ -330,12 +332,19 @@ bool readValue(IStructuredPullDeserializer& reader, V& value) {
         value = std::move(fresh);
         return failed;
     } else if constexpr (detail::isVector<V>) {
+        // Lists of one kind tend to be as long as the last one: room for that spares moving what was read.
+        thread_local std::size_t lastSize = 0;
+        constexpr std::size_t most = 4096 / sizeof(typename V::value_type);
         if (reader.beginArray()) return true;
         value.clear();
         for (;;) {
             bool end = false;
             if (reader.atArrayEnd(end)) return true;
-            if (end) return reader.endArray();
+            if (end) {
+                lastSize = std::min(value.size(), most);
+                return reader.endArray();
+            }
+            if (value.empty()) value.reserve(lastSize);
             if (readValue(reader, value.emplace_back())) [[unlikely]]
                 return detail::failedIn(value.size() - 1);
             if (reader.endElement()) return true;
@@ -347,24 +356,27 @@ bool readValue(IStructuredPullDeserializer& reader, V& value) {
 
 namespace detail {
 
-// Walks the members of an object: `key` is that of the member whose value is next; at the end it is "", which is no row's.
+// Walks the members of an object.
 struct MemberCursor {
     IStructuredPullDeserializer& reader;
-    std::string_view key{};
-    bool atEnd = false;
+    std::string_view key{};    // of the member whose value is next, once somebody had to look at it
+    bool isKeyRead = false;    // then the value is next
     std::size_t consumed = 0;  // members that were read
 
-    bool begin();    // true on failure, as are the others
-    bool advance();  // over the member whose value has been read
-    bool skip();     // over a member that nobody knows
-    bool load();     // the key of the next member
+    bool readKey();   // true on failure, as are the others
+    bool endValue();  // of the member whose value has been read
+    bool skip();      // over a member that nobody knows
+    // Whether the next member is this; its value is then next. (No failure: true means yes.)
+    bool is(const util::serializer::PlainKey& expected) {
+        return isKeyRead ? key == expected.text() : reader.takeMemberKey(expected);
+    }
 };
 
 template <class V>
 bool readOptional(IStructuredPullDeserializer& reader, V& value) {
-    if (reader.peek() == util::serializer::ValueType::null) {
+    if (reader.takeNull()) {
         value = V{};
-        return reader.readNull();
+        return false;
     }
     if constexpr (isOptional<V>) {
         value.emplace();
@@ -376,7 +388,7 @@ bool readOptional(IStructuredPullDeserializer& reader, V& value) {
 
 template <class R, class V>
 bool readRow(MemberCursor& cursor, V& value, std::uint64_t& seen, std::uint64_t bit) {
-    if (cursor.key != R::key) return false;
+    if (!cursor.is(R::plainKey)) return false;
     bool failed = false;
     if constexpr (R::isRequired) {
         failed = readValue(cursor.reader, value);
@@ -386,21 +398,24 @@ bool readRow(MemberCursor& cursor, V& value, std::uint64_t& seen, std::uint64_t 
     }
     if (failed) [[unlikely]]
         return failedIn(R::key);
-    return cursor.advance();
+    return cursor.endValue();
 }
 
-// Each pass over the rows takes the members that come in their order; a document in the order of the table is read in one. A
-// member that a whole pass did not take is unknown.
+// Each pass over the rows takes the members that come in their order; a document in the order of the table is read in one, and
+// its keys are only compared. A member that a whole pass did not take has its key read, for another pass; then it is unknown.
 template <class T, class... Rows, std::size_t... Indices>
 bool readRows(IStructuredPullDeserializer& reader, T& value, Table<T, Rows...>, std::index_sequence<Indices...>) {
     constexpr std::uint64_t needed = ((std::uint64_t{Rows::isRequired} << Indices) | ... | 0);
     std::uint64_t seen = 0;
     MemberCursor cursor{reader};
-    if (cursor.begin()) return true;
-    while (!cursor.atEnd) {
+    if (reader.beginObject()) return true;
+    for (;;) {
+        bool end = false;
+        if (!cursor.isKeyRead && reader.atObjectEnd(end)) return true;
+        if (end) break;
         const std::size_t before = cursor.consumed;
         if ((readRow<Rows>(cursor, value.*Rows::member, seen, std::uint64_t{1} << Indices) || ...)) return true;
-        if (cursor.consumed == before && cursor.skip()) return true;
+        if (cursor.consumed == before && (cursor.isKeyRead ? cursor.skip() : cursor.readKey())) return true;
     }
     if (seen != needed) [[unlikely]] {
         (void)(((needed & ~seen & (std::uint64_t{1} << Indices)) != 0 && missing(Rows::key)) || ...);

@@ -1,47 +1,91 @@
 // Growing byte buffer for writers, and a bounded view for readers.
 #pragma once
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
 #include <span>
 #include <string_view>
 #include <utility>
-#include <vector>
 
 namespace util {
 
-// Owns the bytes written so far. Thread: one at a time.
+// Owns the bytes written so far. Whoever writes in small pieces claims room for the most that a piece can take, writes it there
+// and commits what it took. Thread: one at a time.
 class ByteBufferWriter {
 public:
     // `capacity`: bytes reserved at once, so that a document of that size costs one allocation.
-    explicit ByteBufferWriter(std::size_t capacity = 0) { bytes_.reserve(capacity); }
-    // Takes over a buffer for reuse; what it held is dropped, its capacity stays.
-    explicit ByteBufferWriter(std::vector<std::uint8_t>&& reuse) : bytes_{std::move(reuse)} { bytes_.clear(); }
+    explicit ByteBufferWriter(std::size_t capacity) {
+        if (capacity > 0) grow(capacity);
+    }
+    ByteBufferWriter() noexcept = default;
+    ByteBufferWriter(ByteBufferWriter&& other) noexcept { *this = std::move(other); }
+    ByteBufferWriter& operator=(ByteBufferWriter&& other) noexcept {
+        bytes_ = std::move(other.bytes_);
+        size_ = std::exchange(other.size_, 0);
+        capacity_ = std::exchange(other.capacity_, 0);
+        return *this;
+    }
+    ~ByteBufferWriter() = default;
+
+    // Room for `most` bytes behind those written; good until the next call on the buffer.
+    char* claim(std::size_t most) {
+        if (capacity_ - size_ < most) [[unlikely]]
+            grow(most);
+        return reinterpret_cast<char*>(bytes_.get() + size_);
+    }
+    // `size` bytes of the room claimed last have been written.
+    void commit(std::size_t size) noexcept { size_ += size; }
+    // As many as lie before `end`, which is a place in the room claimed last.
+    void commitTo(const char* end) noexcept {
+        size_ = static_cast<std::size_t>(reinterpret_cast<const std::uint8_t*>(end) - bytes_.get());
+    }
 
     void write(const void* data, std::size_t size) {
-        const auto* first = static_cast<const std::uint8_t*>(data);
-        bytes_.insert(bytes_.end(), first, first + size);
+        if (size == 0) return;
+        std::memcpy(claim(size), data, size);
+        size_ += size;
     }
+    void write(std::span<const std::uint8_t> bytes) { write(bytes.data(), bytes.size()); }
     void write(std::string_view text) { write(text.data(), text.size()); }
-    void writeByte(std::uint8_t byte) { bytes_.push_back(byte); }
+    void writeByte(std::uint8_t byte) {
+        *claim(1) = static_cast<char>(byte);
+        ++size_;
+    }
 
     // Replaces bytes that are there already.
-    void overwrite(std::size_t at, const void* data, std::size_t size) noexcept { std::memcpy(bytes_.data() + at, data, size); }
+    void overwrite(std::size_t at, const void* data, std::size_t size) noexcept { std::memcpy(bytes_.get() + at, data, size); }
     // Puts bytes between those that are there already.
     void insert(std::size_t at, const void* data, std::size_t size) {
-        const auto* first = static_cast<const std::uint8_t*>(data);
-        bytes_.insert(bytes_.begin() + static_cast<std::ptrdiff_t>(at), first, first + size);
+        claim(size);
+        std::memmove(bytes_.get() + at + size, bytes_.get() + at, size_ - at);
+        std::memcpy(bytes_.get() + at, data, size);
+        size_ += size;
     }
 
-    std::span<const std::uint8_t> bytes() const noexcept { return bytes_; }
-    std::size_t size() const noexcept { return bytes_.size(); }
-    bool empty() const noexcept { return bytes_.empty(); }
-    void clear() noexcept { bytes_.clear(); }
-    std::vector<std::uint8_t> release() noexcept { return std::move(bytes_); }
+    std::span<const std::uint8_t> bytes() const noexcept { return {bytes_.get(), size_}; }
+    std::size_t size() const noexcept { return size_; }
+    std::size_t capacity() const noexcept { return capacity_; }
+    bool empty() const noexcept { return size_ == 0; }
+    // Both keep the room.
+    void clear() noexcept { size_ = 0; }
+    void truncate(std::size_t size) noexcept { size_ = size; }
+    void swap(ByteBufferWriter& other) noexcept { std::swap(*this, other); }
 
 private:
-    std::vector<std::uint8_t> bytes_;
+    [[gnu::cold]] void grow(std::size_t most) {
+        const std::size_t capacity = std::max(capacity_ * 2, size_ + most);
+        std::unique_ptr<std::uint8_t[]> wider{new std::uint8_t[capacity]};  // left as it comes: it is written before it is read
+        if (size_ > 0) std::memcpy(wider.get(), bytes_.get(), size_);
+        bytes_ = std::move(wider);
+        capacity_ = capacity;
+    }
+
+    std::unique_ptr<std::uint8_t[]> bytes_;
+    std::size_t size_ = 0;
+    std::size_t capacity_ = 0;
 };
 
 // A position in bytes that somebody else owns and that outlive the reader. Thread: one at a time.

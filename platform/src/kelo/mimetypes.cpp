@@ -25,9 +25,13 @@ std::string_view trimmed(std::string_view text) noexcept {
 }  // namespace
 
 MimeTypeID typename2id(std::string_view name) noexcept {
+    constexpr MimeTypeID known[] = {MimeTypeID::json, MimeTypeID::msgpack, MimeTypeID::ixobin, MimeTypeID::plainText,
+                                    MimeTypeID::octetStream};
+    for (const auto id : known) {
+        if (name == id2typename(id)) return id;  // as nearly everybody writes it
+    }
     name = trimmed(name.substr(0, name.find(';')));
-    for (const auto id :
-         {MimeTypeID::json, MimeTypeID::msgpack, MimeTypeID::ixobin, MimeTypeID::plainText, MimeTypeID::octetStream}) {
+    for (const auto id : known) {
         if (equalWithoutCase(name, id2typename(id))) return id;
     }
     return MimeTypeID::unknown;

@@ -54,22 +54,19 @@ int findUnsorted(std::span<const std::string_view> names, std::string_view name)
     return found != names.end() ? static_cast<int>(found - names.begin()) : -1;
 }
 
-bool MemberCursor::load() {
-    key = {};
-    return reader.atObjectEnd(atEnd) || (!atEnd && reader.memberKey(key));
+bool MemberCursor::readKey() {
+    isKeyRead = true;
+    return reader.memberKey(key);
 }
 
-bool MemberCursor::begin() {
-    return reader.beginObject() || load();
-}
-
-bool MemberCursor::advance() {
+bool MemberCursor::endValue() {
     ++consumed;
-    return reader.endMember() || load();
+    isKeyRead = false;
+    return reader.endMember();
 }
 
 bool MemberCursor::skip() {
-    return reader.skipValue() || reader.endMember() || load();
+    return reader.skipValue() || endValue();
 }
 
 }  // namespace detail

@@ -103,7 +103,7 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
             id = slot.id;
             wire::appendRequest(out, id, request, oneShot);
             if (out.size() - before - wire::headerSize > limits_.frameBytes) {
-                out.resize(before);
+                out.truncate(before);
                 releaseLocked(slot);
                 status = 413;
                 refusal = "request larger than a frame may be, not sent";

@@ -128,7 +128,7 @@ void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
             sending_.swap(out_);
         }
         lock.unlock();
-        const auto sent = ::send(socket_.get(), sending_.data() + sendingOffset_, sending_.size() - sendingOffset_,
+        const auto sent = ::send(socket_.get(), sending_.bytes().data() + sendingOffset_, sending_.size() - sendingOffset_,
                                  MSG_NOSIGNAL | MSG_DONTWAIT);
         const int error = errno;
         lock.lock();
@@ -148,8 +148,8 @@ void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
     isSending_ = false;
     if (queuedLocked() == 0) {
         // A buffer that one burst made large is not kept.
-        if (sending_.capacity() > slowBytes) std::vector<std::uint8_t>{}.swap(sending_);
-        if (out_.capacity() > slowBytes) std::vector<std::uint8_t>{}.swap(out_);
+        if (sending_.capacity() > slowBytes) sending_ = util::ByteBufferWriter{};
+        if (out_.capacity() > slowBytes) out_ = util::ByteBufferWriter{};
     }
     boundLocked();
 }
@@ -235,11 +235,8 @@ void FrameStream::handleCarried(bool all) {
 std::size_t FrameStream::handleFrames(std::span<const std::uint8_t> bytes, bool all) {
     std::size_t used = 0;
     for (std::uint32_t count = 0; bytes.size() - used >= wire::headerSize; ++count) {
-        {
-            const std::lock_guard lock{mutex_};
-            if (closed_) return bytes.size();
-            if (paused_ && !all) return used;
-        }
+        if (closed_) return bytes.size();
+        if (paused_.load(std::memory_order_relaxed) && !all) return used;
         wire::FrameHeader header;
         const char* wrong = wire::readHeader(bytes.subspan(used), header);
         if (wrong == nullptr && header.bodyLength > limits_.frameBytes) wrong = "frame larger than the limit";

@@ -15,6 +15,7 @@
 #include "net/descriptor.h"
 #include "net/loop.h"
 #include "runtime/counters.h"
+#include "util/byte_buffer.h"
 #include "wire/frame.h"
 
 namespace kelo::net {
@@ -67,7 +68,7 @@ protected:
     virtual void handleDrainedLocked() {}
 
     // The buffer to append frames to; after appending, and with the lock released, call `commit`.
-    std::vector<std::uint8_t>& outLocked() noexcept { return out_; }
+    util::ByteBufferWriter& outLocked() noexcept { return out_; }
     // Sees to it that what was appended is written: at the end of the loop's drain on a loop's thread, at once on another.
     void commit();
     std::size_t queuedLocked() const noexcept { return out_.size() + (sending_.size() - sendingOffset_); }
@@ -84,7 +85,7 @@ protected:
     Peer peer_;
 
 private:
-    static constexpr std::size_t slowBytes = 64U * 1024U;
+    static constexpr std::size_t slowBytes = std::size_t{64} * 1024U;
 
     void receive();
     // Handles the whole frames in `bytes`, at most `limits_.framesPerWakeUp` unless `all`; the bytes consumed.
@@ -101,14 +102,14 @@ private:
     std::uint32_t watched_ = 0;
 
     // Guarded by mutex_:
-    std::vector<std::uint8_t> out_;      // appended, not yet being sent
-    std::vector<std::uint8_t> sending_;  // being sent, from sendingOffset_
+    util::ByteBufferWriter out_;      // appended, not yet being sent
+    util::ByteBufferWriter sending_;  // being sent, from sendingOffset_
     std::size_t sendingOffset_ = 0;
     std::uint64_t taken_ = 0;
-    bool isSending_ = false;  // a thread is in the system call with `sending_`
-    bool blocked_ = false;    // the kernel took less than all; waiting until it can take more
-    bool paused_ = false;     // not reading
-    bool closed_ = false;
+    bool isSending_ = false;            // a thread is in the system call with `sending_`
+    bool blocked_ = false;              // the kernel took less than all; waiting until it can take more
+    std::atomic<bool> paused_ = false;  // not reading; written with the mutex held
+    bool closed_ = false;               // written by the loop's thread alone
     bool cut_ = false;
 
     // Of the loop's thread alone:

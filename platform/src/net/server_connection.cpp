@@ -31,15 +31,22 @@ public:
     Responder(std::shared_ptr<ServerConnection> connection, std::uint64_t id) : connection_{std::move(connection)}, id_{id} {}
     Responder(const Responder&) = delete;
     Responder& operator=(const Responder&) = delete;
-    ~Responder() override { connection_->abandon(id_); }
+    ~Responder() override {
+        if (!hadLast_) connection_->abandon(id_);
+    }
 
-    bool next(const Response& response) override { return connection_->next(id_, response); }
+    bool next(const Response& response) override {
+        const auto taken = connection_->next(id_, response);
+        hadLast_ = hadLast_ || taken == ServerConnection::Taken::asTheLast;
+        return taken != ServerConnection::Taken::andMoreWanted;
+    }
     void error(const Response& response) override { connection_->terminate(id_, wire::FrameType::error, &response); }
     void completed() override { connection_->terminate(id_, wire::FrameType::completed, nullptr); }
 
 private:
     const std::shared_ptr<ServerConnection> connection_;
     const std::uint64_t id_;
+    bool hadLast_ = false;  // then the connection has forgotten the request
 };
 
 }  // namespace
@@ -178,7 +185,7 @@ void ServerConnection::handleCancel(std::uint64_t id) {
         }
         open->cancelled = true;
         open->waiting = false;
-        open->latest = {};
+        open->latest = util::ByteBufferWriter{};
         handler = open->handler;
         handle = open->handle;
     }
@@ -186,12 +193,12 @@ void ServerConnection::handleCancel(std::uint64_t id) {
     if (handle != nullptr) handler->cancelRequest(handle);
 }
 
-bool ServerConnection::next(std::uint64_t id, const Response& response) {
+ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response& response) {
     bool last = false;
     {
         const std::lock_guard lock{mutex_};
         Open* const open = answerableLocked(id);
-        if (open == nullptr) return true;
+        if (open == nullptr) return Taken::unwanted;
         last = open->oneShot;
         if (!last && isSlowLocked()) {
             open->latest.clear();
@@ -201,9 +208,9 @@ bool ServerConnection::next(std::uint64_t id, const Response& response) {
                 } else {
                     waiting_.push_back(id);
                 }
-                return false;
+                return Taken::andMoreWanted;
             }
-            outLocked().insert(outLocked().end(), open->latest.begin(), open->latest.end());  // the error in its stead
+            outLocked().write(open->latest.bytes());  // the error in its stead
             last = true;
         } else {
             open->waiting = false;  // what waited is older than this
@@ -214,7 +221,7 @@ bool ServerConnection::next(std::uint64_t id, const Response& response) {
         if (last) eraseLocked(requests_.find(id));
     }
     commit();
-    return last;
+    return last ? Taken::asTheLast : Taken::andMoreWanted;
 }
 
 void ServerConnection::terminate(std::uint64_t id, wire::FrameType type, const Response* response) {
@@ -223,7 +230,7 @@ void ServerConnection::terminate(std::uint64_t id, wire::FrameType type, const R
         Open* const open = answerableLocked(id);
         if (open == nullptr) return;
         auto& out = outLocked();
-        if (open->waiting) out.insert(out.end(), open->latest.begin(), open->latest.end());
+        if (open->waiting) out.write(open->latest.bytes());
         if (response != nullptr) {
             appendAnswerLocked(out, type, 0, id, *response);
         } else {
@@ -259,13 +266,13 @@ ServerConnection::Open* ServerConnection::answerableLocked(std::uint64_t id) {
 }
 
 // Appends a frame with the answer; one that is too large for a frame is replaced by an error, which ends the request (false).
-bool ServerConnection::appendAnswerLocked(std::vector<std::uint8_t>& out, wire::FrameType type, std::uint8_t flags,
-                                          std::uint64_t id, const Response& response) {
+bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::FrameType type, std::uint8_t flags, std::uint64_t id,
+                                          const Response& response) {
     const std::size_t before = out.size();
     wire::appendResponse(out, type, flags, id, response);
     const std::size_t size = out.size() - before - wire::headerSize;
     if (size <= limits_.frameBytes) return true;
-    out.resize(before);
+    out.truncate(before);
     tracing::logCV(channel, 4, "%s: an answer of %zu bytes to %s is larger than a frame may be", service_->path.c_str(), size,
                    peer_.toString().c_str());
     wire::appendResponse(
@@ -291,8 +298,8 @@ void ServerConnection::handleDrainedLocked() {
         if (request == requests_.end() || !request->second.waiting) continue;
         Open& open = request->second;
         open.waiting = false;
-        outLocked().insert(outLocked().end(), open.latest.begin(), open.latest.end());
-        open.latest = {};
+        outLocked().write(open.latest.bytes());
+        open.latest = util::ByteBufferWriter{};
     }
     waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(written));
 }
@@ -306,7 +313,7 @@ void ServerConnection::handleClosed(const char* /*why*/) {
         for (auto& [id, request] : requests_) {
             if (!request.cancelled && request.handle != nullptr) open.emplace_back(request.handler, request.handle);
             request.cancelled = true;
-            request.latest = {};
+            request.latest = util::ByteBufferWriter{};
         }
     }
     counters_.cancelled += open.size();

@@ -39,7 +39,9 @@ public:
     std::size_t openRequests() const;
 
     // Answers request `id`; for its responder. `next` is true when nothing further is wanted.
-    bool next(std::uint64_t id, const Response& response);
+    // What became of a value.
+    enum class Taken : std::uint8_t { andMoreWanted, asTheLast, unwanted };
+    Taken next(std::uint64_t id, const Response& response);
     void terminate(std::uint64_t id, wire::FrameType type, const Response* response);
     // The responder of request `id` is gone; unless it was answered, the client hears so.
     void abandon(std::uint64_t id);
@@ -51,8 +53,8 @@ private:
         void* handle = nullptr;
         bool oneShot = false;
         bool cancelled = false;
-        bool waiting = false;              // `latest` holds a value that the peer was too slow for
-        std::vector<std::uint8_t> latest;  // a whole frame
+        bool waiting = false;           // `latest` holds a value that the peer was too slow for
+        util::ByteBufferWriter latest;  // a whole frame
     };
     using Requests = std::unordered_map<std::uint64_t, Open>;
 
@@ -65,7 +67,7 @@ private:
     void dispatch(std::uint64_t id);
 
     Open* answerableLocked(std::uint64_t id);
-    bool appendAnswerLocked(std::vector<std::uint8_t>& out, wire::FrameType type, std::uint8_t flags, std::uint64_t id,
+    bool appendAnswerLocked(util::ByteBufferWriter& out, wire::FrameType type, std::uint8_t flags, std::uint64_t id,
                             const Response& response);
     void eraseLocked(Requests::iterator request);
 

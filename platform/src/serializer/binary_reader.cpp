@@ -155,12 +155,28 @@ bool BinaryReader::memberKey(std::string_view& key) {
     return readString(key);
 }
 
+bool BinaryReader::takeMemberKey(const util::serializer::PlainKey& key) {
+    const std::size_t size = key.size();
+    if (bytes_.size() - at_ <= size || size >= shortText_.limit || bytes_[at_] != shortText_.head + size || !isOpen(true) ||
+        containers_[depth_ - 1].left == 0 || std::memcmp(bytes_.data() + at_ + 1, key.text().data(), size) != 0) {
+        return false;
+    }
+    at_ += size + 1;
+    return true;
+}
+
 ValueType BinaryReader::peek() {
     return look() == nullptr ? typeOf(item_) : ValueType::invalid;
 }
 
 bool BinaryReader::readNull() {
     return take(Type::null, "null");
+}
+
+bool BinaryReader::takeNull() {
+    if (look() != nullptr || item_.type != Type::null) return false;
+    at_ = item_.end;
+    return true;
 }
 
 bool BinaryReader::readBool(bool& value) {

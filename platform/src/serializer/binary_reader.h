@@ -39,6 +39,7 @@ public:
     bool beginObject() final { return begin(true); }
     bool atObjectEnd(bool& end) final { return atEnd(true, end); }
     bool memberKey(std::string_view& key) final;
+    bool takeMemberKey(const util::serializer::PlainKey& key) final;
     bool endMember() final { return endEntry(true); }
     bool endObject() final { return end(true); }
     bool beginArray() final { return begin(false); }
@@ -47,6 +48,7 @@ public:
     bool endArray() final { return end(false); }
     util::serializer::ValueType peek() final;
     bool readNull() final;
+    bool takeNull() final;
     bool readBool(bool& value) final;
     bool readInt(std::int64_t& value) final;
     bool readDouble(double& value) final;
@@ -57,7 +59,12 @@ public:
     std::size_t offset() const noexcept final { return at_; }
 
 protected:
-    BinaryReader() = default;
+    // How a short text begins: one byte, which is `head` and the length, if that is less than `limit`.
+    struct ShortText {
+        std::uint8_t head;
+        std::uint8_t limit;
+    };
+    explicit BinaryReader(ShortText shortText) noexcept : shortText_{shortText} {}
 
     // Decodes the value that begins at offset(), where there is at least one byte. Null, or what is wrong with it. Nothing is
     // recorded, since somebody may only be looking.
@@ -88,6 +95,7 @@ private:
 
     static constexpr std::size_t nowhere = ~std::size_t{0};
 
+    const ShortText shortText_;
     std::span<const std::uint8_t> bytes_;
     std::size_t at_ = 0;
     std::size_t itemAt_ = nowhere;  // where `item_` begins

@@ -7,6 +7,9 @@ namespace kelo::serializer {
 
 // Thread: one at a time.
 class IxobinReader final : public BinaryReader {
+public:
+    IxobinReader() noexcept : BinaryReader{{.head = 0x60, .limit = 24}} {}
+
 private:
     struct Found;
 

@@ -43,6 +43,13 @@ bool IxobinWriter::memberKey(std::string_view key, bool first, int /*index*/) {
     return nesting_.open(true, first) || writeText(key);
 }
 
+bool IxobinWriter::plainMemberKey(const util::serializer::PlainKey& key, bool first) {
+    if (nesting_.open(true, first)) return true;
+    put([size = key.size()](unsigned char* to, std::size_t room) { return cbor_encode_string_start(size, to, room); });
+    out_->write(key.text());
+    return false;
+}
+
 bool IxobinWriter::endMember() {
     return nesting_.close(true);
 }

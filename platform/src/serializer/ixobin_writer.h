@@ -13,6 +13,7 @@ public:
     bool finish() override;
     bool beginObject() override;
     bool memberKey(std::string_view key, bool first, int index) override;
+    bool plainMemberKey(const util::serializer::PlainKey& key, bool first) override;
     bool endMember() override;
     bool endObject() override;
     bool beginArray() override;

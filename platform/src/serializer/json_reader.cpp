@@ -4,6 +4,7 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "serializer/failure.h"
 #include "serializer/json_text.h"
@@ -27,6 +28,23 @@ constexpr std::size_t maximumIntegerDigits = 310;  // those of the largest doubl
 
 bool isDigit(char c) noexcept {
     return c >= '0' && c <= '9';
+}
+
+// Of at least four characters. Keys are short: a call would cost more than the comparison.
+bool areSame(const char* a, const char* b, std::size_t size) noexcept {
+    const auto differ = [&]<class Word>(Word, std::size_t at) {
+        Word x = 0;
+        Word y = 0;
+        std::memcpy(&x, a + at, sizeof x);
+        std::memcpy(&y, b + at, sizeof y);
+        return x != y;
+    };
+    // The last word overlaps the one before.
+    if (size < 8) return !differ(std::uint32_t{}, 0) && !differ(std::uint32_t{}, size - 4);
+    for (std::size_t at = 0; at + 8 < size; at += 8) {
+        if (differ(std::uint64_t{}, at)) return false;
+    }
+    return !differ(std::uint64_t{}, size - 8);
 }
 
 // Whether a number that is too large for a double, or too small for one, is the latter: its first digit that counts then stands
@@ -169,6 +187,15 @@ bool JsonReader::memberKey(std::string_view& key) {
     return false;
 }
 
+bool JsonReader::takeMemberKey(const util::serializer::PlainKey& key) {
+    skipBlanks();
+    const char* const expected = key.jsonMember().chars + 1;  // without the comma
+    const std::size_t size = key.jsonMember().size - 1;
+    if (static_cast<std::size_t>(end_ - at_) < size || !areSame(at_, expected, size)) return false;
+    at_ += size;
+    return true;
+}
+
 ValueType JsonReader::peek() {
     skipBlanks();
     if (at_ == end_) return ValueType::invalid;
@@ -201,6 +228,11 @@ bool JsonReader::takeLiteral(std::string_view text) noexcept {
 bool JsonReader::readNull() {
     skipBlanks();
     return !takeLiteral("null") && failedToFind("null");
+}
+
+bool JsonReader::takeNull() {
+    skipBlanks();
+    return at_ != end_ && *at_ == 'n' && takeLiteral("null");
 }
 
 bool JsonReader::readBool(bool& value) {
@@ -240,7 +272,25 @@ std::string_view JsonReader::scanNumber(bool& integer) const noexcept {
 }
 
 bool JsonReader::readInt(std::int64_t& value) {
+    constexpr std::ptrdiff_t surelyFits = 18;  // every integer of so many digits has 64 bits
     skipBlanks();
+    const char* at = at_;
+    const bool isNegative = at < end_ && *at == '-';
+    if (isNegative) ++at;
+    const char* const first = at;
+    const char* const last = end_ - at > surelyFits ? at + surelyFits : end_;
+    std::int64_t number = 0;
+    for (; at != last && isDigit(*at); ++at) number = number * 10 + (*at - '0');
+    // Digits, without a zero before them, and then not more digits, a fraction or an exponent.
+    const bool isUsual =
+        at != first && at != last && (*at == ',' || *at == '}' || *at == ']') && (*first != '0' || at - first == 1);
+    if (!isUsual) return readUnusualInt(value);
+    value = isNegative ? -number : number;
+    at_ = at;
+    return false;
+}
+
+bool JsonReader::readUnusualInt(std::int64_t& value) {
     bool integer = false;
     const std::string_view text = scanNumber(integer);
     if (text.empty() || !integer) return failedToFind("an integer");

@@ -18,6 +18,7 @@ public:
     bool beginObject() override;
     bool atObjectEnd(bool& end) override;
     bool memberKey(std::string_view& key) override;
+    bool takeMemberKey(const util::serializer::PlainKey& key) override;
     bool endMember() override;
     bool endObject() override;
     bool beginArray() override;
@@ -26,6 +27,7 @@ public:
     bool endArray() override;
     util::serializer::ValueType peek() override;
     bool readNull() override;
+    bool takeNull() override;
     bool readBool(bool& value) override;
     bool readInt(std::int64_t& value) override;
     bool readDouble(double& value) override;
@@ -39,12 +41,15 @@ private:
     bool failed(const char* what) const noexcept;
     [[gnu::cold]] bool failedToFind(const char* expected);
     void skipBlanks() noexcept {
-        while (at_ < end_ && (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t')) ++at_;
+        while (at_ < end_ && static_cast<unsigned char>(*at_) <= ' ' &&
+               (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t'))
+            ++at_;
     }
     bool begin(char open, const char* expected);
     bool atEnd(char close, bool& end);
     bool separate(char close);
     bool end(char close);
+    bool readUnusualInt(std::int64_t& value);
     bool takeLiteral(std::string_view text) noexcept;
     // The number at the present place, not consumed; empty if none begins there. `integer`: it has neither fraction nor exponent.
     std::string_view scanNumber(bool& integer) const noexcept;

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstdint>
 #include <cstring>
+#include <string_view>
 
 namespace kelo::serializer {
 
@@ -14,6 +15,42 @@ constexpr std::uint64_t jsonSpecials(std::uint64_t word) noexcept {
     constexpr std::uint64_t highs = 0x8080808080808080U;
     const auto below = [](std::uint64_t w, std::uint64_t limit) { return (w - ones * limit) & ~w & highs; };
     return below(word ^ (ones * '"'), 1) | below(word ^ (ones * '\\'), 1) | below(word, 0x20);
+}
+
+// Copies text of which every character is ASCII and may stand in a JSON string as it is. False as soon as one is not; what `to`
+// holds is then of no use. Thread: any.
+inline bool copyJsonPlain(std::string_view text, char* to) noexcept {
+    constexpr std::uint64_t highs = 0x8080808080808080U;
+    const char* const at = text.data();
+    const std::size_t size = text.size();
+    std::uint64_t odd = 0;
+    const auto copyWord = [&](std::size_t i) {
+        std::uint64_t word = 0;
+        std::memcpy(&word, at + i, sizeof word);
+        std::memcpy(to + i, &word, sizeof word);
+        odd |= jsonSpecials(word) | (word & highs);
+    };
+    const auto copyHalf = [&](std::size_t i) {
+        std::uint32_t word = 0;
+        std::memcpy(&word, at + i, sizeof word);
+        std::memcpy(to + i, &word, sizeof word);
+        odd |= jsonSpecials(word | std::uint64_t{0x20202020} << 32U) | (word & highs);
+    };
+    // The last word or half overlaps the one before.
+    if (size >= 8) {
+        for (std::size_t i = 0; i + 8 < size; i += 8) copyWord(i);
+        copyWord(size - 8);
+    } else if (size >= 4) {
+        copyHalf(0);
+        copyHalf(size - 4);
+    } else {
+        for (std::size_t i = 0; i < size; ++i) {
+            const auto c = static_cast<unsigned char>(at[i]);
+            if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\') return false;
+            to[i] = at[i];
+        }
+    }
+    return odd == 0;
 }
 
 // The first quote, backslash or control character; `end` if there is none. `ascii` becomes false when a byte beyond ASCII stands

@@ -3,12 +3,14 @@
 #include <charconv>
 #include <cmath>
 #include <cstdint>
+#include <cstring>
 
 #include "serializer/json_text.h"
 #include "serializer/utf8.h"
 
 // RFC 8259. Only what must be escaped is: the quote, the backslash and control characters; everything else goes out as it is, in
-// runs as long as possible, since nearly no text here has anything to escape. Numbers are the shortest text that reads back as
+// runs as long as possible. Nearly no text here has anything to escape or is not ASCII: it is looked at while it is copied, and
+// only what turns out to be unusual is gone through again. Numbers are the shortest text that reads back as
 // the same value; one beyond 64 bits always has an exponent, so that no reader takes it for an integer too large to hold.
 //
 // UTF-8 is checked after a string is written: what is not ASCII is rare, and a document that fails is dropped anyway.
@@ -46,6 +48,18 @@ bool JsonWriter::memberKey(std::string_view key, bool first, int /*index*/) {
     if (!first) out_->writeByte(',');
     if (writeText(key)) return true;
     out_->writeByte(':');
+    return false;
+}
+
+bool JsonWriter::plainMemberKey(const util::serializer::PlainKey& key, bool first) {
+    if (nesting_.open(true, first)) return true;
+    constexpr std::size_t block = util::serializer::PlainKey::block;
+    const auto& member = key.jsonMember();
+    const std::size_t comma = first ? 1 : 0;  // to be left out
+    char* const to = out_->claim(2 * block);
+    std::memcpy(to, member.chars + comma, block);
+    if (member.size > block) std::memcpy(to + block, member.chars + comma + block, block);
+    out_->commit(member.size - comma);
     return false;
 }
 
@@ -95,10 +109,10 @@ bool JsonWriter::writeBool(bool value) {
 
 template <class... Format>
 bool JsonWriter::writeNumber(Format... format) {
+    constexpr std::size_t longest = 32;
     if (nesting_.value()) return true;
-    char text[32];
-    const auto end = std::to_chars(text, text + sizeof text, format...).ptr;
-    out_->write(text, static_cast<std::size_t>(end - text));
+    char* const text = out_->claim(longest);
+    out_->commitTo(std::to_chars(text, text + longest, format...).ptr);
     return false;
 }
 
@@ -124,11 +138,11 @@ bool JsonWriter::writeString(std::string_view value) {
 
 bool JsonWriter::writeUuid(const std::UUID& value) {
     if (nesting_.value()) return true;
-    char text[std::UUID::textLength + 2];
+    char* const text = out_->claim(std::UUID::textLength + 2);
     text[0] = '"';
     value.toChars(text + 1);
-    text[sizeof text - 1] = '"';
-    out_->write(text, sizeof text);
+    text[std::UUID::textLength + 1] = '"';
+    out_->commit(std::UUID::textLength + 2);
     return false;
 }
 
@@ -137,6 +151,16 @@ bool JsonWriter::writeUrl(const kelo::url& value) {
 }
 
 bool JsonWriter::writeText(std::string_view text) {
+    char* const to = out_->claim(text.size() + 2);
+    if (!copyJsonPlain(text, to + 1)) [[unlikely]]
+        return writeUnusual(text);
+    to[0] = '"';
+    to[text.size() + 1] = '"';
+    out_->commit(text.size() + 2);
+    return false;
+}
+
+bool JsonWriter::writeUnusual(std::string_view text) {
     bool ascii = true;
     const char* at = text.data();
     const char* const end = at + text.size();

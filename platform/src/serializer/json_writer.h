@@ -13,6 +13,7 @@ public:
     bool finish() override;
     bool beginObject() override;
     bool memberKey(std::string_view key, bool first, int index) override;
+    bool plainMemberKey(const util::serializer::PlainKey& key, bool first) override;
     bool endMember() override;
     bool endObject() override;
     bool beginArray() override;
@@ -33,6 +34,7 @@ private:
     template <class... Format>
     bool writeNumber(Format... format);
     bool writeText(std::string_view text);
+    bool writeUnusual(std::string_view text);
     void writeEscaped(unsigned char c);
 
     util::ByteBufferWriter* out_ = nullptr;

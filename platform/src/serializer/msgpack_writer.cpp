@@ -84,6 +84,14 @@ bool MsgpackWriter::memberKey(std::string_view key, bool first, int /*index*/) {
     return writeText(key);
 }
 
+bool MsgpackWriter::plainMemberKey(const util::serializer::PlainKey& key, bool first) {
+    if (nesting_.open(true, first)) return true;
+    ++containers_[nesting_.depth() - 1].count;
+    out_->writeByte(static_cast<std::uint8_t>(0xa0U | key.size()));
+    out_->write(key.text());
+    return false;
+}
+
 bool MsgpackWriter::beginElement(bool first) {
     if (nesting_.open(false, first)) return true;
     ++containers_[nesting_.depth() - 1].count;

@@ -27,6 +27,7 @@ namespace kelo::wire {
 namespace {
 
 constexpr std::size_t maximumFields = 64;
+constexpr std::uint8_t shortText = 0x60;  // and the length, if that is below 24, begin a text
 constexpr std::string_view version = "$version";
 constexpr std::string_view application = "$application";
 constexpr std::string_view mimeTypes = "$mime-types";
@@ -47,42 +48,59 @@ T getLittleEndian(const std::uint8_t* in) noexcept {
 // Writes one frame to the end of a buffer: the header's length is filled in when the frame is complete.
 class FrameWriter {
 public:
-    FrameWriter(std::vector<std::uint8_t>& out, FrameType type, std::uint8_t flags, std::uint64_t id, std::size_t fields)
+    FrameWriter(util::ByteBufferWriter& out, FrameType type, std::uint8_t flags, std::uint64_t id, std::size_t fields)
         : out_{out}, start_{out.size()} {
-        out_.resize(start_ + headerSize);
-        out_[start_ + 4] = static_cast<std::uint8_t>(type);
-        out_[start_ + 5] = flags;
-        putLittleEndian<std::uint16_t>(&out_[start_ + 6], 0);
-        putLittleEndian(&out_[start_ + 8], id);
-        put([fields](unsigned char* to, std::size_t room) { return cbor_encode_map_start(fields, to, room); });
+        std::uint8_t header[headerSize]{};
+        header[4] = static_cast<std::uint8_t>(type);
+        header[5] = flags;
+        putLittleEndian(&header[8], id);
+        out_.write(header, sizeof header);
+        char* const to = out_.claim(longestHead);
+        out_.commitTo(putHead(to, mapMajor, fields));
     }
     FrameWriter(const FrameWriter&) = delete;
     FrameWriter& operator=(const FrameWriter&) = delete;
-    ~FrameWriter() { putLittleEndian(&out_[start_], static_cast<std::uint32_t>(out_.size() - start_ - headerSize)); }
+    ~FrameWriter() {
+        std::uint8_t length[4];
+        putLittleEndian(length, static_cast<std::uint32_t>(out_.size() - start_ - headerSize));
+        out_.overwrite(start_, length, sizeof length);
+    }
 
     void field(std::string_view key, std::string_view value) {
-        text(key);
-        text(value);
+        char* const to = out_.claim(key.size() + value.size() + 2 * longestHead);
+        out_.commitTo(putText(putText(to, key), value));
     }
     void field(std::string_view key, std::uint64_t value) {
-        text(key);
-        put([value](unsigned char* to, std::size_t room) { return cbor_encode_uint(value, to, room); });
+        char* const to = out_.claim(key.size() + 2 * longestHead);
+        out_.commitTo(putHead(putText(to, key), unsignedMajor, value));
     }
-    void payload(std::span<const std::uint8_t> bytes) { out_.insert(out_.end(), bytes.begin(), bytes.end()); }
+    void payload(std::span<const std::uint8_t> bytes) { out_.write(bytes.data(), bytes.size()); }
 
 private:
-    template <class Encode>
-    void put(Encode encode) {
-        std::uint8_t head[9];
-        const std::size_t size = encode(head, sizeof head);
-        out_.insert(out_.end(), head, head + size);
+    static constexpr std::size_t longestHead = 9;
+    static constexpr unsigned unsignedMajor = 0;
+    static constexpr unsigned textMajor = 3;
+    static constexpr unsigned mapMajor = 5;
+
+    // The type and number that begin an item; behind it, as is the result of the other. Nearly all numbers here are below 24, and
+    // stand in the first byte.
+    static char* putHead(char* to, unsigned major, std::uint64_t value) {
+        if (value < 24) [[likely]] {
+            *to = static_cast<char>(major << 5U | static_cast<unsigned>(value));
+            return to + 1;
+        }
+        auto* const bytes = reinterpret_cast<unsigned char*>(to);
+        const std::size_t size = cbor_encode_uint(value, bytes, longestHead);
+        bytes[0] = static_cast<unsigned char>(bytes[0] | major << 5U);
+        return to + size;
     }
-    void text(std::string_view value) {
-        put([size = value.size()](unsigned char* to, std::size_t room) { return cbor_encode_string_start(size, to, room); });
-        out_.insert(out_.end(), value.begin(), value.end());
+    static char* putText(char* to, std::string_view value) {
+        to = putHead(to, textMajor, value.size());
+        std::memcpy(to, value.data(), value.size());
+        return to + value.size();
     }
 
-    std::vector<std::uint8_t>& out_;
+    util::ByteBufferWriter& out_;
     std::size_t start_;
 };
 
@@ -149,6 +167,13 @@ template <class OnField>
 const char* readFields(std::span<const std::uint8_t> body, std::span<const std::uint8_t>& rest, OnField onField) {
     std::size_t at = 0;
     const auto next = [&](Item& item) {
+        const std::uint8_t first = at < body.size() ? body[at] : 0xffU;
+        if (const std::size_t size = first - shortText; first >= shortText && size < 24 && size < body.size() - at) {
+            item.kind = Item::Kind::text;  // as nearly all are, so that they need not go through the decoder
+            item.text = {reinterpret_cast<const char*>(body.data()) + at + 1, size};
+            at += size + 1;
+            return true;
+        }
         item.kind = Item::Kind::none;
         const auto decoded = cbor_stream_decode(body.data() + at, body.size() - at, &callbacks(), &item);
         if (decoded.status != CBOR_DECODER_FINISHED || item.kind == Item::Kind::none) return false;
@@ -213,7 +238,7 @@ const char* readHeader(std::span<const std::uint8_t> bytes, FrameHeader& header)
     return nullptr;
 }
 
-void appendHello(std::vector<std::uint8_t>& out, const Hello& hello) {
+void appendHello(util::ByteBufferWriter& out, const Hello& hello) {
     FrameWriter frame{out, FrameType::hello, 0, 0,
                       2U + (hello.servicePath.empty() ? 0U : 1U) + (hello.mimeTypes.empty() ? 0U : 1U)};
     frame.field(version, std::uint64_t{hello.version});
@@ -222,7 +247,7 @@ void appendHello(std::vector<std::uint8_t>& out, const Hello& hello) {
     if (!hello.mimeTypes.empty()) frame.field(mimeTypes, hello.mimeTypes);
 }
 
-void appendRequest(std::vector<std::uint8_t>& out, std::uint64_t id, const Request& request, bool oneShot) {
+void appendRequest(util::ByteBufferWriter& out, std::uint64_t id, const Request& request, bool oneShot) {
     const std::string_view contentType = request.contentType();
     const auto given = [](std::string_view text) { return text.empty() ? 0U : 1U; };
     const std::size_t fields = 2 + given(request.servicePath()) + given(request.clientId()) + given(request.accept()) +
@@ -239,8 +264,7 @@ void appendRequest(std::vector<std::uint8_t>& out, std::uint64_t id, const Reque
     frame.payload(request.payload().bytes());
 }
 
-void appendResponse(std::vector<std::uint8_t>& out, FrameType type, std::uint8_t flags, std::uint64_t id,
-                    const Response& response) {
+void appendResponse(util::ByteBufferWriter& out, FrameType type, std::uint8_t flags, std::uint64_t id, const Response& response) {
     const std::string_view contentType = response.getMimeTypeText();
     const std::size_t fields =
         1U + (contentType.empty() ? 0U : 1U) + (response.clientId().empty() ? 0U : 1U) + response.headers().entries().size();
@@ -252,7 +276,7 @@ void appendResponse(std::vector<std::uint8_t>& out, FrameType type, std::uint8_t
     frame.payload(response.payload().bytes());
 }
 
-void appendBare(std::vector<std::uint8_t>& out, FrameType type, std::uint64_t id) {
+void appendBare(util::ByteBufferWriter& out, FrameType type, std::uint64_t id) {
     const FrameWriter frame{out, type, 0, id, 0};
 }
 

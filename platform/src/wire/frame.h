@@ -6,10 +6,10 @@
 #include <span>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "kelo/request.h"
 #include "kelo/response.h"
+#include "util/byte_buffer.h"
 
 namespace kelo::wire {
 
@@ -43,11 +43,10 @@ struct Hello {
 };
 
 // Each appends one whole frame to `out`.
-void appendHello(std::vector<std::uint8_t>& out, const Hello& hello);
-void appendRequest(std::vector<std::uint8_t>& out, std::uint64_t id, const Request& request, bool oneShot);
-void appendResponse(std::vector<std::uint8_t>& out, FrameType type, std::uint8_t flags, std::uint64_t id,
-                    const Response& response);
-void appendBare(std::vector<std::uint8_t>& out, FrameType type, std::uint64_t id);
+void appendHello(util::ByteBufferWriter& out, const Hello& hello);
+void appendRequest(util::ByteBufferWriter& out, std::uint64_t id, const Request& request, bool oneShot);
+void appendResponse(util::ByteBufferWriter& out, FrameType type, std::uint8_t flags, std::uint64_t id, const Response& response);
+void appendBare(util::ByteBufferWriter& out, FrameType type, std::uint64_t id);
 
 // Each reads the body of a frame into a value that may be reused; payloads borrow from `body`. Null on success, else what is
 // wrong. Unknown header keys of requests and responses go to their header map; of a hello they are ignored.

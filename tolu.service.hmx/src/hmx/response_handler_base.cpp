@@ -8,10 +8,8 @@
 #include "hmx/response_handler_base.h"
 
 #include <cstddef>
-#include <cstdint>
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "kelo/errors.h"
 
@@ -22,15 +20,17 @@ namespace {
 constexpr std::size_t initialCapacity = 1024;
 constexpr std::size_t keptCapacity = std::size_t{256} * 1024;  // a thread does not hold on to more for a rare big answer's sake
 
-thread_local std::vector<std::uint8_t> spareBytes;
+thread_local util::ByteBufferWriter spareBuffer;
 
 // A buffer for the time of one answer. Thread: the one that made it.
 class AnswerBuffer {
 public:
-    AnswerBuffer() : writer_{takeBytes()} {}
+    AnswerBuffer() : writer_{std::move(spareBuffer)} {
+        writer_.clear();
+        writer_.claim(initialCapacity);
+    }
     ~AnswerBuffer() {
-        std::vector<std::uint8_t> bytes = writer_.release();
-        if (bytes.capacity() <= keptCapacity) spareBytes = std::move(bytes);
+        if (writer_.capacity() <= keptCapacity) spareBuffer = std::move(writer_);
     }
     AnswerBuffer(const AnswerBuffer&) = delete;
     AnswerBuffer& operator=(const AnswerBuffer&) = delete;
@@ -38,12 +38,6 @@ public:
     util::ByteBufferWriter& writer() noexcept { return writer_; }
 
 private:
-    static std::vector<std::uint8_t> takeBytes() {
-        std::vector<std::uint8_t> bytes = std::move(spareBytes);
-        bytes.reserve(initialCapacity);
-        return bytes;
-    }
-
     util::ByteBufferWriter writer_;
 };
 

@@ -16,6 +16,42 @@
 
 namespace util::serializer {
 
+// A member's key that every encoding takes as it is, so that nobody has to look at its characters: printable ASCII without quotes
+// and backslashes, at most 28 of them. What it refers to has static storage.
+class PlainKey {
+public:
+    // A JSON member is copied in one or two blocks of this size, whatever its length, rather than byte by byte.
+    static constexpr std::size_t block = 16;
+
+    // The key as a JSON member begins: `,"key":`.
+    struct Text {
+        template <std::size_t N>
+        consteval explicit Text(const char (&key)[N]) {
+            static_assert(N > 1 && N - 1 + 4 <= 2 * block);
+            chars[size++] = ',';
+            chars[size++] = '"';
+            for (std::size_t i = 0; i + 1 < N; ++i) {
+                if (key[i] < ' ' || key[i] > '~' || key[i] == '"' || key[i] == '\\') throw "not a plain key";
+                chars[size++] = key[i];
+            }
+            chars[size++] = '"';
+            chars[size++] = ':';
+        }
+        std::size_t size = 0;
+        char chars[2 * block + 1]{};  // from the first or second character on, two whole blocks
+    };
+
+    // Refers to the text.
+    constexpr explicit PlainKey(const Text& text) noexcept : text_{&text} {}
+
+    constexpr std::string_view text() const noexcept { return {text_->chars + 2, text_->size - 4}; }
+    constexpr std::size_t size() const noexcept { return text_->size - 4; }
+    constexpr const Text& jsonMember() const noexcept { return *text_; }
+
+private:
+    const Text* text_;
+};
+
 // Thread: one at a time. A writer may be started again after finish() or a failure.
 class IStructuredSerializer {
 public:
@@ -30,6 +66,8 @@ public:
     // `first`: true for the first member written in this object. `index`: the member's number for encodings that have one, -1
     // where there is none; none of today's encodings uses it.
     virtual bool memberKey(std::string_view key, bool first, int index) = 0;
+    // memberKey() for a key of which is known that it needs no look.
+    virtual bool plainMemberKey(const PlainKey& key, bool first) = 0;
     virtual bool endMember() = 0;
     virtual bool endObject() = 0;
 
@@ -69,6 +107,9 @@ public:
     // True in `end` when the object that is open has no further member.
     virtual bool atObjectEnd(bool& end) = 0;
     virtual bool memberKey(std::string_view& key) = 0;
+    // Whether this key, in its usual spelling, comes next in the object that is open; then it has been consumed. Wherever that is
+    // not so, nothing has happened, and it is memberKey() that tells what there is. (No failure: true means yes.)
+    virtual bool takeMemberKey(const PlainKey& key) = 0;
     virtual bool endMember() = 0;
     virtual bool endObject() = 0;
 
@@ -81,6 +122,8 @@ public:
     // The type of the next value, without consuming it; `invalid` where no value can begin.
     virtual ValueType peek() = 0;
     virtual bool readNull() = 0;
+    // Whether the next value is null; then it has been consumed. (No failure: true means yes.)
+    virtual bool takeNull() = 0;
     virtual bool readBool(bool& value) = 0;
     // An integer outside int64, or a number with a fraction or exponent, fails: values never wrap or round.
     virtual bool readInt(std::int64_t& value) = 0;

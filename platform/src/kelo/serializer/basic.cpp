@@ -91,15 +91,18 @@ const KnownParameter* findKnown(std::string_view key) noexcept {
 // Reads an object of any keys; `take` gets each with its value.
 template <class F>
 bool readEntries(IStructuredPullDeserializer& reader, F&& take) {
-    record::detail::MemberCursor cursor{reader};
-    if (cursor.begin()) return true;
-    while (!cursor.atEnd) {
-        std::string key{cursor.key};  // the view is gone once the value is read
+    if (reader.beginObject()) return true;
+    for (;;) {
+        bool end = false;
+        std::string_view text;
+        if (reader.atObjectEnd(end)) return true;
+        if (end) return reader.endObject();
+        if (reader.memberKey(text)) return true;
+        std::string key{text};  // the view is gone once the value is read
         Value value;
         if (deserialize(reader, value) || take(key, std::move(value))) return record::detail::failedIn(key);
-        if (cursor.advance()) return true;
+        if (reader.endMember()) return true;
     }
-    return reader.endObject();
 }
 
 }  // namespace

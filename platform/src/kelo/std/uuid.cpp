@@ -18,6 +18,13 @@ constexpr array<uint8_t, 256> kDigitValues = [] {
     return values;
 }();
 
+// The two digits of each byte.
+constexpr array<array<char, 2>, 256> kPairs = [] {
+    array<array<char, 2>, 256> pairs{};
+    for (size_t byte = 0; byte < pairs.size(); ++byte) pairs[byte] = {kDigits[byte >> 4U], kDigits[byte & 15U]};
+    return pairs;
+}();
+
 // Where in the text each byte's first digit stands.
 constexpr array<uint8_t, UUID::byteCount> kPositions{0, 2, 4, 6, 9, 11, 14, 16, 19, 21, 24, 26, 28, 30, 32, 34};
 constexpr size_t kHyphens[] = {8, 13, 18, 23};
@@ -43,10 +50,7 @@ bool UUID::parse(string_view text, UUID& out) noexcept {
 }
 
 void UUID::toChars(char* out) const noexcept {
-    for (size_t i = 0; i < byteCount; ++i) {
-        out[kPositions[i]] = kDigits[bytes_[i] >> 4U];
-        out[kPositions[i] + 1U] = kDigits[bytes_[i] & 15U];
-    }
+    for (size_t i = 0; i < byteCount; ++i) memcpy(out + kPositions[i], kPairs[bytes_[i]].data(), 2);
     for (const size_t position : kHyphens) out[position] = '-';
 }
 
