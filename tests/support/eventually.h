@@ -16,11 +16,9 @@ class Watched {
 public:
     template <class Change>
     void change(Change change) {
-        {
-            const std::lock_guard lock{mutex_};
-            change(value_);
-        }
-        changed_.notify_all();
+        const std::lock_guard lock{mutex_};
+        change(value_);
+        changed_.notify_all();  // still locked: whoever waits may destroy this as soon as the lock is free
     }
     // True once the predicate holds; false when patience ends.
     template <class Predicate>

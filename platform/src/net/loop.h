@@ -97,7 +97,7 @@ public:
     // Room for one large receive, shared by all sockets of the loop.
     std::span<std::uint8_t> receiveBuffer() noexcept { return {receiveBuffer_.get(), receiveBufferSize}; }
 
-    static constexpr std::size_t receiveBufferSize = 64U * 1024U;
+    static constexpr std::size_t receiveBufferSize = std::size_t{64} * 1024U;
 
 private:
     friend class Timer;
