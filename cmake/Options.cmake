@@ -26,6 +26,8 @@ endif()
 add_library(hmx_options INTERFACE)
 target_compile_options(hmx_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror
                                              -ffunction-sections -fdata-sections)
+# Nobody puts functions of his own before ours, so the compiler may look into them.
+target_compile_options(hmx_options INTERFACE -fno-semantic-interposition)
 target_link_options(hmx_options INTERFACE -Wl,--gc-sections -Wl,--as-needed)
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(hmx_options INTERFACE -fstack-protector-strong -fstack-clash-protection -D_FORTIFY_SOURCE=2)

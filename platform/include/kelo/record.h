@@ -361,14 +361,24 @@ struct MemberCursor {
     IStructuredPullDeserializer& reader;
     std::string_view key{};    // of the member whose value is next, once somebody had to look at it
     bool isKeyRead = false;    // then the value is next
+    bool isEndDue = false;     // a value has been read, and the end of its member has not
     std::size_t consumed = 0;  // members that were read
 
-    bool readKey();   // true on failure, as are the others
-    bool endValue();  // of the member whose value has been read
-    bool skip();      // over a member that nobody knows
+    bool readKey();    // true on failure, as are the others
+    bool skip();       // over a member that nobody knows
+    bool endMember();  // where that is due
+    // The value has been read.
+    void pass() noexcept {
+        isKeyRead = false;
+        isEndDue = true;
+        ++consumed;
+    }
     // Whether the next member is this; its value is then next. (No failure: true means yes.)
     bool is(const util::serializer::PlainKey& expected) {
-        return isKeyRead ? key == expected.text() : reader.takeMemberKey(expected);
+        if (isKeyRead) return key == expected.text();
+        if (!reader.takeMemberKey(expected, isEndDue)) return false;
+        isEndDue = false;
+        return true;
     }
 };
 
@@ -398,7 +408,8 @@ bool readRow(MemberCursor& cursor, V& value, std::uint64_t& seen, std::uint64_t 
     }
     if (failed) [[unlikely]]
         return failedIn(R::key);
-    return cursor.endValue();
+    cursor.pass();
+    return false;
 }
 
 // Each pass over the rows takes the members that come in their order; a document in the order of the table is read in one, and
@@ -411,7 +422,7 @@ bool readRows(IStructuredPullDeserializer& reader, T& value, Table<T, Rows...>, 
     if (reader.beginObject()) return true;
     for (;;) {
         bool end = false;
-        if (!cursor.isKeyRead && reader.atObjectEnd(end)) return true;
+        if (cursor.endMember() || (!cursor.isKeyRead && reader.atObjectEnd(end))) return true;
         if (end) break;
         const std::size_t before = cursor.consumed;
         if ((readRow<Rows>(cursor, value.*Rows::member, seen, std::uint64_t{1} << Indices) || ...)) return true;

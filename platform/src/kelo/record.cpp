@@ -3,6 +3,7 @@
 #include "kelo/record.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "kelo/errors.h"
 #include "util/line_buffer.h"
@@ -59,14 +60,14 @@ bool MemberCursor::readKey() {
     return reader.memberKey(key);
 }
 
-bool MemberCursor::endValue() {
-    ++consumed;
-    isKeyRead = false;
-    return reader.endMember();
+bool MemberCursor::skip() {
+    if (reader.skipValue()) return true;
+    pass();
+    return false;
 }
 
-bool MemberCursor::skip() {
-    return reader.skipValue() || endValue();
+bool MemberCursor::endMember() {
+    return std::exchange(isEndDue, false) && reader.endMember();
 }
 
 }  // namespace detail

@@ -155,12 +155,16 @@ bool BinaryReader::memberKey(std::string_view& key) {
     return readString(key);
 }
 
-bool BinaryReader::takeMemberKey(const util::serializer::PlainKey& key) {
+bool BinaryReader::takeMemberKey(const util::serializer::PlainKey& key, bool behindMember) {
     const std::size_t size = key.size();
     if (bytes_.size() - at_ <= size || size >= shortText_.limit || bytes_[at_] != shortText_.head + size || !isOpen(true) ||
-        containers_[depth_ - 1].left == 0 || std::memcmp(bytes_.data() + at_ + 1, key.text().data(), size) != 0) {
+        std::memcmp(bytes_.data() + at_ + 1, key.text().data(), size) != 0) {
         return false;
     }
+    std::uint64_t& left = containers_[depth_ - 1].left;
+    const std::uint64_t ended = behindMember ? 1 : 0;
+    if (left <= ended) return false;
+    if (left != BinaryItem::untilBreak) left -= ended;
     at_ += size + 1;
     return true;
 }

@@ -39,7 +39,7 @@ public:
     bool beginObject() final { return begin(true); }
     bool atObjectEnd(bool& end) final { return atEnd(true, end); }
     bool memberKey(std::string_view& key) final;
-    bool takeMemberKey(const util::serializer::PlainKey& key) final;
+    bool takeMemberKey(const util::serializer::PlainKey& key, bool behindMember) final;
     bool endMember() final { return endEntry(true); }
     bool endObject() final { return end(true); }
     bool beginArray() final { return begin(false); }

@@ -187,10 +187,11 @@ bool JsonReader::memberKey(std::string_view& key) {
     return false;
 }
 
-bool JsonReader::takeMemberKey(const util::serializer::PlainKey& key) {
+bool JsonReader::takeMemberKey(const util::serializer::PlainKey& key, bool behindMember) {
     skipBlanks();
-    const char* const expected = key.jsonMember().chars + 1;  // without the comma
-    const std::size_t size = key.jsonMember().size - 1;
+    const std::size_t comma = behindMember ? 0 : 1;  // to be left out
+    const char* const expected = key.jsonMember().chars + comma;
+    const std::size_t size = key.jsonMember().size - comma;
     if (static_cast<std::size_t>(end_ - at_) < size || !areSame(at_, expected, size)) return false;
     at_ += size;
     return true;

@@ -18,7 +18,7 @@ public:
     bool beginObject() override;
     bool atObjectEnd(bool& end) override;
     bool memberKey(std::string_view& key) override;
-    bool takeMemberKey(const util::serializer::PlainKey& key) override;
+    bool takeMemberKey(const util::serializer::PlainKey& key, bool behindMember) override;
     bool endMember() override;
     bool endObject() override;
     bool beginArray() override;
@@ -49,12 +49,12 @@ private:
     bool atEnd(char close, bool& end);
     bool separate(char close);
     bool end(char close);
-    bool readUnusualInt(std::int64_t& value);
+    [[gnu::noinline]] bool readUnusualInt(std::int64_t& value);
     bool takeLiteral(std::string_view text) noexcept;
     // The number at the present place, not consumed; empty if none begins there. `integer`: it has neither fraction nor exponent.
     std::string_view scanNumber(bool& integer) const noexcept;
     // A string with escapes, or a malformed one, whose plain characters from `run` to the present place have been passed over.
-    bool readUnusual(const char* run, bool ascii, std::string_view& value);
+    [[gnu::noinline]] bool readUnusual(const char* run, bool ascii, std::string_view& value);
     bool readEscape();  // what follows a backslash
     bool readHex(unsigned& value) noexcept;
 

@@ -34,7 +34,7 @@ private:
     template <class... Format>
     bool writeNumber(Format... format);
     bool writeText(std::string_view text);
-    bool writeUnusual(std::string_view text);
+    [[gnu::noinline]] bool writeUnusual(std::string_view text);
     void writeEscaped(unsigned char c);
 
     util::ByteBufferWriter* out_ = nullptr;

@@ -108,8 +108,9 @@ public:
     virtual bool atObjectEnd(bool& end) = 0;
     virtual bool memberKey(std::string_view& key) = 0;
     // Whether this key, in its usual spelling, comes next in the object that is open; then it has been consumed. Wherever that is
-    // not so, nothing has happened, and it is memberKey() that tells what there is. (No failure: true means yes.)
-    virtual bool takeMemberKey(const PlainKey& key) = 0;
+    // not so, nothing has happened, and it is memberKey() that tells what there is. `behindMember`: the value of another member
+    // has just been read; its end, if this key follows, is consumed too. (No failure: true means yes.)
+    virtual bool takeMemberKey(const PlainKey& key, bool behindMember) = 0;
     virtual bool endMember() = 0;
     virtual bool endObject() = 0;
 
