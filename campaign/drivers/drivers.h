@@ -1,0 +1,11 @@
+// The drivers, one a promise; what each promises stands in promises.cpp.
+#pragma once
+
+#include "harness/report.h"
+#include "harness/scope.h"
+
+namespace campaign {
+
+void driveCrash(const Scope& scope, Random& random, Report& report);
+
+}  // namespace campaign

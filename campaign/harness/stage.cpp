@@ -1,0 +1,108 @@
+#include "harness/stage.h"
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <thread>
+
+#include "harness/questions.h"
+
+namespace campaign {
+
+Stage::Stage(const Scope& scope) : scope_{scope} {
+    std::string name = std::filesystem::temp_directory_path() / "hmx-campaign-XXXXXX";
+    if (::mkdtemp(name.data()) == nullptr) throw Failure{"cannot make a directory for the stage"};
+    folder_ = name;
+    std::filesystem::create_directories(domain());
+}
+
+Stage::~Stage() {
+    std::error_code ignored;
+    if (!scope_.keep) std::filesystem::remove_all(folder_, ignored);
+}
+
+std::string Stage::socket(std::string_view servicePath) const {
+    return domain() + "/%2F" + std::string{servicePath.substr(1)} + ".sock";
+}
+
+std::unique_ptr<Process> Stage::start(std::vector<std::string> command, std::vector<std::string> environment) const {
+    Process::Start start;
+    start.log = folder_ + "/" + std::filesystem::path{command.at(0)}.filename().string() + ".log";
+    start.command = std::move(command);
+    start.environment = std::move(environment);
+    start.environment.push_back("KELO_RUNTIME_DIR=" + folder_ + "/run");
+    start.environment.emplace_back("KELO_TRACE=*=3");
+    return std::make_unique<Process>(start);
+}
+
+std::unique_ptr<Process> Stage::startBridge(std::vector<std::string> environment) const {
+    return start({scope_.programs + "/hmxtolubridge"}, std::move(environment));
+}
+
+std::unique_ptr<Process> Stage::startSim(std::vector<std::string> arguments, std::vector<std::string> environment) const {
+    arguments.insert(arguments.begin(), scope_.programs + "/hmxsim");
+    return start(std::move(arguments), std::move(environment));
+}
+
+std::unique_ptr<Client> Stage::connect(std::string_view service) const {
+    std::unique_ptr<Client> client;
+    const bool isThere = eventually([&] {
+        try {
+            client = std::make_unique<Client>(socket(service), service);
+            return true;
+        } catch (const Failure&) {
+            return false;
+        }
+    });
+    if (!isThere) throw Failure{"no service " + std::string{service} + ":\n" + log()};
+    return client;
+}
+
+void Stage::setFaults(std::string_view rule) const {
+    const auto control = connect("/hmxsim");
+    for (const std::string_view manager : managers) control->call("update", "/faults/" + std::string{manager}, rule);
+}
+
+nlohmann::json Stage::status(std::string_view service) const {
+    Client client{socket(service), service};
+    return nlohmann::json::parse(client.get("/$platform/status"));
+}
+
+void Stage::awaitServing(milliseconds patience) const {
+    const bool serves = eventually(
+        [&] {
+            try {
+                for (const auto& tracked : status().at("tracked")) {
+                    if (!tracked.at("alive")) return false;
+                }
+                return true;
+            } catch (const Failure&) {
+                return false;
+            }
+        },
+        patience);
+    if (!serves) throw Failure{"the bridge does not come to serve:\n" + log()};
+}
+
+std::string Stage::log() const {
+    std::ostringstream text;
+    for (const auto& entry : std::filesystem::directory_iterator{folder_}) {
+        if (entry.path().extension() == ".log") text << std::ifstream{entry.path()}.rdbuf();
+    }
+    std::string all = text.str();
+    constexpr std::size_t most = 4000;
+    if (all.size() > most) all.erase(0, all.size() - most);
+    return all;
+}
+
+bool eventually(const std::function<bool()>& holds, milliseconds patience) {
+    const auto end = Clock::now() + patience;
+    while (!holds()) {
+        if (Clock::now() >= end) return false;
+        std::this_thread::sleep_for(milliseconds{1});
+    }
+    return true;
+}
+
+}  // namespace campaign
