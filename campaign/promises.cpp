@@ -9,6 +9,7 @@ namespace {
 
 constexpr std::array all{
     Promise{"crash", "every request ends once, soon after the upstream service that it waits for is killed", &driveCrash},
+    Promise{"cut", "a connection may end behind any byte: every request ends once, and what its error says is true", &driveCut},
 };
 
 }  // namespace

@@ -7,5 +7,6 @@
 namespace campaign {
 
 void driveCrash(const Scope& scope, Random& random, Report& report);
+void driveCut(const Scope& scope, Random& random, Report& report);
 
 }  // namespace campaign
