@@ -10,6 +10,8 @@ namespace {
 constexpr std::array all{
     Promise{"crash", "every request ends once, soon after the upstream service that it waits for is killed", &driveCrash},
     Promise{"cut", "a connection may end behind any byte: every request ends once, and what its error says is true", &driveCut},
+    Promise{"track", "trackers see each provider come and go, strictly in turn", &driveTrack},
+    Promise{"directory", "trackers see what is true, whatever happens to the directory", &driveDirectory},
 };
 
 }  // namespace

@@ -8,5 +8,7 @@ namespace campaign {
 
 void driveCrash(const Scope& scope, Random& random, Report& report);
 void driveCut(const Scope& scope, Random& random, Report& report);
+void driveTrack(const Scope& scope, Random& random, Report& report);
+void driveDirectory(const Scope& scope, Random& random, Report& report);
 
 }  // namespace campaign

@@ -4,7 +4,6 @@
 #include <filesystem>
 #include <fstream>
 #include <sstream>
-#include <thread>
 
 #include "harness/questions.h"
 
@@ -43,6 +42,10 @@ std::unique_ptr<Process> Stage::startBridge(std::vector<std::string> environment
 std::unique_ptr<Process> Stage::startSim(std::vector<std::string> arguments, std::vector<std::string> environment) const {
     arguments.insert(arguments.begin(), scope_.programs + "/hmxsim");
     return start(std::move(arguments), std::move(environment));
+}
+
+std::unique_ptr<Process> Stage::startProvider(const std::string& servicePath) const {
+    return start({scope_.programs + "/hmxcampaign", "--provide", servicePath}, {"KELO_TRACE=*=4"});
 }
 
 std::unique_ptr<Client> Stage::connect(std::string_view service) const {
@@ -94,15 +97,6 @@ std::string Stage::log() const {
     constexpr std::size_t most = 4000;
     if (all.size() > most) all.erase(0, all.size() - most);
     return all;
-}
-
-bool eventually(const std::function<bool()>& holds, milliseconds patience) {
-    const auto end = Clock::now() + patience;
-    while (!holds()) {
-        if (Clock::now() >= end) return false;
-        std::this_thread::sleep_for(milliseconds{1});
-    }
-    return true;
 }
 
 }  // namespace campaign

@@ -1,7 +1,6 @@
 // A domain of its own with the programs under test in it.
 #pragma once
 
-#include <functional>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
@@ -12,6 +11,7 @@
 #include "harness/client.h"
 #include "harness/process.h"
 #include "harness/scope.h"
+#include "support/eventually.h"
 
 namespace campaign {
 
@@ -32,6 +32,9 @@ public:
     std::unique_ptr<Process> startBridge(std::vector<std::string> environment = {}) const;
     std::unique_ptr<Process> startSim(std::vector<std::string> arguments = {}, std::vector<std::string> environment = {}) const;
 
+    // A provider of one service that echoes: see provider.h.
+    std::unique_ptr<Process> startProvider(const std::string& servicePath) const;
+
     // Waits until the bridge serves and says of all upstream services that they are alive.
     void awaitServing(milliseconds patience = milliseconds{10'000}) const;
     // A client of a service, as soon as it is there.
@@ -43,7 +46,7 @@ public:
     // A counter of that word.
     static double counter(const nlohmann::json& status, const char* name) { return status.at("counters").at(name); }
 
-    // What the programs wrote.
+    // What the programs wrote lately.
     std::string log() const;
 
 private:
@@ -51,7 +54,6 @@ private:
     std::string folder_;
 };
 
-// Polls every millisecond; whether it came true in time.
-bool eventually(const std::function<bool()>& holds, milliseconds patience = milliseconds{10'000});
+using testing_support::eventually;
 
 }  // namespace campaign
