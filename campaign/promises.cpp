@@ -12,6 +12,8 @@ constexpr std::array all{
     Promise{"cut", "a connection may end behind any byte: every request ends once, and what its error says is true", &driveCut},
     Promise{"track", "trackers see each provider come and go, strictly in turn", &driveTrack},
     Promise{"directory", "trackers see what is true, whatever happens to the directory", &driveDirectory},
+    Promise{"owner", "a path has one owner, and another soon when that one dies", &driveOwner},
+    Promise{"watch", "watchers end at the true state, whoever is killed and restarted meanwhile", &driveWatch},
 };
 
 }  // namespace

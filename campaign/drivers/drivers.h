@@ -10,5 +10,7 @@ void driveCrash(const Scope& scope, Random& random, Report& report);
 void driveCut(const Scope& scope, Random& random, Report& report);
 void driveTrack(const Scope& scope, Random& random, Report& report);
 void driveDirectory(const Scope& scope, Random& random, Report& report);
+void driveOwner(const Scope& scope, Random& random, Report& report);
+void driveWatch(const Scope& scope, Random& random, Report& report);
 
 }  // namespace campaign

@@ -25,24 +25,9 @@ namespace {
 
 constexpr double promptly = 500;
 
-// The time until the bridge says of all upstream services that they are alive with these pids, and answers; large if never.
+// The time until the bridge serves; large if never.
 double timeToServe(const Stage& stage, Clock::time_point since) {
-    const bool serves = eventually(
-        [&] {
-            try {
-                Client client{stage.socket("/hmx")};
-                const auto status = nlohmann::json::parse(client.get("/$platform/status"));
-                for (const auto& tracked : status.at("tracked")) {
-                    if (!tracked.at("alive")) return false;
-                }
-                return client.call("retrieve", "/displays").status == 200 &&
-                       client.call("retrieve", "/popups", R"({"display":"Driver_Display"})").status == 200;
-            } catch (const Failure&) {
-                return false;
-            }
-        },
-        milliseconds{5000});
-    return serves ? millisecondsSince(since) : 1e9;
+    return eventually([&] { return stage.isServing(); }, milliseconds{5000}) ? millisecondsSince(since) : 1e9;
 }
 
 bool isConnectable(const Stage& stage, const std::string& servicePath) {

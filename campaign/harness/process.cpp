@@ -9,6 +9,7 @@
 #include <cstring>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <string_view>
 #include <thread>
 
@@ -54,15 +55,14 @@ std::size_t numberIn(const std::string& file, std::string_view name) {
 
 Process::Process(const Start& start) {
     std::vector<std::string> command = start.command;
+    // The last word on a name counts.
+    std::map<std::string, std::string> settings;
+    const auto set = [&](std::string_view text) { settings[std::string{text.substr(0, text.find('='))}] = text; };
+    for (char** entry = environ; *entry != nullptr; ++entry) set(*entry);
+    for (const std::string& text : start.environment) set(text);
     std::vector<std::string> environment;
-    for (char** entry = environ; *entry != nullptr; ++entry) {
-        const std::string_view text{*entry};
-        const auto name = text.substr(0, text.find('=') + 1);
-        bool replaced = false;
-        for (const std::string& other : start.environment) replaced = replaced || other.starts_with(name);
-        if (!replaced) environment.emplace_back(text);
-    }
-    environment.insert(environment.end(), start.environment.begin(), start.environment.end());
+    environment.reserve(settings.size());
+    for (const auto& [name, text] : settings) environment.push_back(text);
     const std::vector<char*> arguments = pointersTo(command);
     const std::vector<char*> variables = pointersTo(environment);
     const std::string log = start.log.empty() ? "/dev/null" : start.log;

@@ -1,5 +1,6 @@
 #include "harness/stage.h"
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -25,13 +26,13 @@ std::string Stage::socket(std::string_view servicePath) const {
     return domain() + "/%2F" + std::string{servicePath.substr(1)} + ".sock";
 }
 
-std::unique_ptr<Process> Stage::start(std::vector<std::string> command, std::vector<std::string> environment) const {
+std::unique_ptr<Process> Stage::start(std::vector<std::string> command, std::vector<std::string> environment,
+                                      const std::string& log) const {
     Process::Start start;
-    start.log = folder_ + "/" + std::filesystem::path{command.at(0)}.filename().string() + ".log";
+    start.log = folder_ + "/" + (log.empty() ? std::filesystem::path{command.at(0)}.filename().string() + ".log" : log);
     start.command = std::move(command);
-    start.environment = std::move(environment);
-    start.environment.push_back("KELO_RUNTIME_DIR=" + folder_ + "/run");
-    start.environment.emplace_back("KELO_TRACE=*=3");
+    start.environment = {"KELO_RUNTIME_DIR=" + folder_ + "/run", "KELO_TRACE=*=3"};
+    start.environment.insert(start.environment.end(), environment.begin(), environment.end());
     return std::make_unique<Process>(start);
 }
 
@@ -72,20 +73,23 @@ nlohmann::json Stage::status(std::string_view service) const {
     return nlohmann::json::parse(client.get("/$platform/status"));
 }
 
+bool Stage::isServing() const {
+    try {
+        Client client{socket("/hmx")};
+        const auto status = nlohmann::json::parse(client.get("/$platform/status"));
+        for (const auto& tracked : status.at("tracked")) {
+            // One that was just killed may still be thought alive.
+            if (!tracked.at("alive") || ::kill(tracked.at("pid"), 0) != 0) return false;
+        }
+        return client.call("retrieve", "/displays").status == 200 &&
+               client.call("retrieve", "/popups", R"({"display":"Driver_Display"})").status == 200;
+    } catch (const Failure&) {
+        return false;
+    }
+}
+
 void Stage::awaitServing(milliseconds patience) const {
-    const bool serves = eventually(
-        [&] {
-            try {
-                for (const auto& tracked : status().at("tracked")) {
-                    if (!tracked.at("alive")) return false;
-                }
-                return true;
-            } catch (const Failure&) {
-                return false;
-            }
-        },
-        patience);
-    if (!serves) throw Failure{"the bridge does not come to serve:\n" + log()};
+    if (!eventually([&] { return isServing(); }, patience)) throw Failure{"the bridge does not come to serve:\n" + log()};
 }
 
 std::string Stage::log() const {

@@ -27,15 +27,18 @@ public:
     std::string domain() const { return folder_ + "/run/local"; }
     std::string socket(std::string_view servicePath) const;
 
-    // Each starts a program in this domain; `environment` in addition.
-    std::unique_ptr<Process> start(std::vector<std::string> command, std::vector<std::string> environment = {}) const;
+    // Each starts a program in this domain; `environment` in addition; `log`: the file for its output, named after the program if
+    // empty.
+    std::unique_ptr<Process> start(std::vector<std::string> command, std::vector<std::string> environment = {},
+                                   const std::string& log = {}) const;
     std::unique_ptr<Process> startBridge(std::vector<std::string> environment = {}) const;
     std::unique_ptr<Process> startSim(std::vector<std::string> arguments = {}, std::vector<std::string> environment = {}) const;
 
     // A provider of one service that echoes: see provider.h.
     std::unique_ptr<Process> startProvider(const std::string& servicePath) const;
 
-    // Waits until the bridge serves and says of all upstream services that they are alive.
+    // Whether the bridge knows of all upstream services, and answers what it has to ask them for.
+    bool isServing() const;
     void awaitServing(milliseconds patience = milliseconds{10'000}) const;
     // A client of a service, as soon as it is there.
     std::unique_ptr<Client> connect(std::string_view service = "/hmx") const;
