@@ -451,6 +451,15 @@ TEST_F(RuntimeTest, RequestsBeyondTheLimitAreRefusedAndCancelledOnesStillCount) 
     EXPECT_TRUE(peer.receive().value().bodyContains("room again"));
 }
 
+TEST_F(RuntimeTest, LargeRequestsAndLargeAnswersDoNotWaitForEachOther) {
+    Provider provider{directory.path()};
+    Consumer consumer{directory.path()};
+    const std::string large(100'000, 'x');
+    std::vector<std::shared_ptr<Watched<Events>>> asked;
+    for (int i = 0; i < 35; ++i) asked.push_back(consumer.ask("/r/echo", true, 1, large, 5000));
+    for (const auto& events : asked) EXPECT_EQ(ended(*events), (Told{"next:" + large}));
+}
+
 TEST_F(RuntimeTest, ASlowReaderGetsTheNewestValueAndCostsNobodyMemory) {
     Provider provider{directory.path()};
     ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
