@@ -14,6 +14,8 @@ constexpr std::array all{
     Promise{"directory", "trackers see what is true, whatever happens to the directory", &driveDirectory},
     Promise{"owner", "a path has one owner, and another soon when that one dies", &driveOwner},
     Promise{"watch", "watchers end at the true state, whoever is killed and restarted meanwhile", &driveWatch},
+    Promise{"slow", "a client that does not read costs little memory and holds nobody up", &driveSlow},
+    Promise{"flood", "what is too much is refused and counted, and others are served", &driveFlood},
 };
 
 }  // namespace

@@ -12,5 +12,7 @@ void driveTrack(const Scope& scope, Random& random, Report& report);
 void driveDirectory(const Scope& scope, Random& random, Report& report);
 void driveOwner(const Scope& scope, Random& random, Report& report);
 void driveWatch(const Scope& scope, Random& random, Report& report);
+void driveSlow(const Scope& scope, Random& random, Report& report);
+void driveFlood(const Scope& scope, Random& random, Report& report);
 
 }  // namespace campaign

@@ -30,8 +30,16 @@ struct Scope {
     std::string programs;       // the folder of the programs under test
     std::string faultsLibrary;  // to be loaded before a program: see fault_page.h
 
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    static constexpr bool isSanitized = true;  // so memory is another measure, and everything is slower
+#else
+    static constexpr bool isSanitized = false;
+#endif
+
     // How often to do something: all of it, or a cut.
-    unsigned times(unsigned all, unsigned cut) const noexcept { return isCut ? cut : all; }
+    unsigned times(unsigned all, unsigned cut) const noexcept {
+        return isCut ? cut : all;
+    }
 };
 
 }  // namespace campaign
