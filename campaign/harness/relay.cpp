@@ -52,6 +52,14 @@ void Relay::cutNextAfter(Way way, std::uint64_t bytes) {
     leftOfNext_[static_cast<std::size_t>(way)] = bytes;
 }
 
+void Relay::damage(Way way, std::uint64_t bytes, std::uint8_t mask) {
+    const std::lock_guard lock{mutex_};
+    for (Link& link : links_) {
+        link.leftToDamage[static_cast<std::size_t>(way)] = mask == 0 ? noEnd : bytes;
+        link.mask = mask;
+    }
+}
+
 void Relay::drop() {
     {
         const std::lock_guard lock{mutex_};
@@ -86,6 +94,13 @@ void Relay::pass(Link& link, Way way) {
         return;
     }
     const auto count = static_cast<std::size_t>(size);
+    std::uint64_t& leftToDamage = link.leftToDamage[index];
+    if (leftToDamage < count) {
+        buffer[leftToDamage] ^= link.mask;
+        leftToDamage = noEnd;
+    } else if (leftToDamage != noEnd) {
+        leftToDamage -= count;
+    }
     for (std::size_t sent = 0; sent < count;) {
         const auto more = ::send(link.ends[1 - index], buffer.data() + sent, count - sent, MSG_NOSIGNAL);
         if (more <= 0) break;  // that end is gone, which its own reading tells

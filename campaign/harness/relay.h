@@ -26,6 +26,9 @@ public:
     // Passes `bytes` more that way on the connections that stand, or from the start of the next one, and ends them then.
     void cutAfter(Way way, std::uint64_t bytes);
     void cutNextAfter(Way way, std::uint64_t bytes);
+    // Flips the bits in `mask` of the byte that passes that way after `bytes` more, on the connections that stand; a mask of 0
+    // takes that back.
+    void damage(Way way, std::uint64_t bytes, std::uint8_t mask);
     // Ends the connections that stand.
     void drop();
     // How many bytes have passed that way, on all connections.
@@ -39,6 +42,8 @@ private:
     struct Link {
         int ends[2];  // the client's, the provider's
         std::uint64_t left[2] = {noEnd, noEnd};
+        std::uint64_t leftToDamage[2] = {noEnd, noEnd};
+        std::uint8_t mask = 0;
         bool over = false;
     };
 
