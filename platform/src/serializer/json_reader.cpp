@@ -89,6 +89,7 @@ bool JsonReader::start(const util::ByteBufferReader& reader) {
     at_ = begin_;
     end_ = begin_ + bytes.size();
     depth_ = 0;
+    elements_ = 0;
     return false;
 }
 
@@ -150,6 +151,7 @@ bool JsonReader::beginArray() {
     return begin('[', "an array");
 }
 bool JsonReader::endElement() {
+    if (++elements_ > maximumElements) return failed(fault::tooManyElements);
     return separate(']');
 }
 bool JsonReader::atArrayEnd(bool& end) {
