@@ -19,6 +19,7 @@ constexpr std::array all{
     Promise{"malformed", "what is malformed ends its own connection alone", &driveMalformed},
     Promise{"damaged", "damaged answers end requests once, and their provider is asked again", &driveDamagedAnswers},
     Promise{"late", "wrong, late and repeated answers reach nobody", &driveLate},
+    Promise{"values", "values pass through every encoding unchanged, or are refused", &driveValues},
 };
 
 }  // namespace

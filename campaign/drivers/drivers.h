@@ -17,5 +17,6 @@ void driveFlood(const Scope& scope, Random& random, Report& report);
 void driveMalformed(const Scope& scope, Random& random, Report& report);
 void driveDamagedAnswers(const Scope& scope, Random& random, Report& report);
 void driveLate(const Scope& scope, Random& random, Report& report);
+void driveValues(const Scope& scope, Random& random, Report& report);
 
 }  // namespace campaign
