@@ -9,16 +9,17 @@ PRESET := $(if $(SANITIZE),$(SANITIZE),release)
 BUILD := build/$(PRESET)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
+CAMPAIGN ?=
 PREFIX ?= /usr/local
 
 ifneq ($(filter-out address thread,$(SANITIZE)),)
 $(error SANITIZE is '$(SANITIZE)'; it takes address or thread)
 endif
 
-.PHONY: help setup build run test lint bench fuzz install clean
+.PHONY: help setup build run test campaign lint bench fuzz install clean
 
 help: ## Show this list
-	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-8s %s\n' "$$name" "$$text"; done
+	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-9s %s\n' "$$name" "$$text"; done
 
 setup: ## Install the Debian packages that are missing, as root or with sudo
 	@packaging/setup.sh
@@ -36,6 +37,9 @@ run: build ## Start the simulator and the bridge, show a cockpit's resources, ru
 
 test: build ## Build and run all tests; with SANITIZE=address or SANITIZE=thread under sanitizers
 	@ctest --preset $(PRESET) -j $(JOBS)
+
+campaign: build ## Hold the programs to what they promise, at most half an hour; CAMPAIGN='--seed N --only NAME' repeats
+	@$(BUILD)/bin/hmxcampaign $(CAMPAIGN)
 
 lint: setup $(BUILD)/build.ninja ## Check format, clang-tidy, scripts and the rules of the house; quick where nothing changed
 	@packaging/lint.sh $(BUILD) $(JOBS)

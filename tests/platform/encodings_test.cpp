@@ -175,6 +175,31 @@ TEST_P(EveryEncoding, SixtyFourLevelsAndNoMore) {
     }
 }
 
+TEST_P(EveryEncoding, ADocumentHasSoManyElementsAndNoMore) {
+    constexpr std::size_t most = 100'000;
+    for (const bool nested : {false, true}) {
+        for (const std::size_t count : {most, most + 1}) {
+            // In one array, or in two of which the second is the last element of the first.
+            Json value = Json::array();
+            for (std::size_t i = 0; i < (nested ? 999 : count); ++i) value.push_back(Json::object());
+            if (nested) {
+                Json inner = Json::array();
+                for (std::size_t i = 1000; i < count; ++i) inner.push_back(1);
+                value.push_back(inner);
+            }
+            const std::string document = dumped(value);
+            const bool isRead = count == most;
+            Any any;
+            const std::string refusal = any_document::read(GetParam(), document, any);
+            EXPECT_EQ(refusal.empty(), isRead) << refusal;
+            if (!isRead) {
+                EXPECT_NE(refusal.find("more than 100000 array elements"), std::string::npos) << refusal;
+            }
+            EXPECT_EQ(any_document::skip(GetParam(), document).empty(), isRead);
+        }
+    }
+}
+
 TEST_P(EveryEncoding, AWriterOutOfTurnFailsUntilItIsStartedAgain) {
     using Misuse = bool (*)(Writer&);
     const Misuse misuses[] = {

@@ -103,6 +103,8 @@ TEST(RecordTest, FailuresOfReadingNameTheMember) {
              Case{R"({"side":"Left_Side","layer":{"id":-2147483649},"points":[]})", "layer.id: integer outside 32 bits at byte "},
              Case{R"({"side":"Left_Side","layer":{"id":1.0},"points":[]})", "layer.id: "},
              Case{R"({"side":"Left_Side","layer":{"id":1,"alpha":1e39},"points":[]})", "layer.alpha: number outside the range"},
+             Case{R"({"side":"Left_Side","layer":{"id":1,"alpha":16777217},"points":[]})",
+                  "layer.alpha: an integer that no float"},
              Case{R"({"side":"Left_Side","layer":{"id":1,"origin":{"y":"1"}},"points":[]})", "layer.origin.y: "},
              Case{R"({"side":"Left_Side","layer":{"id":1},"points":[{},{"x":true}]})", "points[1].x: "},
              Case{R"({"side":"Left_Side","layer":{"id":1},"points":[null]})", "points[0]: "},

@@ -4,11 +4,23 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 namespace testing_support {
 
 inline constexpr std::chrono::seconds patience{10};
+
+// Asks every millisecond; for what nobody reports. True once it holds, false when patience ends.
+template <class Predicate>
+bool eventually(Predicate holds, std::chrono::milliseconds limit = patience) {
+    const auto end = std::chrono::steady_clock::now() + limit;
+    while (!holds()) {
+        if (std::chrono::steady_clock::now() >= end) return false;
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+    }
+    return true;
+}
 
 // A value that threads change and a test waits on. Thread: any.
 template <class T>

@@ -19,6 +19,11 @@
 // appended, and how much the kernel has taken. A frame of which the kernel lacks even the last byte cannot have been acted on:
 // "not sent". For any other the outcome is unknown.
 //
+// A provider takes so many one-shot requests at a time over one connection, which all clients of a process share: what one of
+// them has in flight must not be what another is refused for. So a one-shot request for which there is no room is held, in the
+// order of asking, until another one has ended; its deadline runs meanwhile. Only when too many are held, in number or in bytes,
+// is one refused. Streams end when their consumers want it, which nobody can wait for: they are refused at once.
+//
 // The deadline needs no timer per request: one time stamp in the loop, armed for the earliest. On the thread that reads, arming
 // is a store. A request from another thread must wake the loop to arm it, but only if nothing is armed that fires before: once
 // armed on another thread's behalf it stays so until it fires, and then looks for what is due next, so that a steady client
@@ -30,6 +35,7 @@ namespace {
 std::atomic<std::uint64_t> nextSerial{1};
 
 constexpr unsigned indexBits = 16;
+constexpr std::uint64_t notSent = ~std::uint64_t{0};  // the end of a frame that was not appended
 static_assert(sizeof(void*) == sizeof(std::uint64_t), "request handles are ids");
 
 void* toHandle(std::uint64_t id) noexcept {
@@ -93,14 +99,17 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
         auto& out = outLocked();
         const std::size_t before = out.size();
         reader = &loop();
+        const bool isFull = oneShot ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams;
         if (!ready_ || isClosedLocked()) {
             refusal = "connection lost, request not sent";
-        } else if (oneShot ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams) {
+        } else if (isFull && (!oneShot || held_.size() >= limits_.heldRequests || heldBytes_ >= limits_.queuedHardBytes)) {
             refusal = "too many requests in flight, request not sent";
             ++counters_.requestsRefused;
         } else {
-            Slot& slot = acquireLocked(oneShot);
+            Slot& slot = acquireLocked();
             id = slot.id;
+            slot.oneShot = oneShot;
+            ++(oneShot ? oneShots_ : streams_);
             wire::appendRequest(out, id, request, oneShot);
             if (out.size() - before - wire::headerSize > limits_.frameBytes) {
                 out.truncate(before);
@@ -110,6 +119,7 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
             } else {
                 slot.handler = std::move(owned);
                 slot.endOffset = appendedLocked();
+                if (isFull) holdLocked(slot, before);
                 slot.due = due;
                 slot.deadline = deadline;
                 askToArm = due < askedDue_ && !reader->isCurrentThread();
@@ -137,11 +147,12 @@ void ClientConnection::cancel(void* handle) {
         const std::lock_guard lock{mutex_};
         Slot* const slot = findLocked(toId(handle));
         if (slot == nullptr || slot->cancelled) return;
-        if (!isClosedLocked()) wire::appendBare(outLocked(), wire::FrameType::cancel, slot->id);
+        if (!isClosedLocked() && slot->held.empty()) wire::appendBare(outLocked(), wire::FrameType::cancel, slot->id);
         if (slot->delivering) {
             slot->cancelled = true;
         } else {
             over = releaseLocked(*slot);
+            sendHeldLocked();
         }
     }
     commit();
@@ -149,7 +160,7 @@ void ClientConnection::cancel(void* handle) {
 
 std::size_t ClientConnection::pendingRequests() const {
     const std::lock_guard lock{mutex_};
-    return oneShots_ + streams_;
+    return oneShots_ + streams_ + held_.size();
 }
 
 const char* ClientConnection::handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) {
@@ -220,6 +231,7 @@ void ClientConnection::deliverNext(std::uint64_t id, bool end) {
         tell = finished && !end && !slot->cancelled && !isClosedLocked();
         if (tell) wire::appendBare(outLocked(), wire::FrameType::cancel, id);
         over = releaseLocked(*slot);
+        tell = sendHeldLocked() || tell;
         idle = oneShots_ + streams_ == 0 && askedDue_ == Clock::time_point::max();
     }
     if (idle && timer_) timer_->disarm();
@@ -232,6 +244,7 @@ template <class Deliver>
 void ClientConnection::deliverTerminal(std::uint64_t id, Deliver deliver) {
     Handler over;
     bool idle = false;
+    bool sends = false;
     {
         const std::lock_guard lock{mutex_};
         Slot* const slot = findLocked(id);
@@ -240,9 +253,11 @@ void ClientConnection::deliverTerminal(std::uint64_t id, Deliver deliver) {
             return;
         }
         over = releaseLocked(*slot);
+        sends = sendHeldLocked();
         idle = oneShots_ + streams_ == 0 && askedDue_ == Clock::time_point::max();
     }
     if (idle && timer_) timer_->disarm();
+    if (sends) commit();
     guarded("terminal event", [&] { deliver(*over); });
 }
 
@@ -301,7 +316,8 @@ void ClientConnection::expire() {
     const auto now = Clock::now();
     {
         const std::lock_guard lock{mutex_};
-        if (isClosedLocked()) return;
+        // Asked for on a loop that has stopped reading since: the one that reads now has looked when it began to.
+        if (isClosedLocked() || !loop().isCurrentThread()) return;
         for (Slot& slot : slots_) {
             if (slot.id == 0 || slot.delivering) continue;
             if (slot.due > now) {
@@ -309,10 +325,11 @@ void ClientConnection::expire() {
                 continue;
             }
             const bool sent = slot.endOffset <= takenLocked();
-            wire::appendBare(outLocked(), wire::FrameType::cancel, slot.id);
+            if (slot.held.empty()) wire::appendBare(outLocked(), wire::FrameType::cancel, slot.id);
             const auto deadline = slot.deadline;
             ended.push_back({releaseLocked(slot), deadline, sent});
         }
+        sendHeldLocked();
         if (askedDue_ != Clock::time_point::max()) askedDue_ = next;
     }
     if (timer_) timer_->disarm();
@@ -334,7 +351,7 @@ void ClientConnection::arm(Clock::time_point due) {
     if (due < timer_->due()) timer_->arm(due);
 }
 
-ClientConnection::Slot& ClientConnection::acquireLocked(bool oneShot) {
+ClientConnection::Slot& ClientConnection::acquireLocked() {
     std::uint32_t index = 0;
     if (free_.empty()) {
         index = static_cast<std::uint32_t>(slots_.size());
@@ -345,9 +362,35 @@ ClientConnection::Slot& ClientConnection::acquireLocked(bool oneShot) {
     }
     Slot& slot = slots_[index];
     slot.id = nextSerial.fetch_add(1, std::memory_order_relaxed) << indexBits | index;
-    slot.oneShot = oneShot;
-    ++(oneShot ? oneShots_ : streams_);
     return slot;
+}
+
+// Takes the slot's frame, which begins at `begin` of what was appended, back until there is room for it.
+void ClientConnection::holdLocked(Slot& slot, std::size_t begin) {
+    auto& out = outLocked();
+    const auto frame = out.bytes().subspan(begin);
+    slot.held.assign(frame.begin(), frame.end());
+    out.truncate(begin);
+    slot.endOffset = notSent;
+    --oneShots_;
+    held_.push_back(slot.id);
+    heldBytes_ += slot.held.size();
+    ++counters_.requestsHeld;
+}
+
+bool ClientConnection::sendHeldLocked() {
+    bool any = false;
+    while (!held_.empty() && oneShots_ < limits_.oneShotRequests && !isClosedLocked()) {
+        Slot& slot = *findLocked(held_.front());
+        held_.pop_front();
+        heldBytes_ -= slot.held.size();
+        outLocked().write(std::span<const std::uint8_t>{slot.held});
+        slot.held = {};
+        slot.endOffset = appendedLocked();
+        ++oneShots_;
+        any = true;
+    }
+    return any;
 }
 
 ClientConnection::Slot* ClientConnection::findLocked(std::uint64_t id) noexcept {
@@ -357,7 +400,12 @@ ClientConnection::Slot* ClientConnection::findLocked(std::uint64_t id) noexcept 
 
 ClientConnection::Handler ClientConnection::releaseLocked(Slot& slot) {
     free_.push_back(static_cast<std::uint32_t>(slot.id & ((1U << indexBits) - 1U)));
-    --(slot.oneShot ? oneShots_ : streams_);
+    if (slot.held.empty()) {
+        --(slot.oneShot ? oneShots_ : streams_);
+    } else {
+        heldBytes_ -= slot.held.size();
+        std::erase(held_, slot.id);
+    }
     Handler handler = std::move(slot.handler);
     slot = Slot{};
     return handler;

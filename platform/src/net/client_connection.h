@@ -3,6 +3,7 @@
 
 #include <chrono>
 #include <cstdint>
+#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
@@ -44,6 +45,7 @@ private:
         Clock::time_point due = Clock::time_point::max();  // of the first answer
         std::uint64_t endOffset = 0;                       // in the bytes appended: where the request's frame ends
         std::chrono::milliseconds deadline{0};             // as asked for, for the error's text
+        std::vector<std::uint8_t> held;                    // its frame, while there is no room for it
         bool oneShot = false;
         bool delivering = false;  // its handler is in onNext; meanwhile it may become
         bool cancelled = false;   // - cancelled, or
@@ -52,6 +54,7 @@ private:
 
     const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
     void handleClosed(const char* why) override;
+    bool pausesReading() const noexcept override { return false; }
     void handleLeaving() override;
     void handleArrived() override;
     const char* handleHello(std::span<const std::uint8_t> body);
@@ -63,7 +66,10 @@ private:
     void expire();
     void arm(Clock::time_point due);
 
-    Slot& acquireLocked(bool oneShot);
+    Slot& acquireLocked();
+    void holdLocked(Slot& slot, std::size_t begin);
+    // Sends requests that were held, as far as there is room; whether there is something to commit.
+    bool sendHeldLocked();
     Slot* findLocked(std::uint64_t id) noexcept;
     Handler releaseLocked(Slot& slot);
 
@@ -74,8 +80,10 @@ private:
     // Guarded by mutex_:
     std::vector<Slot> slots_;
     std::vector<std::uint32_t> free_;
-    std::uint32_t oneShots_ = 0;
+    std::uint32_t oneShots_ = 0;  // sent
     std::uint32_t streams_ = 0;
+    std::deque<std::uint64_t> held_;  // the ids of one-shot requests that wait for room, oldest first
+    std::size_t heldBytes_ = 0;
     bool ready_ = false;
     Clock::time_point askedDue_ = Clock::time_point::max();  // armed, or about to be, for requests of other threads
 

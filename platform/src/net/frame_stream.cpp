@@ -16,7 +16,8 @@
 // when there is room.
 //
 // A peer that does not read is bounded thrice: above `slowBytes` streams keep only their newest value (the derived class's
-// doing), above the soft limit its own requests are no longer read, above the hard limit it is cut.
+// doing), above the soft limit its own requests are no longer read, above the hard limit it is cut. A provider's answers are read
+// in any case: if both ends waited for the other to read first, neither would ever.
 //
 // Reading. One large receive into the loop's own buffer; whole frames are handled where they lie, and only the part of a frame at
 // the end is copied, to wait for its rest. A frame's length is believed only so far as the limit, and memory for it grows with
@@ -169,7 +170,7 @@ void FrameStream::boundLocked() {
 void FrameStream::watchLocked() {
     if (registration_ == 0 || closed_) return;
     const bool wasPaused = paused_;
-    if (queuedLocked() > limits_.queuedSoftBytes) {
+    if (queuedLocked() > limits_.queuedSoftBytes && pausesReading()) {
         paused_ = true;
     } else if (queuedLocked() <= limits_.queuedSoftBytes / 2) {
         paused_ = false;

@@ -64,6 +64,8 @@ protected:
     // Reading is about to leave this thread's loop, and has arrived at this thread's.
     virtual void handleLeaving() {}
     virtual void handleArrived() {}
+    // Whether a peer that leaves too much unread is itself no longer read.
+    virtual bool pausesReading() const noexcept = 0;
     // The queue has drained below what made the peer count as slow. Called with the lock held; may append.
     virtual void handleDrainedLocked() {}
 

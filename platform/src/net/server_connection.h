@@ -60,6 +60,7 @@ private:
 
     const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
     void handleClosed(const char* why) override;
+    bool pausesReading() const noexcept override { return true; }
     void handleDrainedLocked() override;
     const char* handleHello(std::span<const std::uint8_t> body);
     const char* handleRequest(const wire::FrameHeader& header, std::span<const std::uint8_t> body);

@@ -12,6 +12,7 @@ struct Counters {
 
     Count requestsAccepted{0};  // by this process's services
     Count requestsSent{0};      // to other services
+    Count requestsHeld{0};      // until there was room for them on their connection
     Count requestsRefused{0};   // over a limit of requests
     Count answeredByNobody{0};  // responders destroyed without an answer
     Count deadlinesMissed{0};   // 504

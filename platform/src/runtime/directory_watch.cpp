@@ -2,11 +2,16 @@
 
 #include <sys/epoll.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 
 #include <cstring>
 
 // One inotify instance a watch: beginning anew drops whatever the old one still had to say, so that no report of a directory that
 // is gone is taken for one of its successor.
+//
+// A directory's own word that it was removed is not to be waited for: the kernel gives it when nothing refers to the directory
+// any more, and every connection made through a socket that stood in it does. So the directory above is watched too, which
+// reports the removal of the name at once, and the name is compared with what is watched.
 
 namespace kelo::runtime {
 
@@ -17,9 +22,22 @@ bool DirectoryWatch::watch(const std::string& directory) {
     constexpr std::uint32_t mask =
         IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
     if (::inotify_add_watch(inotify.get(), directory.c_str(), mask) < 0) return false;
+    struct stat status {};
+    if (::stat(directory.c_str(), &status) != 0) return false;
+    // One that may not be read cannot be watched either; then the directory's own word has to do.
+    constexpr std::uint32_t parentMask = IN_MOVED_FROM | IN_DELETE | IN_MOVE_SELF | IN_ONLYDIR;
+    parentWatch_ = ::inotify_add_watch(inotify.get(), (directory + "/..").c_str(), parentMask);
     if (loop_.add(inotify.get(), EPOLLIN, shared_from_this()) == 0) return false;
     inotify_ = std::move(inotify);
+    directory_ = directory;
+    device_ = status.st_dev;
+    inode_ = status.st_ino;
     return true;
+}
+
+bool DirectoryWatch::isInPlace() const {
+    struct stat status {};
+    return ::stat(directory_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
 }
 
 void DirectoryWatch::stop() {
@@ -33,11 +51,15 @@ void DirectoryWatch::onReady(std::uint32_t /*events*/) {
     const auto size = ::read(inotify_.get(), buffer, sizeof buffer);
     if (size <= 0) return;
     bool gone = false;
+    bool doubtful = false;
     for (const char* at = buffer; at < buffer + size;) {
         inotify_event event{};
         std::memcpy(&event, at, sizeof event);
         if ((event.mask & IN_Q_OVERFLOW) != 0) {
+            doubtful = true;
             events_.uncertain();
+        } else if (event.wd == parentWatch_) {
+            doubtful = true;
         } else if ((event.mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT)) != 0) {
             gone = true;
         } else if (event.len > 0) {
@@ -45,7 +67,7 @@ void DirectoryWatch::onReady(std::uint32_t /*events*/) {
         }
         at += sizeof event + event.len;
     }
-    if (gone) {
+    if (gone || (doubtful && inotify_ && !isInPlace())) {
         stop();
         events_.gone();
     }

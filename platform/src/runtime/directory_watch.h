@@ -1,6 +1,8 @@
 // Reports what happens in the domain's directory.
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <string>
 #include <string_view>
@@ -27,9 +29,16 @@ public:
     void onReady(std::uint32_t events) override;
 
 private:
+    // Whether the directory's name still leads to what is watched.
+    bool isInPlace() const;
+
     net::Loop& loop_;
     Events events_;
     net::Descriptor inotify_;
+    std::string directory_;
+    dev_t device_ = 0;
+    ino_t inode_ = 0;
+    int parentWatch_ = -1;
 };
 
 }  // namespace kelo::runtime

@@ -28,7 +28,8 @@
 // A path that another process has is asked for again every few milliseconds; the lock file says who holds it.
 //
 // If the directory is emptied, or removed and made again, the name no longer leads to our socket. The runtime then has us look,
-// and we publish anew, lock included, since the old lock may have lost its name too.
+// and we publish anew, lock included, since the old lock may have lost its name too; not at once, since whoever is removing a
+// directory would find it never empty.
 //
 // A process that has no descriptor left for a peer stops listening, rather than being woken for ever by a queue that it cannot
 // take from, and begins again when one of its connections has closed, or after a while.
@@ -193,7 +194,7 @@ void Publication::look() {
     tracing::logCV(channel, 3, "%s: its socket was taken from the runtime directory; publishing anew", service_->path.c_str());
     withdraw();
     if (tracker_ != nullptr) tracker_->removed();
-    begin();
+    retryLater(claimPause);
 }
 
 void Publication::withdraw() {

@@ -42,6 +42,7 @@ namespace {
 const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::chrono::milliseconds directoryPause{100};
+constexpr std::chrono::milliseconds removalPause{20};  // whoever removes a tree removes what is above it next
 
 std::string join(const std::vector<std::string>& items) {
     std::string list;
@@ -196,7 +197,7 @@ private:
         if (!openAndWatch(wrong, transient) && !transient) return false;
         started_ = true;
         if (!directoryWatch_) {
-            retryDirectory(wrong);
+            retryDirectory(wrong, directoryPause);
             return true;
         }
         lookAtAll();
@@ -213,7 +214,7 @@ private:
             events.uncertain = [this] { lookAtAll(); };
             events.gone = [this] {
                 directoryWatch_.reset();
-                retryDirectory("the runtime directory " + context_.directory + " was removed");
+                retryDirectory("the runtime directory " + context_.directory + " was removed", removalPause);
             };
             auto watch = std::make_shared<DirectoryWatch>(context_.loop, std::move(events));
             if (watch->watch(context_.directory)) {
@@ -229,10 +230,10 @@ private:
         return false;
     }
 
-    void retryDirectory(const std::string& why) {
+    void retryDirectory(const std::string& why, std::chrono::milliseconds pause) {
         tracing::logCV(channel, 4, "%s; making it again", why.c_str());
         if (!directoryRetry_) directoryRetry_.emplace(context_.loop, [this] { tryDirectory(); });
-        directoryRetry_->arm(net::Clock::now());
+        directoryRetry_->arm(net::Clock::now() + pause);
     }
 
     void tryDirectory() {
@@ -252,20 +253,18 @@ private:
             if (watch->fileName() == fileName) watch->look();
         }
         for (const auto& publication : everyPublication()) {
-            if (fileName.starts_with(publication->fileName())) lookAtPublication(*publication);
+            if (fileName.starts_with(publication->fileName())) publication->look();
         }
     }
 
     void lookAtAll() {
         for (const auto& watch : everyWatch()) watch->look();
-        for (const auto& publication : everyPublication()) lookAtPublication(*publication);
-    }
-
-    static void lookAtPublication(Publication& publication) {
-        if (publication.isPublished()) {
-            publication.look();
-        } else {
-            publication.begin();
+        for (const auto& publication : everyPublication()) {
+            if (publication->isPublished()) {
+                publication->look();
+            } else {
+                publication->begin();
+            }
         }
     }
 

@@ -89,6 +89,7 @@ void writePublished(ObjectWriter& object, const Status::Published& service) {
 void writeCounters(ObjectWriter& object, const Counters& counters) {
     object.number("requestsAccepted", counters.requestsAccepted);
     object.number("requestsSent", counters.requestsSent);
+    object.number("requestsHeld", counters.requestsHeld);
     object.number("requestsRefused", counters.requestsRefused);
     object.number("answeredByNobody", counters.answeredByNobody);
     object.number("deadlinesMissed", counters.deadlinesMissed);
@@ -108,6 +109,7 @@ void writeLimits(ObjectWriter& object, const Limits& limits) {
     const auto milliseconds = [](std::chrono::milliseconds time) { return static_cast<std::uint64_t>(time.count()); };
     object.number("frameBytes", limits.frameBytes);
     object.number("oneShotRequests", limits.oneShotRequests);
+    object.number("heldRequests", limits.heldRequests);
     object.number("openStreams", limits.openStreams);
     object.number("queuedSoftBytes", limits.queuedSoftBytes);
     object.number("queuedHardBytes", limits.queuedHardBytes);

@@ -81,6 +81,7 @@ bool BinaryReader::start(const util::ByteBufferReader& reader) {
     at_ = 0;
     itemAt_ = nowhere;
     depth_ = 0;
+    elements_ = 0;
     return false;
 }
 
@@ -135,6 +136,7 @@ bool BinaryReader::endEntry(bool object) {
     if (!isOpen(object)) return failed("no such container is open");
     std::uint64_t& left = containers_[depth_ - 1].left;
     if (left == 0) return failed("the container has no further entry");
+    if (!object && ++elements_ > maximumElements) return failed(fault::tooManyElements);
     if (left != BinaryItem::untilBreak) --left;
     return false;
 }

@@ -101,6 +101,7 @@ private:
     std::size_t itemAt_ = nowhere;  // where `item_` begins
     BinaryItem item_;
     unsigned depth_ = 0;
+    unsigned elements_ = 0;
     std::array<Container, maximumDepth> containers_;
 };
 

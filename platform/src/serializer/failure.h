@@ -1,4 +1,4 @@
-// What all readers and writers share: how deep a document may be, and saying what is wrong with one.
+// What all readers and writers share: how deep and how large a document may be, and saying what is wrong with one.
 #pragma once
 
 #include <cstddef>
@@ -10,6 +10,8 @@ namespace kelo::serializer {
 
 // Containers within containers, for reading, skipping and writing alike.
 inline constexpr unsigned maximumDepth = 64;
+// Of all arrays of a document together, for reading and skipping: an element of one byte may become a record of hundreds.
+inline constexpr unsigned maximumElements = 100'000;
 
 // Each records the failure and is true, so that a reader or writer can return it.
 // "<what> at byte <offset>"
@@ -24,6 +26,7 @@ inline constexpr unsigned maximumDepth = 64;
 // The texts that more than one encoding has.
 namespace fault {
 inline constexpr const char* tooDeep = "containers nested more than 64 deep";
+inline constexpr const char* tooManyElements = "more than 100000 array elements";
 inline constexpr const char* notUtf8 = "a string is not valid UTF-8";
 inline constexpr const char* notFinite = "an infinity or NaN";
 inline constexpr const char* integerTooLarge = "an integer beyond 64 bits";

@@ -107,6 +107,7 @@ bool JsonReader::start(const util::ByteBufferReader& reader) {
     at_ = begin_;
     end_ = begin_ + bytes.size();
     depth_ = 0;
+    elements_ = 0;
     return false;
 }
 
@@ -168,6 +169,7 @@ bool JsonReader::beginArray() {
     return begin('[', "an array");
 }
 bool JsonReader::endElement() {
+    if (++elements_ > maximumElements) return failed(fault::tooManyElements);
     return separate(']');
 }
 bool JsonReader::atArrayEnd(bool& end) {

@@ -62,6 +62,7 @@ private:
     const char* at_ = nullptr;
     const char* end_ = nullptr;
     unsigned depth_ = 0;
+    unsigned elements_ = 0;
     std::string scratch_;
 };
 

@@ -186,8 +186,11 @@ bool deserialize(IStructuredPullDeserializer& reader, bool& value) {
 
 bool deserialize(IStructuredPullDeserializer& reader, float& value) {
     double wide = 0;
+    const bool isInteger = reader.peek() == ValueType::integer;
     if (reader.readDouble(wide)) return true;
     value = static_cast<float>(wide);
+    // A fraction is rounded to what a float can hold; a count or an id must not become another one.
+    if (isInteger && static_cast<double>(value) != wide) return failAt(reader, "an integer that no float is equal to");
     return !std::isfinite(value) && failAt(reader, "number outside the range of a float");
 }
 

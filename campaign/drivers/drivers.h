@@ -1,0 +1,22 @@
+// The drivers, one a promise; what each promises stands in promises.cpp.
+#pragma once
+
+#include "harness/report.h"
+#include "harness/scope.h"
+
+namespace campaign {
+
+void driveCrash(const Scope& scope, Random& random, Report& report);
+void driveCut(const Scope& scope, Random& random, Report& report);
+void driveTrack(const Scope& scope, Random& random, Report& report);
+void driveDirectory(const Scope& scope, Random& random, Report& report);
+void driveOwner(const Scope& scope, Random& random, Report& report);
+void driveWatch(const Scope& scope, Random& random, Report& report);
+void driveSlow(const Scope& scope, Random& random, Report& report);
+void driveFlood(const Scope& scope, Random& random, Report& report);
+void driveMalformed(const Scope& scope, Random& random, Report& report);
+void driveDamagedAnswers(const Scope& scope, Random& random, Report& report);
+void driveLate(const Scope& scope, Random& random, Report& report);
+void driveValues(const Scope& scope, Random& random, Report& report);
+
+}  // namespace campaign

@@ -1,0 +1,85 @@
+#include "drivers/drivers.h"
+
+#include <atomic>
+#include <memory>
+#include <vector>
+
+#include "harness/questions.h"
+#include "harness/scripted_provider.h"
+#include "harness/stage.h"
+
+// The display manager is a script: around each right answer it says others, to requests that are over, that never were, that
+// belong to somebody else's place in the table, and the right one over again. None of them may reach a client. A cancelled
+// request is answered all the same, and after that a new one may use its place.
+
+namespace campaign {
+namespace {
+
+const std::string rightAnswer = R"({"displays":[{"id":1,"name":"Right"}]})";
+const std::string wrongAnswer = R"({"displays":[{"id":1,"name":"Wrong"}]})";
+
+}  // namespace
+
+void driveLate(const Scope& scope, Random& random, Report& report) {
+    const unsigned wanted = scope.times(100'000, 5'000);
+    Stage stage{scope};
+    std::atomic<unsigned> wrong{0};
+    std::vector<std::uint64_t> past;
+    const auto script = [&](const Frame& frame, const ScriptedProvider::Send& send) {
+        if (frame.type != request) return;
+        const auto say = [&](std::uint8_t type, std::uint64_t id) {
+            if (id == 0) return;
+            send(answerFrame(type, random.below(2) == 0 ? endFlag : std::uint8_t{0}, id, 200, wrongAnswer));
+            ++wrong;
+        };
+        constexpr std::uint8_t types[] = {next, error, completed};
+        const auto lie = [&](std::uint64_t id) {
+            const std::uint8_t type = types[random.below(3)];
+            if (type == next) {
+                say(type, id);
+            } else {
+                send(answerFrame(type, 0, id, 500, "Wrong"));
+                ++wrong;
+            }
+        };
+        for (unsigned i = 0; i < 5; ++i) {
+            lie(frame.id + 65536 * (1 + random.below(5)));            // this place in the table, at another time
+            lie(frame.id ^ (1U << random.below(16)));                 // another place
+            lie(random.below(~std::uint64_t{0}) | 1);                 // anything
+            if (!past.empty()) lie(past[random.below(past.size())]);  // what is over
+        }
+        send(answerFrame(next, endFlag, frame.id, 200, rightAnswer));
+        lie(frame.id);
+        past.push_back(frame.id);
+    };
+    const ScriptedProvider display{stage.socket("/hmxdisplaymanager"), script};
+    const auto sim = stage.startSim({"inputmanager", "popupmanager"});
+    const auto bridge = stage.startBridge();
+    const auto client = stage.connect();
+    if (!eventually([&] { return client->call("retrieve", "/displays").status == 200; }))
+        throw Failure{"no answer:\n" + stage.log()};
+    const double late = Stage::counter(stage.status(), "lateFrames");
+    const unsigned before = wrong;
+    unsigned asked = 0;
+    unsigned delivered = 0;
+    unsigned unanswered = 0;
+    while (wrong - before < wanted) {
+        // One after the other, so that the script's lies about other places in the table are about free ones.
+        const Asked& answer = client->call("retrieve", "/displays");
+        ++asked;
+        if (!answer.isOver() || answer.status != 200 || answer.values != 1) ++unanswered;
+        if (answer.answer.find("Wrong") != std::string::npos) ++delivered;
+        client->forgetEnded();
+    }
+    client->serveUntil([] { return false; }, milliseconds{50});
+    const bool counted =
+        eventually([&] { return Stage::counter(stage.status(), "lateFrames") - late >= wrong - before; }, milliseconds{2000});
+    // Downstream: answers that a client sends are its own undoing, and cancels of what is not there are counted.
+    report.fact("requests", asked);
+    report.fact("wrong answers", wrong - before);
+    report.atMost("delivered", delivered + static_cast<double>(client->endedTwice() + client->foreign()), 0);
+    report.atMost("unanswered", unanswered, 0);
+    report.atMost("not counted", counted ? 0 : 1, 0);
+}
+
+}  // namespace campaign

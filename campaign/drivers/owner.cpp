@@ -1,0 +1,84 @@
+#include "drivers/drivers.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <utility>
+
+#include "harness/stage.h"
+
+// Two providers are started at the same moment for the same path. One of them must publish it and say so; the other must say that
+// it waits. Then the owner is killed, and the other has to be reachable soon.
+
+namespace campaign {
+namespace {
+
+// Who answers at the path now; 0 for nobody.
+pid_t ownerOf(const std::string& socket) {
+    const testing_support::RawPeer peer{connectTo(socket)};
+    ucred credentials{};
+    socklen_t size = sizeof credentials;
+    if (!peer.isOpen() || ::getsockopt(peer.fd(), SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return 0;
+    return credentials.pid;
+}
+
+struct Said {
+    unsigned published = 0;
+    unsigned waiting = 0;
+};
+
+Said readLog(const std::string& file) {
+    Said said;
+    std::ifstream in{file};
+    for (std::string line; std::getline(in, line);) {
+        if (line.ends_with(" published")) ++said.published;
+        if (line.find("waiting for it to end") != std::string::npos) ++said.waiting;
+    }
+    return said;
+}
+
+}  // namespace
+
+void driveOwner(const Scope& scope, Random& random, Report& report) {
+    const unsigned pairs = scope.times(500, 20);
+    const unsigned takeOvers = scope.times(200, 10);
+    Stage stage{scope};
+    const std::string path = "/owned";
+    const std::string log = stage.folder() + "/hmxcampaign.log";
+    unsigned doubled = 0;
+    unsigned unowned = 0;
+    unsigned tookOver = 0;
+    double slowest = 0;
+    for (unsigned round = 0; round < pairs; ++round) {
+        auto one = stage.startProvider(path);
+        auto other = stage.startProvider(path);
+        Said said;
+        const bool settled = eventually([&] {
+            said = readLog(log);
+            return said.published + said.waiting >= 2;
+        });
+        if (said.published > 1) ++doubled;
+        const pid_t owner = ownerOf(stage.socket(path));
+        if (!settled || said.published == 0 || (owner != one->pid() && owner != other->pid())) ++unowned;
+        // The last rounds need none, the first ones do it again and again, so that locks and sockets of all ages are met.
+        if (tookOver < takeOvers && (pairs - round <= takeOvers - tookOver || random.below(2) == 0)) {
+            ++tookOver;
+            if (owner == other->pid()) std::swap(one, other);
+            one->signal(SIGKILL);
+            const auto since = Clock::now();
+            if (!eventually([&] { return ownerOf(stage.socket(path)) == other->pid(); })) ++unowned;
+            slowest = std::max(slowest, millisecondsSince(since));
+        }
+        one->kill();
+        other->kill();
+        std::filesystem::resize_file(log, 0);
+    }
+    report.fact("pairs", pairs);
+    report.fact("take-overs", tookOver);
+    report.atMost("double owners", doubled, 0);
+    report.atMost("without an owner", unowned, 0);
+    report.atMost("slowest take-over", slowest, 100, "ms");
+}
+
+}  // namespace campaign

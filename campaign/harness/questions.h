@@ -1,0 +1,27 @@
+// The requests that drivers put to the bridge: one of every kind, with ids that are known.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "harness/client.h"
+
+namespace campaign {
+
+// The upstream services, by the names that hmxsim knows them by.
+inline constexpr std::string_view managers[] = {"displaymanager", "inputmanager", "popupmanager"};
+
+// Thread: any (a value).
+struct Question {
+    std::string command;
+    std::string path;
+    std::string payload;
+    bool oneShot = true;
+    std::string_view upstream;  // the manager whose answer it needs
+};
+
+// Learns the ids from the bridge and makes one question of each kind that needs an upstream service.
+std::vector<Question> everyQuestion(Client& client);
+
+}  // namespace campaign

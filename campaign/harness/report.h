@@ -1,0 +1,36 @@
+// What a driver has found: figures beside the limits that they are held to, and the line that says it.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace campaign {
+
+// Thread: one at a time.
+class Report {
+public:
+    void atMost(std::string_view name, double figure, double limit, std::string_view unit = {});
+    void atLeast(std::string_view name, double figure, double limit, std::string_view unit = {});
+    // A figure that is told and held to nothing.
+    void fact(std::string_view name, double figure, std::string_view unit = {});
+    // What broke the promise, or the driver, beyond figures.
+    void broken(std::string_view what);
+    // For whoever looks for the cause: printed below the line of a promise that was not held.
+    void note(std::string what);
+
+    // A driver that held nothing to a limit has shown nothing.
+    bool held() const noexcept { return limits_ > 0 && broken_ == 0; }
+    const std::string& line() const noexcept { return line_; }
+    const std::vector<std::string>& notes() const noexcept { return notes_; }
+
+private:
+    void add(std::string_view name, double figure, std::string_view unit, std::string_view limit);
+
+    std::string line_;
+    std::vector<std::string> notes_;
+    unsigned limits_ = 0;
+    unsigned broken_ = 0;
+};
+
+}  // namespace campaign

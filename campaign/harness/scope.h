@@ -1,0 +1,45 @@
+// What every driver is given: where the programs are, how much to do, and its random numbers.
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <stdexcept>
+#include <string>
+
+#include "random.h"
+
+namespace campaign {
+
+using Clock = std::chrono::steady_clock;
+using hmxsim::Random;
+using std::chrono::milliseconds;
+
+inline double millisecondsSince(Clock::time_point begin) {
+    return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
+}
+
+// Ends a driver: something that it needs is not to be had, or a promise is broken so that it cannot go on.
+struct Failure : std::runtime_error {
+    using std::runtime_error::runtime_error;
+};
+
+struct Scope {
+    std::uint64_t seed = 1;
+    bool isCut = false;         // the short run of `make test`
+    bool keep = false;          // leave the stages' directories behind
+    std::string programs;       // the folder of the programs under test
+    std::string faultsLibrary;  // to be loaded before a program: see fault_page.h
+
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+    static constexpr bool isSanitized = true;  // so memory is another measure, and everything is slower
+#else
+    static constexpr bool isSanitized = false;
+#endif
+
+    // How often to do something: all of it, or a cut.
+    unsigned times(unsigned all, unsigned cut) const noexcept {
+        return isCut ? cut : all;
+    }
+};
+
+}  // namespace campaign

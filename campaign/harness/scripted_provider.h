@@ -1,0 +1,36 @@
+// A provider made of bytes: says hello as one should, and then whatever its script says.
+#pragma once
+
+#include <atomic>
+#include <functional>
+#include <string>
+#include <thread>
+
+#include "harness/scope.h"
+#include "harness/wire.h"
+
+namespace campaign {
+
+// Serves one connection after the other, on a thread of its own, on which the script runs too. Thread: any.
+class ScriptedProvider {
+public:
+    // Called with each frame behind the hello; `send` writes to its connection.
+    using Send = std::function<void(const Bytes&)>;
+    using Script = std::function<void(const Frame&, const Send& send)>;
+
+    ScriptedProvider(const std::string& path, Script script);
+    ScriptedProvider(const ScriptedProvider&) = delete;
+    ScriptedProvider& operator=(const ScriptedProvider&) = delete;
+    ~ScriptedProvider();
+
+private:
+    void run();
+    void serve(int fd);
+
+    const Script script_;
+    int listener_ = -1;
+    std::atomic<bool> isOver_{false};
+    std::thread thread_;
+};
+
+}  // namespace campaign

@@ -1,0 +1,58 @@
+// Frames as docs/wire.md has them, written and read without the platform's help.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "support/raw_peer.h"
+
+namespace campaign {
+
+using testing_support::Bytes;
+
+enum FrameType : std::uint8_t { hello = 1, request = 2, next = 3, error = 4, completed = 5, cancel = 6 };
+inline constexpr std::uint8_t oneShotFlag = 1;
+inline constexpr std::uint8_t endFlag = 2;
+inline constexpr std::size_t headerSize = 16;
+
+// A frame whose body has been taken apart. Views of the buffer that it was found in. Thread: any (a value).
+struct Frame {
+    std::uint8_t type = 0;
+    std::uint8_t flags = 0;
+    std::uint64_t id = 0;
+    std::map<std::string_view, std::string_view> texts;  // of the header map
+    std::map<std::string_view, std::uint64_t> numbers;   // likewise
+    std::string_view payload;
+
+    int status() const;
+    std::string_view text(std::string_view key) const;
+    // A one-shot's last value, an error or a completion.
+    bool isEnd() const noexcept { return type == error || type == completed || (type == next && (flags & endFlag) != 0); }
+};
+
+// The bytes received on one connection, cut into frames. Throws Failure for what is not a frame: our peers must not send it.
+class FrameReader {
+public:
+    // Takes what the socket has, without waiting; false at the end of the connection.
+    bool receive(int fd);
+    // The next whole frame; its views are good until the next call of either function.
+    std::optional<Frame> take();
+
+private:
+    Bytes bytes_;
+    std::size_t at_ = 0;
+};
+
+Bytes helloAnswer();
+Bytes answerFrame(std::uint8_t type, std::uint8_t flags, std::uint64_t id, unsigned status, std::string_view payload,
+                  std::string_view mimeType = "application/json");
+
+// Sockets under a path; -1 with errno.
+int connectTo(const std::string& path);
+int listenAt(const std::string& path);
+
+}  // namespace campaign

@@ -1,0 +1,31 @@
+#include "promises.h"
+
+#include <array>
+
+#include "drivers/drivers.h"
+
+namespace campaign {
+namespace {
+
+constexpr std::array all{
+    Promise{"crash", "every request ends once, soon after the upstream service that it waits for is killed", &driveCrash},
+    Promise{"cut", "a connection may end behind any byte: every request ends once, and what its error says is true", &driveCut},
+    Promise{"track", "trackers see each provider come and go, strictly in turn", &driveTrack},
+    Promise{"directory", "trackers see what is true, whatever happens to the directory", &driveDirectory},
+    Promise{"owner", "a path has one owner, and another soon when that one dies", &driveOwner},
+    Promise{"watch", "watchers end at the true state, whoever is killed and restarted meanwhile", &driveWatch},
+    Promise{"slow", "a client that does not read costs little memory and holds nobody up", &driveSlow},
+    Promise{"flood", "what is too much is refused and counted, and others are served", &driveFlood},
+    Promise{"malformed", "what is malformed ends its own connection alone", &driveMalformed},
+    Promise{"damaged", "damaged answers end requests once, and their provider is asked again", &driveDamagedAnswers},
+    Promise{"late", "wrong, late and repeated answers reach nobody", &driveLate},
+    Promise{"values", "values pass through every encoding unchanged, or are refused", &driveValues},
+};
+
+}  // namespace
+
+std::span<const Promise> promises() {
+    return all;
+}
+
+}  // namespace campaign
