@@ -145,7 +145,13 @@ void* InputBridge::retrieveRegionconfigurationObject(std::unique_ptr<IResponseHa
 
 void InputBridge::cancelRequest(void* key) {
     kelo::post(*worker_, [this, key] {
-        if (!pending_.abandon(key)) cache_.cancel(key);
+        if (const auto* const pending = pending_.context(key)) {
+            const std::shared_ptr<const Change> change = *pending;
+            pending_.abandon(key);
+            if (change->isAccepted) change->upstream.cancel();
+        } else {
+            cache_.cancel(key);
+        }
     });
 }
 
@@ -156,16 +162,19 @@ void InputBridge::send(RequestKey key, std::unique_ptr<IResponseHandler<Result>>
         return;
     }
     const bool oneShot = handler->isOneShot();
-    pending_.start(key, std::move(handler), {}, upstream_.api(), [&] {
-        const auto sent = std::make_shared<Change>(std::move(change));
-        return upstream_.client().updateInputRegions(
+    const auto sent = std::make_shared<Change>(std::move(change));
+    pending_.start(key, std::move(handler), sent, upstream_.api(), [&] {
+        void* const handle = upstream_.client().updateInputRegions(
             std::make_unique<CUpdateInputRegionsResponseHandler>(*worker_, oneShot, ChangeReceiver{this, key, sent}),
             sent->address.display, sent->address.hmi, toUpstreamRegions(*sent->object));
+        if (!oneShot) sent->upstream = {upstream_.api(), handle};
+        return handle;
     });
 }
 
 void InputBridge::accepted(RequestKey key, Change& change) {
     if (std::exchange(change.isAccepted, true)) return;
+    if (pending_.context(key) == nullptr) change.upstream.cancel();
     const std::UUID& id = change.object->id;
     if (change.isRemoval) {
         pending_.next<std::nullptr_t>(key, [] { return nullptr; });

@@ -113,6 +113,21 @@ TEST_F(WatchedRegion, AChangeThatIsCancelledStillReachesTheCacheButNotItsCaller)
     EXPECT_EQ(now(), map(layerB));
 }
 
+TEST_F(WatchedRegion, AChangeThatIsAcceptedAndHasNoCallerIsOverUpstreamToo) {
+    Downstream open{.oneShot = false, .finishes = false};
+    const auto handle = [&](std::size_t index) { return stage.api.sent.at(index).handle; };
+    stage.cancel(ask(updateToB, open));
+    EXPECT_TRUE(stage.api.cancelled.empty());  // it may not have been done yet
+    stage.answer(1, "{}");
+    EXPECT_EQ(stage.api.cancelled, std::vector{handle(1)});
+    void* const key = ask(updateToC, open);
+    stage.answer(2, "{}");
+    stage.cancel(key);
+    EXPECT_EQ(stage.api.cancelled, (std::vector{handle(1), handle(2)}));
+    EXPECT_EQ(open.take(), (Events{"gone", mapUri, "gone"}));
+    EXPECT_EQ(watcher.take(), (Events{map(layerB), map("{}")}));
+}
+
 TEST_F(WatchedRegion, TheCacheOutlivesTheInputManager) {
     ask(updateToB, caller);
     stage.answer(1, "503 lost");

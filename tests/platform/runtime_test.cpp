@@ -289,6 +289,26 @@ TEST_F(RuntimeTest, LosingTheProviderEndsWhatIsOpenAndTrackingGoesOn) {
     }
 }
 
+TEST_F(RuntimeTest, AProviderThatGreetsAndHangsUpIsTriedAgainWithGrowingPauses) {
+    using Clock = std::chrono::steady_clock;
+    Consumer consumer{directory.path()};
+    {
+        testing_support::RawListener listener{directory / socketFile};
+        Clock::time_point begin;
+        for (int i = 0; i < 5; ++i) {
+            RawPeer caller = listener.accept();
+            if (i == 1) begin = Clock::now();  // the first two may follow at once: the socket has just appeared
+            ASSERT_TRUE(caller.receive());
+            caller.send(testing_support::helloFrame(servicePath));
+        }
+        EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds{10 + 20 + 40});
+        EXPECT_TRUE(consumer.heard.waitFor([](const auto& all) { return all.size() >= 5 * 2; }));
+    }
+    Provider successor{directory.path()};  // noticed by its appearance, not by the next try
+    EXPECT_TRUE(consumer.heard.waitFor([](const auto& all) { return all.back() == "resolved"; }));
+    EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 1, "x")), (Told{"next:x"}));
+}
+
 TEST_F(RuntimeTest, AReaderIsCalledOnItsOwnThreadAndMayBeGivenUp) {
     Provider provider{directory.path()};
     comm::ActiveObject reader{"reader"};

@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <cstdlib>
 #include <cstring>
 #include <optional>
 #include <string>
@@ -90,15 +91,20 @@ struct RawFrame {
     }
 };
 
+inline sockaddr_un socketAddress(const std::string& path) {
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    std::strncpy(address.sun_path, path.c_str(), sizeof address.sun_path - 1);
+    return address;
+}
+
 // Thread: the test's.
 class RawPeer {
 public:
     RawPeer() = default;
     explicit RawPeer(int fd) : fd_{fd} {}
     explicit RawPeer(const std::string& socketPath) : fd_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::strncpy(address.sun_path, socketPath.c_str(), sizeof address.sun_path - 1);
+        const sockaddr_un address = socketAddress(socketPath);
         if (::connect(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) != 0) close();
     }
     RawPeer(RawPeer&& other) noexcept : fd_{std::exchange(other.fd_, -1)}, received_{std::move(other.received_)} {}
@@ -156,6 +162,25 @@ private:
     int fd_ = -1;
     bool ended_ = false;
     Bytes received_;
+};
+
+// Where a peer is waited for. Thread: the test's.
+class RawListener {
+public:
+    explicit RawListener(const std::string& socketPath) : fd_{::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)} {
+        const sockaddr_un address = socketAddress(socketPath);
+        const bool listens =
+            ::bind(fd_, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0 && ::listen(fd_, 16) == 0;
+        if (!listens) std::abort();
+    }
+    RawListener(const RawListener&) = delete;
+    RawListener& operator=(const RawListener&) = delete;
+    ~RawListener() { ::close(fd_); }
+
+    RawPeer accept() { return RawPeer{::accept4(fd_, nullptr, nullptr, SOCK_CLOEXEC)}; }
+
+private:
+    int fd_;
 };
 
 }  // namespace testing_support

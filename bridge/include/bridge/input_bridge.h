@@ -4,7 +4,6 @@
 #include <cstddef>
 #include <memory>
 #include <string>
-#include <variant>
 #include <vector>
 
 #include "bridge/attachment.h"
@@ -33,6 +32,7 @@ class InputBridge final : public kelo::hmx::IRegionconfigurations {
         std::shared_ptr<Object> object;  // as it is to be; not in the cache yet
         bool isRemoval = false;          // what is accepted is erased from the cache rather than put into it
         bool isAccepted = false;
+        UpstreamRequest upstream{};  // none when that is over with its first answer
     };
     // Receives the input manager's answers to it. Thread: the bridge's worker.
     struct ChangeReceiver {
@@ -81,7 +81,7 @@ private:
     const std::shared_ptr<comm::ActiveObject> worker_;
     Attachment<kelo::hmx::inputregions::IHmx_inputregions> upstream_;
     kelo::tolu::ToluResourceData<Object> cache_;
-    PendingRequests<std::monostate, kelo::url, std::nullptr_t> pending_;
+    PendingRequests<std::shared_ptr<const Change>, kelo::url, std::nullptr_t> pending_;
 };
 
 }  // namespace hmx

@@ -17,7 +17,8 @@
 //
 // The directory is only a hint of when to try. A socket file that nobody listens to is tried again with growing pauses, because a
 // provider may have made it a moment before it listens; one that is not there is not tried at all, because its appearance is
-// reported.
+// reported. Nor is a provider that greets and hangs up at once tried any faster: only a connection that has held for a while, or
+// a change in the directory, makes a loss worth another try without a pause.
 //
 // A resolver may bring a reader: a worker that reads the connection from then on. Callbacks to trackers and resolvers still come
 // on the runtime's thread; the loss of a connection, which the reader notices, is posted there.
@@ -136,6 +137,7 @@ ServiceWatch::Homecoming ServiceWatch::abandon() {
 }
 
 void ServiceWatch::look() {
+    if (connection_) successorMayBeThere_ = true;
     if (connection_ || isUnused()) return;
     backoff_ = shortestPause;
     attempt();
@@ -149,6 +151,7 @@ void ServiceWatch::attempt() {
         if (errno != ENOENT) retryLater();
         return;
     }
+    successorMayBeThere_ = false;
     net::Peer peer;
     if (!net::readPeer(socket.get(), peer) || (peer.uid != ::geteuid() && peer.uid != 0)) {
         static tracing::RateLimit limit{1};
@@ -188,7 +191,7 @@ void ServiceWatch::retryLater() {
 
 void ServiceWatch::ready(net::ClientConnection& connection, const net::Peer& peer, const wire::Hello& hello) {
     if (connection_.get() != &connection) return;
-    backoff_ = shortestPause;
+    aliveSince_ = net::Clock::now();
     info_.servicePath = servicePath_;
     info_.applicationName = hello.application;
     info_.pid = peer.pid;
@@ -209,10 +212,9 @@ void ServiceWatch::lost(const net::ClientConnection* connection) {
         reader_ = nullptr;
         api_.detach();
         tellGone();
-        look();  // the successor may be there already
-    } else if (!retry_.isArmed()) {
-        retryLater();
+        if (successorMayBeThere_ || net::Clock::now() - aliveSince_ >= longestPause) return look();
     }
+    if (!connection_ && !retry_.isArmed()) retryLater();
 }
 
 void ServiceWatch::tellLater() {

@@ -94,6 +94,8 @@ private:
     std::shared_ptr<net::ClientConnection> connection_;
     KeloServiceTrackerInfo info_;
     bool alive_ = false;
+    net::Clock::time_point aliveSince_{};
+    bool successorMayBeThere_ = false;      // the directory changed while there was a connection
     comm::ActiveObject* reader_ = nullptr;  // where the connection is read; null: here
     std::vector<Tracker> trackers_;
     std::vector<Resolver> resolvers_;
