@@ -68,7 +68,10 @@ T* makeImmortal(Arguments&&... arguments) {
 
 void startRuntime(kelo::runtime::IKeloRuntime& runtime) {
     constexpr int noFlags = 0;
-    if (!runtime.start(noFlags)) throw std::runtime_error{"the runtime does not start: " + std::ErrorStorage::reason()};
+    if (runtime.start(noFlags)) return;
+    const std::string reason = std::ErrorStorage::reason();
+    std::ErrorStorage::ack();
+    throw std::runtime_error{"the runtime does not start: " + reason};
 }
 
 // Sees to it, before any of the objects in front of it is destroyed, that nothing uses them any more: ends the runtime's

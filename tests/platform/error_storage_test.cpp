@@ -6,7 +6,9 @@
 #include <thread>
 #include <vector>
 
+#include "comm/active_object.h"
 #include "kelo/errors.h"
+#include "kelo/func_call_event.h"
 #include "kelo/std/global_error_handler.h"
 
 namespace {
@@ -46,11 +48,21 @@ TEST_F(ErrorStorageTest, OnlyAnErrorThatNobodyConsumedGoesToTheAction) {
         EXPECT_EQ(current.code, 16);
         EXPECT_EQ(current.text, "newest");
     }
+    EXPECT_EQ(overwritten(), (std::vector<std::string>{"forgotten", "newest"}));
     std::ErrorOutput{Error, 17, "after the storage's life"};
-    EXPECT_EQ(overwritten().size(), 1U);
+    EXPECT_EQ(overwritten().size(), 2U);
     std::ErrorStorage::ack();
     EXPECT_FALSE(std::ErrorStorage::hasError());
     EXPECT_EQ(std::ErrorStorage::reason(), "");
+}
+
+TEST_F(ErrorStorageTest, WhatAnEventLeavesIsNotThereForTheNextTurn) {
+    const std::ErrorStorage storage{&remember};
+    comm::ActiveObject worker{"by hand", comm::ActiveObject::ByHand{}};
+    kelo::post(worker, [] { std::ErrorOutput{Error, 13, "left behind"}; });
+    worker.runPending();
+    EXPECT_FALSE(std::ErrorStorage::hasError());
+    EXPECT_EQ(overwritten(), std::vector<std::string>{"left behind"});
 }
 
 TEST_F(ErrorStorageTest, ThreadsDoNotSeeEachOthersErrors) {

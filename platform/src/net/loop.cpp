@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "kelo/std/global_error_handler.h"
+#include "kelo/std/unhandled_error.h"
 #include "tracing/channel.h"
 
 // One turn of the loop is: run the events that are queued, write what they collected, sleep, serve the sockets that are ready,
@@ -26,6 +27,8 @@
 // A pollable that is removed while others of the same wake-up still wait for their turn must not be called again nor destroyed
 // under its own feet: registrations carry a serial that stale reports fail to match, and removed ones are kept until the turn is
 // over.
+//
+// Errors that are still stored when a batch or the ready sockets are done with are nobody's any more and are disposed of.
 
 namespace kelo::net {
 namespace {
@@ -144,6 +147,7 @@ std::size_t Loop::runBatch() {
     }
     batch_.clear();
     if (count > 0) flushAll();
+    disposeOfUnhandledError();
     return count;
 }
 
@@ -177,6 +181,7 @@ std::size_t Loop::pollOnce(bool mayWait) {
     fireTimers();
     flushAll();
     removed_.clear();
+    disposeOfUnhandledError();
     return served;
 }
 

@@ -3,6 +3,9 @@
 //
 // An action may itself run code that records errors. Those are dropped: the slot that the action is looking at must stay as it
 // is, and an error about reporting an error helps nobody.
+//
+// An error is unhandled when the next one overwrites it, when the turn of the event loop that recorded it is over, or when the
+// storage itself goes. So it is reported soon, and no later piece of work mistakes it for its own.
 
 #include "kelo/std/error_storage.h"
 
@@ -15,6 +18,7 @@
 #include <cstdint>
 #include <cstring>
 
+#include "kelo/std/unhandled_error.h"
 #include "util/line_buffer.h"
 
 namespace std {
@@ -34,6 +38,15 @@ struct Slot {
 
 constinit thread_local Slot slot;
 constinit atomic<ErrorStorage::Action> unconsumedAction{nullptr};
+
+// Shows the stored error, if there is one, to the action, if there is one.
+void report() noexcept {
+    const ErrorStorage::Action action = unconsumedAction.load(memory_order_acquire);
+    if (slot.category == nullptr || action == nullptr) return;
+    slot.inAction = true;
+    action(ErrorStorage::current());
+    slot.inAction = false;
+}
 
 // Opens a gap of `count` bytes at the front of the slot's text; the end is cut if need be. The bytes that may be filled.
 size_t openGap(size_t count) noexcept {
@@ -67,6 +80,7 @@ void prependPathPart(string_view part) noexcept {
 ErrorStorage::ErrorStorage(Action action) noexcept : previous_{unconsumedAction.exchange(action)} {}
 
 ErrorStorage::~ErrorStorage() {
+    kelo::disposeOfUnhandledError();
     unconsumedAction.store(previous_);
 }
 
@@ -120,12 +134,7 @@ void ErrorStorage::prependPath(size_t index) noexcept {
 
 ErrorOutput::ErrorOutput(const ErrorCategory& category, int code, string_view text, const char* file, unsigned line) noexcept {
     if (slot.inAction) return;
-    const ErrorStorage::Action action = unconsumedAction.load(memory_order_acquire);
-    if (slot.category != nullptr && action != nullptr) {
-        slot.inAction = true;
-        action(ErrorStorage::current());
-        slot.inAction = false;
-    }
+    report();
     const string_view fits = util::cutUtf8(text, slot.text.size());
     if (!fits.empty()) memmove(slot.text.data(), fits.data(), fits.size());  // it may be a piece of the text that it replaces
     slot.size = fits.size();
@@ -137,3 +146,8 @@ ErrorOutput::ErrorOutput(const ErrorCategory& category, int code, string_view te
 }
 
 }  // namespace std
+
+void kelo::disposeOfUnhandledError() noexcept {
+    std::report();
+    std::ErrorStorage::ack();
+}
