@@ -3,36 +3,45 @@
 // nothing is kept here between the two and a stub can be replaced while requests are under way.
 #include "core/client_stub.h"
 
+#include <cstdint>
+
 #include "kelo/errors.h"
 #include "kelo/headers.h"
 #include "kelo/path.h"
 #include "kelo/std/error_storage.h"
 #include "kelo/tracing.h"
+#include "tracing/channel.h"
 #include "util/byte_buffer.h"
 
 namespace kelo {
 
 namespace {
 
+const ::tracing::Channel channel{"KELO_CLIENT"};
+
 constexpr std::size_t bodyCapacity = 1024;
 
-bool failed(errors::Code code, std::string_view text) {
-    std::ErrorOutput{errors::Error, code, text};
-    return true;
+void traceUnreadable(std::string_view servicePath) {
+    static ::tracing::RateLimit limit{5};
+    std::uint64_t held = 0;
+    if (!limit.admit(held)) return;
+    ::tracing::logCV(channel, 3, "%.*s sent an answer that does not read: %s (%llu such lines held back)",
+                     static_cast<int>(servicePath.size()), servicePath.data(), std::ErrorStorage::reason().c_str(),
+                     static_cast<unsigned long long>(held));
 }
 
 }  // namespace
 
-bool decodeResponse(const Response& response, ResultView result, const char* typeName) {
+bool decodeResponse(const Response& response, ResultView result, const char* typeName, std::string_view servicePath) {
     const Payload& payload = response.payload();
-    if (payload.empty() && payload.mimeType().empty()) {
-        return failed(errors::cannotDeserialize, std::string{typeName} + ": the answer is empty");
-    }
     if (!readDocument(payload.bytes(), payload.mimeType(), result)) return false;
-    if (std::ErrorStorage::current().code == errors::unknownMimeType) return true;
-    const std::string reason = std::ErrorStorage::reason();
-    std::ErrorStorage::ack();
-    return failed(errors::cannotDeserialize, std::string{typeName} + ": " + reason);
+    if (std::ErrorStorage::current().code != errors::unknownMimeType) {
+        const std::string reason = std::ErrorStorage::reason();
+        std::ErrorStorage::ack();
+        std::ErrorOutput{errors::Error, errors::cannotDeserialize, std::string{typeName} + ": " + reason};
+    }
+    traceUnreadable(servicePath);
+    return true;
 }
 
 ClientStub::ClientStub(IKeloApi* api, std::string_view servicePath, std::string_view mimeType)

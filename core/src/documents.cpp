@@ -20,7 +20,9 @@ Coder* threadsOwn(const MimeType& mimeType, std::unique_ptr<Coder> (*make)(mimet
     thread_local std::array<std::unique_ptr<Coder>, count> coders;
     auto& coder = coders.at(static_cast<std::size_t>(mimeType.id()));
     if (!coder) coder = make(mimeType.id());
-    if (!coder) std::ErrorOutput{errors::Error, errors::unknownMimeType, mimeType.text()};
+    if (!coder) {
+        std::ErrorOutput{errors::Error, errors::unknownMimeType, mimeType.empty() ? "no mime type" : mimeType.text()};
+    }
     return coder.get();
 }
 

@@ -1,6 +1,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <tuple>
@@ -16,8 +17,10 @@
 #include "kelo/serializer/basic.h"
 #include "kelo/tracing.h"
 #include "support/documents.h"
+#include "support/eventually.h"
 #include "support/fake_kelo_api.h"
 #include "support/recording_handler.h"
+#include "support/traced_lines.h"
 
 namespace {
 
@@ -231,8 +234,8 @@ TEST(UpstreamClients, AnAnswerThatDoesNotDecodeIsAnError) {
     const Case cases[] = {
         {"text/html", "{}", 16, "text/html"},
         {"plain/text", "true", 16, "plain/text"},
-        {"", "{}", 16, ""},
-        {"", "", 11, "Display: the answer is empty"},
+        {"", "{}", 16, "no mime type"},
+        {"", "", 16, "no mime type"},
         {"application/json", "", 11, nullptr},
         {"application/json", "{\"id\":1", 11, nullptr},
         {"application/json", "{\"id\":1}{}", 11, nullptr},
@@ -245,7 +248,7 @@ TEST(UpstreamClients, AnAnswerThatDoesNotDecodeIsAnError) {
         SCOPED_TRACE(std::string{c.mimeType} + " " + c.body);
         displaymanager::Display decoded;
         const kelo::Response answer{200, kelo::Payload::copyOf(c.body, kelo::MimeType{c.mimeType})};
-        EXPECT_TRUE(kelo::decodeResponse(answer, kelo::ResultView::of(decoded), "Display"));
+        EXPECT_TRUE(kelo::decodeResponse(answer, kelo::ResultView::of(decoded), "Display", "/hmxdisplaymanager"));
         EXPECT_EQ(std::ErrorStorage::current().category, &kelo::errors::Error);
         EXPECT_EQ(std::ErrorStorage::current().code, c.code);
         const std::string reason = support::takeReason();
@@ -265,6 +268,21 @@ TEST(UpstreamClients, AnAnswerThatDoesNotDecodeIsAnError) {
         EXPECT_FALSE(std::ErrorStorage::hasError());
         EXPECT_EQ(api.open(), 0U);
     }
+}
+
+TEST(UpstreamClients, TheLogNamesAServiceWhoseAnswersDoNotRead) {
+    support::TracedLines log{"KELO_CLIENT"};
+    std::vector<std::string> lines;
+    // Other tests may have used up this second's lines; the next one has some again.
+    const auto end = std::chrono::steady_clock::now() + testing_support::patience;
+    while (lines.empty() && std::chrono::steady_clock::now() < end) {
+        FakeKeloApi api;
+        Heard<displaymanager::Display> heard;
+        DisplaysClient{&api, json}.getDisplay(support::record(heard), "X");
+        api.next(0, "7");
+        lines = log.take();
+    }
+    EXPECT_THAT(lines, ElementsAre(StartsWith("3 /hmxdisplaymanager sent an answer that does not read: Display: ")));
 }
 
 TEST(UpstreamClients, DecodingErrorsNameTheType) {

@@ -21,14 +21,16 @@ struct ClientOperation {
     const char* resultType = "none";  // as decoding errors name it
 };
 
-// Fills `result` from the response's payload. True on failure, with the error in the store: unknownMimeType and the mime type's
-// text, or cannotDeserialize and "<type name>: <reason>". Thread: any.
-[[nodiscard]] bool decodeResponse(const Response& response, ResultView result, const char* typeName);
+// Fills `result` from the payload of an answer of the service `servicePath`. True on failure, with the error in the store:
+// unknownMimeType and the mime type's text, or cannotDeserialize and "<type name>: <reason>". The log has it too, a few times a
+// second at most: what the client of the bridge is told of it does not say whose fault it is. Thread: any.
+[[nodiscard]] bool decodeResponse(const Response& response, ResultView result, const char* typeName,
+                                  std::string_view servicePath);
 
 // A value but for the API, which it does not own and which outlives it. Thread: any.
 class ClientStub {
 public:
-    // `servicePath`: where the service is published. `mimeType`: of the bodies sent, and of the answers asked for.
+    // `servicePath`: where the service is published; a literal. `mimeType`: of the bodies sent, and of the answers asked for.
     ClientStub(IKeloApi* api, std::string_view servicePath, std::string_view mimeType);
 
     // Sends the request; the arguments, percent-encoded, take the places of the stars. The result is its handle for
@@ -50,19 +52,18 @@ public:
 
 private:
     template <class Result>
-    static std::unique_ptr<IResponseHandler<Response>> decoding(const ClientOperation& operation,
-                                                                std::unique_ptr<IResponseHandler<Result>>&& handler) {
+    std::unique_ptr<IResponseHandler<Response>> decoding(const ClientOperation& operation,
+                                                         std::unique_ptr<IResponseHandler<Result>>&& handler) const {
         if constexpr (std::is_null_pointer_v<Result>) {
             return responsehandlers::mapped<Response>(std::move(handler),
                                                       [](const Response&) { return kelo::optional<Result>{nullptr}; });
         } else {
-            return responsehandlers::mapped<Response>(std::move(handler),
-                                                      [typeName = operation.resultType](const Response& response) {
-                                                          kelo::optional<Result> result{std::experimental::in_place};
-                                                          if (decodeResponse(response, ResultView::of(*result), typeName))
-                                                              result = kelo::nullopt;
-                                                          return result;
-                                                      });
+            return responsehandlers::mapped<Response>(
+                std::move(handler), [typeName = operation.resultType, servicePath = servicePath_](const Response& response) {
+                    kelo::optional<Result> result{std::experimental::in_place};
+                    if (decodeResponse(response, ResultView::of(*result), typeName, servicePath)) result = kelo::nullopt;
+                    return result;
+                });
         }
     }
     void* send(const ClientOperation& operation, std::unique_ptr<IResponseHandler<Response>> handler,

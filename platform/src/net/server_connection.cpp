@@ -273,8 +273,12 @@ bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::Fra
     const std::size_t size = out.size() - before - wire::headerSize;
     if (size <= limits_.frameBytes) return true;
     out.truncate(before);
-    tracing::logCV(channel, 4, "%s: an answer of %zu bytes to %s is larger than a frame may be", service_->path.c_str(), size,
-                   peer_.toString().c_str());
+    static tracing::RateLimit limit{5};
+    std::uint64_t held = 0;
+    if (limit.admit(held)) {
+        tracing::logCV(channel, 4, "%s: an answer of %zu bytes to %s is larger than a frame may be (%llu such lines held back)",
+                       service_->path.c_str(), size, peer_.toString().c_str(), static_cast<unsigned long long>(held));
+    }
     wire::appendResponse(
         out, wire::FrameType::error, 0, id,
         Response::createErrorResponse(500, service_->path + ": the answer of " + std::to_string(size) +
