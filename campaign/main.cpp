@@ -37,6 +37,10 @@ std::uint64_t seedOf(const campaign::Promise& promise, std::uint64_t seed) {
 }
 
 bool drive(const campaign::Promise& promise, const campaign::Scope& scope) {
+    if (promise.isInjected && campaign::Scope::isSanitized) {
+        std::printf("passed over %s: not under sanitizers\n", std::string{promise.name}.c_str());
+        return true;
+    }
     campaign::Report report;
     campaign::Random random{seedOf(promise, scope.seed)};
     const auto begin = Clock::now();

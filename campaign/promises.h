@@ -13,6 +13,8 @@ struct Promise {
     std::string_view name;
     std::string_view text;
     void (*drive)(const Scope& scope, Random& random, Report& report);
+    // By the faults library, which does not go together with sanitizers.
+    bool isInjected = false;
 };
 
 std::span<const Promise> promises();

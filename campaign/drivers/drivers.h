@@ -18,5 +18,9 @@ void driveMalformed(const Scope& scope, Random& random, Report& report);
 void driveDamagedAnswers(const Scope& scope, Random& random, Report& report);
 void driveLate(const Scope& scope, Random& random, Report& report);
 void driveValues(const Scope& scope, Random& random, Report& report);
+void driveDescriptors(const Scope& scope, Random& random, Report& report);
+void driveDisk(const Scope& scope, Random& random, Report& report);
+void driveInterrupted(const Scope& scope, Random& random, Report& report);
+void driveStopped(const Scope& scope, Random& random, Report& report);
 
 }  // namespace campaign

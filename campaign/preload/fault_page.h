@@ -1,0 +1,59 @@
+// What the library that makes system calls fail is told, and tells: a page of memory that it shares with whoever drives the
+// program.
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+namespace campaign {
+
+enum class Call : std::uint8_t {
+    accept,
+    allocate,
+    bind,
+    connect,
+    epollControl,
+    epollWait,
+    makeDirectory,
+    open,
+    receive,
+    rename,
+    send,
+    socket,
+    unlink
+};
+inline constexpr std::size_t callCount = 13;
+
+enum class Action : std::uint8_t {
+    none,
+    fail,     // with the rule's error, without being made
+    shorten,  // to a single byte
+    kill,     // the process, before the call
+    killAfter,
+    stop,  // likewise, as with SIGSTOP
+    stopAfter,
+    reset,  // the connection: its socket is closed for good, whatever lies in it unread
+};
+
+// Counts the calls of one kind, and acts on those that are numbered from `from` on, from 1: on `times` of them, each `every`-th.
+// All zero: counts only.
+struct FaultRule {
+    std::atomic<std::uint64_t> calls;
+    std::atomic<std::uint64_t> from;
+    std::atomic<std::uint64_t> times;
+    std::atomic<std::uint64_t> every;
+    std::atomic<int> error;
+    std::atomic<Action> action;
+};
+
+struct FaultPage {
+    FaultRule rules[callCount];
+    std::atomic<std::uint64_t> hits;        // calls that were acted on
+    std::atomic<std::int64_t> clockOffset;  // seconds that the time of day is ahead of what it is
+};
+static_assert(std::atomic<std::uint64_t>::is_always_lock_free, "the page is shared by processes");
+
+inline constexpr const char* faultPageVariable = "HMX_FAULT_PAGE";
+
+}  // namespace campaign
