@@ -53,7 +53,7 @@ constexpr int progress = 2;
 constexpr int failure = 4;
 
 constexpr char applicationName[] = "hmx_tolubridge";
-constexpr char version[] = "0.1.0";
+constexpr char version[] = HMX_VERSION;
 
 void logProgress(const char* text) {
     tracing::logC(BENCH_Startup, progress, text);

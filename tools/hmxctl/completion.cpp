@@ -7,6 +7,7 @@
 #include <array>
 
 #include "args.h"
+#include "simulation.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -17,10 +18,12 @@ _hmxctl() {
     local line="${COMP_LINE:0:COMP_POINT}" cur="${COMP_WORDS[COMP_CWORD]}" word
     # bash divides words at "=" and ":" too; what stands before in the same word is not its to replace.
     [[ $cur == [=:] || $cur == ":=" ]] && cur=""
-    local last="${line##*[[:space:]]}"
-    local kept="${last%"$cur"}"
+    local whole='(([^[:space:]\\]|\\.)*)$'
+    [[ $line =~ $whole ]]
+    local kept="${BASH_REMATCH[1]%"$cur"}"
     COMPREPLY=()
     while IFS=$'\t' read -r word _; do
+        printf -v word %q "$word"
         [[ $word == "$kept"* ]] && COMPREPLY+=("${word#"$kept"}")
     done < <("$1" __complete -- "$line" 2>/dev/null)
     [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == *[/=] ]] && compopt -o nospace
@@ -31,13 +34,27 @@ complete -o default -F _hmxctl hmxctl
 constexpr std::string_view zshScript = R"script(#compdef hmxctl
 # zsh completion of hmxctl
 _hmxctl() {
-    local -a whole begun
+    local -a whole begun shown
     local word about
+    if [[ ${words[CURRENT-1]} == (-f|--file|--runtime-dir) ]]; then
+        _files
+        return
+    fi
     while IFS=$'\t' read -r word about; do
-        [[ $word == *[/=] ]] && begun+=("$word") || whole+=("$word")
+        if [[ $word == *[/=] ]]; then
+            begun+=("$word")
+        else
+            whole+=("$word")
+            shown+=("$word${about:+  -- $about}")
+        fi
     done < <("${words[1]}" __complete -- "${(j: :)words[1,CURRENT]}" 2>/dev/null)
-    compadd -- "${whole[@]}"
+    if [[ ${(j::)shown} == ${(j::)whole} ]]; then
+        compadd -- "${whole[@]}"
+    else
+        compadd -l -d shown -- "${whole[@]}"
+    fi
     compadd -S '' -- "${begun[@]}"
+    (( ${#whole} + ${#begun} ))
 }
 if [[ $funcstack[1] == _hmxctl ]]; then
     _hmxctl "$@"
@@ -48,6 +65,8 @@ fi
 
 constexpr std::string_view fishScript = R"script(# fish completion of hmxctl
 complete -c hmxctl -f -a '(hmxctl __complete -- (commandline -cp) 2>/dev/null)'
+complete -c hmxctl -s f -l file -r -F
+complete -c hmxctl -l runtime-dir -r -F
 )script";
 
 constexpr std::array<std::pair<std::string_view, std::string_view>, 3> scripts{
@@ -61,9 +80,9 @@ bool takesValue(const std::string& option) {
 }
 
 // Collects what begins with the word that is being typed. Thread: one at a time.
-class Collection {
+class Offers {
 public:
-    explicit Collection(std::string current) : current_{std::move(current)} {}
+    explicit Offers(std::string current) : current_{std::move(current)} {}
 
     const std::string& current() const noexcept { return current_; }
 
@@ -82,12 +101,12 @@ private:
     std::vector<Candidate> found_;
 };
 
-void offerOptionValues(Collection& out, const std::string& option) {
+void offerOptionValues(Offers& out, const std::string& option) {
     if (option == "-o" || option == "--output") out.offerAll(std::array{"table", "json", "jsonl", "raw"});
     if (option == "--mime") out.offerAll(std::array{"json", "msgpack", "ixobin"});
 }
 
-void offerElements(Collection& out, NameSource& names, bool elementNeeded) {
+void offerElements(Offers& out, NameSource& names, bool elementNeeded) {
     const std::size_t slash = out.current().find('/');
     if (slash == std::string::npos) {
         for (const Resource& resource : resources()) {
@@ -96,17 +115,28 @@ void offerElements(Collection& out, NameSource& names, bool elementNeeded) {
         return;
     }
     const Resource* resource = findResource(out.current().substr(0, slash));
-    if (resource != nullptr) out.offerAll(names.elements(*resource), std::string{resource->name} + "/");
+    if (resource == nullptr) return;
+    const std::string before = std::string{resource->name} + "/";
+    if (isListable(*resource)) return out.offerAll(names.elements(*resource), before);
+    // Nobody lists them, but their names are made of what a new one may say.
+    const kelo::hmx::Route* insert = findRoute(*resource, kelo::commands::insert, false);
+    const MemberDescription* displays = insert == nullptr ? nullptr : findMember(insert->body().members, "display");
+    const MemberDescription* hmis = insert == nullptr ? nullptr : findMember(insert->body().members, "hmi");
+    if (displays == nullptr || hmis == nullptr) return;
+    for (const std::string_view display : displays->enumValues) {
+        out.offerAll(hmis->enumValues, before + std::string{display} + "/");
+    }
+}
+
+void offerKeys(Offers& out, Members members) {
+    for (const MemberDescription& member : members) out.offer(std::string{member.key} + "=", kelo::record::typeText(member));
 }
 
 // "key=", or the values of a key that has but a few.
-void offerAssignments(Collection& out, NameSource& names, Members members) {
+void offerAssignments(Offers& out, NameSource& names, Members members) {
     const std::size_t equals = out.current().find('=');
     if (equals == std::string::npos) {
-        for (const MemberDescription& member : members) {
-            out.offer(std::string{member.key} + "=", kelo::record::typeText(member));
-        }
-        return;
+        return offerKeys(out, members);
     }
     const std::string key = out.current().substr(0, equals);
     const MemberDescription* member = findMember(members, key);
@@ -121,7 +151,38 @@ void offerAssignments(Collection& out, NameSource& names, Members members) {
     }
 }
 
-void offerFirstWord(Collection& out, const Verb& verb, NameSource& names) {
+// What follows the action; `words` begin with that.
+void offerSimWord(Offers& out, const std::vector<std::string>& words, NameSource& names) {
+    const std::string& action = words.front();
+    if (action == "requests" || action == "plan") {
+        if (words.size() == 1) out.offer("clear");
+    } else if (action == "fault") {
+        if (words.size() == 1) return out.offerAll(simManagers);
+        if (words.size() == 2) out.offer("clear");
+        for (const std::string_view key : faultKeys) out.offer(std::string{key} + "=");
+    } else if (action == "popup") {
+        if (words.size() == 1) return out.offerAll(names.elements(*findResource("popups")));
+        offerKeys(out, findCollection("popups")->record().members);
+    } else if (words.size() > 1) {
+        const Collection* collection = findCollection(words[1].substr(0, words[1].find('/')));
+        if (collection != nullptr && collection->record != nullptr && action != "remove") {
+            offerKeys(out, collection->record().members);
+        }
+    } else {
+        for (const Collection& each : collections()) {
+            const std::string before = std::string{each.name} + "/";
+            if (action == "add" && !each.isPerDisplay()) {
+                out.offer(std::string{each.name});
+            } else if (!out.current().starts_with(before)) {
+                out.offer(before);
+            } else {
+                out.offerAll(names.elements(*findResource(action == "add" ? "displays" : each.resource)), before);
+            }
+        }
+    }
+}
+
+void offerFirstWord(Offers& out, const Verb& verb, NameSource& names) {
     switch (verb.first) {
         case FirstWord::resource:
             for (const Resource& resource : resources()) {
@@ -143,14 +204,15 @@ void offerFirstWord(Collection& out, const Verb& verb, NameSource& names) {
         case FirstWord::shell:
             return out.offerAll(completionShells());
         case FirstWord::simCommand:
-            return out.offerAll(std::array{"set", "add", "remove", "popup", "fault", "plan", "world", "requests"});
+            return out.offerAll(simActions);
         case FirstWord::none:
             return;
     }
 }
 
-void offerFurtherWord(Collection& out, const Verb& verb, const std::vector<std::string>& words, NameSource& names) {
+void offerFurtherWord(Offers& out, const Verb& verb, const std::vector<std::string>& words, NameSource& names) {
     if (verb.name == "call" && words.size() == 1) return out.offerAll(std::array{"retrieve", "insert", "update", "delete"});
+    if (verb.name == "sim") return offerSimWord(out, words, names);
     if (verb.name == "tree") return out.offerAll(names.elements(*findResource("displays")));
     if (verb.name == "uuid") return offerElements(out, names, true);
     const Resource* resource = findResource(words.front().substr(0, words.front().find('/')));
@@ -159,6 +221,7 @@ void offerFurtherWord(Collection& out, const Verb& verb, const std::vector<std::
                                       : verb.name == "update" ? findRoute(*resource, kelo::commands::update, true)
                                                               : nullptr;
     if (changes != nullptr) offerAssignments(out, names, changes->body().members);
+    if (verb.name == "wait") return out.offerAll(keysOf(resource->element().members));
     if (verb.name == "list" || verb.name == "watch" || verb.name == "get") offerAssignments(out, names, parametersOf(*resource));
 }
 
@@ -193,7 +256,7 @@ std::vector<std::string> splitLine(std::string_view line) {
 
 std::vector<Candidate> complete(std::string_view line, NameSource& names) {
     const std::vector<std::string> typed = splitLine(line);
-    Collection out{typed.back()};
+    Offers out{typed.back()};
     const Verb* verb = nullptr;
     std::vector<std::string> words;
     std::string option;  // that the next word is the value of

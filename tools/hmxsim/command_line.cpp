@@ -2,6 +2,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <charconv>
 
 #include "kelo/mimetypes.h"
 #include "make_world.h"
@@ -10,7 +11,7 @@ namespace hmxsim {
 
 namespace {
 
-constexpr const char* version = "hmxsim 0.1.0";
+constexpr const char* version = "hmxsim " HMX_VERSION;
 
 constexpr const char* description =
     "Simulates the display manager, the input manager and the popup manager that hmxtolubridge\n"
@@ -40,6 +41,7 @@ std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLin
     app.footer(examples);
     app.set_version_flag("--version", version);
     std::vector<std::string> managers;
+    std::string seed;
     app.add_option("--world", line.world, "World to simulate: a file, or a sample's name (default: cockpit)")->type_name("FILE");
     app.add_option("--mime", line.mimeType, "Mime type to prefer, which clients then use")->type_name("TYPE");
     app.add_option("--record-requests", line.recordFile, "Write what arrives, one JSON object a line; - is standard output")
@@ -48,10 +50,8 @@ std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLin
     app.add_option("--make-world", line.worldSize,
                    "Print a world of this size and end; SIZE is displays=N,displayables=N,popups=N,regions=N")
         ->type_name("SIZE");
-    app.add_option("--seed", line.seed, "Of all that is drawn: faults, scenarios, made worlds")
-        ->type_name("N")
-        ->check(CLI::NonNegativeNumber)
-        ->capture_default_str();
+    app.add_option("--seed", seed, "Of all that is drawn: faults, scenarios, made worlds (1, or the scenario's own)")
+        ->type_name("N");
     app.add_option("MANAGER", managers, "displaymanager, inputmanager or popupmanager (default: all three)")->type_name("");
     try {
         app.parse(argc, argv);
@@ -64,6 +64,12 @@ std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLin
     if (!line.mimeType.empty() && !kelo::mimetypes::isStructured(kelo::mimetypes::typename2id(line.mimeType))) {
         return usageError(err, "--mime: \"" + line.mimeType +
                                    "\" is none of application/json, application/vnd.msgpack, application/vnd.ixobin");
+    }
+    if (!seed.empty()) {
+        const auto end = std::from_chars(seed.data(), seed.data() + seed.size(), line.seed.emplace());
+        if (end.ec != std::errc{} || end.ptr != seed.data() + seed.size()) {
+            return usageError(err, "--seed: \"" + seed + "\" is not a number from 0");
+        }
     }
     WorldSize size;
     if (const std::string complaint = readWorldSize(line.worldSize, size); !complaint.empty()) {

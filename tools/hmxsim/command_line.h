@@ -11,6 +11,9 @@
 
 namespace hmxsim {
 
+// Draws begin with it where no other is named.
+inline constexpr std::uint64_t usualSeed = 1;
+
 // What was asked for. Thread: any (a value).
 struct CommandLine {
     std::string world;         // a file or a sample's name; "" for the standard sample
@@ -18,7 +21,7 @@ struct CommandLine {
     std::string recordFile;    // "" for none
     std::string scenarioFile;  // "" for none
     std::string worldSize;     // print a world of this size instead of serving; "" to serve
-    std::uint64_t seed = 1;
+    std::optional<std::uint64_t> seed;
     std::vector<ManagerId> managers;  // to simulate; all, if none was named
 };
 

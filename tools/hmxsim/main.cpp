@@ -19,7 +19,7 @@ constexpr const char* name = "hmxsim";
 int printWorld(const hmxsim::CommandLine& line) {
     hmxsim::WorldSize size;
     (void)hmxsim::readWorldSize(line.worldSize, size);  // the command line has checked it
-    hmxsim::World world = hmxsim::makeWorld(size, line.seed);
+    hmxsim::World world = hmxsim::makeWorld(size, line.seed.value_or(hmxsim::usualSeed));
     std::cout << hmxsim::writeWorld(world, true) << std::endl;
     return std::cout ? 0 : 1;
 }
@@ -40,10 +40,10 @@ int serve(const hmxsim::CommandLine& line) {
     hmxsim::ServerOptions options;
     options.world = hmxsim::readWorld(hmxsim::Document::fromFile(file));
     if (!line.scenarioFile.empty()) {
-        options.scenario = hmxsim::readPlan(hmxsim::Document::fromFile(line.scenarioFile), line.seed);
+        options.scenario = hmxsim::readPlan(hmxsim::Document::fromFile(line.scenarioFile), hmxsim::usualSeed, line.seed);
     }
     options.managers = line.managers;
-    options.seed = line.seed;
+    options.seed = line.seed.value_or(hmxsim::usualSeed);
     options.recordFile = line.recordFile;
     options.runtime.applicationName = name;
     if (!line.mimeType.empty()) {

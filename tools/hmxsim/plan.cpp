@@ -127,7 +127,7 @@ void readStep(const Document& document, const Node& node, const std::string& pat
 
 }  // namespace
 
-Plan readPlan(const Document& document, std::uint64_t seed) {
+Plan readPlan(const Document& document, std::uint64_t seed, std::optional<std::uint64_t> instead) {
     const Node* steps = &document.root();
     std::string path;
     if (steps->type == Node::Type::object) {
@@ -142,7 +142,7 @@ Plan readPlan(const Document& document, std::uint64_t seed) {
     }
     document.expect(*steps, Node::Type::array, path);
     Plan plan;
-    Random random{seed};
+    Random random{instead.value_or(seed)};
     for (std::size_t i = 0; i < steps->children.size(); ++i)
         readStep(document, steps->children[i], elementPath(path, i), random, plan);
     std::stable_sort(plan.begin(), plan.end(), [](const PlannedStep& a, const PlannedStep& b) { return a.at < b.at; });

@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -25,8 +26,8 @@ struct PlannedStep {
 using Plan = std::vector<PlannedStep>;
 
 // The steps that the document describes, which are all drawn here, so that the same document and seed are the same plan. `seed`
-// is used where the document has none. Throws DocumentError.
-Plan readPlan(const Document& document, std::uint64_t seed);
+// is used where the document has none, `instead`, where it is given, in the place of either. Throws DocumentError.
+Plan readPlan(const Document& document, std::uint64_t seed, std::optional<std::uint64_t> instead = {});
 
 // Thread: the simulator's worker.
 class PlanRunner {

@@ -4,9 +4,13 @@
 #include "render.h"
 #include "suggest.h"
 #include "verbs/verbs.h"
-#include "version.h"
 
 namespace hmxctl {
+namespace {
+
+constexpr std::string_view version{HMX_VERSION};
+
+}  // namespace
 
 ExitCode runHelp(Context& context) {
     const std::vector<std::string>& words = context.arguments.words;

@@ -1,17 +1,14 @@
 // `sim`: what the control service of the simulator takes, in the words of the command line. It speaks JSON alone.
 
-#include <array>
+#include <algorithm>
 #include <cctype>
 
 #include "assignments.h"
 #include "elements.h"
-#include "hmx/displaymanager/display.h"
-#include "hmx/displaymanager/display_layers.h"
-#include "hmx/displaymanager/displayable.h"
-#include "hmx/popups/popup.h"
 #include "kelo/path.h"
 #include "parameters.h"
 #include "render.h"
+#include "simulation.h"
 #include "suggest.h"
 #include "verbs/verbs.h"
 
@@ -19,25 +16,6 @@ namespace hmxctl {
 namespace {
 
 constexpr std::string_view controlService = "/hmxsim";
-
-// A list of the world. Thread: any (a constant).
-struct Collection {
-    std::string_view name;
-    std::string_view path;           // of the list
-    std::string_view elementPath;    // of one element
-    const Description& (*record)();  // that types its keys; null: by the look of the values
-};
-
-constexpr std::array collections{
-    Collection{"displays", "/state/displaymanager/displays", "/state/displaymanager/displays/*",
-               kelo::record::describe<kelo::hmx::displaymanager::Display>},
-    Collection{"displayables", "/state/displaymanager/displayables", "/state/displaymanager/displayables/*",
-               kelo::record::describe<kelo::hmx::displaymanager::Displayable>},
-    Collection{"layers", "/state/displaymanager/layerConfig", "/state/displaymanager/layerConfig/*",
-               kelo::record::describe<kelo::hmx::displaymanager::DisplayLayers>},
-    Collection{"input", "/state/inputmanager/displays", "/state/inputmanager/displays/*", nullptr},
-    Collection{"popups", "/popups/*", "/popups/*/*", kelo::record::describe<kelo::hmx::popups::Popup>},
-};
 
 // A collection and what of it, "" for the whole. Thread: any (a value).
 struct SimTarget {
@@ -49,7 +27,7 @@ struct SimTarget {
 SimTarget simTarget(std::string_view word) {
     constexpr std::string_view root = "/state/";
     std::vector<std::string> names;
-    for (const Collection& each : collections) {
+    for (const Collection& each : collections()) {
         const bool inState = each.path.starts_with(root);
         for (const std::string_view name : {each.name, inState ? each.path.substr(root.size()) : each.name}) {
             if (word == name) return {&each, ""};
@@ -98,12 +76,11 @@ public:
 
     void add(const SimTarget& target) {
         const Collection& collection = *target.collection;
-        const bool perDisplay = collection.path.find('*') != std::string_view::npos;
-        if (!perDisplay && !target.element.empty()) {
+        if (!collection.isPerDisplay() && !target.element.empty()) {
             throw usageError("sim add: the element's name is one of its keys", "name=" + target.element);
         }
         const std::string form = "for example sim add popups/Driver_Display name=Phone priorityInlayer=3";
-        ask("insert", perDisplay ? pathOf(collection.path, target.element, form) : std::string{collection.path},
+        ask("insert", collection.isPerDisplay() ? pathOf(collection.path, target.element, form) : std::string{collection.path},
             body(collection));
     }
 
@@ -165,15 +142,13 @@ private:
     const std::vector<std::string>& words_;
 };
 
-constexpr std::array<std::string_view, 8> actions{"set", "add", "remove", "popup", "fault", "plan", "world", "requests"};
-
 }  // namespace
 
 ExitCode runSim(Context& context) {
     const std::vector<std::string>& words = context.arguments.words;
     const std::string& action = words.front();
-    if (std::find(actions.begin(), actions.end(), action) == actions.end()) {
-        const std::vector<std::string> known(actions.begin(), actions.end());
+    if (std::find(simActions.begin(), simActions.end(), action) == simActions.end()) {
+        const std::vector<std::string> known(simActions.begin(), simActions.end());
         const std::string meant = didYouMean(action, known);
         throw usageError("sim: no action '" + action + "'", meant.empty() ? "actions: " + joined(known) : meant);
     }
