@@ -166,6 +166,7 @@ std::size_t ClientConnection::pendingRequests() const {
 const char* ClientConnection::handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) {
     if (header.type == wire::FrameType::hello) return handleHello(body);
     if (!ready_) return "an answer before the hello";
+    hasAnswered_ = true;
     switch (header.type) {
         case wire::FrameType::next:
         case wire::FrameType::error: {

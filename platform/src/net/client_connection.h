@@ -36,6 +36,8 @@ public:
     void cancel(void* handle);
 
     std::size_t pendingRequests() const;
+    // Whether the provider has said anything about a request. Thread: the one that reads, or any when the connection is over.
+    bool hasAnswered() const noexcept { return hasAnswered_; }
 
 private:
     using Handler = std::unique_ptr<IResponseHandler<Response>>;
@@ -85,6 +87,7 @@ private:
     std::deque<std::uint64_t> held_;  // the ids of one-shot requests that wait for room, oldest first
     std::size_t heldBytes_ = 0;
     bool ready_ = false;
+    bool hasAnswered_ = false;                               // of the thread that reads
     Clock::time_point askedDue_ = Clock::time_point::max();  // armed, or about to be, for requests of other threads
 
     // Of the loop's thread alone:

@@ -17,8 +17,8 @@
 //
 // The directory is only a hint of when to try. A socket file that nobody listens to is tried again with growing pauses, because a
 // provider may have made it a moment before it listens; one that is not there is not tried at all, because its appearance is
-// reported. Nor is a provider that greets and hangs up at once tried any faster: only a connection that has held for a while, or
-// a change in the directory, makes a loss worth another try without a pause.
+// reported. Nor is a provider that greets and hangs up at once tried any faster: only a connection that has
+// brought an answer or held for a while, or a change in the directory, makes a loss worth another try without a pause.
 //
 // A resolver may bring a reader: a worker that reads the connection from then on. Callbacks to trackers and resolvers still come
 // on the runtime's thread; the loss of a connection, which the reader notices, is posted there.
@@ -206,13 +206,13 @@ void ServiceWatch::ready(net::ClientConnection& connection, const net::Peer& pee
 
 void ServiceWatch::lost(const net::ClientConnection* connection) {
     if (connection_.get() != connection) return;
-    connection_.reset();
+    const auto gone = std::exchange(connection_, nullptr);
     if (alive_) {
         alive_ = false;
         reader_ = nullptr;
         api_.detach();
         tellGone();
-        if (successorMayBeThere_ || net::Clock::now() - aliveSince_ >= longestPause) return look();
+        if (successorMayBeThere_ || gone->hasAnswered() || net::Clock::now() - aliveSince_ >= longestPause) return look();
     }
     if (!connection_ && !retry_.isArmed()) retryLater();
 }
