@@ -5,6 +5,7 @@
 
 #include <array>
 #include <functional>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -177,6 +178,28 @@ TEST_F(ResourceData, HandlersMayCallBackDuringANotification) {
         EXPECT_EQ(data.listenerCount(), 0U);
         EXPECT_EQ(heard[1].destroyed, c.name == std::string{"takes its own key anew"} ? 2 : 1);
     }
+}
+
+TEST_F(ResourceData, AHandlerThatThrowsIsDroppedAndKeepsNothingFromTheOthers) {
+    const auto fault = [] { throw std::runtime_error{"fault"}; };
+    Heard<ToluResourceData<Element>::Objects> all;
+    put("a", 1);
+    heard[0].then = fault;
+    EXPECT_THROW(listen(0), std::runtime_error);
+    EXPECT_EQ(heard[0].destroyed, 1);
+    EXPECT_EQ(data.listenerCount(), 0U);
+    for (const std::size_t request : {1U, 2U}) listen(request);
+    data.addCollectionListener(&all, support::record(all));
+    heard[1].then = fault;
+    EXPECT_THROW(put("a", 2), std::runtime_error);
+    all.then = fault;
+    EXPECT_THROW(put("a", 3), std::runtime_error);
+    EXPECT_FALSE(data.isNotifyingCollection());
+    put("a", 4);
+    EXPECT_THAT(sizes(heard[1]), ElementsAre(1, 2));
+    EXPECT_THAT(sizes(heard[2]), ElementsAre(1, 2, 3, 4));
+    EXPECT_EQ(all.values.size(), 3U);
+    EXPECT_EQ(heard[1].destroyed + all.destroyed, 2);
 }
 
 // A handler that cancels another, and adds one, when it is destroyed: as a bridge's does that owns a request of its own.

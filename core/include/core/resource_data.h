@@ -4,11 +4,13 @@
 // leaves when an onNext returns true, when its request is cancelled, or with the data itself, which sends no event. A handler may
 // call back into the data from inside an event: what is cancelled or finished during a notification hears no more at once, but is
 // only destroyed when the outermost notification is over, so that no handler is destroyed below its own feet and no walk loses
-// its place; what is added during one has got the objects as they are and joins the next.
+// its place; what is added during one has got the objects as they are and joins the next. A handler that throws is dropped; the
+// others still hear of the change before the exception goes on.
 #pragma once
 
 #include <cstddef>
 #include <cstdint>
+#include <exception>
 #include <map>
 #include <memory>
 #include <unordered_map>
@@ -123,27 +125,37 @@ private:
         const Pass pass{*this};
         const Place place = listeners_.emplace(id, Listener{requestKey, nextNumber_++, std::move(handler)});
         if (requestKey != nullptr) index_.emplace(requestKey, place);
-        deliver(place);
+        std::exception_ptr fault;
+        deliver(place, fault);
+        if (fault) std::rethrow_exception(fault);
     }
 
     void notifyChange(const Key& id) {
-        notifyListeners(id);
+        std::exception_ptr fault;
+        notifyListeners(id, fault);
         const bool before = std::exchange(notifyingCollection_, true);
-        notifyListeners(Key{});
+        notifyListeners(Key{}, fault);
         notifyingCollection_ = before;
+        if (fault) std::rethrow_exception(fault);
     }
 
-    void notifyListeners(const Key& id) {
+    void notifyListeners(const Key& id, std::exception_ptr& fault) {
         const Pass pass{*this};
         const std::uint64_t newcomers = nextNumber_;
         const auto [first, last] = listeners_.equal_range(id);
         for (Place place = first; place != last && place->second.number < newcomers; ++place) {
-            if (!place->second.isFinished) deliver(place);
+            if (!place->second.isFinished) deliver(place, fault);
         }
     }
 
-    void deliver(Place place) {
-        if (place->second.handler->onNext(objects_)) finish(place);
+    // Keeps the first exception in `fault`.
+    void deliver(Place place, std::exception_ptr& fault) {
+        try {
+            if (place->second.handler->onNext(objects_)) finish(place);
+        } catch (...) {
+            finish(place);
+            if (!fault) fault = std::current_exception();
+        }
     }
 
     void finish(Place place) {

@@ -97,8 +97,8 @@ void print(Context& context, const Resource& resource) {
     }
     out.line("");
     out.line(styled("parameters of retrieve", Style::bold, out.colour()));
-    out.line("  any member, which then has to be equal; fields=a,b" +
-             std::string{isListable(resource) ? ", limit=N, offset=N, offsetId=UUID" : ""});
+    out.line(isListable(resource) ? "  any member, which then has to be equal; fields=a,b, limit=N, offset=N, offsetId=UUID"
+                                  : "  fields=a,b");
     if (resource.path == "/popups") out.line("  display=NAME is needed; hmxctl asks for each display in turn without it");
 }
 
