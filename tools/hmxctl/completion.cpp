@@ -300,6 +300,7 @@ std::string_view completionScript(std::string_view shell) noexcept {
 
 std::vector<std::string> completionShells() {
     std::vector<std::string> shells;
+    shells.reserve(scripts.size());
     for (const auto& [shell, script] : scripts) shells.emplace_back(shell);
     return shells;
 }

@@ -1,0 +1,136 @@
+// The runtime's thread tells what it hears to a board under a lock, and the caller waits on that. A handler shares the board, so
+// that an answer which comes after its caller has given up still finds one; nobody reads it then.
+#include "core/blocking_client.h"
+
+#include <condition_variable>
+#include <cstdint>
+#include <mutex>
+#include <utility>
+
+#include "kelo/headers.h"
+#include "kelo/std/error_storage.h"
+#include "kelo/tracing.h"
+
+namespace kelo {
+
+namespace {
+
+using runtime::IKeloRuntime;
+using runtime::KeloServiceTrackerInfo;
+using Time = std::chrono::steady_clock::time_point;
+
+std::string takeReason() {
+    std::string reason = std::ErrorStorage::reason();
+    std::ErrorStorage::ack();
+    return reason;
+}
+
+// A value that one thread sets and another waits for. Thread: any.
+template <class T>
+class Board {
+public:
+    void set(T value) {
+        {
+            const std::lock_guard lock{mutex_};
+            value_ = std::move(value);
+        }
+        changed_.notify_all();
+    }
+    // The value; T{} when it has not come by then.
+    T waitUntil(Time end) {
+        std::unique_lock lock{mutex_};
+        changed_.wait_until(lock, end, [&] { return value_ != nullptr; });
+        return value_;
+    }
+
+private:
+    std::mutex mutex_;
+    std::condition_variable changed_;
+    T value_{};
+};
+
+using Answer = Board<std::shared_ptr<Response>>;
+
+// Takes the one answer. Thread: the runtime's.
+class AnswerHandler final : public IResponseHandler<Response> {
+public:
+    explicit AnswerHandler(std::shared_ptr<Answer> answer) : answer_{std::move(answer)} {}
+
+    bool onNext(const Response& response) override {
+        answer_->set(std::make_shared<Response>(response));
+        return true;
+    }
+    void onError(const Response& response) override { answer_->set(std::make_shared<Response>(response)); }
+    void onCompleted() override { answer_->set(std::make_shared<Response>(std::uint16_t{204})); }
+    bool isOneShot() const override { return true; }
+
+private:
+    std::shared_ptr<Answer> answer_;
+};
+
+}  // namespace
+
+// The service, from its first sighting on. Thread: the runtime's, but for `waitUntil`.
+class BlockingClient::Connection final : public IKeloRuntime::IKeloServiceTracker, public IKeloRuntime::IKeloServiceResolver {
+public:
+    Connection(std::string_view servicePath, runtime::RuntimeOptions options)
+        : runtime_{runtime::createRuntime(std::move(options))} {
+        if (!runtime_->start(0)) {
+            failure_ = takeReason();
+            return;
+        }
+        KeloServiceTrackerInfo info;
+        info.servicePath = servicePath;
+        runtime_->trackService(servicePath, *this, 0);
+        runtime_->openResolver(info, *this);
+    }
+    ~Connection() override { runtime_->stop(); }
+
+    // Why there is no domain to look in; "" where there is one.
+    const std::string& failure() const noexcept { return failure_; }
+    // Null while the service is away.
+    IKeloApi* waitUntil(Time end) { return api_.waitUntil(end); }
+
+private:
+    void added(const KeloServiceTrackerInfo& /*info*/) override {}
+    void modified(const KeloServiceTrackerInfo& /*info*/) override {}
+    void removed() override {}
+    void resolved(std::uint64_t /*handle*/, IKeloApi* api) override { api_.set(api); }
+    void gone() override { api_.set(nullptr); }
+
+    Board<IKeloApi*> api_;
+    std::string failure_;
+    std::unique_ptr<IKeloRuntime> runtime_;  // last: what it tells is there until it has stopped
+};
+
+BlockingClient::BlockingClient(std::string_view servicePath, std::chrono::milliseconds patience, runtime::RuntimeOptions options)
+    : servicePath_{servicePath},
+      patience_{patience},
+      connection_{std::make_unique<Connection>(servicePath, std::move(options))} {}
+
+BlockingClient::~BlockingClient() = default;
+
+Response BlockingClient::request(Request request) {
+    if (!connection_->failure().empty()) return Response::createErrorResponse(503, connection_->failure());
+    const Time end = std::chrono::steady_clock::now() + patience_;
+    IKeloApi* api = connection_->waitUntil(end);
+    if (api == nullptr) return Response::createErrorResponse(503, "no service " + servicePath_ + " was found in time");
+
+    request.setOneShot(true);
+    headers::appendTracingInfo(request, servicePath_, tracing::getTraceClientId());
+    headers::appendAuthInfo(request);
+    const auto answer = std::make_shared<Answer>();
+    // The time is watched here.
+    void* handle = api->request(request, std::make_unique<AnswerHandler>(answer), {.deadline = std::chrono::milliseconds{0}});
+    if (const auto response = answer->waitUntil(end)) return *response;
+    api->cancel(handle);
+    return Response::createErrorResponse(504, servicePath_ + " gave no answer in time");
+}
+
+Response BlockingClient::decoded(Response response, ResultView result) {
+    const bool isSuccess = response.status() >= 200 && response.status() < 300;
+    if (!isSuccess || !decodeResponse(response, result, "the answer")) return response;
+    return Response::createErrorResponse(500, takeReason());
+}
+
+}  // namespace kelo

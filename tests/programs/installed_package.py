@@ -1,0 +1,79 @@
+#!/usr/bin/env python3
+"""Installs into a folder of its own and builds the example against that, as a stranger would: with find_package and with
+pkg-config. Both must print the displays of a running bridge, which is the installed one. Usage: installed_package.py BUILD_DIR"""
+
+import json
+import os
+import shutil
+import subprocess
+import sys
+import tempfile
+from pathlib import Path
+
+from cockpit import Cockpit
+
+
+def run(*words, **options):
+    done = subprocess.run([str(word) for word in words], capture_output=True, text=True, check=False, **options)
+    if done.returncode != 0:
+        sys.exit(f"{' '.join(map(str, words))}: {done.returncode}\n{done.stdout}{done.stderr}")
+    return done.stdout
+
+
+def build_with_cmake(example, prefix, work):
+    run("cmake", "-S", example, "-B", work, f"-DCMAKE_PREFIX_PATH={prefix}")
+    run("cmake", "--build", work)
+    return work / "list_displays"
+
+
+def build_with_pkg_config(example, prefix, work):
+    environment = dict(os.environ, PKG_CONFIG_PATH=str(next(prefix.glob("lib*/**/pkgconfig"))))
+    flags = run("pkg-config", "--cflags", "--libs", "hmxtolubridge", env=environment).split()
+    program = work / "list_displays"
+    compiler = os.environ.get("CXX", "c++")
+    run(compiler, "-std=c++20", "-Wall", "-Wextra", "-Werror", example / "list_displays.cpp", *flags, "-o", program)
+    return program
+
+
+def complaints_about_files(prefix):
+    wanted = ["bin/hmxctl", "bin/hmxsim", "bin/hmxtolubridge", "share/hmxtolubridge/worlds/cockpit.json",
+              "share/bash-completion/completions/hmxctl", "share/zsh/site-functions/_hmxctl",
+              "share/fish/vendor_completions.d/hmxctl.fish", "share/doc/hmxtolubridge/docs/operating.md"]
+    if shutil.which("scdoc"):
+        wanted += ["share/man/man1/hmxctl.1", "share/man/man1/hmxsim.1", "share/man/man8/hmxtolubridge.8"]
+    return [f"not installed, or empty: {name}" for name in wanted
+            if not (prefix / name).is_file() or (prefix / name).stat().st_size == 0]
+
+
+def main():
+    build = Path(sys.argv[1])
+    with tempfile.TemporaryDirectory(prefix="hmx_package_") as folder:
+        prefix, work = Path(folder) / "prefix", Path(folder) / "work"
+        run("cmake", "--install", build, "--prefix", prefix)
+        complaints = complaints_about_files(prefix)
+        # The example as it was installed, far from the tree; moved, because nothing may rely on where that was first.
+        moved = Path(folder) / "moved"
+        prefix.rename(moved)
+        example = moved / "share/doc/hmxtolubridge/examples"
+        clients = []
+        for name, build_client in (("find_package", build_with_cmake), ("pkg-config", build_with_pkg_config)):
+            (work / name).mkdir(parents=True)
+            clients.append((name, build_client(example, moved, work / name)))
+        lonely = subprocess.Popen([clients[0][1]], env=dict(os.environ, KELO_RUNTIME_DIR=folder + "/empty"),
+                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        with Cockpit(moved / "bin") as cockpit:
+            rows = cockpit.ctl("list", "displays", "fields=id", "-o", "json").stdout
+            expected = "".join(f"{each['id']}  {each['name']}\n" for each in json.loads(rows)["data"])
+            for name, client in clients:
+                done = cockpit.run([client])
+                if done.stdout != expected or not expected or done.stderr:
+                    complaints.append(f"{name}: printed\n{done.stdout}{done.stderr}instead of\n{expected}")
+        output, errors = lonely.communicate(timeout=30)
+        if lonely.returncode != 1 or output or "503" not in errors:
+            complaints.append(f"without a bridge: {lonely.returncode}, {output}{errors}")
+    print("\n".join(complaints) or "the installed package serves")
+    sys.exit(1 if complaints else 0)
+
+
+if __name__ == "__main__":
+    main()
