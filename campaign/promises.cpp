@@ -25,6 +25,11 @@ constexpr std::array all{
     Promise{"interrupted", "interrupted and short calls change no answer", &driveInterrupted, true},
     Promise{"stopped", "a stopped upstream service costs its requests their deadline and no more, whatever the clock says",
             &driveStopped, true},
+    Promise{"memory", "a failing allocation ends what it belongs to: nothing is corrupted, nothing stands still", &driveMemory,
+            true},
+    Promise{"failpoint", "at every step of its life an upstream service may be killed, stopped or cut off", &driveFailpoint,
+            true},
+    Promise{"soak", "nothing is lost and nothing gathers while clients and upstream services come and go", &driveSoak},
 };
 
 }  // namespace

@@ -22,5 +22,8 @@ void driveDescriptors(const Scope& scope, Random& random, Report& report);
 void driveDisk(const Scope& scope, Random& random, Report& report);
 void driveInterrupted(const Scope& scope, Random& random, Report& report);
 void driveStopped(const Scope& scope, Random& random, Report& report);
+void driveMemory(const Scope& scope, Random& random, Report& report);
+void driveFailpoint(const Scope& scope, Random& random, Report& report);
+void driveSoak(const Scope& scope, Random& random, Report& report);
 
 }  // namespace campaign

@@ -55,6 +55,8 @@ void Report::broken(std::string_view what) {
 }
 
 void Report::note(std::string what) {
+    constexpr std::size_t longest = 400;
+    if (what.size() > longest) what.resize(longest);
     if (notes_.size() < mostNotes) notes_.push_back(std::move(what));
 }
 
