@@ -35,7 +35,7 @@ public:
 
 private:
     class Connection;
-    static Response decoded(Response response, ResultView result);
+    Response decoded(Response response, ResultView result) const;
 
     std::string servicePath_;
     std::chrono::milliseconds patience_;
