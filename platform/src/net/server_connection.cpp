@@ -25,13 +25,20 @@ namespace {
 const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::string_view platformRoot = "/$platform/";
+constexpr std::size_t spareNodes = 64;
 
 class Responder final : public IResponder {
 public:
     Responder(std::shared_ptr<ServerConnection> connection, std::uint64_t id) : connection_{std::move(connection)}, id_{id} {}
     Responder(const Responder&) = delete;
     Responder& operator=(const Responder&) = delete;
-    ~Responder() override { connection_->abandon(id_); }
+    ~Responder() override {
+        try {
+            connection_->abandon(id_);
+        } catch (const std::exception&) {
+            connection_->shutDown();  // no memory for the last word to this client: the end of its connection says as much
+        }
+    }
 
     bool next(const Response& response) override { return connection_->next(id_, response); }
     void error(const Response& response) override { connection_->terminate(id_, wire::FrameType::error, &response); }
@@ -47,6 +54,7 @@ private:
 ServerConnection::ServerConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
                                    std::shared_ptr<const Service> service)
     : FrameStream{std::move(socket), std::move(peer), limits, counters}, service_{std::move(service)} {
+    spare_.reserve(spareNodes);
     ++counters_.connectionsAccepted;
     ++counters_.connectionsOpen;
 }
@@ -196,10 +204,11 @@ bool ServerConnection::next(std::uint64_t id, const Response& response) {
         if (!last && isSlowLocked()) {
             open->latest.clear();
             if (appendAnswerLocked(open->latest, wire::FrameType::next, 0, id, response)) {
-                if (std::exchange(open->waiting, true)) {
+                if (open->waiting) {
                     ++counters_.valuesConflated;
                 } else {
                     waiting_.push_back(id);
+                    open->waiting = true;
                 }
                 return false;
             }
@@ -278,7 +287,7 @@ bool ServerConnection::appendAnswerLocked(std::vector<std::uint8_t>& out, wire::
 void ServerConnection::eraseLocked(Requests::iterator request) {
     --(request->second.oneShot ? oneShots_ : streams_);
     auto node = requests_.extract(request);
-    if (spare_.size() < 64) {
+    if (spare_.size() < spareNodes) {
         node.mapped() = Open{};
         spare_.push_back(std::move(node));
     }

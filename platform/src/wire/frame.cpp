@@ -44,11 +44,12 @@ T getLittleEndian(const std::uint8_t* in) noexcept {
     return value;
 }
 
-// Writes one frame to the end of a buffer: the header's length is filled in when the frame is complete.
+// Writes one frame to the end of a buffer. A frame that is not finished, because memory is short, is taken back: half of one
+// would garble everything behind it.
 class FrameWriter {
 public:
     FrameWriter(std::vector<std::uint8_t>& out, FrameType type, std::uint8_t flags, std::uint64_t id, std::size_t fields)
-        : out_{out}, start_{out.size()} {
+        : FrameWriter{out} {
         out_.resize(start_ + headerSize);
         out_[start_ + 4] = static_cast<std::uint8_t>(type);
         out_[start_ + 5] = flags;
@@ -58,7 +59,9 @@ public:
     }
     FrameWriter(const FrameWriter&) = delete;
     FrameWriter& operator=(const FrameWriter&) = delete;
-    ~FrameWriter() { putLittleEndian(&out_[start_], static_cast<std::uint32_t>(out_.size() - start_ - headerSize)); }
+    ~FrameWriter() {
+        if (!isFinished_) out_.resize(start_);
+    }
 
     void field(std::string_view key, std::string_view value) {
         text(key);
@@ -69,8 +72,14 @@ public:
         put([value](unsigned char* to, std::size_t room) { return cbor_encode_uint(value, to, room); });
     }
     void payload(std::span<const std::uint8_t> bytes) { out_.insert(out_.end(), bytes.begin(), bytes.end()); }
+    void finish() noexcept {
+        putLittleEndian(&out_[start_], static_cast<std::uint32_t>(out_.size() - start_ - headerSize));
+        isFinished_ = true;
+    }
 
 private:
+    explicit FrameWriter(std::vector<std::uint8_t>& out) : out_{out}, start_{out.size()} {}
+
     template <class Encode>
     void put(Encode encode) {
         std::uint8_t head[9];
@@ -84,6 +93,7 @@ private:
 
     std::vector<std::uint8_t>& out_;
     std::size_t start_;
+    bool isFinished_ = false;
 };
 
 // One item of the map, as the streaming decoder reports it.
@@ -220,6 +230,7 @@ void appendHello(std::vector<std::uint8_t>& out, const Hello& hello) {
     frame.field(application, hello.application);
     if (!hello.servicePath.empty()) frame.field(headers::servicePath, hello.servicePath);
     if (!hello.mimeTypes.empty()) frame.field(mimeTypes, hello.mimeTypes);
+    frame.finish();
 }
 
 void appendRequest(std::vector<std::uint8_t>& out, std::uint64_t id, const Request& request, bool oneShot) {
@@ -237,6 +248,7 @@ void appendRequest(std::vector<std::uint8_t>& out, std::uint64_t id, const Reque
     if (!contentType.empty()) frame.field(headers::mimeType, contentType);
     for (const auto& [key, value] : request.headers().entries()) frame.field(key, value);
     frame.payload(request.payload().bytes());
+    frame.finish();
 }
 
 void appendResponse(std::vector<std::uint8_t>& out, FrameType type, std::uint8_t flags, std::uint64_t id,
@@ -250,10 +262,12 @@ void appendResponse(std::vector<std::uint8_t>& out, FrameType type, std::uint8_t
     if (!response.clientId().empty()) frame.field(headers::clientId, response.clientId());
     for (const auto& [key, value] : response.headers().entries()) frame.field(key, value);
     frame.payload(response.payload().bytes());
+    frame.finish();
 }
 
 void appendBare(std::vector<std::uint8_t>& out, FrameType type, std::uint64_t id) {
-    const FrameWriter frame{out, type, 0, id, 0};
+    FrameWriter frame{out, type, 0, id, 0};
+    frame.finish();
 }
 
 const char* readHello(std::span<const std::uint8_t> body, Hello& hello) {

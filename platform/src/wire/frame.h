@@ -42,7 +42,7 @@ struct Hello {
     std::string mimeTypes;    // the provider's, in order of preference, divided by commas
 };
 
-// Each appends one whole frame to `out`.
+// Each appends one whole frame to `out`; nothing, when it throws because memory is short.
 void appendHello(std::vector<std::uint8_t>& out, const Hello& hello);
 void appendRequest(std::vector<std::uint8_t>& out, std::uint64_t id, const Request& request, bool oneShot);
 void appendResponse(std::vector<std::uint8_t>& out, FrameType type, std::uint8_t flags, std::uint64_t id,
