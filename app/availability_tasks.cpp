@@ -7,12 +7,14 @@
 #include "availability_tasks.h"
 
 #include <exception>
+#include <new>
 
 #include "bridge/display_bridge.h"
 #include "bridge/displayable_bridge.h"
 #include "bridge/input_bridge.h"
 #include "bridge/layers_bridge.h"
 #include "bridge/popup_bridge.h"
+#include "kelo/std/global_error_handler.h"
 #include "tracing/channel.h"
 
 namespace hmx {
@@ -30,6 +32,10 @@ void guarded(const char* task, const char* service, Body&& body) {
     } catch (const std::exception& exception) {
         tracing::logCV(BENCH_Startup, failure, "HMX_STARTUP hmxtolubridge:main %s %s caught exception: %s ", task, service,
                        exception.what());
+        // The bridges would be without a service that is there, with nothing to tell them so again.
+        if (dynamic_cast<const std::bad_alloc*>(&exception) != nullptr) {
+            std::GlobalErrorHandler::doAbort("availability_tasks", task, exception.what());
+        }
     } catch (...) {
         tracing::logCV(BENCH_Startup, failure, "HMX_STARTUP hmxtolubridge:main %s %s unknown exception occured", task, service);
     }

@@ -80,6 +80,11 @@ private:
             },
             milliseconds{3000});
         if (!came) return {Outcome::Kind::stoodStill, "does not come to serve"};
+        // Its lists make the bridge know its elements.
+        for (const Question& question : questions_) {
+            if (client && question.command == "retrieve" && question.path.find('/', 1) == std::string::npos)
+                client->call(question.command, question.path, question.payload, milliseconds{3000});
+        }
         Outcome outcome;
         for (unsigned round = 0; client && round < rounds; ++round) {
             std::vector<std::uint64_t> ids;

@@ -473,6 +473,27 @@ TEST_F(RuntimeTest, RequestsBeyondTheLimitAreRefusedAndCancelledOnesStillCount) 
     EXPECT_TRUE(peer.receive().value().bodyContains("room again"));
 }
 
+TEST_F(RuntimeTest, AHandlerThatCannotTakeAnAnswerIsToldSo) {
+    class Broken final : public kelo::IResponseHandler<Response> {
+    public:
+        explicit Broken(std::shared_ptr<Watched<Events>> events) : inner_{std::move(events), false, 9} {}
+        bool onNext(const Response&) override { throw std::runtime_error{"broken"}; }
+        void onError(const Response& response) override { inner_.onError(response); }
+        void onCompleted() override { inner_.onCompleted(); }
+
+    private:
+        Handler inner_;
+    };
+    Provider provider{directory.path()};
+    Consumer consumer{directory.path()};
+    const auto events = std::make_shared<Watched<Events>>();
+    consumer.waitForApi()->request(kelo::Request{"retrieve", "/r/open"}, std::make_unique<Broken>(events));
+    ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 1; }));
+    EXPECT_FALSE(provider.resource.responders.get().all[0]->next(Response{200, text("one")}));
+    EXPECT_EQ(ended(*events), (Told{"error:500 /provider: the answer could not be handled"}));
+    EXPECT_TRUE(provider.resource.cancelled.waitFor([](const auto& all) { return all.size() == 1; }));
+}
+
 TEST_F(RuntimeTest, RequestsForWhichThereIsNoRoomWaitForTheirTurn) {
     auto provider = std::make_unique<Provider>(directory.path());
     kelo::Limits limits;

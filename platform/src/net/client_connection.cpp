@@ -53,17 +53,19 @@ std::chrono::milliseconds deadlineOf(const Request& request, RequestLimits limit
     return limits.deadline;
 }
 
-// Terminal events run handlers of all kinds; one that throws must not take the connection's other requests with it.
+// Handlers are of all kinds; one that throws must not take the connection's other requests with it. False when it threw.
 template <class Call>
-void guarded(const char* event, Call call) noexcept {
+bool guarded(const char* event, Call call) noexcept {
     static const tracing::Channel channel{"KELO_RUNTIME"};
     try {
         call();
+        return true;
     } catch (const std::exception& error) {
         tracing::logCV(channel, 4, "a response handler's %s ended with an exception: %s", event, error.what());
     } catch (...) {
         tracing::logCV(channel, 4, "a response handler's %s ended with an unknown exception", event);
     }
+    return false;
 }
 
 }  // namespace
@@ -106,20 +108,25 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
             refusal = "too many requests in flight, request not sent";
             ++counters_.requestsRefused;
         } else {
-            Slot& slot = acquireLocked();
+            Slot& slot = acquireLocked(oneShot);
             id = slot.id;
-            slot.oneShot = oneShot;
-            ++(oneShot ? oneShots_ : streams_);
-            wire::appendRequest(out, id, request, oneShot);
-            if (out.size() - before - wire::headerSize > limits_.frameBytes) {
+            try {
+                wire::appendRequest(out, id, request, oneShot);
+                if (isFull) holdLocked(slot, before);
+            } catch (...) {
+                out.truncate(before);
+                releaseLocked(slot);
+                throw;
+            }
+            const std::size_t size = slot.held.empty() ? out.size() - before : slot.held.size();
+            if (size - wire::headerSize > limits_.frameBytes) {
                 out.truncate(before);
                 releaseLocked(slot);
                 status = 413;
                 refusal = "request larger than a frame may be, not sent";
             } else {
                 slot.handler = std::move(owned);
-                slot.endOffset = appendedLocked();
-                if (isFull) holdLocked(slot, before);
+                if (slot.held.empty()) slot.endOffset = appendedLocked();
                 slot.due = due;
                 slot.deadline = deadline;
                 askToArm = due < askedDue_ && !reader->isCurrentThread();
@@ -216,10 +223,11 @@ void ClientConnection::deliverNext(std::uint64_t id, bool end) {
         handler = slot->handler.get();
     }
     bool finished = true;  // also for a handler that throws
-    guarded("onNext", [&] { finished = handler->onNext(response_); });
+    const bool handled = guarded("onNext", [&] { finished = handler->onNext(response_); });
     Handler over;
     bool lost = false;
     bool completed = false;
+    bool failed = false;
     bool tell = false;
     bool idle = false;
     {
@@ -228,6 +236,7 @@ void ClientConnection::deliverNext(std::uint64_t id, bool end) {
         slot->delivering = false;
         if (!finished && !end && !slot->cancelled && !slot->lost) return;
         lost = slot->lost && !finished && !slot->cancelled;
+        failed = !handled && !slot->cancelled;
         completed = end && !finished && !slot->cancelled && !lost;
         tell = finished && !end && !slot->cancelled && !isClosedLocked();
         if (tell) wire::appendBare(outLocked(), wire::FrameType::cancel, id);
@@ -239,6 +248,10 @@ void ClientConnection::deliverNext(std::uint64_t id, bool end) {
     if (tell) commit();
     if (lost) guarded("onError", [&] { over->onError(lossResponse(true)); });
     if (completed) guarded("onCompleted", [&] { over->onCompleted(); });
+    // Whoever waits behind it would wait for ever.
+    if (failed)
+        guarded("onError",
+                [&] { over->onError(Response::createErrorResponse(500, servicePath_ + ": the answer could not be handled")); });
 }
 
 template <class Deliver>
@@ -352,29 +365,33 @@ void ClientConnection::arm(Clock::time_point due) {
     if (due < timer_->due()) timer_->arm(due);
 }
 
-ClientConnection::Slot& ClientConnection::acquireLocked() {
+ClientConnection::Slot& ClientConnection::acquireLocked(bool oneShot) {
     std::uint32_t index = 0;
     if (free_.empty()) {
         index = static_cast<std::uint32_t>(slots_.size());
         slots_.emplace_back();
+        free_.reserve(slots_.capacity());  // so that releasing needs no memory
     } else {
         index = free_.back();
         free_.pop_back();
     }
     Slot& slot = slots_[index];
     slot.id = nextSerial.fetch_add(1, std::memory_order_relaxed) << indexBits | index;
+    slot.oneShot = oneShot;
+    ++(oneShot ? oneShots_ : streams_);
     return slot;
 }
 
 // Takes the slot's frame, which begins at `begin` of what was appended, back until there is room for it.
 void ClientConnection::holdLocked(Slot& slot, std::size_t begin) {
     auto& out = outLocked();
-    const auto frame = out.bytes().subspan(begin);
-    slot.held.assign(frame.begin(), frame.end());
+    const auto appended = out.bytes().subspan(begin);
+    std::vector<std::uint8_t> frame(appended.begin(), appended.end());
+    held_.push_back(slot.id);
     out.truncate(begin);
+    slot.held.swap(frame);
     slot.endOffset = notSent;
     --oneShots_;
-    held_.push_back(slot.id);
     heldBytes_ += slot.held.size();
     ++counters_.requestsHeld;
 }

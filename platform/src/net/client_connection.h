@@ -68,7 +68,7 @@ private:
     void expire();
     void arm(Clock::time_point due);
 
-    Slot& acquireLocked();
+    Slot& acquireLocked(bool oneShot);
     void holdLocked(Slot& slot, std::size_t begin);
     // Sends requests that were held, as far as there is room; whether there is something to commit.
     bool sendHeldLocked();

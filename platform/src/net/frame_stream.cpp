@@ -26,6 +26,9 @@
 // The end. Only the kernel's word counts: end of file, a reset and a broken pipe mean the same. It is acted on by the loop's
 // thread alone, after everything received before it has been handled. A thread that must end the connection from elsewhere shuts
 // the socket down and lets the loop find out.
+//
+// Memory. Where there is none for what one connection needs, that connection ends, and its requests with it. What ending it needs
+// (the words to those whose requests end) must be had: there is nobody else to tell, so the process ends.
 
 namespace kelo::net {
 namespace {
@@ -71,7 +74,7 @@ void FrameStream::moveTo(Loop& loop) {
         loop_ = &loop;
     }
     auto self = shared_from_this();
-    loop.post([self, &loop] {
+    loop.post([self, &loop]() noexcept {
         {
             const std::lock_guard lock{self->mutex_};
             if (self->closed_) return;
@@ -88,7 +91,11 @@ void FrameStream::moveTo(Loop& loop) {
     });
 }
 
-void FrameStream::close(const char* why) {
+void FrameStream::shutDown() noexcept {
+    ::shutdown(socket_.get(), SHUT_RDWR);
+}
+
+void FrameStream::close(const char* why) noexcept {
     {
         const std::lock_guard lock{mutex_};
         if (closed_) return;
@@ -96,7 +103,7 @@ void FrameStream::close(const char* why) {
     }
     const auto self = shared_from_this();
     loop_->remove(socket_.get());
-    ::shutdown(socket_.get(), SHUT_RDWR);
+    shutDown();
     handleClosed(why);
 }
 
@@ -124,7 +131,7 @@ void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
         if (sendingOffset_ == sending_.size()) {
             sending_.clear();
             sendingOffset_ = 0;
-            if (out_.empty()) handleDrainedLocked();
+            if (out_.empty() && !drainLocked()) break;
             if (out_.empty()) break;
             sending_.swap(out_);
         }
@@ -155,13 +162,25 @@ void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
     boundLocked();
 }
 
+// False when there is no memory for what waits, which ends the connection.
+bool FrameStream::drainLocked() noexcept {
+    try {
+        handleDrainedLocked();
+        return true;
+    } catch (const std::exception&) {
+        cut_ = true;
+        shutDown();
+        return false;
+    }
+}
+
 // Holds the peer to what it may leave unread.
 void FrameStream::boundLocked() {
     if (blocked_ && !cut_ && queuedLocked() > limits_.queuedHardBytes) {
         cut_ = true;
         ++counters_.slowPeersCut;
         tracing::logCV(channel, 3, "%s cut: it left %zu bytes unread", peer_.toString().c_str(), queuedLocked());
-        ::shutdown(socket_.get(), SHUT_RDWR);
+        shutDown();
     }
     watchLocked();
 }
@@ -185,7 +204,7 @@ void FrameStream::watchLocked() {
 }
 
 void FrameStream::resumeLater() {
-    loop_->post([self = shared_from_this(), loop = loop_] {
+    loop_->post([self = shared_from_this(), loop = loop_]() noexcept {
         if (self->loop_ != loop) return;  // moved meanwhile; the move resumes
         self->resumePosted_ = false;
         self->handleCarried(false);
@@ -194,6 +213,15 @@ void FrameStream::resumeLater() {
 
 void FrameStream::onReady(std::uint32_t events) {
     const auto self = shared_from_this();
+    try {
+        serve(events);
+    } catch (const std::exception& error) {
+        tracing::logCV(channel, 4, "the connection of %s is given up: %s", peer_.toString().c_str(), error.what());
+        close("given up");
+    }
+}
+
+void FrameStream::serve(std::uint32_t events) {
     if ((events & EPOLLOUT) != 0) {
         std::unique_lock lock{mutex_};
         blocked_ = false;

@@ -46,7 +46,9 @@ public:
     // Hands reading over to another loop; what has been received goes with it. Thread: the present loop's.
     void moveTo(Loop& loop);
     // Ends the connection: nothing further is read. `handleClosed` is called before this returns. Later calls do nothing.
-    void close(const char* why);
+    void close(const char* why) noexcept;
+    // Has the loop find the connection ended, after what was received before. Thread: any.
+    void shutDown() noexcept;
     // Writes what is queued; on a loop's thread, loops call it at the end of a drain.
     void flush() final;
     void onReady(std::uint32_t events) final;
@@ -89,12 +91,14 @@ protected:
 private:
     static constexpr std::size_t slowBytes = std::size_t{64} * 1024U;
 
+    void serve(std::uint32_t events);
     void receive();
     // Handles the whole frames in `bytes`, at most `limits_.framesPerWakeUp` unless `all`; the bytes consumed.
     std::size_t handleFrames(std::span<const std::uint8_t> bytes, bool all);
     void handleCarried(bool all);
     void resumeLater();
     void sendQueuedLocked(std::unique_lock<std::mutex>& lock);
+    bool drainLocked() noexcept;
     void boundLocked();
     void watchLocked();
 

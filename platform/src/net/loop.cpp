@@ -24,6 +24,10 @@
 // - Output is collected while a batch or the ready sockets are served and written once afterwards, by the thread that produced
 // it.
 //
+// An event that throws is logged and over: it belongs to one request, which ends with what it held. What belongs to all (sockets,
+// timers, what the runtime posts to itself) must not throw; there, want of memory ends the process, which is better than one that
+// no longer knows what it tracks.
+//
 // A pollable that is removed while others of the same wake-up still wait for their turn must not be called again nor destroyed
 // under its own feet: registrations carry a serial that stale reports fail to match, and removed ones are kept until the turn is
 // over.
@@ -110,7 +114,7 @@ void Loop::stop() {
     [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
 }
 
-void Loop::run() {
+void Loop::run() noexcept {
     Loop* const outer = std::exchange(currentLoop, this);
     for (;;) {
         runBatch();
@@ -215,7 +219,11 @@ void Loop::fireTimers() {
 void Loop::flushLater(std::shared_ptr<Flushable> flushable) {
     if (!dirty_.empty() && dirty_.back() == flushable) return;
     if (std::find(dirty_.begin(), dirty_.end(), flushable) != dirty_.end()) return;
-    dirty_.push_back(std::move(flushable));
+    try {
+        dirty_.push_back(flushable);
+    } catch (const std::exception&) {
+        flushable->flush();  // no memory for putting it off
+    }
 }
 
 void Loop::flushAll() {
@@ -229,6 +237,7 @@ void Loop::flushAll() {
 std::uint32_t Loop::add(int fd, std::uint32_t events, std::shared_ptr<Pollable> pollable) {
     const auto index = static_cast<std::size_t>(fd);
     if (index >= registrations_.size()) registrations_.resize(index + 1);
+    removed_.reserve(registrations_.capacity());  // so that removing needs no memory
     const std::uint32_t serial = nextSerial_;
     if (++nextSerial_ == 0) nextSerial_ = 1;
     epoll_event event{};

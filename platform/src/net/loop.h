@@ -76,7 +76,7 @@ public:
     std::size_t pending() const;
 
     // Serves events, sockets and timers until `stop`, then what is still queued.
-    void run();
+    void run() noexcept;
     void stop();
     // Serves what is queued and ready now, without waiting, until nothing is; the number of events run.
     std::size_t runPending();

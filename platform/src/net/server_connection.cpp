@@ -25,6 +25,7 @@ namespace {
 const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::string_view platformRoot = "/$platform/";
+constexpr std::size_t spareNodes = 64;
 
 class Responder final : public IResponder {
 public:
@@ -32,7 +33,12 @@ public:
     Responder(const Responder&) = delete;
     Responder& operator=(const Responder&) = delete;
     ~Responder() override {
-        if (!hadLast_) connection_->abandon(id_);
+        if (hadLast_) return;
+        try {
+            connection_->abandon(id_);
+        } catch (const std::exception&) {
+            connection_->shutDown();  // no memory for the last word to this client: the end of its connection says as much
+        }
     }
 
     bool next(const Response& response) override {
@@ -54,6 +60,7 @@ private:
 ServerConnection::ServerConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
                                    std::shared_ptr<const Service> service)
     : FrameStream{std::move(socket), std::move(peer), limits, counters}, service_{std::move(service)} {
+    spare_.reserve(spareNodes);
     ++counters_.connectionsAccepted;
     ++counters_.connectionsOpen;
 }
@@ -203,10 +210,11 @@ ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response&
         if (!last && isSlowLocked()) {
             open->latest.clear();
             if (appendAnswerLocked(open->latest, wire::FrameType::next, 0, id, response)) {
-                if (std::exchange(open->waiting, true)) {
+                if (open->waiting) {
                     ++counters_.valuesConflated;
                 } else {
                     waiting_.push_back(id);
+                    open->waiting = true;
                 }
                 return Taken::andMoreWanted;
             }
@@ -289,7 +297,7 @@ bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::Fra
 void ServerConnection::eraseLocked(Requests::iterator request) {
     --(request->second.oneShot ? oneShots_ : streams_);
     auto node = requests_.extract(request);
-    if (spare_.size() < 64) {
+    if (spare_.size() < spareNodes) {
         node.mapped() = Open{};
         spare_.push_back(std::move(node));
     }

@@ -242,16 +242,28 @@ void Publication::accept() {
             }
             continue;
         }
-        auto connection = std::make_shared<net::ServerConnection>(std::move(socket), std::move(peer), context_.limits,
-                                                                  context_.counters, service_);
-        connections_.push_back(connection.get());
-        if (connection->start(context_.loop)) {
-            connection->expectHello();
-        } else {
-            connection->close("no room in the event loop");
-        }
+        serve(std::move(socket), std::move(peer));
     }
     if (!listener->listening && context_.loop.add(listener->fd(), EPOLLIN, listener) != 0) listener->listening = true;
+}
+
+void Publication::serve(net::Descriptor socket, net::Peer peer) {
+    std::shared_ptr<net::ServerConnection> connection;
+    try {
+        connections_.reserve(connections_.size() + 1);
+        connection = std::make_shared<net::ServerConnection>(std::move(socket), std::move(peer), context_.limits,
+                                                             context_.counters, service_);
+        connections_.push_back(connection.get());
+        if (!connection->start(context_.loop)) {
+            connection->close("no room in the event loop");
+            return;
+        }
+        connection->expectHello();
+    } catch (const std::exception& error) {
+        ++context_.counters.peersRefused;
+        complain(std::string{"cannot serve a connection: "} + error.what());
+        if (connection) connection->close("given up");
+    }
 }
 
 // Says what keeps the service from being published or reached, once for as long as it is the same.

@@ -44,6 +44,7 @@ private:
     bool isShown() const;
     void withdraw();
     void accept();
+    void serve(net::Descriptor socket, net::Peer peer);
     void retryLater(std::chrono::milliseconds pause) { retry_.arm(net::Clock::now() + pause); }
     void complain(const std::string& text);
 

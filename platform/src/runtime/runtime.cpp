@@ -50,7 +50,7 @@ std::string join(const std::vector<std::string>& items) {
     return list;
 }
 
-// Runs `function` on the worker and waits for it; at once if the calling thread is the worker.
+// Runs `function` on the worker and waits for it; at once if the calling thread is the worker. What it throws arrives here.
 template <class F>
 void runOn(comm::ActiveObject& worker, F function) {
     if (worker.isCurrentThread()) {
@@ -59,10 +59,14 @@ void runOn(comm::ActiveObject& worker, F function) {
     }
     std::promise<void> done;
     worker.loop().post([&] {
-        function();
-        done.set_value();
+        try {
+            function();
+            done.set_value();
+        } catch (...) {
+            done.set_exception(std::current_exception());
+        }
     });
-    done.get_future().wait();
+    done.get_future().get();
 }
 
 class Runtime final : public IKeloRuntime {
@@ -107,7 +111,7 @@ public:
 
     std::uint64_t trackService(std::string_view path, IKeloServiceTracker& tracker, int /*flags*/) override {
         const std::uint64_t handle = nextHandle_++;
-        worker_->loop().post([this, handle, path = std::string{path}, &tracker] {
+        worker_->loop().post([this, handle, path = std::string{path}, &tracker]() noexcept {
             if (stopped_) return;
             auto& watch = watches_[path];
             if (!watch) watch = std::make_shared<ServiceWatch>(context_, path);
@@ -167,7 +171,7 @@ public:
     std::uint64_t registerService(std::string_view path, SimpleComposedKeloService& service,
                                   IKeloServiceTracker* tracker) override {
         const std::uint64_t handle = nextHandle_++;
-        worker_->loop().post([this, handle, path = std::string{path}, &service, tracker] {
+        worker_->loop().post([this, handle, path = std::string{path}, &service, tracker]() noexcept {
             if (stopped_) return;
             auto publication = std::make_shared<Publication>(
                 context_, path, service, tracker,

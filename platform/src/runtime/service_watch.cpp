@@ -170,7 +170,7 @@ void ServiceWatch::attempt() {
         if (const auto self = weak.lock()) self->ready(connection, peer, hello);
     };
     events.closed = [weak, &loop = context_.loop](net::ClientConnection& connection, const char*) {
-        loop.post([weak, which = &connection] {
+        loop.post([weak, which = &connection]() noexcept {
             if (const auto self = weak.lock()) self->lost(which);
         });
     };
@@ -218,7 +218,7 @@ void ServiceWatch::lost(const net::ClientConnection* connection) {
 }
 
 void ServiceWatch::tellLater() {
-    context_.loop.post([weak = weak_from_this()] {
+    context_.loop.post([weak = weak_from_this()]() noexcept {
         if (const auto self = weak.lock(); self && self->alive_) self->tellAlive();
     });
 }

@@ -45,11 +45,12 @@ T getLittleEndian(const std::uint8_t* in) noexcept {
     return value;
 }
 
-// Writes one frame to the end of a buffer: the header's length is filled in when the frame is complete.
+// Writes one frame to the end of a buffer. A frame that is not finished, because memory is short, is taken back: half of one
+// would garble everything behind it.
 class FrameWriter {
 public:
     FrameWriter(util::ByteBufferWriter& out, FrameType type, std::uint8_t flags, std::uint64_t id, std::size_t fields)
-        : out_{out}, start_{out.size()} {
+        : FrameWriter{out} {
         std::uint8_t header[headerSize]{};
         header[4] = static_cast<std::uint8_t>(type);
         header[5] = flags;
@@ -61,9 +62,7 @@ public:
     FrameWriter(const FrameWriter&) = delete;
     FrameWriter& operator=(const FrameWriter&) = delete;
     ~FrameWriter() {
-        std::uint8_t length[4];
-        putLittleEndian(length, static_cast<std::uint32_t>(out_.size() - start_ - headerSize));
-        out_.overwrite(start_, length, sizeof length);
+        if (!isFinished_) out_.truncate(start_);
     }
 
     void field(std::string_view key, std::string_view value) {
@@ -75,8 +74,16 @@ public:
         out_.commitTo(putHead(putText(to, key), unsignedMajor, value));
     }
     void payload(std::span<const std::uint8_t> bytes) { out_.write(bytes.data(), bytes.size()); }
+    void finish() noexcept {
+        std::uint8_t length[4];
+        putLittleEndian(length, static_cast<std::uint32_t>(out_.size() - start_ - headerSize));
+        out_.overwrite(start_, length, sizeof length);
+        isFinished_ = true;
+    }
 
 private:
+    explicit FrameWriter(util::ByteBufferWriter& out) : out_{out}, start_{out.size()} {}
+
     static constexpr std::size_t longestHead = 9;
     static constexpr unsigned unsignedMajor = 0;
     static constexpr unsigned textMajor = 3;
@@ -102,6 +109,7 @@ private:
 
     util::ByteBufferWriter& out_;
     std::size_t start_;
+    bool isFinished_ = false;
 };
 
 // One item of the map, as the streaming decoder reports it.
@@ -245,6 +253,7 @@ void appendHello(util::ByteBufferWriter& out, const Hello& hello) {
     frame.field(application, hello.application);
     if (!hello.servicePath.empty()) frame.field(headers::servicePath, hello.servicePath);
     if (!hello.mimeTypes.empty()) frame.field(mimeTypes, hello.mimeTypes);
+    frame.finish();
 }
 
 void appendRequest(util::ByteBufferWriter& out, std::uint64_t id, const Request& request, bool oneShot) {
@@ -262,6 +271,7 @@ void appendRequest(util::ByteBufferWriter& out, std::uint64_t id, const Request&
     if (!contentType.empty()) frame.field(headers::mimeType, contentType);
     for (const auto& [key, value] : request.headers().entries()) frame.field(key, value);
     frame.payload(request.payload().bytes());
+    frame.finish();
 }
 
 void appendResponse(util::ByteBufferWriter& out, FrameType type, std::uint8_t flags, std::uint64_t id, const Response& response) {
@@ -274,10 +284,12 @@ void appendResponse(util::ByteBufferWriter& out, FrameType type, std::uint8_t fl
     if (!response.clientId().empty()) frame.field(headers::clientId, response.clientId());
     for (const auto& [key, value] : response.headers().entries()) frame.field(key, value);
     frame.payload(response.payload().bytes());
+    frame.finish();
 }
 
 void appendBare(util::ByteBufferWriter& out, FrameType type, std::uint64_t id) {
-    const FrameWriter frame{out, type, 0, id, 0};
+    FrameWriter frame{out, type, 0, id, 0};
+    frame.finish();
 }
 
 const char* readHello(std::span<const std::uint8_t> body, Hello& hello) {

@@ -42,7 +42,7 @@ struct Hello {
     std::string mimeTypes;    // the provider's, in order of preference, divided by commas
 };
 
-// Each appends one whole frame to `out`.
+// Each appends one whole frame to `out`; nothing, when it throws because memory is short.
 void appendHello(util::ByteBufferWriter& out, const Hello& hello);
 void appendRequest(util::ByteBufferWriter& out, std::uint64_t id, const Request& request, bool oneShot);
 void appendResponse(util::ByteBufferWriter& out, FrameType type, std::uint8_t flags, std::uint64_t id, const Response& response);
