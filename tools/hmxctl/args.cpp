@@ -164,7 +164,10 @@ private:
             arguments_.format = found->second;
             arguments_.formatGiven = true;
         }
-        if (!timeout_.empty()) arguments_.timeout = parseDuration(timeout_);
+        if (!timeout_.empty()) {
+            arguments_.timeout = parseDuration(timeout_);
+            arguments_.timeoutGiven = true;
+        }
         if (!mime_.empty()) arguments_.mimeType = mimeTypeNamed(mime_);
         if (!count_.empty()) {
             std::uint64_t count = 0;
@@ -188,7 +191,8 @@ private:
         const Verb& verb = *arguments_.verb;
         const std::size_t given = arguments_.words.size();
         if (given >= verb.fewest && given <= verb.most) return;
-        const std::string usage = "usage: hmxctl " + std::string{verb.name} + " " + std::string{verb.words};
+        const std::string usage =
+            "usage: hmxctl " + std::string{verb.name} + (verb.words.empty() ? "" : " ") + std::string{verb.words};
         if (given > verb.most)
             throw usageError(std::string{verb.name} + ": what is '" + arguments_.words[verb.most] + "'?", usage);
         // The first word of the synopsis that was not given.

@@ -21,6 +21,7 @@ struct Arguments {
     Format format = Format::table;
     bool formatGiven = false;
     std::chrono::milliseconds timeout{5000};
+    bool timeoutGiven = false;
     std::string mimeType{"application/json"};  // full name
     bool colour = true;
     std::string runtimeDirectory;  // "": from the environment

@@ -30,6 +30,16 @@ bool beginsWith(const std::UUID& id, const std::string& digits) {
     return text.compare(0, digits.size(), digits) == 0;
 }
 
+// A few names, or how to see the many.
+std::string whatThereIs(const Resource& resource, std::vector<std::string> names) {
+    constexpr std::size_t few = 8;
+    std::sort(names.begin(), names.end());
+    names.erase(std::unique(names.begin(), names.end()), names.end());
+    names.erase(std::remove(names.begin(), names.end(), ""), names.end());
+    if (names.empty() || names.size() > few) return "`hmxctl list " + std::string{resource.name} + "` shows what there is";
+    return "there are: " + joined(names);
+}
+
 Json withKey(Json parameters, const std::string& key, const Json& value) {
     if (parameters.is_null()) parameters = Json::object();
     parameters[key] = value;
@@ -174,9 +184,9 @@ std::UUID Elements::findInLists(const Target& target) {
         for (std::string& name : names) {
             if (name.rfind(shared, 0) == 0) name.erase(0, shared.size());
         }
-        const std::string meant = didYouMean(target.element.substr(shared.size()), names);
-        throw Failure{ExitCode::notFound, target.text() + ": there is no such element at " + hmx_.path(),
-                      meant.empty() ? "`hmxctl list " + std::string{resource.name} + "` shows what there is" : meant};
+        std::string hint = didYouMean(target.element.substr(shared.size()), names);
+        if (hint.empty()) hint = whatThereIs(resource, names);
+        throw Failure{ExitCode::notFound, target.text() + ": there is no such element at " + hmx_.path(), hint};
     }
     std::vector<std::string> candidates;
     for (const auto& [id, name] : matching) candidates.push_back((name.empty() ? "" : name + " ") + id.toString());

@@ -156,6 +156,12 @@ void printAnswer(Context& context, const Answer& answer) {
     }
 }
 
+void printText(Context& context, const char* key, std::string_view text) {
+    const Format format = context.arguments.format;
+    if (format == Format::json || format == Format::jsonl) return printDocument(context, Json{{key, text}});
+    context.out.write(text);
+}
+
 void printDocument(Context& context, const Json& document) {
     Output& out = context.out;
     if (context.arguments.format == Format::table) return printLines(out, documentLines(document, out.colour()));

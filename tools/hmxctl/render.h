@@ -2,6 +2,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "context.h"
@@ -22,6 +23,9 @@ void printLines(Output& out, const std::vector<std::string>& lines);
 
 // An answer in the format that was asked for; jsonl divides an array, or the "data" of a page.
 void printAnswer(Context& context, const Answer& answer);
+
+// A text that is no document: as it is, or as the only member of one where documents are asked for.
+void printText(Context& context, const char* key, std::string_view text);
 
 // A document made here, in the format that was asked for.
 void printDocument(Context& context, const Json& document);

@@ -128,6 +128,12 @@ void checkParameters(const Json& parameters, Members known, const std::string& o
         if (found == nullptr) throw unknownMember(origin + ": " + key, key, "the parameters", known);
         if (found->kind != Kind::record) Checker{origin}.member(value, *found, key);
     }
+    for (const Json& field : member(parameters, "fields")) {
+        const std::string name = field.is_string() ? field.get<std::string>() : "";
+        if (!name.empty() && findMember(known, name) == nullptr) {
+            throw unknownMember(origin + ": fields: " + name, name, "the parameters", known);
+        }
+    }
 }
 
 void checkMemberPath(const std::string& path, const Description& record, const std::string& origin) {

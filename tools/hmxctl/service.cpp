@@ -24,6 +24,12 @@ std::string hintFor(std::uint16_t status, const std::string& service) {
                                      : "`hmxctl services` shows what is there";
         case ExitCode::timeout:
             return "--timeout gives it longer";
+        case ExitCode::notFound:
+            if (service == "/hmxsim") return "`hmxctl sim world` shows what there is";
+            return service == "/hmx" ? "`hmxctl describe` shows the paths and commands that there are" : "";
+        case ExitCode::rejected:
+            if (service == "/hmxsim") return "`hmxctl help sim` shows the forms";
+            return service == "/hmx" && status == 400 ? "`hmxctl describe RESOURCE` shows what it takes" : "";
         default:
             return {};
     }

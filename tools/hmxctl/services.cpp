@@ -1,12 +1,16 @@
 // The runtime is made when the first service is wanted, and every service is tracked and resolved once. A resolver hears on the
 // runtime's thread; what it heard is kept under the lock, on which the command waits.
 //
-// How long to wait for a service that does not answer: one that has no place in the domain cannot be there (but for names too
-// long to be read back from the directory, which a short wait allows for); one that has may be a socket that its owner's death
-// left behind. Once that has been said, further waits last as long as the caller wants, so that a watch hears of a return at
-// once.
+// How long to wait for a service that does not answer: as long as the command line says. Where it says nothing: one that has no
+// place in the domain cannot be there (but for names too long to be read back from the directory, which a short wait allows for);
+// one that has may be a socket that its owner's death left behind. Once that has been said, further waits last as long as the
+// caller wants, so that a watch hears of a return at once. Verbs that look for a service again and again (watch, wait) want to
+// hear of its absence at once, whatever was said. A directory that is not there yet is looked for, not made: this is no service.
 
 #include "services.h"
+
+#include <pwd.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -14,12 +18,15 @@
 #include <cstring>
 #include <map>
 #include <mutex>
+#include <optional>
+#include <thread>
 
 #include "args.h"
 #include "failure.h"
-#include "kelo/runtime/kelo_runtime.h"
+#include "kelo/runtime/domain_view.h"
 #include "kelo/std/error_storage.h"
 #include "suggest.h"
+#include "verbs/verbs.h"
 
 namespace hmxctl {
 namespace {
@@ -31,6 +38,13 @@ using kelo::runtime::RuntimeOptions;
 constexpr std::chrono::milliseconds graceOfUnlisted{150};
 constexpr std::chrono::milliseconds graceOfListed{1500};
 constexpr std::chrono::milliseconds graceOfEach{700};
+constexpr std::chrono::milliseconds directoryPause{20};
+
+// As `sudo -u` takes it.
+std::string userName(uid_t uid) {
+    const passwd* user = ::getpwuid(uid);  // NOLINT(concurrency-mt-unsafe): the runtime's threads ask for no users
+    return user == nullptr ? "#" + std::to_string(uid) : user->pw_name;
+}
 
 // What the runtime's thread tells the command's. Thread: any.
 struct News {
@@ -82,15 +96,23 @@ public:
         options_.domain = arguments.domain;
         if (!arguments.runtimeDirectory.empty()) options_.directory = arguments.runtimeDirectory + "/" + arguments.domain;
         options_.applicationName = "hmxctl";
+        const bool looksAgain = arguments.verb != nullptr && (arguments.verb->options & (watching | appearing)) != 0;
+        isPatient_ = arguments.timeoutGiven && !looksAgain;
     }
 
     kelo::IKeloApi& attach(std::string_view path, const Deadline& deadline) override {
         const bool first = known_.find(path) == known_.end();
-        const std::vector<std::string> listed = first ? listedServices() : std::vector<std::string>{};
+        std::vector<std::string> listed;
+        if (first) {
+            if (isPatient_) waitForDirectory(deadline);
+            listed = listedServices();
+            refuseForeign(path);
+        }
         const bool hasPlace = std::find(listed.begin(), listed.end(), path) != listed.end();
         Acquaintance& service = acquaintance(path);
-        const Deadline patience = first ? deadline.atMost(hasPlace ? graceOfListed : graceOfUnlisted) : deadline;
+        const Deadline patience = first && !isPatient_ ? deadline.atMost(hasPlace ? graceOfListed : graceOfUnlisted) : deadline;
         if (!waitFor(patience, [&] { return service.apiLocked() != nullptr && service.aliveLocked(); })) {
+            refuseForeign(path);
             throw absent(path, hasPlace, listed);
         }
         const std::lock_guard lock{news_.mutex};
@@ -101,14 +123,23 @@ public:
         const std::vector<std::string> paths = listedServices();
         std::vector<Acquaintance*> services;
         for (const std::string& path : paths) services.push_back(&acquaintance(path));
-        (void)waitFor(deadline.atMost(graceOfEach), [&] {
-            return std::all_of(services.begin(), services.end(), [](const Acquaintance* each) { return each->aliveLocked(); });
-        });
         std::vector<ServiceState> states;
+        for (const std::string& path : paths) {
+            ServiceState& state = states.emplace_back();
+            state.path = path;
+            const std::optional<uid_t> owner = foreignOwner(path);
+            state.foreign = owner.has_value();
+            state.uid = owner.value_or(0);
+        }
+        (void)waitFor(deadline.atMost(graceOfEach), [&] {
+            for (std::size_t i = 0; i < paths.size(); ++i) {
+                if (!states[i].foreign && !services[i]->aliveLocked()) return false;
+            }
+            return true;
+        });
         const std::lock_guard lock{news_.mutex};
         for (std::size_t i = 0; i < paths.size(); ++i) {
-            ServiceState& state = states.emplace_back();
-            state.path = paths[i];
+            ServiceState& state = states[i];
             state.alive = services[i]->aliveLocked();
             if (!state.alive) continue;
             const KeloServiceTrackerInfo& info = services[i]->infoLocked();
@@ -121,23 +152,44 @@ public:
     }
 
     std::string where() const override {
-        std::string text = "domain '" + options_.domain + "'";
-        if (!options_.directory.empty()) text += " (" + options_.directory + ")";
-        return text;
+        return "domain '" + options_.domain + "' (" + kelo::runtime::domainDirectory(options_) + ")";
     }
 
 private:
+    void waitForDirectory(const Deadline& deadline) const {
+        const std::string directory = kelo::runtime::domainDirectory(options_);
+        while (::access(directory.c_str(), F_OK) != 0 && errno == ENOENT && !deadline.passed()) {
+            std::this_thread::sleep_for(std::min(directoryPause, deadline.left()));
+        }
+    }
+
+    // The user of a service that is not ours: they never let each other in.
+    std::optional<uid_t> foreignOwner(std::string_view path) const {
+        const std::optional<uid_t> owner = kelo::runtime::socketOwner(options_, path);
+        return owner == ::geteuid() ? std::nullopt : owner;
+    }
+
+    void refuseForeign(std::string_view path) const {
+        if (const std::optional<uid_t> owner = foreignOwner(path)) {
+            throw Failure{ExitCode::notPermitted,
+                          std::string{path} + " in " + where() + " is run by " + userName(*owner) + ", and you are " +
+                              userName(::geteuid()),
+                          "a service lets in only the user who runs it: sudo -u " + userName(*owner) + " hmxctl ..."};
+        }
+    }
+
     std::vector<std::string> listedServices() const {
         bool failed = false;
         std::vector<std::string> services = kelo::runtime::listServices(options_, failed);
         if (!failed) return services;
         const std::string reason = std::ErrorStorage::reason();
         std::ErrorStorage::ack();
-        const bool notThere = reason.ends_with(std::strerror(ENOENT));
+        const bool notThere = reason.ends_with(std::strerror(ENOENT)) || reason.ends_with(std::strerror(ENOTDIR));
         throw Failure{notThere ? ExitCode::serviceAbsent : ExitCode::notPermitted,
                       reason.empty() ? "cannot read " + where() : reason,
                       notThere ? "no service has been started there; --runtime-dir, KELO_RUNTIME_DIR and --domain choose another"
-                               : "services are reached by the user who runs them"};
+                               : "a service lets in only the user who runs it; --runtime-dir, KELO_RUNTIME_DIR and --domain "
+                                 "choose another directory"};
     }
 
     Acquaintance& acquaintance(std::string_view path) {
@@ -177,6 +229,7 @@ private:
     }
 
     RuntimeOptions options_;
+    bool isPatient_ = false;
     News news_;
     std::map<std::string, std::unique_ptr<Acquaintance>, std::less<>> known_;
     std::unique_ptr<IKeloRuntime> runtime_;  // ends before those that it tells

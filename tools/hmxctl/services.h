@@ -20,9 +20,10 @@ struct Arguments;
 struct ServiceState {
     std::string path;
     bool alive = false;
+    bool foreign = false;     // another user's, so that its life cannot be told
+    uid_t uid = 0;            // while alive or foreign
     std::string application;  // this and what follows only while alive
     pid_t pid = 0;
-    uid_t uid = 0;
     std::vector<std::string> mimeTypes;
 };
 
@@ -31,8 +32,10 @@ class Services {
 public:
     virtual ~Services() = default;
 
-    // The API of a service, good for the life of this object; it refuses requests with 503 while the service is away. The first
-    // call for a path waits for the service until `deadline`. Errors: Failure, serviceAbsent when it is not there.
+    // The API of a service, good for the life of this object; it refuses requests with 503 while the service is away. Waits for
+    // the service until `deadline`; the first call for a path gives up early on one that seems not to be there, unless the
+    // command line says how long to wait. Errors: Failure, serviceAbsent when it is not there, notPermitted when it is another
+    // user's.
     virtual kelo::IKeloApi& attach(std::string_view path, const Deadline& deadline) = 0;
 
     // All services that have a place in the domain, sorted by path. Errors: Failure when the domain cannot be read.

@@ -45,10 +45,11 @@ std::vector<std::string> nearMatches(std::string_view word, const std::vector<st
     std::vector<std::pair<std::size_t, std::string_view>> ranked;
     for (const std::string& candidate : candidates) {
         if (candidate.empty() || candidate.size() > longestCompared) continue;
+        const std::size_t farthest = std::max<std::size_t>(1, word.size() / 3);
         std::size_t rank = distance(word, candidate);
         // A part of the name is the commonest slip: "Driver" for "Driver_Display".
-        if (word.size() >= 3 && contains(candidate, word)) rank = std::min<std::size_t>(rank, 2);
-        if (rank <= std::max<std::size_t>(1, word.size() / 3)) ranked.emplace_back(rank, candidate);
+        if (word.size() >= 3 && contains(candidate, word)) rank = std::min({rank, farthest, std::size_t{2}});
+        if (rank <= farthest) ranked.emplace_back(rank, candidate);
     }
     std::stable_sort(ranked.begin(), ranked.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
     std::vector<std::string> nearest;

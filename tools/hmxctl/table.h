@@ -40,7 +40,7 @@ private:
 class Facts {
 public:
     void add(std::string key, std::string value, Style style = Style::plain) {
-        facts_.push_back({std::move(key), {std::move(value), style}});
+        facts_.emplace_back(std::move(key), Table::Cell{std::move(value), style});
     }
     [[nodiscard]] std::vector<std::string> lines(bool colour) const;
 

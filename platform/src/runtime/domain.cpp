@@ -139,4 +139,11 @@ std::string servicePathOf(std::string_view fileName) {
     return path;
 }
 
+std::optional<uid_t> socketOwner(const RuntimeOptions& options, std::string_view servicePath) {
+    const std::string directory = domainDirectory(options);
+    struct stat status {};
+    if (::lstat((directory + "/" + socketName(directory, servicePath)).c_str(), &status) != 0) return {};
+    return status.st_uid;
+}
+
 }  // namespace kelo::runtime

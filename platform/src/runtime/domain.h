@@ -4,14 +4,10 @@
 #include <string>
 #include <string_view>
 
-#include "kelo/runtime/kelo_runtime.h"
+#include "kelo/runtime/domain_view.h"
 #include "net/descriptor.h"
 
 namespace kelo::runtime {
-
-// The directory of a domain: what the options name, else $KELO_RUNTIME_DIR, $XDG_RUNTIME_DIR/kelo, /run/kelo where that exists
-// and is writable, or a directory of the user's own under the temporary directory; then the domain's name. Thread: any.
-[[nodiscard]] std::string domainDirectory(const RuntimeOptions& options);
 
 // Makes the directory (0700, parents too) if it is not there and opens it. Refused, with the reason in `wrong`, if it is a
 // symbolic link, belongs to somebody else, or may be written to by others without the sticky bit. `create` false: refused if it

@@ -17,7 +17,7 @@ const kelo::hmx::Route& routeFor(const Resource& resource, kelo::commands::Id co
     for (const Resource& each : resources()) {
         if (findRoute(each, command, element) != nullptr) names.emplace_back(each.name);
     }
-    throw usageError(std::string{resource.name} + " take no " + std::string{kelo::commands::toName(command)},
+    throw usageError("the service takes no " + std::string{kelo::commands::toName(command)} + " of " + std::string{resource.name},
                      "these do: " + joined(names));
 }
 
@@ -60,7 +60,7 @@ ExitCode runDelete(Context& context) {
     // The one thing that can be said along with it: the members to which the service may restrict itself.
     const Json parameters = retrieveParameters(context, *target.resource);
     if (!parameters.empty() && (parameters.size() > 1 || !parameters.contains("fields")) && context.arguments.validate) {
-        throw usageError(context.action() + ": takes no key but fields");
+        throw usageError("delete takes no key but fields");
     }
     Elements elements{context};
     printAnswer(context, elements.request("delete", *target.resource, elements.find(target), parameters));

@@ -3,6 +3,7 @@
 #include "completion.h"
 
 #include "elements.h"
+#include "render.h"
 #include "suggest.h"
 #include "verbs/verbs.h"
 
@@ -50,7 +51,7 @@ ExitCode runCompletion(Context& context) {
     const std::string& shell = context.arguments.words.front();
     const std::string_view script = completionScript(shell);
     if (script.empty()) throw usageError("completion: no script for '" + shell + "'", "one of " + joined(completionShells()));
-    context.out.write(script);
+    printText(context, "script", script);
     return ExitCode::ok;
 }
 

@@ -17,7 +17,7 @@ ExitCode runHelp(Context& context) {
     const Verb* verb = words.empty() ? nullptr : findVerb(words.front());
     if (verb == nullptr && !words.empty())
         throw usageError("help: no verb '" + words.front() + "'", didYouMean(words.front(), verbNames()));
-    context.out.write(helpText(verb));
+    printText(context, "help", helpText(verb));
     return ExitCode::ok;
 }
 

@@ -8,7 +8,8 @@ namespace hmxctl {
 namespace {
 
 Json asJson(const ServiceState& state) {
-    Json json{{"path", state.path}, {"state", state.alive ? "alive" : "stale"}};
+    Json json{{"path", state.path}, {"state", state.alive ? "alive" : state.foreign ? "refused" : "stale"}};
+    if (state.foreign) json["uid"] = state.uid;
     if (!state.alive) return json;
     json["application"] = state.application;
     json["pid"] = state.pid;
@@ -36,6 +37,8 @@ ExitCode runServices(Context& context) {
                           {std::to_string(state.pid)},
                           {std::to_string(state.uid)},
                           {joined(state.mimeTypes)}});
+        } else if (state.foreign) {
+            table.addRow({{state.path}, {"refused", Style::yellow}, {""}, {""}, {std::to_string(state.uid)}});
         } else {
             table.addRow({{state.path}, {"stale", Style::red}});
         }

@@ -70,7 +70,8 @@ public:
     explicit Simulation(Context& context) : context_{context}, words_{context.arguments.words} {}
 
     void set(const SimTarget& target) {
-        const std::string form = "for example sim set displays/Driver_Display terminal=2";
+        const std::string form = target.collection->isPerDisplay() ? "for example sim popup Driver_Display/Phone requested=true"
+                                                                   : "for example sim set displays/Driver_Display terminal=2";
         ask("update", pathOf(target.collection->elementPath, target.element, form), body(*target.collection));
     }
 
@@ -153,6 +154,9 @@ ExitCode runSim(Context& context) {
         throw usageError("sim: no action '" + action + "'", meant.empty() ? "actions: " + joined(known) : meant);
     }
     const bool needsTarget = action == "set" || action == "add" || action == "remove" || action == "popup";
+    if ((action == "world" && words.size() > 1) || (action == "remove" && words.size() > 2)) {
+        throw usageError("sim " + action + ": what is '" + words.back() + "'?", "`hmxctl help sim` shows the forms");
+    }
     if (needsTarget && words.size() < 2) throw usageError("sim " + action + ": of what?", "`hmxctl help sim` shows the forms");
     const SimTarget target = needsTarget ? simTarget((action == "popup" ? "popups/" : "") + words[1]) : SimTarget{};
 

@@ -35,9 +35,15 @@ ExitCode runUuid(Context& context) {
     if (arguments.name) {
         results.push_back(Json{{"name", *arguments.name}, {"id", kelo::uuid::createFromName(*arguments.name).toString()}});
     }
+    const bool asText = arguments.format == Format::table || arguments.format == Format::raw;
     if (arguments.idOnly || arguments.uriOnly) {
-        for (const Json& result : results) context.out.line(text(result, arguments.idOnly ? "id" : "uri"));
-    } else if (results.size() == 1 && arguments.format != Format::jsonl) {
+        for (Json& result : results) result = member(result, arguments.idOnly ? "id" : "uri");
+        if (asText) {
+            for (const Json& result : results) context.out.line(result.get<std::string>());
+            return ExitCode::ok;
+        }
+    }
+    if (results.size() == 1 && arguments.format != Format::jsonl) {
         printDocument(context, results.front());
     } else {
         printDocument(context, Json(results));

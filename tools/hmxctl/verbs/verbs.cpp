@@ -130,7 +130,7 @@ constexpr std::array table{
     Verb{.name = "services",
          .words = "",
          .summary = "Show the services of the domain, alive or stale",
-         .details = "",
+         .details = "Stale: the owner has died and left its socket. Refused: another user's, which lets only that user in.\n",
          .run = runServices},
     Verb{.name = "call",
          .words = "SERVICE COMMAND PATH [BODY | KEY=VALUE | KEY:=JSON ...] [-f FILE]",

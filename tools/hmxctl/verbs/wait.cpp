@@ -41,10 +41,11 @@ ExitCode runWait(Context& context) {
         print(context, *update);
         return ExitCode::ok;
     }
-    throw Failure{ExitCode::timeout, "'" + context.arguments.words[1] + "' did not hold within " +
-                                         durationText(context.arguments.timeout) + ": " +
-                                         (last.is_null() ? "the element was never seen" : expression.valuesIn(last)) +
-                                         (lost.empty() ? "" : "; " + lost)};
+    throw Failure{ExitCode::timeout,
+                  "'" + context.arguments.words[1] + "' did not hold within " + durationText(context.arguments.timeout) + ": " +
+                      (last.is_null() ? "the element was never seen" : expression.valuesIn(last)) +
+                      (lost.empty() ? "" : "; " + lost),
+                  "--timeout gives it longer"};
 }
 
 }  // namespace hmxctl
