@@ -170,8 +170,7 @@ int playWatchers(const std::string& directory, const std::string& service, const
         }
     };
     awaitAll();
-    std::printf("ready\n");
-    std::fflush(stdout);
+    traffic::sayReady();
 
     const Question change{.command = "update", .path = path, .body = R"({"requested":true})"};
     std::vector<std::int64_t> nanoseconds;

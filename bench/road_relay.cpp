@@ -104,6 +104,7 @@ int playRelay(const std::string& directory, const std::string& service, const st
     constexpr unsigned shift = 40;
     std::vector<Parcel> parcels;
     const Bytes greeting = makeHello({{"$mime-types", "application/json"}});
+    traffic::sayReady();
     for (;;) {
         epoll_event events[64];
         const int count = ::epoll_wait(epoll, events, 64, -1);

@@ -79,6 +79,7 @@ int playUpstream(const std::string& directory, const traffic::Options& options) 
     std::vector<std::thread> threads;
     for (const char* const service : {"/hmxdisplaymanager", "/hmxinputmanager", "/hmxpopupmanager"})
         threads.emplace_back(provide, listenAt(directory, service), service, sends);
+    traffic::sayReady();
     for (auto& thread : threads) thread.join();
     return 0;
 }

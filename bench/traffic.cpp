@@ -15,6 +15,11 @@ void fail(const std::string& what) {
     std::exit(1);
 }
 
+void sayReady() {
+    std::puts("ready");
+    std::fflush(stdout);
+}
+
 Options::Options(std::span<char*> arguments) {
     for (const std::string argument : arguments) {
         const auto end = argument.find('=');

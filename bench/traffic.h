@@ -18,6 +18,9 @@ using Clock = std::chrono::steady_clock;
 // Ends the program with what failed and why (errno).
 [[noreturn]] void fail(const std::string& what);
 
+// Tells whoever started the program that it serves: a line on standard output.
+void sayReady();
+
 // The "key=value" arguments of a program. Thread: any (a value).
 class Options {
 public:
