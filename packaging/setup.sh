@@ -1,9 +1,9 @@
 #!/usr/bin/env bash
-# Installs what packages.txt lists and this machine lacks; needs root or sudo only then.
+# Installs what the lists (packages.txt) name and this machine lacks; needs root or sudo only then. Usage: setup.sh [LIST...]
 set -euo pipefail
 cd "$(dirname "$0")"
 
-mapfile -t wanted < <(sed -E 's/[[:space:]]*(#.*)?$//; /^$/d' packages.txt | sort)
+mapfile -t wanted < <(sed -E 's/[[:space:]]*(#.*)?$//; /^$/d' "${@:-packages.txt}" | sort)
 mapfile -t missing < <(comm -23 <(printf '%s\n' "${wanted[@]}") \
     <(dpkg-query -W -f '${db:Status-Abbrev} ${Package}\n' "${wanted[@]}" 2>/dev/null | sed -n 's/^.i  *//p' | sort -u))
 if [ "${#missing[@]}" -eq 0 ]; then

@@ -1,0 +1,55 @@
+// What the benchmarks of the parts work on: as many displays as wanted, and the page that is made of them.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "bridge/display_conversion.h"
+#include "bridge/id_table.h"
+#include "hmx/display_object.h"
+#include "hmx/displaymanager/displays_info.h"
+
+namespace samples {
+
+inline kelo::hmx::displaymanager::DisplaysInfo displays(std::size_t count) {
+    std::vector<kelo::hmx::displaymanager::Display> all(count);
+    for (std::size_t i = 0; i < count; ++i) {
+        const int number = static_cast<int>(i);
+        auto& display = all[i];
+        display.id = number + 1;
+        display.internalid = number + 100;
+        display.name = "Display_" + std::to_string(number);
+        display.touchSupport = true;
+        display.terminal = number;
+        display.compositing = true;
+        display.resolution.emplace();
+        display.resolution->width = 1920;
+        display.resolution->height = 720;
+        display.updateRate = 60;
+        display.connector = "DP-" + std::to_string(number + 1);
+    }
+    kelo::hmx::displaymanager::DisplaysInfo list;
+    list.infoForAllDisplays = std::move(all);
+    return list;
+}
+
+// Makes pages as a bridge does: ids are known from the second page on.
+class PageMaker {
+public:
+    kelo::hmx::DisplayObjectListPage page(const kelo::hmx::displaymanager::DisplaysInfo& list) {
+        std::vector<std::shared_ptr<kelo::hmx::DisplayObject>> objects;
+        objects.reserve(list.infoForAllDisplays->size());
+        for (const auto& display : *list.infoForAllDisplays)
+            objects.push_back(std::make_shared<kelo::hmx::DisplayObject>(
+                hmx::toDisplayObject(display, ids_.record(hmx::displayName(display)))));
+        return kelo::tolu::cutPage(std::move(objects), {});
+    }
+
+private:
+    hmx::IdTable<std::string> ids_{&hmx::displayIdName};
+};
+
+}  // namespace samples

@@ -1,0 +1,25 @@
+// What a relay does that is written with RapidJSON: the page of displays from what the display manager answers.
+#pragma once
+
+#include <rapidjson/stringbuffer.h>
+
+#include <map>
+#include <string>
+#include <string_view>
+
+namespace peer {
+
+// Makes the very page that the bridge makes. Ids are computed once for each name. Thread: one at a time.
+class PageMaker {
+public:
+    // Good until the next call.
+    std::string_view page(std::string_view displayList);
+
+private:
+    const std::string& idOf(std::string_view name);
+
+    rapidjson::StringBuffer buffer_;
+    std::map<std::string, std::string, std::less<>> ids_;
+};
+
+}  // namespace peer

@@ -1,0 +1,99 @@
+// The wire of docs/wire.md, spoken by hand over blocking sockets: it costs little, and the same whatever stands between the
+// peers.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <initializer_list>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace road {
+
+using Bytes = std::vector<std::uint8_t>;
+
+inline constexpr std::size_t headerSize = 16;
+enum FrameType : std::uint8_t { hello = 1, request = 2, next = 3, error = 4, completed = 5, cancel = 6 };
+inline constexpr std::uint8_t oneShot = 1;  // flags of a request
+inline constexpr std::uint8_t end = 2;      // and of a next
+
+using Field = std::pair<std::string_view, std::string_view>;
+Bytes makeHello(std::initializer_list<Field> fields);
+Bytes makeRequest(std::uint8_t flags, std::initializer_list<Field> fields, std::string_view payload);
+Bytes makeAnswer(std::uint64_t id, std::uint8_t flags, std::string_view payload);
+
+std::uint64_t numberAt(const std::uint8_t* at, std::size_t size);
+void putNumber(std::uint8_t* at, std::uint64_t value, std::size_t size);
+
+// A whole frame that somebody else owns.
+struct Frame {
+    const std::uint8_t* bytes;
+    std::size_t size;
+
+    [[nodiscard]] FrameType type() const { return static_cast<FrameType>(bytes[4]); }
+    [[nodiscard]] std::uint8_t flags() const { return bytes[5]; }
+    [[nodiscard]] std::uint64_t id() const { return numberAt(bytes + 8, 8); }
+    [[nodiscard]] std::string_view body() const { return {reinterpret_cast<const char*>(bytes) + headerSize, size - headerSize}; }
+};
+inline void setId(Bytes& frame, std::uint64_t id) {
+    putNumber(frame.data() + 8, id, 8);
+}
+
+std::string socketName(std::string_view service);
+int listenAt(const std::string& directory, std::string_view service);
+// Waits for the service for up to ten seconds.
+int connectTo(const std::string& directory, std::string_view service);
+bool sendAll(int fd, const Bytes& bytes);
+
+// How a peer sends several frames: all of them at once, as one does that has gathered them, or each by a call of its own, as
+// several do that know nothing of each other.
+enum class Sends : std::uint8_t { gathered, single };
+Sends sendsOf(std::string_view name);
+
+// Frames on their way out. Thread: one at a time.
+class Outbox {
+public:
+    explicit Outbox(Sends sends) : sends_{sends} {}
+
+    void add(const Bytes& frame);
+    // False when the peer is gone.
+    bool flush(int fd);
+
+private:
+    const Sends sends_;
+    Bytes bytes_;
+};
+
+// Collects what a socket says and hands out whole frames. Thread: one at a time.
+class FrameReader {
+public:
+    // Receives once; false at the end.
+    bool receive(int fd);
+
+    template <class Handle>
+    void frames(Handle handle) {
+        std::size_t used = 0;
+        while (kept_ - used >= headerSize) {
+            const std::size_t size = headerSize + numberAt(&buffer_[used], 4);
+            if (kept_ - used < size) break;
+            handle(Frame{&buffer_[used], size});
+            used += size;
+        }
+        std::memmove(buffer_.data(), buffer_.data() + used, kept_ - used);
+        kept_ -= used;
+    }
+
+private:
+    static constexpr std::size_t chunk = std::size_t{64} * 1024;
+
+    Bytes buffer_;
+    std::size_t kept_ = 0;
+};
+
+// A client's connection that has said hello and been greeted.
+int greet(const std::string& directory, std::string_view service, FrameReader& reader);
+
+}  // namespace road
