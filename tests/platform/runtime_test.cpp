@@ -302,9 +302,9 @@ TEST_F(RuntimeTest, AProviderThatGreetsAndHangsUpIsTriedAgainWithGrowingPauses) 
             caller.send(testing_support::helloFrame(servicePath));
         }
         EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds{10 + 20 + 40});
-        EXPECT_TRUE(consumer.heard.waitFor([](const auto& all) { return all.size() >= 5 * 2; }));
     }
     Provider successor{directory.path()};  // noticed by its appearance, not by the next try
+    EXPECT_TRUE(consumer.info.waitFor([](const auto& found) { return found.applicationName == "provider"; }));
     EXPECT_TRUE(consumer.heard.waitFor([](const auto& all) { return all.back() == "resolved"; }));
     EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 1, "x")), (Told{"next:x"}));
 }
