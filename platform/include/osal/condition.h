@@ -1,6 +1,8 @@
 // A condition that is bound to one mutex, on first use.
 #pragma once
 
+#include <cstdint>
+
 #include "osal/mutex.h"
 #include "threadsafe/condition_impl.h"
 
@@ -14,8 +16,8 @@ public:
     bool bind(Mutex& mutex) noexcept;
     bool isBound() const noexcept { return mutex_ != nullptr; }
 
-    // Waits until signalled, or for no reason. Records osal::SysError `inconsistentCondition` when unbound or when the system
-    // refuses. True on failure.
+    // Waits until there has been a signal, which another waiter may have been meant by; never returns without one. Records
+    // osal::SysError `inconsistentCondition` when unbound or when the system refuses. True on failure.
     bool wait() noexcept;
     // Wakes one waiter. Records osal::SysError `inconsistentCondition` for a condition that is not valid, `otherFailure` else.
     bool signal() noexcept;
@@ -23,6 +25,7 @@ public:
 private:
     Mutex* mutex_ = nullptr;
     threadsafe::ConditionImpl impl_;
+    std::uint64_t signals_ = 0;  // so far, guarded by the mutex
 };
 
 }  // namespace osal

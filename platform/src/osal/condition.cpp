@@ -29,11 +29,15 @@ bool Condition::bind(Mutex& mutex) noexcept {
 
 bool Condition::wait() noexcept {
     if (mutex_ == nullptr) return fail(inconsistentCondition, "Condition is bound to no Mutex");
-    const int result = impl_.wait(mutex_->impl());
-    return result != 0 && failWith(inconsistentCondition, result);
+    // The system may wake a waiter for no reason; a thread that parks here must not go on by that.
+    for (const std::uint64_t before = signals_; signals_ == before;) {
+        if (const int result = impl_.wait(mutex_->impl()); result != 0) return failWith(inconsistentCondition, result);
+    }
+    return false;
 }
 
 bool Condition::signal() noexcept {
+    ++signals_;
     const int result = impl_.signalOne();
     return result != 0 && failWith(result == EINVAL ? inconsistentCondition : otherFailure, result);
 }
