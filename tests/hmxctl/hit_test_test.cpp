@@ -11,6 +11,7 @@ namespace {
 HitRegion square(int zpos, int left) {
     HitRegion region;
     region.zpos = zpos;
+    region.layer = static_cast<std::size_t>(zpos);
     region.hasBounds = true;
     region.left = left;
     region.width = 100;
@@ -91,6 +92,10 @@ TEST(HitTest, FollowsTheRules) {
         {"a neighbour of the layer goes before a margin", {with(square(1, 0), margin), square(1, 100)}, {105, 50}, "1 receives"},
         {"one of another layer does not",
          {with(square(9, 0), margin), square(1, 100)},
+         {105, 50},
+         "0 receives in margin, 1 receives"},
+        {"one of another layer with the same zpos does not",
+         {with(square(1, 0), margin), with(square(1, 100), [](HitRegion& region) { region.layer = 7; })},
          {105, 50},
          "0 receives in margin, 1 receives"},
         {"a layer that is not shown", {hidden, square(1, 0)}, {50, 50}, "1 receives"},

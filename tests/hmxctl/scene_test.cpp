@@ -89,10 +89,23 @@ TEST_F(Scene, HitNamesReceiverAndCovered) {
     EXPECT_EQ(services.run({"hit", "Driver", "1", "1"}).code, ExitCode::notFound);
 }
 
+TEST_F(Scene, LayersThatAreSwitchedOffTakeNoTouch) {
+    services.service("/hmxinputmanager").on("retrieve /Driver_Display", regions);
+    services.service("/hmxdisplaymanager")
+        .on("retrieve /layerConfig", R"([{"layersForDisplay":{"display":{"id":1,"name":"Driver_Display"},"layers":)"
+                                     R"({"infoForAllLayers":[{"id":1,"active":true},{"id":2,"active":false}]}}}])");
+    const Json hit = Json::parse(services.run({"hit", "Driver_Display", "45", "10", "-o", "json"}).out);
+    EXPECT_EQ(hit["receiver"]["region"]["regionID"], 1);
+    EXPECT_TRUE(hit["covered"].empty());
+    EXPECT_NE(services.run({"tree"}).out.find("layer Top  z 2  #2  inactive"), std::string::npos);
+}
+
 TEST_F(Scene, TreeLeavesOutWhatIsAway) {
     const hmxctl_test::Outcome without = services.run({"tree"});
     EXPECT_EQ(without.code, ExitCode::ok);
     EXPECT_NE(without.err.find("touch regions left out: no service /hmxinputmanager"), std::string::npos) << without.err;
+    EXPECT_NE(without.err.find("inactive layers not told apart: no service /hmxdisplaymanager"), std::string::npos)
+        << without.err;
     EXPECT_EQ(services.run({"hit", "Driver_Display", "1", "1"}).code, ExitCode::serviceAbsent);
     services.service("/hmxinputmanager").on("retrieve /Driver_Display", regions);
     const Json tree = Json::parse(services.run({"tree", "-o", "json"}).out);

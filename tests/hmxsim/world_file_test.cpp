@@ -62,6 +62,15 @@ TEST(WorldFile, NamesFileLineAndPathOfWhatIsWrong) {
          "w.json:2: inputmanager.displays[1]: \"A\" stands here a second time"},
         {"{\"inputmanager\": {\"displays\": [{\"name\": \"A\", \"shutter\": {\"status\": \"STATUS_BAD\"}}]}}",
          "w.json:1: inputmanager.displays[0].shutter.status: \"STATUS_BAD\" is none of STATUS_INIT, STATUS_OK, STATUS_ERROR"},
+        {"{\"inputmanager\": {\"displays\": [{\"name\": \"A\", \"regions\": [{\"hmi\": \"H\", \"infoForAllLayers\": "
+         "[{\"inputRegions\":"
+         "[{\"regionID\": 3}]}]},\n{\"hmi\": \"I\", \"infoForAllLayers\": [{\"inputRegions\": [{}, {\"regionID\": 3}]}]}]}]}}",
+         "w.json:2: inputmanager.displays[0].regions[1].infoForAllLayers[0].inputRegions[1].regionID: 3 stands here a second "
+         "time; "
+         "first in line 1"},
+        {"{\"inputmanager\": {\"displays\": [{\"name\": \"A\", \"regions\": [{\"hmi\": \"H\", \"infoForAllLayers\": []},\n"
+         "{\"hmi\": \"H\", \"infoForAllLayers\": []}]}]}}",
+         "w.json:2: inputmanager.displays[0].regions[1]: this HMI and component stand here a second time"},
         {"{\"popupmanager\": {\"displays\": {\"A\": [{\"name\": \"P\"},\n{\"name\": \"P\"}]}}}",
          "w.json:2: popupmanager.displays.A[1].name: \"P\" stands here a second time; first in line 1"},
         {"{\"popupmanager\": {\"displays\": {\"A\": [{\"name\": \"\xff\"}]}}}",

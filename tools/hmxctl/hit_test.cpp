@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <set>
 
 namespace hmxctl {
 namespace {
@@ -25,20 +26,14 @@ enum class Contact : std::uint8_t { none, margin, inside };
 // Rules 2 and 3, for `order`'s regions.
 std::vector<Contact> contacts(const std::vector<HitRegion>& regions, const std::vector<std::size_t>& order, TouchPoint touch) {
     std::vector<Contact> found(regions.size(), Contact::none);
-    for (auto first = order.begin(); first != order.end();) {
-        const auto last =
-            std::find_if(first, order.end(), [&](std::size_t i) { return regions[i].zpos != regions[*first].zpos; });
-        bool inside = false;
-        std::for_each(first, last, [&](std::size_t i) {
-            if (holds(regions[i], touch, {})) found[i] = Contact::inside;
-            inside = inside || found[i] == Contact::inside;
-        });
-        if (!inside) {
-            std::for_each(first, last, [&](std::size_t i) {
-                if (holdsInMargin(regions[i], touch)) found[i] = Contact::margin;
-            });
-        }
-        first = last;
+    std::set<std::size_t> hitLayers;
+    for (const std::size_t i : order) {
+        if (!holds(regions[i], touch, {})) continue;
+        found[i] = Contact::inside;
+        hitLayers.insert(regions[i].layer);
+    }
+    for (const std::size_t i : order) {
+        if (hitLayers.count(regions[i].layer) == 0 && holdsInMargin(regions[i], touch)) found[i] = Contact::margin;
     }
     return found;
 }

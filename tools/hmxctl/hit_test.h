@@ -15,7 +15,8 @@ struct TouchPoint {
 // An input region as the input manager reports it, with the place of its layer. Absent members have the values given here.
 // Thread: any (a value).
 struct HitRegion {
-    std::optional<int> zpos;  // of its layer on this display; nothing when the display does not show that layer
+    std::optional<int> zpos;  // of its layer on this display; nothing when the display does not show it
+    std::size_t layer = 0;    // which of the display's layers: two may have one zpos
     bool hasBounds = false;
     int left = 0;
     int top = 0;
@@ -53,7 +54,7 @@ struct HitResult {
 // The rules:
 //
 //  1. Regions are ordered by the zpos of their layer, highest first, and within a layer as the input manager lists them, first
-//     one topmost. A region whose layer the display does not show takes no part.
+//     one topmost. A region whose layer the display does not have, or has switched off, takes no part.
 //  2. A region lies under the touch if its bounds hold the point: left and top edge belong to it, right and bottom edge do not.
 //     Without bounds, or with an empty one, it covers nothing.
 //  3. Where no region of a layer holds the point, those of that layer count whose bounds, widened by `hitOutside` (posX to the

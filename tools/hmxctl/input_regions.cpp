@@ -87,7 +87,9 @@ const Json* findLayer(const Json& layers, const std::string& name) {
 
 HitRegion asHitRegion(const Json& region, const Json& layers) {
     HitRegion hit;
-    if (const Json* layer = findLayer(layers, text(region, "layer"))) {
+    const Json* layer = findLayer(layers, text(region, "layer"));
+    if (layer != nullptr && member(*layer, "active") != false) {
+        hit.layer = static_cast<std::size_t>(layer - &layers.front());
         // A layer without a place in the order lies at the very back.
         const Json& zpos = member(*layer, "zpos");
         hit.zpos = zpos.is_number_integer() ? zpos.get<int>() : INT_MIN;

@@ -29,7 +29,8 @@ std::string hintFor(std::uint16_t status, const std::string& service) {
             return service == "/hmx" ? "`hmxctl describe` shows the paths and commands that there are" : "";
         case ExitCode::rejected:
             if (service == "/hmxsim") return "`hmxctl help sim` shows the forms";
-            return service == "/hmx" && status == 400 ? "`hmxctl describe RESOURCE` shows what it takes" : "";
+            if (status >= 500) return "the log of the service may tell more";
+            return service == "/hmx" ? "`hmxctl describe RESOURCE` shows what it takes" : "";
         default:
             return {};
     }

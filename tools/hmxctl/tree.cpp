@@ -68,6 +68,7 @@ private:
         std::string label = styled("layer " + printable(name.empty() ? number : name), Style::cyan, colour_);
         add(label, zpos.is_null() ? "no z" : "z " + compact(zpos));
         if (!name.empty()) add(label, number, Style::dim);
+        if (member(layer, "active") == false) add(label, "inactive", Style::yellow);
         branch("", last, label);
         children(layer, last ? "   " : "│  ", false);
     }

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <limits>
@@ -186,6 +187,8 @@ DocumentError::DocumentError(std::string_view file, int line, std::string_view p
       }()} {}
 
 Document Document::fromFile(const std::string& file) {
+    std::error_code ignored;
+    if (std::filesystem::is_directory(file, ignored)) throw DocumentError(file, 0, "", std::strerror(EISDIR));
     std::ifstream stream{file, std::ios::binary};
     std::ostringstream text;
     if (stream) text << stream.rdbuf();

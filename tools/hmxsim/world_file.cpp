@@ -8,8 +8,12 @@
 // refused. Elements that clients could not tell apart are refused too.
 #include "world_file.h"
 
+#include <cstdint>
 #include <filesystem>
+#include <map>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <utility>
 
 #include "managers.h"
 
@@ -45,6 +49,37 @@ void readDisplayManager(const Document& document, const Node& part, const std::s
     });
 }
 
+// A display's regions are told apart by their ids, whichever HMI's they are, and its HMIs by name and component.
+void refuseRepeatedRegions(const Document& document, const Node& display, const std::string& path) {
+    std::map<std::int64_t, int> lines;
+    std::set<std::pair<std::string, std::string>> hmis;
+    const auto eachOf = [](const Node& parent, const char* key, const std::string& place, auto visit) {
+        withMember(parent, key, place, [&](const Node& list, const std::string& listPath) {
+            for (std::size_t i = 0; i < list.children.size(); ++i) visit(list.children[i], elementPath(listPath, i));
+        });
+    };
+    const auto textOf = [](const Node& parent, const char* key) {
+        const Node* const node = parent.find(key);
+        return node == nullptr ? std::string{} : node->text;
+    };
+    eachOf(display, "regions", path, [&](const Node& hmi, const std::string& hmiPath) {
+        if (!hmis.emplace(textOf(hmi, "hmi"), textOf(hmi, "subComponent")).second) {
+            document.refuse(hmi, hmiPath, "this HMI and component stand here a second time");
+        }
+        eachOf(hmi, "infoForAllLayers", hmiPath, [&](const Node& layer, const std::string& layerPath) {
+            eachOf(layer, "inputRegions", layerPath, [&](const Node& region, const std::string& regionPath) {
+                withMember(region, "regionID", regionPath, [&](const Node& id, const std::string& idPath) {
+                    const auto [first, isNew] = lines.emplace(id.integer, id.line);
+                    if (isNew) return;
+                    document.refuse(id, idPath,
+                                    std::to_string(id.integer) + " stands here a second time; first in line " +
+                                        std::to_string(first->second));
+                });
+            });
+        });
+    });
+}
+
 void readInputManager(const Document& document, const Node& part, const std::string& path, World& world) {
     document.expectKeys(part, {"displays"}, path);
     withMember(part, "displays", path, [&](const Node& node, const std::string& place) {
@@ -56,6 +91,7 @@ void readInputManager(const Document& document, const Node& part, const std::str
                 display.name = child.text;
             } else {
                 display = document.read<InputDisplay>(child, elementPath(place, i));
+                refuseRepeatedRegions(document, child, elementPath(place, i));
                 assignRegionIds(display);
             }
             if (world.findInputDisplay(display.name) != nullptr) {

@@ -5,6 +5,7 @@
 #include "elements.h"
 #include "hit_test.h"
 #include "input_regions.h"
+#include "layer_states.h"
 #include "render.h"
 #include "verbs/verbs.h"
 
@@ -114,7 +115,8 @@ ExitCode runHit(Context& context) {
 
     const Resource& configurations = resourceNamed("layerconfigurations", "hit");
     const Target layers{&configurations, touch.display};
-    const Json configuration = decode(elements.request("retrieve", configurations, elements.find(layers), nullptr).payload);
+    Json configuration = decode(elements.request("retrieve", configurations, elements.find(layers), nullptr).payload);
+    if (configuration.contains("layers")) markInactive(configuration["layers"], readInactiveLayers(context)[touch.display]);
 
     touch.regions = readInputRegions(context, touch.display);
     for (const Json& region : touch.regions) touch.areas.push_back(asHitRegion(region, member(configuration, "layers")));

@@ -4,6 +4,7 @@
 
 #include "elements.h"
 #include "input_regions.h"
+#include "layer_states.h"
 #include "render.h"
 #include "suggest.h"
 #include "verbs/verbs.h"
@@ -62,6 +63,7 @@ ExitCode runTree(Context& context) {
     Elements elements{context};
     const std::vector<Json> all = elements.list(displays, nullptr);
     const std::vector<Json> layers = elements.list(configurations, nullptr);
+    const std::map<std::string, std::set<int>> inactive = readInactiveLayers(context);
 
     Optional popupManager{context};
     Optional inputManager{context};
@@ -72,6 +74,7 @@ ExitCode runTree(Context& context) {
         for (const Json& configuration : layers) {
             if (configurations.idOf(name) == idOfElement(configuration)) scene.layers = member(configuration, "layers");
         }
+        if (const auto found = inactive.find(name); found != inactive.end()) markInactive(scene.layers, found->second);
         scene.popups = popupManager.tried("popups", [&] { return elements.list(popups, Json{{"display", name}}); });
         scene.regions = inputManager.tried("touch regions", [&] { return readInputRegions(context, name); });
         scenes.push_back(makeScene(scene));

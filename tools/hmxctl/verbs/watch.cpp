@@ -43,7 +43,7 @@ public:
         if (asLines()) {
             line("snapshot", std::to_string(elements.size()) + (elements.size() == 1 ? " element" : " elements"), Style::cyan);
             for (const Json& element : elements) out_.line("  " + summary(element, {}));
-            return;
+            return out_.flush();
         }
         Json event = begin("snapshot");
         event["elements"] = elements;
