@@ -9,7 +9,7 @@
 #include <string_view>
 #include <vector>
 
-#include "harness/provider.h"
+#include "harness/roles.h"
 #include "promises.h"
 
 namespace {
@@ -64,7 +64,7 @@ bool drive(const campaign::Promise& promise, const campaign::Scope& scope) {
 int main(int argc, char** argv) {
     // What the runtimes inside this process have to say belongs to no line of ours.
     ::setenv("KELO_TRACE", "*=5", 0);
-    if (argc == 3 && std::string_view{argv[1]} == "--provide") return campaign::provide(argv[2]);
+    if (const int status = campaign::play(argc, argv); status >= 0) return status;
     campaign::Scope scope;
     scope.programs = std::filesystem::canonical("/proc/self/exe").parent_path();
     scope.faultsLibrary = scope.programs + "/libhmxfaults.so";

@@ -30,6 +30,8 @@ constexpr std::array all{
     Promise{"failpoint", "at every step of its life an upstream service may be killed, stopped or cut off", &driveFailpoint,
             true},
     Promise{"soak", "nothing is lost and nothing gathers while clients and upstream services come and go", &driveSoak},
+    Promise{"identity", "who somebody is, the kernel says: strangers are neither served nor trusted, unsafe directories refused",
+            &driveIdentity},
 };
 
 }  // namespace

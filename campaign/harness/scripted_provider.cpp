@@ -17,7 +17,8 @@ bool isReadable(int fd) {
 
 }  // namespace
 
-ScriptedProvider::ScriptedProvider(const std::string& path, Script script) : script_{std::move(script)} {
+ScriptedProvider::ScriptedProvider(const std::string& path, Script script, Bytes hello)
+    : script_{std::move(script)}, hello_{std::move(hello)} {
     listener_ = listenAt(path + ".new");
     if (listener_ < 0 || ::rename((path + ".new").c_str(), path.c_str()) != 0) throw Failure{"cannot listen at " + path};
     thread_ = std::thread{[this] { run(); }};
@@ -45,7 +46,7 @@ void ScriptedProvider::serve(int fd) {
         if (!reader.receive(fd)) return;
         while (const auto frame = reader.take()) {
             if (frame->type == hello) {
-                send(helloAnswer());
+                send(hello_);
             } else {
                 script_(*frame, send);
             }

@@ -18,7 +18,7 @@ public:
     using Send = std::function<void(const Bytes&)>;
     using Script = std::function<void(const Frame&, const Send& send)>;
 
-    ScriptedProvider(const std::string& path, Script script);
+    ScriptedProvider(const std::string& path, Script script, Bytes hello = helloAnswer());
     ScriptedProvider(const ScriptedProvider&) = delete;
     ScriptedProvider& operator=(const ScriptedProvider&) = delete;
     ~ScriptedProvider();
@@ -28,6 +28,7 @@ private:
     void serve(int fd);
 
     const Script script_;
+    const Bytes hello_;
     int listener_ = -1;
     std::atomic<bool> isOver_{false};
     std::thread thread_;

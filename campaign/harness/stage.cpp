@@ -27,8 +27,9 @@ std::string Stage::socket(std::string_view servicePath) const {
 }
 
 std::unique_ptr<Process> Stage::start(std::vector<std::string> command, std::vector<std::string> environment,
-                                      const std::string& log) const {
+                                      const std::string& log, uid_t uid) const {
     Process::Start start;
+    start.uid = uid;
     start.log = folder_ + "/" + (log.empty() ? std::filesystem::path{command.at(0)}.filename().string() + ".log" : log);
     start.command = std::move(command);
     start.environment = {"KELO_RUNTIME_DIR=" + folder_ + "/run", "KELO_TRACE=*=3"};
@@ -92,12 +93,17 @@ void Stage::awaitServing(milliseconds patience) const {
     if (!eventually([&] { return isServing(); }, patience)) throw Failure{"the bridge does not come to serve:\n" + log()};
 }
 
-std::string Stage::log() const {
+std::string Stage::read(const std::string& file) {
     std::ostringstream text;
+    text << std::ifstream{file}.rdbuf();
+    return text.str();
+}
+
+std::string Stage::log() const {
+    std::string all;
     for (const auto& entry : std::filesystem::directory_iterator{folder_}) {
-        if (entry.path().extension() == ".log") text << std::ifstream{entry.path()}.rdbuf();
+        if (entry.path().extension() == ".log") all += read(entry.path());
     }
-    std::string all = text.str();
     constexpr std::size_t most = 4000;
     if (all.size() > most) all.erase(0, all.size() - most);
     return all;

@@ -28,13 +28,13 @@ public:
     std::string socket(std::string_view servicePath) const;
 
     // Each starts a program in this domain; `environment` in addition; `log`: the file for its output, named after the program if
-    // empty.
+    // empty; `uid`: as whom, if not as ourselves.
     std::unique_ptr<Process> start(std::vector<std::string> command, std::vector<std::string> environment = {},
-                                   const std::string& log = {}) const;
+                                   const std::string& log = {}, uid_t uid = 0) const;
     std::unique_ptr<Process> startBridge(std::vector<std::string> environment = {}) const;
     std::unique_ptr<Process> startSim(std::vector<std::string> arguments = {}, std::vector<std::string> environment = {}) const;
 
-    // A provider of one service that echoes: see provider.h.
+    // A provider of one service that echoes: see roles.h.
     std::unique_ptr<Process> startProvider(const std::string& servicePath) const;
 
     // Whether the bridge knows of all upstream services, and answers what it has to ask them for.
@@ -51,6 +51,7 @@ public:
 
     // What the programs wrote lately.
     std::string log() const;
+    static std::string read(const std::string& file);
 
 private:
     const Scope& scope_;

@@ -1,9 +1,12 @@
-#include "harness/provider.h"
+#include "harness/roles.h"
 
 #include <unistd.h>
 
-#include <cstdio>
+#include <string_view>
+#include <utility>
 
+#include "harness/client.h"
+#include "harness/scripted_provider.h"
 #include "kelo/resource_handler.h"
 #include "kelo/runtime/kelo_runtime.h"
 
@@ -45,6 +48,29 @@ int provide(const std::string& servicePath) {
     if (!runtime->start(0)) return 1;
     runtime->registerService(servicePath, service, &published);
     for (;;) ::pause();
+}
+
+int ask(const std::string& socket) {
+    try {
+        Client client{socket};
+        return client.call("retrieve", "/displays", {}, milliseconds{3000}).status == 200 ? 0 : 1;
+    } catch (const Failure&) {
+        return 1;
+    }
+}
+
+int pose(const std::string& socket) {
+    const ScriptedProvider provider{socket, [](const Frame&, const ScriptedProvider::Send&) {}};
+    for (;;) ::pause();
+}
+
+int play(int argc, const char* const* argv) {
+    constexpr std::pair<std::string_view, int (*)(const std::string&)> roles[] = {
+        {"--provide", &provide}, {"--ask", &ask}, {"--pose", &pose}};
+    for (const auto& [name, role] : roles) {
+        if (argc == 3 && argv[1] == name) return role(argv[2]);
+    }
+    return -1;
 }
 
 }  // namespace campaign
