@@ -1,11 +1,14 @@
 #!/usr/bin/env python3
-"""Measures the road of a request against the bare floor and prints one table. Usage: run.py BUILD_DIR [--json FILE] [--rounds N]
+"""Measures the road of a request and prints one table; `--json FILE` keeps it. Usage: run.py BUILD_DIR [--seconds N] [--json FILE]
 
-Every figure of the bridge stands beside the same figure of the floor relay from the same round, and what counts is their ratio: absolute times
-depend on the machine and its mood. Rounds are shuffled; the table shows medians with minimum and maximum.
+What is measured stands beside the floor, a relay that does the same hand-overs and nothing else, and what counts is the ratio of the two in
+the same round: absolute times depend on the machine and its mood. In a round, the systems are shuffled for every task; the table shows
+medians with minimum and maximum.
+docs/performance.md says what each figure means.
 """
 
 import argparse
+import contextlib
 import json
 import os
 import pathlib
@@ -17,173 +20,370 @@ import subprocess
 import sys
 import tempfile
 import time
+import uuid
 
-UPSTREAMS = ["/hmxdisplaymanager", "/hmxinputmanager", "/hmxpopupmanager"]
-MIMES = {"json": "application/json", "msgpack": "application/vnd.msgpack", "cbor": "application/vnd.ixobin"}
+FLOOR, BRIDGE, DBUS, GRPC = "floor", "bridge", "sd-bus", "gRPC"
+MIMES = {BRIDGE: "application/json", "msgpack": "application/vnd.msgpack", "cbor": "application/vnd.ixobin"}
+PEERS = {DBUS: "peer_sdbus", GRPC: "peer_grpc"}
+IDLE_SECONDS = 3
+WATCHERS = REGIONS = (1, 10, 100, 1000)
+POLICY = '<policy context="default"><allow send_destination="*"/><allow receive_sender="*"/><allow own="*"/></policy>'
+
+
+class Process:
+    """A process of ours, and what the kernel has written down about it."""
+
+    def __init__(self, command, cpu, directory, ready):
+        pinned = ["taskset", "-c", str(cpu)] if cpu is not None else []
+        self.log = directory / "log"
+        with self.log.open("a", encoding="utf-8") as log:
+            self.process = subprocess.Popen([*pinned, *map(str, command)], env=dict(os.environ, KELO_RUNTIME_DIR=str(directory)),
+                                            stdout=subprocess.PIPE if ready else log, stderr=log, text=True)
+        if ready and not self.process.stdout.readline():
+            sys.exit(f"run.py: {command[0]} did not start: {self.log.read_text(encoding='utf-8')}")
+        self.pid = self.process.pid
+
+    def threads(self, file):
+        for task in pathlib.Path(f"/proc/{self.pid}/task").iterdir():
+            with contextlib.suppress(FileNotFoundError):  # a thread that has just ended
+                yield (task / file).read_text()
+
+    def cpu_seconds(self):
+        return sum(int(text.split()[0]) for text in self.threads("schedstat")) / 1e9
+
+    def switches(self, kinds):
+        return sum(int(number) for text in self.threads("status") for number in re.findall(rf"^{kinds}_ctxt_switches:\s+(\d+)", text, re.M))
+
+    def memory_mib(self):
+        return int(re.search(r"^VmRSS:\s+(\d+)", pathlib.Path(f"/proc/{self.pid}/status").read_text(), re.M).group(1)) / 1024
+
+    def close(self):
+        self.process.terminate()
+        try:
+            self.process.wait(timeout=5)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            self.process.wait()
+        if self.process.stdout:
+            self.process.stdout.close()
 
 
 class Stage:
-    """The processes between which one thing is measured: upstream, and bridge or floor."""
+    """Everything between which one system is measured: its upstream service, what stands in the middle, and a directory to meet in."""
 
-    def __init__(self, binaries, kind, cpu):
-        self.directory = tempfile.mkdtemp(prefix="road-")
-        self.binaries = binaries
-        self.cpu = cpu
-        environment = dict(os.environ, KELO_RUNTIME_DIR=self.directory)
-        domain = os.path.join(self.directory, "local")
-        os.mkdir(domain, 0o700)
-        self.domain = domain
-        self.log = open(os.path.join(self.directory, "log"), "w", encoding="utf-8")
-        self.processes = [self.start([binaries / "road", "upstream", domain, *UPSTREAMS], environment)]
-        for service in UPSTREAMS:
-            self.wait_for(service)
-        begin = time.monotonic()
-        if kind == "floor":
-            self.service = "/floor"
-            middle = [binaries / "road", "relay", domain, "/floor", UPSTREAMS[0]]
+    def __init__(self, binaries, system, cpu=None, sends="gathered"):
+        self.system, self.cpu, self.sends, self.slow = system, cpu, sends, system in PEERS
+        self.directory = pathlib.Path(tempfile.mkdtemp(prefix="road-"))
+        self.domain = self.directory / "local"
+        self.domain.mkdir(mode=0o700)
+        self.processes, self.middle = [], []
+        if self.slow:
+            self.tool = [binaries / PEERS[system]]
+            self.arguments = [self.domain]
+            if system == DBUS:
+                self.middle.append(self.start(self.bus()))
+            self.upstream = self.start([*self.tool, "upstream", self.domain])
+            self.middle.append(self.start([*self.tool, "relay", self.domain]))
         else:
-            self.service = "/hmx"
-            middle = [binaries / "hmxtolubridge"]
-        self.processes.append(self.start(middle, environment))
-        self.wait_for(self.service)
-        self.client(1, warmup=0)
-        self.ready_ms = (time.monotonic() - begin) * 1000
-        self.middle = self.processes[-1].pid
+            self.tool = [binaries / "road"]
+            self.upstream = self.start([*self.tool, "upstream", self.domain, f"sends={sends}"])
+            self.middle_command = [binaries / "hmxtolubridge"]
+            self.arguments = [self.domain, "/hmx"]
+            if system == FLOOR:
+                self.middle_command = [*self.tool, "relay", self.domain, "/floor", "/hmxdisplaymanager"]
+                self.arguments = [self.domain, "/floor"]
 
-    def start(self, command, environment):
-        prefix = ["taskset", "-c", str(self.cpu)] if self.cpu is not None else []
-        return subprocess.Popen([*prefix, *map(str, command)], env=environment, stdout=self.log, stderr=self.log)
+    def __enter__(self):
+        return self
 
-    def wait_for(self, service):
-        path = os.path.join(self.domain, service.replace("/", "%2F") + ".sock")
-        for _ in range(2000):
-            if os.path.exists(path):
-                return
-            time.sleep(0.002)
-        raise SystemExit(f"run.py: {service} did not appear; log: {self.log.name}")
-
-    def client(self, count, in_flight=1, connections=1, warmup=None, mime="json"):
-        warmup = max(200, count // 10) if warmup is None else warmup
-        prefix = ["taskset", "-c", str(self.cpu)] if self.cpu is not None else []
-        command = [*prefix, str(self.binaries / "road"), "client", self.domain, self.service, str(count), str(in_flight), str(connections),
-                   str(warmup), MIMES[mime]]
-        done = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False)
-        if done.returncode != 0:
-            raise SystemExit(f"run.py: {' '.join(command)}: {done.stderr}")
-        return json.loads(done.stdout)
-
-    def cpu_seconds(self):
-        """Processor time of the middle process, all threads, from the scheduler's own account."""
-        total = 0
-        for task in pathlib.Path(f"/proc/{self.middle}/task").iterdir():
-            total += int((task / "schedstat").read_text().split()[0])
-        return total / 1e9
-
-    def sleeps(self):
-        total = 0
-        for task in pathlib.Path(f"/proc/{self.middle}/task").iterdir():
-            total += int(re.search(r"^voluntary_ctxt_switches:\s+(\d+)", (task / "status").read_text(), re.M).group(1))
-        return total
-
-    def memory_mib(self):
-        return int(re.search(r"^VmRSS:\s+(\d+)", pathlib.Path(f"/proc/{self.middle}/status").read_text(), re.M).group(1)) / 1024
-
-    def system_calls(self, count):
-        """System calls per request, counted by strace over a bounded run; None where strace is missing or not permitted."""
-        if shutil.which("strace") is None:
-            return None
-        output = os.path.join(self.directory, "strace")
-        tracer = subprocess.Popen(["strace", "-f", "-c", "-o", output, "-p", str(self.middle)], stderr=subprocess.PIPE, text=True)
-        time.sleep(0.3)
-        if tracer.poll() is not None:
-            return None
-        self.client(count, warmup=0)
-        tracer.terminate()
-        tracer.wait(timeout=10)
-        match = re.search(r"^100\.00\s+\S+\s+(?:\S+\s+)?(\d+)(?:\s+\d+)? total", pathlib.Path(output).read_text(), re.M)
-        return int(match.group(1)) / count if match else None
-
-    def close(self):
+    def __exit__(self, *_):
         for process in reversed(self.processes):
-            process.kill()
-            process.wait()
-        self.log.close()
+            process.close()
         shutil.rmtree(self.directory, ignore_errors=True)
 
+    def bus(self):
+        """A private bus at DIR/bus: dbus-broker where there is one."""
+        if shutil.which("dbus-broker"):
+            return [*self.tool, "broker", self.domain]
+        config = self.directory / "bus.conf"
+        config.write_text(f"<busconfig><listen>unix:path={self.domain}/bus</listen>{POLICY}</busconfig>", encoding="utf-8")
+        return ["dbus-daemon", f"--config-file={config}", "--nofork", "--print-address"]
 
-def measure(binaries, kind, mime, quick):
-    figures = {}
-    scale = 1 if quick else 3
-    stage = Stage(binaries, kind, cpu=0)
-    try:
-        count = 4000 * scale
-        before_cpu, before_sleeps = stage.cpu_seconds(), stage.sleeps()
-        result = stage.client(count, mime=mime)
-        requests = count + max(200, count // 10)
-        figures["p50 pinned, us"] = result["p50_us"]
-        figures["p99 pinned, us"] = result["p99_us"]
-        figures["CPU per request pinned, us"] = (stage.cpu_seconds() - before_cpu) / requests * 1e6
-        figures["sleeps per request"] = (stage.sleeps() - before_sleeps) / requests
-        figures["requests/s pinned, 32 in flight"] = stage.client(count * 2, in_flight=32, mime=mime)["per_second"]
-        figures["requests/s pinned, 8 clients"] = stage.client(count // 4, connections=8, mime=mime)["per_second"]
-        figures["memory, MiB"] = stage.memory_mib()
-        figures["start to first answer, ms"] = stage.ready_ms
-        if mime == "json":
-            calls = stage.system_calls(2000)
-            if calls is not None:
-                figures["system calls per request"] = calls
-    finally:
-        stage.close()
-    if mime == "json":
-        stage = Stage(binaries, kind, cpu=None)
-        try:
-            result = stage.client(4000 * scale)
-            figures["p50 free, us"] = result["p50_us"]
-            figures["p99 free, us"] = result["p99_us"]
-            figures["requests/s free, 32 in flight"] = stage.client(8000 * scale, in_flight=32)["per_second"]
-        finally:
-            stage.close()
+    def start(self, command, ready=True):
+        process = Process(command, self.cpu, self.directory, ready)
+        self.processes.append(process)
+        return process
+
+    def ready(self):
+        """With the middle up and used once, but for peers, which are up already."""
+        if not self.middle:
+            self.middle.append(self.start(self.middle_command, ready=self.system == FLOOR))
+        self.client(200)
+        return self
+
+    def command(self, role, **options):
+        pinned = ["taskset", "-c", str(self.cpu)] if self.cpu is not None else []
+        return list(map(str, [*pinned, *self.tool, role, *self.arguments, *(f"{key}={value}" for key, value in options.items())]))
+
+    def run(self, command):
+        done = subprocess.run(command, capture_output=True, text=True, timeout=120, check=False,
+                              env=dict(os.environ, KELO_RUNTIME_DIR=str(self.directory)))
+        if done.returncode != 0:
+            sys.exit(f"run.py: {' '.join(command)}: {done.stderr}")
+        return json.loads(done.stdout.splitlines()[-1])
+
+    def client(self, count, **options):
+        """The client's figures and, per request, what the others have spent on it."""
+        if self.system in MIMES:
+            options.setdefault("mime", MIMES[self.system])
+        before = self.spent()
+        result = self.run(self.command("client", count=count, warm_up=max(100, count // 10), sends=self.sends, **options))
+        middle, everybody, sleeps = ((after - then) / result["requests"] for after, then in zip(self.spent(), before))
+        return dict(result, middle_us=middle * 1e6, total_us=everybody * 1e6 + result["cpu_us"], sleeps=sleeps)
+
+    def spent(self):
+        middle = sum(process.cpu_seconds() for process in self.middle)
+        return middle, middle + self.upstream.cpu_seconds(), sum(process.switches("voluntary") for process in self.middle)
+
+    def system_calls(self, count):
+        """System calls per request; None where strace is missing or not permitted."""
+        if shutil.which("strace") is None:
+            return None
+        output = self.directory / "strace"
+        attach = [word for process in self.middle for word in ("-p", str(process.pid))]
+        with subprocess.Popen(["strace", "-f", "-c", "-o", output, *attach], stderr=subprocess.PIPE, text=True) as tracer:
+            if any("attached" not in tracer.stderr.readline() for _ in self.middle):
+                return None
+            requests = self.client(count)["requests"]
+            tracer.terminate()
+        match = re.search(r"^100\.00\s+\S+\s+\S+\s+(\d+)(?:\s+\d+)?\s+total", output.read_text(encoding="utf-8"), re.M)
+        return int(match.group(1)) / requests if match else None
+
+
+def quietest(measure):
+    """Of a few tries: what else runs on the machine can only make them slower."""
+    return min(measure() for _ in range(3))
+
+
+# The tasks of a round: what of a stage's road is measured while it stands. Peers are slow, and asked less.
+def one_in_flight(stage):
+    one = stage.client(1000 if stage.slow else 3000)
+    return {"p50 pinned, us": one["p50_us"], "p99 pinned, us": one["p99_us"], "CPU in the middle, us": one["middle_us"],
+            "sleeps": one["sleeps"]}
+
+
+def many_in_flight(stage):
+    deep = stage.client(1500 if stage.slow else 10000, in_flight=32)
+    return {f"requests/s pinned, 32 {stage.sends}": deep["per_second"], f"CPU of all, us, 32 {stage.sends}": deep["total_us"]}
+
+
+def many_clients(stage):
+    many = stage.client(200 if stage.slow else 1000, clients=8)
+    return {"requests/s pinned, 8 clients": many["per_second"], "CPU of all, us, 8 clients": many["total_us"]}
+
+
+def system_calls(stage):
+    calls = stage.system_calls(500)
+    memory = sum(process.memory_mib() for process in stage.middle)
+    return {"memory in the middle, MiB": memory} | ({} if calls is None else {"system calls": calls})
+
+
+def free_of_pins(stage):
+    one = stage.client(500 if stage.slow else 3000)
+    deep = stage.client(1500 if stage.slow else 10000, in_flight=32)
+    many = stage.client(200 if stage.slow else 1000, clients=8)
+    return {"p50 free, us": one["p50_us"], "p99 free, us": one["p99_us"], "requests/s free, 32 gathered": deep["per_second"],
+            "requests/s free, 8 clients": many["per_second"]}
+
+
+def start_to_first_answer(stage):
+    command = stage.command("start") + list(map(str, stage.middle_command))
+    return {"start to first answer, ms": quietest(lambda: stage.run(command)["first_answer_ms"])}
+
+
+def measure_road(binaries, systems):
+    """What is compared with the floor. Each task is done with all systems, one right after the other, before the next one."""
+    ours = [system for system in systems if system not in PEERS]
+    plan = [
+        (systems, {"cpu": 0}, [one_in_flight, many_in_flight, many_clients, system_calls]),
+        (ours, {"cpu": 0, "sends": "single"}, [many_in_flight]),
+        ([system for system in systems if system not in ("msgpack", "cbor")], {}, [free_of_pins]),
+    ]
+    figures = {system: {} for system in systems}
+    for those, how, tasks in plan:
+        with contextlib.ExitStack() as stages:
+            ready = [stages.enter_context(Stage(binaries, system, **how)).ready() for system in those]
+            for task in tasks:
+                for stage in random.sample(ready, len(ready)):
+                    figures[stage.system] |= task(stage)
+    for system in random.sample((FLOOR, BRIDGE), 2):
+        with Stage(binaries, system) as stage:
+            figures[system] |= start_to_first_answer(stage)
     return figures
+
+
+def measure_rest(binaries):
+    """What is measured of the bridge alone."""
+    figures = {}
+    with Stage(binaries, BRIDGE) as free:
+        bridge = free.ready().middle[0]
+        before = bridge.switches("(?:non)?voluntary")
+        time.sleep(IDLE_SECONDS)
+        figures[f"wake-ups in {IDLE_SECONDS} s idle"] = bridge.switches("(?:non)?voluntary") - before
+        ways = {"p99 beside 1000 watchers": {"count": 10000}, "p99 beside 1000 watchers, paced": {"count": 500, "interval_us": 1000}}
+        own = {name: quietest(lambda how=how: free.client(**how)["p99_us"]) for name, how in ways.items()}
+        watching = free.start(free.command("watch", watchers=1000, changes=100000, interval_us=50000))
+        for name, how in ways.items():
+            figures[f"{name}, to its own"] = quietest(lambda how=how: free.client(**how)["p99_us"]) / own[name]
+        watching.close()
+    return figures
+
+
+def measure_growth(binaries):
+    """By what is measured, and by how many there are of what grows."""
+    series = {}
+
+    def note(name, number, value):
+        series.setdefault(name, {})[number] = value
+
+    with Stage(binaries, BRIDGE, cpu=0) as pinned:
+        bridge = pinned.ready().middle[0]
+        for watchers in WATCHERS:
+            changes = 20
+            before = bridge.cpu_seconds()
+            result = pinned.run(pinned.command("watch", watchers=watchers, changes=changes))
+            note("us from a popup's change to its last watcher", watchers, result["p50_us"])
+            note("bridge's CPU for a popup's change, us", watchers, (bridge.cpu_seconds() - before) / changes * 1e6)
+        regions_a, regions_b = ('"regions":{"infoForAllLayers":[{"layer":"%s"}]}' % layer for layer in "AB")
+        body = '{"display":"Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","subComponent":"map%",' + regions_a + "}"
+        first = uuid.uuid5(uuid.NAMESPACE_URL, "Driver_DisplayHMI_ID_ANDROID_DRIVERmap1")
+        for regions in REGIONS:
+            pinned.run(pinned.command("client", command="insert", path="/regionconfigurations", body=body, count=regions))
+            for command, change in (("retrieve", ""), ("update", "{" + regions_b + "}")):
+                result = pinned.client(500, command=command, path=f"/regionconfigurations/{first}", body=change)
+                note(f"bridge's CPU to {command} one region configuration, us", regions, result["middle_us"])
+    return series
+
+
+def measure_parts(binaries):
+    """The benchmarks of the parts, as they print themselves, in nanoseconds of CPU."""
+    command = [binaries / "micro", "--benchmark_format=json", "--benchmark_min_time=0.1"]
+    done = subprocess.run(command, capture_output=True, text=True, check=True)
+    parts, slopes = {}, {}
+    for part in json.loads(done.stdout)["benchmarks"]:
+        if part["run_type"] == "iteration":
+            parts[part["name"].removesuffix("/real_time")] = part["real_time"] if part["name"].endswith("real_time") else part["cpu_time"]
+        elif part.get("aggregate_name") == "BigO":
+            slopes[part["run_name"]] = f"{part['cpu_coefficient']:.3g} {part['big_o']}"
+    return {"nanoseconds": parts, "slopes": slopes}
+
+
+def spread(values):
+    return {"median": statistics.median(values), "min": min(values), "max": max(values)}
+
+
+def compare(rounds, systems):
+    """For each figure and system the values and the ratios to the floor; for the bridge also those to the peers."""
+    table = {}
+    for system in systems:
+        for figure in rounds[0][system]:
+            pairs = [(done[system][figure], done) for done in rounds if figure in done[system]]
+            row = table.setdefault(figure, {}).setdefault(system, spread([value for value, _ in pairs]))
+            for other in (FLOOR, *PEERS) if system == BRIDGE else (FLOOR,):
+                ratios = [value / done[other][figure] for value, done in pairs if done.get(other, {}).get(figure)]
+                if other != system and ratios:
+                    row[f"to {other}"] = spread(ratios)
+    return table
+
+
+def slope(points):
+    """Of the least-squares line."""
+    numbers = [float(number) for number in points]
+    mean_x, mean_y = statistics.mean(numbers), statistics.mean(points.values())
+    return sum((float(x) - mean_x) * (y - mean_y) for x, y in points.items()) / sum((x - mean_x) ** 2 for x in numbers)
+
+
+def show(report):
+    def cells(row, width):
+        print(f"{row[0]:46}" + "".join(f"{cell:>{width}}" for cell in row[1:]))
+
+    def number(values):
+        texts = (f"{values[key]:.0f}" if values[key] >= 1000 else f"{values[key]:.3g}" for key in ("median", "min", "max"))
+        return "{} ({}-{})".format(*texts)
+
+    for name in report["left out"]:
+        print(f"left out: {name}")
+    systems = report["systems"]
+    cells(["per request, and as ratio to the floor", *systems], 32)
+    for figure, row in report["figures"].items():
+        cells([figure, *(number(row[system]) + (f" x{row[system]['to floor']['median']:.2f}" if "to floor" in row[system] else "")
+                         if system in row else "-" for system in systems)], 32)
+    print()
+    others = [system for system in systems if system in (FLOOR, *PEERS)]
+    cells(["the bridge as ratio to", *others], 32)
+    for figure, row in report["figures"].items():
+        ratios = [row.get(BRIDGE, {}).get(f"to {other}") for other in others]
+        if any(ratios):
+            cells([figure, *(number(ratio) if ratio else "-" for ratio in ratios)], 32)
+    print()
+    for figure, values in report["rest"].items():
+        cells([figure, number(values)], 32)
+    print()
+    cells(["with so many of them", *WATCHERS, "slope"], 14)
+    for name, points in report["growth"].items():
+        cells([name, *(f"{value:.4g}" for value in points["values"].values()), f"{points['slope']:.3g}"], 14)
+    if report["parts"]:
+        print()
+        cells(["parts", "ns"], 14)
+        for name, value in report["parts"]["nanoseconds"].items():
+            cells([name, f"{value:.0f}"], 14)
+        for name, value in report["parts"]["slopes"].items():
+            cells([f"slope of {name}", value], 14)
 
 
 def main():
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("build", type=pathlib.Path)
+    parser.add_argument("--seconds", type=float, default=200, help="begin no further round after that time")
     parser.add_argument("--json", type=pathlib.Path)
-    parser.add_argument("--rounds", type=int, default=5)
-    parser.add_argument("--quick", action="store_true")
     arguments = parser.parse_args()
     binaries = (arguments.build / "bin").resolve()
-    subjects = [("floor", "json"), ("bridge", "json"), ("bridge", "msgpack"), ("bridge", "cbor")]
-    rounds = []
-    for index in range(arguments.rounds):
-        order = random.sample(subjects, len(subjects))
-        print(f"round {index + 1} of {arguments.rounds}", file=sys.stderr)
-        rounds.append({subject: measure(binaries, *subject, arguments.quick) for subject in order})
-    table = {}
-    for kind, mime in subjects:
-        for figure in rounds[0][(kind, mime)]:
-            values = [done[(kind, mime)][figure] for done in rounds if figure in done[(kind, mime)]]
-            ratios = [done[(kind, mime)][figure] / done[("floor", "json")][figure] for done in rounds
-                      if figure in done[(kind, mime)] and done[("floor", "json")].get(figure)]
-            table.setdefault(figure, {})[f"{kind} {mime}"] = {
-                "median": statistics.median(values), "min": min(values), "max": max(values),
-                "ratio": statistics.median(ratios) if ratios else None,
-            }
-    columns = [f"{kind} {mime}" for kind, mime in subjects]
-    print(f"{'':34}" + "".join(f"{column:>30}" for column in columns))
-    for figure, row in table.items():
-        cells = []
-        for column in columns:
-            cell = row.get(column)
-            if cell is None:
-                cells.append("-")
-                continue
-            ratio = f" x{cell['ratio']:.2f}" if cell["ratio"] is not None and column != "floor json" else ""
-            cells.append(f"{cell['median']:.4g} ({cell['min']:.4g}-{cell['max']:.4g}){ratio}")
-        print(f"{figure:34}" + "".join(f"{cell:>30}" for cell in cells))
+
+    left_out = [f"{name}: its packages are missing" for name, program in PEERS.items() if not (binaries / program).exists()]
+    if not (binaries / "micro").exists():
+        left_out.append("the parts one by one: libbenchmark-dev is missing")
+    if not shutil.which("strace"):
+        left_out.append("system calls: strace is missing")
+    if not shutil.which("dbus-broker"):
+        left_out.append("dbus-broker: not installed, dbus-daemon takes its place")
+    systems = [FLOOR, *MIMES, *(name for name, program in PEERS.items() if (binaries / program).exists())]
+
+    begin, load = time.monotonic(), os.getloadavg()
+    rounds, rests, growths = [], [], []
+    while not rounds or time.monotonic() < begin + arguments.seconds:
+        print(f"round {len(rounds) + 1}, {time.monotonic() - begin:.0f} s", file=sys.stderr)
+        if len(rounds) % 4 == 0:
+            rests.append(measure_rest(binaries))
+            growths.append(measure_growth(binaries))
+        rounds.append(measure_road(binaries, systems))
+    growth = {}
+    for name, points in growths[0].items():
+        medians = {number: statistics.median([done[name][number] for done in growths]) for number in points}
+        growth[name] = {"values": medians, "slope": slope(medians)}
+    report = {
+        "left out": left_out,
+        "systems": systems,
+        "figures": compare(rounds, systems),
+        "rest": {figure: spread([done[figure] for done in rests]) for figure in rests[0]},
+        "growth": growth,
+        "parts": measure_parts(binaries) if (binaries / "micro").exists() else {},
+        "load": {"before": load[0], "after": os.getloadavg()[0], "processors": os.cpu_count()},
+        "seconds": time.monotonic() - begin,
+    }
+    show(report)
+    print(f"\n{len(rounds)} rounds in {report['seconds']:.0f} s; load before {load[0]:.1f} on {os.cpu_count()} processors")
     if arguments.json:
-        arguments.json.write_text(json.dumps(table, indent=2) + "\n", encoding="utf-8")
+        arguments.json.write_text(json.dumps(report, indent=2) + "\n", encoding="utf-8")
 
 
 if __name__ == "__main__":
