@@ -16,7 +16,7 @@ ifneq ($(filter-out address thread,$(SANITIZE)),)
 $(error SANITIZE is '$(SANITIZE)'; it takes address or thread)
 endif
 
-.PHONY: help setup build run test campaign lint bench fuzz install clean
+.PHONY: help setup build run test campaign coverage lint bench fuzz install clean
 
 help: ## Show this list
 	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-9s %s\n' "$$name" "$$text"; done
@@ -39,7 +39,14 @@ test: build ## Build and run all tests; with SANITIZE=address or SANITIZE=thread
 	@ctest --preset $(PRESET) -j $(JOBS)
 
 campaign: build ## Hold the programs to what they promise, at most half an hour; CAMPAIGN='--seed N --only NAME' repeats
-	@$(BUILD)/bin/hmxcampaign $(CAMPAIGN)
+	@packaging/campaign.sh $(BUILD) $(JOBS) $(CAMPAIGN)
+
+coverage: setup ## Build for counting, run the tests but for the campaign, tell which lines they have run
+	@cmake --preset coverage >/dev/null
+	@cmake --build --preset coverage -j $(JOBS) -- --quiet
+	@find build/coverage -name '*.gcda' -delete
+	@ctest --preset coverage -j $(JOBS) --quiet
+	@python3 packaging/coverage.py build/coverage
 
 lint: setup $(BUILD)/build.ninja ## Check format, clang-tidy, scripts and the rules of the house; quick where nothing changed
 	@packaging/lint.sh $(BUILD) $(JOBS)

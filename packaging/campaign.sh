@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Holds the programs of a build to what they promise, then races requests under both sanitizers. With arguments, which are those of
+# hmxcampaign, no more than that. Usage: campaign.sh BUILD_DIR JOBS [ARGUMENT...]
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=$1
+jobs=$2
+shift 2
+
+failed=0
+"$build/bin/hmxcampaign" "$@" || failed=$?
+if [ "$#" -eq 0 ]; then
+    for sanitizer in address thread; do
+        cmake --preset "$sanitizer" >/dev/null
+        cmake --build --preset "$sanitizer" -j "$jobs" --target hmxraces -- --quiet
+        echo "under the $sanitizer sanitizer:"
+        TSAN_OPTIONS=halt_on_error=1 "build/$sanitizer/bin/hmxraces" || failed=1
+    done
+fi
+exit "$failed"
