@@ -153,7 +153,7 @@ int playWatchers(const std::string& directory, const std::string& service, const
     const int changer = greet(directory, service, changerReader);
     const std::string list =
         ask(changer, changerReader, {.path = "/popups", .body = R"({"display":"Driver_Display","name":"Incoming_Call"})"});
-    const std::string_view key = "\"id\":\"";
+    const std::string_view key = R"("id":")";
     const auto at = list.find(key);
     if (at == std::string::npos) fail("no popup in " + list);
     const std::string path = "/popups/" + list.substr(at + key.size(), 36);

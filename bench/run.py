@@ -78,22 +78,22 @@ class Stage:
         self.domain.mkdir(mode=0o700)
         self.processes, self.middle = [], []
         if self.slow:
-            self.tool = [binaries / PEERS[system]]
-            self.arguments = [self.domain]
-            if system == DBUS:
-                self.middle.append(self.start(self.bus()))
-            self.upstream = self.start([*self.tool, "upstream", self.domain])
-            self.middle.append(self.start([*self.tool, "relay", self.domain]))
+            self.tool, self.arguments = [binaries / PEERS[system]], [self.domain]
         else:
-            self.tool = [binaries / "road"]
-            self.upstream = self.start([*self.tool, "upstream", self.domain, f"sends={sends}"])
-            self.middle_command = [binaries / "hmxtolubridge"]
-            self.arguments = [self.domain, "/hmx"]
-            if system == FLOOR:
-                self.middle_command = [*self.tool, "relay", self.domain, "/floor", "/hmxdisplaymanager"]
-                self.arguments = [self.domain, "/floor"]
+            self.tool, self.arguments = [binaries / "road"], [self.domain, "/floor" if system == FLOOR else "/hmx"]
+            relay = [*self.tool, "relay", *self.arguments, "/hmxdisplaymanager"]
+            self.middle_command = relay if system == FLOOR else [binaries / "hmxtolubridge"]
 
     def __enter__(self):
+        """With the upstream service up."""
+        try:
+            if self.system == DBUS:
+                self.middle.append(self.start(self.bus()))
+            sends = [] if self.slow else [f"sends={self.sends}"]
+            self.upstream = self.start([*self.tool, "upstream", self.domain, *sends])
+        except BaseException:
+            self.__exit__()
+            raise
         return self
 
     def __exit__(self, *_):
@@ -115,9 +115,9 @@ class Stage:
         return process
 
     def ready(self):
-        """With the middle up and used once, but for peers, which are up already."""
-        if not self.middle:
-            self.middle.append(self.start(self.middle_command, ready=self.system == FLOOR))
+        """With the middle up and used."""
+        command = [*self.tool, "relay", self.domain] if self.slow else self.middle_command
+        self.middle.append(self.start(command, ready=self.system not in MIMES))
         self.client(200)
         return self
 
