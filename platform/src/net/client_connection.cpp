@@ -289,7 +289,8 @@ void ClientConnection::handleClosed(const char* why) {
     };
     std::vector<Ended> ended;
     {
-        const std::lock_guard lock{mutex_};
+        std::unique_lock lock{mutex_};
+        const std::uint64_t taken = takenLocked(lock);
         for (Slot& slot : slots_) {
             if (slot.id == 0) continue;
             if (slot.delivering) {
@@ -297,7 +298,7 @@ void ClientConnection::handleClosed(const char* why) {
                 continue;
             }
             const std::uint64_t id = slot.id;
-            const bool sent = slot.endOffset <= takenLocked();
+            const bool sent = slot.endOffset <= taken;
             ended.push_back({id, releaseLocked(slot), sent});
         }
     }
@@ -329,16 +330,17 @@ void ClientConnection::expire() {
     auto next = Clock::time_point::max();
     const auto now = Clock::now();
     {
-        const std::lock_guard lock{mutex_};
+        std::unique_lock lock{mutex_};
         // Asked for on a loop that has stopped reading since: the one that reads now has looked when it began to.
         if (isClosedLocked() || !loop().isCurrentThread()) return;
+        const std::uint64_t taken = takenLocked(lock);
         for (Slot& slot : slots_) {
             if (slot.id == 0 || slot.delivering) continue;
             if (slot.due > now) {
                 next = std::min(next, slot.due);
                 continue;
             }
-            const bool sent = slot.endOffset <= takenLocked();
+            const bool sent = slot.endOffset <= taken;
             if (slot.held.empty()) wire::appendBare(outLocked(), wire::FrameType::cancel, slot.id);
             const auto deadline = slot.deadline;
             ended.push_back({releaseLocked(slot), deadline, sent});

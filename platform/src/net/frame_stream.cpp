@@ -125,6 +125,12 @@ void FrameStream::flush() {
     }
 }
 
+// Nobody waits long: the system call does not block.
+std::uint64_t FrameStream::takenLocked(std::unique_lock<std::mutex>& lock) {
+    sendIsOver_.wait(lock, [this] { return !isSending_; });
+    return taken_;
+}
+
 void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
     isSending_ = true;
     while (!closed_) {
@@ -154,6 +160,7 @@ void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
         break;
     }
     isSending_ = false;
+    sendIsOver_.notify_all();
     if (queuedLocked() == 0) {
         // A buffer that one burst made large is not kept.
         if (sending_.capacity() > slowBytes) sending_ = util::ByteBufferWriter{};

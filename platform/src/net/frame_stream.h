@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -77,9 +78,10 @@ protected:
     void commit();
     std::size_t queuedLocked() const noexcept { return out_.size() + (sending_.size() - sendingOffset_); }
     bool isClosedLocked() const noexcept { return closed_ || cut_; }
-    // Bytes appended, and bytes that the kernel took, since the connection began.
+    // Bytes appended since the connection began.
     std::uint64_t appendedLocked() const noexcept { return taken_ + queuedLocked(); }
-    std::uint64_t takenLocked() const noexcept { return taken_; }
+    // Of these, the bytes that the kernel took. What another thread is just handing to it counts as soon as that knows.
+    std::uint64_t takenLocked(std::unique_lock<std::mutex>& lock);
     bool isSlowLocked() const noexcept { return queuedLocked() > slowBytes; }
     Loop& loop() noexcept { return *loop_; }
 
@@ -113,6 +115,7 @@ private:
     std::size_t sendingOffset_ = 0;
     std::uint64_t taken_ = 0;
     bool isSending_ = false;            // a thread is in the system call with `sending_`
+    std::condition_variable sendIsOver_;
     bool blocked_ = false;              // the kernel took less than all; waiting until it can take more
     std::atomic<bool> paused_ = false;  // not reading; written with the mutex held
     bool closed_ = false;               // written by the loop's thread alone
