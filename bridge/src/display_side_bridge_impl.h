@@ -102,7 +102,7 @@ void DisplaySideBridge<Resource>::resetApi() {
 
 template <class Resource>
 void DisplaySideBridge<Resource>::cancelRequest(void* key) {
-    kelo::post(*worker_, [this, key] { pending_.cancel(key); });
+    kelo::postBrief(*worker_, [this, key] { pending_.cancel(key); });
 }
 
 template <class Resource>
@@ -110,7 +110,7 @@ void* DisplaySideBridge<Resource>::retrieveList(std::unique_ptr<kelo::IResponseH
                                                 const kelo::optional<kelo::toluglobals::ToluParams>& params) {
     using Scheme = DisplaySideScheme<Resource>;
     const RequestKey key = newRequestKey();
-    kelo::post(*worker_, [this, key, handler = std::move(handler), asked = Asked{params}]() mutable {
+    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), asked = Asked{params}]() mutable {
         const tracing::Channel& channel = Scheme::channel;
         tracing::logC(channel, progressLevel, Scheme::list);
         if (asked.params && Scheme::wanted(asked.params->values, asked.key)) {
@@ -140,7 +140,7 @@ void* DisplaySideBridge<Resource>::retrieveElement(std::unique_ptr<kelo::IRespon
                                                    const kelo::optional<kelo::toluglobals::ToluParams>& params) {
     using Scheme = DisplaySideScheme<Resource>;
     const RequestKey key = newRequestKey();
-    kelo::post(*worker_, [this, key, handler = std::move(handler), id, asked = Asked{params}]() mutable {
+    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), id, asked = Asked{params}]() mutable {
         const tracing::Channel& channel = Scheme::channel;
         tracing::logCV(channel, progressLevel, Scheme::element, IdText{id}.c_str());
         const Key* known = ids_.find(id);

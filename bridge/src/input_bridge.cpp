@@ -64,7 +64,7 @@ void InputBridge::resetApi() {
 void* InputBridge::insertRegionconfigurationObject(std::unique_ptr<IResponseHandler<kelo::url>>&& handler,
                                                    const kelo::hmx::InsertRegionconfigurationObject& insert) {
     const RequestKey key = newRequestKey();
-    kelo::post(*worker_, [this, key, handler = std::move(handler), insert]() mutable {
+    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), insert]() mutable {
         const RegionAddress address{insert.display, insert.hmi, insert.subComponent};
         tracing::logCV(channel, progressLevel,
                        "InputBridge::insertRegionconfigurationObject display: %s hmi : %s subcomponent: %s ",
@@ -91,7 +91,7 @@ void* InputBridge::insertRegionconfigurationObject(std::unique_ptr<IResponseHand
 void* InputBridge::updateRegionconfigurationObject(std::unique_ptr<IResponseHandler<kelo::url>>&& handler, const std::UUID& id,
                                                    const kelo::hmx::UpdateRegionconfigurationObject& update) {
     const RequestKey key = newRequestKey();
-    kelo::post(*worker_, [this, key, handler = std::move(handler), id, update]() mutable {
+    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), id, update]() mutable {
         const std::shared_ptr<Object> stored = cache_.find(id);
         if (stored == nullptr) {
             tracing::logCV(channel, unknownIdLevel, "InputBridge::updateRegionconfigurationObject no object found for id : %s",
@@ -114,7 +114,7 @@ void* InputBridge::deleteRegionconfigurationObject(std::unique_ptr<IResponseHand
                                                    const std::UUID& id,
                                                    const kelo::optional<std::vector<std::string>>& /*fields*/) {
     const RequestKey key = newRequestKey();
-    kelo::post(*worker_, [this, key, handler = std::move(handler), id]() mutable {
+    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), id]() mutable {
         const std::shared_ptr<Object> stored = cache_.find(id);
         if (stored == nullptr) {
             tracing::logCV(channel, unknownIdLevel, "InputBridge::deleteRegionconfigurationObject no object found for id : %s",
@@ -137,14 +137,14 @@ void* InputBridge::deleteRegionconfigurationObject(std::unique_ptr<IResponseHand
 void* InputBridge::retrieveRegionconfigurationObject(std::unique_ptr<IResponseHandler<Object>>&& handler, const std::UUID& id,
                                                      const kelo::optional<kelo::toluglobals::ToluParams>& params) {
     const RequestKey key = newRequestKey();
-    kelo::post(*worker_, [this, key, handler = std::move(handler), id, params]() mutable {
+    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), id, params]() mutable {
         cache_.addListener(key, id, params, std::move(handler));
     });
     return key;
 }
 
 void InputBridge::cancelRequest(void* key) {
-    kelo::post(*worker_, [this, key] {
+    kelo::postBrief(*worker_, [this, key] {
         if (const auto* const pending = pending_.context(key)) {
             const std::shared_ptr<const Change> change = *pending;
             pending_.abandon(key);

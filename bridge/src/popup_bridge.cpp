@@ -110,7 +110,7 @@ void PopupBridge::resetApi() {
 void* PopupBridge::retrievePopupObject(std::unique_ptr<IResponseHandler<PopupObject>>&& handler, const std::UUID& id,
                                        const kelo::optional<ToluParams>& params) {
     const RequestKey key = newRequestKey();
-    kelo::post(*worker_, [this, key, handler = std::move(handler), id, params = params]() mutable {
+    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), id, params = params]() mutable {
         tracing::logCV(channel, progressLevel, "PopupBridge::retrievePopupObject id : %s ", IdText{id}.c_str());
         const PopupKey* const popup = ids_.find(id);
         if (popup == nullptr) {
@@ -133,7 +133,7 @@ void* PopupBridge::retrievePopupObject(std::unique_ptr<IResponseHandler<PopupObj
 void* PopupBridge::retrievePopupObjects(std::unique_ptr<IResponseHandler<PopupObjectListPage>>&& handler,
                                         const kelo::optional<ToluParams>& params) {
     const RequestKey key = newRequestKey();
-    kelo::post(*worker_, [this, key, handler = std::move(handler), params = params]() mutable {
+    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), params = params]() mutable {
         constexpr char noClient[] = "PopupBridge::retrievePopupObjects no popup client available";
         tracing::logC(channel, progressLevel, "PopupBridge::retrievePopupObjects");
         const std::string* const display = params ? restriction(params->values, "display") : nullptr;
@@ -169,7 +169,7 @@ void* PopupBridge::retrievePopupObjects(std::unique_ptr<IResponseHandler<PopupOb
 void* PopupBridge::updatePopupObject(std::unique_ptr<IResponseHandler<kelo::url>>&& handler, const std::UUID& id,
                                      const kelo::hmx::UpdatePopupObject& update) {
     const RequestKey key = newRequestKey();
-    kelo::post(*worker_, [this, key, handler = std::move(handler), id, update]() mutable {
+    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), id, update]() mutable {
         tracing::logCV(channel, progressLevel, "PopupBridge::updatePopupObject id : %s ", IdText{id}.c_str());
         const PopupKey* const popup = ids_.find(id);
         if (popup == nullptr) {
@@ -191,7 +191,7 @@ void* PopupBridge::updatePopupObject(std::unique_ptr<IResponseHandler<kelo::url>
 }
 
 void PopupBridge::cancelRequest(void* key) {
-    kelo::post(*worker_, [this, key] { pending_.cancel(key); });
+    kelo::postBrief(*worker_, [this, key] { pending_.cancel(key); });
 }
 
 template <class Upstream, class Result, class Ask>

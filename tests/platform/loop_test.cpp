@@ -2,6 +2,8 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <thread>
@@ -125,6 +127,140 @@ TEST(Loop, TimersFireOnceInTimeAndMayChangeOneAnother) {
         gone.change([](bool& value) { value = true; });
     });
     EXPECT_TRUE(gone.waitFor([](bool value) { return value; }));
+}
+
+// A worker that lends its thread, as the runtime's does, and one that borrows it.
+class Lending : public testing::Test {
+protected:
+    Lending() {
+        run(lender_, [this] {
+            lender_.loop().lendThread();
+            lenderThread_ = std::this_thread::get_id();
+        });
+        run(borrower_, [this] { borrowerThread_ = std::this_thread::get_id(); });
+    }
+
+    // Runs it on the worker and waits.
+    template <class F>
+    static void run(comm::ActiveObject& worker, F function) {
+        const auto done = std::make_shared<std::promise<void>>();
+        kelo::post(worker, [&function, done] {
+            function();
+            done->set_value();
+        });
+        done->get_future().get();
+    }
+
+    // Posts from the lender's thread until the borrower is found asleep, so that `brief` runs there. False when that never
+    // happens.
+    template <class F>
+    bool runOnLender(F brief) {
+        for (int attempt = 0; attempt < 1'000; ++attempt) {
+            const auto ranOn = std::make_shared<std::promise<std::thread::id>>();
+            kelo::post(lender_, [&, ranOn] {
+                kelo::postBrief(borrower_, [&, ranOn] {
+                    EXPECT_TRUE(borrower_.isCurrentThread());
+                    EXPECT_FALSE(lender_.isCurrentThread());
+                    const auto thread = std::this_thread::get_id();
+                    if (thread == lenderThread_) brief();
+                    ranOn->set_value(thread);
+                });
+            });
+            if (ranOn->get_future().get() == lenderThread_) return true;
+            std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        }
+        return false;
+    }
+
+    std::thread::id lenderThread_;
+    std::thread::id borrowerThread_;
+    comm::ActiveObject borrower_{"borrower"};
+    comm::ActiveObject lender_{"lender"};
+};
+
+TEST_F(Lending, RunsWhatIsBriefForOneThatSleepsAndWhatMayWaitNever) {
+    // What a brief event posts in its turn need not be brief.
+    EXPECT_TRUE(runOnLender([&] { kelo::post(borrower_, [&] { EXPECT_EQ(std::this_thread::get_id(), borrowerThread_); }); }));
+    std::vector<int> order;
+    run(lender_, [&] {
+        kelo::postBrief(borrower_, [&] { order.push_back(1); });
+        kelo::post(borrower_, [&] {
+            order.push_back(2);
+            EXPECT_EQ(std::this_thread::get_id(), borrowerThread_);
+        });
+        kelo::postBrief(borrower_, [&] { order.push_back(3); });
+    });
+    run(borrower_, [] {});
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+}
+
+TEST_F(Lending, TimersArmedOnTheBorrowedThreadFireOnTheOwnOne) {
+    Watched<std::thread::id> firedOn;
+    std::unique_ptr<kelo::net::Timer> timer;
+    run(borrower_, [&] {
+        timer = std::make_unique<kelo::net::Timer>(borrower_.loop(),
+                                                   [&] { firedOn.change([](auto& id) { id = std::this_thread::get_id(); }); });
+    });
+    const auto due = kelo::net::Clock::now() + std::chrono::milliseconds{30};
+    // An early one that is disarmed in time, then the one that counts: the alarm must follow both.
+    EXPECT_TRUE(runOnLender([&] { timer->arm(due); }));
+    EXPECT_TRUE(runOnLender([&] { timer->disarm(); }));
+    EXPECT_TRUE(runOnLender([&] { timer->arm(due); }));
+    EXPECT_TRUE(firedOn.waitFor([&](auto id) { return id != std::thread::id{}; }));
+    EXPECT_GE(kelo::net::Clock::now(), due);
+    EXPECT_EQ(firedOn.get(), borrowerThread_);
+    run(borrower_, [&] { timer.reset(); });
+}
+
+TEST_F(Lending, AWorkerMayEndWhileItIsHeld) {
+    for (int i = 0; i < 200; ++i) {
+        std::atomic<int> runs{0};
+        auto worker = std::make_unique<comm::ActiveObject>("short-lived");
+        if (i % 2 == 0) std::this_thread::sleep_for(std::chrono::microseconds{200});
+        run(lender_, [&] {
+            kelo::postBrief(*worker, [&] { ++runs; });
+            if (i % 4 < 2) worker.reset();  // on the lender's own thread, which has not come to run anything yet
+        });
+        worker.reset();
+        EXPECT_EQ(runs, 1);
+    }
+}
+
+TEST_F(Lending, NoEventIsLostDoubledOrOvertakenWhoeverRunsIt) {
+    constexpr int posts = 20'000;
+    constexpr int lenders = 2;
+    std::vector<int> last(lenders + 1, -1);  // not synchronised: one thread at a time is the borrower's
+    std::atomic<int> done{0};
+    const auto event = [&](int poster, int i) {
+        return [&, poster, i] {
+            auto& previous = last[static_cast<std::size_t>(poster)];
+            EXPECT_EQ(previous, i - 1);
+            previous = i;
+            ++done;
+        };
+    };
+    comm::ActiveObject other{"other lender"};
+    run(other, [&] { other.loop().lendThread(); });
+    std::thread anyThread{[&] {
+        for (int i = 0; i < posts; ++i) kelo::post(borrower_, event(lenders, i));
+    }};
+    for (int i = 0; i < posts; ++i) {
+        kelo::post(lender_, [&, i] { kelo::postBrief(borrower_, event(0, i)); });
+        kelo::post(other, [&, i] {
+            if (i % 16 == 0) {
+                kelo::post(borrower_, event(1, i));
+            } else {
+                kelo::postBrief(borrower_, event(1, i));
+            }
+        });
+        // Now and then the borrower gets the time to fall asleep.
+        if (i % 64 == 0) std::this_thread::sleep_for(std::chrono::microseconds{50});
+    }
+    anyThread.join();
+    run(lender_, [] {});
+    run(other, [] {});
+    run(borrower_, [] {});
+    EXPECT_EQ(done, posts * (lenders + 1));
 }
 
 }  // namespace

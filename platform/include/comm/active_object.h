@@ -39,13 +39,17 @@ public:
     // Queues the event and wakes the thread if it sleeps. An empty pointer is ignored. Does not block.
     void enque(util::SharedPtr<ActiveObjectEvent> event);
 
+    // The same for an event that waits for nobody and does not take long: if the thread sleeps and the caller is the runtime's,
+    // then that runs it, once it has read what there was to read, rather than wake the worker. It cannot tell the difference.
+    void enqueBrief(util::SharedPtr<ActiveObjectEvent> event);
+
     // Runs what is queued, and what that queues, on the calling thread; the number of events run. ByHand only.
     std::size_t runPending();
     // Events queued and not yet begun.
     std::size_t pending() const;
 
     const std::string& name() const noexcept;
-    // Whether the calling thread is the worker (ByHand: is inside `runPending`).
+    // Whether the calling thread is the worker or stands in for it (ByHand: is inside `runPending`).
     bool isCurrentThread() const noexcept;
 
     // The loop that the worker sleeps in: sockets that the runtime hands to it are served between events.

@@ -26,4 +26,11 @@ void post(comm::ActiveObject& worker, F&& function) {
     worker.enque(std::make_shared<FuncCallEvent<std::decay_t<F>>>(std::forward<F>(function)));
 }
 
+// The same for a function that waits for nobody and does not take long, as the road of a request wants it: see
+// comm::ActiveObject::enqueBrief().
+template <class F>
+void postBrief(comm::ActiveObject& worker, F&& function) {
+    worker.enqueBrief(std::make_shared<FuncCallEvent<std::decay_t<F>>>(std::forward<F>(function)));
+}
+
 }  // namespace kelo

@@ -57,6 +57,10 @@ void ActiveObject::enque(util::SharedPtr<ActiveObjectEvent> event) {
     state_->loop.enque(std::move(event));
 }
 
+void ActiveObject::enqueBrief(util::SharedPtr<ActiveObjectEvent> event) {
+    state_->loop.enque(std::move(event), kelo::net::Loop::Kind::brief);
+}
+
 std::size_t ActiveObject::runPending() {
     return state_->loop.runPending();
 }

@@ -2,6 +2,7 @@
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
+#include <sys/timerfd.h>
 
 #include <algorithm>
 #include <array>
@@ -22,7 +23,16 @@
 // - Events run in batches: the queue is swapped out whole, so that posting never waits for running, and both vectors keep their
 //   memory. Sockets are looked at between batches, so a worker that is kept busy by events still reads its peers.
 // - Output is collected while a batch or the ready sockets are served and written once afterwards, by the thread that produced
-// it.
+//   it.
+//
+// A wake-up costs more than most events do. So a thread may lend itself, as the runtime's does: when it posts a brief event to a
+// loop that sleeps, it does not wake that loop but takes hold of it, and runs its events itself as soon as it has served its own
+// sockets. It is then in every respect the thread of that loop; the loop's own, should something wake it in between, waits for
+// the return. It writes after that return: to write is to wake the peer, of which the answer wakes the loop. Nothing is lost by
+// it where there is much to do: a loop that is awake, or that has been posted anything but brief events, is never run but by its
+// own thread. Timers that the events have armed need the sleeper's attention only if they fire before it would wake by itself;
+// then an alarm is set, which is a system call but wakes nobody. A loop that is held cannot end, so a lender need not fear for
+// its life.
 //
 // An event that throws is logged and over: it belongs to one request, which ends with what it held. What belongs to all (sockets,
 // timers, what the runtime posts to itself) must not throw; there, want of memory ends the process, which is better than one that
@@ -39,6 +49,7 @@ namespace {
 
 const tracing::Channel channel{"KELO_LOOP"};
 thread_local Loop* currentLoop = nullptr;
+thread_local bool threadIsLent = false;
 
 void execute(comm::ActiveObjectEvent& event) noexcept {
     try {
@@ -50,7 +61,23 @@ void execute(comm::ActiveObjectEvent& event) noexcept {
     }
 }
 
+// As epoll_wait takes it: rounded up, so that nothing is early.
+int millisecondsUntil(Clock::time_point due) noexcept {
+    constexpr int most = 60'000;
+    if (due == Clock::time_point::max()) return -1;
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now()).count();
+    return static_cast<int>(std::clamp<decltype(left)>(left, 0, most));
+}
+
 constexpr std::uint64_t wakeTag = ~std::uint64_t{0};
+constexpr std::size_t mostBorrowers = 16;
+
+bool addEdge(int epoll, int fd) noexcept {
+    epoll_event event{};
+    event.events = EPOLLIN | EPOLLET;
+    event.data.u64 = wakeTag;
+    return ::epoll_ctl(epoll, EPOLL_CTL_ADD, fd, &event) == 0;
+}
 
 std::uint64_t tagOf(int fd, std::uint32_t serial) noexcept {
     return static_cast<std::uint64_t>(serial) << 32U | static_cast<std::uint32_t>(fd);
@@ -69,11 +96,9 @@ Timer::~Timer() {
 Loop::Loop()
     : epoll_{::epoll_create1(EPOLL_CLOEXEC)},
       wake_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)},
+      alarm_{::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)},
       receiveBuffer_{std::make_unique_for_overwrite<std::uint8_t[]>(receiveBufferSize)} {
-    epoll_event event{};
-    event.events = EPOLLIN | EPOLLET;
-    event.data.u64 = wakeTag;
-    if (!epoll_ || !wake_ || ::epoll_ctl(epoll_.get(), EPOLL_CTL_ADD, wake_.get(), &event) != 0) {
+    if (!epoll_ || !wake_ || !alarm_ || !addEdge(epoll_.get(), wake_.get()) || !addEdge(epoll_.get(), alarm_.get())) {
         std::GlobalErrorHandler::doAbort("loop", "Loop", "no file descriptor is free for a worker's event loop");
     }
 }
@@ -84,19 +109,35 @@ Loop* Loop::current() noexcept {
     return currentLoop;
 }
 
-void Loop::enque(util::SharedPtr<comm::ActiveObjectEvent> event) {
+bool Loop::isThreadLent() noexcept {
+    return threadIsLent;
+}
+
+void Loop::lendThread() {
+    borrowers_.reserve(mostBorrowers);
+}
+
+void Loop::enque(util::SharedPtr<comm::ActiveObjectEvent> event, Kind kind) {
     if (!event) return;
-    bool wake = false;
     {
         const std::lock_guard lock{mutex_};
         queue_.push_back(std::move(event));
-        wake = std::exchange(sleeping_, false);
+        isQueueBrief_ = isQueueBrief_ && kind == Kind::brief;
+        if (!std::exchange(sleeping_, false)) return;
+        Loop* const current = currentLoop;
+        if (isQueueBrief_ && current != nullptr && current->borrowers_.size() < current->borrowers_.capacity()) {
+            current->borrowers_.push_back(this);
+            lender_ = current;
+            return;
+        }
     }
-    if (wake) {
-        const std::uint64_t one = 1;
-        // Cannot fail but for a counter that is full, which is an edge all the same.
-        [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
-    }
+    wakeUp();
+}
+
+void Loop::wakeUp() noexcept {
+    const std::uint64_t one = 1;
+    // Cannot fail but for a counter that is full, which is an edge all the same.
+    [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
 }
 
 std::size_t Loop::pending() const {
@@ -109,15 +150,21 @@ void Loop::stop() {
         const std::lock_guard lock{mutex_};
         stopping_ = true;
         sleeping_ = false;
+        if (lender_ != nullptr && lender_ == currentLoop) {
+            // This thread is about to wait for that of the loop, which is not to wait for this one in turn.
+            std::erase(lender_->borrowers_, this);
+            lender_ = nullptr;
+            lenderIsThrough_.notify_one();
+        }
     }
-    const std::uint64_t one = 1;
-    [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+    wakeUp();
 }
 
 void Loop::run() noexcept {
     Loop* const outer = std::exchange(currentLoop, this);
     for (;;) {
         runBatch();
+        serveBorrowers();
         {
             const std::lock_guard lock{mutex_};
             if (stopping_ && queue_.empty()) break;
@@ -143,33 +190,80 @@ std::size_t Loop::runBatch() {
     {
         const std::lock_guard lock{mutex_};
         batch_.swap(queue_);
+        isQueueBrief_ = true;
     }
     const std::size_t count = batch_.size();
-    for (auto& event : batch_) {
-        execute(*event);
-        event.reset();  // an event's captures end with it, not with the batch
-    }
-    batch_.clear();
+    runTaken();
     if (count > 0) flushAll();
     disposeOfUnhandledError();
     return count;
 }
 
+void Loop::runTaken() {
+    for (auto& event : batch_) {
+        execute(*event);
+        event.reset();  // an event's captures end with it, not with the batch
+    }
+    batch_.clear();
+}
+
+void Loop::serveBorrowers() noexcept {
+    // None is added meanwhile: whoever is borrowing does not lend.
+    for (Loop* const borrower : borrowers_) borrower->runOnThreadOf(*this);
+    borrowers_.clear();
+    flushAll();
+    disposeOfUnhandledError();
+}
+
+// Runs what is queued and leaves to the lender, whose thread this is, what it has collected to be written.
+void Loop::runOnThreadOf(Loop& lender) noexcept {
+    bool isBrief = false;
+    {
+        const std::lock_guard lock{mutex_};
+        isBrief = isQueueBrief_ && !stopping_;
+        if (isBrief) batch_.swap(queue_);
+    }
+    if (isBrief) {
+        Loop* const outer = std::exchange(currentLoop, this);
+        threadIsLent = true;
+        runTaken();
+        removed_.clear();
+        for (auto& flushable : dirty_) lender.flushLater(std::move(flushable));
+        dirty_.clear();
+        threadIsLent = false;
+        currentLoop = outer;
+    }
+    const auto due = earliestDue();
+    // To the end under the lock: once that is released, the loop may end.
+    const std::lock_guard lock{mutex_};
+    lender_ = nullptr;
+    if (isWaitingForLender_) {
+        lenderIsThrough_.notify_one();
+    } else if (!queue_.empty() || stopping_) {
+        wakeUp();
+    } else {
+        sleeping_ = true;
+        if (due < std::min(sleepsUntil_, alarmAt_)) setAlarm(due);
+    }
+}
+
 std::size_t Loop::pollOnce(bool mayWait) {
     int timeout = 0;
     if (mayWait) {
-        timeout = timeoutMilliseconds();
+        const auto due = earliestDue();
         const std::lock_guard lock{mutex_};
         if (queue_.empty() && !stopping_) {
-            sleeping_ = true;
-        } else {
-            timeout = 0;
+            timeout = millisecondsUntil(due);
+            fallAsleep(due);
         }
     }
     std::array<epoll_event, 64> events;
     const int count = ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), timeout);
     if (mayWait) {
-        const std::lock_guard lock{mutex_};
+        std::unique_lock lock{mutex_};
+        isWaitingForLender_ = true;
+        lenderIsThrough_.wait(lock, [this] { return lender_ == nullptr; });
+        isWaitingForLender_ = false;
         sleeping_ = false;
     }
     std::size_t served = 0;
@@ -189,14 +283,29 @@ std::size_t Loop::pollOnce(bool mayWait) {
     return served;
 }
 
-int Loop::timeoutMilliseconds() const {
+Clock::time_point Loop::earliestDue() const noexcept {
     auto due = Clock::time_point::max();
     for (const Timer* timer : timers_) due = std::min(due, timer->due_);
-    if (due == Clock::time_point::max()) return -1;
-    const auto now = Clock::now();
-    if (due <= now) return 0;
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(due - now).count();
-    return static_cast<int>(std::min<decltype(left)>(left, 60'000));
+    return due;
+}
+
+// With the lock held.
+void Loop::fallAsleep(Clock::time_point due) noexcept {
+    sleeping_ = true;
+    sleepsUntil_ = due;
+    if (alarmAt_ != Clock::time_point::max() && alarmAt_ != due) setAlarm(Clock::time_point::max());
+}
+
+// With the lock held. The latest of all times: no alarm.
+void Loop::setAlarm(Clock::time_point due) noexcept {
+    alarmAt_ = due;
+    itimerspec when{};
+    if (due != Clock::time_point::max()) {
+        const auto sinceStart = std::max(due.time_since_epoch(), Clock::duration{1});
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
+        when.it_value = {static_cast<time_t>(seconds.count()), static_cast<long>((sinceStart - seconds).count())};
+    }
+    ::timerfd_settime(alarm_.get(), TFD_TIMER_ABSTIME, &when, nullptr);
 }
 
 void Loop::fireTimers() {

@@ -3,6 +3,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -66,8 +67,12 @@ public:
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
 
-    // Queues an event; wakes the loop only if it sleeps.
-    void enque(util::SharedPtr<comm::ActiveObjectEvent> event);
+    // Whether an event may run on a thread that is only borrowed: then it waits for nobody and does not take long.
+    enum class Kind : std::uint8_t { any, brief };
+
+    // Queues an event; wakes the loop only if it sleeps, and not even then if the event is brief and the calling thread lends
+    // itself: that runs it then, once it is through with its present turn.
+    void enque(util::SharedPtr<comm::ActiveObjectEvent> event, Kind kind = Kind::any);
     // The same for a callable.
     template <class F>
     void post(F&& function) {
@@ -84,6 +89,10 @@ public:
     bool isCurrentThread() const noexcept { return current() == this; }
     // The loop that the calling thread is running; null on any other thread.
     static Loop* current() noexcept;
+    // Whether the calling thread is running the events of a loop that it has been lent to.
+    static bool isThreadLent() noexcept;
+    // From now on the thread that runs this loop lends itself to others that sleep.
+    void lendThread();
 
     // Registers a descriptor until `remove`; the registration's number, or 0 when the system has no room for it.
     std::uint32_t add(int fd, std::uint32_t events, std::shared_ptr<Pollable> pollable);
@@ -107,21 +116,34 @@ private:
     };
 
     std::size_t runBatch();
+    void runTaken();
     std::size_t pollOnce(bool mayWait);
     void fireTimers();
     void flushAll();
-    int timeoutMilliseconds() const;
+    Clock::time_point earliestDue() const noexcept;
+    void fallAsleep(Clock::time_point due) noexcept;
+    void wakeUp() noexcept;
+    void setAlarm(Clock::time_point due) noexcept;
+    void serveBorrowers() noexcept;
+    void runOnThreadOf(Loop& lender) noexcept;
 
     Descriptor epoll_;
     Descriptor wake_;
+    Descriptor alarm_;
     std::unique_ptr<std::uint8_t[]> receiveBuffer_;
 
     mutable std::mutex mutex_;
     std::vector<util::SharedPtr<comm::ActiveObjectEvent>> queue_;
-    bool sleeping_ = false;
+    bool isQueueBrief_ = true;  // every event in the queue is
+    bool sleeping_ = false;     // and nobody has set out to wake it, or to run it meanwhile
     bool stopping_ = false;
+    Loop* lender_ = nullptr;  // of which the thread has set out to run this loop's events
+    bool isWaitingForLender_ = false;
+    std::condition_variable lenderIsThrough_;
+    Clock::time_point sleepsUntil_ = Clock::time_point::max();
+    Clock::time_point alarmAt_ = Clock::time_point::max();
 
-    // Of the loop's thread alone:
+    // Of the thread that runs the loop, its own or the lender's:
     std::vector<util::SharedPtr<comm::ActiveObjectEvent>> batch_;
     std::vector<Registration> registrations_;  // by descriptor
     std::vector<std::shared_ptr<Pollable>> removed_;
@@ -129,6 +151,8 @@ private:
     std::vector<std::shared_ptr<Flushable>> flushing_;
     std::vector<Timer*> timers_;
     std::uint32_t nextSerial_ = 1;
+    // Of the loop's own thread, where that lends itself: whom to. Room is there from the start.
+    std::vector<Loop*> borrowers_;
 };
 
 }  // namespace kelo::net

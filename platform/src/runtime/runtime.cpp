@@ -57,6 +57,9 @@ void runOn(comm::ActiveObject& worker, F function) {
         function();
         return;
     }
+    if (net::Loop::isThreadLent()) {
+        std::GlobalErrorHandler::doAbort("runtime", "runOn", "an event that was said to be brief waits for the runtime");
+    }
     std::promise<void> done;
     worker.loop().post([&] {
         try {
@@ -200,6 +203,7 @@ private:
         bool transient = false;
         if (!openAndWatch(wrong, transient) && !transient) return false;
         started_ = true;
+        worker_->loop().lendThread();
         if (!directoryWatch_) {
             retryDirectory(wrong, directoryPause);
             return true;
