@@ -25,6 +25,11 @@ constexpr char usage[] =
     "  --keep       leave the directories behind, with what the programs wrote\n"
     "  --list       name the promises and end\n";
 
+int help() {
+    std::fputs(usage, stdout);
+    return 0;
+}
+
 int complain(std::string_view what) {
     std::fprintf(stderr, "hmxcampaign: %.*s\n%s", static_cast<int>(what.size()), what.data(), usage);
     return 2;
@@ -74,7 +79,9 @@ int main(int argc, char** argv) {
     for (std::size_t i = 0; i < arguments.size(); ++i) {
         const std::string& argument = arguments[i];
         const bool hasValue = i + 1 < arguments.size();
-        if (argument == "--cut") {
+        if (argument == "--help") {
+            return help();
+        } else if (argument == "--cut") {
             scope.isCut = true;
         } else if (argument == "--keep") {
             scope.keep = true;
