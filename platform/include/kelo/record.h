@@ -47,6 +47,8 @@
 
 #include "kelo/optional.h"
 #include "kelo/serializer/basic.h"
+#include "kelo/serializer/json_reader.h"
+#include "kelo/serializer/json_writer.h"
 #include "kelo/std/error_storage.h"
 #include "kelo/toluglobals.h"
 
@@ -209,6 +211,7 @@ namespace detail {
 [[gnu::cold]] bool valueOutOfEnum(unsigned value);      // records it; true
 [[gnu::cold]] bool unknownName(std::string_view name);  // records it; true
 [[gnu::cold]] bool missing(std::string_view key);       // records it; true
+[[gnu::cold]] bool outsideInt(std::size_t offset);      // records it; true
 [[gnu::cold]] bool failedIn(std::string_view key);      // adds to the path of the stored error; true
 [[gnu::cold]] bool failedIn(std::size_t index);         // likewise
 // The place of a name among names that are sorted, or in any order; -1 when it is not there.
@@ -243,8 +246,8 @@ template <class E>
 }
 
 // Writes a value of any type that a member may have: a reply that is a list, say.
-template <class V>
-bool writeValue(IStructuredSerializer& writer, const V& value) {
+template <class Writer, class V>
+bool writeValue(Writer& writer, const V& value) {
     if constexpr (std::is_same_v<V, bool>) {
         return writer.writeBool(value);
     } else if constexpr (std::is_same_v<V, int>) {
@@ -283,15 +286,15 @@ bool writeValue(IStructuredSerializer& writer, const V& value) {
 
 namespace detail {
 
-template <class V>
-bool writeMember(IStructuredSerializer& writer, const util::serializer::PlainKey& key, const V& value, bool& first) {
+template <class Writer, class V>
+bool writeMember(Writer& writer, const util::serializer::PlainKey& key, const V& value, bool& first) {
     if (writer.plainMemberKey(key, first) || writeValue(writer, value) || writer.endMember()) return true;
     first = false;
     return false;
 }
 
-template <class R, class V>
-bool writeRow(IStructuredSerializer& writer, const V& value, bool& first) {
+template <class R, class Writer, class V>
+bool writeRow(Writer& writer, const V& value, bool& first) {
     if constexpr (R::isRequired) {
         return writeMember(writer, R::plainKey, value, first);
     } else if constexpr (isOptional<V>) {
@@ -301,26 +304,40 @@ bool writeRow(IStructuredSerializer& writer, const V& value, bool& first) {
     }
 }
 
-template <class T, class... Rows>
-bool writeRows(IStructuredSerializer& writer, const T& value, Table<T, Rows...>) {
+template <class Writer, class T, class... Rows>
+bool writeRows(Writer& writer, const T& value, Table<T, Rows...>) {
     bool first = true;
     return writer.beginObject() || (writeRow<Rows>(writer, value.*Rows::member, first) || ...) || writer.endObject();
 }
 
 }  // namespace detail
 
-// What a record's `serialize` calls. True on failure.
+// What a record's `serialize` calls. True on failure. Nearly all documents are JSON: for these the members are compiled into one
+// piece, for the others each goes through the interface. On the road of a request that is a fifth of its instructions.
 template <Record T>
 bool write(IStructuredSerializer& writer, const T& value) {
+    if (auto* const json = writer.asJson()) return detail::writeRows(*json, value, TableOf<T>{});
     return detail::writeRows(writer, value, TableOf<T>{});
 }
 
 // --- Reading -----------------------------------------------------------------------------------------------------------------
 
 // Reads a value of any type that a member may have, in place of what was there.
-template <class V>
-bool readValue(IStructuredPullDeserializer& reader, V& value) {
-    if constexpr (detail::isBasic<V> || detail::hasFrameworkOperations<V>) {
+template <class Reader, class V>
+bool readValue(Reader& reader, V& value) {
+    if constexpr (std::is_same_v<V, int>) {
+        std::int64_t wide = 0;
+        if (reader.readInt(wide)) return true;
+        value = static_cast<int>(wide);
+        return value != wide && detail::outsideInt(reader.offset());
+    } else if constexpr (std::is_same_v<V, bool>) {
+        return reader.readBool(value);
+    } else if constexpr (std::is_same_v<V, std::string>) {
+        std::string_view text;
+        if (reader.readString(text)) return true;
+        value = text;
+        return false;
+    } else if constexpr (detail::isBasic<V> || detail::hasFrameworkOperations<V>) {
         return serializer::deserialize(reader, value);
     } else if constexpr (std::is_enum_v<V>) {
         std::string_view name;
@@ -357,16 +374,27 @@ bool readValue(IStructuredPullDeserializer& reader, V& value) {
 namespace detail {
 
 // Walks the members of an object.
+template <class Reader>
 struct MemberCursor {
-    IStructuredPullDeserializer& reader;
+    Reader& reader;
     std::string_view key{};    // of the member whose value is next, once somebody had to look at it
     bool isKeyRead = false;    // then the value is next
     bool isEndDue = false;     // a value has been read, and the end of its member has not
     std::size_t consumed = 0;  // members that were read
 
-    bool readKey();    // true on failure, as are the others
-    bool skip();       // over a member that nobody knows
-    bool endMember();  // where that is due
+    // True on failure, as are the others.
+    bool readKey() {
+        isKeyRead = true;
+        return reader.memberKey(key);
+    }
+    // Over a member that nobody knows.
+    bool skip() {
+        if (reader.skipValue()) return true;
+        pass();
+        return false;
+    }
+    // Where that is due.
+    bool endMember() { return std::exchange(isEndDue, false) && reader.endMember(); }
     // The value has been read.
     void pass() noexcept {
         isKeyRead = false;
@@ -382,8 +410,8 @@ struct MemberCursor {
     }
 };
 
-template <class V>
-bool readOptional(IStructuredPullDeserializer& reader, V& value) {
+template <class Reader, class V>
+bool readOptional(Reader& reader, V& value) {
     if (reader.takeNull()) {
         value = V{};
         return false;
@@ -396,8 +424,8 @@ bool readOptional(IStructuredPullDeserializer& reader, V& value) {
     }
 }
 
-template <class R, class V>
-bool readRow(MemberCursor& cursor, V& value, std::uint64_t& seen, std::uint64_t bit) {
+template <class R, class Reader, class V>
+bool readRow(MemberCursor<Reader>& cursor, V& value, std::uint64_t& seen, std::uint64_t bit) {
     if (!cursor.is(R::plainKey)) return false;
     bool failed = false;
     if constexpr (R::isRequired) {
@@ -414,11 +442,11 @@ bool readRow(MemberCursor& cursor, V& value, std::uint64_t& seen, std::uint64_t 
 
 // Each pass over the rows takes the members that come in their order; a document in the order of the table is read in one, and
 // its keys are only compared. A member that a whole pass did not take has its key read, for another pass; then it is unknown.
-template <class T, class... Rows, std::size_t... Indices>
-bool readRows(IStructuredPullDeserializer& reader, T& value, Table<T, Rows...>, std::index_sequence<Indices...>) {
+template <class Reader, class T, class... Rows, std::size_t... Indices>
+bool readRows(Reader& reader, T& value, Table<T, Rows...>, std::index_sequence<Indices...>) {
     constexpr std::uint64_t needed = ((std::uint64_t{Rows::isRequired} << Indices) | ... | 0);
     std::uint64_t seen = 0;
-    MemberCursor cursor{reader};
+    MemberCursor<Reader> cursor{reader};
     if (reader.beginObject()) return true;
     for (;;) {
         bool end = false;
@@ -435,8 +463,8 @@ bool readRows(IStructuredPullDeserializer& reader, T& value, Table<T, Rows...>, 
     return reader.endObject();
 }
 
-template <class T, class... Rows>
-bool readRows(IStructuredPullDeserializer& reader, T& value, Table<T, Rows...> table) {
+template <class Reader, class T, class... Rows>
+bool readRows(Reader& reader, T& value, Table<T, Rows...> table) {
     return readRows(reader, value, table, std::index_sequence_for<Rows...>{});
 }
 
@@ -446,6 +474,7 @@ bool readRows(IStructuredPullDeserializer& reader, T& value, Table<T, Rows...> t
 // failure; `value` is then filled in part.
 template <Record T>
 bool read(IStructuredPullDeserializer& reader, T& value) {
+    if (auto* const json = reader.asJson()) return detail::readRows(*json, value, TableOf<T>{});
     return detail::readRows(reader, value, TableOf<T>{});
 }
 

@@ -3,6 +3,7 @@
 #include "kelo/record.h"
 
 #include <algorithm>
+#include <string>
 #include <utility>
 
 #include "kelo/errors.h"
@@ -35,6 +36,11 @@ bool missing(std::string_view key) {
     return failedIn(key);
 }
 
+bool outsideInt(std::size_t offset) {
+    std::ErrorOutput{errors::Error, errors::readFailure, "integer outside 32 bits at byte " + std::to_string(offset)};
+    return true;
+}
+
 bool failedIn(std::string_view key) {
     std::ErrorStorage::prependPath(key);
     return true;
@@ -53,21 +59,6 @@ int findSorted(std::span<const std::string_view> names, std::string_view name) n
 int findUnsorted(std::span<const std::string_view> names, std::string_view name) noexcept {
     const auto found = std::find(names.begin(), names.end(), name);
     return found != names.end() ? static_cast<int>(found - names.begin()) : -1;
-}
-
-bool MemberCursor::readKey() {
-    isKeyRead = true;
-    return reader.memberKey(key);
-}
-
-bool MemberCursor::skip() {
-    if (reader.skipValue()) return true;
-    pass();
-    return false;
-}
-
-bool MemberCursor::endMember() {
-    return std::exchange(isEndDue, false) && reader.endMember();
 }
 
 }  // namespace detail

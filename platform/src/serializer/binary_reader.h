@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "serializer/failure.h"
+#include "kelo/serializer/failure.h"
 #include "util/serializer/structured_serializer.h"
 
 namespace kelo::serializer {

@@ -1,4 +1,4 @@
-#include "serializer/failure.h"
+#include "kelo/serializer/failure.h"
 
 #include <cstdio>
 

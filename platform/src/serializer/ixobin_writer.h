@@ -1,7 +1,7 @@
 // Writes the binary form "application/vnd.ixobin", which is CBOR.
 #pragma once
 
-#include "serializer/writer_nesting.h"
+#include "kelo/serializer/writer_nesting.h"
 #include "util/serializer/structured_serializer.h"
 
 namespace kelo::serializer {

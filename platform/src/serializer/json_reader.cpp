@@ -1,4 +1,4 @@
-#include "serializer/json_reader.h"
+#include "kelo/serializer/json_reader.h"
 
 #include <algorithm>
 #include <charconv>
@@ -6,7 +6,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "serializer/failure.h"
+#include "kelo/serializer/failure.h"
 #include "serializer/json_text.h"
 #include "serializer/utf8.h"
 
@@ -28,23 +28,6 @@ constexpr std::size_t maximumIntegerDigits = 310;  // those of the largest doubl
 
 bool isDigit(char c) noexcept {
     return c >= '0' && c <= '9';
-}
-
-// Of at least four characters. Keys are short: a call would cost more than the comparison.
-bool areSame(const char* a, const char* b, std::size_t size) noexcept {
-    const auto differ = [&]<class Word>(Word, std::size_t at) {
-        Word x = 0;
-        Word y = 0;
-        std::memcpy(&x, a + at, sizeof x);
-        std::memcpy(&y, b + at, sizeof y);
-        return x != y;
-    };
-    // The last word overlaps the one before.
-    if (size < 8) return !differ(std::uint32_t{}, 0) && !differ(std::uint32_t{}, size - 4);
-    for (std::size_t at = 0; at + 8 < size; at += 8) {
-        if (differ(std::uint64_t{}, at)) return false;
-    }
-    return !differ(std::uint64_t{}, size - 8);
 }
 
 // Whether a number that is too large for a double, or too small for one, is the latter: its first digit that counts then stands
@@ -117,68 +100,6 @@ bool JsonReader::finish() {
     return at_ != end_ && failedToFind("the end of the document");
 }
 
-bool JsonReader::begin(char open, const char* expected) {
-    skipBlanks();
-    if (at_ == end_ || *at_ != open) return failedToFind(expected);
-    if (depth_ == maximumDepth) return failed(fault::tooDeep);
-    ++at_;
-    ++depth_;
-    return false;
-}
-
-bool JsonReader::atEnd(char close, bool& end) {
-    skipBlanks();
-    if (at_ == end_) return failedToFind(close == '}' ? "a member or '}'" : "a value or ']'");
-    end = *at_ == close;
-    return false;
-}
-
-bool JsonReader::separate(char close) {
-    skipBlanks();
-    if (at_ != end_ && *at_ == ',') {
-        ++at_;
-        skipBlanks();
-        return at_ != end_ && *at_ == close && failed("a comma with nothing behind it");
-    }
-    if (at_ != end_ && *at_ == close) return false;
-    return failedToFind(close == '}' ? "',' or '}'" : "',' or ']'");
-}
-
-bool JsonReader::end(char close) {
-    bool atClose = false;
-    if (atEnd(close, atClose)) return true;
-    if (!atClose || depth_ == 0) return failedToFind(close == '}' ? "'}'" : "']'");
-    ++at_;
-    --depth_;
-    return false;
-}
-
-bool JsonReader::beginObject() {
-    return begin('{', "an object");
-}
-bool JsonReader::atObjectEnd(bool& end) {
-    return atEnd('}', end);
-}
-bool JsonReader::endMember() {
-    return separate('}');
-}
-bool JsonReader::endObject() {
-    return end('}');
-}
-bool JsonReader::beginArray() {
-    return begin('[', "an array");
-}
-bool JsonReader::endElement() {
-    if (++elements_ > maximumElements) return failed(fault::tooManyElements);
-    return separate(']');
-}
-bool JsonReader::atArrayEnd(bool& end) {
-    return atEnd(']', end);
-}
-bool JsonReader::endArray() {
-    return end(']');
-}
-
 bool JsonReader::memberKey(std::string_view& key) {
     skipBlanks();
     if (at_ == end_ || *at_ != '"') return failedToFind("a member's key");
@@ -187,16 +108,6 @@ bool JsonReader::memberKey(std::string_view& key) {
     if (at_ == end_ || *at_ != ':') return failedToFind("':'");
     ++at_;
     return false;
-}
-
-bool JsonReader::takeMemberKey(const util::serializer::PlainKey& key, bool behindMember) {
-    skipBlanks();
-    const std::size_t comma = behindMember ? 0 : 1;  // to be left out
-    const char* const expected = key.jsonMember().chars + comma;
-    const std::size_t size = key.jsonMember().size - comma;
-    if (static_cast<std::size_t>(end_ - at_) < size || !areSame(at_, expected, size)) return false;
-    at_ += size;
-    return true;
 }
 
 ValueType JsonReader::peek() {
@@ -222,20 +133,9 @@ ValueType JsonReader::peek() {
     return integer ? ValueType::integer : ValueType::floating;
 }
 
-bool JsonReader::takeLiteral(std::string_view text) noexcept {
-    if (!std::string_view{at_, static_cast<std::size_t>(end_ - at_)}.starts_with(text)) return false;
-    at_ += text.size();
-    return true;
-}
-
 bool JsonReader::readNull() {
     skipBlanks();
     return !takeLiteral("null") && failedToFind("null");
-}
-
-bool JsonReader::takeNull() {
-    skipBlanks();
-    return at_ != end_ && *at_ == 'n' && takeLiteral("null");
 }
 
 bool JsonReader::readBool(bool& value) {

@@ -1,4 +1,4 @@
-#include "serializer/json_writer.h"
+#include "kelo/serializer/json_writer.h"
 
 #include <charconv>
 #include <cmath>
@@ -37,61 +37,11 @@ bool JsonWriter::finish() {
     return nesting_.finish();
 }
 
-bool JsonWriter::beginObject() {
-    if (nesting_.begin(true)) return true;
-    out_->writeByte('{');
-    return false;
-}
-
 bool JsonWriter::memberKey(std::string_view key, bool first, int /*index*/) {
     if (nesting_.open(true, first)) return true;
     if (!first) out_->writeByte(',');
     if (writeText(key)) return true;
     out_->writeByte(':');
-    return false;
-}
-
-bool JsonWriter::plainMemberKey(const util::serializer::PlainKey& key, bool first) {
-    if (nesting_.open(true, first)) return true;
-    constexpr std::size_t block = util::serializer::PlainKey::block;
-    const auto& member = key.jsonMember();
-    const std::size_t comma = first ? 1 : 0;  // to be left out
-    char* const to = out_->claim(2 * block);
-    std::memcpy(to, member.chars + comma, block);
-    if (member.size > block) std::memcpy(to + block, member.chars + comma + block, block);
-    out_->commit(member.size - comma);
-    return false;
-}
-
-bool JsonWriter::endMember() {
-    return nesting_.close(true);
-}
-
-bool JsonWriter::endObject() {
-    if (nesting_.end(true)) return true;
-    out_->writeByte('}');
-    return false;
-}
-
-bool JsonWriter::beginArray() {
-    if (nesting_.begin(false)) return true;
-    out_->writeByte('[');
-    return false;
-}
-
-bool JsonWriter::beginElement(bool first) {
-    if (nesting_.open(false, first)) return true;
-    if (!first) out_->writeByte(',');
-    return false;
-}
-
-bool JsonWriter::endElement() {
-    return nesting_.close(false);
-}
-
-bool JsonWriter::endArray() {
-    if (nesting_.end(false)) return true;
-    out_->writeByte(']');
     return false;
 }
 

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "serializer/writer_nesting.h"
+#include "kelo/serializer/writer_nesting.h"
 #include "util/serializer/structured_serializer.h"
 
 namespace kelo::serializer {

@@ -14,6 +14,11 @@
 #include "kelo/url.h"
 #include "util/byte_buffer.h"
 
+namespace kelo::serializer {
+class JsonReader;
+class JsonWriter;
+}  // namespace kelo::serializer
+
 namespace util::serializer {
 
 // A member's key that every encoding takes as it is, so that nobody has to look at its characters: printable ASCII without quotes
@@ -57,6 +62,9 @@ class IStructuredSerializer {
 public:
     virtual ~IStructuredSerializer() = default;
 
+    // The writer of JSON itself, if this is it: whoever writes many members then need not go through the interface for each.
+    virtual kelo::serializer::JsonWriter* asJson() noexcept { return nullptr; }
+
     // Begins a document at the end of `writer`, which must outlive the document.
     virtual bool start(ByteBufferWriter& writer) = 0;
     // Ends it; fails if a value is missing or a container is open.
@@ -97,6 +105,9 @@ enum class ValueType : std::uint8_t { null, boolean, integer, floating, string, 
 class IStructuredPullDeserializer {
 public:
     virtual ~IStructuredPullDeserializer() = default;
+
+    // The reader of JSON itself, if this is it.
+    virtual kelo::serializer::JsonReader* asJson() noexcept { return nullptr; }
 
     // Begins a document; the bytes must outlive it. A reader may be started again at any time.
     virtual bool start(const ByteBufferReader& reader) = 0;

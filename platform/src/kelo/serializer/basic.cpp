@@ -171,17 +171,11 @@ bool serialize(IStructuredSerializer& writer, const Value& value) {
 }
 
 bool deserialize(IStructuredPullDeserializer& reader, int& value) {
-    std::int64_t wide = 0;
-    if (reader.readInt(wide)) return true;
-    if (wide < std::numeric_limits<int>::min() || wide > std::numeric_limits<int>::max()) {
-        return failAt(reader, "integer outside 32 bits");
-    }
-    value = static_cast<int>(wide);
-    return false;
+    return record::readValue(reader, value);
 }
 
 bool deserialize(IStructuredPullDeserializer& reader, bool& value) {
-    return reader.readBool(value);
+    return record::readValue(reader, value);
 }
 
 bool deserialize(IStructuredPullDeserializer& reader, float& value) {
@@ -195,10 +189,7 @@ bool deserialize(IStructuredPullDeserializer& reader, float& value) {
 }
 
 bool deserialize(IStructuredPullDeserializer& reader, std::string& value) {
-    std::string_view text;
-    if (reader.readString(text)) return true;
-    value = text;
-    return false;
+    return record::readValue(reader, value);
 }
 
 bool deserialize(IStructuredPullDeserializer& reader, std::UUID& value) {

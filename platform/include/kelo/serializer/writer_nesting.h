@@ -4,7 +4,7 @@
 #include <cstdint>
 #include <string_view>
 
-#include "serializer/failure.h"
+#include "kelo/serializer/failure.h"
 
 namespace kelo::serializer {
 

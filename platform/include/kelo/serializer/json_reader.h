@@ -1,0 +1,143 @@
+// Reads JSON. What every member of a record needs stands here, so that the compiler can put it where records are read.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "kelo/serializer/failure.h"
+#include "util/serializer/structured_serializer.h"
+
+namespace kelo::serializer {
+
+// Thread: one at a time.
+class JsonReader final : public util::serializer::IStructuredPullDeserializer {
+public:
+    JsonReader* asJson() noexcept override { return this; }
+    bool start(const util::ByteBufferReader& reader) override;
+    bool finish() override;
+    bool beginObject() override { return begin('{', "an object"); }
+    bool atObjectEnd(bool& end) override { return atEnd('}', end); }
+    bool memberKey(std::string_view& key) override;
+    bool takeMemberKey(const util::serializer::PlainKey& key, bool behindMember) override {
+        skipBlanks();
+        const char* at = at_;
+        if (behindMember) {
+            if (at == end_ || *at != ',') return false;
+            ++at;
+        }
+        const auto& member = key.jsonMember();
+        const std::size_t size = member.size - 1;  // without the comma
+        if (static_cast<std::size_t>(end_ - at) < size || !areSame(at, member.chars + 1, size)) return false;
+        at_ = at + size;
+        return true;
+    }
+    bool endMember() override { return separate('}'); }
+    bool endObject() override { return end('}'); }
+    bool beginArray() override { return begin('[', "an array"); }
+    bool atArrayEnd(bool& end) override { return atEnd(']', end); }
+    bool endElement() override {
+        if (++elements_ > maximumElements) [[unlikely]]
+            return failed(fault::tooManyElements);
+        return separate(']');
+    }
+    bool endArray() override { return end(']'); }
+    util::serializer::ValueType peek() override;
+    bool readNull() override;
+    bool takeNull() override {
+        skipBlanks();
+        return at_ != end_ && *at_ == 'n' && takeLiteral("null");
+    }
+    bool readBool(bool& value) override;
+    bool readInt(std::int64_t& value) override;
+    bool readDouble(double& value) override;
+    bool readString(std::string_view& value) override;
+    bool readUuid(std::UUID& value) override;
+    bool readUrl(kelo::url& value) override;
+    bool skipValue() override;
+    std::size_t offset() const noexcept override { return static_cast<std::size_t>(at_ - begin_); }
+
+private:
+    // Of at least four characters. Keys are short: a call would cost more than the comparison.
+    static bool areSame(const char* a, const char* b, std::size_t size) noexcept {
+        const auto differ = [&]<class Word>(Word, std::size_t at) {
+            Word x = 0;
+            Word y = 0;
+            std::memcpy(&x, a + at, sizeof x);
+            std::memcpy(&y, b + at, sizeof y);
+            return x != y;
+        };
+        // The last word overlaps the one before.
+        if (size < 8) return !differ(std::uint32_t{}, 0) && !differ(std::uint32_t{}, size - 4);
+        for (std::size_t at = 0; at + 8 < size; at += 8) {
+            if (differ(std::uint64_t{}, at)) return false;
+        }
+        return !differ(std::uint64_t{}, size - 8);
+    }
+    [[gnu::cold]] bool failed(const char* what) const noexcept;
+    [[gnu::cold]] bool failedToFind(const char* expected);
+    void skipBlanks() noexcept {
+        while (at_ < end_ && static_cast<unsigned char>(*at_) <= ' ' &&
+               (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t'))
+            ++at_;
+    }
+    bool begin(char open, const char* expected) {
+        skipBlanks();
+        if (at_ == end_ || *at_ != open) [[unlikely]]
+            return failedToFind(expected);
+        if (depth_ == maximumDepth) [[unlikely]]
+            return failed(fault::tooDeep);
+        ++at_;
+        ++depth_;
+        return false;
+    }
+    bool atEnd(char close, bool& end) {
+        skipBlanks();
+        if (at_ == end_) [[unlikely]]
+            return failedToFind(close == '}' ? "a member or '}'" : "a value or ']'");
+        end = *at_ == close;
+        return false;
+    }
+    bool separate(char close) {
+        skipBlanks();
+        if (at_ != end_ && *at_ == ',') {
+            ++at_;
+            skipBlanks();
+            return at_ != end_ && *at_ == close && failed("a comma with nothing behind it");
+        }
+        if (at_ != end_ && *at_ == close) return false;
+        return failedToFind(close == '}' ? "',' or '}'" : "',' or ']'");
+    }
+    bool end(char close) {
+        bool atClose = false;
+        if (atEnd(close, atClose)) return true;
+        if (!atClose || depth_ == 0) [[unlikely]]
+            return failedToFind(close == '}' ? "'}'" : "']'");
+        ++at_;
+        --depth_;
+        return false;
+    }
+    [[gnu::noinline]] bool readUnusualInt(std::int64_t& value);
+    bool takeLiteral(std::string_view text) noexcept {
+        if (!std::string_view{at_, static_cast<std::size_t>(end_ - at_)}.starts_with(text)) return false;
+        at_ += text.size();
+        return true;
+    }
+    // The number at the present place, not consumed; empty if none begins there. `integer`: it has neither fraction nor exponent.
+    std::string_view scanNumber(bool& integer) const noexcept;
+    // A string with escapes, or a malformed one, whose plain characters from `run` to the present place have been passed over.
+    [[gnu::noinline]] bool readUnusual(const char* run, bool ascii, std::string_view& value);
+    bool readEscape();  // what follows a backslash
+    bool readHex(unsigned& value) noexcept;
+
+    const char* begin_ = nullptr;
+    const char* at_ = nullptr;
+    const char* end_ = nullptr;
+    unsigned depth_ = 0;
+    unsigned elements_ = 0;
+    std::string scratch_;
+};
+
+}  // namespace kelo::serializer

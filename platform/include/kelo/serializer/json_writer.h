@@ -1,0 +1,78 @@
+// Writes JSON. What every member of a record needs stands here, so that the compiler can put it where records are written.
+#pragma once
+
+#include <cstring>
+
+#include "kelo/serializer/writer_nesting.h"
+#include "util/serializer/structured_serializer.h"
+
+namespace kelo::serializer {
+
+// Compact: no blanks. Thread: one at a time.
+class JsonWriter final : public util::serializer::IStructuredSerializer {
+public:
+    JsonWriter* asJson() noexcept override { return this; }
+    bool start(util::ByteBufferWriter& writer) override;
+    bool finish() override;
+    bool beginObject() override {
+        if (nesting_.begin(true)) return true;
+        out_->writeByte('{');
+        return false;
+    }
+    bool memberKey(std::string_view key, bool first, int index) override;
+    bool plainMemberKey(const util::serializer::PlainKey& key, bool first) override {
+        if (nesting_.open(true, first)) return true;
+        constexpr std::size_t block = util::serializer::PlainKey::block;
+        const auto& member = key.jsonMember();
+        const std::size_t size = member.size - 1;  // without the comma
+        char* to = out_->claim(1 + 2 * block);
+        if (!first) *to++ = ',';
+        std::memcpy(to, member.chars + 1, block);
+        if (size > block) std::memcpy(to + block, member.chars + 1 + block, block);
+        out_->commitTo(to + size);
+        return false;
+    }
+    bool endMember() override { return nesting_.close(true); }
+    bool endObject() override {
+        if (nesting_.end(true)) return true;
+        out_->writeByte('}');
+        return false;
+    }
+    bool beginArray() override {
+        if (nesting_.begin(false)) return true;
+        out_->writeByte('[');
+        return false;
+    }
+    bool beginElement(bool first) override {
+        if (nesting_.open(false, first)) return true;
+        if (!first) out_->writeByte(',');
+        return false;
+    }
+    bool endElement() override { return nesting_.close(false); }
+    bool endArray() override {
+        if (nesting_.end(false)) return true;
+        out_->writeByte(']');
+        return false;
+    }
+    bool writeNull() override;
+    bool writeBool(bool value) override;
+    bool writeInt(std::int64_t value) override;
+    bool writeDouble(double value) override;
+    bool writeFloat(float value) override;
+    bool writeString(std::string_view value) override;
+    bool writeUuid(const std::UUID& value) override;
+    bool writeUrl(const kelo::url& value) override;
+
+private:
+    // What std::to_chars takes: a value, and how to write it.
+    template <class... Format>
+    bool writeNumber(Format... format);
+    bool writeText(std::string_view text);
+    [[gnu::noinline]] bool writeUnusual(std::string_view text);
+    void writeEscaped(unsigned char c);
+
+    util::ByteBufferWriter* out_ = nullptr;
+    WriterNesting nesting_;
+};
+
+}  // namespace kelo::serializer
