@@ -242,7 +242,7 @@ void driveStopped(const Scope& scope, Random& /*random*/, Report& report) {
         return sum;
     };
     const double before = incarnations();
-    display->signal(SIGSTOP);
+    display->stop();
     std::vector<std::uint64_t> ids;
     for (unsigned i = 0; i < 50; ++i) {
         ids.push_back(client->ask("retrieve", i % 2 == 0 ? "/displays" : "/displayables", i % 3 != 0));

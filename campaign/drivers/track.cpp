@@ -122,7 +122,7 @@ void driveDirectory(const Scope& scope, Random& random, Report& report) {
     double emptied = 0;
     for (unsigned round = 0; round < rounds; ++round) {
         // More happens than the kernel keeps for somebody who does not read; what counts is among what is lost.
-        bridge->signal(SIGSTOP);
+        bridge->stop();
         const std::size_t files = eventsThatAreQueued() / 2 + 100;
         const std::string file = stage.domain() + "/.file";
         for (std::size_t i = 0; i < files; ++i) {

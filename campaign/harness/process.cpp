@@ -106,6 +106,13 @@ void Process::signal(int number) const {
     if (pid_ > 0) ::kill(pid_, number);
 }
 
+void Process::stop() const {
+    signal(SIGSTOP);
+    siginfo_t info{};
+    while (pid_ > 0 && ::waitid(P_PID, static_cast<id_t>(pid_), &info, WSTOPPED | WEXITED | WNOWAIT) < 0 && errno == EINTR) {
+    }
+}
+
 void Process::kill() {
     if (pid_ <= 0) return;
     ::kill(pid_, SIGKILL);

@@ -31,6 +31,8 @@ public:
     // Kills and waits until it is gone.
     void kill();
     void signal(int number) const;
+    // Stops it, until SIGCONT, and waits until it has: the signal alone leaves it running for a while.
+    void stop() const;
     // Waits for its end; false when it still runs after so many milliseconds.
     bool waitForEnd(int patience);
     // As waitpid gave it; of a process that has ended.

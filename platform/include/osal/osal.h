@@ -10,7 +10,7 @@ public:
     // `raiseDescriptorLimit`: take the hard limit as the soft one. `blockSignals`: leave SIGTERM and SIGINT to a thread that
     // waits for them.
     Osal(bool raiseDescriptorLimit, bool blockSignals) noexcept;
-    ~Osal();
+    ~Osal() = default;
     Osal(const Osal&) = delete;
     Osal& operator=(const Osal&) = delete;
 };

@@ -135,6 +135,7 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
         }
     }
     if (refusal != nullptr) {
+        // NOLINTNEXTLINE(bugprone-use-after-move): it moves only where there is no refusal
         guarded("onError", [&] { owned->onError(Response::createErrorResponse(status, servicePath_ + ": " + refusal)); });
         return IKeloApi::UNDEFINED_REQUEST_HANDLE;
     }

@@ -114,7 +114,7 @@ private:
     util::ByteBufferWriter sending_;  // being sent, from sendingOffset_
     std::size_t sendingOffset_ = 0;
     std::uint64_t taken_ = 0;
-    bool isSending_ = false;            // a thread is in the system call with `sending_`
+    bool isSending_ = false;  // a thread is in the system call with `sending_`
     std::condition_variable sendIsOver_;
     bool blocked_ = false;              // the kernel took less than all; waiting until it can take more
     std::atomic<bool> paused_ = false;  // not reading; written with the mutex held

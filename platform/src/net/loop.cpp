@@ -329,10 +329,12 @@ void Loop::flushLater(std::shared_ptr<Flushable> flushable) {
     if (!dirty_.empty() && dirty_.back() == flushable) return;
     if (std::find(dirty_.begin(), dirty_.end(), flushable) != dirty_.end()) return;
     try {
-        dirty_.push_back(flushable);
+        if (dirty_.size() == dirty_.capacity()) dirty_.reserve(2 * dirty_.size() + 1);
     } catch (const std::exception&) {
         flushable->flush();  // no memory for putting it off
+        return;
     }
+    dirty_.push_back(std::move(flushable));
 }
 
 void Loop::flushAll() {

@@ -25,6 +25,5 @@ Osal::Osal(bool raiseDescriptorLimit, bool blockSignals) noexcept {
 }
 
 // The settings stay: threads that outlive main's objects still rely on them.
-Osal::~Osal() = default;
 
 }  // namespace osal

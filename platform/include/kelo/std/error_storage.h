@@ -24,8 +24,8 @@ struct ErrorEntry {
 
 // The store itself is per thread, of fixed size (a text is cut at 1 KiB, at a whole UTF-8 character) and never fails or
 // allocates. Constructing an ErrorStorage sets what happens, in the whole process, to an error that nobody consumed: one that the
-// next overwrites, or that is left when its thread's event loop, or the storage, has done. Destroying it restores what was before.
-// Thread: the static functions speak of the calling thread.
+// next overwrites, or that is left when its thread's event loop, or the storage, has done. Destroying it restores what was
+// before. Thread: the static functions speak of the calling thread.
 class ErrorStorage {
 public:
     using Action = void (*)(const ErrorEntry&);
