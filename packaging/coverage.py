@@ -15,7 +15,7 @@ TOP = Path(__file__).resolve().parent.parent
 APART = ("tests/", "campaign/", "fuzz/", "bench/", "build/")
 MEASURE = 90.0
 # Folders that decode what a peer sent, and those through which every request goes.
-CORE = ("platform/src/serializer", "platform/src/wire", "platform/src/net", "core/", "bridge/")
+CORE = ("platform/src/serializer", "platform/include/kelo/serializer", "platform/src/wire", "platform/src/net", "core/", "bridge/")
 CORE_MEASURE = 95.0
 
 
