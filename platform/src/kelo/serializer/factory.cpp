@@ -1,9 +1,9 @@
 #include "kelo/serializer/factory.h"
 
-#include "serializer/ixobin_reader.h"
-#include "serializer/ixobin_writer.h"
 #include "kelo/serializer/json_reader.h"
 #include "kelo/serializer/json_writer.h"
+#include "serializer/ixobin_reader.h"
+#include "serializer/ixobin_writer.h"
 #include "serializer/msgpack_reader.h"
 #include "serializer/msgpack_writer.h"
 
