@@ -31,9 +31,11 @@ struct Scope {
     std::string faultsLibrary;  // to be loaded before a program: see fault_page.h
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    static constexpr bool isSanitized = true;  // so memory is another measure, and everything is slower
+    static constexpr bool isSanitized = true;  // so memory is another measure
+    static constexpr double slowness = 5;      // and everything takes longer
 #else
     static constexpr bool isSanitized = false;
+    static constexpr double slowness = 1;
 #endif
 
     // How often to do something: all of it, or a cut.

@@ -90,6 +90,7 @@ bool Stage::isServing() const {
 }
 
 void Stage::awaitServing(milliseconds patience) const {
+    patience *= static_cast<int>(Scope::slowness);
     if (!eventually([&] { return isServing(); }, patience)) throw Failure{"the bridge does not come to serve:\n" + log()};
 }
 
