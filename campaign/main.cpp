@@ -42,7 +42,7 @@ std::uint64_t seedOf(const campaign::Promise& promise, std::uint64_t seed) {
 }
 
 bool drive(const campaign::Promise& promise, const campaign::Scope& scope) {
-    if (promise.isInjected && campaign::Scope::isSanitized) {
+    if (promise.isBareOnly && campaign::Scope::isSanitized) {
         std::printf("passed over %s: not under sanitizers\n", std::string{promise.name}.c_str());
         return true;
     }

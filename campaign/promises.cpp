@@ -20,7 +20,7 @@ constexpr std::array all{
     Promise{"damaged", "damaged answers end requests once, and their provider is asked again", &driveDamagedAnswers},
     Promise{"late", "wrong, late and repeated answers reach nobody", &driveLate},
     Promise{"values", "values pass through every encoding unchanged, or are refused", &driveValues},
-    Promise{"descriptors", "without descriptors the bridge rests, serves whom it has, and recovers", &driveDescriptors},
+    Promise{"descriptors", "without descriptors the bridge rests, serves whom it has, and recovers", &driveDescriptors, true},
     Promise{"disk", "a service that cannot be published for now is alive soon after it can", &driveDisk, true},
     Promise{"interrupted", "interrupted and short calls change no answer", &driveInterrupted, true},
     Promise{"stopped", "a stopped upstream service costs its requests their deadline and no more, whatever the clock says",
