@@ -46,7 +46,7 @@ const char* MsgpackReader::decode(BinaryItem& item) {
     std::uint64_t number = 0;
     if (first <= 0x7f || first >= 0xe0) {
         item.type = Type::integer;
-        item.integer = static_cast<std::int8_t>(first);
+        item.integer = first <= 0x7f ? std::int64_t{first} : std::int64_t{first} - 0x100;
         item.end = offset() + 1;
         return nullptr;
     }
