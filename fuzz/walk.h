@@ -33,7 +33,9 @@ bool accepts(util::serializer::IStructuredPullDeserializer& reader, Bytes bytes,
         return true;
     }
     require(error.category == &kelo::errors::Error && error.code == kelo::errors::readFailure, "a failure says that it is one");
-    require(error.text.find(" at byte ") != std::string_view::npos, "a failure says where it is");
+    // By its place in the bytes, or, where a record wants what the document does not have, by the path to the member.
+    const auto says = [&](std::string_view what) { return error.text.find(what) != std::string_view::npos; };
+    require(says(" at byte ") || says(": "), "a failure says where it is");
     std::ErrorStorage::ack();
     return false;
 }

@@ -189,6 +189,7 @@ std::UUID Elements::findInLists(const Target& target) {
         throw Failure{ExitCode::notFound, target.text() + ": there is no such element at " + hmx_.path(), hint};
     }
     std::vector<std::string> candidates;
+    candidates.reserve(matching.size());
     for (const auto& [id, name] : matching) candidates.push_back((name.empty() ? "" : name + " ") + id.toString());
     throw usageError(target.text() + ": fits " + std::to_string(matching.size()) + " elements", joined(candidates));
 }

@@ -33,7 +33,7 @@ std::vector<Contact> contacts(const std::vector<HitRegion>& regions, const std::
         hitLayers.insert(regions[i].layer);
     }
     for (const std::size_t i : order) {
-        if (hitLayers.count(regions[i].layer) == 0 && holdsInMargin(regions[i], touch)) found[i] = Contact::margin;
+        if (!hitLayers.contains(regions[i].layer) && holdsInMargin(regions[i], touch)) found[i] = Contact::margin;
     }
     return found;
 }

@@ -27,7 +27,7 @@ std::map<std::string, std::set<int>> readInactiveLayers(Context& context) {
 void markInactive(Json& layers, const std::set<int>& numbers) {
     for (Json& layer : layers) {
         const Json& number = member(layer, "id");
-        if (number.is_number_integer() && numbers.count(number.get<int>()) > 0) layer["active"] = false;
+        if (number.is_number_integer() && numbers.contains(number.get<int>())) layer["active"] = false;
     }
 }
 

@@ -12,7 +12,7 @@
 namespace hmxctl {
 namespace {
 
-constexpr std::size_t flushBytes = 64U * 1024U;
+constexpr std::size_t flushBytes = std::size_t{64} * 1024U;
 
 // The NO_COLOR convention: set to anything but "" means no colours; TERM=dumb says the same of the terminal.
 bool environmentAllowsColour() noexcept {

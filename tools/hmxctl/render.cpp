@@ -49,6 +49,7 @@ std::vector<std::string> tableLines(const Json& rows, bool colour) {
     Table table{std::move(columns)};
     for (const Json& row : rows) {
         std::vector<Table::Cell> cells;
+        cells.reserve(keys.size());
         for (const std::string& key : keys) {
             cells.push_back({cutToWidth(shortText(member(row, key)), widestCell), styleOf(member(row, key))});
         }
@@ -80,6 +81,7 @@ struct Flattened {
 std::string shortestIds(const std::vector<Json>& elements, std::size_t& length) {
     constexpr std::size_t shortest = 8;
     std::vector<std::string> ids;
+    ids.reserve(elements.size());
     for (const Json& element : elements) ids.push_back(text(element, "id"));
     std::sort(ids.begin(), ids.end());
     ids.erase(std::unique(ids.begin(), ids.end()), ids.end());

@@ -220,6 +220,7 @@ std::span<const Resource> resources() noexcept {
 
 std::vector<std::string> resourceNames() {
     std::vector<std::string> names;
+    names.reserve(std::size(table));
     for (const Resource& resource : table) names.emplace_back(resource.name);
     return names;
 }

@@ -122,6 +122,7 @@ public:
     std::vector<ServiceState> list(const Deadline& deadline) override {
         const std::vector<std::string> paths = listedServices();
         std::vector<Acquaintance*> services;
+        services.reserve(paths.size());
         for (const std::string& path : paths) services.push_back(&acquaintance(path));
         std::vector<ServiceState> states;
         for (const std::string& path : paths) {
