@@ -58,6 +58,7 @@ public:
         ++position_;
         return *this;
     }
+    // NOLINTNEXTLINE(cert-dcl21-cpp): what iterators of the standard library give, too
     CountingIterator operator++(int) {
         const CountingIterator before = *this;
         ++*this;

@@ -65,6 +65,7 @@ void RequestLog::add(std::string_view service, const kelo::Request& request, Tim
 
 std::string RequestLog::toJson(std::size_t bytes) const {
     std::deque<std::string> lines;
+    // NOLINTNEXTLINE(modernize-loop-convert): backwards
     for (auto entry = kept_.rbegin(); entry != kept_.rend(); ++entry) {
         lines.push_front(lineOf(*entry));
         const std::size_t size = lines.front().size() + 2;
