@@ -208,6 +208,7 @@ void Loop::runTaken() {
 }
 
 void Loop::serveBorrowers() noexcept {
+    if (borrowers_.empty()) return;
     // None is added meanwhile: whoever is borrowing does not lend.
     for (Loop* const borrower : borrowers_) borrower->runOnThreadOf(*this);
     borrowers_.clear();

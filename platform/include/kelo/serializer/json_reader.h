@@ -29,9 +29,8 @@ public:
             ++at;
         }
         const auto& member = key.jsonMember();
-        const std::size_t size = member.size - 1;  // without the comma
-        if (static_cast<std::size_t>(end_ - at) < size || !areSame(at, member.chars + 1, size)) return false;
-        at_ = at + size;
+        if (static_cast<std::size_t>(end_ - at) < member.size || !areSame(at, member.chars, member.size)) return false;
+        at_ = at + member.size;
         return true;
     }
     bool endMember() override { return separate('}'); }

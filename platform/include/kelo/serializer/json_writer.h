@@ -24,12 +24,11 @@ public:
         if (nesting_.open(true, first)) return true;
         constexpr std::size_t block = util::serializer::PlainKey::block;
         const auto& member = key.jsonMember();
-        const std::size_t size = member.size - 1;  // without the comma
         char* to = out_->claim(1 + 2 * block);
         if (!first) *to++ = ',';
-        std::memcpy(to, member.chars + 1, block);
-        if (size > block) std::memcpy(to + block, member.chars + 1 + block, block);
-        out_->commitTo(to + size);
+        std::memcpy(to, member.chars, block);
+        if (member.size > block) std::memcpy(to + block, member.chars + block, block);
+        out_->commitTo(to + member.size);
         return false;
     }
     bool endMember() override { return nesting_.close(true); }

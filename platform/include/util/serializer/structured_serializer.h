@@ -28,12 +28,11 @@ public:
     // A JSON member is copied in one or two blocks of this size, whatever its length, rather than byte by byte.
     static constexpr std::size_t block = 16;
 
-    // The key as a JSON member begins: `,"key":`.
+    // The key as a JSON member begins: `"key":`.
     struct Text {
         template <std::size_t N>
         consteval explicit Text(const char (&key)[N]) {
-            static_assert(N > 1 && N - 1 + 4 <= 2 * block);
-            chars[size++] = ',';
+            static_assert(N > 1 && N - 1 + 3 <= 2 * block);
             chars[size++] = '"';
             for (std::size_t i = 0; i + 1 < N; ++i) {
                 if (key[i] < ' ' || key[i] > '~' || key[i] == '"' || key[i] == '\\') throw "not a plain key";
@@ -43,14 +42,14 @@ public:
             chars[size++] = ':';
         }
         std::size_t size = 0;
-        char chars[2 * block + 1]{};  // from the first or second character on, two whole blocks
+        char chars[2 * block]{};
     };
 
     // Refers to the text.
     constexpr explicit PlainKey(const Text& text) noexcept : text_{&text} {}
 
-    constexpr std::string_view text() const noexcept { return {text_->chars + 2, text_->size - 4}; }
-    constexpr std::size_t size() const noexcept { return text_->size - 4; }
+    constexpr std::string_view text() const noexcept { return {text_->chars + 1, size()}; }
+    constexpr std::size_t size() const noexcept { return text_->size - 3; }
     constexpr const Text& jsonMember() const noexcept { return *text_; }
 
 private:
