@@ -43,8 +43,7 @@ public:
         std::vector<std::shared_ptr<kelo::hmx::DisplayObject>> objects;
         objects.reserve(list.infoForAllDisplays->size());
         for (const auto& display : *list.infoForAllDisplays)
-            objects.push_back(std::make_shared<kelo::hmx::DisplayObject>(
-                hmx::toDisplayObject(display, ids_.record(hmx::displayName(display)))));
+            objects.push_back(hmx::toDisplayObject(display, ids_.record(hmx::displayName(display))));
         return kelo::tolu::cutPage(std::move(objects), {});
     }
 

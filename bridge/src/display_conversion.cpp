@@ -46,29 +46,30 @@ std::string layersIdName(const std::string& displayName) {
     return "hmx/layerconfigurations/" + displayName;
 }
 
-DisplayObject toDisplayObject(const displaymanager::Display& display, const std::UUID& id) {
-    DisplayObject object{id, DisplayObject::elementUri(id)};
-    object.name = displayName(display);
-    object.displayID = display.id;
-    object.displayInternalID = display.internalid;
-    object.connector = display.connector;
-    object.resolution = toResolution(display.resolution);
-    object.terminal = display.terminal;
-    object.touchSupport = display.touchSupport;
+std::shared_ptr<DisplayObject> toDisplayObject(const displaymanager::Display& display, const std::UUID& id) {
+    auto object = std::make_shared<DisplayObject>(id, DisplayObject::elementUri(id));
+    object->name = displayName(display);
+    object->displayID = display.id;
+    object->displayInternalID = display.internalid;
+    object->connector = display.connector;
+    object->resolution = toResolution(display.resolution);
+    object->terminal = display.terminal;
+    object->touchSupport = display.touchSupport;
     return object;
 }
 
-DisplayableObject toDisplayableObject(const displaymanager::Displayable& displayable, const std::UUID& id) {
-    DisplayableObject object{id, DisplayableObject::elementUri(id)};
-    if (displayable.name) object.name = *displayable.name;
-    object.displayableID = displayable.id;
-    object.size = toResolution(displayable.size);
-    object.type = displayable.type;
+std::shared_ptr<DisplayableObject> toDisplayableObject(const displaymanager::Displayable& displayable, const std::UUID& id) {
+    auto object = std::make_shared<DisplayableObject>(id, DisplayableObject::elementUri(id));
+    if (displayable.name) object->name = *displayable.name;
+    object->displayableID = displayable.id;
+    object->size = toResolution(displayable.size);
+    object->type = displayable.type;
     return object;
 }
 
-LayerconfigurationObject toLayerconfigurationObject(const displaymanager::DisplayLayers& configuration, const std::UUID& id) {
-    LayerconfigurationObject object{id, LayerconfigurationObject::elementUri(id)};
+std::shared_ptr<LayerconfigurationObject> toLayerconfigurationObject(const displaymanager::DisplayLayers& configuration,
+                                                                     const std::UUID& id) {
+    auto object = std::make_shared<LayerconfigurationObject>(id, LayerconfigurationObject::elementUri(id));
     std::vector<std::shared_ptr<LayerType>> layers;
     if (configuration.layers && configuration.layers->infoForAllLayers) {
         layers.reserve(configuration.layers->infoForAllLayers->size());
@@ -80,7 +81,7 @@ LayerconfigurationObject toLayerconfigurationObject(const displaymanager::Displa
             made->zpos = layer->zpos;
         }
     }
-    object.layers = std::move(layers);
+    object->layers = std::move(layers);
     return object;
 }
 

@@ -40,7 +40,7 @@ namespace hmx {
 //     idName(key)                     what the id of an element is made from
 //     keyOf(one, asked)               what upstream knows the element of an answer by; `asked`: what it was asked for
 //     forEach(all, visit)             calls visit(one, key) for each element, in upstream's order
-//     convert(one, id)                the element
+//     convert(one, id)                the element, shared with nobody
 template <class Resource>
 struct DisplaySideScheme;
 
@@ -175,9 +175,8 @@ bool DisplaySideBridge<Resource>::deliver(RequestKey key, const All& all) {
     return pending_.template next<ListPage>(key, [&] {
         std::vector<std::shared_ptr<Element>> elements;
         elements.reserve(lastCount_);
-        Scheme::forEach(all, [&](const One& one, const Key& known) {
-            elements.push_back(std::make_shared<Element>(Scheme::convert(one, ids_.record(known))));
-        });
+        Scheme::forEach(all,
+                        [&](const One& one, const Key& known) { elements.push_back(Scheme::convert(one, ids_.record(known))); });
         lastCount_ = elements.size();
         return kelo::tolu::cutPage(std::move(elements), pending_.context(key)->params, {Scheme::parameter});
     });
@@ -188,12 +187,9 @@ bool DisplaySideBridge<Resource>::deliver(RequestKey key, const One& one) {
     using Scheme = DisplaySideScheme<Resource>;
     const Asked* const asked = pending_.context(key);
     if (asked == nullptr) return false;
-    Element element = Scheme::convert(one, ids_.record(Scheme::keyOf(one, asked->key)));
-    const auto makeElement = [&] { return kelo::tolu::transformElement(std::move(element), asked->params); };
-    const auto makePage = [&] {
-        return kelo::tolu::cutPage(std::vector{std::make_shared<Element>(std::move(element))}, asked->params,
-                                   {Scheme::parameter});
-    };
+    const std::shared_ptr<Element> element = Scheme::convert(one, ids_.record(Scheme::keyOf(one, asked->key)));
+    const auto makeElement = [&] { return kelo::tolu::transformElement(std::move(*element), asked->params); };
+    const auto makePage = [&] { return kelo::tolu::cutPage(std::vector{element}, asked->params, {Scheme::parameter}); };
     return pending_.template next<Element>(key, makeElement) || pending_.template next<ListPage>(key, makePage);
 }
 

@@ -49,7 +49,9 @@ struct DisplaySideScheme<DisplayableResource> : DisplayableResource {
         if (!all.infoForAllDisplayables) return;
         for (const One& displayable : *all.infoForAllDisplayables) visit(displayable, displayable.id);
     }
-    static Element convert(const One& displayable, const std::UUID& id) { return toDisplayableObject(displayable, id); }
+    static std::shared_ptr<Element> convert(const One& displayable, const std::UUID& id) {
+        return toDisplayableObject(displayable, id);
+    }
 };
 
 template <>

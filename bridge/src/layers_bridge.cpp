@@ -47,7 +47,7 @@ struct DisplaySideScheme<LayersResource> : LayersResource {
             if (entry.layersForDisplay) visit(*entry.layersForDisplay, displayName(*entry.layersForDisplay));
         }
     }
-    static Element convert(const One& configuration, const std::UUID& id) {
+    static std::shared_ptr<Element> convert(const One& configuration, const std::UUID& id) {
         return toLayerconfigurationObject(configuration, id);
     }
 };

@@ -1,6 +1,7 @@
 // What the display manager reports, as elements of our resources.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "hmx/display_object.h"
@@ -23,12 +24,13 @@ namespace hmx {
 [[nodiscard]] std::string displayableIdName(const int& number);
 [[nodiscard]] std::string layersIdName(const std::string& displayName);
 
-// The elements; `id` is theirs. Members that upstream does not report are absent, null pointers count as not reported. Thread:
-// any.
-[[nodiscard]] kelo::hmx::DisplayObject toDisplayObject(const kelo::hmx::displaymanager::Display& display, const std::UUID& id);
-[[nodiscard]] kelo::hmx::DisplayableObject toDisplayableObject(const kelo::hmx::displaymanager::Displayable& displayable,
-                                                               const std::UUID& id);
-[[nodiscard]] kelo::hmx::LayerconfigurationObject toLayerconfigurationObject(
+// The elements, each made where a page keeps it; `id` is theirs. Members that upstream does not report are absent, null pointers
+// count as not reported. Thread: any.
+[[nodiscard]] std::shared_ptr<kelo::hmx::DisplayObject> toDisplayObject(const kelo::hmx::displaymanager::Display& display,
+                                                                        const std::UUID& id);
+[[nodiscard]] std::shared_ptr<kelo::hmx::DisplayableObject> toDisplayableObject(
+    const kelo::hmx::displaymanager::Displayable& displayable, const std::UUID& id);
+[[nodiscard]] std::shared_ptr<kelo::hmx::LayerconfigurationObject> toLayerconfigurationObject(
     const kelo::hmx::displaymanager::DisplayLayers& configuration, const std::UUID& id);
 
 }  // namespace hmx

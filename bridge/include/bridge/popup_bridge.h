@@ -85,7 +85,7 @@ private:
 
     const std::shared_ptr<comm::ActiveObject> worker_;
     Attachment<kelo::hmx::popups::IHmx_popups> upstream_;
-    IdTable<PopupKey, PopupKeyLess> ids_;
+    IdTable<PopupKey, PopupKeyHash, PopupKeyEqual> ids_;
     PendingRequests<Asked, kelo::hmx::PopupObjectListPage, kelo::hmx::PopupObject, kelo::url> pending_;
 };
 

@@ -1,6 +1,8 @@
 // Popups as the popup manager knows them, and as elements of our resource.
 #pragma once
 
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <string_view>
 
@@ -28,13 +30,20 @@ struct PopupKeyView {
     explicit operator PopupKey() const { return {std::string{display}, std::string{name}}; }
 };
 
-// Orders either.
-struct PopupKeyLess {
+// Of either.
+struct PopupKeyHash {
+    using is_transparent = void;
+    template <class Key>
+    std::size_t operator()(const Key& key) const noexcept {
+        const std::hash<std::string_view> hash;
+        return hash(key.display) * 31 + hash(key.name);
+    }
+};
+struct PopupKeyEqual {
     using is_transparent = void;
     template <class A, class B>
     bool operator()(const A& a, const B& b) const noexcept {
-        const int order = std::string_view{a.display}.compare(b.display);
-        return order != 0 ? order < 0 : std::string_view{a.name} < std::string_view{b.name};
+        return a.name == b.name && a.display == b.display;
     }
 };
 

@@ -288,9 +288,14 @@ namespace detail {
 
 template <class Writer, class V>
 bool writeMember(Writer& writer, const util::serializer::PlainKey& key, const V& value, bool& first) {
-    if (writer.plainMemberKey(key, first) || writeValue(writer, value) || writer.endMember()) return true;
+    bool failed = false;
+    if constexpr (requires { writer.writeMember(key, value, first); }) {
+        failed = writer.writeMember(key, value, first);
+    } else {
+        failed = writer.plainMemberKey(key, first) || writeValue(writer, value) || writer.endMember();
+    }
     first = false;
-    return false;
+    return failed;
 }
 
 template <class R, class Writer, class V>
@@ -384,8 +389,11 @@ struct MemberCursor {
 
     // True on failure, as are the others.
     bool readKey() {
+        std::string_view text;  // the cursor's own is not handed out, so that the compiler may keep the cursor in registers
+        const bool failed = reader.memberKey(text);
+        key = text;
         isKeyRead = true;
-        return reader.memberKey(key);
+        return failed;
     }
     // Over a member that nobody knows.
     bool skip() {
@@ -416,7 +424,12 @@ bool readOptional(Reader& reader, V& value) {
         value = V{};
         return false;
     }
-    if constexpr (isOptional<V>) {
+    if constexpr (std::is_same_v<V, kelo::optional<std::string>>) {
+        std::string_view text;
+        if (reader.readString(text)) return true;
+        value.emplace(text);  // in one piece
+        return false;
+    } else if constexpr (isOptional<V>) {
         value.emplace();
         return readValue(reader, *value);
     } else {

@@ -3,11 +3,11 @@
 namespace kelo::toluutils {
 
 url createElementUri(std::string_view serviceRoot, std::string_view resourcePath, const std::UUID& id) {
-    char idText[std::UUID::textLength];
-    id.toChars(idText);
-    std::string text;
-    text.reserve(serviceRoot.size() + resourcePath.size() + 1 + sizeof idText);
-    text.append(serviceRoot).append(resourcePath).append(1, '/').append(idText, sizeof idText);
+    std::string text(serviceRoot.size() + resourcePath.size() + 1 + std::UUID::textLength, '/');
+    char* at = text.data();
+    at += serviceRoot.copy(at, serviceRoot.size());
+    at += resourcePath.copy(at, resourcePath.size()) + 1;  // the slash is there
+    id.toChars(at);
     return url{std::move(text)};
 }
 

@@ -174,26 +174,8 @@ std::string_view JsonReader::scanNumber(bool& integer) const noexcept {
     return {at_, static_cast<std::size_t>(at - at_)};
 }
 
-bool JsonReader::readInt(std::int64_t& value) {
-    constexpr std::ptrdiff_t surelyFits = 18;  // every integer of so many digits has 64 bits
-    skipBlanks();
-    const char* at = at_;
-    const bool isNegative = at < end_ && *at == '-';
-    if (isNegative) ++at;
-    const char* const first = at;
-    const char* const last = end_ - at > surelyFits ? at + surelyFits : end_;
-    std::int64_t number = 0;
-    for (; at != last && isDigit(*at); ++at) number = number * 10 + (*at - '0');
-    // Digits, without a zero before them, and then not more digits, a fraction or an exponent.
-    const bool isUsual =
-        at != first && at != last && (*at == ',' || *at == '}' || *at == ']') && (*first != '0' || at - first == 1);
-    if (!isUsual) return readUnusualInt(value);
-    value = isNegative ? -number : number;
-    at_ = at;
-    return false;
-}
-
 bool JsonReader::readUnusualInt(std::int64_t& value) {
+    skipBlanks();
     bool integer = false;
     const std::string_view text = scanNumber(integer);
     if (text.empty() || !integer) return failedToFind("an integer");

@@ -40,7 +40,7 @@ bool JsonWriter::finish() {
 bool JsonWriter::memberKey(std::string_view key, bool first, int /*index*/) {
     if (nesting_.open(true, first)) return true;
     if (!first) out_->writeByte(',');
-    if (writeText(key)) return true;
+    if (putText(key, out_->claim(key.size() + 2))) return true;
     out_->writeByte(':');
     return false;
 }
@@ -83,16 +83,12 @@ bool JsonWriter::writeFloat(float value) {
 }
 
 bool JsonWriter::writeString(std::string_view value) {
-    return nesting_.value() || writeText(value);
+    return nesting_.value() || putText(value, out_->claim(value.size() + 2));
 }
 
 bool JsonWriter::writeUuid(const std::UUID& value) {
     if (nesting_.value()) return true;
-    char* const text = out_->claim(std::UUID::textLength + 2);
-    text[0] = '"';
-    value.toChars(text + 1);
-    text[std::UUID::textLength + 1] = '"';
-    out_->commit(std::UUID::textLength + 2);
+    putUuid(value, out_->claim(std::UUID::textLength + 2));
     return false;
 }
 
@@ -100,14 +96,36 @@ bool JsonWriter::writeUrl(const kelo::url& value) {
     return writeString(value.toString());
 }
 
-bool JsonWriter::writeText(std::string_view text) {
-    char* const to = out_->claim(text.size() + 2);
-    if (!copyJsonPlain(text, to + 1)) [[unlikely]]
+bool JsonWriter::writeMember(const util::serializer::PlainKey& key, std::string_view value, bool first) {
+    return nesting_.member(first) || putText(value, putKey(key, first, value.size() + 2));
+}
+
+bool JsonWriter::writeMember(const util::serializer::PlainKey& key, const std::UUID& value, bool first) {
+    if (nesting_.member(first)) return true;
+    putUuid(value, putKey(key, first, std::UUID::textLength + 2));
+    return false;
+}
+
+bool JsonWriter::writeMember(const util::serializer::PlainKey& key, const kelo::url& value, bool first) {
+    return writeMember(key, std::string_view{value.toString()}, first);
+}
+
+bool JsonWriter::putText(std::string_view text, char* to) {
+    if (!copyJsonPlain(text, to + 1)) [[unlikely]] {
+        out_->commitTo(to);
         return writeUnusual(text);
+    }
     to[0] = '"';
     to[text.size() + 1] = '"';
-    out_->commit(text.size() + 2);
+    out_->commitTo(to + text.size() + 2);
     return false;
+}
+
+void JsonWriter::putUuid(const std::UUID& value, char* to) {
+    to[0] = '"';
+    value.toChars(to + 1);
+    to[std::UUID::textLength + 1] = '"';
+    out_->commitTo(to + std::UUID::textLength + 2);
 }
 
 bool JsonWriter::writeUnusual(std::string_view text) {

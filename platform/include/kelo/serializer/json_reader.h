@@ -23,14 +23,11 @@ public:
     bool memberKey(std::string_view& key) override;
     bool takeMemberKey(const util::serializer::PlainKey& key, bool behindMember) override {
         skipBlanks();
-        const char* at = at_;
-        if (behindMember) {
-            if (at == end_ || *at != ',') return false;
-            ++at;
-        }
         const auto& member = key.jsonMember();
-        if (static_cast<std::size_t>(end_ - at) < member.size || !areSame(at, member.chars, member.size)) return false;
-        at_ = at + member.size;
+        const std::size_t comma = behindMember ? 1 : 0;
+        if (static_cast<std::size_t>(end_ - at_) < comma + member.size || (behindMember && *at_ != ',')) return false;
+        if (!areSame(at_ + comma, member.chars, member.size)) return false;
+        at_ += comma + member.size;
         return true;
     }
     bool endMember() override { return separate('}'); }
@@ -50,7 +47,23 @@ public:
         return at_ != end_ && *at_ == 'n' && takeLiteral("null");
     }
     bool readBool(bool& value) override;
-    bool readInt(std::int64_t& value) override;
+    bool readInt(std::int64_t& value) override {
+        // Nearly all are up to eight digits right here, and what may stand behind a member; then the document goes on.
+        constexpr std::ptrdiff_t usual = 8;
+        if (end_ - at_ > usual) [[likely]] {
+            const char* at = at_;
+            unsigned digit = valueOf(*at);
+            std::int64_t number = digit;
+            while (digit < 10 && (digit = valueOf(*++at)) < 10 && at - at_ < usual) number = number * 10 + digit;
+            const bool isClosed = *at == ',' || *at == '}' || *at == ']';
+            if (isClosed && at != at_ && (*at_ != '0' || at - at_ == 1)) [[likely]] {
+                value = number;
+                at_ = at;
+                return false;
+            }
+        }
+        return readUnusualInt(value);
+    }
     bool readDouble(double& value) override;
     bool readString(std::string_view& value) override;
     bool readUuid(std::UUID& value) override;
@@ -77,10 +90,13 @@ private:
     }
     [[gnu::cold]] bool failed(const char* what) const noexcept;
     [[gnu::cold]] bool failedToFind(const char* expected);
+    // Programs write none: where one stands is the rare case everywhere.
     void skipBlanks() noexcept {
-        while (at_ < end_ && static_cast<unsigned char>(*at_) <= ' ' &&
-               (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t'))
-            ++at_;
+        if (at_ != end_ && static_cast<unsigned char>(*at_) <= ' ') [[unlikely]]
+            skipBlanksHere();
+    }
+    [[gnu::noinline]] void skipBlanksHere() noexcept {
+        while (at_ != end_ && (*at_ == ' ' || *at_ == '\n' || *at_ == '\r' || *at_ == '\t')) ++at_;
     }
     bool begin(char open, const char* expected) {
         skipBlanks();
@@ -118,6 +134,8 @@ private:
         --depth_;
         return false;
     }
+    // Of a digit; of any other character, ten or more.
+    static unsigned valueOf(char digit) noexcept { return static_cast<unsigned char>(digit) - unsigned{'0'}; }
     [[gnu::noinline]] bool readUnusualInt(std::int64_t& value);
     bool takeLiteral(std::string_view text) noexcept {
         if (!std::string_view{at_, static_cast<std::size_t>(end_ - at_)}.starts_with(text)) return false;

@@ -55,6 +55,13 @@ public:
         next_ = Next::further;
         return false;
     }
+    // A whole member, its value included: what open, value and close would do.
+    bool member(bool first) noexcept {
+        if (next_ != (first ? Next::first : Next::further) || !inObject()) [[unlikely]]
+            return fail("a member where none may begin");
+        next_ = Next::further;
+        return false;
+    }
     bool end(bool object) noexcept {
         if ((next_ != Next::first && next_ != Next::further) || inObject() != object) [[unlikely]]
             return fail("a container ends where it may not");
