@@ -22,7 +22,7 @@ bool areSame(const Body& one, const Body& other) {
     if constexpr (kelo::record::Record<Body>) {
         return kelo::record::equal(one, other);
     } else {
-        // Of any type, as which JSON does not tell 2 from 2.0: compared as it writes them.
+        // Of any type: compared as JSON writes them, which tells 2 from 2.0, and 0 from -0.0.
         const auto text = [](const Body& body) {
             const auto writer = kelo::serializer::Factory::createSerializer(fuzz::MimeTypeID::json);
             util::ByteBufferWriter out;

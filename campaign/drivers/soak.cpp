@@ -127,7 +127,7 @@ void driveSoak(const Scope& scope, Random& random, Report& report) {
     report.fact("descriptors", static_cast<double>(bridge->descriptors()));
     report.atMost("descriptors or threads more than at the start", isSame ? 0 : 1, 0);
     report.fact("memory", memory.back(), "MiB");
-    report.atMost("growth", growth(memory), scope.isSanitized ? 64 : 2, "MiB");
+    report.atMost("growth", growth(memory), scope.isSanitized ? 64 : 1, "MiB");
 }
 
 }  // namespace campaign

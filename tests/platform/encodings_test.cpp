@@ -88,8 +88,10 @@ TEST_P(EveryEncoding, NumbersAtTheEdgesComeBackAsTheyWere) {
                                    1e23, 12345678901234567168.0, 123456789012345680.0, std::nextafter(0x1p63, 0.0)}) {
         for (const double value : {magnitude, -magnitude}) {
             double got = 1;
-            read(written([&](Writer& writer) { return writer.writeDouble(value); }),
-                 [&](Reader& from) { return from.readDouble(got); });
+            read(written([&](Writer& writer) { return writer.writeDouble(value); }), [&](Reader& from) {
+                EXPECT_EQ(from.peek(), util::serializer::ValueType::floating) << value;  // so that -0.0 stays one
+                return from.readDouble(got);
+            });
             EXPECT_EQ(std::bit_cast<std::uint64_t>(got), std::bit_cast<std::uint64_t>(value)) << value;
         }
     }

@@ -95,9 +95,9 @@ TEST(Json, WritesNoMoreThanIsNeeded) {
     EXPECT_EQ(support::toJson(support::Any{value}), R"({"a":[1,-2.5,1e+22,0.1,true,null],"b":{"\"\\/\b\f\n\r\t\u0001\u001f)"
                                                     "\x7f"
                                                     R"(":"","ä":"plain, and longer than a word"}})");
-    // A whole number that is no integer to any reader, and one that is.
-    const nlohmann::json whole{12345678901234567168.0, -9007199254740992.0, 2.0};
-    EXPECT_EQ(support::toJson(support::Any{whole}), "[1.2345678901234567e+19,-9007199254740992,2]");
+    // Whole numbers that no reader shall take for integers.
+    const nlohmann::json whole{12345678901234567168.0, -9007199254740992.0, 2.0, -0.0};
+    EXPECT_EQ(support::toJson(support::Any{whole}), "[12345678901234567168.0,-9007199254740992.0,2.0,-0.0]");
     EXPECT_EQ(support::toJson(0.1F), "0.1");
 }
 

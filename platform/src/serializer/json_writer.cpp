@@ -1,25 +1,25 @@
 #include "kelo/serializer/json_writer.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
+#include <type_traits>
 
 #include "serializer/json_text.h"
 #include "serializer/utf8.h"
 
 // RFC 8259. Only what must be escaped is: the quote, the backslash and control characters; everything else goes out as it is, in
 // runs as long as possible. Nearly no text here has anything to escape or is not ASCII: it is looked at while it is copied, and
-// only what turns out to be unusual is gone through again. Numbers are the shortest text that reads back as
-// the same value; one beyond 64 bits always has an exponent, so that no reader takes it for an integer too large to hold.
+// only what turns out to be unusual is gone through again. Numbers are the shortest text that reads back as the same value. One
+// with a fraction, were it only ".0", has a point or an exponent: else it would read back as an integer, of which there is no -0
+// and, beyond 64 bits, none at all.
 //
 // UTF-8 is checked after a string is written: what is not ASCII is rare, and a document that fails is dropped anyway.
 
 namespace kelo::serializer {
 namespace {
-
-// From here on no double is an integer that a reader could take for one.
-constexpr double beyondIntegers = 0x1p63;
 
 // Readers read a double and round it to the float. Of all floats this is the only one whose shortest text then becomes another:
 // its double lies in the middle between the two.
@@ -57,12 +57,20 @@ bool JsonWriter::writeBool(bool value) {
     return false;
 }
 
-template <class... Format>
-bool JsonWriter::writeNumber(Format... format) {
+template <class Number>
+bool JsonWriter::writeNumber(Number value) {
     constexpr std::size_t longest = 32;
     if (nesting_.value()) return true;
     char* const text = out_->claim(longest);
-    out_->commitTo(std::to_chars(text, text + longest, format...).ptr);
+    char* end = std::to_chars(text, text + longest, value).ptr;
+    if constexpr (std::is_floating_point_v<Number>) {
+        const auto isFraction = [](char c) { return c == '.' || c == 'e'; };
+        if (std::none_of(text, end, isFraction)) {
+            *end++ = '.';
+            *end++ = '0';
+        }
+    }
+    out_->commitTo(end);
     return false;
 }
 
@@ -72,7 +80,6 @@ bool JsonWriter::writeInt(std::int64_t value) {
 
 bool JsonWriter::writeDouble(double value) {
     if (!std::isfinite(value)) return nesting_.fail(fault::notFinite);
-    if (std::abs(value) >= beyondIntegers) return writeNumber(value, std::chars_format::scientific);
     return writeNumber(value);
 }
 

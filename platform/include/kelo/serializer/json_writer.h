@@ -91,9 +91,8 @@ private:
         if (member.size > block) std::memcpy(to + block, member.chars + block, block);
         return to + member.size;
     }
-    // What std::to_chars takes: a value, and how to write it.
-    template <class... Format>
-    bool writeNumber(Format... format);
+    template <class Number>
+    bool writeNumber(Number value);
     // Into room for it and its quotes.
     bool putText(std::string_view text, char* to);
     void putUuid(const std::UUID& value, char* to);
