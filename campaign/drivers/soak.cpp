@@ -40,7 +40,7 @@ double growth(const std::vector<double>& values) {
 }  // namespace
 
 void driveSoak(const Scope& scope, Random& random, Report& report) {
-    const milliseconds duration{scope.isCut ? 12'000 : 600'000};
+    const milliseconds duration{scope.isCut ? 60'000 : 600'000};
     Stage stage{scope};
     std::vector<std::unique_ptr<Process>> upstreams;
     for (const std::string_view manager : managers) upstreams.push_back(stage.startSim({std::string{manager}}));
