@@ -37,7 +37,7 @@ class Elements {
 public:
     explicit Elements(Context& context) : Elements{context, context.deadline} {}
     Elements(Context& context, const Deadline& deadline)
-        : context_{context}, deadline_{deadline}, hmx_{context.service(hmxService, deadline, context.arguments.mimeType)} {}
+        : deadline_{deadline}, hmx_{context.service(hmxService, deadline, context.arguments.mimeType)} {}
 
     const Service& service() const noexcept { return hmx_; }
 
@@ -64,7 +64,6 @@ private:
     std::optional<std::UUID> findByName(const Target& target, const std::string& display);
     std::UUID findInLists(const Target& target);
 
-    Context& context_;
     Deadline deadline_;
     Service hmx_;
     std::optional<std::vector<std::string>> displayNames_;

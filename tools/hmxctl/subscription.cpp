@@ -68,7 +68,7 @@ Update Subscription::failed(Failure failure) {
     return update;
 }
 
-std::optional<Update> Subscription::take(Event event) {
+std::optional<Update> Subscription::take(const Event& event) {
     if (!open_ || event.source < firstSource_ || event.source >= firstSource_ + sources_.size()) return {};
     const std::size_t index = event.source - firstSource_;
     if (event.kind == Event::Kind::completed) {
@@ -117,9 +117,9 @@ std::optional<Update> Subscription::next(const std::optional<Deadline>& deadline
                 return Update{};
             }
         }
-        std::optional<Event> event = inbox_->take(deadline, context_.out.descriptor());
+        const std::optional<Event> event = inbox_->take(deadline, context_.out.descriptor());
         if (!event) return {};
-        if (std::optional<Update> update = take(std::move(*event))) return update;
+        if (std::optional<Update> update = take(*event)) return update;
     }
 }
 

@@ -48,7 +48,7 @@ private:
     void open(const Deadline& deadline);
     void close(std::chrono::milliseconds pause);
     Update failed(Failure failure);
-    std::optional<Update> take(Event event);
+    std::optional<Update> take(const Event& event);
 
     Context& context_;
     Target target_;
