@@ -34,10 +34,10 @@ void limitDescriptors(const Process& process, rlim_t count) {
 // A file system of our own at the stage's directory, if we may have one, in which there is soon no room.
 class SmallDisk {
 public:
-    explicit SmallDisk(std::string directory) : directory_{std::move(directory)} {
-        isMounted_ = ::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
-                     ::mount("none", directory_.c_str(), "tmpfs", 0, "nr_inodes=64,mode=700") == 0;
-    }
+    explicit SmallDisk(std::string directory)
+        : directory_{std::move(directory)},
+          isMounted_{::unshare(CLONE_NEWNS) == 0 && ::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0 &&
+                     ::mount("none", directory_.c_str(), "tmpfs", 0, "nr_inodes=64,mode=700") == 0} {}
     SmallDisk(const SmallDisk&) = delete;
     SmallDisk& operator=(const SmallDisk&) = delete;
     ~SmallDisk() {
@@ -62,7 +62,7 @@ private:
     std::string filling(unsigned i) const { return directory_ + "/filling" + std::to_string(i); }
 
     const std::string directory_;
-    bool isMounted_ = false;
+    const bool isMounted_;
 };
 
 }  // namespace
@@ -254,7 +254,8 @@ void driveStopped(const Scope& scope, Random& /*random*/, Report& report) {
     // Meanwhile the time of day is set forth and back, by hours and by years.
     unsigned unserved = 0;
     constexpr std::int64_t hour = 3600;
-    const std::int64_t jumps[] = {hour, -hour, 24 * hour, -20 * 365 * 24 * hour, 10 * 365 * 24 * hour, -1, 1, 0};
+    constexpr std::int64_t year = hour * 24 * 365;
+    const std::int64_t jumps[] = {hour, -hour, 24 * hour, -20 * year, 10 * year, -1, 1, 0};
     for (unsigned i = 0; client->open() > 0 && i < 150; ++i) {
         faults.setClockOffset(jumps[i % std::size(jumps)]);
         simFaults.setClockOffset(jumps[(i + 3) % std::size(jumps)]);

@@ -126,7 +126,7 @@ void driveDirectory(const Scope& scope, Random& random, Report& report) {
         const std::size_t files = eventsThatAreQueued() / 2 + 100;
         const std::string file = stage.domain() + "/.file";
         for (std::size_t i = 0; i < files; ++i) {
-            std::ofstream{file};
+            std::ofstream{file}.close();
             std::filesystem::remove(file);
         }
         sim->kill();

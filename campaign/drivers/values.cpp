@@ -131,7 +131,6 @@ void fillRows(T& value, Random& random, unsigned depth, kelo::record::Table<T, R
 
 template <class V>
 void fill(V& value, Random& random, unsigned depth) {
-    namespace detail = kelo::record::detail;
     if constexpr (std::is_same_v<V, bool>) {
         value = random.below(2) == 0;
     } else if constexpr (std::is_same_v<V, int>) {
@@ -147,16 +146,16 @@ void fill(V& value, Random& random, unsigned depth) {
         for (auto& byte : bytes) byte = static_cast<std::uint8_t>(random.below(256));
         value = std::UUID{bytes};
     } else if constexpr (std::is_enum_v<V>) {
-        value = static_cast<V>(random.below(detail::namesOf<V>.size()));
-    } else if constexpr (detail::isOptional<V>) {
+        value = static_cast<V>(random.below(kelo::record::detail::namesOf<V>.size()));
+    } else if constexpr (kelo::record::detail::isOptional<V>) {
         if (random.below(4) != 0) {
             value.emplace();
             fill(*value, random, depth);
         }
-    } else if constexpr (detail::isShared<V>) {
+    } else if constexpr (kelo::record::detail::isShared<V>) {
         value = std::make_shared<std::remove_const_t<typename V::element_type>>();
         fill(*value, random, depth);
-    } else if constexpr (detail::isVector<V>) {
+    } else if constexpr (kelo::record::detail::isVector<V>) {
         value.resize(random.below(depth > 3 ? 2 : 4));
         for (auto& element : value) fill(element, random, depth);
     } else {
@@ -180,7 +179,7 @@ void throughAll(Random& random, Tally& tally, Report& report) {
     ++tally.records;
     T value = kelo::record::deepCopy(first);
     // Around, so that the last step leads from the third encoding back to the first.
-    for (const std::size_t step : {0, 1, 2, 0}) {
+    for (const std::size_t step : {0U, 1U, 2U, 0U}) {
         std::string document;
         T read{};
         std::string wrong = support::writeDocument(order[step], value, document);

@@ -77,7 +77,7 @@ void Relay::accept() {
         return;
     }
     Link link{{client, provider}};
-    for (std::size_t way : {0, 1}) link.left[way] = std::exchange(leftOfNext_[way], noEnd);
+    for (std::size_t way : {0U, 1U}) link.left[way] = std::exchange(leftOfNext_[way], noEnd);
     links_.push_back(link);
 }
 

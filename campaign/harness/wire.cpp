@@ -104,7 +104,7 @@ std::string_view Frame::text(std::string_view key) const {
 bool FrameReader::receive(int fd) {
     if (at_ > 0) bytes_.erase(bytes_.begin(), bytes_.begin() + static_cast<std::ptrdiff_t>(at_));
     at_ = 0;
-    constexpr std::size_t room = 256U * 1024U;
+    constexpr std::size_t room = std::size_t{256} * 1024;
     const std::size_t had = bytes_.size();
     bytes_.resize(had + room);
     const auto size = ::recv(fd, bytes_.data() + had, room, MSG_DONTWAIT);
