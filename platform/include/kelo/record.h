@@ -424,12 +424,7 @@ bool readOptional(Reader& reader, V& value) {
         value = V{};
         return false;
     }
-    if constexpr (std::is_same_v<V, kelo::optional<std::string>>) {
-        std::string_view text;
-        if (reader.readString(text)) return true;
-        value.emplace(text);  // in one piece
-        return false;
-    } else if constexpr (isOptional<V>) {
+    if constexpr (isOptional<V>) {
         value.emplace();
         return readValue(reader, *value);
     } else {

@@ -57,8 +57,7 @@ public:
     }
     // A whole member, its value included: what open, value and close would do.
     bool member(bool first) noexcept {
-        if (next_ != (first ? Next::first : Next::further) || !inObject()) [[unlikely]]
-            return fail("a member where none may begin");
+        if (open(true, first)) return true;
         next_ = Next::further;
         return false;
     }
