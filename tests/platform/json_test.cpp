@@ -1,5 +1,6 @@
 // JSON as others write it, well and badly.
 #include "platform/any_document.h"
+#include "serializer/json_text.h"
 
 namespace any_document {
 namespace {
@@ -87,6 +88,40 @@ TEST(Json, ReasonsSayWhatWasExpectedAndWhatWasFound) {
     int number = 0;
     EXPECT_EQ(support::readDocument(MimeTypeID::json, " 1.5", number),
               "expected an integer, found a number with a fraction or exponent at byte 1");
+}
+
+// One odd character among plain ones, at every place of texts of every length that matters to blocks.
+template <class Block>
+void expectBlocksLookAtEachCharacter() {
+    using namespace kelo::serializer;
+    for (std::size_t size = 0; size <= 50; ++size) {
+        for (std::size_t at = 0; at <= size; ++at) {
+            for (const char odd : {'"', '\\', '\0', '\x1f', ' ', '!', '\x7f', '\x80', '\xff'}) {
+                std::string text(size, 'a');
+                if (at < size) text[at] = odd;
+                const bool isSpecial = at < size && (odd == '"' || odd == '\\' || static_cast<unsigned char>(odd) < 0x20);
+                const bool isBeyondAscii = at < size && static_cast<unsigned char>(odd) >= 0x80;
+                bool ascii = true;
+                const char* const end = text.data() + size;
+                const char* const found = findJsonSpecial<Block>(text.data(), end, ascii);
+                ASSERT_EQ(found, isSpecial ? text.data() + at : end) << size << " " << at;
+                ASSERT_EQ(ascii, !isBeyondAscii) << size << " " << at;
+                std::string copy(size, '?');
+                ASSERT_EQ(copyJsonPlain<Block>(text, copy.data()), !isSpecial && !isBeyondAscii) << size << " " << at;
+                ASSERT_TRUE(isSpecial || isBeyondAscii || copy == text) << size << " " << at;
+            }
+        }
+    }
+    // What stands behind the special does not count.
+    bool ascii = true;
+    const std::string_view text = "plain\"and then \xc3\xa4 and more";
+    EXPECT_EQ(findJsonSpecial<Block>(text.data(), text.data() + text.size(), ascii), text.data() + 5);
+    EXPECT_TRUE(ascii);
+}
+
+TEST(Json, BlocksOfTextAreLookedAtCharacterByCharacter) {
+    expectBlocksLookAtEachCharacter<kelo::serializer::JsonWord>();
+    expectBlocksLookAtEachCharacter<kelo::serializer::JsonBlock>();
 }
 
 TEST(Json, WritesNoMoreThanIsNeeded) {

@@ -117,8 +117,55 @@ TEST(RecordTest, FailuresOfReadingNameTheMember) {
     }
 }
 
-TEST(RecordTest, LimitsOfIntegersRead) {
-    EXPECT_EQ(toJson(fromJson<Point>(R"({"x":-2147483648,"y":2147483647})")), R"({"x":-2147483648,"y":2147483647})");
+TEST(RecordTest, BlanksMakeNoDifference) {
+    const auto spread = [](std::string_view comma, std::string_view colon, std::string_view around) {
+        std::string text;
+        for (const char c : std::string_view{kFullElement}) {
+            if (c == ',') {
+                text += comma;
+            } else if (c == ':') {
+                text += colon;
+            } else if (c == '{' || c == '[') {
+                text.append(1, c).append(around);
+            } else if (c == '}' || c == ']') {
+                text.append(around).append(1, c);
+            } else {
+                text += c;
+            }
+        }
+        return text;
+    };
+    for (const std::string& text : {spread(", ", ": ", ""), spread(",\n  ", ":", "\n"), spread(" , ", "\t:", " "),
+                                    spread(" ,", " :", ""), spread(",", ": ", "\r\n")}) {
+        EXPECT_EQ(toJson(fromJson<Element>(text)), kFullElement) << text;
+        const auto last = text.find_last_of(",");
+        Element element;
+        EXPECT_NE(support::readDocument(MimeTypeID::json, text.substr(0, last + 1) + "}", element), "") << text;
+    }
+}
+
+TEST(RecordTest, IntegersAndBoolsReadAsTheyAreWritten) {
+    for (const char* const number : {"0", "-1", "7", "12345678", "123456789", "2147483647", "-2147483648"}) {
+        const std::string document = std::string{R"({"x":)"} + number + R"(,"y":)" + number + "}";
+        EXPECT_EQ(toJson(fromJson<Point>(document)), document);
+    }
+    EXPECT_EQ(toJson(fromJson<Point>(R"({"x":-0})")), R"({"x":0})");
+    for (const char* const number : {"01", "00", "1.0", "1e1", "12345678.0", "1_", "12345678a", "+1", "-", "tru", "\"1\"", ""}) {
+        Point point;
+        const std::string member = std::string{R"({"x":)"} + number;
+        EXPECT_NE(support::readDocument(MimeTypeID::json, member + "}", point), "") << member;
+        EXPECT_NE(support::readDocument(MimeTypeID::json, member + R"(,"y":12345678})", point), "") << member;
+        EXPECT_NE(support::readDocument(MimeTypeID::json, member, point), "") << member;
+    }
+    constexpr std::string_view whole = R"({"id":"19243473-0126-5f4b-b1bf-4879152c72e5","name":"","uri":"","active":)";
+    for (const char* const value : {"true", "false"}) {
+        const std::string document = std::string{whole} + value;
+        EXPECT_EQ(toJson(fromJson<Element>(document + "}")), document + "}");
+        for (const std::string& wrong : {document + "e}", document, std::string{whole} + "fals}", std::string{whole} + "tru}"}) {
+            Element element;
+            EXPECT_NE(support::readDocument(MimeTypeID::json, wrong, element), "") << wrong;
+        }
+    }
 }
 
 TEST(RecordTest, WhatCannotBeWrittenFailsInEveryEncoding) {

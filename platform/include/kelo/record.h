@@ -378,45 +378,50 @@ bool readValue(Reader& reader, V& value) {
 
 namespace detail {
 
-// Walks the members of an object.
+// Walks the members of an object as long as they come in the order of a table.
 template <class Reader>
 struct MemberCursor {
     Reader& reader;
-    std::string_view key{};    // of the member whose value is next, once somebody had to look at it
-    bool isKeyRead = false;    // then the value is next
-    bool isEndDue = false;     // a value has been read, and the end of its member has not
-    std::size_t consumed = 0;  // members that were read
+    bool isEndDue = false;  // a value has been read, and the end of its member has not
 
-    // True on failure, as are the others.
-    bool readKey() {
-        std::string_view text;  // the cursor's own is not handed out, so that the compiler may keep the cursor in registers
-        const bool failed = reader.memberKey(text);
-        key = text;
-        isKeyRead = true;
-        return failed;
-    }
-    // Over a member that nobody knows.
-    bool skip() {
-        if (reader.skipValue()) return true;
-        pass();
-        return false;
-    }
     // Where that is due.
     bool endMember() { return std::exchange(isEndDue, false) && reader.endMember(); }
-    // The value has been read.
-    void pass() noexcept {
-        isKeyRead = false;
-        isEndDue = true;
-        ++consumed;
-    }
     // Whether the next member is this; its value is then next. (No failure: true means yes.)
-    bool is(const util::serializer::PlainKey& expected) {
-        if (isKeyRead) return key == expected.text();
-        if (!reader.takeMemberKey(expected, isEndDue)) return false;
-        isEndDue = false;
-        return true;
+    bool is(const util::serializer::PlainKey& expected) { return reader.takeMemberKey(expected, isEndDue); }
+    // The same; where a reader can take the whole member at once, that has been read then, and `isRead` becomes true.
+    template <class Plain>
+    bool is(const util::serializer::PlainKey& expected, Plain& value, bool& isRead) {
+        const auto taken = reader.takeMember(expected, isEndDue, value);
+        isRead = taken == Reader::Taken::member;
+        return taken != Reader::Taken::nothing;
     }
 };
+
+// What a reader that takes whole members takes for one of type V; void where it takes none.
+template <class V>
+struct PlainOf {
+    using Type = void;
+};
+template <>
+struct PlainOf<int> {
+    using Type = int;
+};
+template <>
+struct PlainOf<bool> {
+    using Type = bool;
+};
+template <>
+struct PlainOf<std::string> {
+    using Type = std::string_view;
+};
+template <class X>
+struct PlainOf<kelo::optional<X>> : PlainOf<X> {};
+
+template <class Reader, class V>
+concept TakesWhole = requires {
+    typename Reader::Taken;
+}
+&&!std::is_void_v<typename PlainOf<V>::Type>;
 
 template <class Reader, class V>
 bool readOptional(Reader& reader, V& value) {
@@ -433,36 +438,71 @@ bool readOptional(Reader& reader, V& value) {
 }
 
 template <class R, class Reader, class V>
-bool readRow(MemberCursor<Reader>& cursor, V& value, std::uint64_t& seen, std::uint64_t bit) {
-    if (!cursor.is(R::plainKey)) return false;
-    bool failed = false;
+bool readMemberValue(Reader& reader, V& value) {
     if constexpr (R::isRequired) {
-        failed = readValue(cursor.reader, value);
-        seen |= bit;
+        return readValue(reader, value);
     } else {
-        failed = readOptional(cursor.reader, value);
+        return readOptional(reader, value);
     }
-    if (failed) [[unlikely]]
+}
+
+template <class R, class Reader, class V>
+bool readRow(MemberCursor<Reader>& cursor, V& value, std::uint64_t& seen, std::uint64_t bit) {
+    bool isRead = false;
+    if constexpr (TakesWhole<Reader, V>) {
+        typename PlainOf<V>::Type plain{};
+        if (!cursor.is(R::plainKey, plain, isRead)) return false;
+        if (isRead) [[likely]] {
+            if constexpr (isOptional<V>) {
+                value.emplace(plain);
+            } else {
+                value = plain;
+            }
+        }
+    } else {
+        if (!cursor.is(R::plainKey)) return false;
+    }
+    if (!isRead && readMemberValue<R>(cursor.reader, value)) [[unlikely]]
         return failedIn(R::key);
-    cursor.pass();
+    if constexpr (R::isRequired) seen |= bit;
+    cursor.isEndDue = true;
     return false;
 }
 
-// Each pass over the rows takes the members that come in their order; a document in the order of the table is read in one, and
-// its keys are only compared. A member that a whole pass did not take has its key read, for another pass; then it is unknown.
+// Reads the next member whatever its key; one that nobody knows is passed over.
 template <class Reader, class T, class... Rows, std::size_t... Indices>
-bool readRows(Reader& reader, T& value, Table<T, Rows...>, std::index_sequence<Indices...>) {
+[[gnu::noinline]] bool readMemberByKey(Reader& reader, T& value, std::uint64_t& seen, Table<T, Rows...>,
+                                       std::index_sequence<Indices...>) {
+    std::string_view key;
+    if (reader.memberKey(key)) return true;
+    bool failed = false;
+    const auto readIf = [&]<class R>(R*, auto& member, std::uint64_t bit) {
+        if (key != R::key) return false;
+        failed = readMemberValue<R>(reader, member) && failedIn(R::key);
+        if constexpr (R::isRequired) seen |= bit;
+        return true;
+    };
+    const bool isKnown = (readIf(static_cast<Rows*>(nullptr), value.*Rows::member, std::uint64_t{1} << Indices) || ...);
+    return isKnown ? failed : reader.skipValue();
+}
+
+// Each pass over the rows takes the members that come in their order; a document in the order of the table is read in one, and
+// its keys are only compared. A member that a whole pass did not take is looked up by its key.
+template <class Reader, class T, class... Rows, std::size_t... Indices>
+bool readRows(Reader& reader, T& value, Table<T, Rows...> table, std::index_sequence<Indices...> indices) {
     constexpr std::uint64_t needed = ((std::uint64_t{Rows::isRequired} << Indices) | ... | 0);
     std::uint64_t seen = 0;
     MemberCursor<Reader> cursor{reader};
     if (reader.beginObject()) return true;
     for (;;) {
         bool end = false;
-        if (cursor.endMember() || (!cursor.isKeyRead && reader.atObjectEnd(end))) return true;
+        if (cursor.endMember() || reader.atObjectEnd(end)) return true;
         if (end) break;
-        const std::size_t before = cursor.consumed;
         if ((readRow<Rows>(cursor, value.*Rows::member, seen, std::uint64_t{1} << Indices) || ...)) return true;
-        if (cursor.consumed == before && (cursor.isKeyRead ? cursor.skip() : cursor.readKey())) return true;
+        if (!cursor.isEndDue) {
+            if (readMemberByKey(reader, value, seen, table, indices)) return true;
+            cursor.isEndDue = true;
+        }
     }
     if (seen != needed) [[unlikely]] {
         (void)(((needed & ~seen & (std::uint64_t{1} << Indices)) != 0 && missing(Rows::key)) || ...);

@@ -110,6 +110,33 @@ bool JsonReader::memberKey(std::string_view& key) {
     return false;
 }
 
+bool JsonReader::takeSpacedMemberKey(const util::serializer::PlainKey& key, std::size_t comma) noexcept {
+    const char* const before = at_;
+    if (comma != 0 && *at_ != ',') return false;
+    at_ += comma;
+    skipBlanksHere();
+    const auto& member = key.jsonMember();
+    if (static_cast<std::size_t>(end_ - at_) >= member.size && areSame(at_, member.chars, member.size)) {
+        at_ += member.size;
+        skipBlanks();
+        return true;
+    }
+    at_ = before;
+    return false;
+}
+
+bool JsonReader::takePlain(std::string_view& value) noexcept {
+    if (at_ == end_ || *at_ != '"') return false;
+    bool ascii = true;
+    const char* const first = at_ + 1;
+    const char* const end = findJsonSpecial(first, end_, ascii);
+    if (end == end_ || *end != '"' || !ascii) [[unlikely]]
+        return false;
+    value = {first, static_cast<std::size_t>(end - first)};
+    at_ = end + 1;
+    return true;
+}
+
 ValueType JsonReader::peek() {
     skipBlanks();
     if (at_ == end_) return ValueType::invalid;
@@ -210,6 +237,7 @@ bool JsonReader::readDouble(double& value) {
 bool JsonReader::readString(std::string_view& value) {
     skipBlanks();
     if (at_ == end_ || *at_ != '"') return failedToFind("a string");
+    if (takePlain(value)) return false;
     const char* const first = ++at_;
     bool ascii = true;
     at_ = findJsonSpecial(at_, end_, ascii);

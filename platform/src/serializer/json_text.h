@@ -1,81 +1,140 @@
 // What may stand in a JSON string as it is.
+//
+// Text is looked at in blocks, not by the character. A block's `look` tells, for the block that begins at a place: a bit for each
+// character that is a quote, a backslash or a control character, of which only the lowest is to be relied on, and a bit for each
+// that is beyond ASCII.
 #pragma once
 
 #include <bit>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <string_view>
 
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
+
 namespace kelo::serializer {
 
-// Eight characters at a time, as one number: the high bit of each that is a quote, a backslash or a control character. Above the
-// lowest bit that is set there may be others that should not be.
-constexpr std::uint64_t jsonSpecials(std::uint64_t word) noexcept {
-    constexpr std::uint64_t ones = 0x0101010101010101U;
-    constexpr std::uint64_t highs = 0x8080808080808080U;
-    // What is taken off a character sets its high bit where it is the greater. Those beyond ASCII have theirs set anyway: they
-    // are excluded at the end, at once for all three.
-    return (((word ^ (ones * '"')) - ones) | ((word ^ (ones * '\\')) - ones) | (word - ones * 0x20)) & ~word & highs;
+// Eight characters, as one number; a character's bit is the high one of its byte.
+struct JsonWord {
+    static constexpr std::ptrdiff_t size = 8;
+    static constexpr int bitsEach = 8;
+    struct Look {
+        std::uint64_t specials;
+        std::uint64_t beyondAscii;
+    };
+
+    static constexpr Look look(std::uint64_t word) noexcept {
+        constexpr std::uint64_t ones = 0x0101010101010101U;
+        constexpr std::uint64_t highs = 0x8080808080808080U;
+        // What is taken off a character sets its high bit where it is the greater. Those beyond ASCII have theirs set anyway:
+        // they are excluded at the end, at once for all three.
+        return {(((word ^ (ones * '"')) - ones) | ((word ^ (ones * '\\')) - ones) | (word - ones * 0x20)) & ~word & highs,
+                word & highs};
+    }
+    static Look look(const char* at) noexcept {
+        std::uint64_t word = 0;
+        std::memcpy(&word, at, sizeof word);
+        return look(word);
+    }
+    static Look copy(const char* from, char* to) noexcept {
+        std::uint64_t word = 0;
+        std::memcpy(&word, from, sizeof word);
+        std::memcpy(to, &word, sizeof word);
+        return look(word);
+    }
+};
+
+#ifdef __SSE2__
+// Sixteen characters, a bit each. That is every x86-64; it saves a request one instruction in fifty.
+struct JsonVector {
+    static constexpr std::ptrdiff_t size = 16;
+    static constexpr int bitsEach = 1;
+    struct Look {
+        unsigned specials;
+        unsigned beyondAscii;
+    };
+
+    static Look look(__m128i block) noexcept {
+        const __m128i quotes = _mm_cmpeq_epi8(block, _mm_set1_epi8('"'));
+        const __m128i backslashes = _mm_cmpeq_epi8(block, _mm_set1_epi8('\\'));
+        const __m128i lows = _mm_cmplt_epi8(block, _mm_set1_epi8(0x20));  // signed: those beyond ASCII, too
+        const auto found = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(quotes, backslashes), lows)));
+        const auto beyondAscii = static_cast<unsigned>(_mm_movemask_epi8(block));
+        return {found & ~beyondAscii, beyondAscii};
+    }
+    static Look look(const char* at) noexcept { return look(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at))); }
+    static Look copy(const char* from, char* to) noexcept {
+        const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
+        _mm_storeu_si128(reinterpret_cast<__m128i*>(to), block);
+        return look(block);
+    }
+};
+using JsonBlock = JsonVector;
+#else
+using JsonBlock = JsonWord;
+#endif
+
+// Copies at least one block; whether all of it is plain. The last block overlaps the one before.
+template <class Block>
+inline bool copyJsonBlocks(const char* from, std::size_t size, char* to) noexcept {
+    constexpr auto step = static_cast<std::size_t>(Block::size);
+    auto seen = Block::copy(from + (size - step), to + (size - step));
+    for (std::size_t i = 0; i + step < size; i += step) {
+        const auto look = Block::copy(from + i, to + i);
+        seen.specials |= look.specials;
+        seen.beyondAscii |= look.beyondAscii;
+    }
+    return (seen.specials | seen.beyondAscii) == 0;
 }
 
-// Copies text of which every character is ASCII and may stand in a JSON string as it is. False as soon as one is not; what `to`
-// holds is then of no use. Thread: any.
+// Copies text of which every character is ASCII and may stand in a JSON string as it is. False when one is not; what `to` holds
+// is then of no use. Thread: any.
+template <class Block = JsonBlock>
 inline bool copyJsonPlain(std::string_view text, char* to) noexcept {
-    constexpr std::uint64_t highs = 0x8080808080808080U;
-    const char* const at = text.data();
     const std::size_t size = text.size();
-    std::uint64_t odd = 0;
-    const auto copyWord = [&](std::size_t i) {
-        std::uint64_t word = 0;
-        std::memcpy(&word, at + i, sizeof word);
-        std::memcpy(to + i, &word, sizeof word);
-        odd |= jsonSpecials(word) | (word & highs);
-    };
-    const auto copyHalf = [&](std::size_t i) {
-        std::uint32_t word = 0;
-        std::memcpy(&word, at + i, sizeof word);
-        std::memcpy(to + i, &word, sizeof word);
-        odd |= jsonSpecials(word | std::uint64_t{0x20202020} << 32U) | (word & highs);
-    };
-    // The last word or half overlaps the one before.
-    if (size >= 8) {
-        for (std::size_t i = 0; i + 8 < size; i += 8) copyWord(i);
-        copyWord(size - 8);
-    } else if (size >= 4) {
-        copyHalf(0);
-        copyHalf(size - 4);
-    } else {
-        for (std::size_t i = 0; i < size; ++i) {
-            const auto c = static_cast<unsigned char>(at[i]);
-            if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\') return false;
-            to[i] = at[i];
-        }
+    if (size >= static_cast<std::size_t>(Block::size)) return copyJsonBlocks<Block>(text.data(), size, to);
+    if (size >= static_cast<std::size_t>(JsonWord::size)) return copyJsonBlocks<JsonWord>(text.data(), size, to);
+    if (size >= 4) {
+        std::uint32_t first = 0;
+        std::uint32_t last = 0;
+        std::memcpy(&first, text.data(), sizeof first);
+        std::memcpy(&last, text.data() + size - sizeof last, sizeof last);
+        std::memcpy(to, &first, sizeof first);
+        std::memcpy(to + size - sizeof last, &last, sizeof last);
+        const auto look = JsonWord::look(first | std::uint64_t{last} << 32U);
+        return (look.specials | look.beyondAscii) == 0;
     }
-    return odd == 0;
+    for (std::size_t i = 0; i < size; ++i) {
+        const auto c = static_cast<unsigned char>(text[i]);
+        if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\') return false;
+        to[i] = text[i];
+    }
+    return true;
 }
 
 // The first quote, backslash or control character; `end` if there is none. `ascii` becomes false when a byte beyond ASCII stands
 // before it. Thread: any.
+template <class Block = JsonBlock>
 inline const char* findJsonSpecial(const char* at, const char* end, bool& ascii) noexcept {
-    constexpr std::uint64_t highs = 0x8080808080808080U;
-    std::uint64_t seen = 0;
+    bool isAscii = true;
     if constexpr (std::endian::native == std::endian::little) {
-        while (end - at >= 8) {
-            std::uint64_t word = 0;
-            std::memcpy(&word, at, sizeof word);
-            if (const std::uint64_t specials = jsonSpecials(word); specials != 0) {
-                const std::uint64_t before = (specials & (0 - specials)) - 1;
-                ascii = ascii && ((seen | (word & before)) & highs) == 0;
-                return at + std::countr_zero(specials) / 8;
+        for (; end - at >= Block::size; at += Block::size) {
+            const auto look = Block::look(at);
+            if (look.specials != 0) {
+                const auto before = (look.specials & (0 - look.specials)) - 1;
+                ascii = ascii && isAscii && (look.beyondAscii & before) == 0;
+                return at + std::countr_zero(look.specials) / Block::bitsEach;
             }
-            seen |= word;
-            at += 8;
+            isAscii = isAscii && look.beyondAscii == 0;
         }
     }
     for (; at < end && *at != '"' && *at != '\\' && static_cast<unsigned char>(*at) >= 0x20; ++at) {
-        seen |= static_cast<unsigned char>(*at);
+        isAscii = isAscii && static_cast<unsigned char>(*at) < 0x80;
     }
-    ascii = ascii && (seen & highs) == 0;
+    ascii = ascii && isAscii;
     return at;
 }
 

@@ -3,33 +3,11 @@
 #include <cstdint>
 #include <cstring>
 
-// Nearly all text here is ASCII, and short: it is looked at in words of eight or four bytes, the last of which overlaps the one
-// before. For the rest, the second byte's range depends on the first, which is what rules out overlong forms, surrogates and
+// Text that is not ASCII: the second byte's range depends on the first, which is what rules out overlong forms, surrogates and
 // values beyond the last code point.
 
 namespace kelo::serializer {
 namespace {
-
-template <class Word>
-Word load(const unsigned char* at) noexcept {
-    Word word = 0;
-    std::memcpy(&word, at, sizeof word);
-    return word;
-}
-
-bool isAscii(const unsigned char* at, std::size_t size) noexcept {
-    constexpr std::uint64_t highs = 0x8080808080808080U;
-    std::uint64_t seen = 0;
-    if (size >= 8) {
-        for (std::size_t i = 0; i + 8 < size; i += 8) seen |= load<std::uint64_t>(at + i);
-        seen |= load<std::uint64_t>(at + size - 8);
-    } else if (size >= 4) {
-        seen = load<std::uint32_t>(at) | load<std::uint32_t>(at + size - 4);
-    } else {
-        for (std::size_t i = 0; i < size; ++i) seen |= at[i];
-    }
-    return (seen & highs) == 0;
-}
 
 bool isContinuation(unsigned char byte) noexcept {
     return (byte & 0xc0U) == 0x80U;
@@ -54,9 +32,8 @@ std::size_t characterLength(const unsigned char* at, std::size_t left) noexcept 
 
 }  // namespace
 
-bool isValidUtf8(std::string_view text) noexcept {
+bool isValidBeyondAscii(std::string_view text) noexcept {
     const auto* at = reinterpret_cast<const unsigned char*>(text.data());
-    if (isAscii(at, text.size())) return true;
     const auto* const end = at + text.size();
     while (at < end) {
         const std::size_t length = *at < 0x80 ? 1 : characterLength(at, static_cast<std::size_t>(end - at));

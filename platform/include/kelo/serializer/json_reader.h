@@ -22,13 +22,24 @@ public:
     bool atObjectEnd(bool& end) override { return atEnd('}', end); }
     bool memberKey(std::string_view& key) override;
     bool takeMemberKey(const util::serializer::PlainKey& key, bool behindMember) override {
-        skipBlanks();
         const auto& member = key.jsonMember();
         const std::size_t comma = behindMember ? 1 : 0;
-        if (static_cast<std::size_t>(end_ - at_) < comma + member.size || (behindMember && *at_ != ',')) return false;
-        if (!areSame(at_ + comma, member.chars, member.size)) return false;
-        at_ += comma + member.size;
+        if (static_cast<std::size_t>(end_ - at_) <= member.size) return false;  // a document goes on behind a key
+        const char* const at = at_ + comma;
+        if (!areSame(at, member.chars, member.size)) {
+            return static_cast<unsigned char>(*at) <= ' ' && takeSpacedMemberKey(key, comma);
+        }
+        if (behindMember && *at_ != ',') return false;
+        at_ = at + member.size;
         return true;
+    }
+    // A whole member in one step, if its value is a plain one: a number of few digits, text without escapes and all ASCII. For a
+    // string a view into the document.
+    enum class Taken : std::uint8_t { nothing, key, member };
+    template <class Plain>
+    Taken takeMember(const util::serializer::PlainKey& key, bool behindMember, Plain& value) {
+        if (!takeMemberKey(key, behindMember)) return Taken::nothing;
+        return takePlain(value) ? Taken::member : Taken::key;
     }
     bool endMember() override { return separate('}'); }
     bool endObject() override { return end('}'); }
@@ -48,21 +59,10 @@ public:
     }
     bool readBool(bool& value) override;
     bool readInt(std::int64_t& value) override {
-        // Nearly all are up to eight digits right here, and what may stand behind a member; then the document goes on.
-        constexpr std::ptrdiff_t usual = 8;
-        if (end_ - at_ > usual) [[likely]] {
-            const char* at = at_;
-            unsigned digit = valueOf(*at);
-            std::int64_t number = digit;
-            while (digit < 10 && (digit = valueOf(*++at)) < 10 && at - at_ < usual) number = number * 10 + digit;
-            const bool isClosed = *at == ',' || *at == '}' || *at == ']';
-            if (isClosed && at != at_ && (*at_ != '0' || at - at_ == 1)) [[likely]] {
-                value = number;
-                at_ = at;
-                return false;
-            }
-        }
-        return readUnusualInt(value);
+        int few = 0;
+        if (!takePlain(few)) return readUnusualInt(value);
+        value = few;
+        return false;
     }
     bool readDouble(double& value) override;
     bool readString(std::string_view& value) override;
@@ -88,6 +88,43 @@ private:
         }
         return !differ(std::uint64_t{}, size - 8);
     }
+    // Each takes a value that is as nearly all are: right here, with what may stand behind a member or element. Else, false, and
+    // nothing is taken.
+    bool takePlain(int& value) noexcept {
+        constexpr std::ptrdiff_t most = 8;  // digits
+        if (end_ - at_ <= most) [[unlikely]]
+            return false;
+        const char* at = at_;
+        unsigned digit = valueOf(*at);
+        if (digit > 9) [[unlikely]]
+            return false;
+        unsigned number = digit;
+        ++at;
+        if (number != 0) {
+            for (const char* const last = at_ + most; (digit = valueOf(*at)) < 10 && at != last; ++at)
+                number = number * 10 + digit;
+        }
+        if (!mayFollowValue(*at)) [[unlikely]]
+            return false;
+        value = static_cast<int>(number);
+        at_ = at;
+        return true;
+    }
+    bool takePlain(bool& value) noexcept {
+        constexpr std::size_t most = 5;  // characters
+        if (static_cast<std::size_t>(end_ - at_) <= most) [[unlikely]]
+            return false;
+        const bool isTrue = areSame(at_, "true", 4);
+        if (!isTrue && !areSame(at_, "false", most)) [[unlikely]]
+            return false;
+        value = isTrue;
+        at_ += most - (isTrue ? 1 : 0);
+        return true;
+    }
+    bool takePlain(std::string_view& value) noexcept;
+    // `comma`: how many characters stand before the blanks that precede the key.
+    [[gnu::noinline]] bool takeSpacedMemberKey(const util::serializer::PlainKey& key, std::size_t comma) noexcept;
+    static bool mayFollowValue(char c) noexcept { return c == ',' || c == '}' || c == ']'; }
     [[gnu::cold]] bool failed(const char* what) const noexcept;
     [[gnu::cold]] bool failedToFind(const char* expected);
     // Programs write none: where one stands is the rare case everywhere.
