@@ -21,6 +21,26 @@ const ::tracing::Channel channel{"KELO_CLIENT"};
 
 constexpr std::size_t bodyCapacity = 1024;
 
+// A request for the time of one sending, whose texts keep their memory for the thread's next. Sending may come round to another
+// one on the same thread, by way of a handler: that makes its own. Thread: the one that made it.
+class SpareRequest {
+public:
+    SpareRequest() : request_{kept() ? std::move(kept()) : std::make_unique<Request>()} {}
+    ~SpareRequest() { kept() = std::move(request_); }
+    SpareRequest(const SpareRequest&) = delete;
+    SpareRequest& operator=(const SpareRequest&) = delete;
+
+    Request& request() const noexcept { return *request_; }
+
+private:
+    static std::unique_ptr<Request>& kept() noexcept {
+        thread_local std::unique_ptr<Request> request;
+        return request;
+    }
+
+    std::unique_ptr<Request> request_;
+};
+
 void traceUnreadable(std::string_view servicePath) {
     static ::tracing::RateLimit limit{5};
     std::uint64_t held = 0;
@@ -55,8 +75,16 @@ void* ClientStub::send(const ClientOperation& operation, std::unique_ptr<IRespon
         std::ErrorStorage::ack();
         return IKeloApi::UNDEFINED_REQUEST_HANDLE;
     }
-    Request request{operation.command, Path::replacePattern(operation.pattern, arguments),
-                    Payload::borrow(buffer.bytes(), mimeType_), options_};
+    const SpareRequest spare;
+    Request& request = spare.request();
+    request.setCommand(operation.command);
+    if (arguments.size() == 0) {
+        request.setPath(operation.pattern);
+    } else {
+        request.setPath(Path::replacePattern(operation.pattern, arguments));
+    }
+    request.setPayload(Payload::borrow(buffer.bytes(), mimeType_));
+    request.setOptions(options_);
     headers::appendTracingInfo(request, servicePath_, tracing::getTraceClientId());
     headers::appendAuthInfo(request);
     return api_->request(request, std::move(handler));

@@ -209,7 +209,7 @@ std::string numberText(const Json& value) {
 
 const kelo::hmx::Route* findRoute(const Resource& resource, kelo::commands::Id command, bool element) noexcept {
     for (const kelo::hmx::Route& route : resource.routes()) {
-        if (route.command == command && route.isForElement() == element) return &route;
+        if (route.command == command && route.isForElement == element) return &route;
     }
     return nullptr;
 }

@@ -1,10 +1,11 @@
 // Resource handlers by root path: what is published under one service path.
 #pragma once
 
-#include <map>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <vector>
 
 namespace kelo {
 
@@ -20,8 +21,10 @@ public:
     IResourceHandler* find(std::string_view path) const;
 
 private:
+    IResourceHandler* findLocked(std::string_view rootPath) const noexcept;
+
     mutable std::mutex mutex_;
-    std::map<std::string, IResourceHandler*, std::less<>> handlers_;
+    std::vector<std::pair<std::string, IResourceHandler*>> handlers_;  // few, so that a look at each is quickest
 };
 
 }  // namespace kelo

@@ -47,6 +47,9 @@ public:
     void setClientId(std::string_view clientId) { clientId_ = clientId; }
     void setAuthToken(std::string_view token) { authToken_ = token; }
     void setPayload(Payload payload) { payload_ = std::move(payload); }
+    void setOptions(const Options& options) {
+        if (options_ != options) options_ = options;
+    }
 
     // One value is enough for the client: the first `next` ends the request.
     bool isOneShot() const noexcept { return oneShot_; }

@@ -20,8 +20,8 @@ int SimpleComposedKeloService::registerService(std::string_view rootPath, IResou
         return fail(badRootPath, rootPath, "is not \"/\" and one part");
     }
     const std::lock_guard lock{mutex_};
-    if (!handlers_.try_emplace(std::string{rootPath}, handler).second)
-        return fail(rootPathTaken, rootPath, "is registered already");
+    if (findLocked(rootPath) != nullptr) return fail(rootPathTaken, rootPath, "is registered already");
+    handlers_.emplace_back(rootPath, handler);
     return registered;
 }
 
@@ -29,9 +29,15 @@ IResourceHandler* SimpleComposedKeloService::find(std::string_view path) const {
     if (path.empty() || path.front() != '/') return nullptr;
     const std::string_view root = path.substr(0, path.find('/', 1));
     const std::lock_guard lock{mutex_};
-    auto entry = handlers_.find(root);
-    if (entry == handlers_.end()) entry = handlers_.find("/");
-    return entry == handlers_.end() ? nullptr : entry->second;
+    IResourceHandler* const handler = findLocked(root);
+    return handler != nullptr ? handler : findLocked("/");
+}
+
+IResourceHandler* SimpleComposedKeloService::findLocked(std::string_view rootPath) const noexcept {
+    for (const auto& [path, handler] : handlers_) {
+        if (path == rootPath) return handler;
+    }
+    return nullptr;
 }
 
 }  // namespace kelo

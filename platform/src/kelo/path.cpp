@@ -42,6 +42,7 @@ int hexDigit(char c) noexcept {
 }  // namespace
 
 bool Path::matches(std::string_view path, std::string_view pattern) noexcept {
+    if (path.size() < pattern.size()) return false;  // a star stands for one character at least
     std::string_view part;
     std::string_view wanted;
     while (nextPart(pattern, wanted)) {

@@ -109,7 +109,7 @@ void FrameStream::close(const char* why) noexcept {
 
 void FrameStream::commit() {
     if (Loop* const current = Loop::current()) {
-        current->flushLater(shared_from_this());
+        if (!current->isFlushDue(*this)) current->flushLater(shared_from_this());
     } else {
         flush();
     }

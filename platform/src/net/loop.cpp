@@ -327,7 +327,6 @@ void Loop::fireTimers() {
 }
 
 void Loop::flushLater(std::shared_ptr<Flushable> flushable) {
-    if (!dirty_.empty() && dirty_.back() == flushable) return;
     if (std::find(dirty_.begin(), dirty_.end(), flushable) != dirty_.end()) return;
     try {
         if (dirty_.size() == dirty_.capacity()) dirty_.reserve(2 * dirty_.size() + 1);

@@ -102,6 +102,8 @@ public:
 
     // Has `flushable` written to once this drain is over. Asking again before that does nothing.
     void flushLater(std::shared_ptr<Flushable> flushable);
+    // Whether it was the last that was asked for, so that asking again can be spared.
+    bool isFlushDue(const Flushable& flushable) const noexcept { return !dirty_.empty() && dirty_.back().get() == &flushable; }
 
     // Room for one large receive, shared by all sockets of the loop.
     std::span<std::uint8_t> receiveBuffer() noexcept { return {receiveBuffer_.get(), receiveBufferSize}; }

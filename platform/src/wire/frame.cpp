@@ -3,6 +3,7 @@
 #include <cbor.h>
 
 #include <algorithm>
+#include <bit>
 #include <charconv>
 #include <cstring>
 #include <limits>
@@ -28,20 +29,29 @@ namespace {
 
 constexpr std::size_t maximumFields = 64;
 constexpr std::uint8_t shortText = 0x60;  // and the length, if that is below 24, begin a text
+constexpr std::uint8_t shortMap = 0xa0;   // and the number of fields begin a map
 constexpr std::string_view version = "$version";
 constexpr std::string_view application = "$application";
 constexpr std::string_view mimeTypes = "$mime-types";
 
 template <class T>
 void putLittleEndian(std::uint8_t* out, T value) noexcept {
-    for (std::size_t i = 0; i < sizeof value; ++i) out[i] = static_cast<std::uint8_t>(value >> (8U * i));
+    if constexpr (std::endian::native == std::endian::little) {
+        std::memcpy(out, &value, sizeof value);
+    } else {
+        for (std::size_t i = 0; i < sizeof value; ++i) out[i] = static_cast<std::uint8_t>(value >> (8U * i));
+    }
 }
 
 template <class T>
 T getLittleEndian(const std::uint8_t* in) noexcept {
     T value = 0;
-    for (std::size_t i = 0; i < sizeof value; ++i)
-        value = static_cast<T>(value | static_cast<T>(static_cast<T>(in[i]) << (8U * i)));
+    if constexpr (std::endian::native == std::endian::little) {
+        std::memcpy(&value, in, sizeof value);
+    } else {
+        for (std::size_t i = 0; i < sizeof value; ++i)
+            value = static_cast<T>(value | static_cast<T>(static_cast<T>(in[i]) << (8U * i)));
+    }
     return value;
 }
 
@@ -51,13 +61,14 @@ class FrameWriter {
 public:
     FrameWriter(util::ByteBufferWriter& out, FrameType type, std::uint8_t flags, std::uint64_t id, std::size_t fields)
         : FrameWriter{out} {
-        std::uint8_t header[headerSize]{};
+        char* const to = out_.claim(headerSize + longestHead);
+        auto* const header = reinterpret_cast<std::uint8_t*>(to);
+        putLittleEndian(header, std::uint32_t{0});  // the length, which finish() knows
         header[4] = static_cast<std::uint8_t>(type);
         header[5] = flags;
-        putLittleEndian(&header[8], id);
-        out_.write(header, sizeof header);
-        char* const to = out_.claim(longestHead);
-        out_.commitTo(putHead(to, mapMajor, fields));
+        putLittleEndian(header + 6, std::uint16_t{0});
+        putLittleEndian(header + 8, id);
+        out_.commitTo(putHead(to + headerSize, mapMajor, fields));
     }
     FrameWriter(const FrameWriter&) = delete;
     FrameWriter& operator=(const FrameWriter&) = delete;
@@ -175,11 +186,18 @@ template <class OnField>
 const char* readFields(std::span<const std::uint8_t> body, std::span<const std::uint8_t>& rest, OnField onField) {
     std::size_t at = 0;
     const auto next = [&](Item& item) {
+        // What nearly all are need not go through the decoder: short text, and a map of few fields around it.
         const std::uint8_t first = at < body.size() ? body[at] : 0xffU;
         if (const std::size_t size = first - shortText; first >= shortText && size < 24 && size < body.size() - at) {
-            item.kind = Item::Kind::text;  // as nearly all are, so that they need not go through the decoder
+            item.kind = Item::Kind::text;
             item.text = {reinterpret_cast<const char*>(body.data()) + at + 1, size};
             at += size + 1;
+            return true;
+        }
+        if (first >= shortMap && first - shortMap < 24) {
+            item.kind = Item::Kind::map;
+            item.number = first - shortMap;
+            ++at;
             return true;
         }
         item.kind = Item::Kind::none;

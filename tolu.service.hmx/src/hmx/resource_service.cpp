@@ -23,7 +23,7 @@ std::string quoted(std::string_view command, std::string_view path) {
 }  // namespace
 
 bool Route::matches(int requestCommand, std::string_view requestPath) const noexcept {
-    return requestCommand == command && (isForElement() ? Path::matches(requestPath, path) : requestPath == path);
+    return requestCommand == command && (isForElement ? Path::matches(requestPath, path) : requestPath == path);
 }
 
 ResourceService::ResourceService(std::string_view name, void* impl, void (*cancel)(void* impl, void* handle),

@@ -27,8 +27,8 @@ struct Route {
     const record::Description& (*result)();        // null: the result is no record
     std::string_view resultType;                   // "DisplayObject", "url" or "none"
     void* (*start)(void* impl, ResourceRequest&);  // reads the arguments and calls the operation; the request's handle
+    bool isForElement = path.find('*') != std::string_view::npos;
 
-    constexpr bool isForElement() const noexcept { return path.find('*') != std::string_view::npos; }
     bool matches(int requestCommand, std::string_view requestPath) const noexcept;
 };
 
