@@ -42,13 +42,16 @@ public:
     kelo::hmx::DisplayObjectListPage page(const kelo::hmx::displaymanager::DisplaysInfo& list) {
         std::vector<std::shared_ptr<kelo::hmx::DisplayObject>> objects;
         objects.reserve(list.infoForAllDisplays->size());
-        for (const auto& display : *list.infoForAllDisplays)
-            objects.push_back(hmx::toDisplayObject(display, ids_.record(hmx::displayName(display))));
+        for (const auto& display : *list.infoForAllDisplays) {
+            objects.push_back(spare_.take(objects.size()));
+            hmx::convert(display, ids_.record(hmx::displayName(display)), *objects.back());
+        }
         return kelo::tolu::cutPage(std::move(objects), {});
     }
 
 private:
-    hmx::IdTable<std::string> ids_{&hmx::displayIdName};
+    hmx::SpareElements<kelo::hmx::DisplayObject> spare_;
+    hmx::IdTable<std::string> ids_{&hmx::displayIdName, &kelo::hmx::DisplayObject::elementUri};
 };
 
 }  // namespace samples

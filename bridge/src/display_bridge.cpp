@@ -43,7 +43,6 @@ struct DisplaySideScheme<DisplayResource> : DisplayResource {
         if (!all.infoForAllDisplays) return;
         for (const One& display : *all.infoForAllDisplays) visit(display, displayName(display));
     }
-    static std::shared_ptr<Element> convert(const One& display, const std::UUID& id) { return toDisplayObject(display, id); }
 };
 
 template <>

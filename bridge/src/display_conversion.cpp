@@ -1,7 +1,9 @@
 #include "bridge/display_conversion.h"
 
+#include <cstddef>
 #include <memory>
-#include <vector>
+
+#include "bridge/spare_elements.h"
 
 namespace hmx {
 
@@ -16,14 +18,24 @@ namespace {
 
 const std::string noName{"no_name_defined"};
 
+// The URI follows from the id.
+void identify(kelo::tolu::XObject& object, const Identity& identity) {
+    if (object.id == identity.id && !object.uri.empty()) return;
+    object.id = identity.id;
+    object.uri = identity.uri;
+}
+
 // `Size`: displaymanager::DisplayResolution or displaymanager::DisplayableSize.
 template <class Size>
-kelo::optional<std::shared_ptr<DisplayResolutionType>> toResolution(const kelo::optional<Size>& size) {
-    if (!size) return {};
-    auto resolution = std::make_shared<DisplayResolutionType>();
-    resolution->width = size->width;
-    resolution->height = size->height;
-    return resolution;
+void convert(const kelo::optional<Size>& size, kelo::optional<std::shared_ptr<DisplayResolutionType>>& resolution) {
+    if (!size) {
+        resolution = kelo::nullopt;
+        return;
+    }
+    if (!resolution) resolution.emplace();
+    DisplayResolutionType& made = ownObject(*resolution);
+    made.width = size->width;
+    made.height = size->height;
 }
 
 }  // namespace
@@ -46,43 +58,45 @@ std::string layersIdName(const std::string& displayName) {
     return "hmx/layerconfigurations/" + displayName;
 }
 
-std::shared_ptr<DisplayObject> toDisplayObject(const displaymanager::Display& display, const std::UUID& id) {
-    auto object = std::make_shared<DisplayObject>(id, DisplayObject::elementUri(id));
-    object->name = displayName(display);
-    object->displayID = display.id;
-    object->displayInternalID = display.internalid;
-    object->connector = display.connector;
-    object->resolution = toResolution(display.resolution);
-    object->terminal = display.terminal;
-    object->touchSupport = display.touchSupport;
-    return object;
+void convert(const displaymanager::Display& display, const Identity& identity, DisplayObject& object) {
+    identify(object, identity);
+    object.name = displayName(display);
+    object.displayID = display.id;
+    object.displayInternalID = display.internalid;
+    object.connector = display.connector;
+    convert(display.resolution, object.resolution);
+    object.terminal = display.terminal;
+    object.touchSupport = display.touchSupport;
 }
 
-std::shared_ptr<DisplayableObject> toDisplayableObject(const displaymanager::Displayable& displayable, const std::UUID& id) {
-    auto object = std::make_shared<DisplayableObject>(id, DisplayableObject::elementUri(id));
-    if (displayable.name) object->name = *displayable.name;
-    object->displayableID = displayable.id;
-    object->size = toResolution(displayable.size);
-    object->type = displayable.type;
-    return object;
+void convert(const displaymanager::Displayable& displayable, const Identity& identity, DisplayableObject& object) {
+    identify(object, identity);
+    if (displayable.name) {
+        object.name = *displayable.name;
+    } else {
+        object.name.clear();
+    }
+    object.displayableID = displayable.id;
+    convert(displayable.size, object.size);
+    object.type = displayable.type;
 }
 
-std::shared_ptr<LayerconfigurationObject> toLayerconfigurationObject(const displaymanager::DisplayLayers& configuration,
-                                                                     const std::UUID& id) {
-    auto object = std::make_shared<LayerconfigurationObject>(id, LayerconfigurationObject::elementUri(id));
-    std::vector<std::shared_ptr<LayerType>> layers;
+void convert(const displaymanager::DisplayLayers& configuration, const Identity& identity, LayerconfigurationObject& object) {
+    identify(object, identity);
+    object.name.clear();
+    if (!object.layers) object.layers.emplace();
+    std::size_t count = 0;
     if (configuration.layers && configuration.layers->infoForAllLayers) {
-        layers.reserve(configuration.layers->infoForAllLayers->size());
+        object.layers->resize(configuration.layers->infoForAllLayers->size());
         for (const auto& layer : *configuration.layers->infoForAllLayers) {
             if (layer == nullptr) continue;
-            const auto& made = layers.emplace_back(std::make_shared<LayerType>());
-            made->id = layer->id;
-            made->name = layer->name;
-            made->zpos = layer->zpos;
+            LayerType& made = ownObject((*object.layers)[count++]);
+            made.id = layer->id;
+            made.name = layer->name;
+            made.zpos = layer->zpos;
         }
     }
-    object->layers = std::move(layers);
-    return object;
+    object.layers->resize(count);
 }
 
 }  // namespace hmx

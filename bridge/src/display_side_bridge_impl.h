@@ -40,7 +40,7 @@ namespace hmx {
 //     idName(key)                     what the id of an element is made from
 //     keyOf(one, asked)               what upstream knows the element of an answer by; `asked`: what it was asked for
 //     forEach(all, visit)             calls visit(one, key) for each element, in upstream's order
-//     convert(one, id)                the element, shared with nobody
+// Beside it stands convert(one, identity, element), which fills in the element whatever was in it before.
 template <class Resource>
 struct DisplaySideScheme;
 
@@ -86,7 +86,7 @@ void DisplaySideBridge<Resource>::Receiver<Answer>::onCompleted() const {
 
 template <class Resource>
 DisplaySideBridge<Resource>::DisplaySideBridge(std::shared_ptr<comm::ActiveObject> worker)
-    : worker_{std::move(worker)}, ids_{&DisplaySideScheme<Resource>::idName} {}
+    : worker_{std::move(worker)}, ids_{&DisplaySideScheme<Resource>::idName, &Element::elementUri} {}
 
 template <class Resource>
 void DisplaySideBridge<Resource>::setApi(const ServiceApi& api) {
@@ -175,8 +175,10 @@ bool DisplaySideBridge<Resource>::deliver(RequestKey key, const All& all) {
     return pending_.template next<ListPage>(key, [&] {
         std::vector<std::shared_ptr<Element>> elements;
         elements.reserve(lastCount_);
-        Scheme::forEach(all,
-                        [&](const One& one, const Key& known) { elements.push_back(Scheme::convert(one, ids_.record(known))); });
+        Scheme::forEach(all, [&](const One& one, const Key& known) {
+            elements.push_back(spare_.take(elements.size()));
+            convert(one, ids_.record(known), *elements.back());
+        });
         lastCount_ = elements.size();
         return kelo::tolu::cutPage(std::move(elements), pending_.context(key)->params, {Scheme::parameter});
     });
@@ -187,9 +189,13 @@ bool DisplaySideBridge<Resource>::deliver(RequestKey key, const One& one) {
     using Scheme = DisplaySideScheme<Resource>;
     const Asked* const asked = pending_.context(key);
     if (asked == nullptr) return false;
-    const std::shared_ptr<Element> element = Scheme::convert(one, ids_.record(Scheme::keyOf(one, asked->key)));
-    const auto makeElement = [&] { return kelo::tolu::transformElement(std::move(*element), asked->params); };
-    const auto makePage = [&] { return kelo::tolu::cutPage(std::vector{element}, asked->params, {Scheme::parameter}); };
+    Element element;
+    convert(one, ids_.record(Scheme::keyOf(one, asked->key)), element);
+    const auto makeElement = [&] { return kelo::tolu::transformElement(std::move(element), asked->params); };
+    const auto makePage = [&] {
+        return kelo::tolu::cutPage(std::vector{std::make_shared<Element>(std::move(element))}, asked->params,
+                                   {Scheme::parameter});
+    };
     return pending_.template next<Element>(key, makeElement) || pending_.template next<ListPage>(key, makePage);
 }
 

@@ -49,9 +49,6 @@ struct DisplaySideScheme<DisplayableResource> : DisplayableResource {
         if (!all.infoForAllDisplayables) return;
         for (const One& displayable : *all.infoForAllDisplayables) visit(displayable, displayable.id);
     }
-    static std::shared_ptr<Element> convert(const One& displayable, const std::UUID& id) {
-        return toDisplayableObject(displayable, id);
-    }
 };
 
 template <>

@@ -47,9 +47,6 @@ struct DisplaySideScheme<LayersResource> : LayersResource {
             if (entry.layersForDisplay) visit(*entry.layersForDisplay, displayName(*entry.layersForDisplay));
         }
     }
-    static std::shared_ptr<Element> convert(const One& configuration, const std::UUID& id) {
-        return toLayerconfigurationObject(configuration, id);
-    }
 };
 
 template <>

@@ -95,7 +95,8 @@ void PopupBridge::Receiver::onCompleted() const {
     bridge->pending_.complete(key);
 }
 
-PopupBridge::PopupBridge(std::shared_ptr<comm::ActiveObject> worker) : worker_{std::move(worker)}, ids_{&popupIdName} {}
+PopupBridge::PopupBridge(std::shared_ptr<comm::ActiveObject> worker)
+    : worker_{std::move(worker)}, ids_{&popupIdName, &PopupObject::elementUri} {}
 
 void PopupBridge::setApi(const ServiceApi& api) {
     assert(worker_->isCurrentThread());

@@ -20,8 +20,9 @@ std::string popupIdName(const PopupKey& popup) {
     return popup.display + popup.name;
 }
 
-kelo::hmx::PopupObject toPopupObject(const std::string& display, const kelo::hmx::popups::Popup& popup, const std::UUID& id) {
-    kelo::hmx::PopupObject object{id, kelo::hmx::PopupObject::elementUri(id)};
+kelo::hmx::PopupObject toPopupObject(const std::string& display, const kelo::hmx::popups::Popup& popup,
+                                     const Identity& identity) {
+    kelo::hmx::PopupObject object{identity.id, identity.uri};
     object.name = popup.name;
     object.display = display;
     object.active = popup.active;

@@ -1,16 +1,15 @@
 // What the display manager reports, as elements of our resources.
 #pragma once
 
-#include <memory>
 #include <string>
 
+#include "bridge/identity.h"
 #include "hmx/display_object.h"
 #include "hmx/displayable_object.h"
 #include "hmx/displaymanager/display.h"
 #include "hmx/displaymanager/display_layers.h"
 #include "hmx/displaymanager/displayable.h"
 #include "hmx/layerconfiguration_object.h"
-#include "kelo/std/uuid.h"
 
 namespace hmx {
 
@@ -24,13 +23,13 @@ namespace hmx {
 [[nodiscard]] std::string displayableIdName(const int& number);
 [[nodiscard]] std::string layersIdName(const std::string& displayName);
 
-// The elements, each made where a page keeps it; `id` is theirs. Members that upstream does not report are absent, null pointers
-// count as not reported. Thread: any.
-[[nodiscard]] std::shared_ptr<kelo::hmx::DisplayObject> toDisplayObject(const kelo::hmx::displaymanager::Display& display,
-                                                                        const std::UUID& id);
-[[nodiscard]] std::shared_ptr<kelo::hmx::DisplayableObject> toDisplayableObject(
-    const kelo::hmx::displaymanager::Displayable& displayable, const std::UUID& id);
-[[nodiscard]] std::shared_ptr<kelo::hmx::LayerconfigurationObject> toLayerconfigurationObject(
-    const kelo::hmx::displaymanager::DisplayLayers& configuration, const std::UUID& id);
+// Each makes `object` the element of that identity, whatever it was before. Members that upstream does not report become absent,
+// null pointers count as not reported. Objects that it holds are written over, unless somebody else holds them as well.
+// Thread: that of all who hold `object`.
+void convert(const kelo::hmx::displaymanager::Display& display, const Identity& identity, kelo::hmx::DisplayObject& object);
+void convert(const kelo::hmx::displaymanager::Displayable& displayable, const Identity& identity,
+             kelo::hmx::DisplayableObject& object);
+void convert(const kelo::hmx::displaymanager::DisplayLayers& configuration, const Identity& identity,
+             kelo::hmx::LayerconfigurationObject& object);
 
 }  // namespace hmx

@@ -7,6 +7,7 @@
 #include "bridge/attachment.h"
 #include "bridge/id_table.h"
 #include "bridge/pending_requests.h"
+#include "bridge/spare_elements.h"
 #include "comm/active_object.h"
 #include "kelo/optional.h"
 #include "kelo/response_handler.h"
@@ -25,8 +26,8 @@ class UpstreamHandler;
 //     All, One                       what that answers with for the whole resource and for one element
 //     Key                            what it knows an element by: std::string or int
 // Keeps no elements: every retrieve asks upstream, and one that is not one-shot passes on what upstream reports until it ends.
-// All it keeps is which ids it has seen. The operations and `cancelRequest` post their work to the worker and return at once.
-// Thread: the bridge's worker, but for operations and `cancelRequest`: any.
+// What it keeps is which ids it has seen, and the memory of the last page. The operations and `cancelRequest` post their work to
+// the worker and return at once. Thread: the bridge's worker, but for operations and `cancelRequest`: any.
 template <class Resource>
 class DisplaySideBridge : public Resource::Interface {
     using All = typename Resource::All;
@@ -87,6 +88,7 @@ private:
     const std::shared_ptr<comm::ActiveObject> worker_;
     Attachment<typename Resource::Client> upstream_;
     IdTable<Key> ids_;
+    SpareElements<Element> spare_;
     std::size_t lastCount_ = 0;  // of the whole resource's elements: the next answer is likely to have as many
     PendingRequests<Asked, ListPage, Element> pending_;
 };

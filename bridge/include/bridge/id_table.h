@@ -8,7 +8,9 @@
 #include <unordered_map>
 #include <utility>
 
+#include "bridge/identity.h"
 #include "kelo/std/uuid.h"
+#include "kelo/url.h"
 #include "kelo/uuid.h"
 
 namespace hmx {
@@ -20,45 +22,66 @@ struct KeyHash {
     std::size_t operator()(int number) const noexcept { return std::hash<int>{}(number); }
 };
 
-// An id becomes known when an upstream answer first brings its element, and stays known. It is computed once for each key.
+// An id becomes known when an upstream answer first brings its element, and stays known. It and its URI are made once for each
+// key.
 // Thread: the bridge's worker.
 template <class Key, class Hash = KeyHash, class Equal = std::equal_to<>>
 class IdTable {
 public:
     // The text that the id of a key's element is made from.
     using NameOf = std::string (*)(const Key&);
+    using UriOf = kelo::url (*)(const std::UUID&);
 
-    explicit IdTable(NameOf nameOf) : nameOf_{nameOf} {}
+    IdTable(NameOf nameOf, UriOf uriOf) : nameOf_{nameOf}, uriOf_{uriOf} {}
     IdTable(const IdTable&) = delete;
     IdTable& operator=(const IdTable&) = delete;
 
-    // The id of the key's element, which is known from now on. Of keys that share an id, the one recorded last stands behind it.
-    // `key` may be of another type that `Hash` and `Equal` take and that makes a Key.
+    // The identity of the key's element, which is known from now on; good as long as the table. Of keys that share an id, the one
+    // recorded last stands behind it. `key` may be of another type that `Hash` and `Equal` take and that makes a Key.
     template <class View>
-    const std::UUID& record(const View& key) {
-        auto known = byKey_.find(key);
-        if (known == byKey_.end()) {
-            auto fresh = static_cast<Key>(key);
-            auto& element = *byId_.try_emplace(kelo::uuid::createFromName(nameOf_(fresh)), nullptr).first;
-            known = byKey_.emplace(std::move(fresh), &element).first;
+    const Identity& record(const View& key) {
+        // Lists come in the order of the last one: an element is mostly the one that followed then, and found without a hash.
+        Element* element = last_ == nullptr ? nullptr : last_->next;
+        if (element == nullptr || !Equal{}(*element->key, key)) {
+            element = &enter(key);
+            if (last_ != nullptr) last_->next = element;
         }
-        known->second->second = &known->first;
-        return known->second->first;
+        last_ = element;
+        return element->identity;
     }
 
     // Null for an id that is not known.
     const Key* find(const std::UUID& id) const {
         const auto known = byId_.find(id);
-        return known == byId_.end() ? nullptr : known->second;
+        return known == byId_.end() ? nullptr : known->second.key;
     }
 
 private:
-    // Their entries stay where they are, so each table may point into the other.
-    using ById = std::unordered_map<std::UUID, const Key*>;
+    struct Element {
+        Identity identity;
+        const Key* key = nullptr;
+        Element* next = nullptr;  // recorded after this one, last time
+    };
+
+    template <class View>
+    Element& enter(const View& key) {
+        auto known = byKey_.find(key);
+        if (known == byKey_.end()) {
+            auto fresh = static_cast<Key>(key);
+            const std::UUID id = kelo::uuid::createFromName(nameOf_(fresh));
+            Element& element = byId_.try_emplace(id, Element{{id, uriOf_(id)}}).first->second;
+            known = byKey_.emplace(std::move(fresh), &element).first;
+        }
+        known->second->key = &known->first;
+        return *known->second;
+    }
 
     NameOf nameOf_;
-    ById byId_;
-    std::unordered_map<Key, typename ById::value_type*, Hash, Equal> byKey_;
+    UriOf uriOf_;
+    // Their entries stay where they are, so each table may point into the other.
+    std::unordered_map<std::UUID, Element> byId_;
+    std::unordered_map<Key, Element*, Hash, Equal> byKey_;
+    Element* last_ = nullptr;  // recorded
 };
 
 }  // namespace hmx

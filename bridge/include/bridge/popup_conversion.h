@@ -6,12 +6,12 @@
 #include <string>
 #include <string_view>
 
+#include "bridge/identity.h"
 #include "hmx/popup_object.h"
 #include "hmx/popups/popup.h"
 #include "hmx/popups/popup_state_filter.h"
 #include "hmx/popups/popup_state_update.h"
 #include "hmx/update_popup_object.h"
-#include "kelo/std/uuid.h"
 #include "util/config/value.h"
 
 namespace hmx {
@@ -50,9 +50,9 @@ struct PopupKeyEqual {
 // What the id of a popup is made from. Thread: any.
 [[nodiscard]] std::string popupIdName(const PopupKey& popup);
 
-// The element; `id` is its own. Members that upstream does not report are absent. Thread: any.
+// The element; `identity` is its own. Members that upstream does not report are absent. Thread: any.
 [[nodiscard]] kelo::hmx::PopupObject toPopupObject(const std::string& display, const kelo::hmx::popups::Popup& popup,
-                                                   const std::UUID& id);
+                                                   const Identity& identity);
 
 // The states that a query restricts itself to; values of the wrong type restrict nothing. Thread: any.
 [[nodiscard]] kelo::hmx::popups::PopupStateFilter toStateFilter(const util::config::Dictionary& query);

@@ -2,26 +2,32 @@
 #pragma once
 
 #include <compare>
+#include <memory>
 #include <string>
 #include <string_view>
 #include <utility>
 
 namespace kelo {
 
-// Thread: any (a value). The text is kept as given; nothing is normalised.
+// Thread: any (a value). The text is kept as given; nothing is normalised. Copies share it: an element's URI is made once and then
+// goes out in every page that has the element.
 class url {
 public:
     url() = default;
-    explicit url(std::string text) : text_{std::move(text)} {}
+    explicit url(std::string text) : text_{std::make_shared<const std::string>(std::move(text))} {}
 
-    const std::string& toString() const noexcept { return text_; }
-    bool empty() const noexcept { return text_.empty(); }
+    // Good as long as any copy.
+    const std::string& toString() const noexcept {
+        static const std::string none;
+        return text_ ? *text_ : none;
+    }
+    bool empty() const noexcept { return toString().empty(); }
 
-    friend bool operator==(const url&, const url&) = default;
-    friend auto operator<=>(const url&, const url&) = default;
+    friend bool operator==(const url& a, const url& b) noexcept { return a.toString() == b.toString(); }
+    friend auto operator<=>(const url& a, const url& b) noexcept { return a.toString() <=> b.toString(); }
 
 private:
-    std::string text_;
+    std::shared_ptr<const std::string> text_;  // null: empty
 };
 
 }  // namespace kelo

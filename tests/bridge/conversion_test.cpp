@@ -1,0 +1,96 @@
+// What is made over for the next answer: elements, and the order in which ids were last met.
+#include <gtest/gtest.h>
+
+#include <array>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "bridge/display_conversion.h"
+#include "bridge/id_table.h"
+#include "bridge/popup_conversion.h"
+#include "bridge/spare_elements.h"
+#include "kelo/record.h"
+#include "support/documents.h"
+
+namespace {
+
+namespace displaymanager = kelo::hmx::displaymanager;
+using kelo::hmx::DisplayObject;
+
+const hmx::Identity first{std::UUID{{1}}, kelo::url{"/hmx/first"}};
+const hmx::Identity second{std::UUID{{2}}, kelo::url{"/hmx/second"}};
+
+// Whatever the element was before, it becomes what a fresh one would be.
+template <class Element, class Upstream>
+void expectMadeOver(const std::vector<const char*>& documents) {
+    for (const char* before : documents) {
+        for (const char* after : documents) {
+            Element used;
+            hmx::convert(support::fromJson<Upstream>(before), first, used);
+            hmx::convert(support::fromJson<Upstream>(after), second, used);
+            Element fresh;
+            hmx::convert(support::fromJson<Upstream>(after), second, fresh);
+            EXPECT_TRUE(kelo::record::equal(used, fresh)) << before << " made over to " << after;
+        }
+    }
+}
+
+TEST(Conversion, NothingOfAnElementIsLeftInTheOneMadeOfIt) {
+    expectMadeOver<DisplayObject, displaymanager::Display>(
+        {R"({"id":1})",
+         R"({"id":2,"internalid":3,"name":"Driver_Display","touchSupport":true,"terminal":4,"resolution":{"width":5,"height":6},)"
+         R"("connector":"DP-1 with a name that needs memory of its own"})",
+         R"({"id":7,"resolution":{"width":8}})"});
+    expectMadeOver<kelo::hmx::DisplayableObject, displaymanager::Displayable>(
+        {R"({"id":1})", R"({"id":2,"name":"Map","type":3,"size":{"width":4,"height":5}})"});
+    expectMadeOver<kelo::hmx::LayerconfigurationObject, displaymanager::DisplayLayers>(
+        {R"({})", R"({"layers":{"infoForAllLayers":[{"id":1,"name":"Map","zpos":2},{"id":3}]}})",
+         R"({"layers":{"infoForAllLayers":[{"id":4}]}})"});
+}
+
+TEST(Conversion, AnElementThatSomebodyHoldsIsLeftAlone) {
+    const auto wide = support::fromJson<displaymanager::Display>(R"({"id":1,"resolution":{"width":1920,"height":720}})");
+    const auto narrow = support::fromJson<displaymanager::Display>(R"({"id":1,"resolution":{"width":800,"height":480}})");
+    hmx::SpareElements<DisplayObject> spare;
+    const auto held = spare.take(0);
+    hmx::convert(wide, first, *held);
+    const auto other = spare.take(0);
+    hmx::convert(narrow, first, *other);
+    EXPECT_NE(held, other);
+    EXPECT_EQ(held->resolution.value()->width.value(), 1920);
+
+    // Of an element that is free again, what it shares is left alone likewise.
+    const auto shared = *other->resolution;
+    hmx::convert(wide, first, *other);
+    EXPECT_EQ(shared->width.value(), 800);
+    EXPECT_EQ(other->resolution.value()->width.value(), 1920);
+}
+
+TEST(IdTable, IdsStayWhateverTheOrderInWhichElementsCome) {
+    hmx::IdTable<std::string> ids{&hmx::displayIdName, &DisplayObject::elementUri};
+    const std::vector<std::string> names{"a", "b", "c", "d"};
+    std::vector<hmx::Identity> known;
+    for (const auto& name : names) known.push_back(ids.record(name));
+    constexpr std::array<std::array<std::size_t, 4>, 5> orders{
+        {{0, 1, 2, 3}, {3, 2, 1, 0}, {0, 0, 1, 1}, {2, 0, 2, 0}, {0, 1, 2, 3}}};
+    for (const auto& order : orders) {
+        for (const std::size_t i : order) {
+            const hmx::Identity& identity = ids.record(names[i]);
+            EXPECT_EQ(identity.id, known[i].id);
+            EXPECT_EQ(identity.uri, DisplayObject::elementUri(known[i].id));
+            EXPECT_EQ(*ids.find(identity.id), names[i]);
+        }
+    }
+}
+
+TEST(IdTable, OfKeysThatShareAnIdTheLastRecordedStandsBehindIt) {
+    hmx::IdTable<hmx::PopupKey, hmx::PopupKeyHash, hmx::PopupKeyEqual> ids{&hmx::popupIdName,
+                                                                           &kelo::hmx::PopupObject::elementUri};
+    for (const char* const display : {"ab", "a", "ab", "ab", "a", "a", "ab"}) {
+        const hmx::PopupKeyView key{display, display == std::string{"ab"} ? "c" : "bc"};
+        EXPECT_EQ(ids.find(ids.record(key).id)->display, display);
+    }
+}
+
+}  // namespace
