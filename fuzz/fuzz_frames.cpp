@@ -28,6 +28,17 @@ bool areSame(const kelo::Payload& one, const kelo::Payload& other) {
     return one.mimeType() == other.mimeType() && one.text() == other.text();
 }
 
+bool areSame(const kelo::Request& one, const kelo::Request& other) {
+    return one.command() == other.command() && one.path() == other.path() && one.servicePath() == other.servicePath() &&
+           one.clientId() == other.clientId() && one.accept() == other.accept() && one.authToken() == other.authToken() &&
+           one.headers().entries() == other.headers().entries() && areSame(one.payload(), other.payload());
+}
+
+bool areSame(const kelo::Response& one, const kelo::Response& other) {
+    return one.status() == other.status() && one.clientId() == other.clientId() &&
+           one.headers().entries() == other.headers().entries() && areSame(one.payload(), other.payload());
+}
+
 // `mapEnd`: where in the body the header map ends. `refuses`: whether a body is refused.
 template <class Refuses>
 void requireWholeMap(fuzz::Bytes body, std::size_t mapEnd, Refuses refuses) {
@@ -53,17 +64,16 @@ void request(fuzz::Bytes body, bool oneShot) {
     // Both are reused from input to input, as the runtime does it: nothing may be left over from the last one.
     static kelo::Request first;
     static kelo::Request second;
-    if (kelo::wire::readRequest(body, "", first) != nullptr) return;
-    const auto& headers = first.headers().entries();
-    if (headers.size() <= mostOtherHeaders) {
+    static kelo::wire::LastFields last;
+    const char* const wrong = kelo::wire::readRequest(body, "", first, last);
+    fuzz::require(wrong == kelo::wire::readRequest(body, "", second), "a request is refused whatever came before");
+    if (wrong != nullptr) return;
+    fuzz::require(areSame(first, second), "a request is the same whatever came before");
+    if (first.headers().entries().size() <= mostOtherHeaders) {
         kelo::wire::appendRequest(frame, requestId, first, oneShot);
         fuzz::require(kelo::wire::readRequest(writtenBody(FrameType::request, requestId), "", second) == nullptr,
                       "a written request is read");
-        fuzz::require(first.command() == second.command() && first.path() == second.path() &&
-                          first.servicePath() == second.servicePath() && first.clientId() == second.clientId() &&
-                          first.accept() == second.accept() && first.authToken() == second.authToken() &&
-                          headers == second.headers().entries() && areSame(first.payload(), second.payload()),
-                      "a written request is what was read");
+        fuzz::require(areSame(first, second), "a written request is what was read");
     }
     requireWholeMap(body, body.size() - first.payload().bytes().size(),
                     [](fuzz::Bytes cut) { return kelo::wire::readRequest(cut, "", second) != nullptr; });
@@ -72,14 +82,15 @@ void request(fuzz::Bytes body, bool oneShot) {
 void response(fuzz::Bytes body, FrameType type, std::uint8_t flags) {
     static kelo::Response first;
     static kelo::Response second;
-    if (kelo::wire::readResponse(body, first) != nullptr) return;
-    const auto& headers = first.headers().entries();
-    if (headers.size() <= mostOtherHeaders) {
+    static kelo::wire::LastFields last;
+    const char* const wrong = kelo::wire::readResponse(body, first, last);
+    fuzz::require(wrong == kelo::wire::readResponse(body, second), "a response is refused whatever came before");
+    if (wrong != nullptr) return;
+    fuzz::require(areSame(first, second), "a response is the same whatever came before");
+    if (first.headers().entries().size() <= mostOtherHeaders) {
         kelo::wire::appendResponse(frame, type, flags, requestId, first);
         fuzz::require(kelo::wire::readResponse(writtenBody(type, requestId), second) == nullptr, "a written response is read");
-        fuzz::require(first.status() == second.status() && first.clientId() == second.clientId() &&
-                          headers == second.headers().entries() && areSame(first.payload(), second.payload()),
-                      "a written response is what was read");
+        fuzz::require(areSame(first, second), "a written response is what was read");
     }
     requireWholeMap(body, body.size() - first.payload().bytes().size(),
                     [](fuzz::Bytes cut) { return kelo::wire::readResponse(cut, second) != nullptr; });

@@ -61,6 +61,32 @@ TEST(Frame, AClientIdThatIsMissingAndOneThatIsEmptyAreTwoThings) {
     EXPECT_EQ(read.clientId(), "");
 }
 
+TEST(Frame, FieldsThatWereReadLastAreNotMistakenForOthers) {
+    using testing_support::textMap;
+    const auto body = [](std::string_view path, std::string_view payload, std::string_view extra = "x") {
+        return textMap({{"$request-path", path}, {"$mime-type", "application/json"}, {"extra", extra}}, payload);
+    };
+    Bytes cut = body("/displays", "");
+    cut.pop_back();
+    kelo::Request kept;
+    kelo::wire::LastFields last;
+    for (const Bytes& bytes : {body("/displays", "1"), body("/displays", "22"), body("/displays", ""), body("/popups/1", "3"),
+                               body("/displays", "4"), cut, body("/displays", "5"), body("/displays", "6", std::string(600, 'y')),
+                               body("/displays", "7", std::string(600, 'z')), body("/displays", "8"), Bytes{0xa0}, Bytes{},
+                               textMap({{"$request-path", "/displays"}, {"$mime-type", "text/other"}}, "9"),
+                               textMap({{"$request-path", "/displays"}, {"$mime-type", "text/other"}}, "")}) {
+        kelo::Request fresh;
+        const char* const wrong = kelo::wire::readRequest(bytes, "me", fresh);
+        ASSERT_STREQ(kelo::wire::readRequest(bytes, "me", kept, last), wrong);
+        if (wrong != nullptr) continue;
+        EXPECT_EQ(kept.path(), fresh.path());
+        EXPECT_EQ(kept.clientId(), "me");
+        EXPECT_EQ(kept.headers().entries(), fresh.headers().entries());
+        EXPECT_EQ(kept.payload().text(), fresh.payload().text());
+        EXPECT_EQ(kept.payload().mimeType(), fresh.payload().mimeType());
+    }
+}
+
 TEST(Frame, IndefiniteMapsOfOtherLibrariesAreRead) {
     Bytes body{0xbf};
     testing_support::appendCborText(body, "$status");

@@ -8,6 +8,7 @@
 
 #include "kelo/kelo_api.h"
 #include "kelo/response_handler.h"
+#include "util/spare_nodes.h"
 
 namespace hmx {
 
@@ -54,7 +55,10 @@ public:
     template <class Result, class Ask>
     void start(RequestKey key, Handler<Result> handler, Context context, kelo::IKeloApi* api, Ask&& ask) {
         const bool oneShot = handler->isOneShot();
-        requests_.insert_or_assign(key, Request{std::move(handler), std::move(context), oneShot, {}});
+        Request& entered = spare_.enter(requests_, key).first->second;
+        entered.handler = std::move(handler);
+        entered.context = std::move(context);
+        entered.oneShot = oneShot;
         UpstreamRequest upstream{api};
         try {
             upstream.handle = ask();
@@ -117,7 +121,11 @@ public:
         return true;
     }
     // The same, but leaves the upstream request to its end.
-    bool abandon(RequestKey key) { return requests_.erase(key) != 0; }
+    bool abandon(RequestKey key) {
+        if (find(key) == nullptr) return false;
+        take(key);
+        return true;
+    }
 
     bool empty() const noexcept { return requests_.empty(); }
 
@@ -125,7 +133,7 @@ private:
     struct Request {
         std::variant<Handler<Results>...> handler;
         Context context;
-        bool oneShot;
+        bool oneShot = false;
         UpstreamRequest upstream;
 
         void complete() const {
@@ -138,9 +146,10 @@ private:
         return entry == requests_.end() ? nullptr : &entry->second;
     }
     // A request leaves the table before its last event goes out.
-    Request take(RequestKey key) { return std::move(requests_.extract(key).mapped()); }
+    Request take(RequestKey key) { return spare_.take(requests_, requests_.find(key)); }
 
     std::unordered_map<RequestKey, Request> requests_;
+    util::SpareNodes<std::unordered_map<RequestKey, Request>> spare_;
 };
 
 }  // namespace hmx

@@ -81,6 +81,11 @@ public:
     bool empty() const noexcept { return view_.empty(); }
     const MimeType& mimeType() const noexcept { return mimeType_; }
     void setMimeType(MimeType mimeType) { mimeType_ = std::move(mimeType); }
+    // Borrows other bytes, of the same mime type.
+    void rebind(std::span<const std::uint8_t> bytes) noexcept {
+        owned_.clear();
+        view_ = bytes;
+    }
     bool isBorrowed() const noexcept { return !view_.empty() && view_.data() != owned_.data(); }
 
 private:

@@ -47,6 +47,7 @@ public:
     void setClientId(std::string_view clientId) { clientId_ = clientId; }
     void setAuthToken(std::string_view token) { authToken_ = token; }
     void setPayload(Payload payload) { payload_ = std::move(payload); }
+    void rebindPayload(std::span<const std::uint8_t> bytes) noexcept { payload_.rebind(bytes); }
     void setOptions(const Options& options) {
         if (options_ != options) options_ = options;
     }

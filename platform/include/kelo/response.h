@@ -30,6 +30,7 @@ public:
 
     void setStatus(std::uint16_t status) noexcept { status_ = status; }
     void setPayload(Payload payload) { payload_ = std::move(payload); }
+    void rebindPayload(std::span<const std::uint8_t> bytes) noexcept { payload_.rebind(bytes); }
     void setClientId(std::string_view clientId) { clientId_ = clientId; }
 
     // "404 <reason>" for plain text, "200 <mime type>, <n> bytes" else.

@@ -178,7 +178,7 @@ const char* ClientConnection::handleFrame(const wire::FrameHeader& header, std::
     switch (header.type) {
         case wire::FrameType::next:
         case wire::FrameType::error: {
-            if (const char* wrong = wire::readResponse(body, response_)) return wrong;
+            if (const char* wrong = wire::readResponse(body, response_, responseFields_)) return wrong;
             if (header.type == wire::FrameType::next) {
                 deliverNext(header.requestId, (header.flags & wire::flagEnd) != 0);
             } else {

@@ -78,6 +78,7 @@ private:
     const std::string servicePath_;
     Events events_;
     Response response_;  // of the loop's thread alone; reused, its payload borrows from the frame
+    wire::LastFields responseFields_;
 
     // Guarded by mutex_:
     std::vector<Slot> slots_;

@@ -25,7 +25,6 @@ namespace {
 const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::string_view platformRoot = "/$platform/";
-constexpr std::size_t spareNodes = 64;
 
 class Responder final : public IResponder {
 public:
@@ -60,7 +59,6 @@ private:
 ServerConnection::ServerConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
                                    std::shared_ptr<const Service> service)
     : FrameStream{std::move(socket), std::move(peer), limits, counters}, service_{std::move(service)} {
-    spare_.reserve(spareNodes);
     ++counters_.connectionsAccepted;
     ++counters_.connectionsOpen;
 }
@@ -112,7 +110,7 @@ const char* ServerConnection::handleHello(std::span<const std::uint8_t> body) {
 }
 
 const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std::span<const std::uint8_t> body) {
-    if (const char* wrong = wire::readRequest(body, peerClientId_, request_)) return wrong;
+    if (const char* wrong = wire::readRequest(body, peerClientId_, request_, requestFields_)) return wrong;
     request_.setOneShot((header.flags & wire::flagOneShot) != 0);
     const std::uint64_t id = header.requestId;
     bool refused = false;
@@ -125,21 +123,10 @@ const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std
             wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
                                  Response::createErrorResponse(503, service_->path + ": too many requests in flight"));
         } else {
-            Open* open = nullptr;
-            if (spare_.empty()) {
-                const auto [place, added] = requests_.try_emplace(id);
-                if (!added) return "a request id used twice";
-                open = &place->second;
-            } else {
-                auto node = std::move(spare_.back());
-                spare_.pop_back();
-                node.key() = id;
-                const auto inserted = requests_.insert(std::move(node));
-                if (!inserted.inserted) return "a request id used twice";
-                open = &inserted.position->second;
-            }
-            open->oneShot = request_.isOneShot();
-            ++(open->oneShot ? oneShots_ : streams_);
+            const auto [request, isNew] = spare_.enter(requests_, id);
+            if (!isNew) return "a request id used twice";
+            request->second.oneShot = request_.isOneShot();
+            ++(request->second.oneShot ? oneShots_ : streams_);
             ++counters_.requestsAccepted;
         }
     }
@@ -296,11 +283,7 @@ bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::Fra
 
 void ServerConnection::eraseLocked(Requests::iterator request) {
     --(request->second.oneShot ? oneShots_ : streams_);
-    auto node = requests_.extract(request);
-    if (spare_.size() < spareNodes) {
-        node.mapped() = Open{};
-        spare_.push_back(std::move(node));
-    }
+    spare_.take(requests_, request);
 }
 
 void ServerConnection::handleDrainedLocked() {

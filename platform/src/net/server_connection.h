@@ -12,6 +12,7 @@
 #include "kelo/composed_service.h"
 #include "kelo/resource_handler.h"
 #include "net/frame_stream.h"
+#include "util/spare_nodes.h"
 
 namespace kelo::net {
 
@@ -75,12 +76,13 @@ private:
     const std::shared_ptr<const Service> service_;
     std::string peerClientId_;  // the trace id of a peer whose requests name none
     Request request_;           // of the loop's thread alone; reused, its payload borrows from the frame
+    wire::LastFields requestFields_;
     std::optional<Timer> helloTimer_;
 
     // Guarded by mutex_:
     Requests requests_;
-    std::vector<Requests::node_type> spare_;  // map nodes of requests that are over, for the next ones
-    std::vector<std::uint64_t> waiting_;      // requests with a value to write when there is room, oldest first
+    util::SpareNodes<Requests> spare_;
+    std::vector<std::uint64_t> waiting_;  // requests with a value to write when there is room, oldest first
     std::uint32_t oneShots_ = 0;
     std::uint32_t streams_ = 0;
     bool ready_ = false;

@@ -247,6 +247,19 @@ void keepOther(HeaderMap& headers, std::string_view key, const Item& item) {
     }
 }
 
+// A map tells its own length, so one that begins with the bytes of another is the other.
+template <class Value, class Read>
+const char* readWithLast(std::span<const std::uint8_t> body, Value& value, LastFields& last, Read read) {
+    if (last.areFirstIn(body)) {
+        value.rebindPayload(body.subspan(last.size()));
+        return nullptr;
+    }
+    last.forget();
+    const char* const wrong = read();
+    if (wrong == nullptr) last.keep(body.first(body.size() - value.payload().bytes().size()));
+    return wrong;
+}
+
 }  // namespace
 
 const char* readHeader(std::span<const std::uint8_t> bytes, FrameHeader& header) noexcept {
@@ -393,6 +406,23 @@ const char* readResponse(std::span<const std::uint8_t> body, Response& response)
     if (response.status() == 0) return "a response has no status";
     response.setPayload(Payload::borrow(rest, MimeType{contentType}));
     return nullptr;
+}
+
+bool LastFields::areFirstIn(std::span<const std::uint8_t> body) const noexcept {
+    return !bytes_.empty() && body.size() >= bytes_.size() && std::memcmp(body.data(), bytes_.data(), bytes_.size()) == 0;
+}
+
+void LastFields::keep(std::span<const std::uint8_t> fields) {
+    if (fields.size() <= most) bytes_.assign(fields.begin(), fields.end());
+}
+
+const char* readRequest(std::span<const std::uint8_t> body, std::string_view defaultClientId, Request& request,
+                        LastFields& last) {
+    return readWithLast(body, request, last, [&] { return readRequest(body, defaultClientId, request); });
+}
+
+const char* readResponse(std::span<const std::uint8_t> body, Response& response, LastFields& last) {
+    return readWithLast(body, response, last, [&] { return readResponse(body, response); });
 }
 
 const char* readBare(std::span<const std::uint8_t> body) noexcept {

@@ -63,6 +63,8 @@ bool ResourceRequest::refuse(errors::Code code, std::string_view reason) {
 }
 
 MimeType ResourceRequest::answerMimeType() const {
+    const MimeType& asSent = request_.payload().mimeType();
+    if (request_.accept().empty() && mimetypes::isStructured(asSent.id())) return MimeType{asSent.id()};
     return MimeType{runtime::getMimeType(request_.getMimeTypeHeader())};
 }
 
