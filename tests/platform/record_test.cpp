@@ -145,7 +145,8 @@ TEST(RecordTest, BlanksMakeNoDifference) {
 }
 
 TEST(RecordTest, IntegersAndBoolsReadAsTheyAreWritten) {
-    for (const char* const number : {"0", "-1", "7", "12345678", "123456789", "2147483647", "-2147483648"}) {
+    for (const char* const number : {"0", "-1", "7", "9", "10", "99", "100", "109", "999", "1000", "9999", "10000", "-9999",
+                                     "12345678", "123456789", "2147483647", "-2147483648"}) {
         const std::string document = std::string{R"({"x":)"} + number + R"(,"y":)" + number + "}";
         EXPECT_EQ(toJson(fromJson<Point>(document)), document);
     }

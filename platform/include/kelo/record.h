@@ -378,25 +378,6 @@ bool readValue(Reader& reader, V& value) {
 
 namespace detail {
 
-// Walks the members of an object as long as they come in the order of a table.
-template <class Reader>
-struct MemberCursor {
-    Reader& reader;
-    bool isEndDue = false;  // a value has been read, and the end of its member has not
-
-    // Where that is due.
-    bool endMember() { return std::exchange(isEndDue, false) && reader.endMember(); }
-    // Whether the next member is this; its value is then next. (No failure: true means yes.)
-    bool is(const util::serializer::PlainKey& expected) { return reader.takeMemberKey(expected, isEndDue); }
-    // The same; where a reader can take the whole member at once, that has been read then, and `isRead` becomes true.
-    template <class Plain>
-    bool is(const util::serializer::PlainKey& expected, Plain& value, bool& isRead) {
-        const auto taken = reader.takeMember(expected, isEndDue, value);
-        isRead = taken == Reader::Taken::member;
-        return taken != Reader::Taken::nothing;
-    }
-};
-
 // What a reader that takes whole members takes for one of type V; void where it takes none.
 template <class V>
 struct PlainOf {
@@ -446,12 +427,15 @@ bool readMemberValue(Reader& reader, V& value) {
     }
 }
 
-template <class R, class Reader, class V>
-bool readRow(MemberCursor<Reader>& cursor, V& value, std::uint64_t& seen, std::uint64_t bit) {
+// Takes the member of the row, if it is next; `isTaken` becomes true then. `behindMember`: see takeMemberKey().
+template <class R, bool behindMember, class Reader, class V>
+bool readRow(Reader& reader, V& value, std::uint64_t& seen, std::uint64_t bit, bool& isTaken) {
     bool isRead = false;
     if constexpr (TakesWhole<Reader, V>) {
         typename PlainOf<V>::Type plain{};
-        if (!cursor.is(R::plainKey, plain, isRead)) return false;
+        const auto taken = reader.takeMember(R::plainKey, behindMember, plain);
+        if (taken == Reader::Taken::nothing) return false;
+        isRead = taken == Reader::Taken::member;
         if (isRead) [[likely]] {
             if constexpr (isOptional<V>) {
                 value.emplace(plain);
@@ -460,12 +444,12 @@ bool readRow(MemberCursor<Reader>& cursor, V& value, std::uint64_t& seen, std::u
             }
         }
     } else {
-        if (!cursor.is(R::plainKey)) return false;
+        if (!reader.takeMemberKey(R::plainKey, behindMember)) return false;
     }
-    if (!isRead && readMemberValue<R>(cursor.reader, value)) [[unlikely]]
+    if (!isRead && readMemberValue<R>(reader, value)) [[unlikely]]
         return failedIn(R::key);
     if constexpr (R::isRequired) seen |= bit;
-    cursor.isEndDue = true;
+    isTaken = true;
     return false;
 }
 
@@ -487,32 +471,34 @@ template <class Reader, class T, class... Rows, std::size_t... Indices>
 }
 
 // Each pass over the rows takes the members that come in their order; a document in the order of the table is read in one, and
-// its keys are only compared. A member that a whole pass did not take is looked up by its key.
-template <class Reader, class T, class... Rows, std::size_t... Indices>
-bool readRows(Reader& reader, T& value, Table<T, Rows...> table, std::index_sequence<Indices...> indices) {
-    constexpr std::uint64_t needed = ((std::uint64_t{Rows::isRequired} << Indices) | ... | 0);
+// its keys are only compared. A pass begins with the first row's member or, where that is not next, with whichever is.
+template <class Reader, class T, class First, class... Rows, std::size_t... Indices>
+bool readRows(Reader& reader, T& value, Table<T, First, Rows...> table, std::index_sequence<Indices...>) {
+    constexpr auto bitOf = [](std::size_t row) { return std::uint64_t{1} << row; };
+    constexpr std::uint64_t needed =
+        ((std::uint64_t{Rows::isRequired} << (Indices + 1)) | ... | std::uint64_t{First::isRequired});
     std::uint64_t seen = 0;
-    MemberCursor<Reader> cursor{reader};
     if (reader.beginObject()) return true;
     for (;;) {
         bool end = false;
-        if (cursor.endMember() || reader.atObjectEnd(end)) return true;
+        bool isTaken = false;
+        if (reader.atObjectEnd(end)) return true;
         if (end) break;
-        if ((readRow<Rows>(cursor, value.*Rows::member, seen, std::uint64_t{1} << Indices) || ...)) return true;
-        if (!cursor.isEndDue) {
-            if (readMemberByKey(reader, value, seen, table, indices)) return true;
-            cursor.isEndDue = true;
-        }
+        if (readRow<First, false>(reader, value.*First::member, seen, bitOf(0), isTaken)) return true;
+        if (!isTaken && readMemberByKey(reader, value, seen, table, std::make_index_sequence<1 + sizeof...(Rows)>{})) return true;
+        if ((readRow<Rows, true>(reader, value.*Rows::member, seen, bitOf(Indices + 1), isTaken) || ...)) return true;
+        if (reader.endMember()) return true;
     }
     if (seen != needed) [[unlikely]] {
-        (void)(((needed & ~seen & (std::uint64_t{1} << Indices)) != 0 && missing(Rows::key)) || ...);
+        if ((needed & ~seen & bitOf(0)) != 0) return missing(First::key);
+        (void)(((needed & ~seen & bitOf(Indices + 1)) != 0 && missing(Rows::key)) || ...);
         return true;
     }
     return reader.endObject();
 }
 
-template <class Reader, class T, class... Rows>
-bool readRows(Reader& reader, T& value, Table<T, Rows...> table) {
+template <class Reader, class T, class First, class... Rows>
+bool readRows(Reader& reader, T& value, Table<T, First, Rows...> table) {
     return readRows(reader, value, table, std::index_sequence_for<Rows...>{});
 }
 

@@ -29,31 +29,46 @@ constexpr float roundedTwice = 0x1.5c87fap-84F;
 
 bool JsonWriter::start(util::ByteBufferWriter& writer) {
     out_ = &writer;
+    at_ = writer.claim(0);
+    end_ = at_ + (writer.capacity() - writer.size());
     nesting_.start();
     return false;
 }
 
 bool JsonWriter::finish() {
-    return nesting_.finish();
+    if (nesting_.finish()) return true;
+    out_->commitTo(at_);
+    return false;
+}
+
+void JsonWriter::grow(std::size_t most) {
+    out_->commitTo(at_);
+    at_ = out_->claim(most);
+    end_ = at_ + (out_->capacity() - out_->size());
+}
+
+void JsonWriter::append(std::string_view text) {
+    claim(text.size());
+    at_ = std::copy(text.begin(), text.end(), at_);
 }
 
 bool JsonWriter::memberKey(std::string_view key, bool first, int /*index*/) {
     if (nesting_.open(true, first)) return true;
-    if (!first) out_->writeByte(',');
-    if (putText(key, out_->claim(key.size() + 2))) return true;
-    out_->writeByte(':');
+    if (!first) putByte(',');
+    if (putText(key, claim(key.size() + 2))) return true;
+    putByte(':');
     return false;
 }
 
 bool JsonWriter::writeNull() {
     if (nesting_.value()) return true;
-    out_->write("null");
+    append("null");
     return false;
 }
 
 bool JsonWriter::writeBool(bool value) {
     if (nesting_.value()) return true;
-    out_->write(value ? "true" : "false");
+    append(value ? "true" : "false");
     return false;
 }
 
@@ -61,7 +76,7 @@ template <class Number>
 bool JsonWriter::writeNumber(Number value) {
     constexpr std::size_t longest = 32;
     if (nesting_.value()) return true;
-    char* const text = out_->claim(longest);
+    char* const text = claim(longest);
     char* end = std::to_chars(text, text + longest, value).ptr;
     if constexpr (std::is_floating_point_v<Number>) {
         const auto isFraction = [](char c) { return c == '.' || c == 'e'; };
@@ -70,7 +85,7 @@ bool JsonWriter::writeNumber(Number value) {
             *end++ = '0';
         }
     }
-    out_->commitTo(end);
+    at_ = end;
     return false;
 }
 
@@ -90,12 +105,12 @@ bool JsonWriter::writeFloat(float value) {
 }
 
 bool JsonWriter::writeString(std::string_view value) {
-    return nesting_.value() || putText(value, out_->claim(value.size() + 2));
+    return nesting_.value() || putText(value, claim(value.size() + 2));
 }
 
 bool JsonWriter::writeUuid(const std::UUID& value) {
     if (nesting_.value()) return true;
-    putUuid(value, out_->claim(std::UUID::textLength + 2));
+    putUuid(value, claim(std::UUID::textLength + 2));
     return false;
 }
 
@@ -119,12 +134,12 @@ bool JsonWriter::writeMember(const util::serializer::PlainKey& key, const kelo::
 
 bool JsonWriter::putText(std::string_view text, char* to) {
     if (!copyJsonPlain(text, to + 1)) [[unlikely]] {
-        out_->commitTo(to);
+        at_ = to;
         return writeUnusual(text);
     }
     to[0] = '"';
     to[text.size() + 1] = '"';
-    out_->commitTo(to + text.size() + 2);
+    at_ = to + text.size() + 2;
     return false;
 }
 
@@ -132,22 +147,22 @@ void JsonWriter::putUuid(const std::UUID& value, char* to) {
     to[0] = '"';
     value.toChars(to + 1);
     to[std::UUID::textLength + 1] = '"';
-    out_->commitTo(to + std::UUID::textLength + 2);
+    at_ = to + std::UUID::textLength + 2;
 }
 
 bool JsonWriter::writeUnusual(std::string_view text) {
     bool ascii = true;
     const char* at = text.data();
     const char* const end = at + text.size();
-    out_->writeByte('"');
+    putByte('"');
     for (;;) {
         const char* const special = findJsonSpecial(at, end, ascii);
-        out_->write(at, static_cast<std::size_t>(special - at));
+        append({at, static_cast<std::size_t>(special - at)});
         if (special == end) break;
         writeEscaped(static_cast<unsigned char>(*special));
         at = special + 1;
     }
-    out_->writeByte('"');
+    putByte('"');
     return !ascii && !isValidUtf8(text) && nesting_.fail(fault::notUtf8);
 }
 
@@ -157,10 +172,10 @@ void JsonWriter::writeEscaped(unsigned char c) {
     constexpr std::string_view digits = "0123456789abcdef";
     if (const auto index = named.find(static_cast<char>(c)); index != std::string_view::npos) {
         const char text[] = {'\\', names[index]};
-        out_->write(text, sizeof text);
+        append({text, sizeof text});
     } else {
         const char text[] = {'\\', 'u', '0', '0', digits[c >> 4U], digits[c & 15U]};
-        out_->write(text, sizeof text);
+        append({text, sizeof text});
     }
 }
 

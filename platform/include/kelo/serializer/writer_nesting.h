@@ -39,12 +39,12 @@ public:
             return fail(fault::tooDeep);
         objects_ = objects_ << 1U | (object ? 1U : 0U);
         ++depth_;
-        next_ = Next::first;
+        next_ = firstOf(object);
         return false;
     }
     // `first`: the caller takes this for the first member or element.
     bool open(bool object, bool first) noexcept {
-        if (next_ != (first ? Next::first : Next::further) || inObject() != object) [[unlikely]]
+        if (next_ != (first ? firstOf(object) : furtherOf(object))) [[unlikely]]
             return fail("a member or element where none may begin");
         next_ = Next::value;
         return false;
@@ -52,17 +52,17 @@ public:
     bool close(bool object) noexcept {
         if (next_ != Next::close || depth_ == 0 || inObject() != object) [[unlikely]]
             return fail("a member or element ends without a value");
-        next_ = Next::further;
+        next_ = furtherOf(object);
         return false;
     }
     // A whole member, its value included: what open, value and close would do.
     bool member(bool first) noexcept {
         if (open(true, first)) return true;
-        next_ = Next::further;
+        next_ = Next::furtherMember;
         return false;
     }
     bool end(bool object) noexcept {
-        if ((next_ != Next::first && next_ != Next::further) || inObject() != object) [[unlikely]]
+        if (next_ != firstOf(object) && next_ != furtherOf(object)) [[unlikely]]
             return fail("a container ends where it may not");
         objects_ >>= 1U;
         --depth_;
@@ -76,8 +76,11 @@ public:
     }
 
 private:
-    enum class Next : std::uint8_t { nothing, value, close, first, further };  // close: of what holds the value just written
+    // close: of what holds the value just written.
+    enum class Next : std::uint8_t { nothing, value, close, firstMember, furtherMember, firstElement, furtherElement };
 
+    static Next firstOf(bool object) noexcept { return object ? Next::firstMember : Next::firstElement; }
+    static Next furtherOf(bool object) noexcept { return object ? Next::furtherMember : Next::furtherElement; }
     bool inObject() const noexcept { return (objects_ & 1U) != 0; }
 
     std::uint64_t objects_ = 0;  // a bit a level, the innermost lowest
