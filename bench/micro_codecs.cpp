@@ -40,7 +40,11 @@ BENCHMARK_CAPTURE(readList, cbor, "application/vnd.ixobin")->Apply(sizes);
 void makePage(State& state) {
     const DisplaysInfo list = samples::displays(static_cast<std::size_t>(state.range(0)));
     samples::PageMaker pages;
-    for (auto _ : state) benchmark::DoNotOptimize(pages.page(list));
+    for (auto _ : state) {
+        auto page = pages.page(list);
+        benchmark::DoNotOptimize(page);
+        pages.keep(std::move(page));
+    }
     state.SetComplexityN(state.range(0));
 }
 BENCHMARK(makePage)->Apply(sizes);

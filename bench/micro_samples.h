@@ -40,14 +40,13 @@ inline kelo::hmx::displaymanager::DisplaysInfo displays(std::size_t count) {
 class PageMaker {
 public:
     kelo::hmx::DisplayObjectListPage page(const kelo::hmx::displaymanager::DisplaysInfo& list) {
-        std::vector<std::shared_ptr<kelo::hmx::DisplayObject>> objects;
-        objects.reserve(list.infoForAllDisplays->size());
-        for (const auto& display : *list.infoForAllDisplays) {
-            objects.push_back(spare_.take(objects.size()));
-            hmx::convert(display, ids_.record(hmx::displayName(display)), *objects.back());
-        }
+        auto objects = spare_.make([&](auto&& nextElement) {
+            for (const auto& display : *list.infoForAllDisplays)
+                hmx::convert(display, ids_.record(hmx::displayName(display)), nextElement());
+        });
         return kelo::tolu::cutPage(std::move(objects), {});
     }
+    void keep(kelo::hmx::DisplayObjectListPage&& page) noexcept { spare_.keep(std::move(page.data)); }
 
 private:
     hmx::SpareElements<kelo::hmx::DisplayObject> spare_;

@@ -172,16 +172,16 @@ void DisplaySideBridge<Resource>::askOne(RequestKey key, std::unique_ptr<kelo::I
 template <class Resource>
 bool DisplaySideBridge<Resource>::deliver(RequestKey key, const All& all) {
     using Scheme = DisplaySideScheme<Resource>;
-    return pending_.template next<ListPage>(key, [&] {
-        std::vector<std::shared_ptr<Element>> elements;
-        elements.reserve(lastCount_);
-        Scheme::forEach(all, [&](const One& one, const Key& known) {
-            elements.push_back(spare_.take(elements.size()));
-            convert(one, ids_.record(known), *elements.back());
+    ListPage page;
+    const bool isDelivered = pending_.template next<ListPage>(key, [&]() -> const ListPage& {
+        auto elements = spare_.make([&](auto&& nextElement) {
+            Scheme::forEach(all, [&](const One& one, const Key& known) { convert(one, ids_.record(known), nextElement()); });
         });
-        lastCount_ = elements.size();
-        return kelo::tolu::cutPage(std::move(elements), pending_.context(key)->params, {Scheme::parameter});
+        page = kelo::tolu::cutPage(std::move(elements), pending_.context(key)->params, {Scheme::parameter});
+        return page;
     });
+    if (isDelivered) spare_.keep(std::move(page.data));
+    return isDelivered;
 }
 
 template <class Resource>

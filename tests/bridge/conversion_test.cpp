@@ -53,12 +53,20 @@ TEST(Conversion, AnElementThatSomebodyHoldsIsLeftAlone) {
     const auto wide = support::fromJson<displaymanager::Display>(R"({"id":1,"resolution":{"width":1920,"height":720}})");
     const auto narrow = support::fromJson<displaymanager::Display>(R"({"id":1,"resolution":{"width":800,"height":480}})");
     hmx::SpareElements<DisplayObject> spare;
-    const auto held = spare.take(0);
-    hmx::convert(wide, first, *held);
-    const auto other = spare.take(0);
-    hmx::convert(narrow, first, *other);
-    EXPECT_NE(held, other);
+    const auto page = [&](const displaymanager::Display& display, std::size_t count) {
+        return spare.make([&](auto&& nextElement) {
+            for (std::size_t i = 0; i < count; ++i) hmx::convert(display, first, nextElement());
+        });
+    };
+    auto elements = page(wide, 3);
+    const auto held = elements[1];
+    spare.keep(std::move(elements));
+    elements = page(narrow, 2);
+    ASSERT_EQ(elements.size(), 2U);
+    EXPECT_NE(elements[1], held);
     EXPECT_EQ(held->resolution.value()->width.value(), 1920);
+    EXPECT_EQ(elements[1]->resolution.value()->width.value(), 800);
+    const auto other = elements[0];
 
     // Of an element that is free again, what it shares is left alone likewise.
     const auto shared = *other->resolution;

@@ -89,7 +89,6 @@ private:
     Attachment<typename Resource::Client> upstream_;
     IdTable<Key> ids_;
     SpareElements<Element> spare_;
-    std::size_t lastCount_ = 0;  // of the whole resource's elements: the next answer is likely to have as many
     PendingRequests<Asked, ListPage, Element> pending_;
 };
 
