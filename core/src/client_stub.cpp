@@ -26,7 +26,10 @@ constexpr std::size_t bodyCapacity = 1024;
 class SpareRequest {
 public:
     SpareRequest() : request_{kept() ? std::move(kept()) : std::make_unique<Request>()} {}
-    ~SpareRequest() { kept() = std::move(request_); }
+    ~SpareRequest() {
+        request_->rebindPayload({});  // what it borrowed may go now
+        kept() = std::move(request_);
+    }
     SpareRequest(const SpareRequest&) = delete;
     SpareRequest& operator=(const SpareRequest&) = delete;
 

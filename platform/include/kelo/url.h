@@ -9,8 +9,8 @@
 
 namespace kelo {
 
-// Thread: any (a value). The text is kept as given; nothing is normalised. Copies share it: an element's URI is made once and then
-// goes out in every page that has the element.
+// Thread: any (a value). The text is kept as given; nothing is normalised. Copies share it: an element's URI is made once and
+// then goes out in every page that has the element.
 class url {
 public:
     url() = default;

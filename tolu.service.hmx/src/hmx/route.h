@@ -18,6 +18,14 @@
 
 namespace kelo::hmx {
 
+// Not by std::string_view::find: instrumented for undefined behaviour, that is no constant expression.
+constexpr bool hasStar(std::string_view path) noexcept {
+    for (const char c : path) {
+        if (c == '*') return true;
+    }
+    return false;
+}
+
 // Refers to what has static storage. Thread: any (a value).
 struct Route {
     commands::Id command;
@@ -27,7 +35,7 @@ struct Route {
     const record::Description& (*result)();        // null: the result is no record
     std::string_view resultType;                   // "DisplayObject", "url" or "none"
     void* (*start)(void* impl, ResourceRequest&);  // reads the arguments and calls the operation; the request's handle
-    bool isForElement = path.find('*') != std::string_view::npos;
+    bool isForElement = hasStar(path);
 
     bool matches(int requestCommand, std::string_view requestPath) const noexcept;
 };
