@@ -101,10 +101,17 @@ TEST_F(ErrorStorageTest, PathGrowsFromTheInsideOut) {
     std::ErrorOutput{Error, 18, std::ErrorStorage::current().text.substr(8, 6)};
     std::ErrorStorage::prependPath("x");
     EXPECT_EQ(std::ErrorStorage::reason(), "x: layers");
+    // Neither depth nor length pushes out what is wrong.
     for (int i = 0; i < 1000; ++i) std::ErrorStorage::prependPath("deeper");
-    EXPECT_EQ(std::ErrorStorage::reason().size(), 1024U);
+    const std::string full = std::ErrorStorage::reason();
+    EXPECT_GT(full.size(), 1010U);
+    EXPECT_TRUE(full.starts_with("deeper.") && full.ends_with(".deeper.x: layers")) << full;
+    std::ErrorStorage::prependPath("a");
+    EXPECT_EQ(std::ErrorStorage::reason(), full);
+    std::ErrorOutput{Error, 18, "wrong"};
     std::ErrorStorage::prependPath(std::string(2000, 'y'));
-    EXPECT_EQ(std::ErrorStorage::reason(), std::string(1024, 'y'));
+    std::ErrorStorage::prependPath(std::string(62, 'z') + "\u00e4\u00e4");
+    EXPECT_EQ(std::ErrorStorage::reason(), std::string(62, 'z') + "\u00e4…." + std::string(64, 'y') + "…: wrong");
 }
 
 TEST(ErrorStorageDumpTest, OneLineWhateverTheTextQuotes) {

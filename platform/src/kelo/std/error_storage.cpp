@@ -31,8 +31,9 @@ struct Slot {
     const char* file = "";
     unsigned line = 0;
     bool inAction = false;
-    size_t size = 0;        // of the text
-    size_t pathLength = 0;  // of the path that the text begins with; 0 when it has none
+    size_t size = 0;          // of the text
+    bool hasPath = false;     // the text begins with one
+    bool isPathFull = false;  // it takes no more parts
     array<char, 1024> text{};
 };
 
@@ -48,31 +49,27 @@ void report() noexcept {
     slot.inAction = false;
 }
 
-// Opens a gap of `count` bytes at the front of the slot's text; the end is cut if need be. The bytes that may be filled.
-size_t openGap(size_t count) noexcept {
-    count = min(count, slot.text.size());
-    const size_t kept = util::cutUtf8({slot.text.data(), slot.size}, slot.text.size() - count).size();
-    memmove(slot.text.data() + count, slot.text.data(), kept);
-    slot.size = kept + count;
-    return count;
-}
-
-void prepend(string_view part, string_view separator) noexcept {
-    const size_t gap = openGap(part.size() + separator.size());
-    const size_t head = min(part.size(), gap);
-    copy_n(separator.begin(), gap - head, copy_n(part.begin(), head, slot.text.begin()));
-}
-
+// Of a long part just the beginning. Where there is no room, neither this part nor those around it: what is wrong, and the place
+// nearest to it, must not be pushed out by a key that somebody made long.
 void prependPathPart(string_view part) noexcept {
-    if (slot.category == nullptr) return;
+    constexpr size_t longest = 64;  // bytes; the keys of records are shorter
+    if (slot.category == nullptr || slot.isPathFull) return;
+    const string_view shown = util::cutUtf8(part, longest);
+    const string_view mark = shown.size() < part.size() ? string_view{"…"} : string_view{};
     string_view separator;
-    if (slot.pathLength == 0) {
+    if (!slot.hasPath) {
         separator = ": ";
     } else if (slot.text.front() != '[') {
         separator = ".";
     }
-    prepend(part, separator);
-    slot.pathLength += part.size() + separator.size();
+    const size_t size = shown.size() + mark.size() + separator.size();
+    slot.isPathFull = size > slot.text.size() - slot.size;
+    if (slot.isPathFull) return;
+    memmove(slot.text.data() + size, slot.text.data(), slot.size);
+    auto* to = slot.text.begin();
+    for (const string_view piece : {shown, mark, separator}) to = copy(piece.begin(), piece.end(), to);
+    slot.size += size;
+    slot.hasPath = true;
 }
 
 }  // namespace
@@ -138,7 +135,8 @@ ErrorOutput::ErrorOutput(const ErrorCategory& category, int code, string_view te
     const string_view fits = util::cutUtf8(text, slot.text.size());
     if (!fits.empty()) memmove(slot.text.data(), fits.data(), fits.size());  // it may be a piece of the text that it replaces
     slot.size = fits.size();
-    slot.pathLength = 0;
+    slot.hasPath = false;
+    slot.isPathFull = false;
     slot.category = &category;
     slot.code = code;
     slot.file = file;
