@@ -81,11 +81,7 @@ void* ClientStub::send(const ClientOperation& operation, std::unique_ptr<IRespon
     const SpareRequest spare;
     Request& request = spare.request();
     request.setCommand(operation.command);
-    if (arguments.size() == 0) {
-        request.setPath(operation.pattern);
-    } else {
-        request.setPath(Path::replacePattern(operation.pattern, arguments));
-    }
+    request.setPath(Path::replacePattern(operation.pattern, arguments));
     request.setPayload(Payload::borrow(buffer.bytes(), mimeType_));
     request.setOptions(options_);
     headers::appendTracingInfo(request, servicePath_, tracing::getTraceClientId());

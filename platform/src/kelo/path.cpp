@@ -61,8 +61,9 @@ int Path::indexIntoPathFromPattern(std::string_view pattern, int n) noexcept {
 }
 
 std::string Path::replacePattern(std::string_view pattern, std::initializer_list<std::string_view> arguments) {
+    if (arguments.size() == 0) return std::string{pattern};
     std::string path;
-    if (arguments.size() > 0) path.reserve(pattern.size() + 40);
+    path.reserve(pattern.size() + 40);
     const auto* argument = arguments.begin();
     for (std::string_view part; nextPart(pattern, part);) {
         path += '/';

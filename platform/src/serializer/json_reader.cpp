@@ -237,7 +237,6 @@ bool JsonReader::readDouble(double& value) {
 bool JsonReader::readString(std::string_view& value) {
     skipBlanks();
     if (at_ == end_ || *at_ != '"') return failedToFind("a string");
-    if (takePlain(value)) return false;
     const char* const first = ++at_;
     bool ascii = true;
     at_ = findJsonSpecial(at_, end_, ascii);

@@ -1,7 +1,6 @@
 #include "serializer/utf8.h"
 
-#include <cstdint>
-#include <cstring>
+#include <cstddef>
 
 // Text that is not ASCII: the second byte's range depends on the first, which is what rules out overlong forms, surrogates and
 // values beyond the last code point.
