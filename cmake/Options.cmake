@@ -29,6 +29,13 @@ target_compile_options(hmx_options INTERFACE -Wall -Wextra -Wconversion -Wshadow
                                              -ffunction-sections -fdata-sections)
 # Nobody puts functions of his own before ours, so the compiler may look into them.
 target_compile_options(hmx_options INTERFACE -fno-semantic-interposition)
+# GCC for x86-64 clears an object of some ten words by "rep stosq", which takes longer to begin than memset does in all; a request
+# clears eight such objects, a twentieth of its time.
+include(CheckCXXCompilerFlag)
+check_cxx_compiler_flag(-mmemset-strategy=libcall:-1:noalign HMX_HAS_MEMSET_STRATEGY)
+if(HMX_HAS_MEMSET_STRATEGY)
+  target_compile_options(hmx_options INTERFACE -mmemset-strategy=libcall:-1:noalign)
+endif()
 target_link_options(hmx_options INTERFACE -Wl,--gc-sections -Wl,--as-needed)
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(hmx_options INTERFACE -fstack-protector-strong -fstack-clash-protection -D_FORTIFY_SOURCE=2)
