@@ -16,8 +16,8 @@ namespace kelo {
 
 // One operation of an upstream service. Refers to literals. Thread: any (a value).
 struct ClientOperation {
-    const char* command;
-    const char* pattern;              // of the path; each "*" stands for an argument
+    std::string_view command;
+    std::string_view pattern;         // of the path; each "*" stands for an argument
     const char* resultType = "none";  // as decoding errors name it
 };
 

@@ -327,6 +327,17 @@ bool write(IStructuredSerializer& writer, const T& value) {
 
 // --- Reading -----------------------------------------------------------------------------------------------------------------
 
+namespace detail {
+
+// What a container that is to hold one more element makes that of: it then begins as `T{}`. Made of nothing, a record of which no
+// constructor is written out would be cleared as a whole before its members get their own beginnings.
+template <class T>
+struct Fresh {
+    operator T() const { return T{}; }
+};
+
+}  // namespace detail
+
 // Reads a value of any type that a member may have, in place of what was there.
 template <class Reader, class V>
 bool readValue(Reader& reader, V& value) {
@@ -367,7 +378,7 @@ bool readValue(Reader& reader, V& value) {
                 return reader.endArray();
             }
             if (value.empty()) value.reserve(lastSize);
-            if (readValue(reader, value.emplace_back())) [[unlikely]]
+            if (readValue(reader, value.emplace_back(detail::Fresh<typename V::value_type>{}))) [[unlikely]]
                 return detail::failedIn(value.size() - 1);
             if (reader.endElement()) return true;
         }

@@ -30,8 +30,15 @@ private:
 // One line on standard error: time (local, milliseconds), application, channel, level, text, in one write. Nothing is formatted
 // for a line that is not emitted; control characters in the text are escaped, so that one message is one line. A standard error
 // that cannot take the line at once loses it, and the next line that gets through says how many were lost.
-void logC(const Channel& channel, int level, const char* text) noexcept;
+inline void logC(const Channel& channel, int level, const char* text) noexcept;
 [[gnu::format(printf, 3, 4)]] void logCV(const Channel& channel, int level, const char* format, ...) noexcept;
+
+// A line that is emitted in any case; for `logC`.
+void emitLine(const Channel& channel, int level, const char* text) noexcept;
+
+inline void logC(const Channel& channel, int level, const char* text) noexcept {
+    if (channel.isEnabled(level)) emitLine(channel, level, text);
+}
 
 // Lets a line through at most `perSecond` times a second, and counts the rest: for lines that a peer can cause.
 // Thread: any.

@@ -34,6 +34,8 @@ struct JsonWord {
         return {(((word ^ (ones * '"')) - ones) | ((word ^ (ones * '\\')) - ones) | (word - ones * 0x20)) & ~word & highs,
                 word & highs};
     }
+    using Half = std::uint32_t;
+    static constexpr Look look(Half first, Half second) noexcept { return look(first | std::uint64_t{second} << 32U); }
     static Look look(const char* at) noexcept {
         std::uint64_t word = 0;
         std::memcpy(&word, at, sizeof word);
@@ -65,6 +67,10 @@ struct JsonVector {
         const auto beyondAscii = static_cast<unsigned>(_mm_movemask_epi8(block));
         return {found & ~beyondAscii, beyondAscii};
     }
+    using Half = std::uint64_t;
+    static Look look(Half first, Half second) noexcept {
+        return look(_mm_set_epi64x(static_cast<long long>(second), static_cast<long long>(first)));
+    }
     static Look look(const char* at) noexcept { return look(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at))); }
     static Look copy(const char* from, char* to) noexcept {
         const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
@@ -90,23 +96,27 @@ inline bool copyJsonBlocks(const char* from, std::size_t size, char* to) noexcep
     return (seen.specials | seen.beyondAscii) == 0;
 }
 
+// The same for what is shorter than a block, but not than half of one: the two halves, which overlap, are looked at as one block.
+template <class Block>
+inline bool copyJsonHalves(const char* from, std::size_t size, char* to) noexcept {
+    typename Block::Half first = 0;
+    typename Block::Half second = 0;
+    std::memcpy(&first, from, sizeof first);
+    std::memcpy(&second, from + size - sizeof second, sizeof second);
+    std::memcpy(to, &first, sizeof first);
+    std::memcpy(to + size - sizeof second, &second, sizeof second);
+    const auto look = Block::look(first, second);
+    return (look.specials | look.beyondAscii) == 0;
+}
+
 // Copies text of which every character is ASCII and may stand in a JSON string as it is. False when one is not; what `to` holds
 // is then of no use. Thread: any.
 template <class Block = JsonBlock>
 inline bool copyJsonPlain(std::string_view text, char* to) noexcept {
     const std::size_t size = text.size();
     if (size >= static_cast<std::size_t>(Block::size)) return copyJsonBlocks<Block>(text.data(), size, to);
-    if (size >= static_cast<std::size_t>(JsonWord::size)) return copyJsonBlocks<JsonWord>(text.data(), size, to);
-    if (size >= 4) {
-        std::uint32_t first = 0;
-        std::uint32_t last = 0;
-        std::memcpy(&first, text.data(), sizeof first);
-        std::memcpy(&last, text.data() + size - sizeof last, sizeof last);
-        std::memcpy(to, &first, sizeof first);
-        std::memcpy(to + size - sizeof last, &last, sizeof last);
-        const auto look = JsonWord::look(first | std::uint64_t{last} << 32U);
-        return (look.specials | look.beyondAscii) == 0;
-    }
+    if (size >= sizeof(typename Block::Half)) return copyJsonHalves<Block>(text.data(), size, to);
+    if (size >= sizeof(JsonWord::Half)) return copyJsonHalves<JsonWord>(text.data(), size, to);
     for (std::size_t i = 0; i < size; ++i) {
         const auto c = static_cast<unsigned char>(text[i]);
         if (c < 0x20 || c >= 0x80 || c == '"' || c == '\\') return false;

@@ -125,15 +125,17 @@ void appendLost(util::LineBuffer& line, std::uint64_t lost) noexcept {
     line.append(" lines lost) ");
 }
 
-void emitLine(const char* channel, int level, const char* text) noexcept {
-    if (hasSink.load(std::memory_order_acquire) && output::toSink(channel, level, text)) return;
+}  // namespace
+
+void emitLine(const Channel& channel, int level, const char* text) noexcept {
+    if (hasSink.load(std::memory_order_acquire) && output::toSink(channel.name(), level, text)) return;
     if (!outputEnabled.load(std::memory_order_relaxed)) return;
     util::LineBuffer line;
     appendTime(line);
     line.append(" ");
     line.append(util::Util::applicationName());
     line.append(" ");
-    line.append(channel);
+    line.append(channel.name());
     line.append(" ");
     line.appendNumber(level);
     line.append(" ");
@@ -142,8 +144,6 @@ void emitLine(const char* channel, int level, const char* text) noexcept {
     line.appendEscaped(text);
     if (!line.writeTo(STDERR_FILENO)) lostLines.fetch_add(lost + 1, std::memory_order_relaxed);
 }
-
-}  // namespace
 
 void output::setEnabled(bool enabled) noexcept {
     outputEnabled.store(enabled, std::memory_order_relaxed);
@@ -172,10 +172,6 @@ void setSink(Sink sink, void* context) noexcept {
 
 Channel::Channel(const char* name) noexcept : name_{name}, threshold_{thresholdFor(name)} {}
 
-void logC(const Channel& channel, int level, const char* text) noexcept {
-    if (channel.isEnabled(level)) emitLine(channel.name(), level, text);
-}
-
 void logCV(const Channel& channel, int level, const char* format, ...) noexcept {
     if (!channel.isEnabled(level)) return;
     char text[util::LineBuffer::capacity];
@@ -183,7 +179,7 @@ void logCV(const Channel& channel, int level, const char* format, ...) noexcept 
     va_start(arguments, format);
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    emitLine(channel.name(), level, length < 0 ? format : text);
+    emitLine(channel, level, length < 0 ? format : text);
 }
 
 bool RateLimit::admit(std::uint64_t& suppressed) noexcept {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <compare>
 #include <cstddef>
 #include <cstdint>
@@ -32,7 +33,13 @@ public:
     constexpr const array<uint8_t, byteCount>& bytes() const noexcept { return bytes_; }
     constexpr bool isNil() const noexcept { return *this == UUID{}; }
 
-    friend constexpr bool operator==(const UUID&, const UUID&) noexcept = default;
+    friend constexpr bool operator==(const UUID& a, const UUID& b) noexcept {
+        // Two words: the array's own comparison would be a call.
+        using Words = array<uint64_t, 2>;
+        const auto x = bit_cast<Words>(a.bytes_);
+        const auto y = bit_cast<Words>(b.bytes_);
+        return x[0] == y[0] && x[1] == y[1];
+    }
     friend constexpr auto operator<=>(const UUID&, const UUID&) noexcept = default;
 
 private:
