@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -17,21 +18,19 @@ class MimeType {
 public:
     MimeType() = default;
     explicit MimeType(std::string_view name) : id_{mimetypes::typename2id(name)} {
-        if (id_ == mimetypes::MimeTypeID::unknown) other_ = name;
+        if (id_ == mimetypes::MimeTypeID::unknown && !name.empty()) other_ = std::make_shared<const std::string>(name);
     }
     explicit MimeType(mimetypes::MimeTypeID id) noexcept : id_{id} {}
 
     mimetypes::MimeTypeID id() const noexcept { return id_; }
-    std::string_view text() const noexcept {
-        return id_ == mimetypes::MimeTypeID::unknown ? std::string_view{other_} : mimetypes::id2typename(id_);
-    }
+    std::string_view text() const noexcept { return other_ ? std::string_view{*other_} : mimetypes::id2typename(id_); }
     bool empty() const noexcept { return text().empty(); }
 
-    friend bool operator==(const MimeType&, const MimeType&) = default;
+    friend bool operator==(const MimeType& a, const MimeType& b) noexcept { return a.id_ == b.id_ && a.text() == b.text(); }
 
 private:
     mimetypes::MimeTypeID id_ = mimetypes::MimeTypeID::unknown;
-    std::string other_;
+    std::shared_ptr<const std::string> other_;  // the name, where there is no id for it
 };
 
 // A value that may borrow: a payload made by `borrow` or `createFromWriter`, and one handed to a response handler or a resource
