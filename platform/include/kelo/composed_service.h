@@ -1,11 +1,10 @@
 // Resource handlers by root path: what is published under one service path.
 #pragma once
 
+#include <atomic>
 #include <mutex>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
 
 namespace kelo {
 
@@ -14,6 +13,11 @@ class IResourceHandler;
 // Thread: any. Handlers are not owned and outlive the service.
 class SimpleComposedKeloService {
 public:
+    SimpleComposedKeloService() = default;
+    SimpleComposedKeloService(const SimpleComposedKeloService&) = delete;
+    SimpleComposedKeloService& operator=(const SimpleComposedKeloService&) = delete;
+    ~SimpleComposedKeloService();
+
     // 0, or a non-zero result with the reason in the error store: the root path must be "/" and one part, and new. The root path
     // "/" takes what no other takes.
     int registerService(std::string_view rootPath, IResourceHandler* handler);
@@ -21,10 +25,17 @@ public:
     IResourceHandler* find(std::string_view path) const;
 
 private:
-    IResourceHandler* findLocked(std::string_view rootPath) const noexcept;
+    // Handlers come and never go, so the list grows at its end only, and whoever looks for one needs no lock.
+    struct Entry {
+        const std::string rootPath;
+        IResourceHandler* const handler;
+        std::atomic<Entry*> next = nullptr;  // owned
+    };
 
-    mutable std::mutex mutex_;
-    std::vector<std::pair<std::string, IResourceHandler*>> handlers_;  // few, so that a look at each is quickest
+    IResourceHandler* findRoot(std::string_view rootPath) const noexcept;
+
+    std::mutex registering_;
+    std::atomic<Entry*> first_ = nullptr;  // owned
 };
 
 }  // namespace kelo

@@ -1,5 +1,7 @@
 #include "kelo/composed_service.h"
 
+#include <utility>
+
 #include "kelo/errors.h"
 
 namespace kelo {
@@ -14,28 +16,33 @@ int fail(Result result, std::string_view rootPath, std::string_view why) {
 
 }  // namespace
 
+SimpleComposedKeloService::~SimpleComposedKeloService() {
+    for (const Entry* entry = first_; entry != nullptr;) delete std::exchange(entry, entry->next);
+}
+
 int SimpleComposedKeloService::registerService(std::string_view rootPath, IResourceHandler* handler) {
     if (handler == nullptr) return fail(noHandler, rootPath, "has no handler");
     if (rootPath.empty() || rootPath.front() != '/' || rootPath.find('/', 1) != std::string_view::npos) {
         return fail(badRootPath, rootPath, "is not \"/\" and one part");
     }
-    const std::lock_guard lock{mutex_};
-    if (findLocked(rootPath) != nullptr) return fail(rootPathTaken, rootPath, "is registered already");
-    handlers_.emplace_back(rootPath, handler);
+    const std::lock_guard lock{registering_};
+    if (findRoot(rootPath) != nullptr) return fail(rootPathTaken, rootPath, "is registered already");
+    std::atomic<Entry*>* end = &first_;
+    while (Entry* const entry = *end) end = &entry->next;
+    *end = new Entry{std::string{rootPath}, handler};
     return registered;
 }
 
 IResourceHandler* SimpleComposedKeloService::find(std::string_view path) const {
     if (path.empty() || path.front() != '/') return nullptr;
     const std::string_view root = path.substr(0, path.find('/', 1));
-    const std::lock_guard lock{mutex_};
-    IResourceHandler* const handler = findLocked(root);
-    return handler != nullptr ? handler : findLocked("/");
+    IResourceHandler* const handler = findRoot(root);
+    return handler != nullptr ? handler : findRoot("/");
 }
 
-IResourceHandler* SimpleComposedKeloService::findLocked(std::string_view rootPath) const noexcept {
-    for (const auto& [path, handler] : handlers_) {
-        if (path == rootPath) return handler;
+IResourceHandler* SimpleComposedKeloService::findRoot(std::string_view rootPath) const noexcept {
+    for (const Entry* entry = first_; entry != nullptr; entry = entry->next) {
+        if (entry->rootPath == rootPath) return entry->handler;
     }
     return nullptr;
 }
