@@ -110,15 +110,17 @@ void* DisplaySideBridge<Resource>::retrieveList(std::unique_ptr<kelo::IResponseH
                                                 const kelo::optional<kelo::toluglobals::ToluParams>& params) {
     using Scheme = DisplaySideScheme<Resource>;
     const RequestKey key = newRequestKey();
-    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), asked = Asked{params}]() mutable {
+    auto made = std::make_unique<typename Pending::Request>(std::move(handler), Asked{params});
+    kelo::postBrief(*worker_, [this, key, request = std::move(made)]() mutable {
         const tracing::Channel& channel = Scheme::channel;
         tracing::logC(channel, progressLevel, Scheme::list);
+        Asked& asked = request->context;
         if (asked.params && Scheme::wanted(asked.params->values, asked.key)) {
             tracing::logCV(channel, progressLevel, Scheme::listOfOne, printable(asked.key));
             if (!upstream_) {
-                handler->onError(noClientResponse(channel, Scheme::listNoClient));
+                request->fail(noClientResponse(channel, Scheme::listNoClient));
             } else {
-                askOne(key, std::move(handler), std::move(asked));
+                askOne(key, std::move(request));
             }
             return;
         }
@@ -127,8 +129,8 @@ void* DisplaySideBridge<Resource>::retrieveList(std::unique_ptr<kelo::IResponseH
             tracing::logC(channel, failureLevel, Scheme::listNoClient);
             return;
         }
-        auto upstream = std::make_unique<AllHandler>(*worker_, handler->isOneShot(), Receiver<All>{this, key});
-        pending_.start(key, std::move(handler), std::move(asked), upstream_.api(),
+        auto upstream = std::make_unique<AllHandler>(*worker_, request->oneShot, Receiver<All>{this, key});
+        pending_.start(key, std::move(request), upstream_.api(),
                        [&] { return Scheme::getAll(upstream_.client(), std::move(upstream)); });
     });
     return key;
@@ -140,48 +142,51 @@ void* DisplaySideBridge<Resource>::retrieveElement(std::unique_ptr<kelo::IRespon
                                                    const kelo::optional<kelo::toluglobals::ToluParams>& params) {
     using Scheme = DisplaySideScheme<Resource>;
     const RequestKey key = newRequestKey();
-    kelo::postBrief(*worker_, [this, key, handler = std::move(handler), id, asked = Asked{params}]() mutable {
+    auto made = std::make_unique<typename Pending::Request>(std::move(handler), Asked{params});
+    kelo::postBrief(*worker_, [this, key, id, request = std::move(made)]() mutable {
         const tracing::Channel& channel = Scheme::channel;
         tracing::logCV(channel, progressLevel, Scheme::element, IdText{id}.c_str());
         const Key* known = ids_.find(id);
         if (known == nullptr) {
             tracing::logCV(channel, unknownIdLevel, Scheme::elementUnknown, IdText{id}.c_str());
-            handler->onError(kelo::Response::createErrorResponse(404, Scheme::elementUnknownReason));
+            request->fail(kelo::Response::createErrorResponse(404, Scheme::elementUnknownReason));
             return;
         }
-        asked.key = *known;
-        tracing::logCV(channel, progressLevel, Scheme::elementOfOne, printable(asked.key));
+        request->context.key = *known;
+        tracing::logCV(channel, progressLevel, Scheme::elementOfOne, printable(*known));
         if (!upstream_) {
-            handler->onError(noClientResponse(channel, Scheme::elementNoClient));
+            request->fail(noClientResponse(channel, Scheme::elementNoClient));
         } else {
-            askOne(key, std::move(handler), std::move(asked));
+            askOne(key, std::move(request));
         }
     });
     return key;
 }
 
 template <class Resource>
-template <class Result>
-void DisplaySideBridge<Resource>::askOne(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, Asked asked) {
-    auto upstream = std::make_unique<OneHandler>(*worker_, handler->isOneShot(), Receiver<One>{this, key});
-    const Key wanted = asked.key;
-    pending_.start(key, std::move(handler), std::move(asked), upstream_.api(),
+void DisplaySideBridge<Resource>::askOne(RequestKey key, std::unique_ptr<typename Pending::Request> request) {
+    auto upstream = std::make_unique<OneHandler>(*worker_, request->oneShot, Receiver<One>{this, key});
+    const Key wanted = request->context.key;
+    pending_.start(key, std::move(request), upstream_.api(),
                    [&] { return DisplaySideScheme<Resource>::getOne(upstream_.client(), std::move(upstream), wanted); });
 }
 
 template <class Resource>
 bool DisplaySideBridge<Resource>::deliver(RequestKey key, const All& all) {
     using Scheme = DisplaySideScheme<Resource>;
-    ListPage page;
-    const bool isDelivered = pending_.template next<ListPage>(key, [&]() -> const ListPage& {
-        auto elements = spare_.make([&](auto&& nextElement) {
+    // Its elements are the next page's when it is over.
+    struct Page {
+        ListPage page;
+        SpareElements<Element>& spare;
+        ~Page() { spare.keep(std::move(page.data)); }
+        operator const ListPage&() const noexcept { return page; }
+    };
+    return pending_.template next<ListPage>(key, [&] {
+        const auto fill = [&](auto&& nextElement) {
             Scheme::forEach(all, [&](const One& one, const Key& known) { convert(one, ids_.record(known), nextElement()); });
-        });
-        page = kelo::tolu::cutPage(std::move(elements), pending_.context(key)->params, {Scheme::parameter});
-        return page;
+        };
+        return Page{kelo::tolu::cutPage(spare_.make(fill), pending_.context(key)->params, {Scheme::parameter}), spare_};
     });
-    if (isDelivered) spare_.keep(std::move(page.data));
-    return isDelivered;
 }
 
 template <class Resource>

@@ -163,7 +163,7 @@ void InputBridge::send(RequestKey key, std::unique_ptr<IResponseHandler<Result>>
     }
     const bool oneShot = handler->isOneShot();
     const auto sent = std::make_shared<Change>(std::move(change));
-    pending_.start(key, std::move(handler), sent, upstream_.api(), [&] {
+    pending_.start(key, std::make_unique<Pending::Request>(std::move(handler), sent), upstream_.api(), [&] {
         void* const handle = upstream_.client().updateInputRegions(
             std::make_unique<CUpdateInputRegionsResponseHandler>(*worker_, oneShot, ChangeReceiver{this, key, sent}),
             sent->address.display, sent->address.hmi, toUpstreamRegions(*sent->object));

@@ -203,7 +203,7 @@ void PopupBridge::start(RequestKey key, std::unique_ptr<IResponseHandler<Result>
         return;
     }
     auto upstream = std::make_unique<Upstream>(*worker_, handler->isOneShot(), typename Upstream::ReceiverType{{this, key}});
-    pending_.start(key, std::move(handler), std::move(asked), upstream_.api(),
+    pending_.start(key, std::make_unique<Pending::Request>(std::move(handler), std::move(asked)), upstream_.api(),
                    [&] { return ask(upstream_.client(), std::move(upstream)); });
 }
 

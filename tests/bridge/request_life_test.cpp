@@ -168,11 +168,13 @@ INSTANTIATE_TEST_SUITE_P(, RequestLife, testing::ValuesIn(load("lives.json").get
 
 TEST(PendingRequests, AThrowOnTheWayDownEndsTheRequestAtBothEnds) {
     support::FakeKeloApi api;
-    hmx::PendingRequests<int, kelo::url> pending;
+    using Pending = hmx::PendingRequests<int, kelo::url>;
+    Pending pending;
     Downstream downstream{.oneShot = false, .finishes = false};
     const hmx::RequestKey key = hmx::newRequestKey();
-    pending.start<kelo::url>(key, std::make_unique<DownstreamHandler<kelo::url>>(downstream), 1, &api,
-                             [] { return reinterpret_cast<void*>(5); });
+    Pending::Handler<kelo::url> handler = std::make_unique<DownstreamHandler<kelo::url>>(downstream);
+    pending.start(key, std::make_unique<Pending::Request>(std::move(handler), 1), &api,
+                  [] { return reinterpret_cast<void*>(5); });
     const auto make = []() -> kelo::url { throw std::runtime_error{"no value"}; };
     EXPECT_THROW(pending.next<kelo::url>(key, make), std::runtime_error);
     EXPECT_EQ(downstream.take(), Events{"gone"});

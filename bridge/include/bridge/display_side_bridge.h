@@ -79,8 +79,9 @@ protected:
                           const kelo::optional<kelo::toluglobals::ToluParams>& params);
 
 private:
-    template <class Result>
-    void askOne(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, Asked asked);
+    using Pending = PendingRequests<Asked, ListPage, Element>;
+
+    void askOne(RequestKey key, std::unique_ptr<typename Pending::Request> request);
     // False when the request is over.
     bool deliver(RequestKey key, const All& all);
     bool deliver(RequestKey key, const One& one);
@@ -89,7 +90,7 @@ private:
     Attachment<typename Resource::Client> upstream_;
     IdTable<Key> ids_;
     SpareElements<Element> spare_;
-    PendingRequests<Asked, ListPage, Element> pending_;
+    Pending pending_;
 };
 
 }  // namespace hmx

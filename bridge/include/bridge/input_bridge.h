@@ -81,7 +81,8 @@ private:
     const std::shared_ptr<comm::ActiveObject> worker_;
     Attachment<kelo::hmx::inputregions::IHmx_inputregions> upstream_;
     kelo::tolu::ToluResourceData<Object> cache_;
-    PendingRequests<std::shared_ptr<const Change>, kelo::url, std::nullptr_t> pending_;
+    using Pending = PendingRequests<std::shared_ptr<const Change>, kelo::url, std::nullptr_t>;
+    Pending pending_;
 };
 
 }  // namespace hmx

@@ -1,14 +1,15 @@
 // The requests that a bridge has under way: who asked, what was asked upstream, and how the two ends of each end together.
 #pragma once
 
+#include <cstdint>
 #include <memory>
-#include <unordered_map>
 #include <utility>
 #include <variant>
 
 #include "kelo/kelo_api.h"
 #include "kelo/response_handler.h"
-#include "util/spare_nodes.h"
+#include "util/block_pool.h"
+#include "util/id_map.h"
 
 namespace hmx {
 
@@ -49,16 +50,33 @@ public:
     // Destroys the handlers that are left without an event and leaves their upstream requests alone.
     ~PendingRequests() = default;
 
+    // A request, from the handler's making to its end.
+    struct Request : util::Pooled {
+        template <class Result>
+        Request(Handler<Result> to, Context of) : handler{std::move(to)}, context{std::move(of)} {
+            oneShot = std::get<Handler<Result>>(handler)->isOneShot();
+        }
+
+        // The last event goes to the handler.
+        void fail(const kelo::Response& response) const {
+            std::visit([&](const auto& to) { to->onError(response); }, handler);
+        }
+        void complete() const {
+            std::visit([](const auto& to) { to->onCompleted(); }, handler);
+        }
+
+        std::variant<Handler<Results>...> handler;
+        Context context;
+        bool oneShot = false;
+        UpstreamRequest upstream;
+    };
+
     // Enters a request and makes its upstream one: `ask` calls the upstream stub and returns the handle that it got from it,
     // which `api` issued. The handler of the upstream request reports to the functions below, and may do so inside the call. A
     // throw of `ask` ends the request without an event.
-    template <class Result, class Ask>
-    void start(RequestKey key, Handler<Result> handler, Context context, kelo::IKeloApi* api, Ask&& ask) {
-        const bool oneShot = handler->isOneShot();
-        Request& entered = spare_.enter(requests_, key).first->second;
-        entered.handler = std::move(handler);
-        entered.context = std::move(context);
-        entered.oneShot = oneShot;
+    template <class Ask>
+    void start(RequestKey key, std::unique_ptr<Request> entry, kelo::IKeloApi* api, Ask&& ask) {
+        requests_.put(idOf(key), std::move(entry));
         UpstreamRequest upstream{api};
         try {
             upstream.handle = ask();
@@ -75,8 +93,8 @@ public:
 
     // The context of a request, null when it is over. Good until the next call of a function that may end the request.
     const Context* context(RequestKey key) const noexcept {
-        const auto entry = requests_.find(key);
-        return entry == requests_.end() ? nullptr : &entry->second.context;
+        const Request* const request = requests_.find(idOf(key));
+        return request == nullptr ? nullptr : &request->context;
     }
 
     // Upstream has a value: hands down the Result that `make()` makes of it. False, and nothing is made, when there is no such
@@ -95,61 +113,42 @@ public:
             throw;
         }
         if (!finished && !request->oneShot) return true;
-        const Request over = take(key);
-        if (!over.oneShot) {
-            over.upstream.cancel();
+        const auto over = take(key);
+        if (!over->oneShot) {
+            over->upstream.cancel();
         } else if (!finished) {
-            over.complete();  // one value was all that was asked for upstream, so that end is over
+            over->complete();  // one value was all that was asked for upstream, so that end is over
         }
         return true;
     }
 
     // Upstream ended.
     void fail(RequestKey key, const kelo::Response& response) {
-        if (find(key) == nullptr) return;
-        const Request over = take(key);
-        std::visit([&](const auto& handler) { handler->onError(response); }, over.handler);
+        if (const auto over = take(key)) over->fail(response);
     }
     void complete(RequestKey key) {
-        if (find(key) != nullptr) take(key).complete();
+        if (const auto over = take(key)) over->complete();
     }
 
     // Cancelled downstream. False when there is no such request.
     bool cancel(RequestKey key) {
-        if (find(key) == nullptr) return false;
-        take(key).upstream.cancel();
+        const auto over = take(key);
+        if (over == nullptr) return false;
+        over->upstream.cancel();
         return true;
     }
     // The same, but leaves the upstream request to its end.
-    bool abandon(RequestKey key) {
-        if (find(key) == nullptr) return false;
-        take(key);
-        return true;
-    }
+    bool abandon(RequestKey key) { return take(key) != nullptr; }
 
     bool empty() const noexcept { return requests_.empty(); }
 
 private:
-    struct Request {
-        std::variant<Handler<Results>...> handler;
-        Context context;
-        bool oneShot = false;
-        UpstreamRequest upstream;
-
-        void complete() const {
-            std::visit([](const auto& to) { to->onCompleted(); }, handler);
-        }
-    };
-
-    Request* find(RequestKey key) noexcept {
-        const auto entry = requests_.find(key);
-        return entry == requests_.end() ? nullptr : &entry->second;
-    }
+    static std::uint64_t idOf(RequestKey key) noexcept { return reinterpret_cast<std::uintptr_t>(key); }
+    Request* find(RequestKey key) noexcept { return requests_.find(idOf(key)); }
     // A request leaves the table before its last event goes out.
-    Request take(RequestKey key) { return spare_.take(requests_, requests_.find(key)); }
+    std::unique_ptr<Request> take(RequestKey key) noexcept { return requests_.take(idOf(key)); }
 
-    std::unordered_map<RequestKey, Request> requests_;
-    util::SpareNodes<std::unordered_map<RequestKey, Request>> spare_;
+    util::IdMap<Request> requests_;
 };
 
 }  // namespace hmx

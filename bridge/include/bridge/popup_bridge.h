@@ -86,7 +86,8 @@ private:
     const std::shared_ptr<comm::ActiveObject> worker_;
     Attachment<kelo::hmx::popups::IHmx_popups> upstream_;
     IdTable<PopupKey, PopupKeyHash, PopupKeyEqual> ids_;
-    PendingRequests<Asked, kelo::hmx::PopupObjectListPage, kelo::hmx::PopupObject, kelo::url> pending_;
+    using Pending = PendingRequests<Asked, kelo::hmx::PopupObjectListPage, kelo::hmx::PopupObject, kelo::url>;
+    Pending pending_;
 };
 
 }  // namespace hmx

@@ -24,29 +24,29 @@ class SpareElements {
 public:
     using Elements = std::vector<std::shared_ptr<Element>>;
 
-    // Fills a page's list: `fill` is called with a callable that gives the next element, with whatever was in it last.
+    // Fills a page's list: `fill` is called with a callable that gives the next element, with whatever was in it last. The list
+    // is to be moved from.
     template <class Fill>
-    Elements make(Fill&& fill) {
-        Elements elements = std::exchange(kept_, {});
-        elements.reserve(lastSize_);
+    Elements&& make(Fill&& fill) {
+        elements_.reserve(lastSize_);
         std::size_t count = 0;
         std::forward<Fill>(fill)([&]() -> Element& {
-            if (count == elements.size()) elements.emplace_back();
-            return ownObject(elements[count++]);
+            if (count == elements_.size()) elements_.emplace_back();
+            return ownObject(elements_[count++]);
         });
-        elements.resize(count);
+        elements_.resize(count);
         lastSize_ = count;
-        return elements;
+        return std::move(elements_);
     }
     // Takes back the list of a page that is over; of a long one nothing, a thread does not hold on to that for a rare one's sake.
     void keep(Elements&& elements) noexcept {
-        if (elements.size() <= most) kept_ = std::move(elements);
+        if (elements.size() <= most) elements_.swap(elements);
     }
 
 private:
     static constexpr std::size_t most = 256;
 
-    Elements kept_;
+    Elements elements_;         // of the last page
     std::size_t lastSize_ = 0;  // a page is likely to be as long as the last
 };
 

@@ -6,6 +6,7 @@
 
 #include "kelo/func_call_event.h"
 #include "kelo/response_handler.h"
+#include "util/block_pool.h"
 
 namespace hmx {
 
@@ -18,7 +19,7 @@ namespace hmx {
 // one thread, and the requests of a bridge cope with an event from inside the very call that makes them. Thread: any, one call at
 // a time.
 template <class Receiver>
-class UpstreamHandler final : public kelo::IResponseHandler<typename Receiver::Value> {
+class UpstreamHandler final : public kelo::IResponseHandler<typename Receiver::Value>, public util::Pooled {
 public:
     using ReceiverType = Receiver;
     using Value = typename Receiver::Value;

@@ -10,6 +10,7 @@
 #include "kelo/response.h"
 #include "kelo/response_handler.h"
 #include "kelo/std/error_storage.h"
+#include "util/block_pool.h"
 
 namespace kelo::responsehandlers {
 
@@ -34,7 +35,7 @@ private:
 // What both wrappers share: the wrapped handler, and terminal events that are passed on once.
 // Thread: one at a time, as the wrapped handler's.
 template <class From, class To>
-class WrappingResponseHandler : public IResponseHandler<From> {
+class WrappingResponseHandler : public IResponseHandler<From>, public util::Pooled {
 public:
     void onError(const Response& response) final {
         if (termination_.begins("onError")) handler_->onError(response);

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "comm/active_object.h"
+#include "util/block_pool.h"
 
 namespace kelo {
 
@@ -20,17 +21,24 @@ private:
     F function_;
 };
 
-// Queues `function` on the worker: one allocation, which holds event and callable together.
+// One allocation, of the pool's, which holds event and callable together.
+template <class F>
+[[nodiscard]] auto makeEvent(F&& function) {
+    using Event = FuncCallEvent<std::decay_t<F>>;
+    return std::allocate_shared<Event>(util::PoolAllocator<Event>{}, std::forward<F>(function));
+}
+
+// Queues `function` on the worker.
 template <class F>
 void post(comm::ActiveObject& worker, F&& function) {
-    worker.enque(std::make_shared<FuncCallEvent<std::decay_t<F>>>(std::forward<F>(function)));
+    worker.enque(makeEvent(std::forward<F>(function)));
 }
 
 // The same for a function that waits for nobody and does not take long, as the road of a request wants it: see
 // comm::ActiveObject::enqueBrief().
 template <class F>
 void postBrief(comm::ActiveObject& worker, F&& function) {
-    worker.enqueBrief(std::make_shared<FuncCallEvent<std::decay_t<F>>>(std::forward<F>(function)));
+    worker.enqueBrief(makeEvent(std::forward<F>(function)));
 }
 
 }  // namespace kelo

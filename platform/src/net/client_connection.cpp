@@ -11,9 +11,9 @@
 // that has another number.
 //
 // A request ends exactly once because its handler is taken out of its slot exactly once, under the lock: by a terminal frame, by
-// a `next` that ends it, by `cancel`, by the deadline, or by the loss of the connection. Only a `next` calls the handler while it
-// stays in its slot; the slot then counts as delivering, and a cancellation that arrives meanwhile is carried out by the
-// delivering thread when it is back.
+// a `next` that ends it, by `cancel`, by the deadline, or by the loss of the connection. Only a `next` that more may follow calls
+// the handler while it stays in its slot; the slot then counts as delivering, and a cancellation that arrives meanwhile is
+// carried out by the delivering thread when it is back.
 //
 // Whether a request that ends by loss had been sent is known from two counts of bytes: where its frame ended in what was
 // appended, and how much the kernel has taken. A frame of which the kernel lacks even the last byte cannot have been acted on:
@@ -153,6 +153,7 @@ void ClientConnection::cancel(void* handle) {
     Handler over;
     {
         const std::lock_guard lock{mutex_};
+        if (deliveringLast_ == toId(handle)) deliveringLast_ = 0;
         Slot* const slot = findLocked(toId(handle));
         if (slot == nullptr || slot->cancelled) return;
         if (!isClosedLocked() && slot->held.empty()) wire::appendBare(outLocked(), wire::FrameType::cancel, slot->id);
@@ -179,10 +180,12 @@ const char* ClientConnection::handleFrame(const wire::FrameHeader& header, std::
         case wire::FrameType::next:
         case wire::FrameType::error: {
             if (const char* wrong = wire::readResponse(body, response_, responseFields_)) return wrong;
-            if (header.type == wire::FrameType::next) {
-                deliverNext(header.requestId, (header.flags & wire::flagEnd) != 0);
-            } else {
+            if (header.type == wire::FrameType::error) {
                 deliverTerminal(header.requestId, [&](auto& handler) { handler.onError(response_); });
+            } else if ((header.flags & wire::flagEnd) != 0) {
+                deliverLast(header.requestId);
+            } else {
+                deliverNext(header.requestId);
             }
             return nullptr;
         }
@@ -210,70 +213,102 @@ const char* ClientConnection::handleHello(std::span<const std::uint8_t> body) {
     return nullptr;
 }
 
-void ClientConnection::deliverNext(std::uint64_t id, bool end) {
+void ClientConnection::deliverNext(std::uint64_t id) {
     IResponseHandler<Response>* handler = nullptr;
     {
         const std::lock_guard lock{mutex_};
-        Slot* const slot = findLocked(id);
-        if (slot == nullptr || slot->delivering) {
-            ++counters_.lateFrames;
-            return;
-        }
+        Slot* const slot = deliverableLocked(id);
+        if (slot == nullptr) return;
         slot->delivering = true;
         slot->due = Clock::time_point::max();
         handler = slot->handler.get();
     }
     bool finished = true;  // also for a handler that throws
     const bool handled = guarded("onNext", [&] { finished = handler->onNext(response_); });
-    Handler over;
+    Ended ended;
     bool lost = false;
-    bool completed = false;
     bool failed = false;
-    bool tell = false;
-    bool idle = false;
     {
         const std::lock_guard lock{mutex_};
         Slot* const slot = findLocked(id);
         slot->delivering = false;
-        if (!finished && !end && !slot->cancelled && !slot->lost) return;
+        if (!finished && !slot->cancelled && !slot->lost) return;
         lost = slot->lost && !finished && !slot->cancelled;
         failed = !handled && !slot->cancelled;
-        completed = end && !finished && !slot->cancelled && !lost;
-        tell = finished && !end && !slot->cancelled && !isClosedLocked();
+        const bool tell = finished && !slot->cancelled && !isClosedLocked();
         if (tell) wire::appendBare(outLocked(), wire::FrameType::cancel, id);
-        over = releaseLocked(*slot);
-        tell = sendHeldLocked() || tell;
-        idle = oneShots_ + streams_ == 0 && askedDue_ == Clock::time_point::max();
+        ended = endLocked(*slot);
+        ended.sends = ended.sends || tell;
     }
-    if (idle && timer_) timer_->disarm();
-    if (tell) commit();
-    if (lost) guarded("onError", [&] { over->onError(lossResponse(true)); });
-    if (completed) guarded("onCompleted", [&] { over->onCompleted(); });
-    // Whoever waits behind it would wait for ever.
-    if (failed)
-        guarded("onError",
-                [&] { over->onError(Response::createErrorResponse(500, servicePath_ + ": the answer could not be handled")); });
+    settle(ended);
+    if (lost) guarded("onError", [&] { ended.handler->onError(lossResponse(true)); });
+    if (failed) fail(*ended.handler);
+}
+
+// A value with which the provider ends the request. The request is over before its handler is called, which then is the only one
+// who can still end it: nothing needs to be looked up again afterwards.
+void ClientConnection::deliverLast(std::uint64_t id) {
+    Ended ended;
+    {
+        const std::lock_guard lock{mutex_};
+        Slot* const slot = deliverableLocked(id);
+        if (slot == nullptr) return;
+        ended = endLocked(*slot);
+        deliveringLast_ = id;
+    }
+    settle(ended);
+    bool finished = false;
+    const bool handled = guarded("onNext", [&] { finished = ended.handler->onNext(response_); });
+    if (finished) return;
+    {
+        const std::lock_guard lock{mutex_};
+        if (deliveringLast_ != id) return;  // cancelled meanwhile
+    }
+    if (handled) {
+        guarded("onCompleted", [&] { ended.handler->onCompleted(); });
+    } else {
+        fail(*ended.handler);
+    }
 }
 
 template <class Deliver>
 void ClientConnection::deliverTerminal(std::uint64_t id, Deliver deliver) {
-    Handler over;
-    bool idle = false;
-    bool sends = false;
+    Ended ended;
     {
         const std::lock_guard lock{mutex_};
-        Slot* const slot = findLocked(id);
-        if (slot == nullptr || slot->delivering) {
-            ++counters_.lateFrames;
-            return;
-        }
-        over = releaseLocked(*slot);
-        sends = sendHeldLocked();
-        idle = oneShots_ + streams_ == 0 && askedDue_ == Clock::time_point::max();
+        Slot* const slot = deliverableLocked(id);
+        if (slot == nullptr) return;
+        ended = endLocked(*slot);
     }
-    if (idle && timer_) timer_->disarm();
-    if (sends) commit();
-    guarded("terminal event", [&] { deliver(*over); });
+    settle(ended);
+    guarded("terminal event", [&] { deliver(*ended.handler); });
+}
+
+// The request that a frame is about, null when it is late.
+ClientConnection::Slot* ClientConnection::deliverableLocked(std::uint64_t id) noexcept {
+    Slot* const slot = findLocked(id);
+    if (slot != nullptr && !slot->delivering) return slot;
+    ++counters_.lateFrames;
+    return nullptr;
+}
+
+// Ends a request, and sends another one that had to wait for its end; then, without the lock, `settle`.
+ClientConnection::Ended ClientConnection::endLocked(Slot& slot) {
+    Ended ended{releaseLocked(slot)};
+    ended.sends = sendHeldLocked();
+    ended.wasLast = oneShots_ + streams_ == 0 && askedDue_ == Clock::time_point::max();
+    return ended;
+}
+
+void ClientConnection::settle(const Ended& ended) {
+    if (ended.wasLast && timer_) timer_->disarm();
+    if (ended.sends) commit();
+}
+
+// For a handler that threw: whoever waits behind it would wait for ever.
+void ClientConnection::fail(IResponseHandler<Response>& handler) const {
+    guarded("onError",
+            [&] { handler.onError(Response::createErrorResponse(500, servicePath_ + ": the answer could not be handled")); });
 }
 
 Response ClientConnection::lossResponse(bool sent) const {
@@ -283,12 +318,12 @@ Response ClientConnection::lossResponse(bool sent) const {
 
 void ClientConnection::handleClosed(const char* why) {
     timer_.reset();
-    struct Ended {
+    struct Lost {
         std::uint64_t id;
         Handler handler;
         bool sent;
     };
-    std::vector<Ended> ended;
+    std::vector<Lost> ended;
     {
         std::unique_lock lock{mutex_};
         const std::uint64_t taken = takenLocked(lock);
@@ -304,9 +339,9 @@ void ClientConnection::handleClosed(const char* why) {
         }
     }
     // In the order in which they were asked.
-    std::sort(ended.begin(), ended.end(), [](const Ended& a, const Ended& b) { return a.id >> indexBits < b.id >> indexBits; });
+    std::sort(ended.begin(), ended.end(), [](const Lost& a, const Lost& b) { return a.id >> indexBits < b.id >> indexBits; });
     counters_.endedByLoss += ended.size();
-    for (Ended& request : ended) {
+    for (Lost& request : ended) {
         guarded("onError", [&] { request.handler->onError(lossResponse(request.sent)); });
         request.handler.reset();
     }
@@ -322,12 +357,12 @@ void ClientConnection::handleArrived() {
 }
 
 void ClientConnection::expire() {
-    struct Ended {
+    struct Late {
         Handler handler;
         std::chrono::milliseconds deadline;
         bool sent;
     };
-    std::vector<Ended> ended;
+    std::vector<Late> ended;
     auto next = Clock::time_point::max();
     const auto now = Clock::now();
     {
@@ -354,7 +389,7 @@ void ClientConnection::expire() {
     if (ended.empty()) return;
     commit();
     counters_.deadlinesMissed += ended.size();
-    for (Ended& request : ended) {
+    for (Late& request : ended) {
         const auto response =
             Response::createErrorResponse(504, servicePath_ + ": no answer within " + std::to_string(request.deadline.count()) +
                                                    " ms, " + (request.sent ? "outcome unknown" : "request not sent"));

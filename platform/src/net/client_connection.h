@@ -60,9 +60,20 @@ private:
     void handleLeaving() override;
     void handleArrived() override;
     const char* handleHello(std::span<const std::uint8_t> body);
-    void deliverNext(std::uint64_t id, bool end);
+    void deliverNext(std::uint64_t id);
+    void deliverLast(std::uint64_t id);
     template <class Deliver>
     void deliverTerminal(std::uint64_t id, Deliver deliver);
+    // A request that is over, and what its end calls for.
+    struct Ended {
+        Handler handler;
+        bool sends = false;    // something was appended
+        bool wasLast = false;  // no deadline is left to wait for
+    };
+    Slot* deliverableLocked(std::uint64_t id) noexcept;
+    Ended endLocked(Slot& slot);
+    void settle(const Ended& ended);
+    void fail(IResponseHandler<Response>& handler) const;
     Response lossResponse(bool sent) const;
     // Ends the requests whose deadline has passed and arms for the next. Thread: the loop's.
     void expire();
@@ -87,6 +98,7 @@ private:
     std::uint32_t streams_ = 0;
     std::deque<std::uint64_t> held_;  // the ids of one-shot requests that wait for room, oldest first
     std::size_t heldBytes_ = 0;
+    std::uint64_t deliveringLast_ = 0;  // the request of which the handler has its last value just now; 0 if cancelled meanwhile
     bool ready_ = false;
     bool hasAnswered_ = false;                               // of the thread that reads
     Clock::time_point askedDue_ = Clock::time_point::max();  // armed, or about to be, for requests of other threads

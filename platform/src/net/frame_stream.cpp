@@ -137,9 +137,10 @@ void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
         if (sendingOffset_ == sending_.size()) {
             sending_.clear();
             sendingOffset_ = 0;
-            if (out_.empty() && !drainLocked()) break;
-            if (out_.empty()) break;
+            const bool hasMore = !out_.empty() || (drainLocked() && !out_.empty());
+            // If not, what comes next goes where the last was: that memory is still in the processor's cache.
             sending_.swap(out_);
+            if (!hasMore) break;
         }
         lock.unlock();
         const auto sent = ::send(socket_.get(), sending_.bytes().data() + sendingOffset_, sending_.size() - sendingOffset_,

@@ -48,7 +48,6 @@ namespace kelo::net {
 namespace {
 
 const tracing::Channel channel{"KELO_LOOP"};
-thread_local Loop* currentLoop = nullptr;
 thread_local bool threadIsLent = false;
 
 void execute(comm::ActiveObjectEvent& event) noexcept {
@@ -105,10 +104,6 @@ Loop::Loop()
 
 Loop::~Loop() = default;
 
-Loop* Loop::current() noexcept {
-    return currentLoop;
-}
-
 bool Loop::isThreadLent() noexcept {
     return threadIsLent;
 }
@@ -124,7 +119,7 @@ void Loop::enque(util::SharedPtr<comm::ActiveObjectEvent> event, Kind kind) {
         queue_.push_back(std::move(event));
         isQueueBrief_ = isQueueBrief_ && kind == Kind::brief;
         if (!std::exchange(sleeping_, false)) return;
-        Loop* const current = currentLoop;
+        Loop* const current = current_;
         if (isQueueBrief_ && current != nullptr && current->borrowers_.size() < current->borrowers_.capacity()) {
             current->borrowers_.push_back(this);
             lender_ = current;
@@ -150,7 +145,7 @@ void Loop::stop() {
         const std::lock_guard lock{mutex_};
         stopping_ = true;
         sleeping_ = false;
-        if (lender_ != nullptr && lender_ == currentLoop) {
+        if (lender_ != nullptr && lender_ == current_) {
             // This thread is about to wait for that of the loop, which is not to wait for this one in turn.
             std::erase(lender_->borrowers_, this);
             lender_ = nullptr;
@@ -161,7 +156,7 @@ void Loop::stop() {
 }
 
 void Loop::run() noexcept {
-    Loop* const outer = std::exchange(currentLoop, this);
+    Loop* const outer = std::exchange(current_, this);
     for (;;) {
         runBatch();
         serveBorrowers();
@@ -171,18 +166,18 @@ void Loop::run() noexcept {
         }
         pollOnce(true);
     }
-    currentLoop = outer;
+    current_ = outer;
 }
 
 std::size_t Loop::runPending() {
-    Loop* const outer = std::exchange(currentLoop, this);
+    Loop* const outer = std::exchange(current_, this);
     std::size_t count = 0;
     for (std::size_t busy = 1; busy > 0;) {
         const std::size_t events = runBatch();
         busy = events + pollOnce(false);
         count += events;
     }
-    currentLoop = outer;
+    current_ = outer;
     return count;
 }
 
@@ -225,14 +220,14 @@ void Loop::runOnThreadOf(Loop& lender) noexcept {
         if (isBrief) batch_.swap(queue_);
     }
     if (isBrief) {
-        Loop* const outer = std::exchange(currentLoop, this);
+        Loop* const outer = std::exchange(current_, this);
         threadIsLent = true;
         runTaken();
         removed_.clear();
         for (auto& flushable : dirty_) lender.flushLater(std::move(flushable));
         dirty_.clear();
         threadIsLent = false;
-        currentLoop = outer;
+        current_ = outer;
     }
     const auto due = earliestDue();
     // To the end under the lock: once that is released, the loop may end.

@@ -76,7 +76,7 @@ public:
     // The same for a callable.
     template <class F>
     void post(F&& function) {
-        enque(std::make_shared<FuncCallEvent<std::decay_t<F>>>(std::forward<F>(function)));
+        enque(makeEvent(std::forward<F>(function)));
     }
     std::size_t pending() const;
 
@@ -88,7 +88,7 @@ public:
 
     bool isCurrentThread() const noexcept { return current() == this; }
     // The loop that the calling thread is running; null on any other thread.
-    static Loop* current() noexcept;
+    static Loop* current() noexcept { return current_; }
     // Whether the calling thread is running the events of a loop that it has been lent to.
     static bool isThreadLent() noexcept;
     // From now on the thread that runs this loop lends itself to others that sleep.
@@ -128,6 +128,8 @@ private:
     void setAlarm(Clock::time_point due) noexcept;
     void serveBorrowers() noexcept;
     void runOnThreadOf(Loop& lender) noexcept;
+
+    inline static constinit thread_local Loop* current_ = nullptr;
 
     Descriptor epoll_;
     Descriptor wake_;

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "tracing/channel.h"
+#include "util/block_pool.h"
 
 // Each request that a client sends is open from its frame until its responder ends it or is destroyed. The table of open requests
 // is the one truth about whether an answer may still be written: a responder is no more than the connection and an id, so that it
@@ -17,7 +18,8 @@
 // terminal answers always go out.
 //
 // `cancelRequest` is called by the thread that reads, which is also the one that called `actionRequest`, so a handle is known by
-// then; never with the lock held.
+// then; never with the lock held. Since nobody else asks for handles, the last one is entered into the table when that thread has
+// the lock for the next thing that it does.
 
 namespace kelo::net {
 namespace {
@@ -26,7 +28,7 @@ const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::string_view platformRoot = "/$platform/";
 
-class Responder final : public IResponder {
+class Responder final : public IResponder, public util::Pooled {
 public:
     Responder(std::shared_ptr<ServerConnection> connection, std::uint64_t id) : connection_{std::move(connection)}, id_{id} {}
     Responder(const Responder&) = delete;
@@ -116,17 +118,18 @@ const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std
     bool refused = false;
     {
         const std::lock_guard lock{mutex_};
+        noteDispatchedLocked();
         if (request_.isOneShot() ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams) {
-            if (requests_.contains(id)) return "a request id used twice";
+            if (requests_.find(id) != nullptr) return "a request id used twice";
             refused = true;
             ++counters_.requestsRefused;
             wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
                                  Response::createErrorResponse(503, service_->path + ": too many requests in flight"));
         } else {
-            const auto [request, isNew] = spare_.enter(requests_, id);
-            if (!isNew) return "a request id used twice";
-            request->second.oneShot = request_.isOneShot();
-            ++(request->second.oneShot ? oneShots_ : streams_);
+            Open* const open = requests_.put(id, std::make_unique<Open>());
+            if (open == nullptr) return "a request id used twice";
+            open->oneShot = request_.isOneShot();
+            ++(open->oneShot ? oneShots_ : streams_);
             ++counters_.requestsAccepted;
         }
     }
@@ -160,11 +163,16 @@ void ServerConnection::dispatch(std::uint64_t id) {
         tracing::logCV(channel, 4, "%s: request '%s' '%s' ended with an unknown exception", service_->path.c_str(),
                        request_.command().c_str(), request_.path().c_str());
     }
-    const std::lock_guard lock{mutex_};
-    const auto request = requests_.find(id);
-    if (request == requests_.end()) return;
-    request->second.handler = handler;
-    request->second.handle = handle;
+    dispatched_ = {id, handler, handle};
+}
+
+void ServerConnection::noteDispatchedLocked() {
+    if (dispatched_.handle == nullptr) return;
+    if (Open* const open = requests_.find(dispatched_.id)) {
+        open->handler = dispatched_.handler;
+        open->handle = dispatched_.handle;
+    }
+    dispatched_ = {};
 }
 
 void ServerConnection::handleCancel(std::uint64_t id) {
@@ -172,6 +180,7 @@ void ServerConnection::handleCancel(std::uint64_t id) {
     void* handle = nullptr;
     {
         const std::lock_guard lock{mutex_};
+        noteDispatchedLocked();
         Open* const open = answerableLocked(id);
         if (open == nullptr) {
             ++counters_.lateFrames;
@@ -213,7 +222,7 @@ ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response&
                 !appendAnswerLocked(outLocked(), wire::FrameType::next, last ? wire::flagEnd : std::uint8_t{0}, id, response) ||
                 last;
         }
-        if (last) eraseLocked(requests_.find(id));
+        if (last) eraseLocked(id);
     }
     commit();
     return last ? Taken::asTheLast : Taken::andMoreWanted;
@@ -231,7 +240,7 @@ void ServerConnection::terminate(std::uint64_t id, wire::FrameType type, const R
         } else {
             wire::appendBare(out, type, id);
         }
-        eraseLocked(requests_.find(id));
+        eraseLocked(id);
     }
     commit();
 }
@@ -239,15 +248,15 @@ void ServerConnection::terminate(std::uint64_t id, wire::FrameType type, const R
 void ServerConnection::abandon(std::uint64_t id) {
     {
         const std::lock_guard lock{mutex_};
-        const auto request = requests_.find(id);
-        if (request == requests_.end()) return;
-        const bool silent = request->second.cancelled || isClosedLocked();
+        const Open* const open = requests_.find(id);
+        if (open == nullptr) return;
+        const bool silent = open->cancelled || isClosedLocked();
         if (!silent) {
             ++counters_.answeredByNobody;
             wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
                                  Response::createErrorResponse(503, service_->path + ": no answer"));
         }
-        eraseLocked(request);
+        eraseLocked(id);
         if (silent) return;
     }
     commit();
@@ -255,9 +264,8 @@ void ServerConnection::abandon(std::uint64_t id) {
 
 // The request, if answers to it are still wanted.
 ServerConnection::Open* ServerConnection::answerableLocked(std::uint64_t id) {
-    const auto request = requests_.find(id);
-    if (request == requests_.end() || request->second.cancelled || isClosedLocked()) return nullptr;
-    return &request->second;
+    Open* const open = requests_.find(id);
+    return open == nullptr || open->cancelled || isClosedLocked() ? nullptr : open;
 }
 
 // Appends a frame with the answer; one that is too large for a frame is replaced by an error, which ends the request (false).
@@ -281,20 +289,19 @@ bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::Fra
     return false;
 }
 
-void ServerConnection::eraseLocked(Requests::iterator request) {
-    --(request->second.oneShot ? oneShots_ : streams_);
-    spare_.take(requests_, request);
+void ServerConnection::eraseLocked(std::uint64_t id) {
+    const auto over = requests_.take(id);
+    --(over->oneShot ? oneShots_ : streams_);
 }
 
 void ServerConnection::handleDrainedLocked() {
     std::size_t written = 0;
     for (; written < waiting_.size() && !isSlowLocked(); ++written) {
-        const auto request = requests_.find(waiting_[written]);
-        if (request == requests_.end() || !request->second.waiting) continue;
-        Open& open = request->second;
-        open.waiting = false;
-        outLocked().write(open.latest.bytes());
-        open.latest = util::ByteBufferWriter{};
+        Open* const open = requests_.find(waiting_[written]);
+        if (open == nullptr || !open->waiting) continue;
+        open->waiting = false;
+        outLocked().write(open->latest.bytes());
+        open->latest = util::ByteBufferWriter{};
     }
     waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(written));
 }
@@ -305,11 +312,12 @@ void ServerConnection::handleClosed(const char* /*why*/) {
     std::vector<std::pair<IResourceHandler*, void*>> open;
     {
         const std::lock_guard lock{mutex_};
-        for (auto& [id, request] : requests_) {
+        noteDispatchedLocked();
+        requests_.forEach([&](Open& request) {
             if (!request.cancelled && request.handle != nullptr) open.emplace_back(request.handler, request.handle);
             request.cancelled = true;
             request.latest = util::ByteBufferWriter{};
-        }
+        });
     }
     counters_.cancelled += open.size();
     for (const auto& [handler, handle] : open) handler->cancelRequest(handle);

@@ -6,13 +6,13 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "kelo/composed_service.h"
 #include "kelo/resource_handler.h"
 #include "net/frame_stream.h"
-#include "util/spare_nodes.h"
+#include "util/block_pool.h"
+#include "util/id_map.h"
 
 namespace kelo::net {
 
@@ -49,7 +49,7 @@ public:
 
 private:
     // A request that has a responder, or whose last words have not been written.
-    struct Open {
+    struct Open : util::Pooled {
         IResourceHandler* handler = nullptr;
         void* handle = nullptr;
         bool oneShot = false;
@@ -57,7 +57,6 @@ private:
         bool waiting = false;           // `latest` holds a value that the peer was too slow for
         util::ByteBufferWriter latest;  // a whole frame
     };
-    using Requests = std::unordered_map<std::uint64_t, Open>;
 
     const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
     void handleClosed(const char* why) override;
@@ -69,19 +68,26 @@ private:
     void dispatch(std::uint64_t id);
 
     Open* answerableLocked(std::uint64_t id);
+    void noteDispatchedLocked();
     bool appendAnswerLocked(util::ByteBufferWriter& out, wire::FrameType type, std::uint8_t flags, std::uint64_t id,
                             const Response& response);
-    void eraseLocked(Requests::iterator request);
+    void eraseLocked(std::uint64_t id);
 
     const std::shared_ptr<const Service> service_;
+    // Of the loop's thread alone:
     std::string peerClientId_;  // the trace id of a peer whose requests name none
-    Request request_;           // of the loop's thread alone; reused, its payload borrows from the frame
+    Request request_;           // reused, its payload borrows from the frame
     wire::LastFields requestFields_;
     std::optional<Timer> helloTimer_;
+    // The request that was handed to its handler last, with what it is to be cancelled by; not yet in the table.
+    struct Dispatched {
+        std::uint64_t id = 0;
+        IResourceHandler* handler = nullptr;
+        void* handle = nullptr;
+    } dispatched_;
 
     // Guarded by mutex_:
-    Requests requests_;
-    util::SpareNodes<Requests> spare_;
+    util::IdMap<Open> requests_;
     std::vector<std::uint64_t> waiting_;  // requests with a value to write when there is room, oldest first
     std::uint32_t oneShots_ = 0;
     std::uint32_t streams_ = 0;

@@ -11,6 +11,7 @@
 #include "kelo/request.h"
 #include "kelo/resource_handler.h"
 #include "kelo/response_handler.h"
+#include "util/block_pool.h"
 
 namespace kelo::hmx {
 
@@ -39,7 +40,7 @@ private:
 // The handler of one operation, whose result is a T. Destroyed without a terminal event, it leaves the client to the responder's
 // "no answer". Thread: any, one call at a time.
 template <class T, record::Key Operation>
-class ResponseHandler final : public IResponseHandler<T>, private ResponseHandlerBase {
+class ResponseHandler final : public IResponseHandler<T>, public util::Pooled, private ResponseHandlerBase {
 public:
     using Result = T;
     static constexpr const char* operation = Operation.text;

@@ -1,0 +1,108 @@
+// A request's objects are made on one thread and destroyed on another, thirty-two of each in a burst. A heap with a cache for
+// each thread is at its worst then: the one cache runs dry and the other one over at every burst, and each time the shared heap
+// is asked. Here what runs over is what the other side lacks: sixteen blocks at a time go through the store, one lock for all of
+// them, and in between taking or giving a block is a few instructions.
+//
+// A thread has up to two batches of a size: one that it takes from and gives to, and a whole one beside it, so that a thread that
+// takes and gives in turn at the brink of a batch does not go to the store each time.
+//
+// A thread that ends leaves what it has to the heap. What its last destructors give back after that goes to the heap as well.
+#include "util/block_pool.h"
+
+#include <mutex>
+#include <utility>
+
+namespace util {
+
+constinit thread_local std::array<BlockPool::Shelf, BlockPool::sizes> BlockPool::shelves_;
+
+// The batches of one size that are at no thread's hand.
+class BlockPool::Store {
+public:
+    static Store& of(std::size_t index) noexcept {
+        static constinit std::array<Store, sizes> all;
+        return all[index];
+    }
+
+    // Null when there is none.
+    Block* take() noexcept {
+        const std::lock_guard lock{mutex_};
+        return count_ == 0 ? nullptr : batches_[--count_];
+    }
+    // False when there is no room.
+    bool give(Block* first) noexcept {
+        const std::lock_guard lock{mutex_};
+        if (count_ == batches_.size()) return false;
+        batches_[count_++] = first;
+        return true;
+    }
+
+private:
+    std::mutex mutex_;
+    std::array<Block*, mostBatches> batches_{};
+    std::size_t count_ = 0;
+};
+
+namespace {
+
+enum class Use : std::uint8_t { not_yet, running, over };
+constinit thread_local Use use = Use::not_yet;
+
+template <class Block>
+void leaveToHeap(Block* first) noexcept {
+    while (first != nullptr) ::operator delete(std::exchange(first, first->next));
+}
+
+}  // namespace
+
+struct BlockPool::ThreadEnd {
+    ~ThreadEnd() {
+        use = Use::over;
+        for (Shelf& shelf : shelves_) {
+            leaveToHeap(shelf.first);
+            leaveToHeap(shelf.full);
+            shelf = Shelf{};
+        }
+    }
+};
+
+// Whether the thread may keep blocks; the first time, makes its shelves ready.
+bool BlockPool::begin() {
+    if (use == Use::not_yet) {
+        static thread_local const ThreadEnd end;
+        for (Shelf& shelf : shelves_) shelf.count = 0;
+        use = Use::running;
+    }
+    return use == Use::running;
+}
+
+void* BlockPool::fetch(std::size_t index) {
+    if (begin()) {
+        Shelf& shelf = shelves_[index];
+        Block* first = std::exchange(shelf.full, nullptr);
+        if (first == nullptr) first = Store::of(index).take();
+        if (first != nullptr) {
+            shelf.first = first->next;
+            shelf.count = batch - 1;
+            return first;
+        }
+    }
+    return ::operator new((index + 1) * step);
+}
+
+void BlockPool::passOn(void* block, std::size_t index) noexcept {
+    if (!begin()) {
+        ::operator delete(block);
+        return;
+    }
+    Shelf& shelf = shelves_[index];
+    if (shelf.count == batch) {
+        if (shelf.full != nullptr && !Store::of(index).give(shelf.full)) leaveToHeap(shelf.full);
+        shelf.full = std::exchange(shelf.first, nullptr);
+        shelf.count = 0;
+    }
+    shelf.first = ::new (block) Block{shelf.first};
+    ++shelf.count;
+}
+
+}  // namespace util
