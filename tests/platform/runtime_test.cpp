@@ -473,25 +473,46 @@ TEST_F(RuntimeTest, RequestsBeyondTheLimitAreRefusedAndCancelledOnesStillCount) 
     EXPECT_TRUE(peer.receive().value().bodyContains("room again"));
 }
 
-TEST_F(RuntimeTest, AHandlerThatCannotTakeAnAnswerIsToldSo) {
-    class Broken final : public kelo::IResponseHandler<Response> {
-    public:
-        explicit Broken(std::shared_ptr<Watched<Events>> events) : inner_{std::move(events), false, 9} {}
-        bool onNext(const Response&) override { throw std::runtime_error{"broken"}; }
-        void onError(const Response& response) override { inner_.onError(response); }
-        void onCompleted() override { inner_.onCompleted(); }
+// Does `onValue` with a value, and tells what else it hears as Handler does.
+class Meddling final : public kelo::IResponseHandler<Response> {
+public:
+    Meddling(std::shared_ptr<Watched<Events>> events, bool oneShot, std::function<void()> onValue)
+        : inner_{std::move(events), oneShot, 9}, onValue_{std::move(onValue)} {}
+    bool onNext(const Response&) override {
+        onValue_();
+        return false;
+    }
+    void onError(const Response& response) override { inner_.onError(response); }
+    void onCompleted() override { inner_.onCompleted(); }
+    bool isOneShot() const override { return inner_.isOneShot(); }
 
-    private:
-        Handler inner_;
-    };
+private:
+    Handler inner_;
+    std::function<void()> onValue_;
+};
+
+TEST_F(RuntimeTest, AHandlerMayFailOrGiveUpWhileItHasAValue) {
     Provider provider{directory.path()};
     Consumer consumer{directory.path()};
-    const auto events = std::make_shared<Watched<Events>>();
-    consumer.waitForApi()->request(kelo::Request{"retrieve", "/r/open"}, std::make_unique<Broken>(events));
-    ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 1; }));
-    EXPECT_FALSE(provider.resource.responders.get().all[0]->next(Response{200, text("one")}));
-    EXPECT_EQ(ended(*events), (Told{"error:500 /provider: the answer could not be handled"}));
-    EXPECT_TRUE(provider.resource.cancelled.waitFor([](const auto& all) { return all.size() == 1; }));
+    kelo::IKeloApi* const api = consumer.waitForApi();
+    void* handle = nullptr;  // written before the provider answers, and read after that
+    const auto fail = [] { throw std::runtime_error{"broken"}; };
+    const auto giveUp = [&] { api->cancel(handle); };
+    std::size_t asked = 0;
+    const auto toldOf = [&](bool oneShot, const std::function<void()>& onValue) {
+        const auto events = std::make_shared<Watched<Events>>();
+        handle = api->request(kelo::Request{"retrieve", "/r/open"}, std::make_unique<Meddling>(events, oneShot, onValue));
+        ++asked;
+        EXPECT_TRUE(provider.resource.responders.waitFor([&](const auto& all) { return all.size() == asked; }));
+        EXPECT_EQ(provider.resource.responders.get().all.back()->next(Response{200, text("one")}), oneShot);
+        return ended(*events);
+    };
+    for (const bool oneShot : {false, true}) {
+        EXPECT_EQ(toldOf(oneShot, fail), (Told{"error:500 /provider: the answer could not be handled"}));
+        EXPECT_EQ(toldOf(oneShot, giveUp), Told{});
+    }
+    EXPECT_EQ(toldOf(true, [] {}), Told{"completed"}) << "the last value came, but the handler would have taken more";
+    EXPECT_TRUE(provider.resource.cancelled.waitFor([](const auto& all) { return all.size() == 2; })) << "the two streams";
 }
 
 TEST_F(RuntimeTest, RequestsForWhichThereIsNoRoomWaitForTheirTurn) {

@@ -286,33 +286,58 @@ bool writeValue(Writer& writer, const V& value) {
 
 namespace detail {
 
-template <class Writer, class V>
-bool writeMember(Writer& writer, const util::serializer::PlainKey& key, const V& value, bool& first) {
-    bool failed = false;
-    if constexpr (requires { writer.writeMember(key, value, first); }) {
-        failed = writer.writeMember(key, value, first);
-    } else {
-        failed = writer.plainMemberKey(key, first) || writeValue(writer, value) || writer.endMember();
-    }
-    first = false;
-    return failed;
-}
-
-template <class R, class Writer, class V>
-bool writeRow(Writer& writer, const V& value, bool& first) {
+// Calls write(value) if there is a value to be written for the row.
+template <class R, class V, class Write>
+bool withValueOf(const V& value, Write write) {
     if constexpr (R::isRequired) {
-        return writeMember(writer, R::plainKey, value, first);
+        return write(value);
     } else if constexpr (isOptional<V>) {
-        return value && writeMember(writer, R::plainKey, *value, first);
+        return value && write(*value);
     } else {
-        return value && writeMember(writer, R::plainKey, value, first);
+        return value && write(value);
     }
 }
 
 template <class Writer, class T, class... Rows>
 bool writeRows(Writer& writer, const T& value, Table<T, Rows...>) {
     bool first = true;
-    return writer.beginObject() || (writeRow<Rows>(writer, value.*Rows::member, first) || ...) || writer.endObject();
+    const auto writeRow = [&]<class R>(R*, const auto& member) {
+        return withValueOf<R>(member, [&](const auto& given) {
+            return writer.plainMemberKey(R::plainKey, std::exchange(first, false)) || writeValue(writer, given) ||
+                   writer.endMember();
+        });
+    };
+    return writer.beginObject() || (writeRow(static_cast<Rows*>(nullptr), value.*Rows::member) || ...) || writer.endObject();
+}
+
+template <class V>
+concept PlainInJson = requires(const V& value) {
+    serializer::JsonWriter::Members::roomFor(value);
+};
+
+template <class T, class... Rows>
+bool writeRows(serializer::JsonWriter& writer, const T& value, Table<T, Rows...>) {
+    using Members = serializer::JsonWriter::Members;
+    std::size_t room = 0;
+    const auto addRoom = [&]<class R>(R*, const auto& member) {
+        return withValueOf<R>(member, [&]<class V>(const V& given) {
+            if constexpr (PlainInJson<V>) room += Members::roomFor(given);
+            return false;
+        });
+    };
+    (addRoom(static_cast<Rows*>(nullptr), value.*Rows::member), ...);
+    if (writer.beginObject()) return true;
+    Members members{writer, room};
+    const auto writeRow = [&]<class R>(R*, const auto& member) {
+        return withValueOf<R>(member, [&]<class V>(const V& given) {
+            if constexpr (PlainInJson<V>) {
+                return members.write(R::plainKey, given);
+            } else {
+                return members.write(R::plainKey, [&] { return writeValue(writer, given); });
+            }
+        });
+    };
+    return (writeRow(static_cast<Rows*>(nullptr), value.*Rows::member) || ...) || members.end();
 }
 
 }  // namespace detail

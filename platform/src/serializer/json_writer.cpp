@@ -55,7 +55,7 @@ void JsonWriter::append(std::string_view text) {
 bool JsonWriter::memberKey(std::string_view key, bool first, int /*index*/) {
     if (nesting_.open(true, first)) return true;
     if (!first) putByte(',');
-    if (putText(key, claim(key.size() + 2))) return true;
+    if (appendText(key)) return true;
     putByte(':');
     return false;
 }
@@ -105,12 +105,12 @@ bool JsonWriter::writeFloat(float value) {
 }
 
 bool JsonWriter::writeString(std::string_view value) {
-    return nesting_.value() || putText(value, claim(value.size() + 2));
+    return nesting_.value() || appendText(value);
 }
 
 bool JsonWriter::writeUuid(const std::UUID& value) {
     if (nesting_.value()) return true;
-    putUuid(value, claim(std::UUID::textLength + 2));
+    at_ = putUuid(value, claim(std::UUID::textLength + 2));
     return false;
 }
 
@@ -118,36 +118,32 @@ bool JsonWriter::writeUrl(const kelo::url& value) {
     return writeString(value.toString());
 }
 
-bool JsonWriter::writeMember(const util::serializer::PlainKey& key, std::string_view value, bool first) {
-    return nesting_.member(first) || putText(value, putKey(key, first, value.size() + 2));
-}
-
-bool JsonWriter::writeMember(const util::serializer::PlainKey& key, const std::UUID& value, bool first) {
-    if (nesting_.member(first)) return true;
-    putUuid(value, putKey(key, first, std::UUID::textLength + 2));
+bool JsonWriter::appendText(std::string_view text) {
+    char* const end = putPlainText(text, claim(text.size() + 2));
+    if (end == nullptr) [[unlikely]]
+        return writeUnusual(text);
+    at_ = end;
     return false;
 }
 
-bool JsonWriter::writeMember(const util::serializer::PlainKey& key, const kelo::url& value, bool first) {
-    return writeMember(key, std::string_view{value.toString()}, first);
-}
-
-bool JsonWriter::putText(std::string_view text, char* to) {
-    if (!copyJsonPlain(text, to + 1)) [[unlikely]] {
-        at_ = to;
-        return writeUnusual(text);
-    }
+char* JsonWriter::putPlainText(std::string_view text, char* to) noexcept {
+    if (!copyJsonPlain(text, to + 1)) [[unlikely]]
+        return nullptr;
     to[0] = '"';
     to[text.size() + 1] = '"';
-    at_ = to + text.size() + 2;
-    return false;
+    return to + text.size() + 2;
 }
 
-void JsonWriter::putUuid(const std::UUID& value, char* to) {
+char* JsonWriter::putUnusual(std::string_view text, char* to, std::size_t room) {
+    at_ = to;
+    return writeUnusual(text) ? nullptr : claim(room);
+}
+
+char* JsonWriter::putUuid(const std::UUID& value, char* to) noexcept {
     to[0] = '"';
     value.toChars(to + 1);
     to[std::UUID::textLength + 1] = '"';
-    at_ = to + std::UUID::textLength + 2;
+    return to + std::UUID::textLength + 2;
 }
 
 bool JsonWriter::writeUnusual(std::string_view text) {

@@ -5,9 +5,14 @@
 #include <concepts>
 #include <cstring>
 #include <limits>
+#include <string>
 #include <string_view>
+#include <type_traits>
+#include <utility>
 
 #include "kelo/serializer/writer_nesting.h"
+#include "kelo/std/uuid.h"
+#include "kelo/url.h"
 #include "util/serializer/structured_serializer.h"
 
 namespace kelo::serializer {
@@ -26,7 +31,7 @@ public:
     bool memberKey(std::string_view key, bool first, int index) override;
     bool plainMemberKey(const util::serializer::PlainKey& key, bool first) override {
         if (nesting_.open(true, first)) return true;
-        at_ = putKey(key, first, 0);
+        at_ = putKey(key, first, claim(keyRoom));
         return false;
     }
     bool endMember() override { return nesting_.close(true); }
@@ -60,25 +65,7 @@ public:
     bool writeUuid(const std::UUID& value) override;
     bool writeUrl(const kelo::url& value) override;
 
-    // A whole member in one step: what plainMemberKey, the value's own operation and endMember would do.
-    bool writeMember(const util::serializer::PlainKey& key, std::same_as<int> auto value, bool first) {
-        if (nesting_.member(first)) return true;
-        constexpr std::size_t longest = std::numeric_limits<int>::digits10 + 2;  // one digit more, and a sign
-        char* const to = putKey(key, first, longest);
-        at_ = putInt(value, to, to + longest);
-        return false;
-    }
-    bool writeMember(const util::serializer::PlainKey& key, std::same_as<bool> auto value, bool first) {
-        if (nesting_.member(first)) return true;
-        constexpr std::size_t block = 8;  // copied whole, of which five or four count
-        char* const to = putKey(key, first, block);
-        std::memcpy(to, value ? "true    " : "false   ", block);
-        at_ = to + (value ? 4 : 5);
-        return false;
-    }
-    bool writeMember(const util::serializer::PlainKey& key, std::string_view value, bool first);
-    bool writeMember(const util::serializer::PlainKey& key, const std::UUID& value, bool first);
-    bool writeMember(const util::serializer::PlainKey& key, const kelo::url& value, bool first);
+    class Members;
 
 private:
     // Room for `most` more characters; those that are written there count once `at_` stands behind them.
@@ -93,11 +80,12 @@ private:
         ++at_;
     }
     void append(std::string_view text);
-    // Claims room for a key and `most` more, writes the key, and tells where it ends, which is not yet where `at_` stands.
-    char* putKey(const util::serializer::PlainKey& key, bool first, std::size_t most) {
+    // The room that a key takes while it is written, and the comma in front of it.
+    static constexpr std::size_t keyRoom = 1 + 2 * util::serializer::PlainKey::block;
+    // Behind the key.
+    static char* putKey(const util::serializer::PlainKey& key, bool first, char* to) {
         constexpr std::size_t block = util::serializer::PlainKey::block;
         const auto& member = key.jsonMember();
-        char* to = claim(1 + 2 * block + most);
         if (!first) *to++ = ',';
         std::memcpy(to, member.chars, block);
         if (member.size > block) std::memcpy(to + block, member.chars + block, block);
@@ -129,10 +117,14 @@ private:
     }
     template <class Number>
     bool writeNumber(Number value);
-    // Into room for it and its quotes.
-    bool putText(std::string_view text, char* to);
-    void putUuid(const std::UUID& value, char* to);
+    // In quotes; true on failure.
+    bool appendText(std::string_view text);
+    // The same into room for it; behind it, or null, and what is there is of no use, when the text is not plain.
+    static char* putPlainText(std::string_view text, char* to) noexcept;
+    static char* putUuid(const std::UUID& value, char* to) noexcept;
     [[gnu::noinline]] bool writeUnusual(std::string_view text);
+    // The same at `to`, and claims `room` behind it, which is the result; null on failure.
+    [[gnu::noinline]] char* putUnusual(std::string_view text, char* to, std::size_t room);
     void writeEscaped(unsigned char c);
 
     util::ByteBufferWriter* out_ = nullptr;
@@ -140,6 +132,83 @@ private:
     char* at_ = nullptr;
     char* end_ = nullptr;
     WriterNesting nesting_;
+};
+
+// The members of an object that has just begun, for whoever knows them all beforehand. Room for the plain ones is claimed once,
+// and their turn need not be asked for: they are written one after the other where the last one ended. Others are written through
+// the writer's own operations in between. Thread: one at a time; nobody else uses the writer meanwhile.
+class JsonWriter::Members {
+public:
+    // `room`: the sum of the plain members' `roomFor`, whether they are written or not.
+    Members(JsonWriter& writer, std::size_t room) : writer_{writer}, room_{room}, to_{writer.claim(room)} {}
+    Members(const Members&) = delete;
+    Members& operator=(const Members&) = delete;
+
+    static constexpr std::size_t roomFor(std::same_as<int> auto /*value*/) noexcept { return keyRoom + longestInt; }
+    static constexpr std::size_t roomFor(std::same_as<bool> auto /*value*/) noexcept { return keyRoom + wordBlock; }
+    static constexpr std::size_t roomFor(const std::UUID& /*value*/) noexcept { return keyRoom + std::UUID::textLength + 2; }
+    static std::size_t roomFor(const std::string& value) noexcept { return keyRoom + value.size() + 2; }
+    static std::size_t roomFor(const kelo::url& value) noexcept { return roomFor(value.toString()); }
+
+    // The next member, a plain one. True on failure.
+    [[gnu::always_inline]] bool write(const util::serializer::PlainKey& key, std::same_as<int> auto value) {
+        char* const to = nextKey(key);
+        to_ = putInt(value, to, to + longestInt);
+        return false;
+    }
+    [[gnu::always_inline]] bool write(const util::serializer::PlainKey& key, std::same_as<bool> auto value) {
+        char* const to = nextKey(key);
+        std::memcpy(to, value ? "true    " : "false   ", wordBlock);
+        to_ = to + (value ? 4 : 5);
+        return false;
+    }
+    [[gnu::always_inline]] bool write(const util::serializer::PlainKey& key, const std::UUID& value) {
+        to_ = putUuid(value, nextKey(key));
+        return false;
+    }
+    [[gnu::always_inline]] bool write(const util::serializer::PlainKey& key, const std::string& value) {
+        char* const to = nextKey(key);
+        to_ = putPlainText(value, to);
+        if (to_ == nullptr) [[unlikely]]
+            to_ = writer_.putUnusual(value, to, room_);
+        return to_ == nullptr;
+    }
+    [[gnu::always_inline]] bool write(const util::serializer::PlainKey& key, const kelo::url& value) {
+        return write(key, value.toString());
+    }
+    // The next member, of which `write` writes the value by the writer's operations.
+    template <class Write>
+    [[gnu::always_inline]] bool write(const util::serializer::PlainKey& key,
+                                      Write&& write) requires std::is_invocable_r_v<bool, Write> {
+        give();
+        if (writer_.plainMemberKey(key, first_) || std::forward<Write>(write)() || writer_.endMember()) return true;
+        first_ = false;
+        to_ = writer_.claim(room_);
+        return false;
+    }
+    // Ends the object.
+    bool end() {
+        give();
+        return writer_.endObject();
+    }
+
+private:
+    static constexpr std::size_t longestInt = std::numeric_limits<int>::digits10 + 2;  // one digit more, and a sign
+    static constexpr std::size_t wordBlock = 8;  // "true" or "false", copied whole, of which four or five count
+
+    [[gnu::always_inline]] char* nextKey(const util::serializer::PlainKey& key) {
+        return putKey(key, std::exchange(first_, false), to_);
+    }
+    // Lets the writer know what has been written.
+    void give() {
+        writer_.at_ = to_;
+        if (!first_) writer_.nesting_.membersAreWritten();
+    }
+
+    JsonWriter& writer_;
+    const std::size_t room_;
+    char* to_;
+    bool first_ = true;
 };
 
 }  // namespace kelo::serializer

@@ -55,12 +55,8 @@ public:
         next_ = furtherOf(object);
         return false;
     }
-    // A whole member, its value included: what open, value and close would do.
-    bool member(bool first) noexcept {
-        if (open(true, first)) return true;
-        next_ = Next::furtherMember;
-        return false;
-    }
+    // Of an object that has begun and has not been refused anything since, members have been written whole.
+    void membersAreWritten() noexcept { next_ = Next::furtherMember; }
     bool end(bool object) noexcept {
         if (next_ != firstOf(object) && next_ != furtherOf(object)) [[unlikely]]
             return fail("a container ends where it may not");
