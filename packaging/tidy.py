@@ -18,6 +18,7 @@ from pathlib import Path
 TOP = Path(__file__).resolve().parent.parent
 CACHE = TOP / ".cache" / "tidy"
 INCLUDE = re.compile(rb'^\s*#\s*include\s*"([^"]+)"', re.M)
+GCC_ALONE = re.compile(r" -mmemset-strategy=\S+")  # options that clang does not know
 LEFT_OUT = ("tests/", "bench/", "fuzz/", "campaign/preload/")
 
 _contents = {}
@@ -56,9 +57,9 @@ def fingerprint(command, rules):
     return digest.hexdigest()
 
 
-def tidy(build, source):
-    """What clang-tidy has to say; empty when the source is clean."""
-    run = subprocess.run(["clang-tidy", "-p", build, "--quiet", str(source)], cwd=TOP, capture_output=True, text=True, check=False)
+def tidy(commands, source):
+    """What clang-tidy has to say; empty when the source is clean. `commands`: the folder that has the compile commands."""
+    run = subprocess.run(["clang-tidy", "-p", str(commands), "--quiet", str(source)], cwd=TOP, capture_output=True, text=True, check=False)
     return run.stdout if run.returncode != 0 else ""
 
 
@@ -67,7 +68,9 @@ def main():
     rules = (TOP / ".clang-tidy").read_bytes() + subprocess.run(["clang-tidy", "--version"], capture_output=True, check=True).stdout
     CACHE.mkdir(parents=True, exist_ok=True)
     todo = {}
-    for command in json.loads((TOP / build / "compile_commands.json").read_text()):
+    commands = GCC_ALONE.sub("", (TOP / build / "compile_commands.json").read_text())
+    (CACHE / "compile_commands.json").write_text(commands)
+    for command in json.loads(commands):
         source = Path(command["directory"], command["file"]).resolve()
         name = str(source.relative_to(TOP)) if source.is_relative_to(TOP) else ""
         if name in wanted and not name.startswith(LEFT_OUT):
@@ -78,7 +81,7 @@ def main():
     said = set()  # a finding in a header comes with every source that includes it
     failed = 0
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        runs = {pool.submit(tidy, build, name): name for name in todo}
+        runs = {pool.submit(tidy, CACHE, name): name for name in todo}
         for number, run in enumerate(concurrent.futures.as_completed(runs), 1):
             name, output = runs[run], run.result()
             if not output:

@@ -53,9 +53,7 @@ public:
     // A request, from the handler's making to its end.
     struct Request : util::Pooled {
         template <class Result>
-        Request(Handler<Result> to, Context of) : handler{std::move(to)}, context{std::move(of)} {
-            oneShot = std::get<Handler<Result>>(handler)->isOneShot();
-        }
+        Request(Handler<Result> to, Context of) : oneShot{to->isOneShot()}, handler{std::move(to)}, context{std::move(of)} {}
 
         // The last event goes to the handler.
         void fail(const kelo::Response& response) const {
@@ -65,9 +63,9 @@ public:
             std::visit([](const auto& to) { to->onCompleted(); }, handler);
         }
 
+        const bool oneShot;
         std::variant<Handler<Results>...> handler;
         Context context;
-        bool oneShot = false;
         UpstreamRequest upstream;
     };
 

@@ -85,6 +85,7 @@ inline constexpr bool poolsObjects = true;
 // A base for classes of which objects come and go with each request: `new` and `delete` then use the pool. An object that is
 // deleted through a base needs a virtual destructor, as ever.
 struct Pooled {
+    // NOLINTNEXTLINE(misc-new-delete-overloads,cert-dcl54-cpp): its counterpart is the one that is told the size
     static void* operator new(std::size_t size) { return poolsObjects ? BlockPool::take(size) : ::operator new(size); }
     static void operator delete(void* object, std::size_t size) noexcept {
         poolsObjects ? BlockPool::give(object, size) : ::operator delete(object);

@@ -293,7 +293,7 @@ ClientConnection::Slot* ClientConnection::deliverableLocked(std::uint64_t id) no
 }
 
 // Ends a request, and sends another one that had to wait for its end; then, without the lock, `settle`.
-ClientConnection::Ended ClientConnection::endLocked(Slot& slot) {
+ClientConnection::Ended ClientConnection::endLocked(Slot& slot) noexcept {
     Ended ended{releaseLocked(slot)};
     ended.sends = sendHeldLocked();
     ended.wasLast = oneShots_ + streams_ == 0 && askedDue_ == Clock::time_point::max();
@@ -434,13 +434,19 @@ void ClientConnection::holdLocked(Slot& slot, std::size_t begin) {
     ++counters_.requestsHeld;
 }
 
-bool ClientConnection::sendHeldLocked() {
+// Without memory for it the connection ends, as for anything else: but not the request whose end makes the room.
+bool ClientConnection::sendHeldLocked() noexcept {
     bool any = false;
     while (!held_.empty() && oneShots_ < limits_.oneShotRequests && !isClosedLocked()) {
         Slot& slot = *findLocked(held_.front());
+        try {
+            outLocked().write(std::span<const std::uint8_t>{slot.held});
+        } catch (const std::exception&) {
+            shutDown();
+            break;
+        }
         held_.pop_front();
         heldBytes_ -= slot.held.size();
-        outLocked().write(std::span<const std::uint8_t>{slot.held});
         slot.held = {};
         slot.endOffset = appendedLocked();
         ++oneShots_;

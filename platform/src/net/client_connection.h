@@ -71,7 +71,7 @@ private:
         bool wasLast = false;  // no deadline is left to wait for
     };
     Slot* deliverableLocked(std::uint64_t id) noexcept;
-    Ended endLocked(Slot& slot);
+    Ended endLocked(Slot& slot) noexcept;
     void settle(const Ended& ended);
     void fail(IResponseHandler<Response>& handler) const;
     Response lossResponse(bool sent) const;
@@ -82,7 +82,7 @@ private:
     Slot& acquireLocked(bool oneShot);
     void holdLocked(Slot& slot, std::size_t begin);
     // Sends requests that were held, as far as there is room; whether there is something to commit.
-    bool sendHeldLocked();
+    bool sendHeldLocked() noexcept;
     Slot* findLocked(std::uint64_t id) noexcept;
     Handler releaseLocked(Slot& slot);
 

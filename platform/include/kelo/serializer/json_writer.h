@@ -139,7 +139,7 @@ private:
 // the writer's own operations in between. Thread: one at a time; nobody else uses the writer meanwhile.
 class JsonWriter::Members {
 public:
-    // `room`: the sum of the plain members' `roomFor`, whether they are written or not.
+    // `room`: the sum of `roomFor` of the plain members that are going to be written.
     Members(JsonWriter& writer, std::size_t room) : writer_{writer}, room_{room}, to_{writer.claim(room)} {}
     Members(const Members&) = delete;
     Members& operator=(const Members&) = delete;
