@@ -9,11 +9,8 @@
 
 #include "tracing/channel.h"
 
-// Writing. Whoever has something to say appends whole frames to `out_` under the lock and commits. One thread at a time is in the
-// system call: it swaps `out_` against the empty `sending_` and sends without the lock, so that others go on appending; when it
-// comes back it sends what has gathered meanwhile. So frames are never interleaved, no thread waits for another's system call,
-// and a burst becomes few large sends. What the kernel does not take stays in `sending_`, and the loop that reads is asked to say
-// when there is room.
+// Writing. Whoever has something to say appends whole frames to the queue under the lock and commits; how they are sent is the
+// queue's affair. What the kernel does not take stays there, and the loop that reads is asked to say when there is room.
 //
 // A peer that does not read is bounded thrice: above `slowBytes` streams keep only their newest value (the derived class's
 // doing), above the soft limit its own requests are no longer read, above the hard limit it is cut. A provider's answers are read
@@ -117,56 +114,25 @@ void FrameStream::commit() {
 
 void FrameStream::flush() {
     std::unique_lock lock{mutex_};
-    if (isSending_ || closed_) return;
-    if (blocked_) {
+    if (queue_.isSending() || closed_) return;
+    if (queue_.isBlocked()) {
         boundLocked();
     } else {
         sendQueuedLocked(lock);
     }
 }
 
-// Nobody waits long: the system call does not block.
 std::uint64_t FrameStream::takenLocked(std::unique_lock<std::mutex>& lock) {
-    sendIsOver_.wait(lock, [this] { return !isSending_; });
-    return taken_;
+    queue_.awaitSender(lock);
+    return queue_.taken();
 }
 
 void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
-    isSending_ = true;
-    while (!closed_) {
-        if (sendingOffset_ == sending_.size()) {
-            sending_.clear();
-            sendingOffset_ = 0;
-            const bool hasMore = !out_.empty() || (drainLocked() && !out_.empty());
-            // If not, what comes next goes where the last was: that memory is still in the processor's cache.
-            sending_.swap(out_);
-            if (!hasMore) break;
-        }
-        lock.unlock();
-        const auto sent = ::send(socket_.get(), sending_.bytes().data() + sendingOffset_, sending_.size() - sendingOffset_,
-                                 MSG_NOSIGNAL | MSG_DONTWAIT);
-        const int error = errno;
-        lock.lock();
-        if (sent > 0) {
-            sendingOffset_ += static_cast<std::size_t>(sent);
-            taken_ += static_cast<std::uint64_t>(sent);
-            continue;
-        }
-        if (error == EINTR) continue;
-        if (error == EAGAIN || error == ENOBUFS) {
-            blocked_ = true;
-            break;
-        }
-        // The peer is gone: the loop hears of it from the kernel, after what the peer said last.
-        break;
+    queue_.beginSending();
+    while (queue_.send(lock, socket_.get(), closed_) && drainLocked() && queue_.size() > 0) {
     }
-    isSending_ = false;
-    sendIsOver_.notify_all();
-    if (queuedLocked() == 0) {
-        // A buffer that one burst made large is not kept.
-        if (sending_.capacity() > slowBytes) sending_ = util::ByteBufferWriter{};
-        if (out_.capacity() > slowBytes) out_ = util::ByteBufferWriter{};
-    }
+    queue_.endSending();
+    if (queue_.size() == 0) queue_.shrink(slowBytes);
     boundLocked();
 }
 
@@ -184,7 +150,7 @@ bool FrameStream::drainLocked() noexcept {
 
 // Holds the peer to what it may leave unread.
 void FrameStream::boundLocked() {
-    if (blocked_ && !cut_ && queuedLocked() > limits_.queuedHardBytes) {
+    if (queue_.isBlocked() && !cut_ && queuedLocked() > limits_.queuedHardBytes) {
         cut_ = true;
         ++counters_.slowPeersCut;
         tracing::logCV(channel, 3, "%s cut: it left %zu bytes unread", peer_.toString().c_str(), queuedLocked());
@@ -203,7 +169,7 @@ void FrameStream::watchLocked() {
         paused_ = false;
     }
     const std::uint32_t wanted =
-        (paused_ ? 0U : static_cast<std::uint32_t>(EPOLLIN)) | (blocked_ ? static_cast<std::uint32_t>(EPOLLOUT) : 0U);
+        (paused_ ? 0U : static_cast<std::uint32_t>(EPOLLIN)) | (queue_.isBlocked() ? static_cast<std::uint32_t>(EPOLLOUT) : 0U);
     if (wanted != watched_) {
         watched_ = wanted;
         loop_->modify(socket_.get(), registration_, wanted);
@@ -232,8 +198,8 @@ void FrameStream::onReady(std::uint32_t events) {
 void FrameStream::serve(std::uint32_t events) {
     if ((events & EPOLLOUT) != 0) {
         std::unique_lock lock{mutex_};
-        blocked_ = false;
-        if (!isSending_ && !closed_) sendQueuedLocked(lock);
+        queue_.unblock();
+        if (!queue_.isSending() && !closed_) sendQueuedLocked(lock);
     }
     if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR | EPOLLRDHUP)) != 0) receive();
 }

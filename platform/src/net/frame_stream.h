@@ -4,7 +4,6 @@
 #include <sys/types.h>
 
 #include <atomic>
-#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -15,6 +14,7 @@
 #include "kelo/limits.h"
 #include "net/descriptor.h"
 #include "net/loop.h"
+#include "net/send_queue.h"
 #include "runtime/counters.h"
 #include "util/byte_buffer.h"
 #include "wire/frame.h"
@@ -73,13 +73,13 @@ protected:
     virtual void handleDrainedLocked() {}
 
     // The buffer to append frames to; after appending, and with the lock released, call `commit`.
-    util::ByteBufferWriter& outLocked() noexcept { return out_; }
+    util::ByteBufferWriter& outLocked() noexcept { return queue_.out(); }
     // Sees to it that what was appended is written: at the end of the loop's drain on a loop's thread, at once on another.
     void commit();
-    std::size_t queuedLocked() const noexcept { return out_.size() + (sending_.size() - sendingOffset_); }
+    std::size_t queuedLocked() const noexcept { return queue_.size(); }
     bool isClosedLocked() const noexcept { return closed_ || cut_; }
     // Bytes appended since the connection began.
-    std::uint64_t appendedLocked() const noexcept { return taken_ + queuedLocked(); }
+    std::uint64_t appendedLocked() const noexcept { return queue_.appended(); }
     // Of these, the bytes that the kernel took. What another thread is just handing to it counts as soon as that knows.
     std::uint64_t takenLocked(std::unique_lock<std::mutex>& lock);
     bool isSlowLocked() const noexcept { return queuedLocked() > slowBytes; }
@@ -110,13 +110,7 @@ private:
     std::uint32_t watched_ = 0;
 
     // Guarded by mutex_:
-    util::ByteBufferWriter out_;      // appended, not yet being sent
-    util::ByteBufferWriter sending_;  // being sent, from sendingOffset_
-    std::size_t sendingOffset_ = 0;
-    std::uint64_t taken_ = 0;
-    bool isSending_ = false;  // a thread is in the system call with `sending_`
-    std::condition_variable sendIsOver_;
-    bool blocked_ = false;              // the kernel took less than all; waiting until it can take more
+    SendQueue queue_;
     std::atomic<bool> paused_ = false;  // not reading; written with the mutex held
     bool closed_ = false;               // written by the loop's thread alone
     bool cut_ = false;

@@ -1,0 +1,55 @@
+#include "net/send_queue.h"
+
+#include <sys/socket.h>
+
+#include <cerrno>
+
+// Whoever has something to say appends whole frames to `out_` under the lock. One thread at a time is in the system call: it
+// swaps `out_` against the empty `sending_` and sends without the lock, so that others go on appending; when it comes back it
+// sends what has gathered meanwhile. So frames are never interleaved, no thread waits for another's system call, and a burst
+// becomes few large sends. What the kernel does not take stays in `sending_`.
+
+namespace kelo::net {
+
+void SendQueue::endSending() noexcept {
+    isSending_ = false;
+    sendIsOver_.notify_all();
+}
+
+void SendQueue::awaitSender(std::unique_lock<std::mutex>& lock) {
+    sendIsOver_.wait(lock, [this] { return !isSending_; });
+}
+
+bool SendQueue::send(std::unique_lock<std::mutex>& lock, int fd, const bool& isOver) {
+    while (!isOver) {
+        if (offset_ == sending_.size()) {
+            sending_.clear();
+            offset_ = 0;
+            const bool hasMore = !out_.empty();
+            // If not, what comes next goes where the last was: that memory is still in the processor's cache.
+            sending_.swap(out_);
+            if (!hasMore) return true;
+        }
+        lock.unlock();
+        const auto sent = ::send(fd, sending_.bytes().data() + offset_, sending_.size() - offset_, MSG_NOSIGNAL | MSG_DONTWAIT);
+        const int error = errno;
+        lock.lock();
+        if (sent > 0) {
+            offset_ += static_cast<std::size_t>(sent);
+            taken_ += static_cast<std::uint64_t>(sent);
+            continue;
+        }
+        if (error == EINTR) continue;
+        blocked_ = error == EAGAIN || error == ENOBUFS;
+        // If not, the peer is gone: the loop hears of it from the kernel, after what the peer said last.
+        break;
+    }
+    return false;
+}
+
+void SendQueue::shrink(std::size_t kept) {
+    if (sending_.capacity() > kept) sending_ = util::ByteBufferWriter{};
+    if (out_.capacity() > kept) out_ = util::ByteBufferWriter{};
+}
+
+}  // namespace kelo::net
