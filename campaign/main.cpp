@@ -1,5 +1,5 @@
-// Holds the system to its promises: real processes, raw sockets, faults on purpose. One line a promise; exit status 0 when every
-// one was held, 1 when not, 2 for wrong usage.
+// Checks what the system promises: real processes, raw sockets, deliberate faults. Prints one line per promise. Exit status 0
+// if every promise was kept, 1 if not, 2 for wrong usage.
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -35,7 +35,7 @@ int complain(std::string_view what) {
     return 2;
 }
 
-// The same for a promise whether it is driven alone or with others.
+// The same for a promise whether it runs alone or with others.
 std::uint64_t seedOf(const campaign::Promise& promise, std::uint64_t seed) {
     for (const char c : promise.name) seed = seed * 1'099'511'628'211U + static_cast<unsigned char>(c);
     return seed;
@@ -67,7 +67,7 @@ bool drive(const campaign::Promise& promise, const campaign::Scope& scope) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // What the runtimes inside this process have to say belongs to no line of ours.
+    // What the runtimes inside this process log does not belong into our output.
     ::setenv("KELO_TRACE", "*=5", 0);
     if (const int status = campaign::play(argc, argv); status >= 0) return status;
     campaign::Scope scope;

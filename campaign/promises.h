@@ -1,4 +1,4 @@
-// What the system promises, and the driver that holds it to each: declared once, for running, listing and documents.
+// What the system promises, and the driver that tests each promise: declared once, for running, listing and documents.
 #pragma once
 
 #include <span>
@@ -13,8 +13,8 @@ struct Promise {
     std::string_view name;
     std::string_view text;
     void (*drive)(const Scope& scope, Random& random, Report& report);
-    // It does not go together with sanitizers: driven by the faults library, or in want of descriptors, without which UBSan takes
-    // every object for a broken one, since it looks at memory through a pipe.
+    // Does not work together with sanitizers: it needs the faults library, or it runs without free descriptors, and then UBSan
+    // takes every object for a broken one, because it checks memory through a pipe.
     bool isBareOnly = false;
 };
 

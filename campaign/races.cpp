@@ -1,8 +1,8 @@
-// Races each of 200,000 requests' cancellation against its answer: a consumer and a provider in one process, so that a sanitizer
-// sees both. Prints one line; exit status 0 when every request ended as it should.
+// Races the cancellation of each of 200,000 requests against its answer: a consumer and a provider in one process, so a
+// sanitizer sees both. Prints one line. Exit status 0 if every request ended as it should.
 //
-// What is held: a handler hears at most one end, hears nothing once it has heard one, is destroyed once, and, where its
-// cancellation came first, hears no more than the answer that was on its way to it.
+// What is checked: a handler gets at most one end and nothing after it, is destroyed once, and, if its cancellation came first,
+// gets at most the answer that was on its way.
 #include <atomic>
 #include <chrono>
 #include <cstdio>

@@ -6,9 +6,9 @@
 #include "harness/questions.h"
 #include "harness/stage.h"
 
-// The three upstream services run in one process, which is killed over and over while a client has requests of every kind open.
-// In a third of the rounds the upstream services answer at once and the kill comes at a random moment, so that it meets requests
-// in every stage; in the others they are slow, so that every request is still waiting for them.
+// The three upstream services run in one process. It is killed again and again while a client has requests of every kind open.
+// In a third of the rounds the upstream services answer at once and the kill comes at a random moment, so it meets requests at
+// every stage. In the other rounds the services are slow, so every request is still waiting for them.
 
 namespace campaign {
 

@@ -12,12 +12,12 @@
 #include "harness/stage.h"
 #include "harness/wire.h"
 
-// Upstream, every byte passes a relay, which ends the connection behind each byte of each message in turn: of the hellos, of a
-// request and of its answer, for a request of each kind. Downstream, a client ends it behind each byte that it sends, and behind
-// each byte that it reads.
+// Upstream, every byte passes through a relay. The relay ends the connection after each byte of each message in turn: of the
+// hellos, and of a request and its answer, for each kind of request. Downstream, a client ends the connection after each byte
+// that it sends, and after each byte that it reads.
 //
-// What an error says must be true. "not sent" is false for a request that arrived whole; and a request of which nearly all is
-// still here when the connection ends must be called "not sent", not "outcome unknown".
+// What an error says must be true. "not sent" is false for a request that arrived complete. A request that is still almost
+// completely here when the connection ends must be called "not sent", not "outcome unknown".
 
 namespace campaign {
 namespace {
@@ -45,7 +45,7 @@ private:
     std::unique_ptr<Process> bridge_;
 };
 
-// What all cuts have come to.
+// The results of all cuts.
 struct Ledger {
     unsigned cuts = 0;
     unsigned lost = 0;
@@ -92,7 +92,7 @@ void cutUpstream(RelayedStage& stage, Client& client, const Question& question, 
     }
 }
 
-// A request that is much larger than what the sockets hold, of which the provider takes little or nothing.
+// A request that is much larger than the socket buffers, and of which the provider reads little or nothing.
 void cutLargeRequests(RelayedStage& stage, Client& client, unsigned step, Ledger& ledger) {
     std::string regions;
     while (regions.size() < 900'000) {
@@ -123,7 +123,7 @@ void cutLargeRequests(RelayedStage& stage, Client& client, unsigned step, Ledger
     }
 }
 
-// A client that says the first `at` bytes of what it has to say and goes, or reads as many of what it is told.
+// A client that leaves after the first `at` bytes that it sends, or after the first `at` bytes that it reads.
 void cutDownstream(const Stage& stage, const Question& question, unsigned step, Ledger& ledger) {
     Bytes bytes = testing_support::helloFrame("/hmx");
     const std::size_t helloLength = bytes.size();

@@ -1,4 +1,4 @@
-// The drivers, one a promise; what each promises stands in promises.cpp.
+// The drivers, one per promise. The promises themselves are in promises.cpp.
 #pragma once
 
 #include "harness/report.h"

@@ -12,12 +12,12 @@
 #include "harness/questions.h"
 #include "harness/stage.h"
 
-// One upstream service at a time is killed, stopped or cut off at one step of its life: on its way into the directory, when it is
-// connected to, at its hello, and before and behind each call with which it takes a request and answers it. Meanwhile a client
-// asks for everything, and every request has to end: at once where somebody died, by the deadline where somebody stands still.
-// Then the service is let go on or replaced, and all has to be as it was.
+// One upstream service at a time is killed, stopped or cut off at one step of its life: while it enters the directory, when it
+// is connected to, at its hello, and before and after each call with which it receives a request and answers it. Meanwhile a
+// client asks for everything, and every request has to end: at once if the service died, at its deadline if the service is
+// stopped. Then the service is continued or replaced, and everything has to work as before.
 //
-// Each case has a stage of its own, so that those which wait for a deadline can wait together.
+// Each case has a stage of its own, so the cases that wait for a deadline can wait in parallel.
 
 namespace campaign {
 namespace {
@@ -38,7 +38,7 @@ constexpr Step steps[] = {
     {"third reply", Call::send, 3, false},
 };
 
-// "handle" is what lies between: behind the receiving, before the sending.
+// "handle" is between the two: after receiving and before sending.
 constexpr std::pair<Action, const char*> actions[] = {
     {Action::kill, "killed before"},       {Action::killAfter, "killed behind"}, {Action::stop, "stopped before"},
     {Action::stopAfter, "stopped behind"}, {Action::reset, "cut off at"},
@@ -75,7 +75,7 @@ void run(const Scope& scope, const Case& what, Findings& findings) {
         if (manager != what.manager) others.push_back(stage.startSim({std::string{manager}}));
     }
     const auto start = [&] { return stage.startSim({std::string{what.manager}}, faults.environment()); };
-    // It lives a first time, so that the bridge serves, and the questions are known.
+    // In its first life the bridge starts to serve, and the questions become known.
     auto victim = start();
     stage.awaitServing();
     const auto client = stage.connect();
@@ -95,7 +95,7 @@ void run(const Scope& scope, const Case& what, Findings& findings) {
     for (unsigned i = 0; i < 3 * questions.size(); ++i) {
         const Question& question = questions[i % questions.size()];
         ids.push_back(client->ask(question.command, question.path, true, question.payload));
-        // One by one, since answers to many at once go out in one piece.
+        // One at a time, because answers to many requests at once go out in one piece.
         client->serveUntil([&] { return client->at(ids.back()).isOver(); }, milliseconds{2});
     }
     const auto asked = Clock::now();
@@ -136,7 +136,7 @@ void driveFailpoint(const Scope& scope, Random& random, Report& report) {
             }
         }
     }
-    // Those that stand still go first, and the others run while they wait.
+    // The cases with stopped services start first; the others run while these wait.
     std::stable_partition(cases.begin(), cases.end(), [](const Case& each) { return each.isStop(); });
     if (scope.isCut) {
         std::erase_if(cases, [](const Case& each) { return each.isStop(); });

@@ -10,8 +10,8 @@
 
 #include "harness/stage.h"
 
-// One client does too much of one thing after the other, and another one goes on asking meanwhile, which has to be answered each
-// time. What is too much is told by the service itself, and so is how often it was met.
+// One client exceeds each limit in turn. Meanwhile another client keeps asking and has to be answered every time. The service
+// itself tells the limits, and how often they were exceeded.
 
 namespace campaign {
 namespace {
@@ -59,7 +59,7 @@ private:
     double slowest_ = 0;
 };
 
-// What a client has heard of requests beyond the limit.
+// What a client hears about requests beyond the limit.
 unsigned refused(const Client& client) {
     unsigned count = 0;
     for (const auto& [id, asked] : client.all()) {
@@ -69,7 +69,7 @@ unsigned refused(const Client& client) {
     return count;
 }
 
-// Requests that their provider does not answer, more than are allowed; then as many that are cancelled.
+// More requests than allowed that their provider does not answer; then as many that are cancelled.
 void requestsInFlight(Floods& floods, const char* limitName, bool oneShot) {
     constexpr unsigned more = 100;
     const auto limit = static_cast<unsigned>(floods.limit(limitName));
@@ -81,7 +81,7 @@ void requestsInFlight(Floods& floods, const char* limitName, bool oneShot) {
     floods.report().atMost(std::string{"beyond "} + limitName + " not refused", std::abs(double(refused(*client)) - more), 0);
     floods.report().atMost("not counted", std::abs(floods.counter("requestsRefused") - before - more), 0);
     floods.witness();
-    // Whoever cancels has room again once the request has been given up, and not by cancelling alone.
+    // A client that cancels has room again only when the request has been given up, not because it cancelled.
     for (const auto& [id, asked] : std::unordered_map{client->all()}) {
         if (!asked.isOver()) client->cancel(id);
     }
@@ -91,8 +91,8 @@ void requestsInFlight(Floods& floods, const char* limitName, bool oneShot) {
     floods.witness();
 }
 
-// Two clients have as many requests in flight as they may, all the time, of the very service that the other one asks, which is
-// slow: together more than one connection to that service may carry.
+// Two clients constantly have as many requests in flight as they may, to the same slow service that the other client asks:
+// together more than one connection to that service can carry.
 void steadyLoad(Floods& floods) {
     const auto limit = static_cast<unsigned>(floods.limit("oneShotRequests"));
     const std::array clients{floods.client(), floods.client()};
@@ -138,7 +138,8 @@ void cancels(Floods& floods) {
         if (i % 500 == 0) floods.witness();
         if (i % 2000 == 0) client->serveUntil([] { return false; }, milliseconds{1});
     }
-    // What was refused was over when its cancellation came, which is then counted as late: each of the two counts once.
+    // A request that was refused is already over when its cancellation comes, which then counts as late. Each of the two counts
+    // once.
     const bool counted =
         eventually([&] { return floods.counter("lateFrames") + floods.counter("cancelled") - before >= 2.0 * times; });
     floods.report().fact("cancels", 2 * times);

@@ -18,8 +18,8 @@
 #include "harness/questions.h"
 #include "harness/stage.h"
 
-// What the host may refuse: descriptors, room in the directory; what it may interrupt: any call; and what it may do to an
-// upstream service and to the time of day.
+// What the host may refuse: descriptors, and space in the directory. What it may interrupt: any system call. What it may do to
+// an upstream service and to the clock.
 
 namespace campaign {
 namespace {
@@ -31,7 +31,7 @@ void limitDescriptors(const Process& process, rlim_t count) {
     if (::prlimit(process.pid(), RLIMIT_NOFILE, &limit, nullptr) != 0) throw Failure{"cannot limit a process's descriptors"};
 }
 
-// A file system of our own at the stage's directory, if we may have one, in which there is soon no room.
+// A file system of our own, mounted at the stage's directory if we are allowed to, which soon has no space left.
 class SmallDisk {
 public:
     explicit SmallDisk(std::string directory)
@@ -75,7 +75,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
     const auto witness = stage.connect();
     const std::size_t before = bridge->descriptors();
     limitDescriptors(*bridge, before);
-    // Those that come now cannot be accepted, and an upstream service that returns cannot be connected to.
+    // From here on new clients cannot be accepted, and an upstream service that returns cannot be connected to.
     std::vector<std::unique_ptr<RawPeer>> waiting;
     const Bytes hello = testing_support::helloFrame("/hmx");
     for (unsigned i = 0; i < 20; ++i) {
@@ -92,7 +92,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
         ++asked;
         if (witness->call("retrieve", "/$platform/status").status != 200) ++unserved;
     }
-    // Each of the witness's requests is a wake-up that it may have.
+    // The bridge may wake up once for each request of the witness.
     const double wakeUps =
         (static_cast<double>(bridge->sleeps() - sleeps) - asked) / std::chrono::duration<double>(Clock::now() - since).count();
     limitDescriptors(*bridge, 1024);
@@ -102,7 +102,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
     const double recovered = millisecondsSince(freed);
     waiting.clear();
 
-    // The same with an upstream service that dies and returns meanwhile.
+    // The same with an upstream service that dies and returns in the meantime.
     sim->kill();
     // Its three connections are closed by then, and those of the clients that have gone.
     const bool isGone =
@@ -125,7 +125,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
 
 void driveDisk(const Scope& scope, Random& /*random*/, Report& report) {
     Stage stage{scope};
-    // Refused by calls that fail, which needs no rights; then by a file system that is really full, or may only be read.
+    // First refused by calls that fail, which needs no privileges; then by a file system that is really full or read-only.
     struct Refusal {
         std::string name;
         std::function<void()> begin;
@@ -210,7 +210,7 @@ void driveInterrupted(const Scope& scope, Random& random, Report& report) {
                                    .every = 2 + random.below(4)});
             }
         }
-        // A new connection each time, so that its beginning is met as well.
+        // A new connection each time, so that its beginning is tested too.
         Client client{stage.socket("/hmx")};
         for (unsigned i = 0; i < asked.size(); ++i) {
             const Asked& answer = client.call(asked[i]->command, asked[i]->path, asked[i]->payload);
@@ -251,7 +251,7 @@ void driveStopped(const Scope& scope, Random& /*random*/, Report& report) {
         ids.push_back(client->ask("retrieve", i % 2 == 0 ? "/displays" : "/displayables", i % 3 != 0));
         std::this_thread::sleep_for(milliseconds{2});
     }
-    // Meanwhile the time of day is set forth and back, by hours and by years.
+    // Meanwhile the clock is set forwards and back, by hours and by years.
     unsigned unserved = 0;
     constexpr std::int64_t hour = 3600;
     constexpr std::int64_t year = hour * 24 * 365;

@@ -16,9 +16,9 @@
 #include "harness/scripted_provider.h"
 #include "harness/stage.h"
 
-// Three users: root, the one to whom the services belong, and another one. Who may connect, and who is trusted as a provider, is
-// seen in a directory in which the file system lets everybody do everything that a sticky directory allows, and through sockets
-// that are open to all: only what the kernel says of a peer stands between them.
+// Three users: root, the owner of the services, and somebody else. Who may connect, and who is trusted as a provider, is tested
+// in a directory where the file system allows everybody everything that a sticky directory allows, with sockets that are open
+// to all. So only what the kernel says about a peer makes a difference.
 
 namespace campaign {
 namespace {
@@ -56,7 +56,7 @@ private:
     const Scope& scope_;
 };
 
-// Whether a user's client is answered. Our own programs would not even try in a directory that belongs to somebody else.
+// Whether a client of that user is answered. Our own programs would not even try in a directory that belongs to somebody else.
 bool isServed(const OpenStage& open, uid_t uid) {
     const auto client = open.start("hmxcampaign", uid, {"--ask", open.stage.socket("/hmx")});
     return client->waitForEnd(8000) && client->status() == 0;
@@ -106,7 +106,7 @@ bool isAlive(const OpenStage& open, std::string_view path) {
     return false;
 }
 
-// A provider of the popup manager's path, run by each user, before a bridge of each: trusted or not.
+// A provider of the popup manager's path, run by each user before a bridge of each user: trusted or not.
 void whoIsTrusted(const Scope& scope, Tally& tally) {
     const std::string path = "/hmxpopupmanager";
     for (const uid_t bridgeUid : {uid_t{0}, owner}) {
@@ -120,7 +120,7 @@ void whoIsTrusted(const Scope& scope, Tally& tally) {
             open.openSockets();
             const auto bridge = open.start("hmxtolubridge", bridgeUid);
             const bool should = squatter == 0 || squatter == bridgeUid;
-            // A bridge that trusts it comes to publish; one that does not, waits for the right one.
+            // A bridge that trusts the provider publishes; a bridge that does not, waits for the right one.
             const bool trusts = eventually([&] { return isAlive(open, path); }, milliseconds{should ? 8000 : 1500});
             tally.expect(trusts, should, nameOf(bridgeUid) + "'s bridge trusts " + nameOf(squatter));
             if (should) continue;
@@ -133,8 +133,8 @@ void whoIsTrusted(const Scope& scope, Tally& tally) {
     }
 }
 
-// What stands at a service's name is replaced under a bridge at work; each must fail to be trusted, and the right one be found
-// again.
+// Whatever is at a service's name is replaced while a bridge works. The bridge must not trust any of the replacements, and must
+// find the right provider again.
 void whatIsReplaced(const Scope& scope, Tally& tally) {
     const OpenStage open{scope, owner, false};
     auto sim = open.start("hmxsim", owner);
@@ -169,7 +169,7 @@ void whatIsReplaced(const Scope& scope, Tally& tally) {
     }
 }
 
-// Nothing that is said changes who somebody is.
+// Nothing that a peer says changes who it is.
 void whatIsClaimed(const Scope& scope, Tally& tally) {
     const OpenStage open{scope, owner, false};
     const auto sim = open.start("hmxsim", owner);
@@ -179,7 +179,7 @@ void whatIsClaimed(const Scope& scope, Tally& tally) {
     for (const auto& tracked : status.at("tracked")) {
         tally.expect(tracked.at("uid") == owner && tracked.at("pid") == sim->pid(), true, "a provider is who the kernel says");
     }
-    // A provider that says of itself what only the kernel may.
+    // A provider that claims about itself what only the kernel can tell.
     {
         const Stage other{scope};
         const auto helloAndMore = [] {

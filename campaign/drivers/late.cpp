@@ -8,9 +8,9 @@
 #include "harness/scripted_provider.h"
 #include "harness/stage.h"
 
-// The display manager is a script: around each right answer it says others, to requests that are over, that never were, that
-// belong to somebody else's place in the table, and the right one over again. None of them may reach a client. A cancelled
-// request is answered all the same, and after that a new one may use its place.
+// The display manager follows a script: around each right answer it sends others, to requests that are over, to requests that
+// never existed, to ids that belong to another place in the table, and the right answer again. None of them may reach a client.
+// A cancelled request is answered all the same, and after that a new request may use its place.
 
 namespace campaign {
 namespace {
@@ -64,7 +64,7 @@ void driveLate(const Scope& scope, Random& random, Report& report) {
     unsigned delivered = 0;
     unsigned unanswered = 0;
     while (wrong - before < wanted) {
-        // One after the other, so that the script's lies about other places in the table are about free ones.
+        // One after the other, so the false answers to other places in the table are about free ones.
         const Asked& answer = client->call("retrieve", "/displays");
         ++asked;
         if (!answer.isOver() || answer.status != 200 || answer.values != 1) ++unanswered;
@@ -74,7 +74,7 @@ void driveLate(const Scope& scope, Random& random, Report& report) {
     client->serveUntil([] { return false; }, milliseconds{50});
     const bool counted =
         eventually([&] { return Stage::counter(stage.status(), "lateFrames") - late >= wrong - before; }, milliseconds{2000});
-    // Downstream: answers that a client sends are its own undoing, and cancels of what is not there are counted.
+    // Downstream: a client that sends answers loses its connection, and cancels of unknown requests are counted.
     report.fact("requests", asked);
     report.fact("wrong answers", wrong - before);
     report.atMost("delivered", delivered + static_cast<double>(client->endedTwice() + client->foreign()), 0);

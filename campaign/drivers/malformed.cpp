@@ -12,9 +12,9 @@
 #include "harness/relay.h"
 #include "harness/stage.h"
 
-// Sound frames of every kind are damaged in every way that bytes can be, and sent to a bridge at work, while a witness asks it
-// for the same thing over and over and has to hear the same each time. Upstream, a relay damages what the display manager
-// answers: the request must still end once, and the next one be answered.
+// Valid frames of every kind are damaged in every way that bytes can be, and sent to a working bridge. A witness asks the
+// bridge the same question again and again and must always get the same answer. Upstream, a relay damages the display manager's
+// answers: the request must still end once, and the next one must be answered.
 
 namespace campaign {
 namespace {
@@ -42,7 +42,7 @@ std::vector<Bytes> soundFrames(const std::vector<Question>& questions) {
 void damage(Bytes& bytes, Random& random) {
     if (bytes.empty()) return;
     const auto place = [&] { return bytes.begin() + static_cast<std::ptrdiff_t>(random.below(bytes.size())); };
-    // Most damage is done where there is a meaning: in the header and the map behind it.
+    // Most of the damage is done where the bytes have a meaning: in the header and the map after it.
     const auto early = [&] {
         return bytes.begin() + static_cast<std::ptrdiff_t>(random.below(std::min<std::size_t>(bytes.size(), 40)));
     };
@@ -83,11 +83,11 @@ void damage(Bytes& bytes, Random& random) {
     }
 }
 
-// Asks for the same thing over and over.
+// Asks the same question again and again.
 class Witness {
 public:
     explicit Witness(const Stage& stage) : client_{stage.connect()}, expected_{client_->get("/displayables")} {}
-    // Asks once more; counts what is not as it was.
+    // Asks once more, and counts an answer that differs.
     void ask() {
         const Asked& asked = client_->call("retrieve", "/displayables");
         ++asked_;
@@ -107,13 +107,13 @@ private:
     double slowest_ = 0;
 };
 
-// Sends damaged frames until so many have been sent.
+// Sends damaged frames until that many have been sent.
 void floodWithDamage(const Stage& stage, Witness& witness, unsigned frames, Random& random) {
     const auto client = stage.connect();
     const std::vector<Bytes> sound = soundFrames(everyQuestion(*client));
     for (unsigned sent = 0; sent < frames;) {
         const RawPeer peer{connectTo(stage.socket("/hmx"))};
-        // Behind a good hello in most cases, so that the damage goes further in.
+        // Usually after a valid hello, so that the damage gets further.
         if (random.below(8) != 0) ::send(peer.fd(), sound[0].data(), sound[0].size(), MSG_NOSIGNAL);
         for (std::uint64_t more = 1 + random.below(4); more > 0; --more, ++sent) {
             Bytes bytes = sound[random.below(sound.size())];
@@ -173,8 +173,8 @@ void driveDamagedAnswers(const Scope& scope, Random& random, Report& report) {
         const Asked& asked = client->at(id);
         const auto isOver = [&] { return asked.isOver(); };
         if (!client->serveUntil(isOver, milliseconds{50})) {
-            // A damaged length has the bridge wait for bytes that never come, a damaged id for an answer: nothing to be heard of
-            // before the deadline, but for the end of the connection.
+            // A damaged length makes the bridge wait for bytes that never come, a damaged id for an answer that never comes.
+            // Before the deadline, only the end of the connection shows either.
             ++silent;
             display.drop();
             if (!client->serveUntil(isOver, milliseconds{5'000})) ++lost;

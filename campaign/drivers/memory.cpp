@@ -11,10 +11,10 @@
 #include "harness/questions.h"
 #include "harness/stage.h"
 
-// The same scenario over and over: the bridge starts, serves a client a request of every kind, loses an upstream service and gets
-// it back, and serves again. Each time another one of its allocations fails, from the first one on. It may then serve as if
-// nothing had been, or end a request with an error, or a connection, or, with a word, itself; what it may not do is say something
-// wrong, leave somebody without an end, or stand still.
+// The same scenario many times: the bridge starts, answers a client's requests of every kind, loses an upstream service and
+// gets it back, and answers again. Each time another allocation fails, starting with the first. The bridge may then continue as
+// if nothing had happened, or end a request with an error, or end a connection, or end itself with a message. It must not say
+// anything wrong, leave a request without an end, or hang.
 
 namespace campaign {
 namespace {
@@ -34,7 +34,7 @@ public:
         stage_.awaitServing();
         const auto client = stage_.connect();
         questions_ = everyQuestion(*client);
-        // Twice, since the first time changes what is answered the second.
+        // Twice, because the first time changes what the second one gets.
         for (unsigned round = 0; round < 2; ++round) {
             expected_.clear();
             for (const Question& question : questions_)
@@ -42,7 +42,7 @@ public:
         }
     }
 
-    // The allocation of this number fails; 0: none. How many there were is in `allocations`.
+    // The allocation with this number fails; 0 means none. `allocations` receives how many there were.
     Outcome run(std::uint64_t number, std::uint64_t& allocations) {
         faults_.set(Call::allocate, {.action = Action::fail, .error = ENOMEM, .from = number, .times = number == 0 ? 0U : 1U});
         const auto bridge = stage_.startBridge(faults_.environment());
@@ -51,7 +51,7 @@ public:
         faults_.clear();
         if (!bridge->isRunning()) return deathOf(*bridge);
         if (outcome.kind == Outcome::Kind::wrong) return outcome;
-        // Whatever became of the scenario, the bridge has to be sound afterwards.
+        // Whatever happened in the scenario, the bridge has to work afterwards.
         if (!eventually([&] { return stage_.isServing() || !bridge->isRunning(); }, milliseconds{3000}))
             return {Outcome::Kind::stoodStill, "does not serve afterwards"};
         return bridge->isRunning() ? outcome : deathOf(*bridge);
@@ -80,7 +80,7 @@ private:
             },
             milliseconds{3000});
         if (!came) return {Outcome::Kind::stoodStill, "does not come to serve"};
-        // Its lists make the bridge know its elements.
+        // The lists that it asks for make the bridge learn its elements.
         for (const Question& question : questions_) {
             if (client && question.command == "retrieve" && question.path.find('/', 1) == std::string::npos)
                 client->call(question.command, question.path, question.payload, milliseconds{3000});

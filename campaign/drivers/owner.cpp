@@ -9,7 +9,7 @@
 #include "harness/stage.h"
 #include "harness/stall_meter.h"
 
-// Two providers are started at the same moment for the same path. One of them must publish it and say so; the other must say that
+// Two providers of the same path are started at the same moment. One of them must publish and say so; the other must say that
 // it waits. Then the owner is killed, and the other has to be reachable soon.
 
 namespace campaign {
@@ -54,7 +54,7 @@ void driveOwner(const Scope& scope, Random& random, Report& report) {
     constexpr double stall = 30;
     StallMeter meter;
     unsigned stalled = 0;
-    // On a host that stands still again and again, more rounds have to make up for those that tell nothing.
+    // If the host itself stands still repeatedly, more rounds replace those that prove nothing.
     const unsigned most = 3 * pairs;
     unsigned round = 0;
     for (; round < pairs || (tookOver < takeOvers && round < most); ++round) {
@@ -68,7 +68,7 @@ void driveOwner(const Scope& scope, Random& random, Report& report) {
         if (said.published > 1) ++doubled;
         const pid_t owner = ownerOf(stage.socket(path));
         if (!settled || said.published == 0 || (owner != one->pid() && owner != other->pid())) ++unowned;
-        // The last rounds need none, the first ones do it again and again, so that locks and sockets of all ages are met.
+        // The last rounds skip this, the first do it repeatedly, so that locks and sockets of all ages occur.
         if (tookOver < takeOvers && (round + takeOvers - tookOver >= pairs || random.below(2) == 0)) {
             if (owner == other->pid()) std::swap(one, other);
             meter.takeLongest();

@@ -7,8 +7,9 @@
 
 #include "harness/stage.h"
 
-// One client asks for every list as a stream, several times, and never reads. Changes are made upstream in batches, and between
-// two batches another client asks and its waiting is measured; the same is done first with everybody reading, for comparison.
+// One client asks for every list as a stream, several times, and never reads. Changes are made upstream in batches; between two
+// batches another client asks, and its waiting time is measured. The same is done before with everybody reading, for
+// comparison.
 
 namespace campaign {
 namespace {
@@ -23,7 +24,7 @@ struct Load {
     unsigned value = 0;
     std::size_t mostMemory = 0;
 
-    // Makes so many changes; the witness's waiting, sorted, in milliseconds.
+    // Makes that many changes. The result is the witness's waiting times, sorted, in milliseconds.
     std::vector<double> run(unsigned changes, Client* reader) {
         std::vector<double> waits;
         for (unsigned done = 0; done < changes; done += batch) {
@@ -83,7 +84,7 @@ void driveSlow(const Scope& scope, Random& /*random*/, Report& report) {
     const double with = p99(load.run(changes, nullptr));
     const double grown = (static_cast<double>(load.mostMemory) - static_cast<double>(before)) / 1024;
 
-    // It reads again, and has to come to the newest value without a further change.
+    // The slow client reads again and must receive the newest value without a further change.
     const auto newest = [&](std::uint64_t id) {
         const auto& asked = slow.at(id);
         if (asked.isOver() || asked.answer.empty()) return false;

@@ -8,9 +8,9 @@
 #include "harness/questions.h"
 #include "harness/stage.h"
 
-// Ordinary days, quickly: eight clients ask for everything, some of it as streams; four times a second one of them goes and
-// another comes, and every few seconds an upstream service is killed and comes back. Nothing may get lost, and nothing may
-// gather.
+// Ordinary operation, speeded up: eight clients ask for everything, some of it as streams. Four times a second one of them
+// leaves and another arrives, and every few seconds an upstream service is killed and returns. Nothing may be lost, and nothing
+// may accumulate.
 
 namespace campaign {
 namespace {
@@ -21,7 +21,7 @@ constexpr milliseconds changePause{250};
 constexpr milliseconds killPause{5000};
 constexpr milliseconds lookPause{1000};
 
-// By how much the values grow from the first to the last, by the straight line that lies closest to them.
+// How much the values grow from the first to the last, by linear regression.
 double growth(const std::vector<double>& values) {
     const auto count = static_cast<double>(values.size());
     double meanY = 0;
@@ -64,7 +64,7 @@ void driveSoak(const Scope& scope, Random& random, Report& report) {
     double twice = 0;
     unsigned cut = 0;
     const auto settle = [&](Client& client) {
-        // Before it goes, what it has asked for once has to end; its streams it just leaves.
+        // Before the client leaves, its one-shot requests have to end; it abandons its streams.
         client.serveUntil(
             [&] {
                 return std::all_of(client.all().begin(), client.all().end(),
@@ -88,7 +88,7 @@ void driveSoak(const Scope& scope, Random& random, Report& report) {
         if (now >= nextAsk) {
             const Question& question = questions[random.below(questions.size())];
             Client& client = *clients[random.below(clients.size())];
-            // A client keeps a few streams, and asks once for the rest.
+            // A client keeps a few streams and asks for the rest once.
             client.ask(question.command, question.path, question.oneShot || client.open() >= 10, question.payload);
             if (++asked % 64 == 0) client.forgetEnded();
             nextAsk += askPause;

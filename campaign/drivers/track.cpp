@@ -12,20 +12,20 @@
 #include "harness/stage.h"
 #include "harness/tracker.h"
 
-// Four trackers, each with a runtime of its own, watch one provider that is killed and started again. In three rounds of four the
-// provider is left to live until all have seen it, so that each has to see it come, to be answered by it, and to see it go. In
-// the fourth it is killed at any moment, its birth included, so that they need not have seen it, but must not have seen it
-// wrongly.
+// Four trackers, each with a runtime of its own, watch one provider that is killed and restarted. In three of four rounds the
+// provider lives until all trackers have seen it, so each has to see it appear, get an answer from it, and see it disappear. In
+// the fourth round it is killed at a random moment, even during its start, so the trackers need not have seen it but must not
+// have seen anything wrong.
 //
-// What a tracker does when the directory itself fails it is seen on the bridge: its own word on what is alive, and whether it
-// answers, within half a second from when its upstream services can be connected to.
+// What a tracker does when the directory itself fails is tested with the bridge: what it says about which services are alive,
+// and whether it answers within half a second after its upstream services can be connected to.
 
 namespace campaign {
 namespace {
 
 constexpr double promptly = 500;
 
-// The time until the bridge serves; large if never.
+// The time until the bridge serves; a large value if it never does.
 double timeToServe(const Stage& stage, Clock::time_point since) {
     return eventually([&] { return stage.isServing(); }, milliseconds{5000}) ? millisecondsSince(since) : 1e9;
 }
@@ -63,7 +63,7 @@ void driveTrack(const Scope& scope, Random& random, Report& report) {
             if (!tracker->books.waitFor(holds, milliseconds{5000})) ++missed;
         }
     };
-    // What was not sent although its provider lived.
+    // Requests that were not sent although the provider lived.
     const auto refusals = [&] {
         unsigned all = 0;
         for (const auto& tracker : trackers) all += tracker->books.get().refused;
@@ -110,7 +110,7 @@ void driveDirectory(const Scope& scope, Random& random, Report& report) {
     Stage stage{scope};
     const unsigned rounds = scope.times(20, 2);
     std::filesystem::remove_all(stage.folder() + "/run");
-    // The tracker comes first, before there is even a directory.
+    // The tracker comes first, even before the directory.
     const auto bridge = stage.startBridge();
     if (!eventually([&] { return std::filesystem::exists(stage.domain()); })) throw Failure{"the bridge makes no directory"};
     auto sim = stage.startSim();
@@ -121,7 +121,7 @@ void driveDirectory(const Scope& scope, Random& random, Report& report) {
     double removed = 0;
     double emptied = 0;
     for (unsigned round = 0; round < rounds; ++round) {
-        // More happens than the kernel keeps for somebody who does not read; what counts is among what is lost.
+        // More happens than the kernel keeps for a process that does not read, and the event that matters is among those lost.
         bridge->stop();
         const std::size_t files = eventsThatAreQueued() / 2 + 100;
         const std::string file = stage.domain() + "/.file";

@@ -26,10 +26,9 @@
 #include "hmx/update_popup_object.h"
 #include "support/documents.h"
 
-// Random records of every kind go through all three encodings, in every order: what comes out of the last must equal what went
-// into the first. Numbers at every edge are written by another library and read into a member of each type, which must hold the
-// same value or refuse it. Every character there is goes through each encoding, and everything that only looks like one is
-// refused.
+// Random records of every kind pass through all three encodings in every order: the result must equal the original. Numbers at
+// every limit are written by another library and read into a member of each type, which must either have the same value or be
+// refused. Every character passes through each encoding, and byte sequences that only look like characters are refused.
 
 namespace campaign {
 namespace {
@@ -178,7 +177,7 @@ void throughAll(Random& random, Tally& tally, Report& report) {
     for (std::size_t i = order.size(); i > 1; --i) std::swap(order[i - 1], order[random.below(i)]);
     ++tally.records;
     T value = kelo::record::deepCopy(first);
-    // Around, so that the last step leads from the third encoding back to the first.
+    // In a circle, so the last step leads from the third encoding back to the first.
     for (const std::size_t step : {0U, 1U, 2U, 0U}) {
         std::string document;
         T read{};
@@ -228,7 +227,7 @@ std::vector<Json> edgeNumbers() {
     return numbers;
 }
 
-// Whether a member of type V may hold this number: exactly, but for a fraction, which a float may hold as its nearest.
+// Whether a member of type V may hold this number: exactly, except that a float may hold the nearest value to a fraction.
 template <class V>
 bool mayHold(const Json& number, V held) {
     if constexpr (std::is_same_v<V, int>) {
@@ -236,14 +235,14 @@ bool mayHold(const Json& number, V held) {
                number.get<std::int64_t>() == held;
     } else {
         if (number.is_number_float()) return static_cast<V>(number.get<double>()) == held;
-        // Both are whole numbers of at most 64 bits here, which a long double holds.
+        // Both are integers of at most 64 bits here, which a long double holds.
         const long double exact = number.is_number_unsigned() ? static_cast<long double>(number.get<std::uint64_t>())
                                                               : static_cast<long double>(number.get<std::int64_t>());
         return static_cast<long double>(held) == exact;
     }
 }
 
-// Whether it has to be read: what a member can hold exactly.
+// Whether it must be accepted: a number that the member can hold exactly.
 template <class V>
 bool mustHold(const Json& number) {
     if constexpr (std::is_same_v<V, int>) {
@@ -308,8 +307,8 @@ void everyCharacter(unsigned step, unsigned& strings, unsigned& wrong, Report& r
     }
 }
 
-// Every sequence of up to three bytes that is no character, and what looks like four. Independent of the table that readers use:
-// it is not UTF-8 if it is not what `appendCharacter` makes of any code.
+// Every sequence of up to three bytes that is not a character, and some of four that look like one. Independent of the table
+// that the readers use: a sequence is not UTF-8 if `appendCharacter` does not make it from any code.
 void everyImpostor(unsigned step, unsigned& strings, unsigned& wrong, Report& report) {
     const auto refuse = [&](const std::string& bytes) {
         ++strings;
@@ -339,7 +338,7 @@ void everyImpostor(unsigned step, unsigned& strings, unsigned& wrong, Report& re
             refuse(text);
             continue;
         }
-        // The same code in more bytes than it needs.
+        // The same code in more bytes than necessary.
         if (code < 0x80) refuse({byte(0xc0U | code >> 6U), byte(0x80U | (code & 63U))});
         if (code < 0x800) refuse({byte(0xe0), byte(0x80U | code >> 6U), byte(0x80U | (code & 63U))});
         if (code < 0x10000)

@@ -1,4 +1,5 @@
-// A client made of bytes that keeps books: what it asked, what came of it, and whether anything ended twice.
+// A client that writes and reads raw bytes and keeps a record: what it asked, what happened to it, and whether anything ended
+// twice.
 #pragma once
 
 #include <functional>
@@ -11,7 +12,7 @@
 
 namespace campaign {
 
-// One request and what it has heard. Thread: any (a value).
+// One request and the answers to it. Thread: any (a value).
 struct Asked {
     Clock::time_point sentAt;
     Clock::time_point endedAt;

@@ -1,4 +1,4 @@
-// Makes the system calls of a program go wrong, one by one, while it runs: the driver's side of the page in preload/fault_page.h.
+// Makes the system calls of a running program fail one by one: the driver's side of the page in preload/fault_page.h.
 #pragma once
 
 #include <cerrno>

@@ -17,8 +17,8 @@
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every C library declares it
 
-// Everything that a child needs is made before the fork: between it and exec, in a process of several threads, nothing may be
-// allocated.
+// Everything that a child needs is prepared before the fork: between fork and exec, in a process with several threads, nothing
+// may be allocated.
 
 namespace campaign {
 namespace {
@@ -41,7 +41,7 @@ std::size_t entriesOf(const std::string& directory) {
     return count;
 }
 
-// The number behind "NAME:" in a file of the kernel's; 0 where it is not.
+// The number after "NAME:" in one of the kernel's files; 0 if there is none.
 std::size_t numberIn(const std::string& file, std::string_view name) {
     std::ifstream in{file};
     for (std::string line; std::getline(in, line);) {
@@ -55,7 +55,7 @@ std::size_t numberIn(const std::string& file, std::string_view name) {
 
 Process::Process(const Start& start) {
     std::vector<std::string> command = start.command;
-    // The last word on a name counts.
+    // If a name occurs twice, the last value counts.
     std::map<std::string, std::string> settings;
     const auto set = [&](std::string_view text) { settings[std::string{text.substr(0, text.find('='))}] = text; };
     for (char** entry = environ; *entry != nullptr; ++entry) set(*entry);

@@ -1,4 +1,4 @@
-// A program under test: started, watched from outside, stopped, killed.
+// A program under test: started, observed from outside, stopped, killed.
 #pragma once
 
 #include <sys/types.h>

@@ -1,4 +1,4 @@
-// The requests that drivers put to the bridge: one of every kind, with ids that are known.
+// The requests that drivers send to the bridge: one of every kind, with known ids.
 #pragma once
 
 #include <string>
@@ -9,7 +9,7 @@
 
 namespace campaign {
 
-// The upstream services, by the names that hmxsim knows them by.
+// The upstream services by the names that hmxsim uses for them.
 inline constexpr std::string_view managers[] = {"displaymanager", "inputmanager", "popupmanager"};
 
 // Thread: any (a value).

@@ -12,8 +12,8 @@
 
 #include "harness/wire.h"
 
-// A cut is exact: the byte that stands behind it is not read, so the end that sent it may see a reset, and the other sees the end
-// of the stream behind the last byte that was passed.
+// A cut is exact: the byte after it is not read. So the end that sent it may see a reset, and the other end sees the end of the
+// stream after the last byte that was passed on.
 
 namespace campaign {
 

@@ -1,4 +1,4 @@
-// A service's socket that passes every byte on to another one's, until it is told to cut a connection in the middle of it.
+// A service's socket that passes every byte on to another socket, until it is told to cut a connection in the middle.
 #pragma once
 
 #include <atomic>

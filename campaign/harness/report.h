@@ -1,4 +1,4 @@
-// What a driver has found: figures beside the limits that they are held to, and the line that says it.
+// The result of a driver: figures with their limits, and the line that is printed.
 #pragma once
 
 #include <string>
@@ -12,14 +12,14 @@ class Report {
 public:
     void atMost(std::string_view name, double figure, double limit, std::string_view unit = {});
     void atLeast(std::string_view name, double figure, double limit, std::string_view unit = {});
-    // A figure that is told and held to nothing.
+    // A figure that is printed and has no limit.
     void fact(std::string_view name, double figure, std::string_view unit = {});
-    // What broke the promise, or the driver, beyond figures.
+    // What broke the promise, or the driver, apart from figures.
     void broken(std::string_view what);
-    // For whoever looks for the cause: printed below the line of a promise that was not held.
+    // For anyone who looks for the cause: printed below the line of a broken promise.
     void note(std::string what);
 
-    // A driver that held nothing to a limit has shown nothing.
+    // A driver that checked nothing against a limit has proved nothing.
     bool held() const noexcept { return limits_ > 0 && broken_ == 0; }
     const std::string& line() const noexcept { return line_; }
     const std::vector<std::string>& notes() const noexcept { return notes_; }

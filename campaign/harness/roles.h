@@ -1,4 +1,4 @@
-// The parts that this program plays as a process of its own, perhaps as another user: `hmxcampaign --ROLE ARGUMENT`.
+// What this program can do as a separate process, perhaps as another user: `hmxcampaign --ROLE ARGUMENT`.
 #pragma once
 
 #include <string>

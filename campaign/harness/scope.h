@@ -1,4 +1,4 @@
-// What every driver is given: where the programs are, how much to do, and its random numbers.
+// What every driver gets: where the programs are, how much to do, and its random numbers.
 #pragma once
 
 #include <chrono>
@@ -18,7 +18,7 @@ inline double millisecondsSince(Clock::time_point begin) {
     return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
-// Ends a driver: something that it needs is not to be had, or a promise is broken so that it cannot go on.
+// Ends a driver: something that it needs is missing, or a promise is broken so that it cannot continue.
 struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };

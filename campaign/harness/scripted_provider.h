@@ -1,4 +1,4 @@
-// A provider made of bytes: says hello as one should, and then whatever its script says.
+// A provider that writes and reads raw bytes: a correct hello, then whatever its script says.
 #pragma once
 
 #include <atomic>

@@ -1,4 +1,4 @@
-// A domain of its own with the programs under test in it.
+// A domain of its own with the programs under test.
 #pragma once
 
 #include <memory>

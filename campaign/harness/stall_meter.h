@@ -1,4 +1,4 @@
-// Tells whether the host let this process run while something was timed: a figure that includes the host's own pauses tells
+// Tells whether the host let this process run during a measurement: a figure that includes the host's own pauses proves
 // nothing.
 #pragma once
 

@@ -1,4 +1,4 @@
-// A consumer of one service that keeps books of its comings and goings, and asks it something each time that it comes.
+// A consumer of one service that records when the service appears and disappears, and sends a request each time it appears.
 #pragma once
 
 #include <memory>

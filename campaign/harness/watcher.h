@@ -1,4 +1,4 @@
-// Those who watch a resource: a client made of bytes, and the command line client.
+// Clients that watch a resource: one made of raw bytes, and the command-line client.
 #pragma once
 
 #include <map>

@@ -1,4 +1,4 @@
-// Frames as docs/wire.md has them, written and read without the platform's help.
+// Frames as in docs/wire.md, written and read without the platform's code.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,5 @@
-// What the library that makes system calls fail is told, and tells: a page of memory that it shares with whoever drives the
-// program.
+// What the library that makes system calls fail is told, and what it reports: a page of memory that it shares with the
+// program's driver.
 #pragma once
 
 #include <atomic>
@@ -36,8 +36,8 @@ enum class Action : std::uint8_t {
     reset,  // the connection: its socket is closed for good, whatever lies in it unread
 };
 
-// Counts the calls of one kind, and acts on those that are numbered from `from` on, from 1: on `times` of them, each `every`-th.
-// All zero: counts only.
+// Counts the calls of one kind and acts on those numbered `from` and above (the first is 1): on `times` of them, on each
+// `every`-th. All zero: counts only.
 struct FaultRule {
     std::atomic<std::uint64_t> calls;
     std::atomic<std::uint64_t> from;

@@ -1,8 +1,7 @@
-// Stands between a program and the C library (LD_PRELOAD), so that the programs that ship can be driven into what seldom happens:
-// a call that fails, that does less than it was asked for, or in the middle of which the process dies, is stopped or loses its
-// peer.
+// Sits between a program and the C library (LD_PRELOAD), so that the released programs can be driven into rare situations: a
+// call that fails, or does less than it was asked to, or in the middle of which the process dies, is stopped or loses its peer.
 //
-// Nothing here may allocate or call what allocates: it runs inside malloc. So the calls are made to the kernel directly.
+// Nothing here may allocate or call anything that allocates: it runs inside malloc. So system calls are made directly.
 #include "preload/fault_page.h"
 
 #include <fcntl.h>
@@ -21,7 +20,7 @@
 #include <ctime>
 
 extern "C" {
-// The C library's own, which the ones below replace.
+// The C library's own functions, which those below replace.
 void* __libc_malloc(std::size_t size);                           // NOLINT
 void* __libc_calloc(std::size_t count, std::size_t size);        // NOLINT
 void* __libc_realloc(void* memory, std::size_t size);            // NOLINT
@@ -63,8 +62,8 @@ void raise(int signal) noexcept {
     ::syscall(SYS_kill, ::syscall(SYS_getpid), signal);
 }
 
-// Puts a socket without a peer in the place of this one, of which nothing is left then: its peer sees a reset if anything it sent
-// was not read, else the end.
+// Replaces this socket with one that has no peer, and closes the original: its peer sees a reset if anything that it sent was
+// not read, else the end of the stream.
 void cutOff(int fd) noexcept {
     int pair[2];
     if (::syscall(SYS_socketpair, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, pair) != 0) return;
@@ -75,7 +74,7 @@ void cutOff(int fd) noexcept {
 
 constexpr int noSocket = -1;
 
-// Makes the call, unless it is to go wrong. `make(true)`: as short as it can be.
+// Makes the call, unless it is to fail. `make(true)`: as short as possible.
 template <class Make>
 long through(Call call, int fd, Make make) noexcept {
     int error = 0;
