@@ -1,9 +1,9 @@
-// An upstream service comes and goes any number of times, and with it the API that the bridges send through. Both tasks run on
-// the worker of the service's manager, which is that of the bridges too, so neither races with a bridge's own work.
+// An upstream service starts and ends any number of times, and with it the API that the bridges send through. Both tasks run on
+// the worker of the service's manager. The bridges use the same worker, so the tasks do not race with them.
 //
-// The dead task may run twice for one loss, once for the service's disappearance from the registry and once for its connection's
-// end; detaching what is detached does nothing. Requests that were under way upstream need no help from here: the API ends each
-// of them.
+// The dead task may run twice for one loss: once when the service disappears from the registry, and once when its connection
+// ends. Detaching what is detached does nothing. Requests that were in flight upstream need no help from here: the API ends
+// each of them.
 #include "availability_tasks.h"
 
 #include <exception>
@@ -24,7 +24,7 @@ namespace {
 constexpr int progress = 2;
 constexpr int failure = 4;
 
-// Runs a task's body; nothing leaves it. `task`: "aliveTask" or "deadTask".
+// Runs a task's body; no exception leaves it. `task`: "aliveTask" or "deadTask".
 template <class Body>
 void guarded(const char* task, const char* service, Body&& body) {
     try {
@@ -32,7 +32,7 @@ void guarded(const char* task, const char* service, Body&& body) {
     } catch (const std::exception& exception) {
         tracing::logCV(BENCH_Startup, failure, "HMX_STARTUP hmxtolubridge:main %s %s caught exception: %s ", task, service,
                        exception.what());
-        // The bridges would be without a service that is there, with nothing to tell them so again.
+        // Otherwise the bridges would be without a service that is there, and nothing would tell them again.
         if (dynamic_cast<const std::bad_alloc*>(&exception) != nullptr) {
             std::GlobalErrorHandler::doAbort("availability_tasks", task, exception.what());
         }

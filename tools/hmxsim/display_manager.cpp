@@ -1,4 +1,4 @@
-// A display stands in two places, in the list of displays and in its layer configuration; what is set on one is set on both.
+// A display occurs twice, in the list of displays and in its layer configuration. A change to one is made to both.
 #include "display_manager.h"
 
 #include <charconv>

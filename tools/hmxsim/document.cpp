@@ -1,8 +1,9 @@
-// The parser is a packaged one; it tells its values apart but not their places. It reads its input through an iterator that
-// counts lines as they pass, so the line of a value is that of the last character read when the value is reported: the parser
-// reads ahead by at most the one character behind a number, and that is on the number's line even if it is the line's end.
+// The JSON parser comes from a package. It reports values but not their places. It reads its input through an iterator that
+// counts lines as they pass, so the line of a value is the line of the last character read when the value is reported: the
+// parser reads ahead by at most the one character after a number, and that is still on the number's line, even if it is the
+// line's end.
 //
-// What a record may hold is what its table says, so that a record can grow a member and every world file may have it.
+// What a record may contain is what its table says, so a record can gain a member and every world file may have it.
 #include "document.h"
 
 #include <algorithm>

@@ -1,5 +1,5 @@
-// Reproducible means that the draws of one answer do not depend on anything but the answers before it: which outcomes a rule has
-// is fixed when it is set, and an answer that is not hit draws no more than that it is not.
+// Reproducible means that the random choices for one answer depend on nothing but the answers before it. So the outcomes of a
+// rule are fixed when the rule is set, and for an answer that is not affected nothing is drawn except that decision.
 #include "faults.h"
 
 namespace hmxsim {

@@ -1,6 +1,6 @@
-// Regions are kept as they came, one set for each HMI and component of it; what the getters give is made from these sets each
-// time. A region without an id gets one when it comes, and a region that takes the place of another in its set takes its id too,
-// so that sending the same set again changes nothing.
+// Regions are kept as they came, one set for each HMI and subcomponent; the getters compute their answers from these sets each
+// time. A region without an id is given one when it arrives. A region that takes another one's place in its set also takes its
+// id, so sending the same set again changes nothing.
 #include "input_manager.h"
 
 #include <algorithm>
@@ -24,7 +24,7 @@ Response noDisplay(const Call& call) {
     return notFound("no such display: " + call.first);
 }
 
-// A layer's place from the back of the display, by its name or by its id in decimal; the smallest number for an unknown one.
+// A layer's position from the back of the display, by its name or its id in decimal; the smallest number for an unknown layer.
 int depthOf(const kelo::hmx::displaymanager::DisplayLayers* configuration, const std::string& layer) {
     if (configuration != nullptr && configuration->layers && configuration->layers->infoForAllLayers) {
         for (const auto& candidate : *configuration->layers->infoForAllLayers) {
@@ -59,7 +59,7 @@ private:
 
 using Layers = std::vector<upstream::HapticAndInputInfoPerLayer>;
 
-// Gives regions that have no id those of the regions whose places they take.
+// Gives regions without an id the ids of the regions whose places they take.
 void keepIds(Layers& fresh, const Layers& replaced) {
     for (std::size_t layer = 0; layer < std::min(fresh.size(), replaced.size()); ++layer) {
         auto& regions = fresh[layer].inputRegions;
@@ -96,7 +96,7 @@ upstream::HapticAndInputInfoSorted sortedRegions(World& world, const InputDispla
 }
 
 const Route<InputManager> InputManager::routes[] = {
-    // The pattern of an HMI's regions fits the others too, so it comes last.
+    // The pattern for an HMI's regions matches the other paths too, so it comes last.
     {retrieve, "/*/proximity", &InputManager::proximity},
     {retrieve, "/*/shutter", &InputManager::shutter},
     {retrieve, "/*/force", &InputManager::force},
@@ -136,7 +136,7 @@ Response InputManager::regionsOfDisplay(const Call& call) {
     return display != nullptr ? valueFor(call.request, sortedRegions(world_, *display, call.second)) : noDisplay(call);
 }
 
-// An HMI that has no regions is not told apart from one that does not exist.
+// An HMI without regions and one that does not exist get the same answer.
 Response InputManager::regionsOfHmi(const Call& call) {
     return regionsOfDisplay(call);
 }

@@ -23,7 +23,7 @@ std::string displayName(int number) {
                                                    : "Display_" + std::to_string(number);
 }
 
-// Draws what makes one world differ from another. Thread: one at a time.
+// Makes the random choices that distinguish one world from another. Thread: one at a time.
 class Maker {
 public:
     explicit Maker(std::uint64_t seed) : random_{seed} {}

@@ -5,9 +5,9 @@
 //     {"at_ms": 900, "fault": "popupmanager", "value": {"delay_ms": 50, "count": 3}}
 //     {"at_ms": 950, "insert" | "update" | "delete": "<path of the control service>", "value": {…}}
 //
-// Beside them may stand: "jitter_ms", up to which a drawn time is added; "every_ms" and "times", which repeat the step; "chance",
-// from 0 to 1, that it happens at all; and, in place of "value", "values", of which one is drawn. Each repetition draws for
-// itself.
+// It may also have: "jitter_ms", up to which a random time is added; "every_ms" and "times", which repeat the step; "chance",
+// from 0 to 1, the probability that it happens; and, instead of "value", "values", one of which is chosen at random. Each
+// repetition makes its own random choices.
 #include "plan.h"
 
 #include <algorithm>
@@ -165,7 +165,7 @@ void PlanRunner::wait(std::uint64_t number, const Running& running) {
     timers_.at(running.start + running.plan[running.next].at, [this, number] { runDue(number); });
 }
 
-// A step may cancel all plans, this one among them, so the plan is looked for again after each.
+// A step may cancel all plans, including this one, so the plan is looked up again after each step.
 void PlanRunner::runDue(std::uint64_t number) {
     for (;;) {
         const auto entry = running_.find(number);

@@ -21,7 +21,7 @@ bool passes(const kelo::optional<T>& wanted, const kelo::optional<T>& actual) {
     return !wanted || (actual && *actual == *wanted);
 }
 
-// An absent member of the popup passes no filter on it.
+// A filter on a member that the popup does not have does not match.
 bool passes(const upstream::PopupStateFilter& filter, const upstream::Popup& popup) {
     return passes(filter.slot, popup.slot) && passes(filter.isFullscreen, popup.isFullscreen) &&
            passes(filter.requested, popup.requested) && passes(filter.active, popup.active) &&

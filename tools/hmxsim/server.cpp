@@ -1,6 +1,6 @@
-// The runtime hands requests to the services on its own threads, and these hand them to the worker, which owns everything else:
-// the world, the open requests, what is published. The end goes against the stream: first nothing is published any more, then the
-// runtime goes, then the timers, and the worker drains last.
+// The runtime hands requests to the services on its own threads. The services hand them to the worker, which owns everything
+// else: the world, the open requests, what is published. Shutting down goes the other way: first nothing is published any more,
+// then the runtime ends, then the timers, and the worker drains last.
 #include "server.h"
 
 #include <unistd.h>

@@ -1,12 +1,14 @@
-// Requests arrive on the runtime's threads and are numbered there; all else happens on the worker, in the order of arrival, so a
-// cancellation finds its request begun. The number is the request's handle, and everything that comes later (a change, a delayed
-// answer, a cancellation) names the request by it: what is over by then is simply not found.
+// Requests arrive on the runtime's threads and get a number there. Everything else happens on the worker, in the order of
+// arrival, so a cancellation finds its request already begun. The number is the request's handle. Everything that comes later
+// (a change, a delayed answer, a cancellation) names the request by its number; if the request is over by then, it is not
+// found.
 //
-// An open retrieve is its question kept: whenever the world may have changed, the manager is asked again, once for all watchers
-// that ask the same, and the answer is sent if it is another one. An element that is gone ends its watchers with the error.
+// An open retrieve is kept as the question that it asked. Whenever the world may have changed, the manager is asked again, once
+// for all watchers with the same question, and the answer is sent if it is different. When an element has gone, its watchers
+// end with the error.
 //
-// A fault hits an answer on its way out. Silence keeps the request open, since giving its responder up would be an answer of its
-// own.
+// A fault affects an answer on its way out. Silence keeps the request open, because destroying its responder would be an
+// answer, too.
 #include "service.h"
 
 #include <algorithm>
@@ -76,7 +78,7 @@ void Service::refresh() {
         Response answer;
         std::vector<Number> watchers;
     };
-    // Sending ends requests, and with its last watcher a view: what is to be sent is settled first.
+    // Sending ends requests, and a view ends with its last watcher. So what is to be sent is determined first.
     std::vector<Change> changes;
     for (auto& [question, view] : views_) {
         Response answer = manager_.answer(view.request);

@@ -4,8 +4,8 @@
 //      "inputmanager": {"displays": ["Driver_Display", InputDisplay…]},
 //      "popupmanager": {"displays": {"Driver_Display": [Popup…]}}}
 //
-// The elements are the records that go over the wire, by the same tables, but nothing is skipped: what the table does not name is
-// refused. Elements that clients could not tell apart are refused too.
+// The elements are the records that go over the wire, read with the same tables, but nothing is skipped: a key that the table
+// does not have is refused. Elements that clients could not tell apart are refused, too.
 #include "world_file.h"
 
 #include <cstdint>
@@ -49,7 +49,7 @@ void readDisplayManager(const Document& document, const Node& part, const std::s
     });
 }
 
-// A display's regions are told apart by their ids, whichever HMI's they are, and its HMIs by name and component.
+// A display's regions are identified by their ids, whatever their HMI, and its HMIs by name and subcomponent.
 void refuseRepeatedRegions(const Document& document, const Node& display, const std::string& path) {
     std::map<std::int64_t, int> lines;
     std::set<std::pair<std::string, std::string>> hmis;

@@ -1,14 +1,16 @@
-// A client's manager tracks its path for the life of the process. The first sighting of the service opens a resolver; that stays
-// open and reports every later incarnation by itself, so a service that restarts is resolved again without a second one. A
-// provider's manager publishes its composed service and hears of its own registration through the same tracker.
+// A client's manager tracks its path for the life of the process. When the service first appears, the manager opens a resolver.
+// The resolver stays open and reports every later incarnation by itself, so a service that restarts is resolved again without a
+// second one. A provider's manager publishes its composed service and hears about its own registration through the same
+// tracker.
 //
 //   added ──▶ (first time) open resolver          resolved ──▶ aliveTask          gone ──▶ release, deadTask
 //         └─▶ availableTask                                                     removed ──▶ deadTask
 //
-// Threads. The runtime calls tracker and resolver on threads of its own, even before the call that made the handle has returned;
-// the worker reads info and API in its tasks; main makes and unmakes handles. So every member that more than one of them touches
-// is atomic or, the info, behind the tracker's lock, and no lock is held while anybody is called. Order is the worker's: the
-// tasks run there one after another, and a task takes the API as it is then, not as it was when the task was queued.
+// Threads. The runtime calls tracker and resolver on threads of its own, even before the call that created the handle has
+// returned. The worker reads info and API in its tasks. Main creates and removes handles. So every member that more than one of
+// them touches is atomic or, in the case of the info, guarded by the tracker's lock, and no lock is held during a callback. The
+// worker determines the order: tasks run there one after another, and a task uses the API as it is then, not as it was when the
+// task was queued.
 #include "service_tracker.h"
 
 #include <utility>
