@@ -6,12 +6,12 @@
 
 #include <cstring>
 
-// One inotify instance a watch: beginning anew drops whatever the old one still had to say, so that no report of a directory that
-// is gone is taken for one of its successor.
+// There is one inotify instance per watch. Starting anew drops whatever the old one still had to report, so no report about a
+// directory that is gone is taken for one about its successor.
 //
-// A directory's own word that it was removed is not to be waited for: the kernel gives it when nothing refers to the directory
-// any more, and every connection made through a socket that stood in it does. So the directory above is watched too, which
-// reports the removal of the name at once, and the name is compared with what is watched.
+// The directory's own report of its removal comes too late: the kernel sends it when nothing refers to the directory any more,
+// and every connection made through a socket in it does. So the parent directory is watched, too. It reports the removal of the
+// name at once, and the name is compared with what is watched.
 
 namespace kelo::runtime {
 

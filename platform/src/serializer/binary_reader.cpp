@@ -7,13 +7,15 @@
 
 #include "serializer/utf8.h"
 
-// A value is decoded once, however often it is looked at before it is read: callers peek for null, or for a type, and then read.
+// A value is decoded once, however often it is looked at before it is read: callers peek for null, or for a type, and then
+// read.
 //
-// A length is believed only as far as there are bytes, and nothing is allocated by it. A container of known length keeps the
-// number of entries that it still owes, which an entry's end pays; one of unknown length, which only CBOR has, ends at its break.
-// A break anywhere else begins no value, so a map can not end between a key and its value.
+// A length is believed only as far as there are bytes, and nothing is allocated because of it. A container of known length
+// keeps the number of entries that are still to come; the end of each entry reduces it. A container of unknown length, which
+// only CBOR has, ends at its break. A break anywhere else does not begin a value, so a map cannot end between a key and its
+// value.
 //
-// What is skipped is checked like what is read, but for one thing: any value may be the key of a map that nobody looks into.
+// Skipped values are checked like values that are read, with one exception: in a map that nobody reads, any value may be a key.
 
 namespace kelo::serializer {
 namespace {

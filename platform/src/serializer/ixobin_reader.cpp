@@ -6,11 +6,12 @@
 
 #include "serializer/utf8.h"
 
-// RFC 8949, item by item, through libcbor's streaming decoder: lengths known and unknown, every width of a number, half floats,
-// tags. Simple values that nobody has assigned are well-formed too, but unknown to the decoder; they are told here.
+// Reads RFC 8949 item by item through libcbor's streaming decoder: known and unknown lengths, every width of a number, half
+// floats, tags. Unassigned simple values are well-formed, too, but the decoder does not know them; they are recognised here.
 //
-// Tags say what a value means, and mean little to us: they are passed over, but for a UUID's (37, on 16 bytes). A text of unknown
-// length is put together; each of its pieces is text by itself, so that no character may be cut in two.
+// Tags say what a value means, and nearly all of them mean nothing here: they are skipped, except that of a UUID (37, on 16
+// bytes). A text of unknown length is assembled from its pieces. Each piece must be valid text by itself, so no character is
+// split between two pieces.
 
 namespace kelo::serializer {
 namespace {

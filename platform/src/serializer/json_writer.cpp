@@ -10,13 +10,13 @@
 #include "serializer/json_text.h"
 #include "serializer/utf8.h"
 
-// RFC 8259. Only what must be escaped is: the quote, the backslash and control characters; everything else goes out as it is, in
-// runs as long as possible. Nearly no text here has anything to escape or is not ASCII: it is looked at while it is copied, and
-// only what turns out to be unusual is gone through again. Numbers are the shortest text that reads back as the same value. One
-// with a fraction, were it only ".0", has a point or an exponent: else it would read back as an integer, of which there is no -0
-// and, beyond 64 bits, none at all.
+// Writes RFC 8259. Only what must be escaped is escaped: quotes, backslashes and control characters. Everything else is copied
+// in runs as long as possible. Hardly any text here contains anything to escape or is not ASCII, so it is checked while it is
+// copied, and only unusual text is processed again. Numbers are written as the shortest text that reads back as the same value.
+// A number with a fraction, even ".0", has a point or an exponent; otherwise it would read back as an integer, and there is no
+// integer -0 and none beyond 64 bits.
 //
-// UTF-8 is checked after a string is written: what is not ASCII is rare, and a document that fails is dropped anyway.
+// UTF-8 is checked after a string is written: non-ASCII text is rare, and a document that fails is dropped anyway.
 
 namespace kelo::serializer {
 namespace {

@@ -3,9 +3,9 @@
 #include <array>
 #include <bit>
 
-// Every form of the format is read, canonical or not. A value begins with a byte that says its form; most forms go on with a
-// big-endian number, which is the value itself, the length of what follows it, or a container's count. Bytes and extensions have
-// no place in our documents: they are skipped, and refused where a value is wanted.
+// Reads every form of the format, canonical or not. The first byte of a value tells its form. Most forms continue with a
+// big-endian number: the value itself, the length of what follows, or the number of entries of a container. Our documents have
+// no use for bytes and extensions: they are skipped, and refused where a value is expected.
 
 namespace kelo::serializer {
 namespace {

@@ -6,9 +6,9 @@
 
 #include "serializer/utf8.h"
 
-// A container's header holds its count, which is known only at its end. A 16-bit header is written first and filled in later; the
-// rare container with more than 65,535 entries has its header widened by moving what stands behind it. Numbers and strings take
-// the shortest form that there is.
+// A container's header contains its count, which is known only at the end. A 16-bit header is written first and filled in
+// later. The rare container with more than 65,535 entries gets a wider header by moving everything after it. Numbers and
+// strings take the shortest form.
 
 namespace kelo::serializer {
 namespace {
