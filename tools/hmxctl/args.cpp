@@ -1,5 +1,5 @@
-// The command line is declared to CLI11 from the table of verbs. What is no option is left to the verbs as words: CLI11 would
-// take apart a JSON array given as one. Global options are accepted before and behind the verb.
+// CLI11 gets the command line declared from the table of verbs. Words that are not options are left to the verbs: CLI11 would
+// take apart a JSON array given as one. Global options are accepted before and after the verb.
 
 #include "args.h"
 

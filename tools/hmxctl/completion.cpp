@@ -1,5 +1,5 @@
-// The shells' scripts hand the line to the hidden verb __complete and offer what it prints, so that everything there is to know
-// about the command line stands here once. A candidate that ends in "/" or "=" is a beginning: no blank follows it.
+// The shells' scripts pass the line to the hidden verb __complete and offer what it prints, so all knowledge about the command
+// line is in one place. A candidate that ends in "/" or "=" is a beginning: no space follows it.
 
 #include "completion.h"
 

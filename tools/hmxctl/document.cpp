@@ -1,9 +1,9 @@
-// The tree is nlohmann's ordered JSON. All three encodings are read with the platform's pull readers, so that their bounds
-// (depth, UTF-8, no trailing bytes) are this tool's bounds too, and a document means the same here as in the services.
+// The tree is nlohmann's ordered JSON. All three encodings are read with the platform's pull readers, so their limits (depth,
+// UTF-8, no trailing bytes) apply to this tool, too, and a document means the same here as in the services.
 //
-// Single-precision numbers: the binary encodings carry a float as 32 bits, the JSON one as the shortest text that reads back as
-// the same float. The readers hand out doubles. A double of a binary document that is exactly a float is therefore given the
-// float's shortest text, so that 59.94 is shown as 59.94 in every encoding and not as 59.939998626708984.
+// Single-precision numbers: the binary encodings write a float as 32 bits, the JSON one as the shortest text that reads back as
+// the same float. The readers return doubles. So a double of a binary document that is exactly a float gets the float's
+// shortest text, and 59.94 is shown as 59.94 in every encoding, not as 59.939998626708984.
 
 #include "document.h"
 

@@ -1,11 +1,11 @@
-// The runtime is made when the first service is wanted, and every service is tracked and resolved once. A resolver hears on the
-// runtime's thread; what it heard is kept under the lock, on which the command waits.
+// The runtime is created when the first service is needed, and every service is tracked and resolved once. A resolver is called
+// on the runtime's thread. What it reports is kept under the lock that the command waits on.
 //
-// How long to wait for a service that does not answer: as long as the command line says. Where it says nothing: one that has no
-// place in the domain cannot be there (but for names too long to be read back from the directory, which a short wait allows for);
-// one that has may be a socket that its owner's death left behind. Once that has been said, further waits last as long as the
-// caller wants, so that a watch hears of a return at once. Verbs that look for a service again and again (watch, wait) want to
-// hear of its absence at once, whatever was said. A directory that is not there yet is looked for, not made: this is no service.
+// How long to wait for a service that does not answer: as long as the command line says. If it says nothing: a service without
+// a socket in the domain cannot be there (except for names too long to be read back from the directory, for which a short wait
+// allows); one with a socket may be a leftover of a dead owner. Once that has been reported, further waits last as long as the
+// caller wants, so a watch notices a return at once. Verbs that look for a service again and again (watch, wait) want to know
+// of its absence at once, whatever the command line says. A missing directory is looked for, not created: this is no service.
 
 #include "services.h"
 

@@ -1,7 +1,7 @@
-// Life of a subscription. Closed: the pause runs; then everything is found again from the start, service, id and displays alike,
-// since a service that came back has forgotten all of it. Open: events are taken from the inbox. Of several requests (one for
-// each display) the update is put together once all of them have answered; the end of one ends all. Requests are numbered
-// through, so that an event of a closed one that was still under way is recognised and dropped.
+// The life of a subscription. Closed: the pause runs; then everything is looked up again from the start (service, id and
+// displays), because a service that came back has forgotten all of it. Open: events are taken from the inbox. If there are
+// several requests (one per display), the update is assembled once all of them have answered; the end of one ends all. Requests
+// are numbered consecutively, so an event of a closed request that was still under way is recognised and dropped.
 
 #include "subscription.h"
 

@@ -1,5 +1,5 @@
-// `insert`, `update` and `delete`: what changes elements. Bodies are checked here before they are sent, where the path of a bad
-// field can be named in the words of the one who typed it.
+// `insert`, `update` and `delete`. Bodies are checked here before they are sent, where the path of a bad field can be named in
+// the words that were typed.
 
 #include "elements.h"
 #include "parameters.h"

@@ -1,4 +1,4 @@
-// `describe`: what the records' tables and the services' routes say, for people or as a document.
+// `describe`: what the records' tables and the services' routes contain, for people or as a document.
 
 #include "context.h"
 #include "elements.h"

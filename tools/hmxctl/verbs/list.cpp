@@ -1,5 +1,5 @@
-// `list`: the elements of a resource. With -o json a list that is one request is printed as it came; that of all displays'
-// popups, which is several, as one page made of them.
+// `list`: the elements of a resource. With -o json, a list that is one request is printed as it came. The list of all displays'
+// popups is several requests, and is printed as one page.
 
 #include "elements.h"
 #include "parameters.h"

@@ -1,4 +1,4 @@
-// `services`: who is in the domain.
+// `services`: the services of the domain.
 
 #include "render.h"
 #include "suggest.h"

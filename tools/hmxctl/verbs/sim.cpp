@@ -1,4 +1,4 @@
-// `sim`: what the control service of the simulator takes, in the words of the command line. It speaks JSON alone.
+// `sim`: the simulator's control service, on the command line. It speaks only JSON.
 
 #include <algorithm>
 #include <cctype>

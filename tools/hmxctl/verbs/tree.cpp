@@ -1,4 +1,4 @@
-// `tree`: what stands on which display.
+// `tree`: what is on which display.
 
 #include "tree.h"
 

@@ -1,4 +1,4 @@
-// `uuid`: ids and URIs by the rules of the resources, without asking anybody.
+// `uuid`: ids and URIs by the rules of the resources, without asking a service.
 
 #include "kelo/uuid.h"
 #include "elements.h"

@@ -1,4 +1,4 @@
-// `wait`: until an expression over an element's members holds.
+// `wait`: until an expression about an element's members is true.
 
 #include "elements.h"
 #include "expression.h"

@@ -1,8 +1,8 @@
 // `watch`: a resource or an element as it changes.
 //
-// Events: `snapshot` is the state when the watch begins and after every return of the source; `changed` is an element that is new
-// or differs, `removed` one that is gone; `source-down` and `source-up` come in turn, the latter before the snapshot of the
-// return. A source that is away from the start is down first. Nothing that stays the same between two states is an event.
+// Events: `snapshot` is the state when the watch begins and after every return of the source. `changed` is an element that is
+// new or different, `removed` one that is gone. `source-down` and `source-up` alternate; the latter comes before the snapshot
+// of the return. A source that is away from the start is down first. What stays the same between two states is not an event.
 
 #include <sys/time.h>
 
