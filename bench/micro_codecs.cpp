@@ -1,4 +1,4 @@
-// What becomes of an answer on its way through the bridge: the upstream list is read, made a page, and the page is written.
+// An answer on its way through the bridge: the upstream list is read, turned into a page, and the page is written.
 #include <benchmark/benchmark.h>
 
 #include "core/documents.h"

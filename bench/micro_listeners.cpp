@@ -1,4 +1,4 @@
-// The cache of region configurations: what a change costs with many who listen to it, and with many others stored.
+// The cache of region configurations: the cost of a change with many listeners, and with many other configurations stored.
 #include <benchmark/benchmark.h>
 
 #include <memory>

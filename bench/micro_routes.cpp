@@ -1,4 +1,4 @@
-// The way of a request through its resource service: route, id, parameters, handler.
+// A request's path through its resource service: route, id, parameters, handler.
 #include <benchmark/benchmark.h>
 
 #include <memory>

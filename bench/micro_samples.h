@@ -1,4 +1,4 @@
-// What the benchmarks of the parts work on: as many displays as wanted, and the page that is made of them.
+// What these benchmarks work on: any number of displays, and the page made of them.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
 // The bridge's job over gRPC: a relay between a client and an upstream service over Unix sockets, all three with the callback
-// interface, with the page made by RapidJSON. One program in three roles:
+// interface, with the page made by RapidJSON. One program with three roles:
 //
 //     peer_grpc upstream|relay DIR
 //     peer_grpc client DIR [KEY=VALUE...]          prints what it measured

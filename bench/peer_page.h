@@ -1,4 +1,4 @@
-// What a relay does that is written with RapidJSON: the page of displays from what the display manager answers.
+// What a relay written with RapidJSON does: it makes the page of displays from the display manager's answer.
 #pragma once
 
 #include <rapidjson/stringbuffer.h>

@@ -1,12 +1,12 @@
-// The bridge's job over D-Bus: a relay between a client and an upstream service on a private bus, all three over sd-bus, with the
-// page made by RapidJSON. One program in four roles:
+// The bridge's job over D-Bus: a relay between a client and an upstream service on a private bus, all three over sd-bus, with
+// the page made by RapidJSON. One program with four roles:
 //
 //     peer_sdbus broker DIR                        becomes a dbus-broker whose clients meet at DIR/bus
 //     peer_sdbus upstream|relay DIR
 //     peer_sdbus client DIR [KEY=VALUE...]         prints what it measured
 //
-// The relay has one thread, which is the least that such a relay can cost: sd-bus leaves it to its users to hand requests over,
-// and this one hands nothing over.
+// The relay has one thread, which is the cheapest way to write it: sd-bus leaves hand-overs to its users, and this relay makes
+// none.
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <systemd/sd-bus.h>

@@ -1,5 +1,5 @@
-// The peers of the road's measures, and its floor: one program that plays the roles of road_roles.h. All measured figures stand
-// in one JSON object on standard output.
+// The peers for measuring the path of a request, and the floor: one program with the roles in road_roles.h. It prints all
+// figures as one JSON object on standard output.
 #include <cstdio>
 #include <string>
 

@@ -1,6 +1,5 @@
-// The relay has the bridge's hand-overs: its I/O thread reads, a worker writes; an answer comes back the same way. What it saves
-// is everything else: frames are forwarded as they are, and each answer is padded to the size of the one that the bridge makes
-// of it.
+// The relay makes the bridge's hand-overs: its I/O thread reads, a worker writes, and an answer comes back the same way. It
+// does nothing else: frames are forwarded as they are, and each answer is padded to the size of the bridge's answer.
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>

@@ -1,4 +1,4 @@
-// The wire of docs/wire.md, spoken by hand over blocking sockets: it costs little, and the same whatever stands between the
+// The protocol of docs/wire.md, written by hand over blocking sockets: it costs little, and the same whatever is between the
 // peers.
 #pragma once
 

@@ -1,4 +1,4 @@
-// What the measured programs have in common: options, what upstream answers, and how latencies become figures.
+// What the measured programs share: options, the upstream's answers, and how latencies become figures.
 #pragma once
 
 #include <chrono>

@@ -1,5 +1,5 @@
-// Any bytes as the body of each request that has one, and as each upstream answer: what is read is written, in every encoding,
-// and read again as the same.
+// Any bytes as the body of each request that has one, and as each upstream answer: what can be read is written in every
+// encoding and must read back as the same.
 #include <string>
 
 #include "hmx/displaymanager/display_layers_array_inner.h"

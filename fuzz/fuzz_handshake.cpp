@@ -1,6 +1,6 @@
-// Any bytes as what a peer says from the first on: to a provider's end of a connection, or to a consumer's that has asked
-// something. The bytes arrive in pieces, and the peer may read or not; whatever it does, requests end at most once, and all of
-// them in the end.
+// Any bytes as everything that a peer sends: to the provider's end of a connection, or to a consumer's end that has sent a
+// request. The bytes arrive in pieces, and the peer may read or not. Whatever it does, each request ends at most once, and in
+// the end all have ended.
 #include <sys/socket.h>
 #include <unistd.h>
 

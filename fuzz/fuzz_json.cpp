@@ -1,4 +1,4 @@
-// Any bytes as JSON; an independent parser must be of the same opinion.
+// Any bytes as JSON; an independent parser must come to the same result.
 #include <algorithm>
 
 #include "walk.h"

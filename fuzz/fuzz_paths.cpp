@@ -1,5 +1,5 @@
-// Any bytes as a path and a pattern, divided by the first end of a line: what is encoded is decoded again, and what matches has
-// parts.
+// Any bytes as a path and a pattern, separated by the first end of line: what is encoded decodes to the same, and what matches
+// has parts.
 #include <cstdlib>
 #include <string>
 #include <string_view>

@@ -1,5 +1,5 @@
-// Gives a fuzzer the files of a corpus, one by one, in a build that has no fuzzing engine: what once broke something is tried for
-// ever.
+// Gives a fuzzer the files of a corpus, one by one, in a build without a fuzzing engine: what once broke something is tried in
+// every run of the tests.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

@@ -1,4 +1,4 @@
-// What every fuzzer of an encoding checks, whatever the bytes are.
+// What every fuzzer of an encoding checks, for any bytes.
 #pragma once
 
 #include <cstdio>
