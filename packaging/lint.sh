@@ -13,9 +13,11 @@ list() {
 }
 mapfile -t sources < <(list '*.h' '*.cpp')
 mapfile -t scripts < <(list '*.sh' .ci/run)
+mapfile -t typed < <(list 'examples/*.py')
 
 printf '%s\0' "${sources[@]}" | xargs -0 -n 16 -P "$jobs" clang-format --dry-run -Werror || failed=1
 shellcheck "${scripts[@]}" || failed=1
+mypy --strict --no-error-summary --cache-dir=/dev/null "${typed[@]}" || failed=1
 python3 packaging/house_rules.py "${sources[@]}" || failed=1
 python3 packaging/tidy.py "$build" "$jobs" "${sources[@]}" || failed=1
 [ "$failed" -eq 0 ] && echo "lint: ${#sources[@]} sources and ${#scripts[@]} scripts are clean"
