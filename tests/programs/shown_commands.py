@@ -94,6 +94,7 @@ def main():
         # As after `make build`, whatever is built in truth.
         Path(folder, "build").mkdir()
         Path(folder, "build/release").symlink_to(build)
+        Path(folder, "examples").symlink_to(Path(__file__).resolve().parents[2] / "examples")
         environment = dict(os.environ, TMPDIR=folder, LC_ALL="C.UTF-8", TERM="dumb")
         for name in ("KELO_RUNTIME_DIR", "KELO_TRACE", "XDG_RUNTIME_DIR"):
             environment.pop(name, None)
