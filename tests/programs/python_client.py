@@ -111,7 +111,7 @@ def check_watch(cockpit, client, complaints):
             (lost,), said = kinds(one, 1)
             complaints.unless(said == ["Lost"] and lost.error.outcome is hmx.Outcome.UNKNOWN, f"{program}: {lost}")
             begun = time.monotonic()
-            complaints.unless(one.next(0.3) is None and 0.3 <= time.monotonic() - begun < 2, "a limited wait takes its own time")
+            complaints.unless(one.next(0.3) is None and 0.3 <= time.monotonic() - begun < 5, "a limited wait takes its own time")
             cockpit.start(program, *words)
             (_, snapshot), said = kinds(one, 2)
             complaints.unless(said == ["Back", "Snapshot"] and snapshot.elements[0]["name"] == "Volume", f"{program} returned: {said}")
@@ -140,16 +140,16 @@ def check_limits(cockpit, client, complaints):
                               (lambda: client.update(VOLUME, requested=False, timeout=0.3), hmx.Outcome.UNKNOWN),
                               (lambda: hmx.connect(runtime_dir=runtime, timeout=0.3), hmx.Outcome.NOT_SENT)):
             error, took = failure(call)
-            complaints.unless(isinstance(error, hmx.Timeout) and error.outcome is outcome and 0.3 <= took < 2, f"stopped: {error!r} {took}")
+            complaints.unless(isinstance(error, hmx.Timeout) and error.outcome is outcome and 0.3 <= took < 5, f"stopped: {error!r} {took}")
             complaints.unless(outcome.value in str(error) and "0.3 s" in str(error), f"stopped: {error}")
     finally:
         process.send_signal(signal.SIGCONT)
     complaints.unless(len(client.retrieve("displays")) == 3, "what came too late was taken for the answer")
     cockpit.stop("hmxtolubridge", signal.SIGKILL)
     error, took = failure(lambda: client.retrieve("displays", timeout=0.4))
-    complaints.unless(isinstance(error, hmx.ServiceAbsent) and took < 2, f"absent: {error!r} {took}")
+    complaints.unless(isinstance(error, hmx.ServiceAbsent) and took < 5, f"absent: {error!r} {took}")
     error, took = failure(lambda: list(client.watch("displays", give_up=0.4)))
-    complaints.unless(isinstance(error, hmx.ServiceAbsent) and 0.4 <= took < 2, f"given up: {error!r} {took}")
+    complaints.unless(isinstance(error, hmx.ServiceAbsent) and 0.4 <= took < 5, f"given up: {error!r} {took}")
     cockpit.start("hmxtolubridge")
     complaints.unless(len(client.retrieve("displays", timeout=20)) == 3, "a call does not wait for the bridge to return")
 
@@ -226,12 +226,13 @@ def check_places(cockpit, _, complaints):
     """A directory whose sockets go by hashes, and the command line."""
     runtime = cockpit.directory / ("x" * max(1, 51 - len(str(cockpit.directory))))
     environment = dict(cockpit.environment, KELO_RUNTIME_DIR=str(runtime))
-    sim = subprocess.Popen(["hmxsim"], env=environment, stderr=subprocess.DEVNULL)
-    with hmx.connect("/hmxdisplaymanager", str(runtime), timeout=20, application="é" * 300) as client:
-        complaints.unless(client.status()["application"] == "hmxsim", "no status")
-        complaints.unless(list(runtime.glob("local/#*.sock")), "no socket's name is a hash")
-    sim.terminate()
-    sim.wait()
+    with subprocess.Popen(["hmxsim"], env=environment, stderr=subprocess.DEVNULL) as sim:
+        try:
+            with hmx.connect("/hmxdisplaymanager", str(runtime), timeout=20, application="é" * 300) as client:
+                complaints.unless(client.status()["application"] == "hmxsim", "no status")
+                complaints.unless(list(runtime.glob("local/#*.sock")), "no socket's name is a hash")
+        finally:
+            sim.terminate()
     environment = dict(cockpit.environment, PYTHONPATH=str(MODULE), PYTHONDONTWRITEBYTECODE="1")
     for line, code, word in (("list displays fields=resolution", 0, "1920"), ("list displays/Nope", 1, "404"),
                              ("watch displays/Nope", 1, "404"), ("id displays/Driver_Display", 0, "19243473"),
