@@ -41,7 +41,7 @@ TEST(IdMap, HoldsWhatAnOrderedMapHoldsWhateverTheOrderOfComingAndGoing) {
             }
         }
         std::size_t visited = 0;
-        map.forEach([&](const std::string&) { ++visited; });
+        map.forEach([&](std::uint64_t, const std::string&) { ++visited; });
         ASSERT_EQ(visited, model.size());
     }
 }

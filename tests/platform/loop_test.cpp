@@ -212,6 +212,33 @@ TEST_F(Lending, TimersArmedOnTheBorrowedThreadFireOnTheOwnOne) {
     run(borrower_, [&] { timer.reset(); });
 }
 
+TEST_F(Lending, WhatAnotherPostsToAWorkerThatIsHeldIsRunAfterwards) {
+    for (const bool isWoken : {false, true}) {
+        std::promise<void> held;
+        std::promise<void> posted;
+        std::promise<void> ran;
+        std::unique_ptr<kelo::net::Timer> timer;
+        // The borrower's own thread wakes while it is held, or sleeps on.
+        run(borrower_, [&] {
+            timer = std::make_unique<kelo::net::Timer>(borrower_.loop(), [] {});
+            if (isWoken) timer->arm(kelo::net::Clock::now() + std::chrono::milliseconds{30});
+        });
+        std::thread other{[&] {
+            held.get_future().get();
+            if (isWoken) std::this_thread::sleep_for(std::chrono::milliseconds{60});
+            kelo::post(borrower_, [&] { ran.set_value(); });
+            posted.set_value();
+        }};
+        EXPECT_TRUE(runOnLender([&] {
+            held.set_value();
+            posted.get_future().get();
+        }));
+        EXPECT_EQ(ran.get_future().wait_for(std::chrono::seconds{10}), std::future_status::ready) << isWoken;
+        other.join();
+        run(borrower_, [&] { timer.reset(); });
+    }
+}
+
 TEST_F(Lending, AWorkerMayEndWhileItIsHeld) {
     for (int i = 0; i < 200; ++i) {
         std::atomic<int> runs{0};

@@ -2,9 +2,11 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <deque>
 #include <filesystem>
@@ -99,8 +101,10 @@ struct Provider {
         void modified(const KeloServiceTrackerInfo&) override {}
         void removed() override {
             count.change([](int& n) { --n; });
+            removals.change([](int& n) { ++n; });
         }
         Watched<int> count;
+        Watched<int> removals;
     };
 
     Resource resource;
@@ -326,6 +330,126 @@ TEST_F(RuntimeTest, AReaderIsCalledOnItsOwnThreadAndMayBeGivenUp) {
     EXPECT_NE(late->get().thread, readerThread.get());
 }
 
+TEST_F(RuntimeTest, AReaderReadsEachIncarnation) {
+    comm::ActiveObject reader{"reader"};
+    Watched<std::thread::id> readerThread;
+    kelo::post(reader, [&] { readerThread.change([](auto& id) { id = std::this_thread::get_id(); }); });
+    Consumer consumer{directory.path(), &reader};
+    for (std::size_t round = 1; round <= 3; ++round) {
+        Provider provider{directory.path()};
+        ASSERT_TRUE(consumer.heard.waitFor([&](const auto& all) { return all.size() == round * 4 - 2; }));
+        const auto echo = consumer.ask("/r/echo", true, 1, "a");
+        EXPECT_EQ(ended(*echo), (Told{"next:a"}));
+        EXPECT_EQ(echo->get().thread, readerThread.get()) << round;
+        provider.runtime->stop();
+        ASSERT_TRUE(consumer.heard.waitFor([&](const auto& all) { return all.size() == round * 4; }));
+    }
+}
+
+// A provider made of bytes, for a consumer with a reader of its own.
+class CarriedReader : public RuntimeTest {
+protected:
+    // Accepts the consumer and says hello, and whatever else is to come with it.
+    RawPeer greet(const Bytes& more = {}) {
+        RawPeer peer = listener_.accept();
+        EXPECT_TRUE(peer.receive());
+        Bytes bytes = testing_support::helloFrame(servicePath);
+        bytes.insert(bytes.end(), more.begin(), more.end());
+        EXPECT_TRUE(peer.send(bytes));
+        return peer;
+    }
+    static Bytes answers(std::uint64_t id, int first, int count) {
+        Bytes all;
+        for (int i = first; i < first + count; ++i) {
+            Bytes body;
+            testing_support::appendCborHead(body, 5, 2);
+            testing_support::appendCborText(body, "$status");
+            testing_support::appendCborHead(body, 0, 200);
+            testing_support::appendCborText(body, "$mime-type");
+            testing_support::appendCborText(body, "plain/text");
+            const std::string value = std::to_string(i);
+            body.insert(body.end(), value.begin(), value.end());
+            const Bytes next = testing_support::frame(3, 0, id, body);
+            all.insert(all.end(), next.begin(), next.end());
+        }
+        return all;
+    }
+    bool hears(const std::string& what) {
+        return consumer.heard.waitFor([&](const auto& all) { return std::count(all.begin(), all.end(), what) > 0; });
+    }
+
+    testing_support::RawListener listener_{directory / socketFile};
+    comm::ActiveObject reader{"reader"};
+    Consumer consumer{directory.path(), &reader};
+};
+
+TEST_F(CarriedReader, ALossIsSeenHoweverMuchWasSaidBefore) {
+    for (const int strays : {0, 1, 31, 32, 33, 500}) {
+        consumer.heard.change([](auto& all) { all.clear(); });
+        greet(answers(99, 0, strays)).close();
+        EXPECT_TRUE(hears("removed")) << strays;
+    }
+}
+
+TEST_F(CarriedReader, WhatWasReceivedMovesWithTheConnection) {
+    constexpr int values = 400;
+    RawPeer peer = greet();
+    const auto events = consumer.ask("/r/open", false, values);
+    const std::uint64_t id = peer.receive().value().id;
+    // The end of a frame comes after the move, and more frames than are handled at a time are waiting for their turn during it.
+    const Bytes all = answers(id, 0, values);
+    const auto half = all.begin() + static_cast<std::ptrdiff_t>(all.size() / 2 + 5);
+    ASSERT_TRUE(peer.send(Bytes(all.begin(), half)));
+    consumer.runtime->closeResolver(consumer.resolver);
+    ASSERT_TRUE(peer.send(Bytes(half, all.end())));
+    const Told told = ended(*events);
+    ASSERT_EQ(told.size(), values);
+    for (int i = 0; i < values; ++i) EXPECT_EQ(told[static_cast<std::size_t>(i)], "next:" + std::to_string(i));
+    peer.close();
+    EXPECT_TRUE(hears("removed"));
+}
+
+TEST_F(CarriedReader, WhatIsBlockedIsSentAfterTheMoveToo) {
+    RawPeer peer = greet();
+    constexpr int requests = 8;
+    for (int i = 0; i < requests; ++i) consumer.ask("/r/open", true, 1, std::string(200'000, 'x'));
+    consumer.runtime->closeResolver(consumer.resolver);
+    for (int i = 0; i < requests; ++i) EXPECT_TRUE(peer.receive()) << i;
+}
+
+TEST_F(CarriedReader, AResolverMayBeClosedAndReopenedInItsOwnCallbacks) {
+    // Closed where the thread that calls back has just taken hold of the reader, and on the reader itself.
+    struct Closing final : IKeloRuntime::IKeloServiceResolver {
+        Closing(Consumer& owner, comm::ActiveObject& worker) : consumer{owner}, reader{worker} {}
+        void resolved(std::uint64_t handle, kelo::IKeloApi*) override {
+            kelo::postBrief(reader, [] {});
+            consumer.runtime->closeResolver(handle);
+            if (++rounds < 50) {
+                consumer.runtime->openResolver(consumer.info.get(), *this, &reader);
+                kelo::post(reader, [this] {
+                    consumer.runtime->closeResolver(consumer.runtime->openResolver(consumer.info.get(), *this, &reader));
+                });
+            } else {
+                done.change([](bool& value) { value = true; });
+            }
+        }
+        void gone() override {}
+        Consumer& consumer;
+        comm::ActiveObject& reader;
+        int rounds = 0;
+        Watched<bool> done;
+    };
+    RawPeer peer = greet();
+    ASSERT_NE(consumer.waitForApi(), nullptr);
+    Closing closing{consumer, reader};
+    consumer.runtime->openResolver(consumer.info.get(), closing, &reader);
+    ASSERT_TRUE(closing.done.waitFor([](bool value) { return value; }));
+    const auto events = consumer.ask("/r/open", false, 1);
+    ASSERT_TRUE(peer.send(answers(peer.receive().value().id, 0, 1)));
+    EXPECT_EQ(ended(*events), Told{"next:0"});
+    consumer.runtime->stop();
+}
+
 TEST_F(RuntimeTest, APathHasOneOwnerAndIsTakenOverWhenThatEnds) {
     auto first = std::make_unique<Provider>(directory.path());
     ASSERT_TRUE(first->published.count.waitFor([](int n) { return n == 1; }));
@@ -351,6 +475,7 @@ TEST_F(RuntimeTest, ADirectoryThatIsRemovedIsMadeAgainAndServicesReturn) {
         EXPECT_TRUE(testing_support::eventually([&] { return std::filesystem::remove_all(inner, error) > 0 && !error; }))
             << round;
         EXPECT_TRUE(testing_support::eventually([&] { return RawPeer{inner + "/" + socketFile}.isOpen(); })) << round;
+        EXPECT_TRUE(provider.published.removals.waitFor([&](int n) { return n == round + 1; })) << round;
     }
     Consumer after{inner};
     EXPECT_EQ(ended(*after.ask("/r/echo", true, 1, "again")), (Told{"next:again"}));
@@ -599,6 +724,71 @@ TEST_F(RuntimeTest, AClientThatNeverReadsItsAnswersIsCut) {
     const std::string large(200'000, 'x');
     for (const auto& responder : provider.resource.responders.get().all) responder->next(Response{200, text(large)});
     EXPECT_TRUE(peer.seesEnd());
+}
+
+TEST_F(RuntimeTest, AClientThatEndsItsSideIsAnsweredFirst) {
+    kelo::Limits limits;
+    limits.requestDeadline = std::chrono::milliseconds{500};
+    Provider provider{directory.path(), limits};
+    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    auto& responders = provider.resource.responders;
+    std::size_t asked = 0;
+    const auto ask = [&](bool oneShot) {
+        RawPeer peer{directory / socketFile};
+        peer.send(testing_support::helloFrame(servicePath));
+        peer.send(testing_support::requestFrame(1, "retrieve", "/r/open", oneShot));
+        EXPECT_TRUE(responders.waitFor([n = ++asked](const auto& all) { return all.size() == n; }));
+        EXPECT_EQ(peer.receive().value().type, 1);
+        return peer;
+    };
+    const auto answer = [&] { return responders.get().all.back()->next(Response{200, text("late")}); };
+    const auto pause = [] { std::this_thread::sleep_for(std::chrono::milliseconds{50}); };
+    for (const bool oneShot : {true, false}) {
+        RawPeer peer = ask(oneShot);
+        ::shutdown(peer.fd(), SHUT_WR);
+        pause();
+        EXPECT_TRUE(answer()) << "nothing further is wanted";
+        EXPECT_TRUE(peer.receive().value().bodyContains("late"));
+        EXPECT_TRUE(peer.seesEnd());
+    }
+    EXPECT_EQ(provider.resource.cancelled.get().size(), 0U);
+    RawPeer watching = ask(false);
+    EXPECT_FALSE(answer());
+    EXPECT_TRUE(watching.receive().value().bodyContains("late"));
+    ::shutdown(watching.fd(), SHUT_WR);
+    EXPECT_EQ(watching.receive().value().type, 5) << "a stream that has had a value is completed";
+    EXPECT_TRUE(watching.seesEnd());
+    RawPeer unanswered = ask(true);
+    ::shutdown(unanswered.fd(), SHUT_WR);
+    EXPECT_TRUE(unanswered.seesEnd()) << "within the deadline of a request";
+    RawPeer dying = ask(true);
+    ::shutdown(dying.fd(), SHUT_WR);
+    pause();
+    dying.close();
+    EXPECT_TRUE(provider.resource.cancelled.waitFor([](const auto& all) { return all.size() == 3; }));
+}
+
+TEST_F(RuntimeTest, AClientThatWasNotReadForAWhileIsReadAgain) {
+    kelo::Limits limits;
+    limits.queuedSoftBytes = 256U * 1024U;
+    Provider provider{directory.path(), limits};
+    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    RawPeer peer{directory / socketFile};
+    ASSERT_TRUE(peer.send(testing_support::helloFrame(servicePath)));
+    ASSERT_TRUE(peer.receive());
+    constexpr std::uint64_t requests = 64;
+    const std::string large(20'000, 'x');
+    std::thread sender{[&] {
+        for (std::uint64_t id = 1; id <= requests; ++id)
+            EXPECT_TRUE(peer.send(testing_support::requestFrame(id, "retrieve", "/r/echo", true, large)));
+    }};
+    std::this_thread::sleep_for(std::chrono::milliseconds{50});  // until nothing moves any more
+    for (std::uint64_t id = 1; id <= requests; ++id) {
+        const auto answer = peer.receive();
+        EXPECT_TRUE(answer && answer->id == id) << id;
+        if (!answer) break;
+    }
+    sender.join();
 }
 
 TEST_F(RuntimeTest, AClientThatGoesAwayCancelsWhatItHadOpen) {

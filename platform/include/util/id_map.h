@@ -55,11 +55,11 @@ public:
         return entry;
     }
 
-    // Calls visit(value) for each entry, in no order; `visit` takes none out and enters none.
+    // Calls visit(id, value) for each entry, in no order; `visit` takes none out and enters none.
     template <class Visit>
     void forEach(Visit visit) {
         for (Place& place : places_) {
-            if (place.value) visit(*place.value);
+            if (place.value) visit(place.id, *place.value);
         }
     }
 

@@ -94,13 +94,11 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
     std::uint64_t id = 0;
     std::uint16_t status = 503;
     const char* refusal = nullptr;
-    Loop* reader = nullptr;
-    bool askToArm = false;
+    bool armsHere = false;
     {
         const std::lock_guard lock{mutex_};
         auto& out = outLocked();
         const std::size_t before = out.size();
-        reader = &loop();
         const bool isFull = oneShot ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams;
         if (!ready_ || isClosedLocked()) {
             refusal = "connection lost, request not sent";
@@ -129,8 +127,12 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
                 if (slot.held.empty()) slot.endOffset = appendedLocked();
                 slot.due = due;
                 slot.deadline = deadline;
-                askToArm = due < askedDue_ && !reader->isCurrentThread();
-                if (askToArm) askedDue_ = due;
+                armsHere = loop().isCurrentThread();
+                if (!armsHere && due < askedDue_) {
+                    askedDue_ = due;
+                    // Still under the lock: the loop that reads may be another one, and this one over, as soon as that is free.
+                    loop().post([self = std::static_pointer_cast<ClientConnection>(shared_from_this())] { self->expire(); });
+                }
             }
         }
     }
@@ -140,11 +142,7 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
         return IKeloApi::UNDEFINED_REQUEST_HANDLE;
     }
     ++counters_.requestsSent;
-    if (askToArm) {
-        reader->post([self = std::static_pointer_cast<ClientConnection>(shared_from_this())] { self->expire(); });
-    } else if (due != Clock::time_point::max() && reader->isCurrentThread()) {
-        arm(due);
-    }
+    if (armsHere && due != Clock::time_point::max()) arm(due);
     commit();
     return toHandle(id);
 }
@@ -348,7 +346,7 @@ void ClientConnection::handleClosed(const char* why) {
     events_.closed(*this, why);
 }
 
-void ClientConnection::handleLeaving() {
+void ClientConnection::handleLeavingLocked() {
     timer_.reset();
 }
 

@@ -57,7 +57,7 @@ private:
     const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
     void handleClosed(const char* why) override;
     bool pausesReading() const noexcept override { return false; }
-    void handleLeaving() override;
+    void handleLeavingLocked() override;
     void handleArrived() override;
     const char* handleHello(std::span<const std::uint8_t> body);
     void deliverNext(std::uint64_t id);

@@ -20,9 +20,11 @@
 // the end is copied, to wait for its rest. A frame's length is believed only so far as the limit, and memory for it grows with
 // the bytes that arrive, never ahead of them. After `framesPerWakeUp` frames the others get their turn.
 //
-// The end. Only the kernel's word counts: end of file, a reset and a broken pipe mean the same. It is acted on by the loop's
-// thread alone, after everything received before it has been handled. A thread that must end the connection from elsewhere shuts
-// the socket down and lets the loop find out.
+// The end. Only the kernel's word counts: a hang-up, a reset and a broken pipe mean the same. It is acted on by the loop's thread
+// alone, after everything received before it has been handled. A thread that must end the connection from elsewhere shuts the
+// socket down and lets the loop find out, or says that it is to end. A peer that only ends its own side, as a client does that
+// has asked all it wants to know, still gets what the derived class owes it; while it waits for that, a hang-up is noticed all
+// the same, because the kernel reports it unasked.
 //
 // Memory. Where there is none for what one connection needs, that connection ends, and its requests with it. What ending it needs
 // (the words to those whose requests end) must be had: there is nobody else to tell, so the process ends.
@@ -50,42 +52,86 @@ bool readPeer(int fd, Peer& peer) noexcept {
 }
 
 FrameStream::FrameStream(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters)
-    : limits_{limits}, counters_{counters}, peer_{std::move(peer)}, socket_{std::move(socket)} {}
+    : limits_{limits}, counters_{counters}, peer_{std::move(peer)}, socket_{std::move(socket)}, place_{socket_.get()} {}
 
 FrameStream::~FrameStream() = default;
 
 bool FrameStream::start(Loop& loop) {
-    loop_ = &loop;
-    watched_ = EPOLLIN;
-    registration_ = loop.add(socket_.get(), watched_, shared_from_this());
-    return registration_ != 0;
+    const std::lock_guard lock{mutex_};
+    return place_.enterLocked(loop, shared_from_this(), EPOLLIN);
 }
 
 void FrameStream::moveTo(Loop& loop) {
-    if (&loop == loop_) return;
-    handleLeaving();
-    loop_->remove(socket_.get());
+    const std::lock_guard lock{mutex_};
+    if (closed_) return;
+    place_.wantLocked(loop);
+    if (place_.isWhereWantedLocked()) return;
+    if (place_.isHereLocked() && place_.isReadLocked() && !isHandling_) {
+        leaveLocked();
+    } else {
+        place_.loopLocked()->post([self = shared_from_this()]() noexcept { self->follow(); });
+    }
+}
+
+void FrameStream::end(const char* why) {
     {
         const std::lock_guard lock{mutex_};
-        registration_ = 0;
-        loop_ = &loop;
-    }
-    auto self = shared_from_this();
-    loop.post([self, &loop]() noexcept {
-        {
-            const std::lock_guard lock{self->mutex_};
-            if (self->closed_) return;
-            self->watched_ = EPOLLIN;
-            self->registration_ = loop.add(self->socket_.get(), self->watched_, self);
-            if (self->registration_ != 0) self->watchLocked();
-        }
-        if (self->registration_ == 0) {
-            self->close("no room in the worker's event loop");
+        if (closed_) return;
+        endWanted_ = why;
+        if (!place_.isHereLocked()) {
+            place_.loopLocked()->post([self = shared_from_this()]() noexcept { self->follow(); });
             return;
         }
-        self->handleArrived();
-        self->handleCarried(false);
-    });
+    }
+    close(why);
+}
+
+void FrameStream::awaitSettled() {
+    std::unique_lock lock{mutex_};
+    changed_.wait(lock, [this] { return over_ || (endWanted_ == nullptr && place_.isWhereWantedLocked()); });
+}
+
+bool FrameStream::isOver() const {
+    const std::lock_guard lock{mutex_};
+    return over_;
+}
+
+// Does what is wanted, if that is for this thread to do. While the connection is on its way it is for the one where it arrives.
+void FrameStream::follow() noexcept {
+    const char* why = nullptr;
+    {
+        const std::lock_guard lock{mutex_};
+        if (closed_ || !place_.isHereLocked()) return;
+        why = endWanted_;
+        if (why == nullptr) {
+            if (place_.isReadLocked() && !place_.isWhereWantedLocked()) leaveLocked();
+            return;
+        }
+    }
+    close(why);
+}
+
+void FrameStream::leaveLocked() {
+    handleLeavingLocked();
+    place_.leaveLocked([self = shared_from_this()]() noexcept { self->arrive(); });
+    changed_.notify_all();
+}
+
+void FrameStream::arrive() noexcept {
+    const char* wrong = nullptr;
+    {
+        const std::lock_guard lock{mutex_};
+        if (closed_) return;
+        wrong = endWanted_;
+        if (wrong == nullptr && !place_.isWhereWantedLocked()) return leaveLocked();
+        if (wrong == nullptr && !place_.enterLocked(place_.loop(), shared_from_this(), wantedEventsLocked())) {
+            wrong = "no room in the worker's event loop";
+        }
+        if (wrong == nullptr) watchLocked();
+    }
+    if (wrong != nullptr) return close(wrong);
+    handleArrived();
+    handleCarried(false);
 }
 
 void FrameStream::shutDown() noexcept {
@@ -93,15 +139,18 @@ void FrameStream::shutDown() noexcept {
 }
 
 void FrameStream::close(const char* why) noexcept {
+    const auto self = shared_from_this();
     {
         const std::lock_guard lock{mutex_};
         if (closed_) return;
         closed_ = true;
+        place_.forgetLocked();
     }
-    const auto self = shared_from_this();
-    loop_->remove(socket_.get());
     shutDown();
     handleClosed(why);
+    const std::lock_guard lock{mutex_};
+    over_ = true;
+    changed_.notify_all();
 }
 
 void FrameStream::commit() {
@@ -132,7 +181,13 @@ void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
     while (queue_.send(lock, socket_.get(), closed_) && drainLocked() && queue_.size() > 0) {
     }
     queue_.endSending();
-    if (queue_.size() == 0) queue_.shrink(slowBytes);
+    if (queue_.size() == 0) {
+        queue_.shrink(slowBytes);
+        if (inputEnded_ && !closed_ && owesNothingLocked()) {
+            endWanted_ = "the peer has ended its side, and has all that it asked for";
+            place_.loopLocked()->post([self = shared_from_this()]() noexcept { self->follow(); });
+        }
+    }
     boundLocked();
 }
 
@@ -161,26 +216,30 @@ void FrameStream::boundLocked() {
 
 // Asks the loop for what the state calls for: room to write while blocked, and requests unless the answers pile up.
 void FrameStream::watchLocked() {
-    if (registration_ == 0 || closed_) return;
+    if (!place_.isReadLocked() || closed_) return;
     const bool wasPaused = paused_;
     if (queuedLocked() > limits_.queuedSoftBytes && pausesReading()) {
         paused_ = true;
     } else if (queuedLocked() <= limits_.queuedSoftBytes / 2) {
         paused_ = false;
     }
-    const std::uint32_t wanted =
-        (paused_ ? 0U : static_cast<std::uint32_t>(EPOLLIN)) | (queue_.isBlocked() ? static_cast<std::uint32_t>(EPOLLOUT) : 0U);
-    if (wanted != watched_) {
-        watched_ = wanted;
-        loop_->modify(socket_.get(), registration_, wanted);
-    }
-    if (wasPaused && !paused_) resumeLater();
+    place_.watchLocked(wantedEventsLocked());
+    if (wasPaused && !paused_) resumeLaterLocked();
 }
 
-void FrameStream::resumeLater() {
-    loop_->post([self = shared_from_this(), loop = loop_]() noexcept {
-        if (self->loop_ != loop) return;  // moved meanwhile; the move resumes
-        self->resumePosted_ = false;
+std::uint32_t FrameStream::wantedEventsLocked() const noexcept {
+    return (paused_ || inputEnded_ ? 0U : static_cast<std::uint32_t>(EPOLLIN)) |
+           (queue_.isBlocked() ? static_cast<std::uint32_t>(EPOLLOUT) : 0U);
+}
+
+void FrameStream::resumeLaterLocked() {
+    place_.loopLocked()->post([self = shared_from_this(), stay = place_.stayLocked()]() noexcept {
+        {
+            const std::lock_guard lock{self->mutex_};
+            // Gone meanwhile: what was carried along is handled on arrival.
+            if (!self->place_.isHereLocked() || self->place_.stayLocked() != stay) return;
+        }
+        self->place_.endResuming();
         self->handleCarried(false);
     });
 }
@@ -201,38 +260,49 @@ void FrameStream::serve(std::uint32_t events) {
         queue_.unblock();
         if (!queue_.isSending() && !closed_) sendQueuedLocked(lock);
     }
-    if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR | EPOLLRDHUP)) != 0) receive();
+    if ((events & (EPOLLIN | EPOLLHUP | EPOLLERR | EPOLLRDHUP)) != 0) receive((events & (EPOLLHUP | EPOLLERR)) != 0);
 }
 
-void FrameStream::receive() {
-    if (resumePosted_) return;  // this connection's frames are waiting for their turn; the kernel will report again
-    const auto room = loop_->receiveBuffer();
+void FrameStream::receive(bool isHungUp) {
+    if (place_.resumes()) return;  // this connection's frames are waiting for their turn; the kernel will report again
+    auto& carried = place_.carried;
+    const auto room = place_.loop().receiveBuffer();
     const auto size = ::recv(socket_.get(), room.data(), room.size(), MSG_DONTWAIT);
     if (size < 0 && (errno == EINTR || errno == EAGAIN)) return;
     if (size <= 0) {
         handleCarried(true);
-        close("connection lost");
+        if (size == 0 && !isHungUp && handleInputEnded()) {
+            const std::lock_guard lock{mutex_};
+            inputEnded_ = true;
+            watchLocked();
+        } else {
+            close("connection lost");
+        }
         return;
     }
     const std::span<const std::uint8_t> received{room.data(), static_cast<std::size_t>(size)};
-    if (carried_.empty()) {
+    if (carried.empty()) {
+        isHandling_ = true;
         const std::size_t used = handleFrames(received, false);
-        if (used < received.size()) carried_.assign(received.begin() + static_cast<std::ptrdiff_t>(used), received.end());
+        isHandling_ = false;
+        if (used < received.size()) carried.assign(received.begin() + static_cast<std::ptrdiff_t>(used), received.end());
     } else {
-        carried_.insert(carried_.end(), received.begin(), received.end());
+        carried.insert(carried.end(), received.begin(), received.end());
         handleCarried(false);
     }
 }
 
 void FrameStream::handleCarried(bool all) {
-    if (carried_.empty()) return;
+    if (place_.carried.empty()) return;
     // The frames lie in a buffer of their own while they are handled, so that nothing a handler causes can move them.
     std::vector<std::uint8_t> bytes;
-    bytes.swap(carried_);
+    bytes.swap(place_.carried);
+    isHandling_ = true;
     const std::size_t used = handleFrames(bytes, all);
+    isHandling_ = false;
     if (used == bytes.size()) return;
     bytes.erase(bytes.begin(), bytes.begin() + static_cast<std::ptrdiff_t>(used));
-    carried_.swap(bytes);
+    place_.carried.swap(bytes);
 }
 
 std::size_t FrameStream::handleFrames(std::span<const std::uint8_t> bytes, bool all) {
@@ -246,7 +316,10 @@ std::size_t FrameStream::handleFrames(std::span<const std::uint8_t> bytes, bool 
         if (wrong == nullptr) {
             if (bytes.size() - used - wire::headerSize < header.bodyLength) return used;
             if (count == limits_.framesPerWakeUp && !all) {
-                if (!std::exchange(resumePosted_, true)) resumeLater();
+                if (place_.beginResuming()) {
+                    const std::lock_guard lock{mutex_};
+                    resumeLaterLocked();
+                }
                 return used;
             }
             wrong = handleFrame(header, bytes.subspan(used + wire::headerSize, header.bodyLength));

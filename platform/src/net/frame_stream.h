@@ -4,6 +4,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <memory>
 #include <mutex>
@@ -14,6 +15,7 @@
 #include "kelo/limits.h"
 #include "net/descriptor.h"
 #include "net/loop.h"
+#include "net/reading_place.h"
 #include "net/send_queue.h"
 #include "runtime/counters.h"
 #include "util/byte_buffer.h"
@@ -35,8 +37,8 @@ struct Peer {
 bool readPeer(int fd, Peer& peer) noexcept;
 
 // A resource; the base of both roles of a connection. Derived classes guard their own tables with `mutex_` too, so that what a
-// frame means and what is written about it happen in one section. Thread: any for `flush` and the writing members; reading,
-// `start`, `moveTo` and `close` on the loop's.
+// frame means and what is written about it happen in one section. Thread: any for `flush`, `moveTo`, `end`, `awaitSettled` and
+// the writing members; reading, `start` and `close` on the loop's.
 class FrameStream : public Pollable, public Flushable, public std::enable_shared_from_this<FrameStream> {
 public:
     FrameStream(const FrameStream&) = delete;
@@ -44,10 +46,17 @@ public:
 
     // Registers with the calling thread's loop and begins to read. False when the system has no room.
     bool start(Loop& loop);
-    // Hands reading over to another loop; what has been received goes with it. Thread: the present loop's.
+    // Has the connection read on another loop, which outlives that or the next wish; what has been received goes with it.
     void moveTo(Loop& loop);
     // Ends the connection: nothing further is read. `handleClosed` is called before this returns. Later calls do nothing.
     void close(const char* why) noexcept;
+    // Has the loop that reads close the connection: at once if the calling thread is that one's.
+    void end(const char* why);
+    // Waits until the connection is read where it was last wanted, or is over if it was to end. Not on a thread for which the
+    // loop that reads might be waiting.
+    void awaitSettled();
+    // Whether nothing more comes of it.
+    bool isOver() const;
     // Has the loop find the connection ended, after what was received before. Thread: any.
     void shutDown() noexcept;
     // Writes what is queued; on a loop's thread, loops call it at the end of a drain.
@@ -64,8 +73,12 @@ protected:
     virtual const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) = 0;
     // The connection is over, and everything that was received before has been handled. Thread: the loop's, no lock held.
     virtual void handleClosed(const char* why) = 0;
-    // Reading is about to leave this thread's loop, and has arrived at this thread's.
-    virtual void handleLeaving() {}
+    // The peer will say nothing more but may still read. True to go on until `owesNothingLocked`, false to close at once. Thread:
+    // the loop's, no lock held.
+    virtual bool handleInputEnded() { return false; }
+    virtual bool owesNothingLocked() const { return true; }
+    // Reading is about to leave this thread's loop (with the lock held), and has arrived at this thread's.
+    virtual void handleLeavingLocked() {}
     virtual void handleArrived() {}
     // Whether a peer that leaves too much unread is itself no longer read.
     virtual bool pausesReading() const noexcept = 0;
@@ -83,7 +96,8 @@ protected:
     // Of these, the bytes that the kernel took. What another thread is just handing to it counts as soon as that knows.
     std::uint64_t takenLocked(std::unique_lock<std::mutex>& lock);
     bool isSlowLocked() const noexcept { return queuedLocked() > slowBytes; }
-    Loop& loop() noexcept { return *loop_; }
+    // The loop that reads. Thread: that loop's, or any with the lock held.
+    Loop& loop() noexcept { return place_.loop(); }
 
     mutable std::mutex mutex_;
     const Limits limits_;
@@ -94,30 +108,33 @@ private:
     static constexpr std::size_t slowBytes = std::size_t{64} * 1024U;
 
     void serve(std::uint32_t events);
-    void receive();
+    void receive(bool isHungUp);
+    void follow() noexcept;
+    void leaveLocked();
+    void arrive() noexcept;
     // Handles the whole frames in `bytes`, at most `limits_.framesPerWakeUp` unless `all`; the bytes consumed.
     std::size_t handleFrames(std::span<const std::uint8_t> bytes, bool all);
     void handleCarried(bool all);
-    void resumeLater();
+    void resumeLaterLocked();
     void sendQueuedLocked(std::unique_lock<std::mutex>& lock);
     bool drainLocked() noexcept;
     void boundLocked();
     void watchLocked();
+    std::uint32_t wantedEventsLocked() const noexcept;
 
     const Descriptor socket_;
-    Loop* loop_ = nullptr;
-    std::uint32_t registration_ = 0;
-    std::uint32_t watched_ = 0;
+    ReadingPlace place_;
+    bool isHandling_ = false;  // frames, just now; of the loop's thread alone
 
     // Guarded by mutex_:
     SendQueue queue_;
+    std::condition_variable changed_;   // the loop was left, or the connection is over
     std::atomic<bool> paused_ = false;  // not reading; written with the mutex held
     bool closed_ = false;               // written by the loop's thread alone
     bool cut_ = false;
-
-    // Of the loop's thread alone:
-    std::vector<std::uint8_t> carried_;  // received, not yet handled: a part of a frame, or frames beyond one wake-up's share
-    bool resumePosted_ = false;
+    bool over_ = false;                // closed, and everybody has been told
+    bool inputEnded_ = false;          // the peer says nothing more, but is still owed something
+    const char* endWanted_ = nullptr;  // why, once somebody wants it to be closed
 };
 
 }  // namespace kelo::net

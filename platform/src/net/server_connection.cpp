@@ -17,6 +17,10 @@
 // for it, so that a peer that never reads costs one value a stream, and one that resumes gets what is true now. One-shot and
 // terminal answers always go out.
 //
+// A client that ends its side, having asked all that it wants to know, gets one answer to each request that has had none: streams
+// become one-shot requests, or are completed if they have had a value. With the last answer the connection ends, or when a
+// request's deadline has passed: nobody could tell a client that waits from one that has forgotten the connection.
+//
 // `cancelRequest` is called by the thread that reads, which is also the one that called `actionRequest`, so a handle is known by
 // then; never with the lock held. Since nobody else asks for handles, the last one is entered into the table when that thread has
 // the lock for the next thing that it does.
@@ -66,11 +70,11 @@ ServerConnection::ServerConnection(Descriptor socket, Peer peer, const Limits& l
 }
 
 void ServerConnection::expectHello() {
-    helloTimer_.emplace(loop(), [this] {
+    patience_.emplace(loop(), [this] {
         ++counters_.peersRefused;
         close("no hello in time");
     });
-    helloTimer_->arm(Clock::now() + limits_.handshake);
+    patience_->arm(Clock::now() + limits_.handshake);
 }
 
 std::size_t ServerConnection::openRequests() const {
@@ -99,7 +103,7 @@ const char* ServerConnection::handleHello(std::span<const std::uint8_t> body) {
     if (const char* wrong = wire::readHello(body, hello)) return wrong;
     if (hello.version != wire::protocolVersion) return "another version of the protocol";
     if (hello.servicePath != service_->path) return "a hello to another service";
-    helloTimer_.reset();
+    patience_.reset();
     peerClientId_ = hello.application.empty() ? "unnamed" : hello.application;
     {
         const std::lock_guard lock{mutex_};
@@ -203,6 +207,7 @@ ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response&
         Open* const open = answerableLocked(id);
         if (open == nullptr) return Taken::unwanted;
         last = open->oneShot;
+        open->answered = true;
         if (!last && isSlowLocked()) {
             open->latest.clear();
             if (appendAnswerLocked(open->latest, wire::FrameType::next, 0, id, response)) {
@@ -292,6 +297,7 @@ bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::Fra
 void ServerConnection::eraseLocked(std::uint64_t id) {
     const auto over = requests_.take(id);
     --(over->oneShot ? oneShots_ : streams_);
+    if (owed_ > 0 && !over->cancelled) --owed_;
 }
 
 void ServerConnection::handleDrainedLocked() {
@@ -306,14 +312,49 @@ void ServerConnection::handleDrainedLocked() {
     waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(written));
 }
 
+bool ServerConnection::handleInputEnded() {
+    std::vector<std::pair<IResourceHandler*, void*>> completed;
+    bool goesOn = false;
+    {
+        const std::lock_guard lock{mutex_};
+        noteDispatchedLocked();
+        requests_.forEach([&](std::uint64_t id, Open& open) {
+            if (open.cancelled) return;
+            if (open.answered) {
+                if (open.waiting) outLocked().write(open.latest.bytes());
+                wire::appendBare(outLocked(), wire::FrameType::completed, id);
+                open.cancelled = true;
+                open.waiting = false;
+                open.latest = util::ByteBufferWriter{};
+                if (open.handle != nullptr) completed.emplace_back(open.handler, open.handle);
+                return;
+            }
+            if (!open.oneShot) {
+                open.oneShot = true;
+                --streams_;
+                ++oneShots_;
+            }
+            ++owed_;
+        });
+        goesOn = owed_ > 0 || queuedLocked() > 0;
+    }
+    counters_.cancelled += completed.size();
+    for (const auto& [handler, handle] : completed) handler->cancelRequest(handle);
+    if (!goesOn) return false;
+    commit();
+    patience_.emplace(loop(), [this] { close("its last answers took too long"); });
+    patience_->arm(Clock::now() + limits_.requestDeadline);
+    return true;
+}
+
 void ServerConnection::handleClosed(const char* /*why*/) {
-    helloTimer_.reset();
+    patience_.reset();
     --counters_.connectionsOpen;
     std::vector<std::pair<IResourceHandler*, void*>> open;
     {
         const std::lock_guard lock{mutex_};
         noteDispatchedLocked();
-        requests_.forEach([&](Open& request) {
+        requests_.forEach([&](std::uint64_t, Open& request) {
             if (!request.cancelled && request.handle != nullptr) open.emplace_back(request.handler, request.handle);
             request.cancelled = true;
             request.latest = util::ByteBufferWriter{};

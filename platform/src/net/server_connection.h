@@ -54,12 +54,15 @@ private:
         void* handle = nullptr;
         bool oneShot = false;
         bool cancelled = false;
+        bool answered = false;          // a stream: it has had a value
         bool waiting = false;           // `latest` holds a value that the peer was too slow for
         util::ByteBufferWriter latest;  // a whole frame
     };
 
     const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
     void handleClosed(const char* why) override;
+    bool handleInputEnded() override;
+    bool owesNothingLocked() const override { return owed_ == 0; }
     bool pausesReading() const noexcept override { return true; }
     void handleDrainedLocked() override;
     const char* handleHello(std::span<const std::uint8_t> body);
@@ -78,7 +81,7 @@ private:
     std::string peerClientId_;  // the trace id of a peer whose requests name none
     Request request_;           // reused, its payload borrows from the frame
     wire::LastFields requestFields_;
-    std::optional<Timer> helloTimer_;
+    std::optional<Timer> patience_;  // with a client that has not said hello, or that waits for its last answers
     // The request that was handed to its handler last, with what it is to be cancelled by; not yet in the table.
     struct Dispatched {
         std::uint64_t id = 0;
@@ -91,6 +94,7 @@ private:
     std::vector<std::uint64_t> waiting_;  // requests with a value to write when there is room, oldest first
     std::uint32_t oneShots_ = 0;
     std::uint32_t streams_ = 0;
+    std::uint32_t owed_ = 0;  // answers that a client which has ended its side is still to get
     bool ready_ = false;
 };
 

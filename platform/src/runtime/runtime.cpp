@@ -32,9 +32,11 @@
 // Handles are numbers that never recur. Those of trackers and registrations share one space, because `trackService` and
 // `registerService` give the same kind of handle.
 //
-// A connection that a worker reads must leave that worker on the worker's own thread, and nobody may wait for a worker while
-// holding up the runtime's, on which that worker may be waiting in turn. Ending a resolver or the whole runtime therefore has two
-// steps: the runtime's thread says which connection has to come home from which reader, and the calling thread sees to it.
+// The runtime's thread waits for nobody, so anybody may wait for it. A connection that a worker reads leaves that worker on the
+// worker's own thread, in its own time: ending a tracker or a resolver only says what is wanted. The calling thread then waits
+// until that is so, but only if it runs no loop itself: two workers that wait for each other would do so for ever. Ending the
+// runtime waits in any case, as all that its connections refer to goes with it; but the runtime's own thread never does, and
+// what it leaves under way the destructor waits for.
 
 namespace kelo::runtime {
 namespace {
@@ -94,22 +96,23 @@ public:
     }
 
     void stop() override {
-        std::vector<ServiceWatch::Homecoming> homecomings;
+        std::vector<Connection> ending;
         runOn(*worker_, [&] {
-            if (std::exchange(stopped_, true)) return;
-            for (auto& [handle, publication] : publications_) publication->end();
-            publications_.clear();
-            for (auto& [path, watch] : watches_) homecomings.push_back(watch->abandon());
-            if (directoryWatch_) directoryWatch_->stop();
-            directoryWatch_.reset();
-            directoryRetry_.reset();
+            if (!std::exchange(stopped_, true)) {
+                for (auto& [handle, publication] : publications_) publication->end();
+                publications_.clear();
+                for (auto& [path, watch] : watches_) abandon(std::move(watch), "runtime stopped");
+                watches_.clear();
+                if (directoryWatch_) directoryWatch_->stop();
+                directoryWatch_.reset();
+                directoryRetry_.reset();
+            }
+            for (const auto& [connection, watch] : ending_) ending.push_back(connection);
         });
-        for (auto& [connection, reader] : homecomings) {
-            if (connection)
-                runOn(reader == nullptr ? *worker_ : *reader,
-                      [&connection = connection] { connection->close("runtime stopped"); });
-        }
-        runOn(*worker_, [&] { watches_.clear(); });
+        if (worker_->isCurrentThread()) return;
+        for (const auto& connection : ending) connection->end("runtime stopped");  // at once where this thread is the reader
+        for (const auto& connection : ending) connection->awaitSettled();
+        runOn(*worker_, [&] { ending_.clear(); });
     }
 
     std::uint64_t trackService(std::string_view path, IKeloServiceTracker& tracker, int /*flags*/) override {
@@ -125,17 +128,18 @@ public:
     }
 
     void untrackService(std::uint64_t trackerHandle) override {
-        ServiceWatch::Homecoming homecoming;
+        Connection moving;
         runOn(*worker_, [&] {
             const auto path = trackerPaths_.find(trackerHandle);
             if (path == trackerPaths_.end()) return;
             const auto watch = watches_.find(path->second);
             trackerPaths_.erase(path);
             if (watch == watches_.end()) return;
+            moving = watch->second->connection();
             watch->second->removeTracker(trackerHandle);
-            dropIfUnused(watch, homecoming);
+            dropIfUnused(watch);
         });
-        bringHome(homecoming, true);
+        awaitSettled(moving);
     }
 
     void releaseService(std::uint64_t /*trackerHandle*/) override {
@@ -156,19 +160,18 @@ public:
     }
 
     void closeResolver(std::uint64_t resolverHandle) override {
-        ServiceWatch::Homecoming homecoming;
-        bool unused = false;
+        Connection moving;
         runOn(*worker_, [&] {
             const auto path = resolverPaths_.find(resolverHandle);
             if (path == resolverPaths_.end()) return;
             const auto watch = watches_.find(path->second);
             resolverPaths_.erase(path);
             if (watch == watches_.end()) return;
-            watch->second->removeResolver(resolverHandle, homecoming);
-            unused = watch->second->isUnused();
-            dropIfUnused(watch, homecoming);
+            moving = watch->second->connection();
+            watch->second->removeResolver(resolverHandle);
+            dropIfUnused(watch);
         });
-        bringHome(homecoming, unused);
+        awaitSettled(moving);
     }
 
     std::uint64_t registerService(std::string_view path, SimpleComposedKeloService& service,
@@ -196,6 +199,12 @@ public:
     }
 
 private:
+    using Connection = std::shared_ptr<net::ClientConnection>;
+    // What is no longer tracked but perhaps still read; its API is there for handlers that end with the connection.
+    struct Ending {
+        Connection connection;
+        std::shared_ptr<ServiceWatch> watch;
+    };
     using Watches = std::map<std::string, std::shared_ptr<ServiceWatch>, std::less<>>;
 
     bool begin(std::string& wrong) {
@@ -288,23 +297,21 @@ private:
         return all;
     }
 
-    void dropIfUnused(Watches::iterator watch, ServiceWatch::Homecoming& homecoming) {
+    void dropIfUnused(Watches::iterator watch) {
         if (!watch->second->isUnused()) return;
-        const auto abandoned = watch->second->abandon();
-        if (!homecoming.connection) homecoming = abandoned;  // else its reader is known already
+        abandon(std::move(watch->second), "no longer tracked");
         watches_.erase(watch);
     }
 
-    // Ends the connection, or moves it to the runtime's thread, on the thread that reads it.
-    void bringHome(const ServiceWatch::Homecoming& homecoming, bool end) {
-        if (!homecoming.connection) return;
-        runOn(homecoming.reader == nullptr ? *worker_ : *homecoming.reader, [&] {
-            if (end) {
-                homecoming.connection->close("no longer tracked");
-            } else {
-                homecoming.connection->moveTo(context_.loop);
-            }
-        });
+    void abandon(std::shared_ptr<ServiceWatch> watch, const char* why) {
+        std::erase_if(ending_, [](const Ending& each) { return each.connection->isOver(); });
+        const Connection connection = watch->connection();
+        if (connection) ending_.push_back({connection, watch});
+        watch->abandon(why);
+    }
+
+    static void awaitSettled(const Connection& connection) {
+        if (connection && net::Loop::current() == nullptr) connection->awaitSettled();
     }
 
     void answerPlatform(const Request& request, IResponder& responder) {
@@ -340,6 +347,7 @@ private:
     std::optional<net::Timer> directoryRetry_;
     std::string lastDirectoryFault_;
     Watches watches_;
+    std::vector<Ending> ending_;
     std::map<std::uint64_t, std::string> trackerPaths_;
     std::map<std::uint64_t, std::string> resolverPaths_;
     std::map<std::uint64_t, std::shared_ptr<Publication>> publications_;

@@ -20,8 +20,10 @@
 // reported. Nor is a provider that greets and hangs up at once tried any faster: only a connection that has
 // brought an answer or held for a while, or a change in the directory, makes a loss worth another try without a pause.
 //
-// A resolver may bring a reader: a worker that reads the connection from then on. Callbacks to trackers and resolvers still come
-// on the runtime's thread; the loss of a connection, which the reader notices, is posted there.
+// A resolver may bring a reader: a worker that reads the connection from then on. With several, the first has it, and when that
+// is closed the next. Where a connection is read, or whether it has arrived there, is known to the connection alone; here it is
+// only told where it is wanted. Callbacks to trackers and resolvers still come on the runtime's thread; the loss of a connection,
+// which the reader notices, is posted there.
 //
 // Callbacks may add and remove trackers and resolvers. Every walk over them therefore looks for the next one that has not been
 // told, from the beginning, until there is none.
@@ -101,10 +103,6 @@ bool ServiceWatch::removeTracker(std::uint64_t handle) {
     return std::erase_if(trackers_, [handle](const Tracker& entry) { return entry.handle == handle; }) > 0;
 }
 
-bool ServiceWatch::hasTracker(std::uint64_t handle) const {
-    return std::any_of(trackers_.begin(), trackers_.end(), [handle](const Tracker& entry) { return entry.handle == handle; });
-}
-
 void ServiceWatch::addResolver(std::uint64_t handle, IKeloRuntime::IKeloServiceResolver& resolver, comm::ActiveObject* reader) {
     resolvers_.push_back({handle, &resolver, reader, false});
     if (!alive_) return;
@@ -112,28 +110,19 @@ void ServiceWatch::addResolver(std::uint64_t handle, IKeloRuntime::IKeloServiceR
     tellLater();
 }
 
-bool ServiceWatch::removeResolver(std::uint64_t handle, Homecoming& homecoming) {
-    const auto entry =
-        std::find_if(resolvers_.begin(), resolvers_.end(), [handle](const Resolver& r) { return r.handle == handle; });
-    if (entry == resolvers_.end()) return false;
-    comm::ActiveObject* const reader = entry->reader;
-    resolvers_.erase(entry);
-    const bool stillRead =
-        std::any_of(resolvers_.begin(), resolvers_.end(), [reader](const Resolver& r) { return r.reader == reader; });
-    if (reader != nullptr && reader == reader_ && !stillRead) {
-        homecoming = {connection_, reader};
-        reader_ = nullptr;
-    }
+bool ServiceWatch::removeResolver(std::uint64_t handle) {
+    if (std::erase_if(resolvers_, [handle](const Resolver& entry) { return entry.handle == handle; }) == 0) return false;
+    if (alive_) settleReader();
     return true;
 }
 
-ServiceWatch::Homecoming ServiceWatch::abandon() {
+void ServiceWatch::abandon(const char* why) {
     trackers_.clear();
     resolvers_.clear();
     retry_.disarm();
     alive_ = false;
     api_.detach();
-    return {std::move(connection_), std::exchange(reader_, nullptr)};
+    if (const auto connection = std::exchange(connection_, nullptr)) connection->end(why);
 }
 
 void ServiceWatch::look() {
@@ -209,7 +198,6 @@ void ServiceWatch::lost(const net::ClientConnection* connection) {
     const auto gone = std::exchange(connection_, nullptr);
     if (alive_) {
         alive_ = false;
-        reader_ = nullptr;
         api_.detach();
         tellGone();
         if (successorMayBeThere_ || gone->hasAnswered() || net::Clock::now() - aliveSince_ >= longestPause) return look();
@@ -232,7 +220,7 @@ void ServiceWatch::tellAlive() {
         entry->told = true;
         entry->tracker->added(info_);
     }
-    takeToReader();
+    settleReader();
     for (;;) {
         const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), untold);
         if (entry == resolvers_.end() || !alive_) break;
@@ -258,12 +246,11 @@ void ServiceWatch::tellGone() {
     }
 }
 
-void ServiceWatch::takeToReader() {
-    if (!connection_ || reader_ != nullptr) return;
+// The first reader that a resolver brought; without one, the connection is read here.
+void ServiceWatch::settleReader() {
+    if (!connection_) return;
     const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), [](const Resolver& r) { return r.reader != nullptr; });
-    if (entry == resolvers_.end()) return;
-    reader_ = entry->reader;
-    connection_->moveTo(reader_->loop());
+    connection_->moveTo(entry == resolvers_.end() ? context_.loop : entry->reader->loop());
 }
 
 }  // namespace kelo::runtime

@@ -50,20 +50,16 @@ public:
 
     void addTracker(std::uint64_t handle, IKeloRuntime::IKeloServiceTracker& tracker);
     bool removeTracker(std::uint64_t handle);
-    bool hasTracker(std::uint64_t handle) const;
     // Hears of this incarnation, if there is one, after the caller has returned.
     void addResolver(std::uint64_t handle, IKeloRuntime::IKeloServiceResolver& resolver, comm::ActiveObject* reader);
-    // The connection to bring home from the reader that went with the resolver, and that reader; both null when none has to.
-    struct Homecoming {
-        std::shared_ptr<net::ClientConnection> connection;
-        comm::ActiveObject* reader = nullptr;
-    };
-    bool removeResolver(std::uint64_t handle, Homecoming& homecoming);
+    bool removeResolver(std::uint64_t handle);
 
     // Something may have changed in the directory: connects unless connected.
     void look();
-    // Gives up trackers and resolvers without a word to them; the connection, if any, is to be closed on its reader's thread.
-    Homecoming abandon();
+    // The connection, if there is one; for whoever has to wait until it is where it is wanted.
+    const std::shared_ptr<net::ClientConnection>& connection() const noexcept { return connection_; }
+    // Gives up trackers and resolvers without a word to them, and has the connection end.
+    void abandon(const char* why);
 
 private:
     struct Tracker {
@@ -85,7 +81,7 @@ private:
     void tellLater();
     void tellAlive();
     void tellGone();
-    void takeToReader();
+    void settleReader();
 
     Context& context_;
     const std::string servicePath_;
@@ -95,8 +91,7 @@ private:
     KeloServiceTrackerInfo info_;
     bool alive_ = false;
     net::Clock::time_point aliveSince_{};
-    bool successorMayBeThere_ = false;      // the directory changed while there was a connection
-    comm::ActiveObject* reader_ = nullptr;  // where the connection is read; null: here
+    bool successorMayBeThere_ = false;  // the directory changed while there was a connection
     std::vector<Tracker> trackers_;
     std::vector<Resolver> resolvers_;
     net::Timer retry_;
