@@ -482,6 +482,34 @@ TEST_F(RuntimeTest, ADirectoryThatIsRemovedIsMadeAgainAndServicesReturn) {
     EXPECT_EQ(ended(*before.ask("/r/echo", true, 1, "still")), (Told{"next:still"})) << "a live connection needs no directory";
 }
 
+TEST_F(RuntimeTest, ADirectoryThatIsReplacedByAnUnsafeOneIsNotUsed) {
+    namespace fs = std::filesystem;
+    const std::string inner = directory / "domain";
+    fs::create_directory(directory / "elsewhere");
+    Provider provider{inner};
+    const Consumer consumer{inner};
+    EXPECT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    std::error_code error;
+    EXPECT_TRUE(testing_support::eventually([&] {
+        fs::remove_all(inner, error);
+        fs::create_directory_symlink(directory / "elsewhere", inner, error);
+        return !error;
+    }));
+    // Longer than any pause between two tries.
+    std::this_thread::sleep_for(std::chrono::milliseconds{400});
+    EXPECT_TRUE(fs::is_empty(directory / "elsewhere"));
+    fs::remove(inner);
+    EXPECT_TRUE(testing_support::eventually([&] { return RawPeer{inner + "/" + socketFile}.isOpen(); }));
+}
+
+TEST_F(RuntimeTest, ADirectoryMayHaveALongerNameThanASocketsAddress) {
+    for (const std::size_t length : {40U, 60U, 75U, 100U, 250U}) {
+        Provider provider{directory / std::string(length, 'd')};
+        Consumer consumer{directory / std::string(length, 'd')};
+        EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 1, "x")), (Told{"next:x"})) << length;
+    }
+}
+
 TEST_F(RuntimeTest, UnsafeDirectoriesAreRefusedWithTheReason) {
     namespace fs = std::filesystem;
     fs::create_directory(directory / "target");

@@ -4,6 +4,7 @@
 #include <string>
 
 #include "kelo/limits.h"
+#include "net/descriptor.h"
 #include "net/loop.h"
 #include "runtime/counters.h"
 
@@ -17,6 +18,9 @@ struct Context {
     std::string mimeTypes;  // this process's, in order of preference, divided by commas
     Limits limits;
     Counters& counters;
+    // The directory, open and found safe; empty while there is none that is. Everything in it is reached through this, never by
+    // the directory's name, which may lead elsewhere by then. Thread: the runtime's.
+    net::Descriptor domain{};
 };
 
 }  // namespace kelo::runtime

@@ -15,18 +15,19 @@
 
 namespace kelo::runtime {
 
-bool DirectoryWatch::watch(const std::string& directory) {
+bool DirectoryWatch::watch(const std::string& directory, int opened) {
     stop();
     net::Descriptor inotify{::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
     if (!inotify) return false;
     constexpr std::uint32_t mask =
         IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
-    if (::inotify_add_watch(inotify.get(), directory.c_str(), mask) < 0) return false;
+    const std::string place = "/proc/self/fd/" + std::to_string(opened);
+    if (::inotify_add_watch(inotify.get(), place.c_str(), mask) < 0) return false;
     struct stat status {};
-    if (::stat(directory.c_str(), &status) != 0) return false;
+    if (::fstat(opened, &status) != 0) return false;
     // One that may not be read cannot be watched either; then the directory's own word has to do.
     constexpr std::uint32_t parentMask = IN_MOVED_FROM | IN_DELETE | IN_MOVE_SELF | IN_ONLYDIR;
-    parentWatch_ = ::inotify_add_watch(inotify.get(), (directory + "/..").c_str(), parentMask);
+    parentWatch_ = ::inotify_add_watch(inotify.get(), (place + "/..").c_str(), parentMask);
     if (loop_.add(inotify.get(), EPOLLIN, shared_from_this()) == 0) return false;
     inotify_ = std::move(inotify);
     directory_ = directory;
@@ -37,7 +38,7 @@ bool DirectoryWatch::watch(const std::string& directory) {
 
 bool DirectoryWatch::isInPlace() const {
     struct stat status {};
-    return ::stat(directory_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
+    return ::lstat(directory_.c_str(), &status) == 0 && status.st_dev == device_ && status.st_ino == inode_;
 }
 
 void DirectoryWatch::stop() {

@@ -23,8 +23,8 @@ public:
 
     DirectoryWatch(net::Loop& loop, Events events) : loop_{loop}, events_{std::move(events)} {}
 
-    // Begins, or begins anew, to watch. False with the reason in errno.
-    bool watch(const std::string& directory);
+    // Begins, or begins anew, to watch the directory of that name, which is open as `opened`. False with the reason in errno.
+    bool watch(const std::string& directory, int opened);
     void stop();
     void onReady(std::uint32_t events) override;
 

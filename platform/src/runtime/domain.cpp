@@ -114,7 +114,7 @@ std::string socketName(const std::string& directory, std::string_view servicePat
         }
     }
     name += socketSuffix;
-    // The temporary name of a socket that is being published is longer by a dot, and a process id and number.
+    // Whoever connects by the whole path needs room for it in an address; the number is part of the protocol.
     constexpr std::size_t room = sizeof(sockaddr_un::sun_path) - 1 - 24;
     if (directory.size() + 1 + name.size() <= room) return name;
     return "#" + kelo::uuid::createFromName(servicePath).toString().substr(0, 18) + std::string{socketSuffix};

@@ -109,7 +109,7 @@ std::size_t Publication::openRequests() const {
 }
 
 void Publication::begin() {
-    if (listener_) return;
+    if (listener_ || !context_.domain) return;  // the runtime has us begin when the directory is there
     if (!claim()) {
         retryLater(claimPause);
         return;
@@ -125,58 +125,63 @@ void Publication::begin() {
 
 // Takes the lock, if it is free, and writes into it who we are.
 bool Publication::claim() {
-    const std::string path = context_.directory + "/" + fileName_ + ".lock";
+    const int directory = context_.domain.get();
+    const std::string file = fileName_ + ".lock";
     struct stat named {};
     if (lock_) {
         struct stat held {};
-        if (::fstat(lock_.get(), &held) == 0 && ::stat(path.c_str(), &named) == 0 && held.st_ino == named.st_ino) return true;
+        if (::fstat(lock_.get(), &held) == 0 && ::fstatat(directory, file.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+            held.st_ino == named.st_ino)
+            return true;
         lock_.reset();
     }
-    net::Descriptor file{::open(path.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)};
-    if (!file) {
-        complain("cannot open the lock " + path + ": " + errorText());
+    net::Descriptor lock{::openat(directory, file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)};
+    if (!lock) {
+        complain("cannot open the lock " + context_.directory + "/" + file + ": " + errorText());
         return false;
     }
-    if (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-        complain("is held by " + readHolder(file.get()) + "; waiting for it to end");
+    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
+        complain("is held by " + readHolder(lock.get()) + "; waiting for it to end");
         return false;
     }
     struct stat held {};
-    if (::fstat(file.get(), &held) != 0 || ::stat(path.c_str(), &named) != 0 || held.st_ino != named.st_ino) return false;
+    if (::fstat(lock.get(), &held) != 0 || ::fstatat(directory, file.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
+        held.st_ino != named.st_ino)
+        return false;
     // For people and for waiting processes; a full disk does not matter.
     const std::string holder = "pid " + std::to_string(::getpid()) + " (" + context_.applicationName + ")\n";
-    if (::ftruncate(file.get(), 0) == 0) {
-        [[maybe_unused]] const auto written = ::pwrite(file.get(), holder.data(), holder.size(), 0);
+    if (::ftruncate(lock.get(), 0) == 0) {
+        [[maybe_unused]] const auto written = ::pwrite(lock.get(), holder.data(), holder.size(), 0);
     }
-    lock_ = std::move(file);
+    lock_ = std::move(lock);
     return true;
 }
 
 bool Publication::bindAndShow() {
     static std::atomic<unsigned> number{0};
-    const std::string shown = context_.directory + "/" + fileName_;
-    // Not longer than what `socketName` left room for.
-    const std::string hidden =
-        context_.directory + "/." + fileName_ + "." + std::to_string(::getpid()) + "." + std::to_string(++number);
-    ::unlink(hidden.c_str());
-    net::Descriptor socket = net::listenAt(hidden);
+    const int directory = context_.domain.get();
+    // Without the service's name, which may need all the room that an address has.
+    const std::string hidden = "." + std::to_string(::getpid()) + "." + std::to_string(++number) + ".new";
+    ::unlinkat(directory, hidden.c_str(), 0);
+    net::Descriptor socket = net::listenAt(directory, hidden);
     if (!socket) {
-        complain("cannot listen at " + hidden + ": " + errorText());
-        ::unlink(hidden.c_str());
+        complain("cannot listen at " + context_.directory + "/" + hidden + ": " + errorText());
+        ::unlinkat(directory, hidden.c_str(), 0);
         return false;
     }
     struct stat status {};
-    if (::chmod(hidden.c_str(), 0600) != 0 || ::stat(hidden.c_str(), &status) != 0 ||
-        ::rename(hidden.c_str(), shown.c_str()) != 0) {
-        complain("cannot show its socket as " + shown + ": " + errorText());
-        ::unlink(hidden.c_str());
+    if (::fchmodat(directory, hidden.c_str(), 0600, 0) != 0 ||
+        ::fstatat(directory, hidden.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
+        ::renameat(directory, hidden.c_str(), directory, fileName_.c_str()) != 0) {
+        complain("cannot show its socket as " + context_.directory + "/" + fileName_ + ": " + errorText());
+        ::unlinkat(directory, hidden.c_str(), 0);
         return false;
     }
     shownInode_ = status.st_ino;
     auto listener = std::make_shared<Listener>(std::move(socket), *this);
     if (context_.loop.add(listener->fd(), EPOLLIN, listener) == 0) {
         complain("has no room in the event loop: " + errorText());
-        ::unlink(shown.c_str());
+        ::unlinkat(directory, fileName_.c_str(), 0);
         return false;
     }
     listener->listening = true;
@@ -186,7 +191,8 @@ bool Publication::bindAndShow() {
 
 bool Publication::isShown() const {
     struct stat status {};
-    return ::stat((context_.directory + "/" + fileName_).c_str(), &status) == 0 && status.st_ino == shownInode_;
+    return context_.domain && ::fstatat(context_.domain.get(), fileName_.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+           status.st_ino == shownInode_;
 }
 
 void Publication::look() {
@@ -206,7 +212,7 @@ void Publication::withdraw() {
 
 void Publication::end() {
     retry_.disarm();
-    if (listener_ && lock_ && isShown()) ::unlink((context_.directory + "/" + fileName_).c_str());
+    if (listener_ && lock_ && isShown()) ::unlinkat(context_.domain.get(), fileName_.c_str(), 0);
     withdraw();
     lock_.reset();
     while (!connections_.empty()) connections_.back()->close("service withdrawn");
@@ -244,7 +250,9 @@ void Publication::accept() {
         }
         serve(std::move(socket), std::move(peer));
     }
-    if (!listener->listening && context_.loop.add(listener->fd(), EPOLLIN, listener) != 0) listener->listening = true;
+    if (listener->listening) return;
+    listener->listening = context_.loop.add(listener->fd(), EPOLLIN, listener) != 0;
+    if (!listener->listening) acceptAgain_.arm(net::Clock::now() + acceptPause);
 }
 
 void Publication::serve(net::Descriptor socket, net::Peer peer) {

@@ -224,17 +224,19 @@ private:
     // The directory, made if need be, and its watch. `transient`: it failed for want of something that may come back.
     bool openAndWatch(std::string& wrong, bool& transient) {
         errno = 0;
-        const net::Descriptor directory = openDomain(context_.directory, true, wrong);
+        net::Descriptor directory = openDomain(context_.directory, true, wrong);
         if (directory) {
             DirectoryWatch::Events events;
             events.changed = [this](std::string_view name) { lookAt(name); };
             events.uncertain = [this] { lookAtAll(); };
             events.gone = [this] {
                 directoryWatch_.reset();
+                context_.domain.reset();
                 retryDirectory("the runtime directory " + context_.directory + " was removed", removalPause);
             };
             auto watch = std::make_shared<DirectoryWatch>(context_.loop, std::move(events));
-            if (watch->watch(context_.directory)) {
+            if (watch->watch(context_.directory, directory.get())) {
+                context_.domain = std::move(directory);
                 directoryWatch_ = std::move(watch);
                 return true;
             }

@@ -134,10 +134,12 @@ void ServiceWatch::look() {
 
 void ServiceWatch::attempt() {
     retry_.disarm();
-    if (connection_ || isUnused()) return;
-    net::Descriptor socket = net::connectTo(context_.directory + "/" + fileName_);
+    if (connection_ || isUnused() || !context_.domain) return;
+    net::Descriptor socket = net::connectTo(context_.domain.get(), fileName_);
     if (!socket) {
-        if (errno != ENOENT) retryLater();
+        if (errno == ENOENT) return;
+        if (errno != ECONNREFUSED && errno != EAGAIN) cannotConnect(std::strerror(errno));  // NOLINT(concurrency-mt-unsafe)
+        retryLater();
         return;
     }
     successorMayBeThere_ = false;
@@ -166,11 +168,20 @@ void ServiceWatch::attempt() {
     connection_ = std::make_shared<net::ClientConnection>(std::move(socket), peer, context_.limits, context_.counters,
                                                           servicePath_, std::move(events));
     if (!connection_->start(context_.loop)) {
+        cannotConnect("no room in the event loop");
         connection_.reset();
         retryLater();
         return;
     }
     connection_->sayHello(context_.applicationName);
+}
+
+void ServiceWatch::cannotConnect(const char* why) const {
+    static tracing::RateLimit limit{1};
+    std::uint64_t held = 0;
+    if (!limit.admit(held)) return;
+    tracing::logCV(channel, 4, "%s: cannot connect: %s; trying again (%llu such lines held back)", servicePath_.c_str(), why,
+                   static_cast<unsigned long long>(held));
 }
 
 void ServiceWatch::retryLater() {

@@ -75,6 +75,7 @@ private:
     };
 
     void attempt();
+    void cannotConnect(const char* why) const;
     void retryLater();
     void ready(net::ClientConnection& connection, const net::Peer& peer, const wire::Hello& hello);
     void lost(const net::ClientConnection* connection);
