@@ -109,6 +109,20 @@ TEST_F(TracingLineTest, AStuckReaderLosesLinesButHoldsNobodyUp) {
     EXPECT_THAT(output_.take(), HasSubstr("(1 lines lost)"));
 }
 
+TEST_F(TracingLineTest, AStuckReaderHoldsNobodyUpWhoeverWritesAsWell) {
+    const std::string text(3'500, 'x');
+    for (int round = 0; round < 300; ++round) {
+        std::vector<std::thread> loggers;
+        for (int i = 0; i < 2; ++i) {
+            loggers.emplace_back([&] {
+                for (int line = 0; line < 10; ++line) logC(channel_, 4, text.c_str());
+            });
+        }
+        for (auto& logger : loggers) logger.join();
+        output_.take();
+    }
+}
+
 TEST_F(TracingLineTest, SwitchedOffWritesNothing) {
     const auto guard = util::Util::init("bench_app", false, false, false, false);
     logC(channel_, 4, "silence");

@@ -1,11 +1,15 @@
 #include "util/line_buffer.h"
 
 #include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <charconv>
+#include <mutex>
 
 namespace util {
 
@@ -17,6 +21,31 @@ constexpr std::size_t kRoom =
 
 bool isControl(char c) noexcept {
     return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
+}
+
+// For kernels that know no better. What polls writable has room for PIPE_BUF bytes, which is our capacity, but another process
+// that writes to the same pipe may have taken it in between: no thread of this one.
+ssize_t writeIfReady(int descriptor, const char* bytes, std::size_t size) noexcept {
+    static std::mutex mutex;
+    const std::lock_guard lock{mutex};
+    pollfd ready{descriptor, POLLOUT, 0};
+    if (poll(&ready, 1, 0) != 1 || (ready.revents & POLLOUT) == 0) return 0;
+    return ::write(descriptor, bytes, size);
+}
+
+// Writes what there is room for now. Whether a descriptor waits is a property that it shares with other processes, so it is not
+// for us to change: each kind has its own way to ask for one call that does not.
+ssize_t writeAtOnce(int descriptor, const char* bytes, std::size_t size) noexcept {
+    struct stat status {};
+    if (::fstat(descriptor, &status) != 0) return -1;
+    if (S_ISREG(status.st_mode)) return ::write(descriptor, bytes, size);
+    if (S_ISSOCK(status.st_mode)) return ::send(descriptor, bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL);
+    if (S_ISFIFO(status.st_mode)) {
+        const iovec line{const_cast<char*>(bytes), size};
+        const ssize_t written = ::pwritev2(descriptor, &line, 1, -1, RWF_NOWAIT);
+        if (written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS)) return written;
+    }
+    return writeIfReady(descriptor, bytes, size);
 }
 
 }  // namespace
@@ -78,12 +107,9 @@ bool LineBuffer::writeTo(int descriptor) noexcept {
         size_ += kEllipsis.size();
     }
     bytes_[size_++] = '\n';
-    // A pipe that polls writable has room for PIPE_BUF bytes, which is our capacity: the write cannot block.
-    pollfd ready{descriptor, POLLOUT, 0};
-    if (poll(&ready, 1, 0) != 1 || (ready.revents & POLLOUT) == 0) return false;
     ssize_t written = 0;
     do {
-        written = ::write(descriptor, bytes_.data(), size_);
+        written = writeAtOnce(descriptor, bytes_.data(), size_);
     } while (written < 0 && errno == EINTR);
     return written == static_cast<ssize_t>(size_);
 }
