@@ -1,6 +1,7 @@
 // A worker: one thread that runs events first in, first out.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
@@ -42,6 +43,12 @@ public:
     // The same for an event that waits for nobody and does not take long: if the thread sleeps and the caller is the runtime's,
     // then that runs it, once it has read what there was to read, rather than wake the worker. It cannot tell the difference.
     void enqueBrief(util::SharedPtr<ActiveObjectEvent> event);
+
+    // Queues the event once that much time has passed; one whose time has not come when the worker ends is dropped.
+    // Thread: the worker.
+    void enqueAfter(std::chrono::milliseconds delay, util::SharedPtr<ActiveObjectEvent> event);
+    // Drops what waits for its time. Thread: the worker.
+    void dropLater() noexcept;
 
     // Runs what is queued, and what that queues, on the calling thread; the number of events run. ByHand only.
     std::size_t runPending();

@@ -41,4 +41,10 @@ void postBrief(comm::ActiveObject& worker, F&& function) {
     worker.enqueBrief(makeEvent(std::forward<F>(function)));
 }
 
+// Queues `function` on the worker once that much time has passed. Thread: the worker.
+template <class F>
+void postAfter(comm::ActiveObject& worker, std::chrono::milliseconds delay, F&& function) {
+    worker.enqueAfter(delay, makeEvent(std::forward<F>(function)));
+}
+
 }  // namespace kelo

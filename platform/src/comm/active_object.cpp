@@ -3,6 +3,9 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <exception>
+#include <map>
+#include <optional>
 #include <string>
 #include <thread>
 #include <utility>
@@ -30,8 +33,29 @@ std::string kernelName(const std::string& name) {
 struct ActiveObject::State {
     explicit State(std::string workerName) : name{std::move(workerName)} {}
 
+    void enqueAfter(std::chrono::milliseconds delay, util::SharedPtr<ActiveObjectEvent> event) {
+        if (!timer) timer.emplace(loop, [this] { enqueDue(); });
+        later.emplace(kelo::net::Clock::now() + delay, std::move(event));
+        timer->arm(later.begin()->first);
+    }
+    void enqueDue() noexcept {
+        const auto now = kelo::net::Clock::now();
+        try {
+            while (!later.empty() && later.begin()->first <= now) {
+                loop.enque(later.begin()->second);
+                later.erase(later.begin());
+            }
+            if (!later.empty()) timer->arm(later.begin()->first);
+        } catch (const std::exception&) {
+            timer->arm(now + std::chrono::milliseconds{10});  // when there may be memory again
+        }
+    }
+
     const std::string name;
     kelo::net::Loop loop;
+    // Of the thread that runs the loop; the timer is made when it is first wanted.
+    std::multimap<kelo::net::Clock::time_point, util::SharedPtr<ActiveObjectEvent>> later;
+    std::optional<kelo::net::Timer> timer;
     std::thread thread;
 };
 
@@ -39,6 +63,7 @@ ActiveObject::ActiveObject(std::string name) : state_{std::make_unique<State>(st
     state_->thread = std::thread{[state = state_.get()] {
         ::pthread_setname_np(::pthread_self(), kernelName(state->name).c_str());
         state->loop.run();
+        state->timer.reset();
     }};
 }
 
@@ -59,6 +84,14 @@ void ActiveObject::enque(util::SharedPtr<ActiveObjectEvent> event) {
 
 void ActiveObject::enqueBrief(util::SharedPtr<ActiveObjectEvent> event) {
     state_->loop.enque(std::move(event), kelo::net::Loop::Kind::brief);
+}
+
+void ActiveObject::enqueAfter(std::chrono::milliseconds delay, util::SharedPtr<ActiveObjectEvent> event) {
+    state_->enqueAfter(delay, std::move(event));
+}
+
+void ActiveObject::dropLater() noexcept {
+    state_->later.clear();
 }
 
 std::size_t ActiveObject::runPending() {

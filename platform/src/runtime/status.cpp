@@ -8,6 +8,7 @@
 #include <string_view>
 #include <utility>
 
+#include "kelo/gauge.h"
 #include "kelo/serializer/factory.h"
 #include "kelo/std/error_storage.h"
 
@@ -105,6 +106,10 @@ void writeCounters(ObjectWriter& object, const Counters& counters) {
     object.number("connectionsOpen", counters.connectionsOpen);
 }
 
+void writeGauges(ObjectWriter& object) {
+    for (const auto& [name, value] : readGauges()) object.number(name, static_cast<std::uint64_t>(value));
+}
+
 void writeLimits(ObjectWriter& object, const Limits& limits) {
     const auto milliseconds = [](std::chrono::milliseconds time) { return static_cast<std::uint64_t>(time.count()); };
     object.number("frameBytes", limits.frameBytes);
@@ -135,6 +140,7 @@ void answerStatus(const Status& status, const Counters& counters, const Request&
                                       object.array("published", status.published, writePublished);
                                       object.array("tracked", status.tracked, writeTracked);
                                       object.object("counters", [&](ObjectWriter& inner) { writeCounters(inner, counters); });
+                                      object.object("gauges", &writeGauges);
                                       object.object("limits", [&](ObjectWriter& inner) { writeLimits(inner, status.limits); });
                                   }) ||
         writer->finish();
