@@ -127,9 +127,9 @@ Response BlockingClient::request(Request request) {
     return Response::createErrorResponse(504, servicePath_ + " gave no answer in time");
 }
 
-Response BlockingClient::decoded(Response response, ResultView result) const {
+Response BlockingClient::decoded(std::string_view path, Response response, ResultView result) const {
     const bool isSuccess = response.status() >= 200 && response.status() < 300;
-    if (!isSuccess || !decodeResponse(response, result, "the answer", servicePath_)) return response;
+    if (!isSuccess || !decodeResponse(response, result, {"retrieve", path, "the answer"}, servicePath_)) return response;
     return Response::createErrorResponse(500, takeReason());
 }
 

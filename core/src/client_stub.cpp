@@ -4,6 +4,8 @@
 #include "core/client_stub.h"
 
 #include <cstdint>
+#include <new>
+#include <string>
 
 #include "kelo/errors.h"
 #include "kelo/headers.h"
@@ -55,13 +57,24 @@ void traceUnreadable(std::string_view servicePath) {
 
 }  // namespace
 
-bool decodeResponse(const Response& response, ResultView result, const char* typeName, std::string_view servicePath) {
+bool decodeResponse(const Response& response, ResultView result, const ClientOperation& operation, std::string_view servicePath) {
     const Payload& payload = response.payload();
-    if (!readDocument(payload.bytes(), payload.mimeType(), result)) return false;
-    if (std::ErrorStorage::current().code != errors::unknownMimeType) {
-        const std::string reason = std::ErrorStorage::reason();
+    const auto report = [&](const auto& code, const std::string& reason) {
         std::ErrorStorage::ack();
-        std::ErrorOutput{errors::Error, errors::cannotDeserialize, std::string{typeName} + ": " + reason};
+        std::ErrorOutput{errors::Error, code,
+                         reason + " (" + std::string{servicePath} + ", " + std::string{operation.command} + " " +
+                             std::string{operation.pattern} + ")"};
+    };
+    try {
+        if (!readDocument(payload.bytes(), payload.mimeType(), result)) return false;
+        const std::string reason = std::ErrorStorage::reason();
+        if (std::ErrorStorage::current().code == errors::unknownMimeType) {
+            report(errors::unknownMimeType, reason);
+        } else {
+            report(errors::cannotDeserialize, std::string{operation.resultType} + ": " + reason);
+        }
+    } catch (const std::bad_alloc&) {
+        report(errors::cannotDeserialize, std::string{operation.resultType} + ": out of memory");
     }
     traceUnreadable(servicePath);
     return true;
@@ -86,7 +99,8 @@ void* ClientStub::send(const ClientOperation& operation, std::unique_ptr<IRespon
     request.setOptions(options_);
     headers::appendTracingInfo(request, servicePath_, tracing::getTraceClientId());
     headers::appendAuthInfo(request);
-    return api_->request(request, std::move(handler));
+    constexpr RequestLimits noDeadline{std::chrono::milliseconds{0}};
+    return api_->request(request, std::move(handler), operation.hasDeadline ? RequestLimits{} : noDeadline);
 }
 
 }  // namespace kelo

@@ -99,6 +99,25 @@ TEST(ListPage, SelectsMembersOfItsOwnElementsOnly) {
     EXPECT_EQ(*all[0]->colour, "red") << "the elements themselves are shared with others";
 }
 
+TEST(ListPage, HintsLeadPastElementsThatShareAnId) {
+    auto shared = elements();
+    shared[2]->id = shared[1]->id;
+    for (int limit = 1; limit <= 4; ++limit) {
+        ToluParams request;
+        request.limit = limit;
+        request.offsetId = shared[0]->id;
+        std::string forward;
+        for (int pages = 0; pages < 6; ++pages) {
+            const Page page = kelo::tolu::cutPage(shared, kelo::optional<ToluParams>{request});
+            forward += names(page);
+            if (!page.next) break;
+            request.offset = page.next->offset;
+            request.offsetId = page.next->offsetId;
+        }
+        EXPECT_EQ(forward, "bcde") << limit;
+    }
+}
+
 kelo::optional<ToluParams> follow(const RequestHint& hint) {
     ToluParams result;
     result.limit = hint.limit;

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdlib>
 #include <functional>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -12,6 +14,27 @@
 #include "core/element.h"
 #include "support/documents.h"
 #include "support/recording_handler.h"
+
+namespace {
+
+// Of this thread, before one fails.
+constexpr int unlimited = -1;
+thread_local int allocationsLeft = unlimited;
+
+}  // namespace
+
+[[gnu::noinline]] void* operator new(std::size_t size) {
+    void* const memory = allocationsLeft == 0 ? nullptr : std::malloc(size);
+    if (memory == nullptr) throw std::bad_alloc{};
+    if (allocationsLeft > 0) --allocationsLeft;
+    return memory;
+}
+[[gnu::noinline]] void operator delete(void* memory) noexcept {
+    std::free(memory);
+}
+[[gnu::noinline]] void operator delete(void* memory, std::size_t) noexcept {
+    std::free(memory);
+}
 
 namespace {
 
@@ -231,6 +254,30 @@ TEST_F(ResourceData, HandlersMayCallBackWhenTheyAreDestroyed) {
         EXPECT_EQ(meddled, 1);
         EXPECT_EQ(heard[0].destroyed, 1);
     }
+}
+
+TEST_F(ResourceData, AListenerIsThereWithAllThatBelongsToItOrNotAtAll) {
+    put("a", 1);
+    bool isThere = false;
+    for (int allocations = 0; !isThere; ++allocations) {
+        heard = {};
+        auto handler = support::record(heard[0]);
+        allocationsLeft = allocations;
+        try {
+            data.addListener(key(0), element("a")->id, {}, std::move(handler));
+            isThere = true;
+        } catch (const std::bad_alloc&) {
+            allocationsLeft = unlimited;
+            handler.reset();
+            EXPECT_EQ(data.listenerCount(), 0U) << allocations;
+            EXPECT_EQ(heard[0].destroyed, 1) << allocations;
+        }
+    }
+    allocationsLeft = 0;
+    data.cancel(key(0));
+    allocationsLeft = unlimited;
+    EXPECT_EQ(heard[0].destroyed, 1);
+    EXPECT_EQ(data.listenerCount(), 0U);
 }
 
 }  // namespace

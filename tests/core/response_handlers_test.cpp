@@ -126,10 +126,18 @@ TEST(ResponseHandlers, OnlyChangesPassTheComparison) {
     }
 }
 
-TEST(ResponseHandlers, AnEmptyPredicateIsABadFunctionCall) {
+TEST(ResponseHandlers, EachRefusesAValueAfterTheEnd) {
     Heard<int> heard;
-    FilteringResponseHandler<int> handler{support::record(heard), nullptr};
-    EXPECT_THROW(handler.onNext(1), std::bad_function_call);
+    std::vector<std::unique_ptr<kelo::IResponseHandler<int>>> handlers;
+    handlers.push_back(std::make_unique<FilteringResponseHandler<int>>(support::record(heard), [](const int&) { return true; }));
+    handlers.push_back(
+        kelo::responsehandlers::mapped<int>(support::record(heard), [](const int& value) { return kelo::optional<int>{value}; }));
+    for (const auto& handler : handlers) {
+        handler->onCompleted();
+        EXPECT_TRUE(handler->onNext(1));
+        EXPECT_EQ(support::takeReason(), "Request already terminated");
+    }
+    EXPECT_THAT(heard.values, IsEmpty());
 }
 
 }  // namespace

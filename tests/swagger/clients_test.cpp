@@ -1,8 +1,10 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <functional>
+#include <new>
 #include <string>
 #include <tuple>
 #include <type_traits>
@@ -33,7 +35,9 @@ using popups::Hmx_popupsClient;
 using support::FakeKeloApi;
 using support::Heard;
 using support::MimeTypeID;
+using testing::AllOf;
 using testing::ElementsAre;
+using testing::EndsWith;
 using testing::HasSubstr;
 using testing::IsEmpty;
 using testing::SizeIs;
@@ -198,6 +202,7 @@ TEST(UpstreamClients, EachOperationIsOneRequestAndItsAnswer) {
             EXPECT_EQ(request.path(), op.path);
             EXPECT_EQ(request.servicePath(), op.servicePath);
             EXPECT_EQ(request.clientId(), kelo::tracing::getTraceClientId());
+            EXPECT_EQ(request.authToken(), "uid=" + std::to_string(::geteuid()));
             EXPECT_EQ(request.getMimeTypeHeader(), mimeType);
             ASSERT_NE(request.options(), nullptr);
             EXPECT_TRUE(request.options()->empty());
@@ -229,7 +234,7 @@ TEST(UpstreamClients, AnAnswerThatDoesNotDecodeIsAnError) {
         const char* mimeType;
         const char* body;
         int code;
-        const char* reason;  // "" stands for the type's name, ": " and whatever the reader says
+        const char* reason;  // null stands for the type's name, ": " and whatever the reader says
     };
     const Case cases[] = {
         {"text/html", "{}", 16, "text/html"},
@@ -244,19 +249,21 @@ TEST(UpstreamClients, AnAnswerThatDoesNotDecodeIsAnError) {
         {"application/vnd.msgpack", "\xc1", 11, nullptr},
         {"application/vnd.ixobin", "\xff", 11, nullptr},
     };
+    const std::string whose = " (/hmxdisplaymanager, retrieve /displays/*)";
     for (const Case& c : cases) {
         SCOPED_TRACE(std::string{c.mimeType} + " " + c.body);
         displaymanager::Display decoded;
         const kelo::Response answer{200, kelo::Payload::copyOf(c.body, kelo::MimeType{c.mimeType})};
-        EXPECT_TRUE(kelo::decodeResponse(answer, kelo::ResultView::of(decoded), "Display", "/hmxdisplaymanager"));
+        EXPECT_TRUE(kelo::decodeResponse(answer, kelo::ResultView::of(decoded), {"retrieve", "/displays/*", "Display"},
+                                         "/hmxdisplaymanager"));
         EXPECT_EQ(std::ErrorStorage::current().category, &kelo::errors::Error);
         EXPECT_EQ(std::ErrorStorage::current().code, c.code);
         const std::string reason = support::takeReason();
         if (c.reason != nullptr) {
-            EXPECT_EQ(reason, c.reason);
+            EXPECT_EQ(reason, c.reason + whose);
         } else {
-            EXPECT_THAT(reason, StartsWith("Display: "));
-            EXPECT_GT(reason.size(), std::string{"Display: "}.size());
+            EXPECT_THAT(reason, AllOf(StartsWith("Display: "), EndsWith(whose)));
+            EXPECT_GT(reason.size(), ("Display: " + whose).size());
         }
 
         FakeKeloApi api;
@@ -268,6 +275,14 @@ TEST(UpstreamClients, AnAnswerThatDoesNotDecodeIsAnError) {
         EXPECT_FALSE(std::ErrorStorage::hasError());
         EXPECT_EQ(api.open(), 0U);
     }
+}
+
+TEST(UpstreamClients, MemoryThatRunsOutIsAnErrorThatNamesTheAnswer) {
+    int value = 0;
+    const kelo::Response answer{200, kelo::Payload::copyOf("7", kelo::MimeType{json})};
+    const kelo::ResultView throws{&value, [](auto&, void*) -> bool { throw std::bad_alloc{}; }};
+    EXPECT_TRUE(kelo::decodeResponse(answer, throws, {"retrieve", "/*", "Popup"}, "/hmxpopupmanager"));
+    EXPECT_EQ(support::takeReason(), "Popup: out of memory (/hmxpopupmanager, retrieve /*)");
 }
 
 TEST(UpstreamClients, TheLogNamesAServiceWhoseAnswersDoNotRead) {

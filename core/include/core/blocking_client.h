@@ -30,12 +30,12 @@ public:
     // Fills `result` with the answer's document; 500 with the reason where that is of another type.
     template <class Result>
     Response retrieve(std::string_view path, Result& result) {
-        return decoded(request(Request{"retrieve", path}), ResultView::of(result));
+        return decoded(path, request(Request{"retrieve", path}), ResultView::of(result));
     }
 
 private:
     class Connection;
-    Response decoded(Response response, ResultView result) const;
+    Response decoded(std::string_view path, Response response, ResultView result) const;
 
     std::string servicePath_;
     std::chrono::milliseconds patience_;

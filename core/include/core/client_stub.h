@@ -19,12 +19,14 @@ struct ClientOperation {
     std::string_view command;
     std::string_view pattern;         // of the path; each "*" stands for an argument
     const char* resultType = "none";  // as decoding errors name it
+    bool hasDeadline = true;          // false: its answer is waited for as long as the service lives
 };
 
 // Fills `result` from the payload of an answer of the service `servicePath`. True on failure, with the error in the store:
-// unknownMimeType and the mime type's text, or cannotDeserialize and "<type name>: <reason>". The log has it too, a few times a
-// second at most: what the client of the bridge is told of it does not say whose fault it is. Thread: any.
-[[nodiscard]] bool decodeResponse(const Response& response, ResultView result, const char* typeName,
+// unknownMimeType and the mime type's text, or cannotDeserialize and "<type name>: <reason>"; either is followed by the service
+// and the operation, so that whoever reads it knows whose answer it was. The log has it too, a few times a second at most.
+// Thread: any.
+[[nodiscard]] bool decodeResponse(const Response& response, ResultView result, const ClientOperation& operation,
                                   std::string_view servicePath);
 
 // A value but for the API, which it does not own and which outlives it. Thread: any.
@@ -59,9 +61,9 @@ private:
                                                       [](const Response&) { return kelo::optional<Result>{nullptr}; });
         } else {
             return responsehandlers::mapped<Response>(
-                std::move(handler), [typeName = operation.resultType, servicePath = servicePath_](const Response& response) {
+                std::move(handler), [operation, servicePath = servicePath_](const Response& response) {
                     kelo::optional<Result> result{std::experimental::in_place};
-                    if (decodeResponse(response, ResultView::of(*result), typeName, servicePath)) result = kelo::nullopt;
+                    if (decodeResponse(response, ResultView::of(*result), operation, servicePath)) result = kelo::nullopt;
                     return result;
                 });
         }

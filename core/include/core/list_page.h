@@ -55,6 +55,14 @@ struct PageWindow {
 // `total`: matching elements. `behind`: how many of these stand up to and including the one that `offsetId` names.
 [[nodiscard]] PageWindow placePage(const toluglobals::ToluParams& params, std::size_t total, std::size_t behind);
 
+// Whether an id stands for one element alone.
+template <class T>
+[[nodiscard]] bool isOnlyOne(const std::vector<std::shared_ptr<T>>& elements, const std::UUID& id) {
+    std::size_t count = 0;
+    for (const auto& element : elements) count += element->id == id ? 1 : 0;
+    return count == 1;
+}
+
 // The page of `elements`, none of them null, that `params` asks for, in their order:
 //  1. The elements whose members match the query values. The values under `consumedKeys` have done their work before and
 //     decide nothing, like those that name no member.
@@ -63,8 +71,8 @@ struct PageWindow {
 //     client that walks the pages while elements go comes to an end and not to the start again.
 //  3. Of their members, those in `fields`.
 // Hints name the neighbours as the request named this page, by number or by the element in front; a page at the very start has
-// none in front and is named by number. The previous page is short where fewer than `limit` elements lie in front, so that
-// neighbours do not overlap.
+// none in front and is named by number, as is one that begins behind an element whose id another element has, too. The previous
+// page is short where fewer than `limit` elements lie in front, so that neighbours do not overlap.
 template <class T>
 [[nodiscard]] ListPage<T> cutPage(std::vector<std::shared_ptr<T>> elements, const kelo::optional<toluglobals::ToluParams>& params,
                                   std::initializer_list<std::string_view> consumedKeys = {}) {
@@ -79,12 +87,11 @@ template <class T>
     for (std::size_t i = 0; i < elements.size(); ++i) {
         const bool isOffset = params->offsetId && elements[i]->id == *params->offsetId;
         if (matchesAll(*elements[i], params->values, {consumedKeys.begin(), consumedKeys.size()})) {
-            if (matching != i) elements[matching] = std::move(elements[i]);
+            if (matching != i) elements[matching].swap(elements[i]);  // what does not match goes to the end
             ++matching;
         }
         if (isOffset) behind = matching;
     }
-    elements.resize(matching);
 
     const PageWindow window = placePage(*params, matching, behind.value_or(matching));
     page.total = static_cast<int>(matching);
@@ -93,7 +100,7 @@ template <class T>
         const auto hint = [&](std::size_t begin, std::size_t length) {
             toluglobals::RequestHint result;
             result.limit = static_cast<int>(length);
-            if (params->offsetId && begin > 0) {
+            if (params->offsetId && begin > 0 && isOnlyOne(elements, elements[begin - 1]->id)) {
                 result.offsetId = elements[begin - 1]->id;
             } else {
                 result.offset = static_cast<int>(begin);

@@ -123,8 +123,15 @@ private:
     void add(void* requestKey, const Key& id, std::unique_ptr<IResponseHandler<Objects>> handler) {
         cancel(requestKey);
         const Pass pass{*this};
+        // Each listener has a place among the finished ones from the start, so that it can leave when there is no memory.
+        if (finished_.capacity() <= listeners_.size()) finished_.reserve(2 * listeners_.size() + 1);
         const Place place = listeners_.emplace(id, Listener{requestKey, nextNumber_++, std::move(handler)});
-        if (requestKey != nullptr) index_.emplace(requestKey, place);
+        try {
+            if (requestKey != nullptr) index_.emplace(requestKey, place);
+        } catch (...) {
+            listeners_.erase(place);
+            throw;
+        }
         std::exception_ptr fault;
         deliver(place, fault);
         if (fault) std::rethrow_exception(fault);

@@ -55,7 +55,9 @@ void* Hmx_inputregionsClient::triggerHapticFeedback(Handler<nullptr_t>&& handler
 
 void* Hmx_inputregionsClient::updateInputRegions(Handler<nullptr_t>&& handler, const string& display, const string& hmi,
                                                  const HapticAndInputInfoPerHMI& info) {
-    return stub_.request({"update", "/*/*"}, std::move(handler), {display, hmi}, info);
+    // A change may be carried out however late: who sends it wants to know that.
+    return stub_.request({.command = "update", .pattern = "/*/*", .hasDeadline = false}, std::move(handler), {display, hmi},
+                         info);
 }
 
 }  // namespace kelo::hmx::inputregions
