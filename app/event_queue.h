@@ -1,6 +1,7 @@
 // The start-up event queue: how the workers tell main that a service is there.
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <list>
 #include <string>
@@ -36,6 +37,7 @@ public:
     CEventQueue(const CEventQueue&) = delete;
     CEventQueue& operator=(const CEventQueue&) = delete;
 
+    // Drops an event whose id is in the queue already.
     void post(const CEvent& event);
     // Blocks until an event with this id is taken from the queue. Events with other ids in front of it are lost.
     void waitFor(EventId id);
@@ -55,7 +57,8 @@ template <class EventId, class Mutex, class Condition>
 void CEventQueue<EventId, Mutex, Condition>::post(const CEvent& event) {
     std::list<CEvent> node{event};  // made before the lock, so that nothing can throw while it is held
     mutex_.lock();
-    events_.splice(events_.end(), node);
+    const auto isSame = [&event](const CEvent& queued) { return queued.id == event.id; };
+    if (std::none_of(events_.begin(), events_.end(), isSame)) events_.splice(events_.end(), node);
     if (condition_.isBound()) condition_.signal();
     mutex_.unlock();
 }

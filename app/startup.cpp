@@ -17,6 +17,7 @@
 #include <exception>
 #include <future>
 #include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -75,23 +76,41 @@ void startRuntime(kelo::runtime::IKeloRuntime& runtime) {
 }
 
 // Sees to it, before any of the objects in front of it is destroyed, that nothing uses them any more: ends the runtime's
-// callbacks, then lets the worker finish what is queued. Thread: main.
+// callbacks, then lets the worker finish what is queued. It may be needed because memory has run out: what it needs it has from
+// the start, and what the runtime and the queue need it waits for. Thread: main.
 class Standstill {
 public:
-    Standstill(kelo::runtime::IKeloRuntime& runtime, comm::ActiveObject& worker) : runtime_{runtime}, worker_{worker} {}
+    Standstill(kelo::runtime::IKeloRuntime& runtime, comm::ActiveObject& worker)
+        : runtime_{runtime}, worker_{worker}, idle_{promise_.get_future()}, event_{makeTask([this] {
+              worker_.dropLater();
+              promise_.set_value();
+          })} {}
     ~Standstill() {
-        runtime_.stop();
-        std::promise<void> promise;
-        const std::future<void> idle = promise.get_future();
-        kelo::post(worker_, [promise = std::move(promise)]() mutable { promise.set_value(); });
-        idle.wait();
+        insist([this] { runtime_.stop(); });
+        insist([this] { worker_.enque(event_); });
+        idle_.wait();
     }
     Standstill(const Standstill&) = delete;
     Standstill& operator=(const Standstill&) = delete;
 
 private:
+    template <class Step>
+    static void insist(Step step) noexcept {
+        for (;;) {
+            try {
+                step();
+                return;
+            } catch (const std::bad_alloc&) {
+                sleepFor(std::chrono::milliseconds{10});
+            }
+        }
+    }
+
     kelo::runtime::IKeloRuntime& runtime_;
     comm::ActiveObject& worker_;
+    std::promise<void> promise_;
+    const std::future<void> idle_;
+    const util::SharedPtr<comm::ActiveObjectEvent> event_;
 };
 
 // What is printed instead of serving, and where.

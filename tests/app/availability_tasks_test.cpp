@@ -23,7 +23,9 @@ using Lines = std::vector<std::string>;
 class AvailabilityTasks : public testing::Test {
 protected:
     void come(kelo::IKeloApi* newApi) {
-        if (runtime.resolver == nullptr) runtime.tracker->added(kelo::runtime::KeloServiceTrackerInfo{});
+        kelo::runtime::KeloServiceTrackerInfo info;
+        info.mimeTypes = {"application/x-unknown", msgpack, "application/json"};
+        if (runtime.resolver == nullptr) runtime.tracker->added(info);
         runtime.resolver->resolved(support::FakeRuntime::resolveHandle, newApi);
     }
     // As the registry tells it: from the tracker and from the resolver.
@@ -55,9 +57,13 @@ protected:
         ofDriver.values.set("display", "Driver_Display");
         popups.retrievePopupObjects(ignored<kelo::hmx::PopupObjectListPage>(), ofDriver);
         worker.crank();
+        for (std::size_t i = before; i < api.sent.size(); ++i) {
+            EXPECT_EQ(api.sent[i].request.getMimeTypeHeader(), msgpack) << "what the service prefers";
+        }
         return api.sent.size() - before;
     }
 
+    static constexpr char msgpack[] = "application/vnd.msgpack";
     support::HandCrankedWorker worker;
     support::FakeKeloApi api;
     support::FakeRuntime runtime;

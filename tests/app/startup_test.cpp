@@ -33,8 +33,9 @@ public:
         });
         return 1;
     }
-    std::uint64_t openResolver(const kelo::runtime::KeloServiceTrackerInfo&, IKeloServiceResolver& resolver,
-                               comm::ActiveObject*) override {
+    std::uint64_t openResolver(const kelo::runtime::KeloServiceTrackerInfo& info, IKeloServiceResolver& resolver,
+                               comm::ActiveObject* reader) override {
+        readers[info.servicePath] = reader->name();
         kelo::post(thread_, [this, &resolver] { resolver.resolved(2, &api_); });
         return 2;
     }
@@ -69,7 +70,8 @@ public:
     }
 
     Watched<Lines> calls;
-    std::string failAt;  // the path that cannot be tracked
+    std::map<std::string, std::string> readers;  // the worker of each service's manager
+    std::string failAt;                          // the path that cannot be tracked
 
 private:
     static kelo::runtime::KeloServiceTrackerInfo infoOf(const std::string& path) {
@@ -128,6 +130,9 @@ TEST(StartUp, TakesOneServiceAfterTheOtherInWhateverOrderTheyCome) {
         EXPECT_TRUE(parked.waitFor([](bool is) { return is; }));
         EXPECT_EQ(runtime.calls.get().back(),
                   "register /hmx /popups /regionconfigurations /displays /displayables /layerconfigurations");
+        EXPECT_EQ(runtime.readers, (std::map<std::string, std::string>{{dm, "hmxtolubridge.displaythread"},
+                                                                       {input, "hmxtolubridge.inputthread"},
+                                                                       {popup, "hmxtolubridge.popupthread"}}));
         const Lines all = lines.take();
         EXPECT_EQ(ofMain(all),
                   (Lines{"2 Service hmxtolubridge wait for dm service available started ",
@@ -154,7 +159,9 @@ TEST(StartUp, AThrowOnTheWayTakesEverythingDownAndIsTold) {
     runtime.come("/hmxdisplaymanager");
     EXPECT_EQ(hmx::guarded([&] { hmx::serve(runtime, [] { FAIL() << "parked"; }); }, {}), hmx::exitFailure);
     EXPECT_EQ(lines.take().back(), "4 hmxtolubridge:main caught exception: no tracker for you ");
-    EXPECT_EQ(hmx::guarded([] { throw 7; }, {}), hmx::exitFailure);
+    const auto thrown = std::chrono::steady_clock::now();
+    EXPECT_EQ(hmx::guarded([] { throw 7; }), hmx::exitFailure);
+    EXPECT_GE(std::chrono::steady_clock::now() - thrown, std::chrono::seconds{1});
     EXPECT_EQ(lines.take(), Lines{"4 hmxtolubridge:main unknown exception occured"});
     EXPECT_EQ(hmx::guarded([] {}), hmx::exitOk);
 }
