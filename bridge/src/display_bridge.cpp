@@ -27,6 +27,9 @@ struct DisplaySideScheme<DisplayResource> : DisplayResource {
         return client.getDisplays(std::move(handler));
     }
     static void* getOne(Client& client, std::unique_ptr<kelo::IResponseHandler<One>> handler, const std::string& name) {
+        if (name.empty())
+            return refuseNameless("[DisplayBridge::retrieveDisplayObject a display with an empty name cannot be asked for]",
+                                  *handler);
         return client.getDisplay(std::move(handler), name);
     }
 

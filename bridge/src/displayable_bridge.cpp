@@ -35,13 +35,24 @@ struct DisplaySideScheme<DisplayableResource> : DisplayableResource {
     static constexpr std::string_view parameter = "displayableID";
     // The smallest number stands for no number at all: who asks for it gets the whole resource.
     static bool wanted(const util::config::Dictionary& query, int& number) {
-        constexpr std::int64_t none = std::numeric_limits<int>::min();
-        const util::config::Value* const value = query.find(parameter);
-        const std::int64_t* const given = value == nullptr ? nullptr : value->asInt();
-        if (given == nullptr || *given <= none || *given > std::numeric_limits<int>::max()) return false;
+        const std::int64_t* const given = find(query);
+        if (given == nullptr || *given == Numbers::min() || isBeyondAll(*given)) return false;
         number = static_cast<int>(*given);
         return true;
     }
+    // Whether the query is for a number that no displayable can have.
+    static bool wantsNone(const util::config::Dictionary& query) {
+        const std::int64_t* const given = find(query);
+        return given != nullptr && isBeyondAll(*given);
+    }
+
+    using Numbers = std::numeric_limits<int>;
+    static const std::int64_t* find(const util::config::Dictionary& query) {
+        const util::config::Value* const value = query.find(parameter);
+        return value == nullptr ? nullptr : value->asInt();
+    }
+    static bool isBeyondAll(std::int64_t number) { return number < Numbers::min() || number > Numbers::max(); }
+
     static std::string idName(const int& number) { return displayableIdName(number); }
     static int keyOf(const One& displayable, int) { return displayable.id; }
     template <class Visit>
@@ -76,6 +87,13 @@ void* DisplayableBridge::retrieveDisplayableObject(
 void* DisplayableBridge::retrieveDisplayableObjects(
     std::unique_ptr<kelo::IResponseHandler<kelo::hmx::DisplayableObjectListPage>>&& handler,
     const kelo::optional<kelo::toluglobals::ToluParams>& params) {
+    using Scheme = DisplaySideScheme<DisplayableResource>;
+    if (params && Scheme::wantsNone(params->values)) {
+        tracing::logC(Scheme::channel, progressLevel, Scheme::list);
+        const auto none = kelo::tolu::cutPage(std::vector<std::shared_ptr<kelo::hmx::DisplayableObject>>{}, params);
+        if (!handler->onNext(none)) handler->onCompleted();
+        return newRequestKey();
+    }
     return retrieveList(std::move(handler), params);
 }
 

@@ -1,22 +1,46 @@
-// The cache holds what the input manager has accepted and nothing else. A change is made on an object of its own, sent, and put
-// into the cache (or its object erased) when the answer says yes; the caller hears of it before the listeners do. Objects in the
-// cache are never changed: readers share them.
+// "/hmx" shows what the input manager has. It cannot be asked for that, so the cache is made of its answers: what it has accepted
+// is in the cache and nothing else is. A change is made on an object of its own, sent at once, and put into the cache (or its
+// object erased) when the answer says yes; the caller hears of it before the listeners do. Objects in the cache are never
+// changed: readers share them.
 //
-// Several changes of one configuration may be under way at a time; each is applied when its own answer comes, once, whatever
-// happened to the cache in between. So a configuration that is deleted and, before the answer, updated again is there in the end,
-// as it is upstream.
+// Order. The input manager gets changes in the order of sending, so of the changes of one configuration that it accepts, the one
+// that was sent last decides what it has. Its answers may come in any order. Each change has a number, and an accept that comes
+// after the accept of a later change of the same configuration is heard by its caller alone. A refusal changes nothing: updates A
+// and B, B refused, leave A, whichever answer comes first. A deletion is a change like any other: an update that was sent after
+// it brings the configuration back, one that was sent before it does not.
 //
-// A client that cancels a change, or dies, is not told of the outcome. The change itself goes on: what has been sent may have
-// been done, and a cache that did not learn of it would deny a configuration that exists.
+// What was sent is carried through. It may be carried out at any time, so neither a client that cancels, dies or got 504 nor the
+// time that passes ends our interest in the answer: the request upstream has no deadline, and the caller's is kept here. How many
+// changes may be unanswered is limited; beyond that a change is refused and not sent.
+//
+// When the input manager is lost, nobody knows which of the unanswered changes it has carried out, and it may return without
+// anything or with all that it had. So at its return each configuration in the cache is sent again, in the order in which they
+// were inserted, a few at a time; and where a change with an unknown outcome has left no object in the cache, its regions are
+// cleared. Afterwards the input manager has what "/hmx" has shown all the time. A change that a client makes meanwhile is sent
+// after its configuration, which goes to the head of the queue for it, and so wins. What is refused now leaves the cache.
+//
+// One id, two places. The id is made of display, HMI and subcomponent without separators, so different ones may have the same.
+// Such a configuration replaces the other one, whose regions must not stay: they are cleared first, and only when that is
+// accepted is the new one sent. Until then, changes of that id wait in the order of their coming. If the clearing is refused, so
+// is the change that caused it, and nothing has changed. A refusal of the new one leaves neither: the old one is gone upstream.
+//
+// Memory. An object counts from its making until nobody holds it; what would go beyond the limit is refused with 507. When much
+// was given back, the system gets it, on the worker but not on a request's road.
 #include "bridge/input_bridge.h"
 
+#include <algorithm>
 #include <cassert>
+#include <exception>
+#include <string>
 #include <utility>
 
 #include "bridge/common_texts.h"
+#include "bridge/footprint.h"
 #include "hmx/inputregions/hmx_inputregions_client.h"
+#include "hmx/inputregions/service_path.h"
 #include "kelo/func_call_event.h"
 #include "tracing/channel.h"
+#include "util/memory.h"
 
 namespace hmx {
 
@@ -29,36 +53,100 @@ namespace {
 
 const tracing::Channel channel{"HMX_TOLU_BRIDGE_REGIONS"};
 
-// A new object with the regions given and all else as in the old one.
-std::shared_ptr<RegionconfigurationObject> withRegions(const RegionconfigurationObject& object,
-                                                       std::shared_ptr<HapticAndInputInfoPerHMIType> regions) {
-    auto copy = std::make_shared<RegionconfigurationObject>(object);
-    copy->regions = std::move(regions);
+constexpr std::uint16_t serviceUnavailable = 503;
+constexpr std::uint16_t gatewayTimeout = 504;
+constexpr std::uint16_t insufficientStorage = 507;
+
+// A copy with other regions.
+RegionconfigurationObject withRegions(const RegionconfigurationObject& object,
+                                      std::shared_ptr<HapticAndInputInfoPerHMIType> regions) {
+    RegionconfigurationObject copy{object};
+    copy.regions = std::move(regions);
     return copy;
+}
+
+// The configuration of that id and place without regions.
+std::shared_ptr<RegionconfigurationObject> cleared(const std::UUID& id, const RegionAddress& address) {
+    auto object = std::make_shared<RegionconfigurationObject>(id, regionConfigurationUri(id));
+    if (!address.subComponent.empty()) object->subComponent = address.subComponent;
+    return object;
+}
+
+// Whether the error leaves open what has become of a change. The runtime says so in these words.
+bool leavesOutcomeOpen(const Response& response) {
+    const std::string_view reason = response.reason();
+    return response.status() == serviceUnavailable && (reason.ends_with("outcome unknown") || reason.ends_with("not sent"));
+}
+
+Response refusal(std::uint16_t status, const char* operation, const char* reason) {
+    tracing::logCV(channel, errorLevel, "%s %s", operation, reason);
+    return Response::createErrorResponse(status, "[" + std::string{operation} + " " + reason + ", request not sent]");
 }
 
 }  // namespace
 
+struct InputBridge::Charged final : Object {
+    Charged(Object&& object, Memory& memory) : Object{std::move(object)}, memory_{memory}, bytes_{footprint<Object>(*this)} {
+        memory_.bytes += bytes_;
+        memory_.gauge.add(static_cast<std::int64_t>(bytes_));
+    }
+    Charged(const Charged&) = delete;
+    Charged& operator=(const Charged&) = delete;
+    ~Charged() {
+        memory_.bytes -= bytes_;
+        memory_.freed += bytes_;
+        memory_.gauge.add(-static_cast<std::int64_t>(bytes_));
+    }
+
+private:
+    Memory& memory_;
+    const std::size_t bytes_;
+};
+
 void InputBridge::ChangeReceiver::onNext(const Value&) const {
-    bridge->accepted(key, *change);
+    const auto kept = change;
+    bridge->accepted(*kept);
 }
 void InputBridge::ChangeReceiver::onError(const Response& response) const {
-    bridge->pending_.fail(key, response);
+    const auto kept = change;
+    if (!kept->isDecided) {
+        tracing::logCV(channel, errorLevel,
+                       "InputBridge::CUpdateInputRegionsResponseHandler::onError received error for uri %s error: %s",
+                       kept->object->uri.toString().c_str(), response.toString().c_str());
+    }
+    bridge->pending_.fail(kept->key, response);
+    bridge->decide(*kept, leavesOutcomeOpen(response) ? Outcome::unknown : Outcome::refused, &response);
 }
 void InputBridge::ChangeReceiver::onCompleted() const {
-    bridge->pending_.complete(key);
+    const auto kept = change;
+    bridge->pending_.complete(kept->key);
+    bridge->decide(*kept, Outcome::refused);
 }
 
-InputBridge::InputBridge(std::shared_ptr<comm::ActiveObject> worker) : worker_{std::move(worker)} {}
+InputBridge::InputBridge(std::shared_ptr<comm::ActiveObject> worker, const RegionLimits& limits)
+    : worker_{std::move(worker)}, limits_{limits} {}
 
 void InputBridge::setApi(const ServiceApi& api) {
     assert(worker_->isCurrentThread());
     upstream_.set<kelo::hmx::inputregions::Hmx_inputregionsClient>(api);
+    round_ = Round{.number = round_.number + 1};
+    std::vector<std::pair<std::uint64_t, std::UUID>> order;
+    for (auto& [id, configuration] : configurations_) {
+        const bool isKept = cache_.find(id) != nullptr;
+        configuration.isToBeSentAgain = isKept || configuration.isDoubtful();
+        if (!configuration.isToBeSentAgain) continue;
+        order.emplace_back(isKept ? configuration.insertedBy : configuration.lastUnknown, id);
+    }
+    std::sort(order.begin(), order.end());
+    for (const auto& [number, id] : order) round_.left.push_back(id);
+    continueSendingAgain();
 }
 
 void InputBridge::resetApi() {
     assert(worker_->isCurrentThread());
     upstream_.reset();
+    round_.left.clear();
+    for (auto& [id, configuration] : configurations_) configuration.isToBeSentAgain = false;
 }
 
 void* InputBridge::insertRegionconfigurationObject(std::unique_ptr<IResponseHandler<kelo::url>>&& handler,
@@ -76,14 +164,13 @@ void* InputBridge::insertRegionconfigurationObject(std::unique_ptr<IResponseHand
                 "InputBridge::insertRegionconfigurationObject for display: %s hmi : %s subcomponent: %s already exists",
                 address.display.c_str(), address.hmi.c_str(), address.subComponent.c_str());
         }
-        auto object = std::make_shared<Object>(id, regionConfigurationUri(id));
-        object->name = regionConfigurationName(address);
-        object->subComponent = insert.subComponent;
-        object->display = insert.display;
-        object->hmi = insert.hmi;
-        object->regions = insert.regions;
-        send(key, std::move(handler), {address, std::move(object)},
-             "InputBridge::insertRegionconfigurationObject no input client available");
+        Object object{id, regionConfigurationUri(id)};
+        object.name = regionConfigurationName(address);
+        object.subComponent = insert.subComponent;
+        object.display = insert.display;
+        object.hmi = insert.hmi;
+        object.regions = insert.regions;
+        send(key, std::move(handler), {address, charged(std::move(object)), "InputBridge::insertRegionconfigurationObject"});
     });
     return key;
 }
@@ -104,8 +191,8 @@ void* InputBridge::updateRegionconfigurationObject(std::unique_ptr<IResponseHand
         tracing::logCV(channel, progressLevel,
                        "InputBridge::updateRegionconfigurationObject for display: %s hmi : %s subcomponent: %s",
                        address.display.c_str(), address.hmi.c_str(), address.subComponent.c_str());
-        send(key, std::move(handler), {address, withRegions(*stored, update.regions)},
-             "InputBridge::updateRegionconfigurationObject no input client available");
+        send(key, std::move(handler),
+             {address, charged(withRegions(*stored, update.regions)), "InputBridge::updateRegionconfigurationObject"});
     });
     return key;
 }
@@ -127,9 +214,9 @@ void* InputBridge::deleteRegionconfigurationObject(std::unique_ptr<IResponseHand
         tracing::logCV(channel, progressLevel,
                        "InputBridge::deleteRegionconfigurationObject for display: %s hmi : %s subcomponent: %s",
                        address.display.c_str(), address.hmi.c_str(), address.subComponent.c_str());
+        auto empty = std::make_shared<Object>(withRegions(*stored, std::make_shared<HapticAndInputInfoPerHMIType>()));
         send(key, std::move(handler),
-             {address, withRegions(*stored, std::make_shared<HapticAndInputInfoPerHMIType>()), /*isRemoval=*/true},
-             "InputBridge::deleteRegionconfigurationObject no input client available");
+             {address, std::move(empty), "InputBridge::deleteRegionconfigurationObject", /*isRemoval=*/true});
     });
     return key;
 }
@@ -149,40 +236,281 @@ void InputBridge::cancelRequest(void* key) {
             const std::shared_ptr<const Change> change = *pending;
             pending_.abandon(key);
             if (change->isAccepted) change->upstream.cancel();
-        } else {
+        } else if (std::erase_if(waiting_, [key](const ChangeRequest& request) { return request->context->key == key; }) == 0) {
             cache_.cancel(key);
         }
     });
 }
 
-template <class Result>
-void InputBridge::send(RequestKey key, std::unique_ptr<IResponseHandler<Result>> handler, Change change, const char* noClient) {
-    if (!upstream_) {
-        handler->onError(noClientResponse(channel, noClient));
-        return;
-    }
-    const bool oneShot = handler->isOneShot();
-    const auto sent = std::make_shared<Change>(std::move(change));
-    pending_.start(key, std::make_unique<Pending::Request>(std::move(handler), sent), upstream_.api(), [&] {
-        void* const handle = upstream_.client().updateInputRegions(
-            std::make_unique<CUpdateInputRegionsResponseHandler>(*worker_, oneShot, ChangeReceiver{this, key, sent}),
-            sent->address.display, sent->address.hmi, toUpstreamRegions(*sent->object));
-        if (!oneShot) sent->upstream = {upstream_.api(), handle};
-        return handle;
-    });
+std::shared_ptr<RegionconfigurationObject> InputBridge::charged(Object&& object) {
+    return std::make_shared<Charged>(std::move(object), memory_);
 }
 
-void InputBridge::accepted(RequestKey key, Change& change) {
-    if (std::exchange(change.isAccepted, true)) return;
-    if (pending_.context(key) == nullptr) change.upstream.cancel();
-    const std::UUID& id = change.object->id;
-    if (change.isRemoval) {
-        pending_.next<std::nullptr_t>(key, [] { return nullptr; });
-        if (!cache_.erase(id)) tracing::logC(channel, unknownIdLevel, "No entry for id");
+template <class Result>
+void InputBridge::send(RequestKey key, std::unique_ptr<IResponseHandler<Result>> handler, Change change) {
+    const auto refuse = [&](std::uint16_t status, const char* reason) {
+        refusals_.add(1);
+        handler->onError(refusal(status, change.operation, reason));
+        change.object.reset();
+        showGauges();
+    };
+    const bool isKnown = configurations_.contains(change.object->id);
+    if (!upstream_) {
+        handler->onError(noClientResponse(channel, std::string{change.operation} + " no input client available"));
+    } else if (underWay_.size() + waiting_.size() >= limits_.changes) {
+        refuse(serviceUnavailable, "too many changes wait for the input manager");
+    } else if (!change.isRemoval && memory_.bytes > limits_.bytes) {
+        refuse(insufficientStorage, "the region configurations take too much memory");
+    } else if (!isKnown && configurations_.size() >= limits_.configurations) {
+        refuse(insufficientStorage, "too many region configurations");
     } else {
-        pending_.next<kelo::url>(key, [&] { return change.object->uri; });
-        cache_.put(id, change.object);
+        change.key = key;
+        change.due = Clock::now() + limits_.patience;
+        setAlarm(change.due);
+        submit(std::make_unique<Pending::Request>(std::move(handler), std::make_shared<Change>(std::move(change))));
     }
+}
+
+// Sends a client's change, or puts it where it has to wait.
+void InputBridge::submit(ChangeRequest request) {
+    const std::shared_ptr<Change> change = request->context;
+    if (!upstream_) {
+        request->fail(noClientResponse(channel, std::string{change->operation} + " no input client available"));
+        return;
+    }
+    const std::UUID id = change->object->id;
+    if (configurations_[id].isToBeSentAgain) sendAgain(id);  // first, so that this one wins
+    Configuration& configuration = configurations_[id];
+    const bool isElsewhere = configuration.place != nullptr && *configuration.place != change->address;
+    if (!configuration.isClearing && !isElsewhere) {
+        transmit(change, std::move(request));
+        return;
+    }
+    if (configuration.isClearing) {
+        waiting_.push_back(std::move(request));
+        return;
+    }
+    const RegionAddress old = *configuration.place;
+    const auto clearing =
+        std::make_shared<Change>(Change{old, cleared(id, old), change->operation, /*isRemoval=*/true, Purpose::clearing});
+    waiting_.push_back(std::move(request));
+    configuration.isClearing = true;
+    tracing::logCV(
+        channel, errorLevel,
+        "%s display: %s hmi : %s subcomponent: %s has the id of display: %s hmi : %s subcomponent: %s, which is cleared",
+        change->operation, change->address.display.c_str(), change->address.hmi.c_str(), change->address.subComponent.c_str(),
+        old.display.c_str(), old.hmi.c_str(), old.subComponent.c_str());
+    transmit(clearing);
+}
+
+// What is thrown here ends the change: nobody knows how far it came.
+void InputBridge::transmit(const std::shared_ptr<Change>& change, ChangeRequest request) {
+    const bool oneShot = request == nullptr || request->oneShot;
+    const auto ask = [&] {
+        void* const handle = upstream_.client().updateInputRegions(
+            std::make_unique<CUpdateInputRegionsResponseHandler>(*worker_, oneShot, ChangeReceiver{this, change}),
+            change->address.display, change->address.hmi, toUpstreamRegions(*change->object));
+        if (!oneShot) change->upstream = {upstream_.api(), handle};
+        return handle;
+    };
+    try {
+        Configuration& configuration = configurations_.at(change->object->id);
+        if (configuration.place == nullptr || *configuration.place != change->address) {
+            configuration.place = std::make_unique<RegionAddress>(change->address);
+        }
+        change->number = ++lastNumber_;
+        underWay_.emplace(change->number, change);
+        ++configuration.underWay;
+        if (request != nullptr) {
+            pending_.start(change->key, std::move(request), upstream_.api(), ask);
+        } else {
+            ask();
+        }
+    } catch (...) {
+        decide(*change, Outcome::unknown);
+        throw;
+    }
+    showGauges();
+}
+
+void InputBridge::accepted(Change& change) {
+    if (std::exchange(change.isAccepted, true)) return;
+    if (pending_.context(change.key) == nullptr) change.upstream.cancel();
+    std::exception_ptr fault;
+    try {
+        if (change.isRemoval) {
+            pending_.next<std::nullptr_t>(change.key, [] { return nullptr; });
+        } else {
+            pending_.next<kelo::url>(change.key, [&] { return change.object->uri; });
+        }
+    } catch (...) {
+        fault = std::current_exception();  // what is wrong with a caller is nothing to the cache
+    }
+    decide(change, Outcome::accepted);
+    if (fault) std::rethrow_exception(fault);
+}
+
+// The change's outcome is known, or never will be. Happens once.
+void InputBridge::decide(Change& change, Outcome outcome, const Response* response) {
+    if (std::exchange(change.isDecided, true)) return;
+    const bool wasSent = underWay_.erase(change.number) > 0;
+    const auto object = std::move(change.object);  // however long the request stays open
+    const std::UUID id = object->id;
+    Configuration& configuration = configurations_.at(id);
+    if (wasSent) --configuration.underWay;
+    std::exception_ptr fault;
+    try {
+        apply(change, object, configuration, outcome);
+    } catch (...) {
+        fault = std::current_exception();  // a listener's
+    }
+    if (change.purpose == Purpose::clearing) endClearing(id, outcome, response);
+    forgetIfNothingIsLeft(id);
+    if (change.purpose == Purpose::sentAgain) {
+        endSendingAgain(change, outcome);
+        continueSendingAgain();
+    }
+    showGauges();
+    if (fault) std::rethrow_exception(fault);
+}
+
+void InputBridge::apply(const Change& change, const std::shared_ptr<Object>& object, Configuration& configuration,
+                        Outcome outcome) {
+    if (outcome == Outcome::unknown) {
+        configuration.lastUnknown = std::max(configuration.lastUnknown, change.number);
+        return;
+    }
+    if (outcome == Outcome::refused && change.purpose != Purpose::sentAgain) return;
+    if (change.number < configuration.decidedBy) return;  // a later one has decided
+    configuration.decidedBy = change.number;
+    const std::UUID& id = object->id;
+    if (outcome == Outcome::accepted && !change.isRemoval) {
+        if (cache_.find(id) == nullptr) configuration.insertedBy = change.number;
+        cache_.put(id, object);
+    } else if (!cache_.erase(id) && change.purpose == Purpose::asked) {
+        tracing::logC(channel, unknownIdLevel, "No entry for id");
+    }
+}
+
+void InputBridge::forgetIfNothingIsLeft(const std::UUID& id) {
+    const auto found = configurations_.find(id);
+    if (found == configurations_.end()) return;
+    const Configuration& configuration = found->second;
+    const bool isBusy = configuration.underWay > 0 || configuration.isClearing || configuration.isToBeSentAgain;
+    if (!isBusy && !configuration.isDoubtful() && cache_.find(id) == nullptr) configurations_.erase(found);
+}
+
+// The changes that have waited go on; the first one, for which the place was to be cleared, only if it is.
+void InputBridge::endClearing(const std::UUID& id, Outcome outcome, const Response* response) {
+    Configuration& configuration = configurations_.at(id);
+    configuration.isClearing = false;
+    if (outcome == Outcome::accepted) configuration.place.reset();
+    std::deque<ChangeRequest> ready;
+    for (auto& request : waiting_) {
+        if (request->context->object->id == id) ready.push_back(std::move(request));
+    }
+    std::erase(waiting_, nullptr);
+    if (outcome != Outcome::accepted && !ready.empty()) {
+        const ChangeRequest first = std::move(ready.front());
+        ready.pop_front();
+        first->fail(response != nullptr && outcome == Outcome::refused
+                        ? *response
+                        : refusal(serviceUnavailable, first->context->operation, "what has the same id cannot be cleared"));
+    }
+    for (auto& request : ready) submit(std::move(request));
+}
+
+void InputBridge::sendAgain(const std::UUID& id) {
+    Configuration& configuration = configurations_.at(id);
+    configuration.isToBeSentAgain = false;
+    const auto kept = cache_.find(id);
+    const RegionAddress address = kept != nullptr ? RegionAddress{*kept} : *configuration.place;
+    const auto change = std::make_shared<Change>(Change{address, kept != nullptr ? kept : cleared(id, address),
+                                                        "InputBridge::setApi", kept == nullptr, Purpose::sentAgain});
+    change->round = round_.number;
+    change->bytes = footprint(*change->object);
+    ++round_.sent;
+    ++round_.underWay;
+    round_.bytesUnderWay += change->bytes;
+    transmit(change);
+}
+
+void InputBridge::continueSendingAgain() {
+    if (round_.isSending) return;
+    round_.isSending = true;
+    try {
+        while (!round_.left.empty() && round_.underWay < limits_.sentAgain &&
+               (round_.underWay == 0 || round_.bytesUnderWay < limits_.bytesSentAgain)) {
+            const std::UUID id = round_.left.front();
+            round_.left.pop_front();
+            const auto found = configurations_.find(id);
+            if (found != configurations_.end() && found->second.isToBeSentAgain) sendAgain(id);
+        }
+    } catch (...) {
+        round_.isSending = false;
+        throw;
+    }
+    round_.isSending = false;
+    if (!round_.left.empty() || round_.underWay > 0 || round_.sent == 0) return;
+    tracing::logCV(channel, startLevel,
+                   "InputBridge::setApi sent %zu region configurations again: %zu accepted, %zu refused, %zu without an outcome",
+                   round_.sent, round_.accepted, round_.refused, round_.sent - round_.accepted - round_.refused);
+    round_.sent = 0;
+}
+
+void InputBridge::endSendingAgain(const Change& change, Outcome outcome) {
+    if (change.round != round_.number) return;
+    --round_.underWay;
+    round_.bytesUnderWay -= change.bytes;
+    if (outcome == Outcome::accepted) ++round_.accepted;
+    if (outcome == Outcome::refused) ++round_.refused;
+}
+
+void InputBridge::setAlarm(Clock::time_point due) {
+    if (isAlarmSet_) return;
+    kelo::postAfter(*worker_, std::chrono::ceil<std::chrono::milliseconds>(due - Clock::now()), [this] {
+        isAlarmSet_ = false;
+        endThoseDue();
+    });
+    isAlarmSet_ = true;
+}
+
+// Tells the callers whose time is over. Their changes go on, but for those that were not sent.
+void InputBridge::endThoseDue() {
+    const auto now = Clock::now();
+    auto next = Clock::time_point::max();
+    const auto isDue = [&](const Change& change) {
+        if (change.due <= now) return true;
+        next = std::min(next, change.due);
+        return false;
+    };
+    const auto timeout = [&](const char* what) {
+        return Response::createErrorResponse(gatewayTimeout, std::string{kelo::hmx::inputregions::servicePath} +
+                                                                 ": no answer within " +
+                                                                 std::to_string(limits_.patience.count()) + " ms, " + what);
+    };
+    for (const auto& [number, change] : underWay_) {
+        if (change->key != nullptr && isDue(*change)) {
+            change->due = Clock::time_point::max();
+            pending_.fail(change->key, timeout("outcome unknown"));
+        }
+    }
+    std::erase_if(waiting_, [&](const ChangeRequest& request) {
+        if (!isDue(*request->context)) return false;
+        request->fail(timeout("request not sent"));
+        return true;
+    });
+    if (next != Clock::time_point::max()) setAlarm(next);
+    showGauges();
+}
+
+// Also sees to it that memory which was given back does not stay with the process.
+void InputBridge::showGauges() {
+    kept_.set(static_cast<std::int64_t>(cache_.objects().size()));
+    changesUnderWay_.set(static_cast<std::int64_t>(underWay_.size() + waiting_.size()));
+    if (memory_.freed < limits_.freedBytes) return;
+    kelo::post(*worker_, &util::returnFreedMemory);
+    memory_.freed = 0;
 }
 
 }  // namespace hmx

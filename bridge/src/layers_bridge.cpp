@@ -29,6 +29,9 @@ struct DisplaySideScheme<LayersResource> : LayersResource {
         return client.getLayerConfigs(std::move(handler));
     }
     static void* getOne(Client& client, std::unique_ptr<kelo::IResponseHandler<One>> handler, const std::string& name) {
+        if (name.empty())
+            return refuseNameless(
+                "[LayersBridge::retrieveLayerconfigurationObject a display with an empty name cannot be asked for]", *handler);
         return client.getLayerConfig(std::move(handler), name);
     }
 

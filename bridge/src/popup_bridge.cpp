@@ -6,6 +6,7 @@
 #include "bridge/popup_bridge.h"
 
 #include <cassert>
+#include <type_traits>
 #include <utility>
 
 #include "bridge/common_texts.h"
@@ -28,6 +29,12 @@ using kelo::toluglobals::ToluParams;
 namespace {
 
 const tracing::Channel channel{"HMX_TOLU_BRIDGE_POPUPS"};
+
+// Two popups with one id: it means the one that was seen last.
+void reportTie(const PopupKey& known, const PopupKey& fresh) {
+    tracing::logCV(channel, errorLevel, "PopupBridge popup: %s on display: %s has the id of popup: %s on display: %s",
+                   fresh.name.c_str(), fresh.display.c_str(), known.name.c_str(), known.display.c_str());
+}
 
 }  // namespace
 
@@ -96,7 +103,7 @@ void PopupBridge::Receiver::onCompleted() const {
 }
 
 PopupBridge::PopupBridge(std::shared_ptr<comm::ActiveObject> worker)
-    : worker_{std::move(worker)}, ids_{&popupIdName, &PopupObject::elementUri} {}
+    : worker_{std::move(worker)}, ids_{&popupIdName, &PopupObject::elementUri, &reportTie} {}
 
 void PopupBridge::setApi(const ServiceApi& api) {
     assert(worker_->isCurrentThread());
@@ -200,6 +207,13 @@ void PopupBridge::start(RequestKey key, std::unique_ptr<IResponseHandler<Result>
                         Ask&& ask) {
     if (!upstream_) {
         handler->onError(noClientResponse(channel, noClient));
+        return;
+    }
+    const bool isOfAll = std::is_same_v<Upstream, GetPopups>;
+    // The path upstream would be another one.
+    if (asked.popup.display.empty() || (asked.popup.name.empty() && !isOfAll)) {
+        handler->onError(Response::createErrorResponse(
+            404, "[PopupBridge a popup with an empty name, or on a display with an empty name, cannot be asked for]"));
         return;
     }
     auto upstream = std::make_unique<Upstream>(*worker_, handler->isOneShot(), typename Upstream::ReceiverType{{this, key}});

@@ -9,6 +9,7 @@
 #include "bridge/display_conversion.h"
 #include "bridge/id_table.h"
 #include "bridge/popup_conversion.h"
+#include "bridge/region_conversion.h"
 #include "bridge/spare_elements.h"
 #include "kelo/record.h"
 #include "support/documents.h"
@@ -73,6 +74,30 @@ TEST(Conversion, AnElementThatSomebodyHoldsIsLeftAlone) {
     hmx::convert(wide, first, *other);
     EXPECT_EQ(shared->width.value(), 800);
     EXPECT_EQ(other->resolution.value()->width.value(), 1920);
+}
+
+TEST(Conversion, WhateverIsNotTheFirstOfItsKindIsTheSecond) {
+    using Display = kelo::hmx::RegionconfigurationObjectDisplayEnum;
+    using Hmi = kelo::hmx::RegionconfigurationObjectHmiEnum;
+    for (const int value : {-1, 0, 1, 2, 7}) {
+        const hmx::RegionAddress address{static_cast<Display>(value), static_cast<Hmi>(value), {}};
+        EXPECT_EQ(address.display, value == 1 ? "Driver_Display" : "Co_Driver_Display") << value;
+        EXPECT_EQ(address.hmi, value == 0 ? "HMI_ID_ANDROID_DRIVER" : "HMI_ID_ANDROID_DRIVER_POPUP") << value;
+    }
+}
+
+TEST(IdTable, ForgetsAllWhenThereAreTooManyAndBeginsAnew) {
+    hmx::IdTable<std::string> ids{&hmx::displayIdName, &DisplayObject::elementUri};
+    const std::UUID early = ids.record(std::string{"early"}).id;
+    const std::string big(hmx::mostIdText - 10, 'x');
+    EXPECT_EQ(*ids.find(ids.record(big).id), big);
+    EXPECT_EQ(*ids.find(early), "early");
+    const std::UUID late = ids.record(std::string{"the last straw"}).id;
+    EXPECT_EQ(*ids.find(late), "the last straw");
+    EXPECT_EQ(ids.find(early), nullptr);
+    for (std::size_t i = 0; i < hmx::mostIds; ++i) ids.record(std::to_string(i));
+    EXPECT_EQ(ids.find(late), nullptr);
+    EXPECT_EQ(ids.record(std::string{"early"}).id, early);
 }
 
 TEST(IdTable, IdsStayWhateverTheOrderInWhichElementsCome) {

@@ -36,6 +36,7 @@ INSTANTIATE_TEST_SUITE_P(Of, Exchanges,
 // "ab" + "c" and "a" + "bc" are one id: whichever was seen last is behind it.
 TEST(PopupBridge, AnIdSharedByTwoPopupsMeansTheLastSeen) {
     Stage stage{"popups"};
+    Events ties;
     for (const auto& [display, name] : {std::pair<std::string, std::string>{"ab", "c"}, {"a", "bc"}, {"ab", "c"}}) {
         Downstream downstream;
         stage.ask(R"(list {"display":")" + display + R"("})", downstream);
@@ -43,7 +44,11 @@ TEST(PopupBridge, AnIdSharedByTwoPopupsMeansTheLastSeen) {
         stage.ask("element 68661508-f3c4-55b4-945d-ae2b4dfe5db4", downstream);  // abc
         EXPECT_EQ(stage.lastSent(), "retrieve /" + display + "/" + name);
         stage.answer(stage.api.sent.size() - 1, "completed");
+        for (auto& line : stage.lines.take()) {
+            if (line.find(" has the id of ") != std::string::npos) ties.push_back(std::move(line));
+        }
     }
+    EXPECT_EQ(ties, Events{"3 PopupBridge popup: bc on display: a has the id of popup: c on display: ab"});
 }
 
 }  // namespace

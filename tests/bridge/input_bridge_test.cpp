@@ -1,3 +1,6 @@
+#include <chrono>
+#include <thread>
+
 #include "stage.h"
 
 namespace {
@@ -80,24 +83,36 @@ TEST_F(WatchedRegion, WatchersHearOfChangesOnlyAndUntilTheyCancel) {
     EXPECT_EQ(caller.take(), (Events{mapUri, "gone", mapUri, "gone", mapUri, "gone"}));
 }
 
-TEST_F(WatchedRegion, ChangesUnderWayAtATimeAreAppliedAsTheirAnswersCome) {
-    Downstream second;
-    ask(remove, caller);
-    ask(updateToB, second);
-    stage.answer(1, "{}");
-    EXPECT_EQ(watcher.take(), (Events{"404 UNKNOWN", "gone"}));
-    stage.answer(2, "{}");
-    EXPECT_EQ(second.take(), (Events{mapUri, "gone"}));
-    EXPECT_EQ(now(), map(layerB));
-    // Two deletions of one configuration: both are accepted, the second finds nothing to erase.
-    ask(remove, caller);
-    ask(remove, second);
-    stage.answer(3, "{}");
-    stage.lines.take();
-    stage.answer(4, "{}");
-    EXPECT_EQ(second.take(), (Events{"null", "gone"}));
-    EXPECT_EQ(stage.lines.take(), Events{"3 No entry for id"});
-    EXPECT_EQ(now(), "404 UNKNOWN");
+// Two changes are sent, "B" and "C" for updates and "-" for the deletion; each answer is the change's and whether it is accepted.
+TEST_F(WatchedRegion, TheLastThatWasSentAndIsAcceptedDecidesWhicheverAnswerComesFirst) {
+    const struct {
+        const char* sent;
+        const char* answers;
+        std::string now;
+    } cases[] = {
+        {"BC", "B+C+", map("{}")},   {"BC", "C+B+", map("{}")},     {"BC", "B+C!", map(layerB)},   {"BC", "C!B+", map(layerB)},
+        {"BC", "C+B!", map("{}")},   {"B-", "-+B+", "404 UNKNOWN"}, {"B-", "B!-+", "404 UNKNOWN"}, {"B-", "-!B+", map(layerB)},
+        {"-B", "B+-+", map(layerB)}, {"-B", "-+B+", map(layerB)},   {"-B", "B!-+", "404 UNKNOWN"}, {"--", "-+-+", "404 UNKNOWN"},
+    };
+    for (const auto& each : cases) {
+        SCOPED_TRACE(std::string{each.sent} + " " + each.answers);
+        const std::size_t first = stage.api.sent.size();
+        Downstream callers[2];
+        for (int i = 0; i < 2; ++i) {
+            ask(each.sent[i] == 'B' ? updateToB : each.sent[i] == 'C' ? updateToC : remove, callers[i]);
+        }
+        const bool isTwice = each.sent[0] == each.sent[1];
+        for (const std::size_t at : {0U, 2U}) {
+            const std::size_t which = isTwice ? at / 2 : each.answers[at] == each.sent[0] ? 0 : 1;
+            stage.answer(first + which, each.answers[at + 1] == '+' ? "{}" : "500 no");
+            const std::string done = each.sent[which] == '-' ? "null" : mapUri;
+            EXPECT_EQ(callers[which].take(), (Events{each.answers[at + 1] == '+' ? done : "500 no", "gone"}));
+        }
+        EXPECT_EQ(now(), each.now);
+        EXPECT_EQ(stage.lines.take().back() == "3 No entry for id", isTwice);
+        ask(insertMap, caller);
+        stage.answer(first + 2, "{}");
+    }
 }
 
 TEST_F(WatchedRegion, AChangeThatIsCancelledStillReachesTheCacheButNotItsCaller) {
@@ -140,15 +155,170 @@ TEST_F(WatchedRegion, TheCacheOutlivesTheInputManager) {
     };
     for (const auto& [request, text] : refused) {
         ask(request, caller);
-        EXPECT_EQ(caller.take(), (Events{"503 [" + text + "]", "gone"}));
+        EXPECT_EQ(caller.take(), (Events{"503 [" + text + ", request not sent]", "gone"}));
         EXPECT_EQ(stage.lines.take().back(), "4 " + text);
     }
     EXPECT_EQ(now(), map(layerA));
+}
+
+TEST_F(WatchedRegion, AHandlerThatThrowsKeepsNothingOutOfTheCache) {
+    caller.throws = true;
+    ask(updateToB, caller);
+    stage.answer(1, "{}");
+    EXPECT_EQ(caller.take(), (Events{mapUri, "gone"}));
+    EXPECT_EQ(watcher.take(), Events{map(layerB)});
+}
+
+TEST_F(WatchedRegion, ARefusalIsLogged) {
+    ask(updateToB, caller);
+    stage.answer(1, "500 no");
+    EXPECT_EQ(stage.lines.take().back(),
+              "3 InputBridge::CUpdateInputRegionsResponseHandler::onError received error for uri "
+              "hmx/regionconfigurations/" +
+                  mapId + " error: 500 no");
+}
+
+std::string insert(const std::string& component, const std::string& hmi = "HMI_ID_ANDROID_DRIVER") {
+    return R"(insert {"display":"Driver_Display","hmi":")" + hmi + R"(","subComponent":")" + component + R"(","regions":)" +
+           layerA + "}";
+}
+
+// What an API was sent, as "<component>:<layers>", and "(empty)" for no regions.
+Events sentTo(const support::FakeKeloApi& api) {
+    Events all;
+    for (const auto& sent : api.sent) {
+        const auto body = Json::parse(sent.request.payload().text());
+        all.push_back(body.value("subComponent", "") + ":" +
+                      (body["infoForAllLayers"].empty() ? "-" : body["infoForAllLayers"][0].value("layer", "")));
+    }
+    return all;
+}
+
+TEST_F(WatchedRegion, WhatIsKeptIsSentAgainWhenTheInputManagerReturns) {
+    const auto insertNow = [&](const std::string& component, const std::string& answer) {
+        Downstream done;
+        ask(insert(component), done);
+        stage.answer(stage.api.sent.size() - 1, answer);
+    };
+    insertNow("one", "{}");
+    insertNow("two", "{}");
+    insertNow("lost", "503 /hmxinputmanager: connection lost, outcome unknown");
+    insertNow("refused", "500 no");
+    ask(updateToB, caller);
+    stage.answer(stage.api.sent.size() - 1, "{}");
+    watcher.take();
+    stage.detach();
+    support::FakeKeloApi returned;
+    stage.lines.take();
+    stage.attach(returned);
+    // In the order of insertion, and without those regions that nobody is shown.
+    EXPECT_EQ(sentTo(returned), (Events{"map:B", "one:A", "two:A", "lost:-"}));
+    ask(updateToC, caller);  // a change meanwhile wins, though it is answered first
+    stage.answer(returned, 4, "{}");
+    EXPECT_EQ(watcher.take(), Events{map("{}")});
+    stage.answer(returned, 0, "{}");
+    EXPECT_EQ(now(), map("{}"));
+    stage.answer(returned, 1, "500 no");
+    stage.answer(returned, 2, "503 /hmxinputmanager: connection lost, outcome unknown");
+    stage.answer(returned, 3, "{}");
+    EXPECT_EQ(stage.lines.take().back(),
+              "2 InputBridge::setApi sent 4 region configurations again: 2 accepted, 1 refused, 1 without an outcome");
+    support::FakeKeloApi again;
+    stage.attach(again);
+    EXPECT_EQ(sentTo(again), (Events{"map:-", "two:A"})) << "what was refused has left, what has no outcome has not";
+    for (const std::size_t i : {0U, 1U}) stage.answer(again, i, "500 no");
+    EXPECT_EQ(watcher.take(), (Events{"404 UNKNOWN", "gone"}));
+}
+
+TEST(InputBridge, SendsAgainAFewAtATimeAndWhatAClientChangesFirst) {
+    Stage stage{"regionconfigurations", {.sentAgain = 2}};
+    Downstream caller;
+    for (const std::string component : {"1", "2", "3", "4"}) {
+        stage.ask(insert(component), caller);
+        stage.answer(stage.api.sent.size() - 1, "{}");
+    }
     support::FakeKeloApi returned;
     stage.attach(returned);
-    ask(updateToB, caller);
-    stage.answer(returned, 0, "{}");
-    EXPECT_EQ(watcher.take(), Events{map(layerB)});
+    EXPECT_EQ(sentTo(returned), (Events{"1:A", "2:A"}));
+    stage.ask(insert("4"), caller);
+    EXPECT_EQ(sentTo(returned), (Events{"1:A", "2:A", "4:A", "4:A"}));
+    for (const std::size_t i : {0U, 1U, 2U, 3U, 4U}) stage.answer(returned, i, "{}");
+    EXPECT_EQ(sentTo(returned), (Events{"1:A", "2:A", "4:A", "4:A", "3:A"}));
+}
+
+// "…DRIVER" + "_POPUP" and "…DRIVER_POPUP" + "" are one id.
+TEST(InputBridge, OneIdForTwoPlacesMeansTheLastAndTheOtherIsClearedFirst) {
+    const std::string one = insert("_POPUP");
+    const std::string other = insert("", "HMI_ID_ANDROID_DRIVER_POPUP");
+    for (const bool isCleared : {true, false}) {
+        Stage stage{"regionconfigurations"};
+        Downstream first, second, third;
+        stage.ask(one, first);
+        stage.answer(0, "{}");
+        stage.ask(other, second);
+        stage.ask(other, third);  // waits as well
+        EXPECT_EQ(sentTo(stage.api), (Events{"_POPUP:A", "_POPUP:-"}));
+        EXPECT_EQ(stage.lines.take().at(3),
+                  "3 InputBridge::insertRegionconfigurationObject display: Driver_Display hmi : HMI_ID_ANDROID_DRIVER_POPUP "
+                  "subcomponent:  has the id of display: Driver_Display hmi : HMI_ID_ANDROID_DRIVER subcomponent: _POPUP, which "
+                  "is cleared");
+        stage.answer(1, isCleared ? "{}" : "500 no");
+        if (isCleared) {
+            EXPECT_EQ(sentTo(stage.api), (Events{"_POPUP:A", "_POPUP:-", ":A", ":A"}));
+            EXPECT_EQ(stage.api.sent.back().request.path(), "/Driver_Display/HMI_ID_ANDROID_DRIVER_POPUP");
+            stage.answer(2, "{}");
+            EXPECT_EQ(second.take().size(), 2U);
+        } else {
+            EXPECT_EQ(second.take(), (Events{"500 no", "gone"}));
+            EXPECT_EQ(sentTo(stage.api), (Events{"_POPUP:A", "_POPUP:-", "_POPUP:-"})) << "the next one tries again";
+            stage.answer(2, "{}");
+        }
+        stage.answer(3, "{}");
+        EXPECT_EQ(third.take().size(), 2U);
+    }
+}
+
+TEST(InputBridge, WhatIsTooMuchIsRefused) {
+    const std::string text = "[InputBridge::insertRegionconfigurationObject ";
+    const struct {
+        hmx::RegionLimits limits;
+        bool isAnswered;
+        std::string refusal;
+    } cases[] = {
+        {{.configurations = 1}, true, "507 " + text + "too many region configurations, request not sent]"},
+        {{.bytes = 900}, true, "507 " + text + "the region configurations take too much memory, request not sent]"},
+        {{.changes = 1}, false, "503 " + text + "too many changes wait for the input manager, request not sent]"},
+    };
+    for (const auto& each : cases) {
+        Stage stage{"regionconfigurations", each.limits};
+        Downstream first, second;
+        stage.ask(insert("1"), first);
+        if (each.isAnswered) stage.answer(0, "{}");
+        stage.ask(insert("2"), second);
+        EXPECT_EQ(second.take(), (Events{each.refusal, "gone"}));
+        if (!each.isAnswered) stage.answer(0, "{}");
+        stage.ask(R"(delete 6b5d9ab8-6f2c-5d0c-a4a8-b8a1a3b7b0aa)", second);  // of what is not there
+        stage.ask("delete " + first.events.front().substr(26, 36), second);
+        stage.answer(1, "{}");
+        stage.ask(insert("2"), second);  // there is room again
+        stage.answer(2, "{}");
+        EXPECT_EQ(first.events.size(), 2U);
+    }
+}
+
+TEST(InputBridge, AChangeIsCarriedThroughBeyondTheTimeOfItsCaller) {
+    Stage stage{"regionconfigurations", {.patience = std::chrono::milliseconds{1}}};
+    Downstream caller;
+    stage.ask(insertMap, caller);
+    for (int i = 0; caller.events.empty() && i < 1000; ++i) {
+        std::this_thread::sleep_for(std::chrono::milliseconds{1});
+        stage.worker.crank();
+    }
+    EXPECT_EQ(caller.take(), (Events{"504 /hmxinputmanager: no answer within 1 ms, outcome unknown", "gone"}));
+    EXPECT_EQ(stage.api.sent.back().deadline.count(), 0);
+    stage.answer(0, "{}");
+    stage.ask("element " + mapId, caller);
+    EXPECT_EQ(caller.take(), (Events{map(layerA), "gone"}));
 }
 
 }  // namespace

@@ -73,6 +73,18 @@ TEST_P(RequestLife, AOneShotRequestIsOneUpstreamTooAndOverWithItsFirstAnswer) {
     EXPECT_TRUE(stage.api.cancelled.empty());
 }
 
+TEST_P(RequestLife, TheLineAboutAnAnswerComesBeforeThatOfAPopupAndAfterAnyOther) {
+    const bool isPopup = kind["bridge"] == "popups";
+    stage.ask(request, downstream);
+    stage.lines.take();
+    Events before;
+    downstream.onValue = [&] { before = stage.lines.take(); };
+    downstream.finishes = true;
+    stage.answer(index, first);
+    EXPECT_EQ(before.size(), isPopup ? 1U : 0U);
+    EXPECT_EQ(stage.lines.take().size(), isPopup ? 0U : 1U);
+}
+
 TEST_P(RequestLife, WhenTheClientHasHadEnoughUpstreamIsCancelled) {
     stage.ask(request, downstream);
     downstream.finishes = true;
@@ -139,7 +151,6 @@ TEST_P(RequestLife, ARefusalFromInsideTheCallIsOneError) {
 TEST_P(RequestLife, AHandleIsCancelledWhereItWasIssued) {
     support::FakeKeloApi other;
     void* const key = stage.ask(request, downstream);
-    stage.detach();
     stage.attach(other);
     Downstream late{.oneShot = false, .finishes = false};
     void* const otherKey = stage.ask(request, late);
@@ -158,7 +169,8 @@ TEST_P(RequestLife, WithoutAClientElementsAreRefusedAndWholeResourcesLeftAlone) 
     stage.detach();
     stage.cancel(stage.ask(request, downstream));
     const std::string text = kind["noClient"];
-    EXPECT_EQ(downstream.take(), kind.contains("unanswered") ? Events{"gone"} : (Events{"503 [" + text + "]", "gone"}));
+    EXPECT_EQ(downstream.take(),
+              kind.contains("unanswered") ? Events{"gone"} : (Events{"503 [" + text + ", request not sent]", "gone"}));
     EXPECT_EQ(stage.lines.take().back(), "4 " + text);
     EXPECT_EQ(stage.api.sent.size(), index);
 }

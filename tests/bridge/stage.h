@@ -11,6 +11,7 @@
 #include <map>
 #include <memory>
 #include <nlohmann/json.hpp>
+#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -61,7 +62,9 @@ inline std::string requestOf(const Json& exchange) {
 struct Downstream {
     bool oneShot = true;   // what the handler says of itself
     bool finishes = true;  // what its onNext returns
-    Events events{};       // values as JSON, "404 <reason>", "completed", and "gone" when the handler is destroyed
+    bool throws = false;   // from its onNext, once it has noted the value
+    std::function<void()> onValue{};
+    Events events{};  // values as JSON, "404 <reason>", "completed", and "gone" when the handler is destroyed
 
     Events take() { return std::exchange(events, {}); }
 };
@@ -77,6 +80,8 @@ public:
         } else {
             downstream_.events.push_back(support::toJson(value));
         }
+        if (downstream_.onValue) downstream_.onValue();
+        if (downstream_.throws) throw std::runtime_error{"a client's handler"};
         return downstream_.finishes;
     }
     void onError(const kelo::Response& response) override {
@@ -107,7 +112,7 @@ T argument(std::string_view json) {
 class Stage {
 public:
     // `resource`: which of the bridges, by what it serves. With the API attached.
-    explicit Stage(const std::string& resource) : lines{channelOf(resource)} {
+    explicit Stage(const std::string& resource, const hmx::RegionLimits& limits = {}) : lines{channelOf(resource)} {
         using namespace hmx;
         if (resource == "displays") {
             own<DisplayBridge>(&DisplayBridge::retrieveDisplayObjects, &DisplayBridge::retrieveDisplayObject);
@@ -116,8 +121,8 @@ public:
         } else if (resource == "layerconfigurations") {
             own<LayersBridge>(&LayersBridge::retrieveLayerconfigurationObjects, &LayersBridge::retrieveLayerconfigurationObject);
         } else if (resource == "regionconfigurations") {
-            auto& bridge =
-                own<InputBridge>(&InputBridge::insertRegionconfigurationObject, &InputBridge::retrieveRegionconfigurationObject);
+            auto& bridge = own<InputBridge>(&InputBridge::insertRegionconfigurationObject,
+                                            &InputBridge::retrieveRegionconfigurationObject, limits);
             operations_["insert"] = operations_["list"];
             add("update", bridge, &InputBridge::updateRegionconfigurationObject);
             add("delete", bridge, &InputBridge::deleteRegionconfigurationObject);
@@ -186,9 +191,9 @@ private:
                                                       {"popups", "POPUPS"}};
         return "HMX_TOLU_BRIDGE_" + ends.at(resource);
     }
-    template <class Bridge, class List, class Element>
-    Bridge& own(List list, Element element) {
-        auto bridge = std::make_shared<Bridge>(worker.shared());
+    template <class Bridge, class List, class Element, class... Limits>
+    Bridge& own(List list, Element element, const Limits&... limits) {
+        auto bridge = std::make_shared<Bridge>(worker.shared(), limits...);
         setApi_ = [bridge](const hmx::ServiceApi& to) { bridge->setApi(to); };
         resetApi_ = [bridge] { bridge->resetApi(); };
         cancel_ = [bridge](void* key) { bridge->cancelRequest(key); };

@@ -1,6 +1,7 @@
 // An upstream service that does nothing but write down requests; the test answers for it.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <memory>
@@ -20,16 +21,17 @@ public:
         kelo::Request request;
         void* handle;
         std::unique_ptr<kelo::IResponseHandler<kelo::Response>> handler;  // null once the request is over
+        std::chrono::milliseconds deadline;
     };
 
     void* request(const kelo::Request& request, std::unique_ptr<kelo::IResponseHandler<kelo::Response>>&& handler,
-                  kelo::RequestLimits = {}) override {
+                  kelo::RequestLimits limits = {}) override {
         if (refuseWith != 0) {
             const auto refused = std::move(handler);
             refused->onError(kelo::Response::createErrorResponse(refuseWith, "service gone, not sent"));
             return UNDEFINED_REQUEST_HANDLE;
         }
-        sent.push_back({request, reinterpret_cast<void*>(++lastHandle_), std::move(handler)});
+        sent.push_back({request, reinterpret_cast<void*>(++lastHandle_), std::move(handler), limits.deadline});
         return sent.back().handle;
     }
     void cancel(void* handle) override {

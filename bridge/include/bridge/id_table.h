@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -9,6 +10,7 @@
 #include <utility>
 
 #include "bridge/identity.h"
+#include "kelo/gauge.h"
 #include "kelo/std/uuid.h"
 #include "kelo/url.h"
 #include "kelo/uuid.h"
@@ -22,8 +24,20 @@ struct KeyHash {
     std::size_t operator()(int number) const noexcept { return std::hash<int>{}(number); }
 };
 
-// An id becomes known when an upstream answer first brings its element, and stays known. It and its URI are made once for each
-// key.
+// How long the text of a key is.
+inline std::size_t lengthOf(const std::string& name) noexcept {
+    return name.size();
+}
+inline std::size_t lengthOf(int) noexcept {
+    return 0;
+}
+
+// What one table keeps before it forgets everything and begins anew.
+inline constexpr std::size_t mostIds = 16'384;
+inline constexpr std::size_t mostIdText = std::size_t{2} << 20U;
+
+// An id becomes known when an upstream answer first brings its element, and stays known until there are too many: then all are
+// forgotten, and an answer has to bring them again. It and its URI are made once for each key.
 // Thread: the bridge's worker.
 template <class Key, class Hash = KeyHash, class Equal = std::equal_to<>>
 class IdTable {
@@ -31,12 +45,14 @@ public:
     // The text that the id of a key's element is made from.
     using NameOf = std::string (*)(const Key&);
     using UriOf = kelo::url (*)(const std::UUID&);
+    // Called when another key turns out to have the same id.
+    using OnTie = void (*)(const Key& known, const Key& fresh);
 
-    IdTable(NameOf nameOf, UriOf uriOf) : nameOf_{nameOf}, uriOf_{uriOf} {}
+    IdTable(NameOf nameOf, UriOf uriOf, OnTie onTie = nullptr) : nameOf_{nameOf}, uriOf_{uriOf}, onTie_{onTie} {}
     IdTable(const IdTable&) = delete;
     IdTable& operator=(const IdTable&) = delete;
 
-    // The identity of the key's element, which is known from now on; good as long as the table. Of keys that share an id, the one
+    // The identity of the key's element, which is known from now on; good until the next call. Of keys that share an id, the one
     // recorded last stands behind it. `key` may be of another type that `Hash` and `Equal` take and that makes a Key.
     template <class View>
     const Identity& record(const View& key) {
@@ -68,20 +84,36 @@ private:
         auto known = byKey_.find(key);
         if (known == byKey_.end()) {
             auto fresh = static_cast<Key>(key);
+            if (byKey_.size() >= mostIds || text_ + lengthOf(fresh) > mostIdText) forget();
             const std::UUID id = kelo::uuid::createFromName(nameOf_(fresh));
-            Element& element = byId_.try_emplace(id, Element{{id, uriOf_(id)}}).first->second;
-            known = byKey_.emplace(std::move(fresh), &element).first;
+            const auto [place, isNew] = byId_.try_emplace(id, Element{{id, uriOf_(id)}});
+            if (!isNew && onTie_ != nullptr && place->second.key != nullptr) onTie_(*place->second.key, fresh);
+            text_ += lengthOf(fresh);
+            known = byKey_.emplace(std::move(fresh), &place->second).first;
+            count_.set(static_cast<std::int64_t>(byId_.size()));
         }
         known->second->key = &known->first;
         return *known->second;
     }
 
+    void forget() {
+        forgotten_.add(static_cast<std::int64_t>(byId_.size()));
+        byKey_.clear();
+        byId_.clear();
+        last_ = nullptr;
+        text_ = 0;
+    }
+
     NameOf nameOf_;
     UriOf uriOf_;
+    OnTie onTie_;
     // Their entries stay where they are, so each table may point into the other.
     std::unordered_map<std::UUID, Element> byId_;
     std::unordered_map<Key, Element*, Hash, Equal> byKey_;
     Element* last_ = nullptr;  // recorded
+    std::size_t text_ = 0;     // of all keys
+    kelo::Gauge count_{"knownIds"};
+    kelo::Gauge forgotten_{"forgottenIds"};
 };
 
 }  // namespace hmx

@@ -1,9 +1,13 @@
 // Serves the resource "/regionconfigurations" and tells the input manager of every change.
 #pragma once
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
 #include <memory>
-#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "bridge/attachment.h"
@@ -14,24 +18,52 @@
 #include "core/resource_data.h"
 #include "hmx/inputregions/ihmx_inputregions.h"
 #include "hmx/iregionconfigurations.h"
+#include "kelo/gauge.h"
 #include "kelo/optional.h"
 #include "kelo/toluglobals.h"
 #include "service_tracker.h"
 
 namespace hmx {
 
+// What the bridge may keep, and have under way. Thread: any (a value).
+struct RegionLimits {
+    std::size_t configurations = 1024;               // kept or on their way
+    std::size_t bytes = std::size_t{8} << 20U;       // of memory that these take
+    std::size_t changes = 256;                       // sent and not answered, or waiting to be sent
+    std::size_t sentAgain = 16;                      // not answered, of those that are sent again at the input manager's return
+    std::size_t bytesSentAgain = 256U << 10U;        // likewise; a larger one goes alone
+    std::size_t freedBytes = std::size_t{2} << 20U;  // before memory goes back to the system
+    std::chrono::milliseconds patience{10'000};      // of a change's caller, who gets 504 after it
+};
+
 // Keeps the configurations that the input manager has accepted; they are not read back from it. The operations and
 // `cancelRequest` post their work to the worker and return at once, the operations with the request's key. Thread: the bridge's
 // worker, but for operations and `cancelRequest`: any.
 class InputBridge final : public kelo::hmx::IRegionconfigurations {
     using Object = kelo::hmx::RegionconfigurationObject;
+    using Clock = std::chrono::steady_clock;
+
+    enum class Purpose : std::uint8_t {
+        asked,      // by a client
+        clearing,   // of the regions that stand where another configuration of the same id goes
+        sentAgain,  // because the input manager has been away
+    };
+    enum class Outcome : std::uint8_t { accepted, refused, unknown };
 
     // One change on its way through the input manager. Thread: the bridge's worker.
     struct Change {
         RegionAddress address;
         std::shared_ptr<Object> object;  // as it is to be; not in the cache yet
+        const char* operation;           // as texts have it
         bool isRemoval = false;          // what is accepted is erased from the cache rather than put into it
+        Purpose purpose = Purpose::asked;
+        RequestKey key{};          // of the caller; null when there is none
+        std::uint64_t number = 0;  // counts what is sent
+        Clock::time_point due{};   // when the caller gets 504
+        unsigned round = 0;        // of sending again
+        std::size_t bytes = 0;     // of memory, where it is sent again
         bool isAccepted = false;
+        bool isDecided = false;
         UpstreamRequest upstream{};  // none when that is over with its first answer
     };
     // Receives the input manager's answers to it. Thread: the bridge's worker.
@@ -42,7 +74,6 @@ class InputBridge final : public kelo::hmx::IRegionconfigurations {
         void onCompleted() const;
 
         InputBridge* bridge;
-        RequestKey key;
         std::shared_ptr<Change> change;
     };
 
@@ -50,9 +81,10 @@ public:
     using CUpdateInputRegionsResponseHandler = UpstreamHandler<ChangeReceiver>;
 
     // Shares the worker and outlives whatever is queued there.
-    explicit InputBridge(std::shared_ptr<comm::ActiveObject> worker);
+    explicit InputBridge(std::shared_ptr<comm::ActiveObject> worker, const RegionLimits& limits = {});
 
-    // Sends through this API from now on. Changes that are under way keep the one that they were sent with.
+    // Sends through this API from now on, all that is kept first. Changes that are under way keep the one that they were sent
+    // with.
     void setApi(const ServiceApi& api);
     // Sends nothing from now on. Harmless when nothing is attached.
     void resetApi();
@@ -73,15 +105,74 @@ public:
     void cancelRequest(void* key) override;
 
 private:
-    // Sends a change, or answers that there is no client.
+    using Pending = PendingRequests<std::shared_ptr<Change>, kelo::url, std::nullptr_t>;
+    using ChangeRequest = std::unique_ptr<Pending::Request>;
+
+    // What is known of one id beside its object in the cache. Thread: the bridge's worker.
+    struct Configuration {
+        std::uint64_t decidedBy = 0;           // the change that the cache shows
+        std::uint64_t insertedBy = 0;          // the one that brought the object
+        std::uint64_t lastUnknown = 0;         // the last one of which nobody knows whether it was carried out
+        std::size_t underWay = 0;              // changes sent and not answered
+        std::unique_ptr<RegionAddress> place;  // where the last change went
+        bool isClearing = false;               // changes wait until `place` is cleared
+        bool isToBeSentAgain = false;
+
+        bool isDoubtful() const noexcept { return lastUnknown > decidedBy; }
+    };
+    using Configurations = std::unordered_map<std::UUID, Configuration>;
+
+    // Memory of configurations. Thread: the bridge's worker.
+    struct Memory {
+        std::size_t bytes = 0;
+        std::size_t freed = 0;  // since the system got some back
+        kelo::Gauge gauge{"regionBytes"};
+    };
+    // An object that counts as long as somebody holds it. Thread: the bridge's worker.
+    struct Charged;
+
+    // What is sent again after the input manager's return. Thread: the bridge's worker.
+    struct Round {
+        unsigned number = 0;
+        std::deque<std::UUID> left{};
+        std::size_t sent = 0, accepted = 0, refused = 0;
+        std::size_t underWay = 0, bytesUnderWay = 0;
+        bool isSending = false;
+    };
+
+    std::shared_ptr<Object> charged(Object&& object);
+    // Sends a change, or says why not.
     template <class Result>
-    void send(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, Change change, const char* noClient);
-    void accepted(RequestKey key, Change& change);
+    void send(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, Change change);
+    void submit(ChangeRequest request);
+    // Without a request: the bridge's own change.
+    void transmit(const std::shared_ptr<Change>& change, ChangeRequest request = nullptr);
+    void accepted(Change& change);
+    void decide(Change& change, Outcome outcome, const kelo::Response* response = nullptr);
+    void apply(const Change& change, const std::shared_ptr<Object>& object, Configuration& configuration, Outcome outcome);
+    void forgetIfNothingIsLeft(const std::UUID& id);
+    void endClearing(const std::UUID& id, Outcome outcome, const kelo::Response* response);
+    void sendAgain(const std::UUID& id);
+    void continueSendingAgain();
+    void endSendingAgain(const Change& change, Outcome outcome);
+    void setAlarm(Clock::time_point due);
+    void endThoseDue();
+    void showGauges();
 
     const std::shared_ptr<comm::ActiveObject> worker_;
+    const RegionLimits limits_;
+    kelo::Gauge kept_{"regionConfigurations"};
+    kelo::Gauge changesUnderWay_{"regionChangesUnderWay"};
+    kelo::Gauge refusals_{"regionChangesRefused"};
+    Memory memory_;
     Attachment<kelo::hmx::inputregions::IHmx_inputregions> upstream_;
+    Configurations configurations_;
     kelo::tolu::ToluResourceData<Object> cache_;
-    using Pending = PendingRequests<std::shared_ptr<const Change>, kelo::url, std::nullptr_t>;
+    std::uint64_t lastNumber_ = 0;
+    std::map<std::uint64_t, std::shared_ptr<Change>> underWay_;  // by number
+    std::deque<ChangeRequest> waiting_;                          // for a place to be cleared
+    Round round_;
+    bool isAlarmSet_ = false;
     Pending pending_;
 };
 

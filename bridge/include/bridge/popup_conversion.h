@@ -47,6 +47,11 @@ struct PopupKeyEqual {
     }
 };
 
+// How long the texts of a key are.
+inline std::size_t lengthOf(const PopupKey& popup) noexcept {
+    return popup.display.size() + popup.name.size();
+}
+
 // What the id of a popup is made from. Thread: any.
 [[nodiscard]] std::string popupIdName(const PopupKey& popup);
 

@@ -21,6 +21,8 @@ struct RegionAddress {
                   kelo::hmx::RegionconfigurationObjectHmiEnum hmiEnum, const kelo::optional<std::string>& component);
     // Throws if display or HMI is absent.
     explicit RegionAddress(const kelo::hmx::RegionconfigurationObject& object);
+
+    friend bool operator==(const RegionAddress&, const RegionAddress&) = default;
 };
 
 // What follows from the address alone: one configuration has one id, whoever inserts it. Thread: any.

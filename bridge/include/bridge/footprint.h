@@ -1,0 +1,57 @@
+// How much memory a record takes.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "kelo/optional.h"
+#include "kelo/record.h"
+
+namespace hmx {
+
+// What the C library and a shared pointer's counts add to an object on the heap, about.
+inline constexpr std::size_t heapOverhead = 32;
+
+template <class Value>
+std::size_t heapBytes(const Value& value);
+
+namespace detail {
+
+template <class T, class... Rows>
+std::size_t membersHeapBytes(const T& record, const kelo::record::Table<T, Rows...>&) {
+    return (std::size_t{0} + ... + heapBytes(record.*Rows::member));
+}
+
+}  // namespace detail
+
+// What hangs on a member of a record, beyond the member itself; an object that is shared counts for each who shares it.
+// Thread: that of all who hold it.
+template <class Value>
+std::size_t heapBytes(const Value& value) {
+    using namespace kelo::record;
+    if constexpr (std::is_same_v<Value, std::string>) {
+        return value.capacity() <= std::string{}.capacity() ? 0 : value.capacity() + heapOverhead;
+    } else if constexpr (kelo::record::detail::isOptional<Value>) {
+        return value ? heapBytes(*value) : 0;
+    } else if constexpr (kelo::record::detail::isShared<Value>) {
+        return value == nullptr ? 0 : sizeof(*value) + heapOverhead + heapBytes(*value);
+    } else if constexpr (kelo::record::detail::isVector<Value>) {
+        std::size_t sum = value.capacity() * sizeof(typename Value::value_type) + heapOverhead;
+        for (const auto& element : value) sum += heapBytes(element);
+        return sum;
+    } else if constexpr (Record<Value>) {
+        return detail::membersHeapBytes(value, recordTable(&value));
+    } else {
+        return 0;
+    }
+}
+
+// All that a record of its own takes. Thread: likewise.
+template <kelo::record::Record T>
+std::size_t footprint(const T& record) {
+    return sizeof(T) + heapOverhead + heapBytes(record);
+}
+
+}  // namespace hmx
