@@ -29,6 +29,7 @@ constexpr std::array all{
             true},
     Promise{"failpoint", "at every step of its life an upstream service may be killed, stopped or cut off", &driveFailpoint,
             true},
+    Promise{"regions", "once all is quiet, the regions that /hmx shows are those that the input manager has", &driveRegions},
     Promise{"soak", "nothing is lost and nothing gathers while clients and upstream services come and go", &driveSoak},
     Promise{"identity", "who somebody is, the kernel says: strangers are neither served nor trusted, unsafe directories refused",
             &driveIdentity},
