@@ -107,12 +107,12 @@ TEST(Loop, TimersFireOnceInTimeAndMayChangeOneAnother) {
     kelo::post(worker, [&] {
         auto& loop = worker.loop();
         second = std::make_unique<kelo::net::Timer>(loop, [&] { fired.change([](auto& all) { all.push_back(2); }); });
-        never = std::make_unique<kelo::net::Timer>(loop, [&] { fired.change([](auto& all) { all.push_back(3); }); });
         first = std::make_unique<kelo::net::Timer>(loop, [&] {
             never.reset();
             second->arm(begin + std::chrono::milliseconds{40});
             fired.change([](auto& all) { all.push_back(1); });
         });
+        never = std::make_unique<kelo::net::Timer>(loop, [&] { fired.change([](auto& all) { all.push_back(3); }); });
         first->arm(begin + std::chrono::milliseconds{20});
         never->arm(begin + std::chrono::milliseconds{30});
     });

@@ -143,6 +143,7 @@ void FrameStream::close(const char* why) noexcept {
     {
         const std::lock_guard lock{mutex_};
         if (closed_) return;
+        place_.loop().checkThread();
         closed_ = true;
         place_.forgetLocked();
     }

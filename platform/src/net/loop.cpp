@@ -2,7 +2,6 @@
 
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
-#include <sys/timerfd.h>
 
 #include <algorithm>
 #include <array>
@@ -25,14 +24,8 @@
 // - Output is collected while a batch or the ready sockets are served and written once afterwards, by the thread that produced
 //   it.
 //
-// A wake-up costs more than most events do. So a thread may lend itself, as the runtime's does: when it posts a brief event to a
-// loop that sleeps, it does not wake that loop but takes hold of it, and runs its events itself as soon as it has served its own
-// sockets. It is then in every respect the thread of that loop; the loop's own, should something wake it in between, waits for
-// the return. It writes after that return: to write is to wake the peer, of which the answer wakes the loop. Nothing is lost by
-// it where there is much to do: a loop that is awake, or that has been posted anything but brief events, is never run but by its
-// own thread. Timers that the events have armed need the sleeper's attention only if they fire before it would wake by itself;
-// then an alarm is set, which is a system call but wakes nobody. A loop that is held cannot end, so a lender need not fear for
-// its life.
+// How a thread runs the events of another loop that sleeps is thread_lending.cpp's concern; here it is only asked for it before
+// waking one, and waited for after waking up.
 //
 // An event that throws is logged and over: it belongs to one request, which ends with what it held. What belongs to all (sockets,
 // timers, what the runtime posts to itself) must not throw; there, want of memory ends the process, which is better than one that
@@ -48,7 +41,6 @@ namespace kelo::net {
 namespace {
 
 const tracing::Channel channel{"KELO_LOOP"};
-thread_local bool threadIsLent = false;
 
 void execute(comm::ActiveObjectEvent& event) noexcept {
     try {
@@ -69,7 +61,6 @@ int millisecondsUntil(Clock::time_point due) noexcept {
 }
 
 constexpr std::uint64_t wakeTag = ~std::uint64_t{0};
-constexpr std::size_t mostBorrowers = 16;
 
 bool addEdge(int epoll, int fd) noexcept {
     epoll_event event{};
@@ -85,31 +76,37 @@ std::uint64_t tagOf(int fd, std::uint32_t serial) noexcept {
 }  // namespace
 
 Timer::Timer(Loop& loop, std::function<void()> onDue) : loop_{loop}, onDue_{std::move(onDue)} {
+    loop_.checkThread();
     loop_.timers_.push_back(this);
 }
 
 Timer::~Timer() {
+    loop_.checkThread();
     std::erase(loop_.timers_, this);
 }
 
 Loop::Loop()
     : epoll_{::epoll_create1(EPOLL_CLOEXEC)},
       wake_{::eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)},
-      alarm_{::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)},
-      receiveBuffer_{std::make_unique_for_overwrite<std::uint8_t[]>(receiveBufferSize)} {
-    if (!epoll_ || !wake_ || !alarm_ || !addEdge(epoll_.get(), wake_.get()) || !addEdge(epoll_.get(), alarm_.get())) {
+      receiveBuffer_{std::make_unique_for_overwrite<std::uint8_t[]>(receiveBufferSize)},
+      lending_{*this} {
+    if (!epoll_ || !wake_ || lending_.alarm() < 0 || !addEdge(epoll_.get(), wake_.get()) ||
+        !addEdge(epoll_.get(), lending_.alarm())) {
         std::GlobalErrorHandler::doAbort("loop", "Loop", "no file descriptor is free for a worker's event loop");
     }
 }
 
 Loop::~Loop() = default;
 
-bool Loop::isThreadLent() noexcept {
-    return threadIsLent;
+void Loop::lendThread() {
+    checkThread();
+    lending_.allow();
 }
 
-void Loop::lendThread() {
-    borrowers_.reserve(mostBorrowers);
+void Loop::wrongThread() const noexcept {
+    // One that nobody runs is still, or again, its owner's.
+    if (!isRun_) return;
+    std::GlobalErrorHandler::doAbort("loop", "checkThread", "what belongs to a worker's thread was used on another");
 }
 
 void Loop::enque(util::SharedPtr<comm::ActiveObjectEvent> event, Kind kind) {
@@ -119,12 +116,7 @@ void Loop::enque(util::SharedPtr<comm::ActiveObjectEvent> event, Kind kind) {
         queue_.push_back(std::move(event));
         isQueueBrief_ = isQueueBrief_ && kind == Kind::brief;
         if (!std::exchange(sleeping_, false)) return;
-        Loop* const current = current_;
-        if (isQueueBrief_ && current != nullptr && current->borrowers_.size() < current->borrowers_.capacity()) {
-            current->borrowers_.push_back(this);
-            lender_ = current;
-            return;
-        }
+        if (isQueueBrief_ && lending_.holdLocked(current_)) return;
     }
     wakeUp();
 }
@@ -145,27 +137,24 @@ void Loop::stop() {
         const std::lock_guard lock{mutex_};
         stopping_ = true;
         sleeping_ = false;
-        if (lender_ != nullptr && lender_ == current_) {
-            // This thread is about to wait for that of the loop, which is not to wait for this one in turn.
-            std::erase(lender_->borrowers_, this);
-            lender_ = nullptr;
-            lenderIsThrough_.notify_one();
-        }
+        lending_.releaseLocked(current_);
     }
     wakeUp();
 }
 
 void Loop::run() noexcept {
     Loop* const outer = std::exchange(current_, this);
+    isRun_ = true;
     for (;;) {
         runBatch();
-        serveBorrowers();
+        lending_.serveBorrowers();
         {
             const std::lock_guard lock{mutex_};
             if (stopping_ && queue_.empty()) break;
         }
         pollOnce(true);
     }
+    isRun_ = false;
     current_ = outer;
 }
 
@@ -202,47 +191,6 @@ void Loop::runTaken() {
     batch_.clear();
 }
 
-void Loop::serveBorrowers() noexcept {
-    if (borrowers_.empty()) return;
-    // None is added meanwhile: whoever is borrowing does not lend.
-    for (Loop* const borrower : borrowers_) borrower->runOnThreadOf(*this);
-    borrowers_.clear();
-    flushAll();
-    disposeOfUnhandledError();
-}
-
-// Runs what is queued and leaves to the lender, whose thread this is, what it has collected to be written.
-void Loop::runOnThreadOf(Loop& lender) noexcept {
-    bool isBrief = false;
-    {
-        const std::lock_guard lock{mutex_};
-        isBrief = isQueueBrief_ && !stopping_;
-        if (isBrief) batch_.swap(queue_);
-    }
-    if (isBrief) {
-        Loop* const outer = std::exchange(current_, this);
-        threadIsLent = true;
-        runTaken();
-        removed_.clear();
-        for (auto& flushable : dirty_) lender.flushLater(std::move(flushable));
-        dirty_.clear();
-        threadIsLent = false;
-        current_ = outer;
-    }
-    const auto due = earliestDue();
-    // To the end under the lock: once that is released, the loop may end.
-    const std::lock_guard lock{mutex_};
-    lender_ = nullptr;
-    if (isWaitingForLender_) {
-        lenderIsThrough_.notify_one();
-    } else if (!queue_.empty() || stopping_) {
-        wakeUp();
-    } else {
-        sleeping_ = true;
-        if (due < std::min(sleepsUntil_, alarmAt_)) setAlarm(due);
-    }
-}
-
 std::size_t Loop::pollOnce(bool mayWait) {
     int timeout = 0;
     if (mayWait) {
@@ -250,16 +198,15 @@ std::size_t Loop::pollOnce(bool mayWait) {
         const std::lock_guard lock{mutex_};
         if (queue_.empty() && !stopping_) {
             timeout = millisecondsUntil(due);
-            fallAsleep(due);
+            sleeping_ = true;
+            lending_.sleepLocked(due);
         }
     }
     std::array<epoll_event, 64> events;
     const int count = ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), timeout);
     if (mayWait) {
         std::unique_lock lock{mutex_};
-        isWaitingForLender_ = true;
-        lenderIsThrough_.wait(lock, [this] { return lender_ == nullptr; });
-        isWaitingForLender_ = false;
+        lending_.awaitReturnLocked(lock);
         sleeping_ = false;
     }
     std::size_t served = 0;
@@ -285,25 +232,6 @@ Clock::time_point Loop::earliestDue() const noexcept {
     return due;
 }
 
-// With the lock held.
-void Loop::fallAsleep(Clock::time_point due) noexcept {
-    sleeping_ = true;
-    sleepsUntil_ = due;
-    if (alarmAt_ != Clock::time_point::max() && alarmAt_ != due) setAlarm(Clock::time_point::max());
-}
-
-// With the lock held. The latest of all times: no alarm.
-void Loop::setAlarm(Clock::time_point due) noexcept {
-    alarmAt_ = due;
-    itimerspec when{};
-    if (due != Clock::time_point::max()) {
-        const auto sinceStart = std::max(due.time_since_epoch(), Clock::duration{1});
-        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
-        when.it_value = {static_cast<time_t>(seconds.count()), static_cast<long>((sinceStart - seconds).count())};
-    }
-    ::timerfd_settime(alarm_.get(), TFD_TIMER_ABSTIME, &when, nullptr);
-}
-
 void Loop::fireTimers() {
     if (std::none_of(timers_.begin(), timers_.end(), [](const Timer* timer) { return timer->isArmed(); })) return;
     const auto now = Clock::now();
@@ -322,6 +250,7 @@ void Loop::fireTimers() {
 }
 
 void Loop::flushLater(std::shared_ptr<Flushable> flushable) {
+    checkThread();
     if (std::find(dirty_.begin(), dirty_.end(), flushable) != dirty_.end()) return;
     try {
         if (dirty_.size() == dirty_.capacity()) dirty_.reserve(2 * dirty_.size() + 1);
@@ -341,6 +270,7 @@ void Loop::flushAll() {
 }
 
 std::uint32_t Loop::add(int fd, std::uint32_t events, std::shared_ptr<Pollable> pollable) {
+    checkThread();
     const auto index = static_cast<std::size_t>(fd);
     if (index >= registrations_.size()) registrations_.resize(index + 1);
     removed_.reserve(registrations_.capacity());  // so that removing needs no memory
@@ -362,6 +292,7 @@ void Loop::modify(int fd, std::uint32_t registration, std::uint32_t events) noex
 }
 
 void Loop::remove(int fd) {
+    checkThread();
     const auto index = static_cast<std::size_t>(fd);
     if (index >= registrations_.size() || !registrations_[index].pollable) return;
     ::epoll_ctl(epoll_.get(), EPOLL_CTL_DEL, fd, nullptr);

@@ -3,7 +3,6 @@
 
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -15,6 +14,7 @@
 #include "comm/active_object.h"
 #include "kelo/func_call_event.h"
 #include "net/descriptor.h"
+#include "net/thread_lending.h"
 
 namespace kelo::net {
 
@@ -47,8 +47,8 @@ public:
     Timer(const Timer&) = delete;
     Timer& operator=(const Timer&) = delete;
 
-    void arm(Clock::time_point due) noexcept { due_ = due; }
-    void disarm() noexcept { due_ = Clock::time_point::max(); }
+    void arm(Clock::time_point due) noexcept;
+    void disarm() noexcept { arm(Clock::time_point::max()); }
     bool isArmed() const noexcept { return due_ != Clock::time_point::max(); }
     Clock::time_point due() const noexcept { return due_; }
 
@@ -89,8 +89,11 @@ public:
     bool isCurrentThread() const noexcept { return current() == this; }
     // The loop that the calling thread is running; null on any other thread.
     static Loop* current() noexcept { return current_; }
-    // Whether the calling thread is running the events of a loop that it has been lent to.
-    static bool isThreadLent() noexcept;
+    // Ends the process where the calling thread is not the one that runs this loop: a fault of ours, and a race in the making.
+    // Two instructions, so that it is always there.
+    void checkThread() const noexcept {
+        if (current_ != this) wrongThread();
+    }
     // From now on the thread that runs this loop lends itself to others that sleep.
     void lendThread();
 
@@ -106,12 +109,16 @@ public:
     bool isFlushDue(const Flushable& flushable) const noexcept { return !dirty_.empty() && dirty_.back().get() == &flushable; }
 
     // Room for one large receive, shared by all sockets of the loop.
-    std::span<std::uint8_t> receiveBuffer() noexcept { return {receiveBuffer_.get(), receiveBufferSize}; }
+    std::span<std::uint8_t> receiveBuffer() noexcept {
+        checkThread();
+        return {receiveBuffer_.get(), receiveBufferSize};
+    }
 
     static constexpr std::size_t receiveBufferSize = std::size_t{64} * 1024U;
 
 private:
     friend class Timer;
+    friend class ThreadLending;
     struct Registration {
         std::shared_ptr<Pollable> pollable;
         std::uint32_t serial = 0;
@@ -123,17 +130,13 @@ private:
     void fireTimers();
     void flushAll();
     Clock::time_point earliestDue() const noexcept;
-    void fallAsleep(Clock::time_point due) noexcept;
     void wakeUp() noexcept;
-    void setAlarm(Clock::time_point due) noexcept;
-    void serveBorrowers() noexcept;
-    void runOnThreadOf(Loop& lender) noexcept;
+    void wrongThread() const noexcept;
 
     inline static constinit thread_local Loop* current_ = nullptr;
 
     Descriptor epoll_;
     Descriptor wake_;
-    Descriptor alarm_;
     std::unique_ptr<std::uint8_t[]> receiveBuffer_;
 
     mutable std::mutex mutex_;
@@ -141,11 +144,7 @@ private:
     bool isQueueBrief_ = true;  // every event in the queue is
     bool sleeping_ = false;     // and nobody has set out to wake it, or to run it meanwhile
     bool stopping_ = false;
-    Loop* lender_ = nullptr;  // of which the thread has set out to run this loop's events
-    bool isWaitingForLender_ = false;
-    std::condition_variable lenderIsThrough_;
-    Clock::time_point sleepsUntil_ = Clock::time_point::max();
-    Clock::time_point alarmAt_ = Clock::time_point::max();
+    std::atomic<bool> isRun_ = false;
 
     // Of the thread that runs the loop, its own or the lender's:
     std::vector<util::SharedPtr<comm::ActiveObjectEvent>> batch_;
@@ -155,8 +154,12 @@ private:
     std::vector<std::shared_ptr<Flushable>> flushing_;
     std::vector<Timer*> timers_;
     std::uint32_t nextSerial_ = 1;
-    // Of the loop's own thread, where that lends itself: whom to. Room is there from the start.
-    std::vector<Loop*> borrowers_;
+    ThreadLending lending_;
 };
+
+inline void Timer::arm(Clock::time_point due) noexcept {
+    loop_.checkThread();
+    due_ = due;
+}
 
 }  // namespace kelo::net

@@ -59,7 +59,7 @@ void runOn(comm::ActiveObject& worker, F function) {
         function();
         return;
     }
-    if (net::Loop::isThreadLent()) {
+    if (net::ThreadLending::isThreadLent()) {
         std::GlobalErrorHandler::doAbort("runtime", "runOn", "an event that was said to be brief waits for the runtime");
     }
     std::promise<void> done;

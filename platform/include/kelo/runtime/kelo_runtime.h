@@ -32,7 +32,9 @@ struct KeloServiceTrackerInfo {
 [[nodiscard]] std::string_view getMimeType(std::string_view acceptHeader) noexcept;
 
 // Thread: any. Callbacks come on the runtime's threads, one at a time for each handle; none comes, and none is still running,
-// once the call that ends its handle has returned (unless that call is made from the callback itself).
+// once the call that ends its handle has returned (unless that call is made from the callback itself). Such a call also waits
+// until the connection has left a reader that is no longer wanted; but not on a worker's thread, which the reader might be
+// waiting for: there, handlers may be called on the reader for a moment longer.
 class IKeloRuntime {
 public:
     static constexpr std::uint64_t UNDEFINED_TRACKER_HANDLE = 0;
@@ -76,7 +78,7 @@ public:
     virtual void closeResolver(std::uint64_t resolverHandle) = 0;
 
     // Ends everything that is tracked, resolved and published, silently. Safe to repeat; the destructor does it too. Readers
-    // still run.
+    // still run, and are waited for, unless the runtime's own thread calls this.
     virtual void stop() = 0;
 
     // Publishes `service` under `path`; `tracker`, which may be null, hears `added` when clients can reach it and `removed` when

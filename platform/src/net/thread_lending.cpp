@@ -1,0 +1,120 @@
+#include "net/thread_lending.h"
+
+#include <sys/timerfd.h>
+
+#include <algorithm>
+#include <utility>
+
+#include "kelo/std/unhandled_error.h"
+#include "net/loop.h"
+
+// A wake-up costs more than most events do. So a thread may lend itself, as the runtime's does: when it posts a brief event to a
+// loop that sleeps, it does not wake that loop but takes hold of it, and runs its events itself as soon as it has served its own
+// sockets. It is then in every respect the thread of that loop; the loop's own, should something wake it in between, waits for
+// the return. It writes after that return: to write is to wake the peer, of which the answer wakes the loop. Nothing is lost by
+// it where there is much to do: a loop that is awake, or that has been posted anything but brief events, is never run but by its
+// own thread. Timers that the events have armed need the sleeper's attention only if they fire before it would wake by itself;
+// then an alarm is set, which is a system call but wakes nobody. A loop that is held cannot end, so a lender need not fear for
+// its life.
+
+namespace kelo::net {
+namespace {
+
+thread_local bool threadIsLent = false;
+
+constexpr std::size_t mostBorrowers = 16;
+
+}  // namespace
+
+ThreadLending::ThreadLending(Loop& own) : own_{own}, alarm_{::timerfd_create(CLOCK_MONOTONIC, TFD_CLOEXEC | TFD_NONBLOCK)} {}
+
+bool ThreadLending::isThreadLent() noexcept {
+    return threadIsLent;
+}
+
+void ThreadLending::allow() {
+    borrowers_.reserve(mostBorrowers);
+}
+
+bool ThreadLending::holdLocked(Loop* lender) noexcept {
+    if (lender == nullptr) return false;
+    auto& borrowers = lender->lending_.borrowers_;
+    if (borrowers.size() == borrowers.capacity()) return false;
+    borrowers.push_back(&own_);
+    lender_ = lender;
+    return true;
+}
+
+// This thread is about to wait for that of the loop, which is not to wait for this one in turn.
+void ThreadLending::releaseLocked(const Loop* lender) noexcept {
+    if (lender_ == nullptr || lender_ != lender) return;
+    std::erase(lender_->lending_.borrowers_, &own_);
+    lender_ = nullptr;
+    isReturned_.notify_one();
+}
+
+void ThreadLending::serveBorrowers() noexcept {
+    if (borrowers_.empty()) return;
+    // None is added meanwhile: whoever is borrowing does not lend.
+    for (Loop* const borrower : borrowers_) borrower->lending_.runOnThreadOf(own_);
+    borrowers_.clear();
+    own_.flushAll();
+    disposeOfUnhandledError();
+}
+
+// Runs what is queued and leaves to the lender, whose thread this is, what it has collected to be written.
+void ThreadLending::runOnThreadOf(Loop& lender) noexcept {
+    bool isBrief = false;
+    {
+        const std::lock_guard lock{own_.mutex_};
+        isBrief = own_.isQueueBrief_ && !own_.stopping_;
+        if (isBrief) own_.batch_.swap(own_.queue_);
+    }
+    if (isBrief) {
+        Loop* const outer = std::exchange(Loop::current_, &own_);
+        threadIsLent = true;
+        own_.runTaken();
+        own_.removed_.clear();
+        for (auto& flushable : own_.dirty_) lender.flushLater(std::move(flushable));
+        own_.dirty_.clear();
+        threadIsLent = false;
+        Loop::current_ = outer;
+    }
+    const auto due = own_.earliestDue();
+    // To the end under the lock: once that is released, the loop may end.
+    const std::lock_guard lock{own_.mutex_};
+    lender_ = nullptr;
+    if (isAwaited_) {
+        isReturned_.notify_one();
+    } else if (!own_.queue_.empty() || own_.stopping_) {
+        own_.wakeUp();
+    } else {
+        own_.sleeping_ = true;
+        if (due < std::min(sleepsUntil_, alarmAt_)) setAlarmLocked(due);
+    }
+}
+
+void ThreadLending::awaitReturnLocked(std::unique_lock<std::mutex>& lock) {
+    isAwaited_ = true;
+    isReturned_.wait(lock, [this] { return lender_ == nullptr; });
+    isAwaited_ = false;
+}
+
+void ThreadLending::sleepLocked(TimePoint due) noexcept {
+    sleepsUntil_ = due;
+    if (alarmAt_ != TimePoint::max() && alarmAt_ != due) setAlarmLocked(TimePoint::max());
+}
+
+// The latest of all times: no alarm.
+void ThreadLending::setAlarmLocked(TimePoint due) noexcept {
+    alarmAt_ = due;
+    itimerspec when{};
+    if (due != TimePoint::max()) {
+        const auto sinceStart = std::max(due.time_since_epoch(), TimePoint::duration{1});
+        const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(sinceStart);
+        when.it_value = {static_cast<time_t>(seconds.count()), static_cast<long>((sinceStart - seconds).count())};
+    }
+    ::timerfd_settime(alarm_.get(), TFD_TIMER_ABSTIME, &when, nullptr);
+}
+
+}  // namespace kelo::net
