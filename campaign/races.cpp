@@ -1,16 +1,21 @@
 // Races the cancellation of each of 200,000 requests against its answer: a consumer and a provider in one process, so a
-// sanitizer sees both. Prints one line. Exit status 0 if every request ended as it should.
+// sanitizer sees both. Then the same while the provider dies 1,000 times and the thread that reads the connection keeps
+// changing. Prints one line for each. Exit status 0 if every request ended as it should. Arguments: races, seed, deaths.
 //
 // What is checked: a handler gets at most one end and nothing after it, is destroyed once, and, if its cancellation came first,
-// gets at most the answer that was on its way.
+// gets at most the answer that was on its way. The tracker hears of every death, strictly in turn. Whoever opens and closes
+// resolvers returns from it, on whatever thread that is.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "comm/active_object.h"
@@ -99,10 +104,13 @@ public:
         runtime_.trackService(servicePath, *this, 0);
     }
     void added(const kelo::runtime::KeloServiceTrackerInfo& info) override {
+        turns_.change([](auto& turns) { turns.isWrong = turns.isWrong || turns.added++ != turns.removed; });
         if (resolver_ == 0) resolver_ = runtime_.openResolver(info, *this, reader_);
     }
     void modified(const kelo::runtime::KeloServiceTrackerInfo&) override {}
-    void removed() override {}
+    void removed() override {
+        turns_.change([](auto& turns) { turns.isWrong = turns.isWrong || ++turns.removed != turns.added; });
+    }
     void resolved(std::uint64_t, kelo::IKeloApi* api) override {
         api_.change([&](auto& value) { value = api; });
     }
@@ -111,12 +119,86 @@ public:
         if (!api_.waitFor([](kelo::IKeloApi* api) { return api != nullptr; })) std::abort();
         return *api_.get();
     }
+    // Waits until the service has gone, or come, so many times. False when it does not, or not in turn.
+    bool waitFor(std::uint64_t added, std::uint64_t removed) {
+        const auto arrived = [=](const Turns& turns) { return turns.added == added && turns.removed == removed; };
+        return turns_.waitFor(arrived) && !turns_.get().isWrong;
+    }
 
 private:
+    struct Turns {
+        std::uint64_t added = 0;
+        std::uint64_t removed = 0;
+        bool isWrong = false;
+    };
+
     kelo::runtime::IKeloRuntime& runtime_;
     comm::ActiveObject* const reader_;
     std::uint64_t resolver_ = 0;
     Watched<kelo::IKeloApi*> api_;
+    Watched<Turns> turns_;
+};
+
+// Opens and closes resolvers that bring readers: on the caller's thread, on the readers, and in the resolvers' own callbacks.
+class Mover final : public kelo::runtime::IKeloRuntime::IKeloServiceResolver {
+public:
+    Mover(kelo::runtime::IKeloRuntime& runtime, std::vector<comm::ActiveObject*> readers, std::uint64_t seed)
+        : runtime_{runtime}, readers_{std::move(readers)}, random_{seed} {
+        info_.servicePath = servicePath;
+    }
+
+    void move() {
+        comm::ActiveObject* const reader = any();
+        const std::uint64_t draw = below(8);
+        if (draw < 3) return open();
+        if (draw < 6) return closeOne();
+        kelo::post(*reader, [this, draw] { draw == 6 ? open() : closeOne(); });
+    }
+    std::uint64_t moves() const noexcept { return moves_; }
+
+    void resolved(std::uint64_t handle, kelo::IKeloApi*) override {
+        const std::uint64_t draw = below(4);
+        if (draw > 1) return;
+        // Takes hold of the reader, if that sleeps.
+        kelo::postBrief(*any(), [] {});
+        runtime_.closeResolver(handle);
+    }
+    void gone() override {
+        if (below(4) == 0) closeOne();
+    }
+
+private:
+    std::uint64_t below(std::uint64_t end) {
+        const std::lock_guard lock{mutex_};
+        return random_.below(end);
+    }
+    comm::ActiveObject* any() { return readers_[below(readers_.size())]; }
+    void open() {
+        const std::uint64_t handle = runtime_.openResolver(info_, *this, any());
+        ++moves_;
+        const std::lock_guard lock{mutex_};
+        open_.push_back(handle);
+    }
+    void closeOne() {
+        std::uint64_t handle = 0;
+        {
+            const std::lock_guard lock{mutex_};
+            if (open_.empty()) return;
+            std::swap(open_[random_.below(open_.size())], open_.back());
+            handle = open_.back();
+            open_.pop_back();
+        }
+        runtime_.closeResolver(handle);
+        ++moves_;
+    }
+
+    kelo::runtime::IKeloRuntime& runtime_;
+    const std::vector<comm::ActiveObject*> readers_;
+    kelo::runtime::KeloServiceTrackerInfo info_;
+    std::mutex mutex_;
+    hmxsim::Random random_;
+    std::vector<std::uint64_t> open_;
+    std::atomic<std::uint64_t> moves_{0};
 };
 
 std::unique_ptr<kelo::runtime::IKeloRuntime> startRuntime(const std::string& directory, const char* name) {
@@ -153,12 +235,84 @@ void race(kelo::IKeloApi& api, Tally& tally, std::uint64_t count, std::uint64_t 
     for (void* each : open) api.cancel(each);
 }
 
+bool report(const Tally& tally, bool isRight, const char* what) {
+    const bool held = isRight && tally.wrong == 0 && tally.destroyed == tally.asked && tally.silent > 0 && tally.answered > 0;
+    const auto number = [](const std::atomic<std::uint64_t>& value) { return static_cast<unsigned long long>(value); };
+    std::printf(
+        "%-6s %-12s %s: races %llu, answered first %llu, cancelled first %llu, refused or lost %llu, wrong %llu (limit 0), never "
+        "destroyed %llu (limit 0)\n",
+        held ? "held" : "BROKEN", "races", what, number(tally.asked), number(tally.answered), number(tally.silent),
+        number(tally.failed), number(tally.wrong), number(tally.asked) - number(tally.destroyed));
+    return held;
+}
+
+// Requests while the provider dies and the connection moves.
+bool moveAndDie(const std::string& directory, std::uint64_t deaths, std::uint64_t seed) {
+    Tally tally;
+    bool isRight = true;
+    std::uint64_t moves = 0;
+    {
+        Resource resource;
+        kelo::SimpleComposedKeloService service;
+        service.registerService("/r", &resource);
+        comm::ActiveObject first{"first"};
+        comm::ActiveObject second{"second"};
+        const auto consuming = startRuntime(directory, "consumer");
+        Consumer consumer{*consuming, nullptr};
+        Mover mover{*consuming, {&first, &second}, seed};
+        std::unique_ptr<kelo::runtime::IKeloRuntime> provider;
+        const auto live = [&] {
+            provider = startRuntime(directory, "provider");
+            provider->registerService(servicePath, service, nullptr);
+        };
+        live();
+        kelo::IKeloApi& api = consumer.api();
+        std::atomic<bool> isOver{false};
+        std::vector<std::thread> threads;
+        for (std::uint64_t i = 0; i < 2; ++i) {
+            threads.emplace_back([&, i] {
+                for (std::uint64_t round = 0; !isOver; ++round) race(api, tally, 10, (seed + round) * 31 + i);
+            });
+            threads.emplace_back([&] {
+                while (!isOver) {
+                    mover.move();
+                    std::this_thread::sleep_for(std::chrono::microseconds{50});
+                }
+            });
+        }
+        hmxsim::Random random{seed};
+        for (std::uint64_t death = 1; death <= deaths && isRight; ++death) {
+            spin(random.below(100'000));
+            provider.reset();
+            isRight = consumer.waitFor(death, death);
+            live();
+            const std::uint64_t answered = tally.answered;
+            isRight = isRight && consumer.waitFor(death + 1, death) &&
+                      testing_support::eventually([&] { return tally.answered > answered; });
+        }
+        isOver = true;
+        for (auto& thread : threads) thread.join();
+        for (comm::ActiveObject* reader : {&first, &second}) {
+            std::promise<void> through;
+            kelo::post(*reader, [&] { through.set_value(); });
+            through.get_future().get();
+        }
+        moves = mover.moves();
+        consuming->stop();
+        provider->stop();
+    }
+    const std::string what = "a provider that dies and a reader that changes leave one end: deaths " + std::to_string(deaths) +
+                             ", moves " + std::to_string(moves);
+    return report(tally, isRight && moves > 0, what.c_str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
     ::setenv("KELO_TRACE", "*=5", 0);
     const std::uint64_t races = argc > 1 ? std::strtoull(argv[1], nullptr, 10) : 200'000;
     const std::uint64_t seed = argc > 2 ? std::strtoull(argv[2], nullptr, 10) : 1;
+    const std::uint64_t deaths = argc > 3 ? std::strtoull(argv[3], nullptr, 10) : 1'000;
     constexpr std::uint64_t threadCount = 3;
     const testing_support::TemporaryDirectory directory;
     Tally tally;
@@ -181,13 +335,6 @@ int main(int argc, char** argv) {
         consuming->stop();
         provider->stop();
     }
-    const bool held =
-        tally.wrong == 0 && tally.destroyed == tally.asked && tally.asked >= races && tally.silent > 0 && tally.answered > 0;
-    const auto number = [](const std::atomic<std::uint64_t>& value) { return static_cast<unsigned long long>(value); };
-    std::printf(
-        "%-6s %-12s a cancellation and an answer that meet leave one end: races %llu, answered first %llu, cancelled first %llu, "
-        "refused %llu, wrong %llu (limit 0), never destroyed %llu (limit 0)\n",
-        held ? "held" : "BROKEN", "races", number(tally.asked), number(tally.answered), number(tally.silent),
-        number(tally.failed), number(tally.wrong), number(tally.asked) - number(tally.destroyed));
-    return held ? 0 : 1;
+    const bool held = report(tally, tally.asked >= races, "a cancellation and an answer that meet leave one end");
+    return moveAndDie(directory.path(), deaths, seed) && held ? 0 : 1;
 }
