@@ -34,14 +34,13 @@ struct Question {
     std::string path = "/displays";
     std::string body{};
     std::string mimeType = "application/json";
-    std::uint8_t flags = oneShot;
+    std::uint8_t flags = oneShotFlag;
 
     [[nodiscard]] Bytes frame(std::uint64_t id, std::string_view payload) const {
-        Bytes result = makeRequest(
-            flags, {{"$request-command", command}, {"$request-path", path}, {"$client-id", "road-1"}, {"$mime-type", mimeType}},
-            payload);
-        setId(result, id);
-        return result;
+        return testing_support::frame(
+            request, flags, id,
+            textMap({{"$request-command", command}, {"$request-path", path}, {"$client-id", "road-1"}, {"$mime-type", mimeType}},
+                    payload));
     }
     [[nodiscard]] Bytes frame(std::uint64_t id) const { return frame(id, body); }
 };

@@ -102,7 +102,7 @@ int playRelay(const std::string& directory, const std::string& service, const st
     // needs.
     constexpr unsigned shift = 40;
     std::vector<Parcel> parcels;
-    const Bytes greeting = makeHello({{"$mime-types", "application/json"}});
+    const Bytes greeting = helloAnswer();
     traffic::sayReady();
     for (;;) {
         epoll_event events[64];

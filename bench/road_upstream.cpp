@@ -26,13 +26,13 @@ public:
         while (open && reader.receive(fd_)) {
             reader.frames([this](const Frame& frame) {
                 if (frame.type() == hello) {
-                    out_.add(makeHello({{"$mime-types", "application/json"}}));
+                    out_.add(helloAnswer());
                 } else if (frame.type() == cancel) {
                     std::erase(watchers_, frame.id());
                 } else if (isPopups_) {
                     answerPopup(frame);
                 } else {
-                    out_.add(makeAnswer(frame.id(), end, answer_));
+                    out_.add(answerFrame(next, endFlag, frame.id(), 200, answer_));
                 }
             });
             open = out_.flush(fd_);
@@ -48,11 +48,11 @@ private:
         const std::string popup = R"({"name":"Incoming_Call","priorityInlayer":)" + std::to_string(changes_) +
                                   R"(,"slot":"top","isFullscreen":false,"requested":true,"active":true,"visible":)" +
                                   (changes_ % 2 == 0 ? "true}" : "false}");
-        const bool isWatch = (frame.flags() & oneShot) == 0 && !isUpdate;
+        const bool isWatch = (frame.flags() & oneShotFlag) == 0 && !isUpdate;
         if (isWatch) watchers_.push_back(frame.id());
-        out_.add(makeAnswer(frame.id(), isWatch ? std::uint8_t{0} : end, popup));
+        out_.add(answerFrame(next, isWatch ? std::uint8_t{0} : endFlag, frame.id(), 200, popup));
         if (isUpdate) {
-            for (const std::uint64_t watcher : watchers_) out_.add(makeAnswer(watcher, 0, popup));
+            for (const std::uint64_t watcher : watchers_) out_.add(answerFrame(next, 0, watcher, 200, popup));
         }
     }
 

@@ -5,28 +5,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <initializer_list>
 #include <string>
 #include <string_view>
-#include <utility>
-#include <vector>
+
+#include "support/wire.h"
 
 namespace road {
 
-using Bytes = std::vector<std::uint8_t>;
-
-inline constexpr std::size_t headerSize = 16;
-enum FrameType : std::uint8_t { hello = 1, request = 2, next = 3, error = 4, completed = 5, cancel = 6 };
-inline constexpr std::uint8_t oneShot = 1;  // flags of a request
-inline constexpr std::uint8_t end = 2;      // and of a next
-
-using Field = std::pair<std::string_view, std::string_view>;
-Bytes makeHello(std::initializer_list<Field> fields);
-Bytes makeRequest(std::uint8_t flags, std::initializer_list<Field> fields, std::string_view payload);
-Bytes makeAnswer(std::uint64_t id, std::uint8_t flags, std::string_view payload);
-
-std::uint64_t numberAt(const std::uint8_t* at, std::size_t size);
-void putNumber(std::uint8_t* at, std::uint64_t value, std::size_t size);
+using namespace testing_support;
 
 // A whole frame that somebody else owns.
 struct Frame {
@@ -76,9 +62,7 @@ public:
     template <class Handle>
     void frames(Handle handle) {
         std::size_t used = 0;
-        while (kept_ - used >= headerSize) {
-            const std::size_t size = headerSize + numberAt(&buffer_[used], 4);
-            if (kept_ - used < size) break;
+        while (const std::size_t size = wholeFrame(buffer_.data() + used, kept_ - used)) {
             handle(Frame{&buffer_[used], size});
             used += size;
         }

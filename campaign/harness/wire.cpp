@@ -7,9 +7,6 @@
 namespace campaign {
 namespace {
 
-using testing_support::appendCborHead;
-using testing_support::appendCborText;
-
 // Reads the header map of a body; the rest is the payload.
 class MapReader {
 public:
@@ -75,20 +72,6 @@ private:
     std::size_t at_ = 0;
 };
 
-template <class Use>
-int withAddress(const std::string& path, Use use) {
-    sockaddr_un address{};
-    address.sun_family = AF_UNIX;
-    if (path.size() >= sizeof address.sun_path) throw Failure{"too long for a socket's address: " + path};
-    std::memcpy(address.sun_path, path.c_str(), path.size());
-    const int fd = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (fd >= 0 && use(fd, reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) return fd;
-    const int fault = errno;
-    if (fd >= 0) ::close(fd);
-    errno = fault;
-    return -1;
-}
-
 }  // namespace
 
 int Frame::status() const {
@@ -115,58 +98,17 @@ bool FrameReader::receive(int fd) {
 
 std::optional<Frame> FrameReader::take() {
     const std::span<const std::uint8_t> left = std::span{bytes_}.subspan(at_);
-    if (left.size() < headerSize) return std::nullopt;
-    const auto number = [&](std::size_t at, std::size_t size) {
-        std::uint64_t value = 0;
-        for (std::size_t i = 0; i < size; ++i) value |= std::uint64_t{left[at + i]} << (8 * i);
-        return value;
-    };
-    const std::size_t length = number(0, 4);
-    if (length > 1U << 20U) throw Failure{"a frame that is larger than the limit"};
-    if (left.size() < headerSize + length) return std::nullopt;
+    if (left.size() >= headerSize && numberAt(left.data(), 4) > 1U << 20U) throw Failure{"a frame that is larger than the limit"};
+    const std::size_t size = wholeFrame(left.data(), left.size());
+    if (size == 0) return std::nullopt;
     Frame frame;
     frame.type = left[4];
     frame.flags = left[5];
-    frame.id = number(8, 8);
-    if (frame.type < hello || frame.type > campaign::cancel) throw Failure{"a frame of unknown type"};
-    MapReader{std::string_view{reinterpret_cast<const char*>(left.data()) + headerSize, length}}.readInto(frame);
-    at_ += headerSize + length;
+    frame.id = numberAt(left.data() + 8, 8);
+    if (frame.type < hello || frame.type > cancel) throw Failure{"a frame of unknown type"};
+    MapReader{std::string_view{reinterpret_cast<const char*>(left.data()) + headerSize, size - headerSize}}.readInto(frame);
+    at_ += size;
     return frame;
-}
-
-Bytes helloAnswer() {
-    Bytes body;
-    appendCborHead(body, 5, 3);
-    appendCborText(body, "$version");
-    appendCborHead(body, 0, 1);
-    appendCborText(body, "$application");
-    appendCborText(body, "scripted");
-    appendCborText(body, "$mime-types");
-    appendCborText(body, "application/json");
-    return testing_support::frame(hello, 0, 0, body);
-}
-
-Bytes answerFrame(std::uint8_t type, std::uint8_t flags, std::uint64_t id, unsigned status, std::string_view payload,
-                  std::string_view mimeType) {
-    if (type == completed || type == campaign::cancel) return testing_support::frame(type, flags, id, {});
-    Bytes body;
-    appendCborHead(body, 5, 2);
-    appendCborText(body, "$status");
-    appendCborHead(body, 0, status);
-    appendCborText(body, "$mime-type");
-    appendCborText(body, mimeType);
-    body.insert(body.end(), payload.begin(), payload.end());
-    return testing_support::frame(type, flags, id, body);
-}
-
-int connectTo(const std::string& path) {
-    return withAddress(path, [](int fd, const sockaddr* address, socklen_t size) { return ::connect(fd, address, size); });
-}
-
-int listenAt(const std::string& path) {
-    return withAddress(path, [](int fd, const sockaddr* address, socklen_t size) {
-        return ::bind(fd, address, size) == 0 ? ::listen(fd, 128) : -1;
-    });
 }
 
 }  // namespace campaign

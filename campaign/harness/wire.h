@@ -12,12 +12,7 @@
 
 namespace campaign {
 
-using testing_support::Bytes;
-
-enum FrameType : std::uint8_t { hello = 1, request = 2, next = 3, error = 4, completed = 5, cancel = 6 };
-inline constexpr std::uint8_t oneShotFlag = 1;
-inline constexpr std::uint8_t endFlag = 2;
-inline constexpr std::size_t headerSize = 16;
+using namespace testing_support;
 
 // A frame whose body has been taken apart. Views of the buffer that it was found in. Thread: any (a value).
 struct Frame {
@@ -46,13 +41,5 @@ private:
     Bytes bytes_;
     std::size_t at_ = 0;
 };
-
-Bytes helloAnswer();
-Bytes answerFrame(std::uint8_t type, std::uint8_t flags, std::uint64_t id, unsigned status, std::string_view payload,
-                  std::string_view mimeType = "application/json");
-
-// Sockets under a path; -1 with errno.
-int connectTo(const std::string& path);
-int listenAt(const std::string& path);
 
 }  // namespace campaign
