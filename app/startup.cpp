@@ -70,8 +70,7 @@ T* makeImmortal(Arguments&&... arguments) {
 void startRuntime(kelo::runtime::IKeloRuntime& runtime) {
     constexpr int noFlags = 0;
     if (runtime.start(noFlags)) return;
-    const std::string reason = std::ErrorStorage::reason();
-    std::ErrorStorage::ack();
+    const std::string reason = std::ErrorStorage::takeReason();
     throw std::runtime_error{"the runtime does not start: " + reason};
 }
 

@@ -19,12 +19,6 @@ using runtime::IKeloRuntime;
 using runtime::KeloServiceTrackerInfo;
 using Time = std::chrono::steady_clock::time_point;
 
-std::string takeReason() {
-    std::string reason = std::ErrorStorage::reason();
-    std::ErrorStorage::ack();
-    return reason;
-}
-
 // A value that one thread sets and another waits for. Thread: any.
 template <class T>
 class Board {
@@ -76,7 +70,7 @@ public:
     Connection(std::string_view servicePath, runtime::RuntimeOptions options)
         : runtime_{runtime::createRuntime(std::move(options))} {
         if (!runtime_->start(0)) {
-            failure_ = takeReason();
+            failure_ = std::ErrorStorage::takeReason();
             return;
         }
         KeloServiceTrackerInfo info;
@@ -130,7 +124,7 @@ Response BlockingClient::request(Request request) {
 Response BlockingClient::decoded(std::string_view path, Response response, ResultView result) const {
     const bool isSuccess = response.status() >= 200 && response.status() < 300;
     if (!isSuccess || !decodeResponse(response, result, {"retrieve", path, "the answer"}, servicePath_)) return response;
-    return Response::createErrorResponse(500, takeReason());
+    return Response::createErrorResponse(500, std::ErrorStorage::takeReason());
 }
 
 }  // namespace kelo

@@ -29,7 +29,8 @@ class SpareRequest {
 public:
     SpareRequest() : request_{kept() ? std::move(kept()) : std::make_unique<Request>()} {}
     ~SpareRequest() {
-        request_->rebindPayload({});  // what it borrowed may go now
+        request_->rebindPayload({});                     // what it borrowed may go now
+        if (request_->path().capacity() > most) return;  // a name that somebody made long is not kept for the rare next one
         kept() = std::move(request_);
     }
     SpareRequest(const SpareRequest&) = delete;
@@ -38,6 +39,8 @@ public:
     Request& request() const noexcept { return *request_; }
 
 private:
+    static constexpr std::size_t most = 256;  // bytes of a path
+
     static std::unique_ptr<Request>& kept() noexcept {
         thread_local std::unique_ptr<Request> request;
         return request;
@@ -87,8 +90,7 @@ void* ClientStub::send(const ClientOperation& operation, std::unique_ptr<IRespon
                        std::initializer_list<std::string_view> arguments, BodyView body) const {
     util::ByteBufferWriter buffer{body.write != nullptr ? bodyCapacity : 0};
     if (body.write != nullptr && writeDocument(buffer, mimeType_, body)) {
-        handler->onError(Response::createErrorResponse(400, std::ErrorStorage::reason()));
-        std::ErrorStorage::ack();
+        handler->onError(Response::createErrorResponse(400, std::ErrorStorage::takeReason()));
         return IKeloApi::UNDEFINED_REQUEST_HANDLE;
     }
     const SpareRequest spare;

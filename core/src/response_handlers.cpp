@@ -30,9 +30,7 @@ bool Termination::refuse() {
 Response takeErrorResponse() {
     const std::ErrorEntry entry = std::ErrorStorage::current();
     const std::uint16_t status = entry.category == &errors::Error ? errors::error2StatusCode(entry.code) : std::uint16_t{500};
-    Response response = Response::createErrorResponse(status, std::ErrorStorage::reason());
-    std::ErrorStorage::ack();
-    return response;
+    return Response::createErrorResponse(status, std::ErrorStorage::takeReason());
 }
 
 }  // namespace kelo::responsehandlers

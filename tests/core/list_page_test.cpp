@@ -31,7 +31,7 @@ kelo::optional<ToluParams> params(const std::string& json) {
     const auto reader = kelo::serializer::Factory::createDeserializer(support::MimeTypeID::json);
     EXPECT_FALSE(reader->start(util::ByteBufferReader{json}) || kelo::serializer::deserialize(*reader, result) ||
                  reader->finish())
-        << json << support::takeReason();
+        << json << std::ErrorStorage::takeReason();
     return result;
 }
 

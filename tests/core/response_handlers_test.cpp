@@ -63,7 +63,7 @@ TEST(ResponseHandlers, ARequestEndsOnceAndHearsNothingAfterwards) {
         EXPECT_EQ(heard.values, std::vector<std::string>(c.values, "7"));
         EXPECT_EQ(heard.ends(), c.ends);
         EXPECT_EQ(std::ErrorStorage::current().code, *c.stored == '\0' ? 0 : 7);
-        EXPECT_EQ(support::takeReason(), c.stored);
+        EXPECT_EQ(std::ErrorStorage::takeReason(), c.stored);
     }
 }
 
@@ -115,7 +115,7 @@ TEST(ResponseHandlers, OnlyChangesPassTheComparison) {
     };
     const Case cases[] = {
         {"own equality", ComparingPredicate<int>{}, {3, 13, 4, 3}},
-        {"same last digit", ComparingPredicate<int>{[](const int& a, const int& b) { return a % 10 == b % 10; }}, {3, 4, 3}},
+        {"same last digit", ComparingPredicate<int>{*[](const int& a, const int& b) { return a % 10 == b % 10; }}, {3, 4, 3}},
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
@@ -135,9 +135,15 @@ TEST(ResponseHandlers, EachRefusesAValueAfterTheEnd) {
     for (const auto& handler : handlers) {
         handler->onCompleted();
         EXPECT_TRUE(handler->onNext(1));
-        EXPECT_EQ(support::takeReason(), "Request already terminated");
+        EXPECT_EQ(std::ErrorStorage::takeReason(), "Request already terminated");
     }
     EXPECT_THAT(heard.values, IsEmpty());
 }
+
+// Nothing to compare with must not compile.
+struct NoEquality {};
+static_assert(!std::is_default_constructible_v<ComparingPredicate<NoEquality>>);
+static_assert(!std::is_constructible_v<ComparingPredicate<NoEquality>, std::nullptr_t>);
+static_assert(std::is_constructible_v<ComparingPredicate<NoEquality>, bool (&)(const NoEquality&, const NoEquality&)>);
 
 }  // namespace

@@ -56,7 +56,7 @@ inline std::string skip(MimeTypeID mimeType, std::string_view document) {
     const auto reader = kelo::serializer::Factory::createDeserializer(mimeType);
     const bool failed = reader->start(util::ByteBufferReader{std::string_view{bytes.data(), bytes.size()}}) ||
                         reader->skipValue() || reader->finish();
-    return failed ? support::takeReason() : "";
+    return failed ? std::ErrorStorage::takeReason() : "";
 }
 
 inline void expectDocument(MimeTypeID mimeType, std::string_view document, const nlohmann::json& expected) {

@@ -26,13 +26,13 @@ protected:
     template <class Write>
     std::string written(Write write) {
         util::ByteBufferWriter bytes;
-        EXPECT_FALSE(writer_->start(bytes) || write(*writer_) || writer_->finish()) << support::takeReason();
+        EXPECT_FALSE(writer_->start(bytes) || write(*writer_) || writer_->finish()) << std::ErrorStorage::takeReason();
         return {bytes.bytes().begin(), bytes.bytes().end()};
     }
     template <class Read>
     void read(std::string_view document, Read read) {
         EXPECT_FALSE(reader_->start(util::ByteBufferReader{document}) || read(*reader_) || reader_->finish())
-            << support::takeReason();
+            << std::ErrorStorage::takeReason();
     }
     std::string written(const Json& value) {
         return written([&](Writer& writer) { return support::writeAny(writer, value); });
@@ -156,7 +156,7 @@ TEST_P(EveryEncoding, IdsUrlsAndTextViews) {
     const std::string text = written(Json("19243473-0126-5f4b-b1bf-4879152c72eg"));
     ASSERT_FALSE(reader_->start(util::ByteBufferReader{text}));
     EXPECT_TRUE(reader_->readUuid(id));
-    EXPECT_EQ(support::takeReason(), "a string that is no UUID at byte 0");
+    EXPECT_EQ(std::ErrorStorage::takeReason(), "a string that is no UUID at byte 0");
 }
 
 TEST_P(EveryEncoding, SixtyFourLevelsAndNoMore) {

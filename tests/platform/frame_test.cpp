@@ -96,6 +96,15 @@ TEST(Frame, IndefiniteMapsOfOtherLibrariesAreRead) {
     EXPECT_EQ(response.status(), 200);
 }
 
+TEST(Frame, AnEmptyMapMayBeWrittenInEveryWay) {
+    for (const Bytes& body : {Bytes{}, Bytes{0xa0}, Bytes{0xb8, 0x00}, Bytes{0xbf, 0xff}}) {
+        EXPECT_STREQ(kelo::wire::readBare(body), nullptr);
+    }
+    for (const Bytes& body : {Bytes{0xbf}, Bytes{0xb8}, Bytes{0x80}, Bytes{0xa0, 0x00}, Bytes{0xa1, 0x61, 'a', 0x01}}) {
+        EXPECT_NE(kelo::wire::readBare(body), nullptr);
+    }
+}
+
 TEST(Frame, MalformedHeadersAreRefused) {
     struct Case {
         const char* what;

@@ -77,10 +77,12 @@ TEST(Json, ReasonsSayWhatWasExpectedAndWhatWasFound) {
              Case{"", "expected a value, found the end of the document at byte 0"},
              Case{"[1 \"\"]", "expected ',' or ']', found a string at byte 3"},
              Case{"{\"a\":1", "expected ',' or '}', found the end of the document at byte 6"},
-             Case{"{\"a\" tru", "expected ':', found true or false at byte 5"},
+             Case{"{\"a\" tru", "expected ':', found 't' at byte 5"},
              Case{"{\"a\": 1, 2:3}", "expected a member's key, found an integer at byte 9"},
              Case{"[1] x", "expected the end of the document, found 'x' at byte 4"},
              Case{"[1,\x01]", "expected a value, found byte 0x01 at byte 3"},
+             Case{"[tru", "expected true or false, found the end of the document at byte 4"},
+             Case{"[fals]", "expected true or false, found 'f' at byte 1"},
              Case{"[1,]", "a comma with nothing behind it at byte 3"},
          }) {
         EXPECT_EQ(skip(MimeTypeID::json, text), reason);

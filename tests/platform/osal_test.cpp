@@ -62,27 +62,16 @@ TEST(MutexTest, MisuseIsRecordedAndSurvived) {
     EXPECT_TRUE(mutex.lock());
     EXPECT_EQ(takeCode(osal::Mutex::Error), osal::Mutex::lockFailed);
     ASSERT_FALSE(mutex.unlock());
-
-    const auto kind = std::exchange(mutex.impl().native()->__data.__kind, 0x7F);  // no mutex that the system knows
-    EXPECT_TRUE(mutex.lock());
-    EXPECT_EQ(takeCode(osal::Mutex::Error), osal::Mutex::inconsistent);
-    mutex.impl().native()->__data.__kind = kind;
 }
 
 TEST(ConditionTest, IsBoundToOneMutex) {
     osal::Condition condition;
     osal::Mutex mutex;
     osal::Mutex other;
-    EXPECT_FALSE(condition.isBound());
-    EXPECT_TRUE(condition.wait());
-    EXPECT_EQ(takeCode(osal::SysError), osal::inconsistentCondition);
     EXPECT_FALSE(condition.bind(mutex));
     EXPECT_FALSE(condition.bind(mutex));
     EXPECT_TRUE(condition.bind(other));
     EXPECT_EQ(std::ErrorStorage::reason(), "Using Condition with different Mutexes");
-    EXPECT_EQ(takeCode(osal::SysError), osal::inconsistentCondition);
-    if (kMisuseIsReported) return;
-    EXPECT_TRUE(condition.wait());  // without the mutex
     EXPECT_EQ(takeCode(osal::SysError), osal::inconsistentCondition);
 }
 

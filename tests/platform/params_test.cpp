@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 
 #include "kelo/serializer/basic.h"
+#include "kelo/tolu/parameters.h"
+#include "platform/sample_records.h"
 #include "support/documents.h"
 
 namespace {
@@ -48,6 +50,49 @@ TEST(ParamsTest, DocumentsThatAreNoMapOrBrokenFail) {
         ToluParams params;
         EXPECT_NE(read(json, params), "") << json;
     }
+}
+
+TEST(ParamsTest, OnlyWhatCanChangeTheAnswerIsKept) {
+    struct Case {
+        const char* json;
+        const char* ofList;
+        const char* ofElement;
+    };
+    for (const auto& [json, ofList, ofElement] : {
+             Case{R"({"nobody":{"a":[1,"b"]},"name":"n","active":false,"limit":3,"nobody":99999999999999999999})",
+                  R"({"active":false,"name":"n","limit":3})", R"({"limit":3})"},
+             Case{R"({"name":{"a":1},"active":null,"tags":["a"],"side":[],"priority":2.5,"layers":[1],"position":1})",
+                  R"({"priority":2.5,"tags":["a"]})", "{}"},
+             Case{R"({"name":"n","name":[1]})", "{}", "{}"},  // the last one counts
+             Case{R"({"fields":["tags","nobody","tags","active"]})", R"({"fields":["active","tags"]})",
+                  R"({"fields":["active","tags"]})"},
+             Case{R"({"fields":["nobody"]})", R"({"fields":[]})", R"({"fields":[]})"},
+         }) {
+        for (const bool isList : {true, false}) {
+            ToluParams params;
+            kelo::tolu::RelevantParams relevant{params, &kelo::record::describe<sample::Element>(), isList};
+            EXPECT_EQ(support::readDocument(MimeTypeID::json, json, relevant), "") << json;
+            EXPECT_EQ(support::toJson(params), isList ? ofList : ofElement) << json;
+        }
+    }
+}
+
+TEST(ParamsTest, TooManyOrTooLongOnesAreRefused) {
+    const auto reason = [](std::string_view json) {
+        ToluParams params;
+        kelo::tolu::RelevantParams relevant{params, &kelo::record::describe<sample::Element>(), true};
+        return support::readDocument(MimeTypeID::json, json, relevant);
+    };
+    std::string many = R"({"limit":1)";
+    for (int i = 1; i < 32; ++i) many += ",\"" + std::to_string(i) + "\":[]";
+    EXPECT_EQ(reason(many + "}"), "");
+    many += R"(,"k":0,"k":0)";
+    EXPECT_EQ(reason(many + "}"), "34 parameters; the limit is 32");
+    ToluParams all;
+    EXPECT_EQ(read(many + "}", all), "34 parameters; the limit is 32") << "a delete's, too";
+    EXPECT_EQ(reason(R"({"name":")" + std::string(2048, 'x') + R"(","nobody":")" + std::string(9999, 'x') + "\"}"), "");
+    EXPECT_EQ(reason(R"({"tags":["x"],"name":")" + std::string(2040, 'x') + "\"}"),
+              "parameters of " + std::to_string(2041 + sizeof(Value)) + " bytes; the limit is 2048");
 }
 
 TEST(ParamsTest, WhatIsWrittenReadsBackInEveryEncoding) {

@@ -9,6 +9,7 @@
 namespace {
 
 using kelo::tolu::properties::Match;
+using Filter = kelo::tolu::Filter<sample::Element>;
 using sample::Element;
 using util::config::Array;
 using util::config::Dictionary;
@@ -69,13 +70,10 @@ TEST(PropertiesTest, QueryValuesMatchExactlyOrDecideNothing) {
     for (const auto& [key, value, full, empty] : cases) {
         Dictionary query;
         query.set(key, value);
-        using kelo::tolu::properties::detail::matchRows;
-        using Table = kelo::record::TableOf<Element>;
-        EXPECT_EQ(matchRows(sample::fullElement(), key, value, Table{}), full) << key;
-        EXPECT_EQ(matchRows(Element{}, key, value, Table{}), empty) << key;
-        EXPECT_EQ(kelo::tolu::matchesAll(sample::fullElement(), query), full != Match::no) << key;
+        EXPECT_EQ(Filter{query}.admits(sample::fullElement()), full != Match::no) << key;
+        EXPECT_EQ(Filter{query}.admits(Element{}), empty != Match::no) << key;
         const std::string_view consumed[] = {key};
-        EXPECT_TRUE(kelo::tolu::matchesAll(Element{}, query, consumed)) << key;
+        EXPECT_TRUE((Filter{query, consumed}.admits(Element{}))) << key;
     }
     EXPECT_EQ(kelo::tolu::properties::matchProperty(0.1F, Value{0.1}), Match::yes);
     EXPECT_EQ(kelo::tolu::properties::matchProperty(2.0F, Value{2}), Match::yes);
@@ -86,9 +84,9 @@ TEST(PropertiesTest, EveryValueOfTheQueryMustLetTheElementThrough) {
     query.set("active", true);
     query.set("limit", 1);
     query.set("priority", "not an int");
-    EXPECT_TRUE(kelo::tolu::matchesAll(sample::fullElement(), query));
+    EXPECT_TRUE(Filter{query}.admits(sample::fullElement()));
     query.set("tags", "z");
-    EXPECT_FALSE(kelo::tolu::matchesAll(sample::fullElement(), query));
+    EXPECT_FALSE(Filter{query}.admits(sample::fullElement()));
 }
 
 TEST(TransformTest, FieldsSelectOptionalMembers) {

@@ -31,15 +31,30 @@ struct Forgetful {
 }
 static_assert(!kelo::record::covers<Forgetful>);
 
-struct ForgetfulElement : kelo::tolu::XObject {
+// Nor that of an element: whether the member comes last, where it hides in padding, or amid others of its kind, or stands beside
+// those that are counted.
+struct ForgetfulMembers {
     kelo::optional<int> first;
+    kelo::optional<bool> second;
+    kelo::optional<bool> third;
 };
-[[maybe_unused]] constexpr auto recordTable(const ForgetfulElement*) {
-    using T = ForgetfulElement;
-    return kelo::record::Table<T, kelo::record::Row<"id", &T::id>, kelo::record::Row<"name", &T::name>,
-                               kelo::record::Row<"uri", &T::uri>>{"ForgetfulElement"};
-}
-static_assert(!kelo::record::covers<ForgetfulElement>);
+struct ForgetfulElement : kelo::tolu::XObject, ForgetfulMembers {};
+struct BesideMembers : ForgetfulElement {
+    kelo::optional<bool> beside;
+};
+template <class T, class... Own>
+using ElementTable = kelo::record::Table<T, kelo::record::Row<"id", &T::id>, kelo::record::Row<"name", &T::name>,
+                                         kelo::record::Row<"uri", &T::uri>, Own...>;
+template <class T, class... Own>
+constexpr bool coversWith = kelo::record::detail::coversRows(ElementTable<T, Own...>{});
+using First = kelo::record::Row<"first", &ForgetfulElement::first>;
+using Second = kelo::record::Row<"second", &ForgetfulElement::second>;
+using Third = kelo::record::Row<"third", &ForgetfulElement::third>;
+static_assert(coversWith<ForgetfulElement, First, Second, Third>);
+static_assert(!coversWith<ForgetfulElement, First, Second>);
+static_assert(!coversWith<ForgetfulElement, First, Third>);
+static_assert(!coversWith<ForgetfulElement>);
+static_assert(!coversWith<BesideMembers, First, Second, Third>);
 
 TEST(RecordTest, WritesInTheOrderOfTheTableAndReadsBackInEveryEncoding) {
     EXPECT_EQ(toJson(sample::fullElement()), kFullElement);
@@ -97,7 +112,7 @@ TEST(RecordTest, FailuresOfReadingNameTheMember) {
              Case{R"({"side":"Left_Side","points":[]})", "layer: missing"},
              Case{R"({"side":"Left_Side","layer":null,"points":[]})", "layer: "},
              Case{R"({"side":null,"layer":{"id":1},"points":[]})", "side: "},
-             Case{R"({"side":"Lower","layer":{"id":1},"points":[]})", "side: unknown value \"Lower\""},
+             Case{R"({"side":"Lower","layer":{"id":1},"points":[]})", R"(side: not one of "Left_Side", "Right_Side")"},
              Case{R"({"side":"Left_Side","layer":{},"points":[]})", "layer.id: missing"},
              Case{R"({"side":"Left_Side","layer":{"id":2147483648},"points":[]})", "layer.id: integer outside 32 bits at byte "},
              Case{R"({"side":"Left_Side","layer":{"id":-2147483649},"points":[]})", "layer.id: integer outside 32 bits at byte "},
@@ -188,7 +203,11 @@ TEST(RecordTest, WhatCannotBeWrittenFailsInEveryEncoding) {
             std::string document;
             ASSERT_EQ(support::writeDocument(mimeType, value, document), "") << what;
             spoil(value);
-            EXPECT_EQ(support::writeDocument(mimeType, value, document), reason) << what;
+            util::ByteBufferWriter bytes;
+            const auto writer = kelo::serializer::Factory::createSerializer(mimeType);
+            EXPECT_TRUE(writer->start(bytes) || kelo::record::writeValue(*writer, value)) << what;
+            EXPECT_EQ(std::ErrorStorage::current().code, code) << what;
+            EXPECT_EQ(std::ErrorStorage::takeReason(), reason) << what;
         }
     }
     std::string document;

@@ -43,15 +43,16 @@ constexpr auto recordTable(const Layer*) {
 }
 static_assert(kelo::record::covers<Layer>);
 
-struct Element : kelo::tolu::XObject {
-    using XObject::XObject;
-
+struct ElementMembers {
     kelo::optional<bool> active;
     kelo::optional<std::vector<std::shared_ptr<Layer>>> layers;
     std::shared_ptr<Point> position;
     kelo::optional<int> priority;
     kelo::optional<Side> side;
     kelo::optional<std::vector<std::string>> tags;
+};
+struct Element : kelo::tolu::XObject, ElementMembers {
+    using XObject::XObject;
 };
 constexpr auto recordTable(const Element*) {
     return kelo::record::Table<Element, Row<"id", &Element::id>, Row<"name", &Element::name>, Row<"uri", &Element::uri>,

@@ -12,6 +12,7 @@
 #include "kelo/tracing.h"
 #include "support/redirect.h"
 #include "tracing/client_helper.h"
+#include "util/text.h"
 #include "util/util.h"
 
 namespace {
@@ -78,6 +79,11 @@ TEST_F(TracingLineTest, OneMessageIsOneLine) {
                                                   R"(name='a\\nb\\x1b\[31m\\x7f\\t)"
                                                   "\u00e4' n=7\n"}))
         << line;
+    // Nor may what a terminal obeys reach it in any other form.
+    logC(channel_, 3, "\u0085 \u009b2J \u202e \u2066 \u2028 \u200f \x9b \xc3");
+    EXPECT_THAT(output_.take(), EndsWith(" 3 \\x85 \\x9b2J \\u202e \\u2066 \\u2028 \\u200f \\x9b \\xc3\n"));
+    EXPECT_EQ(util::printable(std::string_view{"a\0\u202eb\u00e4c", 9}, 100), "a\\x00\\u202eb\u00e4c");
+    EXPECT_EQ(util::printable("abc\u00e4\u00e4", 6), "abc\u00e4…");
     EXPECT_EQ(kelo::tracing::getTraceClientId(), "bench_app-" + std::to_string(getpid()));
 }
 

@@ -13,20 +13,14 @@ namespace support {
 
 using kelo::mimetypes::MimeTypeID;
 
-// Takes what the error store holds; "" when there is nothing.
-inline std::string takeReason() {
-    std::string reason = std::ErrorStorage::reason();
-    std::ErrorStorage::ack();
-    return reason;
-}
-
 // "" on success, else the reason of the failure, which is consumed.
 template <class T>
 std::string writeDocument(MimeTypeID mimeType, const T& value, std::string& document) {
     util::ByteBufferWriter bytes;
     const auto writer = kelo::serializer::Factory::createSerializer(mimeType);
     if (writer == nullptr) return "no serializer";
-    if (writer->start(bytes) || kelo::record::writeValue(*writer, value) || writer->finish()) return takeReason();
+    if (writer->start(bytes) || kelo::record::writeValue(*writer, value) || writer->finish())
+        return std::ErrorStorage::takeReason();
     document.assign(bytes.bytes().begin(), bytes.bytes().end());
     return "";
 }
@@ -36,7 +30,7 @@ std::string readDocument(MimeTypeID mimeType, std::string_view document, T& valu
     const auto reader = kelo::serializer::Factory::createDeserializer(mimeType);
     if (reader == nullptr) return "no deserializer";
     if (reader->start(util::ByteBufferReader{document}) || kelo::record::readValue(*reader, value) || reader->finish()) {
-        return takeReason();
+        return std::ErrorStorage::takeReason();
     }
     return "";
 }

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "kelo/resource_handler.h"
+#include "kelo/std/error_storage.h"
 
 namespace support {
 
@@ -16,6 +17,7 @@ namespace support {
 struct Answers {
     std::vector<std::string> events;  // "next", "error" or "completed" with `describe` of the response, and "gone"
     std::vector<kelo::Response> responses;
+    int errorCode = 0;           // what the error store held at the last error
     bool finishOnNext = false;   // what next returns
     std::function<void()> then;  // called first of all in every next, if set, as if sending came round to somebody else
 
@@ -43,7 +45,10 @@ public:
         note("next ", response);
         return answers_.finishOnNext;
     }
-    void error(const kelo::Response& response) override { note("error ", response); }
+    void error(const kelo::Response& response) override {
+        answers_.errorCode = std::ErrorStorage::current().code;
+        note("error ", response);
+    }
     void completed() override { answers_.events.emplace_back("completed"); }
 
 private:

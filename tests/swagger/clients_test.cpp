@@ -173,7 +173,7 @@ util::config::Value valueOf(MimeTypeID id, std::string_view document) {
     const auto reader = kelo::serializer::Factory::createDeserializer(id);
     EXPECT_FALSE(reader->start(util::ByteBufferReader{document}) || kelo::serializer::deserialize(*reader, value) ||
                  reader->finish())
-        << support::takeReason();
+        << std::ErrorStorage::takeReason();
     return value;
 }
 
@@ -182,7 +182,7 @@ std::string encoded(MimeTypeID id, const std::string& document) {
     const auto writer = kelo::serializer::Factory::createSerializer(id);
     EXPECT_FALSE(writer->start(bytes) || kelo::serializer::serialize(*writer, valueOf(MimeTypeID::json, document)) ||
                  writer->finish())
-        << support::takeReason();
+        << std::ErrorStorage::takeReason();
     return {bytes.bytes().begin(), bytes.bytes().end()};
 }
 
@@ -258,7 +258,7 @@ TEST(UpstreamClients, AnAnswerThatDoesNotDecodeIsAnError) {
                                          "/hmxdisplaymanager"));
         EXPECT_EQ(std::ErrorStorage::current().category, &kelo::errors::Error);
         EXPECT_EQ(std::ErrorStorage::current().code, c.code);
-        const std::string reason = support::takeReason();
+        const std::string reason = std::ErrorStorage::takeReason();
         if (c.reason != nullptr) {
             EXPECT_EQ(reason, c.reason + whose);
         } else {
@@ -282,7 +282,7 @@ TEST(UpstreamClients, MemoryThatRunsOutIsAnErrorThatNamesTheAnswer) {
     const kelo::Response answer{200, kelo::Payload::copyOf("7", kelo::MimeType{json})};
     const kelo::ResultView throws{&value, [](auto&, void*) -> bool { throw std::bad_alloc{}; }};
     EXPECT_TRUE(kelo::decodeResponse(answer, throws, {"retrieve", "/*", "Popup"}, "/hmxpopupmanager"));
-    EXPECT_EQ(support::takeReason(), "Popup: out of memory (/hmxpopupmanager, retrieve /*)");
+    EXPECT_EQ(std::ErrorStorage::takeReason(), "Popup: out of memory (/hmxpopupmanager, retrieve /*)");
 }
 
 TEST(UpstreamClients, TheLogNamesAServiceWhoseAnswersDoNotRead) {

@@ -149,6 +149,7 @@ protected:
     void expectRefusal(TracedLines& traced, const kelo::Request& request, void* handle, int status, const std::string& reason) {
         EXPECT_EQ(handle, kelo::IKeloApi::UNDEFINED_REQUEST_HANDLE);
         EXPECT_THAT(bridge.calls, IsEmpty());
+        EXPECT_EQ(answers.errorCode, status == 404 ? 14 : 15);
         EXPECT_THAT(answers.take(), ElementsAre("error " + std::to_string(status) + " plain/text " + reason, "gone"));
         EXPECT_THAT(traced.take(), ElementsAre("4 [actionRequest] failed: cmd='" + request.command() + "' path='" +
                                                request.path() + "' reason='" + reason + "'"));
@@ -233,6 +234,8 @@ TEST_F(ResourceServices, ArgumentsReachTheOperation) {
         {"retrieve", "/displays/19243473-0126-5F4B-B1BF-4879152C72E5", "{}", "retrieveDisplayObject " + idText + " {}"},
         {"retrieve", "/popups", R"({"slot":"top","limit":2,"fields":["slot"]})",
          R"(retrievePopupObjects {"slot":"top","fields":["slot"],"limit":2})"},
+        {"retrieve", "/popups/" + idText, R"({"slot":"top","nobody":1,"fields":["slot"]})",
+         "retrievePopupObject " + idText + R"( {"fields":["slot"]})"},
         {"update", "/popups/" + idText, updatePopupJson, "updatePopupObject " + idText + " " + updatePopupJson},
         {"update", "/popups/" + idText, " {} ", "updatePopupObject " + idText + " {}"},
         {"insert", "/regionconfigurations", insertRegionconfigurationJson,
@@ -262,6 +265,9 @@ TEST_F(ResourceServices, BadArgumentsAreRefusedBeforeTheBridgeHearsOfThem) {
         std::string reason;
     };
     const std::string popupPath = "/popups/" + idText;
+    std::string tooMany = R"({"name":"n")";
+    for (int i = 0; i < 32; ++i) tooMany += ",\"\":0";
+    tooMany += "}";
     const std::string regionPath = "/regionconfigurations/" + idText;
     const auto* const text = "application/json";
     const std::string updatePopup = "PopupsService::updatePopupObject: ";
@@ -279,6 +285,7 @@ TEST_F(ResourceServices, BadArgumentsAreRefusedBeforeTheBridgeHearsOfThem) {
         {"retrieve", "/displays", "{}", "", "t", "DisplaysService::retrieveDisplayObjects: cannot read mime type ''"},
         {"retrieve", "/displays", R"({"limit":0})", text, "t",
          "DisplaysService::retrieveDisplayObjects: limit: not an integer from 1 to 2147483647"},
+        {"retrieve", "/displays", tooMany, text, "t", "DisplaysService::retrieveDisplayObjects: 33 parameters; the limit is 32"},
         {"update", "/popups/" + idText + "0", "{}", text, "t", updatePopup + "'" + idText + "0' is not a UUID"},
         {"update", popupPath, "", text, "t", updatePopup + "empty body"},
         {"update", popupPath, R"({"visible":"yes"})", text, "t", updatePopup + "visible: "},
@@ -295,7 +302,7 @@ TEST_F(ResourceServices, BadArgumentsAreRefusedBeforeTheBridgeHearsOfThem) {
         {"update", regionPath, R"({"regions":{"infoForAllLayers":[{"layer":1}]}})", text, "t",
          "RegionconfigurationsService::updateRegionconfigurationObject: regions.infoForAllLayers[0].layer: "},
         {"delete", "/regionconfigurations/x", "", text, "t", remove + "'x' is not a UUID"},
-        {"delete", regionPath, R"({"fields":["a"],"force":true})", text, "t", remove + "unknown key 'force'"},
+        {"delete", regionPath, R"({"fields":["a"],"force":true})", text, "t", remove + "another key than \"fields\""},
         {"delete", regionPath, R"({"fields":"a"})", text, "t", remove + "fields: "},
         {"delete", regionPath, R"(["a"])", text, "t", remove},
         {"retrieve", "/regionconfigurations/x", "", text, "t",
@@ -345,6 +352,25 @@ TEST_F(ResourceServices, NothingIsLoggedWhereTheChannelLetsNothingThrough) {
         EXPECT_EQ(traced.take().size(), threshold == 4 ? 1U : 0U);
         EXPECT_FALSE(std::ErrorStorage::hasError());
     }
+}
+
+TEST_F(ResourceServices, WhatAClientSendsNeitherCutsALogLineNorStandsInIt) {
+    TracedLines traced{"KELO_HMX_REGIONCONFIGURATIONSSERVICE"};
+    const std::string path = "/regionconfigurations/" + std::string(5000, 'p');
+    kelo::Request asked = request("", path);
+    asked.setCommand(std::string_view{"up\0date", 7});
+    ask(asked);
+    const std::string shown = path.substr(0, 256) + "…";
+    EXPECT_THAT(
+        traced.take(),
+        ElementsAre("4 [actionRequest] failed: cmd='up\\x00date' path='" + shown +
+                    "' reason='RegionconfigurationsService: no operation for command 'up\\x00date' and path '" + shown + "''"));
+    for (const char* const body : {R"({"display":"secret"})", R"({"secret":tru)", R"({"display":7,"hmi":"secret"})"}) {
+        ask(request("insert", "/regionconfigurations", body));
+        ask(request("delete", "/regionconfigurations/" + idText, body));
+        ask(request("retrieve", "/regionconfigurations/" + idText, body));
+    }
+    EXPECT_THAT(traced.take(), testing::Each(testing::Not(testing::HasSubstr("secret"))));
 }
 
 TEST_F(ResourceServices, TwoRoutesForTheSameAreRefused) {
@@ -444,6 +470,8 @@ TEST_F(ResourceServices, WhatEndsARequestGoesToItsClient) {
 
 TEST_F(ResourceServices, AValueThatCannotBeWrittenIsNotSentAndEndsTheRequest) {
     TracedLines traced{"KELO_HMX_DISPLAYSSERVICE"};
+    static int unhandled = 0;
+    const std::ErrorStorage storage{[](const std::ErrorEntry& /*entry*/) { ++unhandled; }};
     bridge.script = "n";
     bridge.displaySample.resolution = std::shared_ptr<DisplayResolutionType>{};
     EXPECT_EQ(ask(request("retrieve", "/displays/" + idText)), bridge.handle());
@@ -451,7 +479,8 @@ TEST_F(ResourceServices, AValueThatCannotBeWrittenIsNotSentAndEndsTheRequest) {
     EXPECT_THAT(answers.take(), ElementsAre("gone"));
     EXPECT_EQ(std::ErrorStorage::current().category, &kelo::errors::Error);
     EXPECT_EQ(std::ErrorStorage::current().code, 13);
-    EXPECT_EQ(support::takeReason(), "retrieveDisplayObject: serialization error");
+    EXPECT_EQ(unhandled, 0) << "what was wrong with the value is part of that error";
+    EXPECT_EQ(std::ErrorStorage::takeReason(), "retrieveDisplayObject: serialization error");
 
     bridge.displaySample = display();  // and what was half written leaves no trace in the next answer
     ask(request("retrieve", "/displays/" + idText));

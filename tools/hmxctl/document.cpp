@@ -27,12 +27,6 @@ using util::serializer::IStructuredPullDeserializer;
 using util::serializer::IStructuredSerializer;
 using util::serializer::ValueType;
 
-std::string takeReason() {
-    std::string reason = std::ErrorStorage::reason();
-    std::ErrorStorage::ack();
-    return reason;
-}
-
 double asShown(double value) {
     const auto narrow = static_cast<float>(value);
     if (!std::isfinite(narrow) || static_cast<double>(narrow) != value) return value;
@@ -168,8 +162,8 @@ Json decode(const kelo::Payload& payload) {
     const bool failed = reader->start(util::ByteBufferReader{payload.bytes()}) ||
                         TreeReader{*reader, type != MimeTypeID::json}.read(document) || reader->finish();
     if (!failed) return document;
-    throw Failure{ExitCode::unexpected,
-                  "the answer is not a readable " + std::string{payload.mimeType().text()} + " document: " + takeReason()};
+    throw Failure{ExitCode::unexpected, "the answer is not a readable " + std::string{payload.mimeType().text()} +
+                                            " document: " + std::ErrorStorage::takeReason()};
 }
 
 kelo::Payload encode(const Json& document, std::string_view mimeType) {
@@ -177,7 +171,7 @@ kelo::Payload encode(const Json& document, std::string_view mimeType) {
     if (!writer) throw usageError("no encoding for mime type '" + std::string{mimeType} + "'");
     util::ByteBufferWriter bytes{1024};
     if (writer->start(bytes) || writeTree(*writer, document) || writer->finish()) {
-        throw usageError("the body cannot be written as " + std::string{mimeType} + ": " + takeReason());
+        throw usageError("the body cannot be written as " + std::string{mimeType} + ": " + std::ErrorStorage::takeReason());
     }
     return kelo::Payload::copyOf(bytes.bytes(), kelo::MimeType{mimeType});
 }

@@ -183,8 +183,7 @@ private:
         bool failed = false;
         std::vector<std::string> services = kelo::runtime::listServices(options_, failed);
         if (!failed) return services;
-        const std::string reason = std::ErrorStorage::reason();
-        std::ErrorStorage::ack();
+        const std::string reason = std::ErrorStorage::takeReason();
         const bool notThere = reason.ends_with(std::strerror(ENOENT)) || reason.ends_with(std::strerror(ENOTDIR));
         throw Failure{notThere ? ExitCode::serviceAbsent : ExitCode::notPermitted,
                       reason.empty() ? "cannot read " + where() : reason,
@@ -197,8 +196,7 @@ private:
         if (!runtime_) {
             runtime_ = kelo::runtime::createRuntime(options_);
             if (!runtime_->start(0)) {
-                const std::string reason = std::ErrorStorage::reason();
-                std::ErrorStorage::ack();
+                const std::string reason = std::ErrorStorage::takeReason();
                 throw Failure{ExitCode::notPermitted, reason.empty() ? "cannot enter " + where() : reason};
             }
         }

@@ -35,7 +35,4 @@ bool bodyFails(const kelo::Request& request, T& body, const char* typeName, kelo
     return bodyFails(request, kelo::ResultView::of(body), typeName, answer);
 }
 
-// Consumes what the error store holds.
-std::string takeReason();
-
 }  // namespace hmxsim

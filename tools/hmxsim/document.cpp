@@ -317,12 +317,12 @@ void Document::refuseDuplicates(const Node& array, std::string_view keyPath, con
 void Document::decode(const Node& node, const std::string& path, kelo::ResultView result) const {
     const std::string_view text = textOf(node);
     const std::span bytes{reinterpret_cast<const std::uint8_t*>(text.data()), text.size()};
-    if (kelo::readDocument(bytes, jsonType(), result)) refuse(node, path, takeReason());
+    if (kelo::readDocument(bytes, jsonType(), result)) refuse(node, path, std::ErrorStorage::takeReason());
 }
 
 std::string jsonText(kelo::BodyView value) {
     util::ByteBufferWriter buffer;
-    if (kelo::writeDocument(buffer, jsonType(), value)) throw DocumentError("", 0, "", takeReason());
+    if (kelo::writeDocument(buffer, jsonType(), value)) throw DocumentError("", 0, "", std::ErrorStorage::takeReason());
     return {reinterpret_cast<const char*>(buffer.bytes().data()), buffer.size()};
 }
 

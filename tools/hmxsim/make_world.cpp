@@ -4,6 +4,7 @@
 #include <charconv>
 
 #include "random.h"
+#include "util/text.h"
 
 namespace hmxsim {
 
@@ -105,8 +106,7 @@ std::string readWorldSize(std::string_view text, WorldSize& size) {
                                          {"popups", 0, &size.popups},
                                          {"regions", 0, &size.regions}}};
     while (!text.empty()) {
-        const std::string_view entry = text.substr(0, text.find(','));
-        text.remove_prefix(std::min(text.size(), entry.size() + 1));
+        const std::string_view entry = util::takeEntry(text);
         const auto equals = entry.find('=');
         const Member* found = nullptr;
         for (const Member& member : members) {

@@ -54,11 +54,7 @@ std::string Server::start() {
     runOnWorker([this] {
         for (Publication& publication : publications_) publish(publication);
     });
-    if (!runtime_->start(0)) {
-        std::string reason = std::ErrorStorage::reason();
-        std::ErrorStorage::ack();
-        return reason;
-    }
+    if (!runtime_->start(0)) return std::ErrorStorage::takeReason();
     kelo::post(worker_, [this] { simulator_.control().startPlan(std::move(options_.scenario)); });
     return {};
 }

@@ -82,11 +82,12 @@ template <class T>
         page.data = std::move(elements);
         return page;
     }
+    const Filter<T> filter{params->values, {consumedKeys.begin(), consumedKeys.size()}};
     std::size_t matching = 0;
     kelo::optional<std::size_t> behind;
     for (std::size_t i = 0; i < elements.size(); ++i) {
         const bool isOffset = params->offsetId && elements[i]->id == *params->offsetId;
-        if (matchesAll(*elements[i], params->values, {consumedKeys.begin(), consumedKeys.size()})) {
+        if (filter.admits(*elements[i])) {
             if (matching != i) elements[matching].swap(elements[i]);  // what does not match goes to the end
             ++matching;
         }

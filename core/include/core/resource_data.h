@@ -199,7 +199,7 @@ class ToluResourceData : public MapResourceData<std::UUID, std::shared_ptr<T>> {
 
 public:
     // `equal`: whether a request need not hear of the second after the first.
-    explicit ToluResourceData(typename responsehandlers::ComparingPredicate<T>::Comparison equal = &record::equal<T>)
+    explicit ToluResourceData(typename responsehandlers::ComparingPredicate<T>::Comparison equal = record::equal<T>)
         : equal_{equal} {}
 
     using Base::addListener;

@@ -95,29 +95,24 @@ private:
 template <class T>
 class ComparingPredicate {
 public:
-    // True when the two are equal.
-    using Comparison = bool (*)(const T&, const T&);
+    // True when the two are equal. A reference: there is always one.
+    using Comparison = bool (&)(const T&, const T&);
 
-    ComparingPredicate() requires std::equality_comparable<T> : ComparingPredicate{nullptr} {}
-    // Null: the type's own equality; a type that has none needs a comparison.
-    explicit ComparingPredicate(Comparison equal) : equal_{equal} {}
+    ComparingPredicate() requires std::equality_comparable<T> : ComparingPredicate{isEqual} {}
+    // A type without an equality of its own needs one.
+    explicit ComparingPredicate(Comparison equal) : equal_{&equal} {}
 
     bool operator()(const T& value) {
-        if (last_ && isEqual(value, *last_)) return false;
+        if (last_ && equal_(value, *last_)) return false;
         last_ = value;
         return true;
     }
 
 private:
-    bool isEqual(const T& a, const T& b) const {
-        if constexpr (std::equality_comparable<T>) {
-            if (equal_ == nullptr) return a == b;
-        }
-        return equal_(a, b);
-    }
+    static bool isEqual(const T& a, const T& b) requires std::equality_comparable<T> { return a == b; }
 
     kelo::optional<T> last_;
-    Comparison equal_;
+    bool (*equal_)(const T&, const T&);
 };
 
 template <class From, class To, class Mapping>

@@ -12,6 +12,8 @@ struct Limits {
     std::uint32_t oneShotRequests = 1024;               // in flight on one connection, cancelled but unfinished ones included
     std::uint32_t heldRequests = 16'384;                // one-shot, of all our clients, that wait for room on one connection
     std::uint32_t openStreams = 4096;                   // on one connection; the bridge carries all its clients over one
+    std::uint32_t parameters = 32;                      // of one retrieve or delete
+    std::size_t parameterBytes = 2048;                  // of the text by which one list is restricted
     std::size_t queuedSoftBytes = 1U << 20U;            // queued to one peer before its requests are no longer read
     std::size_t queuedHardBytes = 4U << 20U;            // queued to one peer before it is cut
     std::uint32_t connections = 256;                    // accepted by one process

@@ -85,7 +85,6 @@ public:
         owned_.clear();
         view_ = bytes;
     }
-    bool isBorrowed() const noexcept { return !view_.empty() && view_.data() != owned_.data(); }
 
 private:
     MimeType mimeType_;

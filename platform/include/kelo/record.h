@@ -23,7 +23,8 @@
 // others are required: always written, and a document without them does not read; `Row<"regions", &T::regions, required>` makes a
 // shared pointer required too. X is int, bool, float, std::string, std::UUID, kelo::url, RequestHint, an enumeration, a record, a
 // std::shared_ptr<record> (which must then not be null) or a std::vector of one of these. A type derived from kelo::tolu::XObject
-// begins its table with the rows "id", "name" and "uri".
+// begins its table with the rows "id", "name" and "uri" and has its own members in a second base, an aggregate, so that `covers`
+// can count them.
 // Enumerations are written as strings: `constexpr auto enumNames(E) { return std::array<std::string_view, 2>{"A", "B"}; }` beside
 // the enumeration names its values from 0.
 //
@@ -166,21 +167,47 @@ inline constexpr bool coversAggregate = requires {
     T{std::declval<typename Rows::Value>()..., {}};
 };
 
-// Any other type is as large as its bases and the members of its own rows, laid out in the order of the rows.
+// The same for the rows whose members `Class` declares.
+template <class Class, class... Found>
+constexpr bool coversClass(std::type_identity<Table<Class, Found...>> /*found*/) {
+    return coversAggregate<Class, Found...>;
+}
+template <class Class, class... Found, class Next, class... Rows>
+constexpr bool coversClass(std::type_identity<Table<Class, Found...>> found, Next* /*next*/, Rows*... rows) {
+    if constexpr (std::is_same_v<typename Next::Class, Class>) {
+        return coversClass(std::type_identity<Table<Class, Found..., Next>>{}, rows...);
+    } else {
+        return coversClass(found, rows...);
+    }
+}
+
+// What a derived class's first member does not fit into: the size of a class without the padding at its end.
+template <class T, std::size_t N>
+struct WithBytes : T {
+    char bytes[N];
+};
+template <class T, std::size_t Padding = 0>
+constexpr std::size_t dataSize() {
+    if constexpr (sizeof(WithBytes<T, Padding + 1>) > sizeof(T)) {
+        return sizeof(T) - Padding;
+    } else {
+        return dataSize<T, Padding + 1>();
+    }
+}
+
+// Whether the classes that declare the members are all that there is in a T.
+template <class Class>
+inline constexpr char className = 0;  // its address tells classes apart
 template <class T, class... Rows>
-constexpr std::size_t layoutSize() {
-    std::size_t offset = std::is_polymorphic_v<T> ? sizeof(void*) : 0;
-    const auto startAt = [&](std::size_t end) { offset = end > offset ? end : offset; };
-    (startAt(std::is_same_v<typename Rows::Class, T> ? 0 : sizeof(typename Rows::Class)), ...);
-    const auto place = [&](std::size_t size, std::size_t alignment) {
-        offset = (offset + alignment - 1) / alignment * alignment + size;
+constexpr bool isMadeOfBases() {
+    std::size_t size = 0;
+    const auto place = [&](bool isNew, std::size_t alignment, std::size_t bytes) {
+        if (isNew) size = (size + alignment - 1) / alignment * alignment + bytes;
     };
-    const auto placeOwn = [&](bool own, std::size_t size, std::size_t alignment) {
-        if (own) place(size, alignment);
-    };
-    (placeOwn(std::is_same_v<typename Rows::Class, T>, sizeof(typename Rows::Value), alignof(typename Rows::Value)), ...);
-    place(0, alignof(T));
-    return offset;
+    const void* last = nullptr;
+    const auto isNew = [&](const void* name) { return std::exchange(last, name) != name; };
+    (place(isNew(&className<typename Rows::Class>), alignof(typename Rows::Class), dataSize<typename Rows::Class>()), ...);
+    return size == dataSize<T>();
 }
 
 template <class T, class... Rows>
@@ -191,14 +218,21 @@ constexpr bool coversRows(Table<T, Rows...>) {
     if constexpr (std::is_aggregate_v<T>) {
         return coversAggregate<T, Rows...>;
     } else {
-        return layoutSize<T, Rows...>() == sizeof(T);
+        const auto covered = []<class Class>(std::type_identity<Class>) {
+            if constexpr (std::is_aggregate_v<Class>) {
+                return coversClass(std::type_identity<Table<Class>>{}, static_cast<Rows*>(nullptr)...);
+            } else {
+                return !std::is_same_v<Class, T>;  // of a base like XObject it is known
+            }
+        };
+        return (covered(std::type_identity<typename Rows::Class>{}) && ...) && isMadeOfBases<T, Rows...>();
     }
 }
 
 }  // namespace detail
 
-// Whether the table names every member, in the order of declaration, and no key or member twice. For a type that is no aggregate
-// this goes by its size, so a member that hides in padding may escape it.
+// Whether the table names every member, in the order of declaration, and no key or member twice. Members are counted, which takes
+// an aggregate: a type that is none has its own members in a base that is one, and nothing else.
 template <class T>
 inline constexpr bool covers = Record<T>&& detail::coversRows(TableOf<T>{});
 
@@ -207,13 +241,13 @@ inline constexpr bool covers = Record<T>&& detail::coversRows(TableOf<T>{});
 namespace detail {
 
 // The cold paths, and what need not be compiled for each type.
-[[gnu::cold]] bool nullPointer();                       // records it; true
-[[gnu::cold]] bool valueOutOfEnum(unsigned value);      // records it; true
-[[gnu::cold]] bool unknownName(std::string_view name);  // records it; true
-[[gnu::cold]] bool missing(std::string_view key);       // records it; true
-[[gnu::cold]] bool outsideInt(std::size_t offset);      // records it; true
-[[gnu::cold]] bool failedIn(std::string_view key);      // adds to the path of the stored error; true
-[[gnu::cold]] bool failedIn(std::size_t index);         // likewise
+[[gnu::cold]] bool nullPointer();                                         // records it; true
+[[gnu::cold]] bool valueOutOfEnum(unsigned value);                        // records it; true
+[[gnu::cold]] bool unknownName(std::span<const std::string_view> names);  // records it; true
+[[gnu::cold]] bool missing(std::string_view key);                         // records it; true
+[[gnu::cold]] bool outsideInt(std::size_t offset);                        // records it; true
+[[gnu::cold]] bool failedIn(std::string_view key);                        // adds to the path of the stored error; true
+[[gnu::cold]] bool failedIn(std::size_t index);                           // likewise
 // The place of a name among names that are sorted, or in any order; -1 when it is not there.
 int findSorted(std::span<const std::string_view> names, std::string_view name) noexcept;
 int findUnsorted(std::span<const std::string_view> names, std::string_view name) noexcept;
@@ -346,22 +380,11 @@ bool writeRows(serializer::JsonWriter& writer, const T& value, Table<T, Rows...>
 // piece, for the others each goes through the interface. That saves a request a twelfth of its instructions.
 template <Record T>
 bool write(IStructuredSerializer& writer, const T& value) {
-    if (auto* const json = writer.asJson()) return detail::writeRows(*json, value, TableOf<T>{});
+    if (auto* const json = writer.as<serializer::JsonWriter>()) return detail::writeRows(*json, value, TableOf<T>{});
     return detail::writeRows(writer, value, TableOf<T>{});
 }
 
 // --- Reading -----------------------------------------------------------------------------------------------------------------
-
-namespace detail {
-
-// What a container that is to hold one more element makes that of: it then begins as `T{}`. Made of nothing, a record of which no
-// constructor is written out would be cleared as a whole before its members get their own beginnings.
-template <class T>
-struct Fresh {
-    operator T() const { return T{}; }
-};
-
-}  // namespace detail
 
 // Reads a value of any type that a member may have, in place of what was there.
 template <class Reader, class V>
@@ -383,7 +406,7 @@ bool readValue(Reader& reader, V& value) {
     } else if constexpr (std::is_enum_v<V>) {
         std::string_view name;
         if (reader.readString(name)) return true;
-        return detail::enumFromName(name, value) && detail::unknownName(name);
+        return detail::enumFromName(name, value) && detail::unknownName(detail::namesOf<V>);
     } else if constexpr (detail::isShared<V>) {
         auto fresh = std::make_shared<std::remove_const_t<typename V::element_type>>();
         const bool failed = readValue(reader, *fresh);
@@ -403,7 +426,7 @@ bool readValue(Reader& reader, V& value) {
                 return reader.endArray();
             }
             if (value.empty()) value.reserve(lastSize);
-            if (readValue(reader, value.emplace_back(detail::Fresh<typename V::value_type>{}))) [[unlikely]]
+            if (readValue(reader, value.emplace_back())) [[unlikely]]
                 return detail::failedIn(value.size() - 1);
             if (reader.endElement()) return true;
         }
@@ -436,7 +459,7 @@ struct PlainOf<kelo::optional<X>> : PlainOf<X> {};
 
 template <class Reader, class V>
 concept TakesWhole = requires {
-    typename Reader::Taken;
+    typename Reader::MemberPart;
 }
 &&!std::is_void_v<typename PlainOf<V>::Type>;
 
@@ -470,8 +493,8 @@ bool readRow(Reader& reader, V& value, std::uint64_t& seen, std::uint64_t bit, b
     if constexpr (TakesWhole<Reader, V>) {
         typename PlainOf<V>::Type plain{};
         const auto taken = reader.takeMember(R::plainKey, behindMember, plain);
-        if (taken == Reader::Taken::nothing) return false;
-        isRead = taken == Reader::Taken::member;
+        if (taken == Reader::MemberPart::nothing) return false;
+        isRead = taken == Reader::MemberPart::whole;
         if (isRead) [[likely]] {
             if constexpr (isOptional<V>) {
                 value.emplace(plain);
@@ -544,7 +567,7 @@ bool readRows(Reader& reader, T& value, Table<T, First, Rows...> table) {
 // failure; `value` is then filled in part.
 template <Record T>
 bool read(IStructuredPullDeserializer& reader, T& value) {
-    if (auto* const json = reader.asJson()) return detail::readRows(*json, value, TableOf<T>{});
+    if (auto* const json = reader.as<serializer::JsonReader>()) return detail::readRows(*json, value, TableOf<T>{});
     return detail::readRows(reader, value, TableOf<T>{});
 }
 

@@ -1,6 +1,6 @@
 #include "kelo/path.h"
 
-#include <algorithm>
+#include "util/text.h"
 
 namespace kelo {
 namespace {
@@ -15,28 +15,9 @@ bool nextPart(std::string_view& rest, std::string_view& part) noexcept {
     return true;
 }
 
-bool needsEncoding(char c) noexcept {
+bool isPlain(char c) noexcept {
     const auto byte = static_cast<unsigned char>(c);
-    return c == '/' || c == '%' || byte < 0x20 || byte == 0x7f;
-}
-
-void appendEncoded(std::string& out, std::string_view text) {
-    constexpr char digits[] = "0123456789ABCDEF";
-    for (const char c : text) {
-        if (needsEncoding(c)) {
-            const auto byte = static_cast<unsigned char>(c);
-            out += {'%', digits[byte >> 4U], digits[byte & 15U]};
-        } else {
-            out += c;
-        }
-    }
-}
-
-int hexDigit(char c) noexcept {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    if (c >= 'a' && c <= 'f') return c - 'a' + 10;
-    return -1;
+    return c != '/' && c != '%' && byte >= 0x20 && byte != 0x7f;
 }
 
 }  // namespace
@@ -68,7 +49,7 @@ std::string Path::replacePattern(std::string_view pattern, std::initializer_list
     for (std::string_view part; nextPart(pattern, part);) {
         path += '/';
         if (part == "*" && argument != arguments.end()) {
-            appendEncoded(path, *argument++);
+            util::appendPercentEncoded(path, *argument++, isPlain);
         } else {
             path += part;
         }
@@ -91,23 +72,7 @@ std::string_view Path::rawPart(int index) const noexcept {
 
 bool Path::part(int index, std::string& out) const {
     const std::string_view raw = rawPart(index);
-    if (raw.empty()) return false;
-    std::string decoded;
-    decoded.reserve(raw.size());
-    for (std::size_t i = 0; i < raw.size(); ++i) {
-        if (raw[i] != '%') {
-            decoded += raw[i];
-            continue;
-        }
-        if (i + 2 >= raw.size()) return false;
-        const int high = hexDigit(raw[i + 1]);
-        const int low = hexDigit(raw[i + 2]);
-        if (high < 0 || low < 0) return false;
-        decoded += static_cast<char>(high * 16 + low);
-        i += 2;
-    }
-    out = std::move(decoded);
-    return true;
+    return !raw.empty() && util::percentDecode(raw, out);
 }
 
 bool Path::part(int index, std::UUID& out) const {

@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "kelo/errors.h"
-#include "util/line_buffer.h"
 
 namespace kelo::record {
 
@@ -23,11 +22,10 @@ bool valueOutOfEnum(unsigned value) {
     return true;
 }
 
-bool unknownName(std::string_view name) {
-    constexpr std::size_t quoted = 64;
-    std::string text = "unknown value \"";
-    text.append(util::cutUtf8(name, quoted)).append(name.size() > quoted ? "…\"" : "\"");
-    std::ErrorOutput{errors::Error, errors::readFailure, text};
+bool unknownName(std::span<const std::string_view> names) {
+    std::string text;
+    for (const std::string_view name : names) text.append(text.empty() ? "not one of \"" : "\", \"").append(name);
+    std::ErrorOutput{errors::Error, errors::readFailure, text.append("\"")};
     return true;
 }
 

@@ -9,6 +9,7 @@
 #include <cstring>
 
 #include "kelo/uuid.h"
+#include "util/text.h"
 
 // The directory is the registry: there is no daemon. Whoever may write to it decides what a service path leads to, so it is made
 // for its owner alone and refused in any state in which somebody else could have put a socket into it. The checks are made on the
@@ -45,8 +46,8 @@ bool makeWithParents(const std::string& directory) {
 }
 
 std::string describe(const char* what) {
-    return std::string{what} + ": " + std::strerror(errno);
-}  // NOLINT(concurrency-mt-unsafe)
+    return std::string{what} + ": " + std::strerror(errno);  // NOLINT(concurrency-mt-unsafe)
+}
 
 // Why somebody else could put a file into the directory or take one away; empty when nobody can.
 std::string whatIsUnsafe(int directory, const std::string& name) {
@@ -64,12 +65,6 @@ std::string whatIsUnsafe(int directory, const std::string& name) {
 
 bool isPlain(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' || c == '_';
-}
-
-int hexDigit(char c) {
-    if (c >= '0' && c <= '9') return c - '0';
-    if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-    return -1;
 }
 
 }  // namespace
@@ -103,16 +98,8 @@ net::Descriptor openDomain(const std::string& directory, bool create, std::strin
 }
 
 std::string socketName(const std::string& directory, std::string_view servicePath) {
-    constexpr char digits[] = "0123456789ABCDEF";
     std::string name;
-    for (const char c : servicePath) {
-        if (isPlain(c)) {
-            name += c;
-        } else {
-            const auto byte = static_cast<unsigned char>(c);
-            name += {'%', digits[byte >> 4U], digits[byte & 15U]};
-        }
-    }
+    util::appendPercentEncoded(name, servicePath, isPlain);
     name += socketSuffix;
     // Whoever connects by the whole path needs room for it in an address; the number is part of the protocol.
     constexpr std::size_t room = sizeof(sockaddr_un::sun_path) - 1 - 24;
@@ -124,19 +111,10 @@ std::string servicePathOf(std::string_view fileName) {
     if (!fileName.ends_with(socketSuffix)) return {};
     fileName.remove_suffix(socketSuffix.size());
     std::string path;
-    for (std::size_t i = 0; i < fileName.size(); ++i) {
-        if (isPlain(fileName[i])) {
-            path += fileName[i];
-            continue;
-        }
-        if (fileName[i] != '%' || i + 2 >= fileName.size()) return {};
-        const int high = hexDigit(fileName[i + 1]);
-        const int low = hexDigit(fileName[i + 2]);
-        if (high < 0 || low < 0) return {};
-        path += static_cast<char>(high * 16 + low);
-        i += 2;
-    }
-    return path;
+    std::string name;
+    if (!util::percentDecode(fileName, path)) return {};
+    util::appendPercentEncoded(name, path, isPlain);
+    return name == fileName ? path : std::string{};
 }
 
 std::optional<uid_t> socketOwner(const RuntimeOptions& options, std::string_view servicePath) {

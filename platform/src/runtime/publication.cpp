@@ -18,6 +18,7 @@
 #include "net/unix_socket.h"
 #include "runtime/domain.h"
 #include "tracing/channel.h"
+#include "util/text.h"
 
 // Publishing takes three steps: lock, listen, show. The lock is a file beside the socket that is never unlinked, held with flock
 // for as long as the path is ours: the kernel gives it back when we die, however that happens, so a path has at most one owner
@@ -93,11 +94,7 @@ Publication::Publication(Context& context, std::string servicePath, SimpleCompos
     info_.applicationName = context.applicationName;
     info_.pid = ::getpid();
     info_.uid = ::geteuid();
-    for (std::string_view rest = context.mimeTypes; !rest.empty();) {
-        const auto comma = rest.find(',');
-        info_.mimeTypes.emplace_back(rest.substr(0, comma));
-        rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
-    }
+    info_.mimeTypes = util::entriesOf(context.mimeTypes);
 }
 
 Publication::~Publication() = default;

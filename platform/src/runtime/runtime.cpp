@@ -24,6 +24,7 @@
 #include "runtime/service_watch.h"
 #include "runtime/status.h"
 #include "tracing/channel.h"
+#include "util/text.h"
 
 // The runtime is one worker, and everything about the directory belongs to it: watches, publications, the sockets of clients.
 // What is called from other threads is carried over to that worker; calls that end something wait for it there, so that no
@@ -379,11 +380,9 @@ IKeloRuntime* KeloRuntime::getInstance() {
 }
 
 std::string_view getMimeType(std::string_view acceptHeader) noexcept {
-    for (std::string_view rest = acceptHeader; !rest.empty();) {
-        const auto comma = rest.find(',');
-        const auto id = mimetypes::typename2id(rest.substr(0, comma));
+    while (!acceptHeader.empty()) {
+        const auto id = mimetypes::typename2id(util::takeEntry(acceptHeader));
         if (mimetypes::isStructured(id)) return mimetypes::id2typename(id);
-        rest.remove_prefix(comma == std::string_view::npos ? rest.size() : comma + 1);
     }
     return mimetypes::applicationJson;
 }

@@ -10,6 +10,7 @@
 #include "net/unix_socket.h"
 #include "runtime/domain.h"
 #include "tracing/channel.h"
+#include "util/text.h"
 
 // A service is alive for as long as one connection to it lives: from the provider's hello to the kernel's word that the
 // connection is over. So its comings and goings alternate by construction, however fast providers are replaced, and a provider
@@ -35,16 +36,6 @@ const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::chrono::milliseconds shortestPause{10};
 constexpr std::chrono::milliseconds longestPause{1000};
-
-std::vector<std::string> splitList(std::string_view list) {
-    std::vector<std::string> items;
-    while (!list.empty()) {
-        const auto comma = list.find(',');
-        items.emplace_back(list.substr(0, comma));
-        list.remove_prefix(comma == std::string_view::npos ? list.size() : comma + 1);
-    }
-    return items;
-}
 
 }  // namespace
 
@@ -196,7 +187,7 @@ void ServiceWatch::ready(net::ClientConnection& connection, const net::Peer& pee
     info_.applicationName = hello.application;
     info_.pid = peer.pid;
     info_.uid = peer.uid;
-    info_.mimeTypes = splitList(hello.mimeTypes);
+    info_.mimeTypes = util::entriesOf(hello.mimeTypes);
     ++info_.incarnation;
     alive_ = true;
     api_.attach(connection_);

@@ -116,6 +116,8 @@ void writeLimits(ObjectWriter& object, const Limits& limits) {
     object.number("oneShotRequests", limits.oneShotRequests);
     object.number("heldRequests", limits.heldRequests);
     object.number("openStreams", limits.openStreams);
+    object.number("parameters", limits.parameters);
+    object.number("parameterBytes", limits.parameterBytes);
     object.number("queuedSoftBytes", limits.queuedSoftBytes);
     object.number("queuedHardBytes", limits.queuedHardBytes);
     object.number("connections", limits.connections);
@@ -145,8 +147,7 @@ void answerStatus(const Status& status, const Counters& counters, const Request&
                                   }) ||
         writer->finish();
     if (failed) {
-        responder.error(Response::createErrorResponse(500, std::ErrorStorage::reason()));
-        std::ErrorStorage::ack();
+        responder.error(Response::createErrorResponse(500, std::ErrorStorage::takeReason()));
         return;
     }
     if (!responder.next(Response{200, Payload::createFromWriter(buffer, mimeType)})) responder.completed();

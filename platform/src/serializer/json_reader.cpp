@@ -66,6 +66,24 @@ void appendUtf8(std::string& out, unsigned code) {
     }
 }
 
+constexpr const char* literalNull = "null";
+constexpr const char* literalBool = "true or false";
+constexpr std::string_view literals[] = {"true", "false", "null"};
+
+// Whether the text begins like a literal, but is none.
+bool isNoLiteral(std::string_view text) noexcept {
+    const auto looksLike = [&](std::string_view literal) {
+        return text.front() == literal.front() && !text.starts_with(literal);
+    };
+    return std::any_of(std::begin(literals), std::end(literals), looksLike);
+}
+
+// Whether it is a literal that has been cut short.
+bool isCutLiteral(std::string_view text) noexcept {
+    const auto begins = [&](std::string_view literal) { return literal.starts_with(text); };
+    return !text.empty() && std::any_of(std::begin(literals), std::end(literals), begins);
+}
+
 }  // namespace
 
 bool JsonReader::failed(const char* what) const noexcept {
@@ -73,8 +91,13 @@ bool JsonReader::failed(const char* what) const noexcept {
 }
 
 bool JsonReader::failedToFind(const char* expected) {
-    if (at_ == end_) return readMismatch(expected, "the end of the document", offset());
+    const std::string_view left{at_, static_cast<std::size_t>(end_ - at_)};
+    const bool wantsLiteral = expected == literalNull || expected == literalBool;
+    if (left.empty() || (wantsLiteral && isCutLiteral(left))) {
+        return readMismatch(expected, "the end of the document", offset() + left.size());
+    }
     std::string_view found = nameOf(peek());
+    if (isNoLiteral(left)) found = {};
     char text[16];
     if (found.empty()) {
         const auto c = static_cast<unsigned char>(*at_);
@@ -162,13 +185,13 @@ ValueType JsonReader::peek() {
 
 bool JsonReader::readNull() {
     skipBlanks();
-    return !takeLiteral("null") && failedToFind("null");
+    return !takeLiteral("null") && failedToFind(literalNull);
 }
 
 bool JsonReader::readBool(bool& value) {
     skipBlanks();
     const bool isTrue = takeLiteral("true");
-    if (!isTrue && !takeLiteral("false")) return failedToFind("true or false");
+    if (!isTrue && !takeLiteral("false")) return failedToFind(literalBool);
     value = isTrue;
     return false;
 }

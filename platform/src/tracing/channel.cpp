@@ -27,6 +27,7 @@
 #include "tracing/client_helper.h"
 #include "tracing/output.h"
 #include "util/line_buffer.h"
+#include "util/text.h"
 #include "util/util.h"
 
 namespace tracing {
@@ -71,9 +72,7 @@ int thresholdFor(std::string_view channel) noexcept {
     if (variable == nullptr) return threshold;
     const bool report = !reported.exchange(true);
     for (std::string_view rest = variable; !rest.empty();) {
-        const std::size_t length = std::min(rest.find(','), rest.size());
-        const std::string_view entry = trim(rest.substr(0, length));
-        rest.remove_prefix(std::min(length + 1, rest.size()));
+        const std::string_view entry = trim(util::takeEntry(rest));
         std::string_view name;
         int level = 0;
         if (entry.empty()) continue;

@@ -11,6 +11,8 @@
 #include <charconv>
 #include <mutex>
 
+#include "util/text.h"
+
 namespace util {
 
 namespace {
@@ -18,10 +20,6 @@ namespace {
 constexpr std::string_view kEllipsis = "\u2026";
 constexpr std::size_t kRoom =
     LineBuffer::capacity - kEllipsis.size() - 1;  // for text; the rest is for the cut's mark and newline
-
-bool isControl(char c) noexcept {
-    return static_cast<unsigned char>(c) < 0x20 || c == 0x7f;
-}
 
 // For kernels that know no better. What polls writable has room for PIPE_BUF bytes, which is our capacity, but another process
 // that writes to the same pipe may have taken it in between: no thread of this one.
@@ -68,31 +66,10 @@ void LineBuffer::append(std::string_view text) noexcept {
 }
 
 void LineBuffer::appendEscaped(std::string_view text) noexcept {
-    while (!text.empty() && !cut_) {
-        const auto control = std::find_if(text.begin(), text.end(), isControl);
-        const auto plain = static_cast<std::size_t>(control - text.begin());
-        append(text.substr(0, plain));
-        text.remove_prefix(plain);
-        if (text.empty()) return;
-        constexpr std::string_view digits = "0123456789abcdef";
-        const auto byte = static_cast<unsigned char>(text.front());
-        const char hex[] = {'\\', 'x', digits[byte >> 4U], digits[byte & 15U]};
-        switch (text.front()) {
-            case '\n':
-                append("\\n");
-                break;
-            case '\r':
-                append("\\r");
-                break;
-            case '\t':
-                append("\\t");
-                break;
-            default:
-                append({hex, sizeof hex});
-                break;
-        }
-        text.remove_prefix(1);
-    }
+    visitShown(text, [this](std::string_view piece) {
+        append(piece);
+        return !cut_;
+    });
 }
 
 void LineBuffer::appendNumber(std::int64_t number) noexcept {

@@ -15,7 +15,7 @@ public:
 
     // As it is; for texts of our own.
     void append(std::string_view text) noexcept;
-    // With control characters written as "\n", "\x1b" and so on, so that the line stays one line whatever it quotes.
+    // With whatever a terminal would obey written as "\n", "\x1b" and so on, so that the line stays one line whatever it quotes.
     void appendEscaped(std::string_view text) noexcept;
     void appendNumber(std::int64_t number) noexcept;
 

@@ -426,8 +426,11 @@ const char* readResponse(std::span<const std::uint8_t> body, Response& response,
 }
 
 const char* readBare(std::span<const std::uint8_t> body) noexcept {
-    // An empty map, which is one byte, or nothing at all.
-    return body.empty() || (body.size() == 1 && body[0] == 0xa0) ? nullptr : "a frame without headers has a body";
+    constexpr const char* wrong = "a frame without headers has a body";
+    if (body.empty()) return nullptr;
+    std::span<const std::uint8_t> rest;
+    const char* const notEmpty = readFields(body, rest, [](std::string_view, const Item&) { return wrong; });
+    return notEmpty == nullptr && !rest.empty() ? wrong : notEmpty;
 }
 
 }  // namespace kelo::wire

@@ -76,6 +76,7 @@ private:
 [[nodiscard]] const char* readRequest(std::span<const std::uint8_t> body, std::string_view defaultClientId, Request& request,
                                       LastFields& last);
 [[nodiscard]] const char* readResponse(std::span<const std::uint8_t> body, Response& response, LastFields& last);
+// Nothing at all, or an empty map.
 [[nodiscard]] const char* readBare(std::span<const std::uint8_t> body) noexcept;
 
 }  // namespace kelo::wire

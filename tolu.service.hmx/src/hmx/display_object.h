@@ -12,16 +12,18 @@
 
 namespace kelo::hmx {
 
-// Thread: any (a value).
-struct DisplayObject : Element<"/displays"> {
-    using Element::Element;
-
+// What a DisplayObject has beside what every element has.
+struct DisplayObjectMembers {
     kelo::optional<std::string> connector;
     kelo::optional<int> displayID;
     kelo::optional<int> displayInternalID;
     kelo::optional<std::shared_ptr<DisplayResolutionType>> resolution;
     kelo::optional<int> terminal;
     kelo::optional<bool> touchSupport;
+};
+// Thread: any (a value).
+struct DisplayObject : Element<"/displays">, DisplayObjectMembers {
+    using Element::Element;
 };
 constexpr auto recordTable(const DisplayObject*) {
     using kelo::record::Row;

@@ -11,13 +11,15 @@
 
 namespace kelo::hmx {
 
-// Thread: any (a value).
-struct DisplayableObject : Element<"/displayables"> {
-    using Element::Element;
-
+// What a DisplayableObject has beside what every element has.
+struct DisplayableObjectMembers {
     kelo::optional<int> displayableID;
     kelo::optional<std::shared_ptr<DisplayResolutionType>> size;
     kelo::optional<int> type;
+};
+// Thread: any (a value).
+struct DisplayableObject : Element<"/displayables">, DisplayableObjectMembers {
+    using Element::Element;
 };
 constexpr auto recordTable(const DisplayableObject*) {
     using kelo::record::Row;

@@ -12,11 +12,13 @@
 
 namespace kelo::hmx {
 
-// Thread: any (a value).
-struct LayerconfigurationObject : Element<"/layerconfigurations"> {
-    using Element::Element;
-
+// What a LayerconfigurationObject has beside what every element has.
+struct LayerconfigurationObjectMembers {
     kelo::optional<std::vector<std::shared_ptr<LayerType>>> layers;
+};
+// Thread: any (a value).
+struct LayerconfigurationObject : Element<"/layerconfigurations">, LayerconfigurationObjectMembers {
+    using Element::Element;
 };
 constexpr auto recordTable(const LayerconfigurationObject*) {
     using kelo::record::Row;

@@ -10,10 +10,8 @@
 
 namespace kelo::hmx {
 
-// Thread: any (a value).
-struct PopupObject : Element<"/popups"> {
-    using Element::Element;
-
+// What a PopupObject has beside what every element has.
+struct PopupObjectMembers {
     kelo::optional<bool> active;
     kelo::optional<std::string> display;
     kelo::optional<bool> isFullscreen;
@@ -26,6 +24,10 @@ struct PopupObject : Element<"/popups"> {
     kelo::optional<std::string> slot;
     kelo::optional<bool> suppressed;
     kelo::optional<bool> visible;
+};
+// Thread: any (a value).
+struct PopupObject : Element<"/popups">, PopupObjectMembers {
+    using Element::Element;
 };
 constexpr auto recordTable(const PopupObject*) {
     using kelo::record::Row;

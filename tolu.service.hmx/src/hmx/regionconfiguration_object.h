@@ -13,14 +13,16 @@
 
 namespace kelo::hmx {
 
-// Thread: any (a value).
-struct RegionconfigurationObject : Element<"/regionconfigurations"> {
-    using Element::Element;
-
+// What a RegionconfigurationObject has beside what every element has.
+struct RegionconfigurationObjectMembers {
     kelo::optional<RegionconfigurationObjectDisplayEnum> display;
     kelo::optional<RegionconfigurationObjectHmiEnum> hmi;
     kelo::optional<std::shared_ptr<HapticAndInputInfoPerHMIType>> regions;
     kelo::optional<std::string> subComponent;
+};
+// Thread: any (a value).
+struct RegionconfigurationObject : Element<"/regionconfigurations">, RegionconfigurationObjectMembers {
+    using Element::Element;
 };
 constexpr auto recordTable(const RegionconfigurationObject*) {
     using kelo::record::Row;

@@ -3,6 +3,8 @@
 #include "hmx/route.h"
 #include "kelo/path.h"
 #include "kelo/runtime/kelo_runtime.h"
+#include "kelo/tolu/parameters.h"
+#include "util/text.h"
 
 namespace kelo::hmx {
 
@@ -16,24 +18,25 @@ bool ResourceRequest::read(std::UUID& id) {
     if (index < 0) return refuseArgument("no element in the path");
     const Path path{request_.path()};
     if (path.part(index, id)) return false;
-    return refuseArgument("'" + std::string{path.rawPart(index)} + "' is not a UUID");
+    return refuseArgument("'" + util::printable(path.rawPart(index)) + "' is not a UUID");
 }
 
 bool ResourceRequest::read(kelo::optional<toluglobals::ToluParams>& params) {
     if (request_.payload().empty()) return false;
     params.emplace();
-    return readPayload(ResultView::of(*params));
+    tolu::RelevantParams relevant{*params, route_->element == nullptr ? nullptr : &route_->element(), !route_->isForElement};
+    return readPayload(ResultView::of(relevant));
 }
 
 bool ResourceRequest::read(kelo::optional<std::vector<std::string>>& fields) {
-    kelo::optional<toluglobals::ToluParams> params;
-    if (read(params)) return true;
-    if (!params) return false;
+    if (request_.payload().empty()) return false;
+    toluglobals::ToluParams params;
+    if (readPayload(ResultView::of(params))) return true;
     // Unlike a record, these may not have members that nobody knows: the client would delete more than it meant to.
-    for (const auto& [key, value] : params->values.entries()) {
-        if (key != "fields") return refuseArgument("unknown key '" + key + "'");
+    for (const auto& [key, value] : params.values.entries()) {
+        if (key != "fields") return refuseArgument("another key than \"fields\"");
     }
-    fields = std::move(params->fields);
+    fields = std::move(params.fields);
     return false;
 }
 
@@ -41,11 +44,10 @@ bool ResourceRequest::readPayload(ResultView result) {
     const Payload& payload = request_.payload();
     if (payload.empty()) return refuseArgument("empty body");
     if (!mimetypes::isStructured(payload.mimeType().id())) {
-        return refuseArgument("cannot read mime type '" + std::string{payload.mimeType().text()} + "'");
+        return refuseArgument("cannot read mime type '" + util::printable(payload.mimeType().text()) + "'");
     }
     if (!readDocument(payload.bytes(), payload.mimeType(), result)) return false;
-    const std::string reason = std::ErrorStorage::reason();
-    std::ErrorStorage::ack();
+    const std::string reason = std::ErrorStorage::takeReason();
     return refuseArgument(reason);
 }
 

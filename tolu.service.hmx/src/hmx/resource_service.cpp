@@ -11,13 +11,16 @@
 #include <stdexcept>
 
 #include "kelo/path.h"
+#include "util/text.h"
 
 namespace kelo::hmx {
 
 namespace {
 
+constexpr std::size_t longestReason = 1024;  // bytes; the error store has none that is longer
+
 std::string quoted(std::string_view command, std::string_view path) {
-    return std::string{"command '"}.append(command).append("' and path '").append(path).append("'");
+    return "command '" + util::printable(command) + "' and path '" + util::printable(path) + "'";
 }
 
 }  // namespace
@@ -52,8 +55,9 @@ void* ResourceService::actionRequest(const Request& request, std::unique_ptr<IRe
         handle = route->start(impl_, resourceRequest);
     }
     if (resourceRequest.wasRefused()) {
-        tracing::logCV(channel_, 4, "[actionRequest] failed: cmd='%s' path='%s' reason='%s'", request.command().c_str(),
-                       request.path().c_str(), std::ErrorStorage::reason().c_str());
+        tracing::logCV(channel_, 4, "[actionRequest] failed: cmd='%s' path='%s' reason='%s'",
+                       util::printable(request.command()).c_str(), util::printable(request.path()).c_str(),
+                       util::printable(std::ErrorStorage::reason(), longestReason).c_str());
         std::ErrorStorage::ack();
     }
     return handle;

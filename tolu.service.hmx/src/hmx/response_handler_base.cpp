@@ -46,6 +46,7 @@ private:
 bool ResponseHandlerBase::sendValue(const char* operation, BodyView value) {
     AnswerBuffer buffer;
     if (writeDocument(buffer.writer(), mimeType_, value)) {
+        std::ErrorStorage::ack();  // what is wrong with the value; the operation is what is told
         std::ErrorOutput{errors::Error, errors::cannotSerialize, std::string{operation} + ": serialization error"};
         return true;
     }

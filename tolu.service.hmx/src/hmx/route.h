@@ -9,6 +9,7 @@
 #include <tuple>
 #include <type_traits>
 
+#include "core/list_page.h"
 #include "hmx/resource_request.h"
 #include "kelo/commands.h"
 #include "kelo/kelo_api.h"
@@ -34,6 +35,7 @@ struct Route {
     const record::Description& (*body)();          // null: the operation takes none
     const record::Description& (*result)();        // null: the result is no record
     std::string_view resultType;                   // "DisplayObject", "url" or "none"
+    const record::Description& (*element)();       // of what the result is or lists; null: the result is no record
     void* (*start)(void* impl, ResourceRequest&);  // reads the arguments and calls the operation; the request's handle
     bool isForElement = hasStar(path);
 
@@ -74,6 +76,13 @@ constexpr auto descriptionOf() -> const record::Description& (*)() {
         return nullptr;
     }
 }
+
+template <class T>
+struct ElementOf {
+    using Type = T;
+};
+template <class T>
+struct ElementOf<tolu::ListPage<T>> : ElementOf<T> {};
 
 // Reads an operation off its signature.
 template <auto Method>
@@ -117,6 +126,7 @@ constexpr auto route(commands::Id command, std::string_view path) {
                                                    .body = Operation::body(),
                                                    .result = detail::descriptionOf<Result>(),
                                                    .resultType = detail::resultTypeText<Result>(),
+                                                   .element = detail::descriptionOf<typename detail::ElementOf<Result>::Type>(),
                                                    .start = &Operation::template start<Handler>}};
 }
 

@@ -15,7 +15,7 @@ namespace kelo::serializer {
 // Thread: one at a time.
 class JsonReader final : public util::serializer::IStructuredPullDeserializer {
 public:
-    JsonReader* asJson() noexcept override { return this; }
+    JsonReader() : IStructuredPullDeserializer{std::in_place_type<JsonReader>} {}
     bool start(const util::ByteBufferReader& reader) override;
     bool finish() override;
     bool beginObject() override { return begin('{', "an object"); }
@@ -35,11 +35,11 @@ public:
     }
     // A whole member in one step, if its value is a plain one: a number of few digits, text without escapes and all ASCII. For a
     // string a view into the document.
-    enum class Taken : std::uint8_t { nothing, key, member };
+    enum class MemberPart : std::uint8_t { nothing, key, whole };
     template <class Plain>
-    Taken takeMember(const util::serializer::PlainKey& key, bool behindMember, Plain& value) {
-        if (!takeMemberKey(key, behindMember)) return Taken::nothing;
-        return takePlain(value) ? Taken::member : Taken::key;
+    MemberPart takeMember(const util::serializer::PlainKey& key, bool behindMember, Plain& value) {
+        if (!takeMemberKey(key, behindMember)) return MemberPart::nothing;
+        return takePlain(value) ? MemberPart::whole : MemberPart::key;
     }
     bool endMember() override { return separate('}'); }
     bool endObject() override { return end('}'); }

@@ -20,7 +20,7 @@ namespace kelo::serializer {
 // Compact: no blanks. Thread: one at a time.
 class JsonWriter final : public util::serializer::IStructuredSerializer {
 public:
-    JsonWriter* asJson() noexcept override { return this; }
+    JsonWriter() : IStructuredSerializer{std::in_place_type<JsonWriter>} {}
     bool start(util::ByteBufferWriter& writer) override;
     bool finish() override;
     bool beginObject() override {

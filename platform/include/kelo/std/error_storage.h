@@ -45,6 +45,8 @@ public:
     static string reason();
     // Consumes the stored error.
     static void ack() noexcept;
+    // Both: the stored error's text, for whoever answers for it.
+    static string takeReason();
 
     // Says where in a document the stored error lies: called from the inside out while the failure travels upwards, with a
     // member's name or an element's index. What is gathered stands before the text: "regions.layers[2].id: not an integer".

@@ -1,6 +1,9 @@
 // Operations on single members of elements, and the filter of list requests. Thread: any; nothing here has state.
 #pragma once
 
+#include <algorithm>
+#include <array>
+#include <cstddef>
 #include <cstdint>
 #include <span>
 #include <string>
@@ -75,34 +78,52 @@ requires std::is_base_of_v<C, T>
     return detail::matchValue(object.*member, value);
 }
 
-namespace detail {
-
-template <class T, class... Rows>
-Match matchRows(const T& object, std::string_view key, const util::config::Value& value, record::Table<T, Rows...>) noexcept {
-    Match match = Match::undecided;
-    (void)((Rows::key == key && ((match = matchProperty(Rows::member, object, value)), true)) || ...);
-    return match;
-}
-
-}  // namespace detail
-
 }  // namespace properties
 
 // Whether a query value filters at all: not if its key is in `consumed` or is one of the protocol's own ("fields", "limit",
 // "offset", "offsetId").
 [[nodiscard]] bool isFilterKey(std::string_view key, std::span<const std::string_view> consumed) noexcept;
 
-// Whether a query lets the object through: no value of it that filters and names a member says no.
+// Lets those elements through to which no value of a query that filters and names a member says no. The members are looked up
+// when it is made, so that an element costs only what is compared. Refers to the query. Thread: any (a value).
 template <record::Record T>
-[[nodiscard]] bool matchesAll(const T& object, const util::config::Dictionary& query,
-                              std::span<const std::string_view> consumed = {}) noexcept {
-    for (const auto& [key, value] : query.entries()) {
-        if (isFilterKey(key, consumed) &&
-            properties::detail::matchRows(object, key, value, record::TableOf<T>{}) == properties::Match::no) {
-            return false;
-        }
+class Filter {
+public:
+    explicit Filter(const util::config::Dictionary& query, std::span<const std::string_view> consumed = {}) {
+        addRows(query, consumed, record::TableOf<T>{});
     }
-    return true;
-}
+
+    [[nodiscard]] bool admits(const T& object) const noexcept {
+        return std::all_of(conditions_.begin(), conditions_.begin() + count_, [&](const Condition& condition) {
+            return condition.match(object, *condition.value) != properties::Match::no;
+        });
+    }
+
+private:
+    struct Condition {
+        properties::Match (*match)(const T&, const util::config::Value&) noexcept;
+        const util::config::Value* value;
+    };
+
+    template <class... Rows>
+    void addRows(const util::config::Dictionary& query, std::span<const std::string_view> consumed, record::Table<T, Rows...>) {
+        const auto add = [&]<class Row>(Row* /*row*/) {
+            const util::config::Value* const value = query.find(Row::key);
+            if (value == nullptr || !isFilterKey(Row::key, consumed)) return;
+            conditions_[count_++] = {[](const T& object, const util::config::Value& wanted) noexcept {
+                                         return properties::matchProperty(Row::member, object, wanted);
+                                     },
+                                     value};
+        };
+        (add(static_cast<Rows*>(nullptr)), ...);
+    }
+    template <class... Rows>
+    static constexpr std::size_t rowCount(record::Table<T, Rows...> /*table*/) {
+        return sizeof...(Rows);
+    }
+
+    std::array<Condition, rowCount(record::TableOf<T>{})> conditions_;
+    std::ptrdiff_t count_ = 0;
+};
 
 }  // namespace kelo::tolu

@@ -9,15 +9,11 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "kelo/std/uuid.h"
 #include "kelo/url.h"
 #include "util/byte_buffer.h"
-
-namespace kelo::serializer {
-class JsonReader;
-class JsonWriter;
-}  // namespace kelo::serializer
 
 namespace util::serializer {
 
@@ -56,13 +52,34 @@ private:
     const Text* text_;
 };
 
-// Thread: one at a time. A writer may be started again after finish() or a failure.
-class IStructuredSerializer {
+// Base of interfaces of which an implementation may tell its callers what it is: whoever writes many members then need not go
+// through the interface for each. To ask costs a comparison, less than a virtual call. Thread: any.
+class Known {
 public:
-    virtual ~IStructuredSerializer() = default;
+    // Itself, if it has said that it is one of these.
+    template <class Implementation>
+    Implementation* as() noexcept {
+        return what_ == &name<Implementation> ? static_cast<Implementation*>(this) : nullptr;
+    }
 
-    // The writer of JSON itself, if this is it: whoever writes many members then need not go through the interface for each.
-    virtual kelo::serializer::JsonWriter* asJson() noexcept { return nullptr; }
+protected:
+    Known() = default;
+    template <class Implementation>
+    explicit Known(std::in_place_type_t<Implementation> /*what*/) noexcept : what_{&name<Implementation>} {}
+    ~Known() = default;
+
+private:
+    template <class Implementation>
+    static constexpr char name = 0;  // its address tells implementations apart
+
+    const char* what_ = nullptr;
+};
+
+// Thread: one at a time. A writer may be started again after finish() or a failure.
+class IStructuredSerializer : public Known {
+public:
+    using Known::Known;
+    virtual ~IStructuredSerializer() = default;
 
     // Begins a document at the end of `writer`, which must outlive the document.
     virtual bool start(ByteBufferWriter& writer) = 0;
@@ -101,12 +118,10 @@ enum class ValueType : std::uint8_t { null, boolean, integer, floating, string, 
 
 // Thread: one at a time. Nothing that is read may throw, recurse without bound (depth at most 64) or allocate more than the input
 // holds. Text views live until the next call on the reader.
-class IStructuredPullDeserializer {
+class IStructuredPullDeserializer : public Known {
 public:
+    using Known::Known;
     virtual ~IStructuredPullDeserializer() = default;
-
-    // The reader of JSON itself, if this is it.
-    virtual kelo::serializer::JsonReader* asJson() noexcept { return nullptr; }
 
     // Begins a document; the bytes must outlive it. A reader may be started again at any time.
     virtual bool start(const ByteBufferReader& reader) = 0;

@@ -118,6 +118,12 @@ void ErrorStorage::ack() noexcept {
     slot.category = nullptr;
 }
 
+string ErrorStorage::takeReason() {
+    string text = reason();
+    ack();
+    return text;
+}
+
 void ErrorStorage::prependPath(string_view member) noexcept {
     prependPathPart(member);
 }
