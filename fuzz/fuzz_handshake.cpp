@@ -96,6 +96,7 @@ void asProvider(kelo::net::Descriptor ours, int theirs, fuzz::Bytes bytes, std::
     service->application = "fuzzer";
     service->mimeTypes = "application/json";
     service->handlers = &handlers;
+    service->shares = std::make_shared<kelo::net::Shares>(limits);
     service->platform = [](const kelo::Request&, kelo::IResponder& responder) { responder.completed(); };
     service->closed = [&](kelo::net::ServerConnection&) { isClosed = true; };
     const auto connection =
@@ -106,12 +107,14 @@ void asProvider(kelo::net::Descriptor ours, int theirs, fuzz::Bytes bytes, std::
     });
     worker.runPending();
     say(theirs, bytes, piece, worker);
-    fuzz::require(connection->openRequests() <= 8, "limits hold");
+    const auto usage = connection->usage();
+    fuzz::require(usage.requests <= 4 && usage.streams <= 4, "limits hold");
     ::shutdown(theirs, SHUT_RDWR);
     worker.runPending();
     fuzz::require(isClosed, "the end of the connection is noticed");
     resource.clear();
-    fuzz::require(connection->openRequests() == 0, "no request outlives its responder");
+    const auto left = connection->usage();
+    fuzz::require(left.requests + left.streams + left.keptBytes == 0, "no request outlives its responder");
     worker.runPending();
 }
 
@@ -139,7 +142,7 @@ void asConsumer(kelo::net::Descriptor ours, int theirs, fuzz::Bytes bytes, std::
     worker.runPending();
     fuzz::require(isClosed, "the end of the connection is noticed");
     fuzz::require(ends.ended == ends.destroyed, "every request ends");
-    fuzz::require(connection->pendingRequests() == 0, "no request outlives its connection");
+    fuzz::require(connection->usage().requests == 0, "no request outlives its connection");
 }
 
 }  // namespace

@@ -129,7 +129,7 @@ void* DisplaySideBridge<Resource>::retrieveList(std::unique_ptr<kelo::IResponseH
             tracing::logC(channel, failureLevel, Scheme::listNoClient);
             return;
         }
-        auto upstream = std::make_unique<AllHandler>(*worker_, request->oneShot, Receiver<All>{this, key});
+        auto upstream = std::make_unique<AllHandler>(*worker_, request->oneShot, request->account, Receiver<All>{this, key});
         pending_.start(key, std::move(request), upstream_.api(),
                        [&] { return Scheme::getAll(upstream_.client(), std::move(upstream)); });
     });
@@ -165,7 +165,7 @@ void* DisplaySideBridge<Resource>::retrieveElement(std::unique_ptr<kelo::IRespon
 
 template <class Resource>
 void DisplaySideBridge<Resource>::askOne(RequestKey key, std::unique_ptr<typename Pending::Request> request) {
-    auto upstream = std::make_unique<OneHandler>(*worker_, request->oneShot, Receiver<One>{this, key});
+    auto upstream = std::make_unique<OneHandler>(*worker_, request->oneShot, request->account, Receiver<One>{this, key});
     const Key wanted = request->context.key;
     pending_.start(key, std::move(request), upstream_.api(),
                    [&] { return DisplaySideScheme<Resource>::getOne(upstream_.client(), std::move(upstream), wanted); });

@@ -216,7 +216,8 @@ void PopupBridge::start(RequestKey key, std::unique_ptr<IResponseHandler<Result>
             404, "[PopupBridge a popup with an empty name, or on a display with an empty name, cannot be asked for]"));
         return;
     }
-    auto upstream = std::make_unique<Upstream>(*worker_, handler->isOneShot(), typename Upstream::ReceiverType{{this, key}});
+    auto upstream = std::make_unique<Upstream>(*worker_, handler->isOneShot(), handler->account(),
+                                               typename Upstream::ReceiverType{{this, key}});
     pending_.start(key, std::make_unique<Pending::Request>(std::move(handler), std::move(asked)), upstream_.api(),
                    [&] { return ask(upstream_.client(), std::move(upstream)); });
 }

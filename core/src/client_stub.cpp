@@ -50,12 +50,8 @@ private:
 };
 
 void traceUnreadable(std::string_view servicePath) {
-    static ::tracing::RateLimit limit{5};
-    std::uint64_t held = 0;
-    if (!limit.admit(held)) return;
-    ::tracing::logCV(channel, 3, "%.*s sent an answer that does not read: %s (%llu such lines held back)",
-                     static_cast<int>(servicePath.size()), servicePath.data(), std::ErrorStorage::reason().c_str(),
-                     static_cast<unsigned long long>(held));
+    ::tracing::logCV(channel, 3, "%.*s sent an answer that does not read: %s", static_cast<int>(servicePath.size()),
+                     servicePath.data(), std::ErrorStorage::reason().c_str());
 }
 
 }  // namespace

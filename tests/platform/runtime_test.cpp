@@ -13,10 +13,12 @@
 #include <functional>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
+#include "kelo/account.h"
 #include "kelo/errors.h"
 #include "kelo/func_call_event.h"
 #include "kelo/resource_handler.h"
@@ -123,8 +125,8 @@ struct Events {
 
 class Handler final : public kelo::IResponseHandler<Response> {
 public:
-    Handler(std::shared_ptr<Watched<Events>> events, bool oneShot, std::size_t wanted)
-        : events_{std::move(events)}, oneShot_{oneShot}, wanted_{wanted} {}
+    Handler(std::shared_ptr<Watched<Events>> events, bool oneShot, std::size_t wanted, kelo::Account* account = nullptr)
+        : events_{std::move(events)}, oneShot_{oneShot}, wanted_{wanted}, account_{account} {}
     ~Handler() override {
         events_->change([](Events& events) { events.destroyed = true; });
     }
@@ -135,6 +137,7 @@ public:
     void onError(const Response& response) override { tell("error:" + response.toString()); }
     void onCompleted() override { tell("completed"); }
     bool isOneShot() const override { return oneShot_; }
+    kelo::Account* account() const override { return account_; }
 
 private:
     void tell(const std::string& what) {
@@ -146,6 +149,7 @@ private:
     std::shared_ptr<Watched<Events>> events_;
     bool oneShot_;
     std::size_t wanted_;
+    kelo::Account* account_;
     std::size_t taken_ = 0;
 };
 
@@ -189,7 +193,7 @@ public:
                                          std::string_view payload = {}, int deadline = 10'000) {
         auto events = std::make_shared<Watched<Events>>();
         kelo::Request request{"retrieve", path, text(payload)};
-        handle = waitForApi()->request(request, std::make_unique<Handler>(events, oneShot, wanted),
+        handle = waitForApi()->request(request, std::make_unique<Handler>(events, oneShot, wanted, onBehalfOf),
                                        {std::chrono::milliseconds{deadline}});
         return events;
     }
@@ -201,6 +205,7 @@ public:
     std::uint64_t tracker = 0;
     std::uint64_t resolver = IKeloRuntime::UNDEFINED_RESOLVER_HANDLE;
     void* handle = nullptr;
+    kelo::Account* onBehalfOf = nullptr;
 
 private:
     comm::ActiveObject* reader_;
@@ -226,8 +231,8 @@ TEST_F(RuntimeTest, EveryWayInWhichARequestEnds) {
         << "a one-shot answer ends the request";
     EXPECT_EQ(ended(*consumer.ask("/r/echo", false, 9, "hello")), (Told{"next:hello", "completed"}));
     EXPECT_EQ(ended(*consumer.ask("/r/fail")), (Told{"error:418 refused"}));
-    EXPECT_EQ(ended(*consumer.ask("/r/drop")), (Told{"error:503 /provider: no answer"}));
-    EXPECT_EQ(ended(*consumer.ask("/r/throw")), (Told{"error:503 /provider: no answer"}));
+    EXPECT_EQ(ended(*consumer.ask("/r/drop")), (Told{"error:503 /provider: no answer, outcome unknown"}));
+    EXPECT_EQ(ended(*consumer.ask("/r/throw")), (Told{"error:503 /provider: no answer, outcome unknown"}));
     EXPECT_EQ(ended(*consumer.ask("/none/x")), (Told{"error:404 /provider has no resource for the path '/none/x'"}));
     EXPECT_EQ(ended(*consumer.ask("/r/slow", true, 1, {}, 30)),
               (Told{"error:504 /provider: no answer within 30 ms, outcome unknown"}));
@@ -700,6 +705,130 @@ TEST_F(RuntimeTest, RequestsForWhichThereIsNoRoomWaitForTheirTurn) {
     EXPECT_EQ(ended(*waiting), (Told{"error:503 /provider: connection lost, request not sent"}));
 }
 
+TEST_F(RuntimeTest, WhateverEndsARequestMakesRoomForTheNext) {
+    Provider provider{directory.path()};
+    kelo::Limits limits;
+    limits.oneShotRequests = 1;
+    Consumer consumer{directory.path(), nullptr, limits};
+    for (const bool isCancelled : {true, false}) {
+        const auto first = consumer.ask("/r/slow", true, 1, {}, isCancelled ? 10'000 : 50);
+        void* const handle = consumer.handle;
+        const auto next = consumer.ask("/r/echo", true, 1, "its turn");
+        if (isCancelled) consumer.waitForApi()->cancel(handle);
+        EXPECT_EQ(ended(*next), (Told{"next:its turn"})) << isCancelled;
+    }
+}
+
+TEST_F(RuntimeTest, AClientThatAsksForMuchLeavesRoomForAnother) {
+    constexpr const char* refused = "error:503 /provider: too many requests in flight, request not sent";
+    Provider provider{directory.path()};
+    kelo::Limits limits;
+    limits.connections = 2;
+    limits.oneShotRequests = limits.openStreams = 4;
+    limits.heldRequests = 8;
+    Consumer consumer{directory.path(), nullptr, limits};
+    const auto greedy = std::make_shared<kelo::Account>(1, 0U);
+    const auto polite = std::make_shared<kelo::Account>(2, 0U);
+    std::vector<std::shared_ptr<Watched<Events>>> asked;
+    const auto ask = [&](const std::shared_ptr<kelo::Account>& account, bool oneShot, const char* path) {
+        consumer.onBehalfOf = account.get();
+        asked.push_back(consumer.ask(path, oneShot));
+    };
+    // Two of each kind are sent, of what remains four are held: half of what there is, and each one's own part.
+    for (int i = 0; i < 7; ++i) ask(greedy, true, "/r/open");
+    for (int i = 0; i < 3; ++i) ask(greedy, false, "/r/open");
+    EXPECT_EQ(ended(*asked[6]), Told{refused});
+    EXPECT_EQ(ended(*asked[9]), Told{refused});
+    EXPECT_EQ(greedy->heldRequests, 4U);
+    ask(polite, true, "/r/echo");
+    EXPECT_EQ(ended(*asked.back()), Told{"next:"});
+    ask(polite, false, "/r/open");
+    ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 5; }));
+    // Nothing of what was held is forgotten.
+    for (std::size_t i = 0; i < 6; ++i) {
+        ASSERT_TRUE(provider.resource.responders.waitFor([&](const auto& all) { return all.size() > (i < 2 ? i : i + 3); }));
+        provider.resource.responders.get().all[i < 2 ? i : i + 3]->next(Response{200, text("done")});
+        EXPECT_EQ(ended(*asked[i]), Told{"next:done"}) << i;
+    }
+    EXPECT_EQ(greedy->heldRequests + greedy->heldBytes, 0U);
+}
+
+TEST_F(RuntimeTest, WhatIsCalledNotSentNeverArrives) {
+    testing_support::RawListener listener{directory / socketFile};
+    Consumer consumer{directory.path()};
+    RawPeer provider = listener.accept();
+    ASSERT_TRUE(provider.receive());
+    provider.send(testing_support::helloFrame(servicePath));
+    // More than the socket and the queue take together, while the provider does not read.
+    constexpr int count = 200;
+    const std::string filling(4096, '.');
+    std::vector<std::shared_ptr<Watched<Events>>> asked;
+    std::set<int> cancelled;
+    for (int i = 0; i < count; ++i) {
+        asked.push_back(consumer.ask("/r/x", true, 1, filling + "#" + std::to_string(i) + ";", 500));
+        if (i % 7 != 0) continue;
+        cancelled.insert(i);
+        consumer.waitForApi()->cancel(consumer.handle);
+    }
+    std::set<int> notSent;
+    for (int i = 0; i < count; ++i) {
+        const Told told = ended(*asked[static_cast<std::size_t>(i)]);
+        ASSERT_EQ(told.empty(), cancelled.contains(i));
+        if (!told.empty() && told[0].ends_with("request not sent")) notSent.insert(i);
+    }
+    EXPECT_GT(notSent.size(), 20U);
+    EXPECT_FALSE(notSent.contains(1));
+    const auto last = consumer.ask("/r/x", true, 1, "#" + std::to_string(count) + ";");
+    std::set<std::uint64_t> ids;
+    std::size_t cancelledBefore = 0;
+    for (int number = 0; number != count;) {
+        const auto frame = provider.receive();
+        ASSERT_TRUE(frame.has_value());
+        if (frame->type == 6) {
+            EXPECT_TRUE(ids.contains(frame->id)) << "a cancel of what was never asked";
+            continue;
+        }
+        const std::string body{frame->body.begin(), frame->body.end()};
+        number = std::stoi(body.substr(body.rfind('#') + 1));
+        ids.insert(frame->id);
+        EXPECT_FALSE(notSent.contains(number)) << number;
+        cancelledBefore += cancelled.contains(number) ? 1 : 0;
+    }
+    EXPECT_LT(cancelledBefore, cancelled.size()) << "what was cancelled before it was sent";
+}
+
+TEST_F(RuntimeTest, ConnectionsBeyondTheLimitMayAskAboutTheProcess) {
+    kelo::Limits limits;
+    limits.connections = 2;
+    limits.reservedConnections = 1;
+    Provider provider{directory.path(), limits};
+    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    std::deque<RawPeer> peers;
+    const auto connect = [&](bool greets) {
+        peers.emplace_back(directory / socketFile);
+        if (greets) peers.back().send(testing_support::helloFrame(servicePath, 1, std::string(300, 'n')));
+        return !greets || peers.back().receive().has_value();
+    };
+    const auto answerTo = [](RawPeer& peer, std::uint64_t id, std::string_view path) {
+        peer.send(testing_support::requestFrame(id, "retrieve", path, true, "heard"));
+        return peer.receive().value();
+    };
+    connect(false);
+    ASSERT_TRUE(connect(true));
+    ASSERT_TRUE(connect(true));
+    EXPECT_TRUE(peers[0].seesEnd()) << "it had not said hello when another one came";
+    ASSERT_TRUE(connect(true));
+    EXPECT_TRUE(answerTo(peers[3], 1, "/r/echo").bodyContains("too many clients are connected, request not sent"));
+    EXPECT_TRUE(answerTo(peers[3], 2, "/$platform/status").bodyContains("\"reservedConnections\":1"));
+    ASSERT_TRUE(connect(true));
+    EXPECT_TRUE(peers[3].seesEnd()) << "the reserve is for whoever comes last";
+    peers[1].close();
+    EXPECT_TRUE(testing_support::eventually([&, id = std::uint64_t{2}]() mutable {
+        return answerTo(peers[4], ++id, "/r/echo").bodyContains("heard");
+    })) << "there is room now";
+    EXPECT_EQ(provider.resource.lastTag.get(), std::string(limits.nameBytes, 'n'));
+}
+
 TEST_F(RuntimeTest, LargeRequestsAndLargeAnswersDoNotWaitForEachOther) {
     Provider provider{directory.path()};
     Consumer consumer{directory.path()};
@@ -721,16 +850,28 @@ TEST_F(RuntimeTest, ASlowReaderGetsTheNewestValueAndCostsNobodyMemory) {
     const auto responder = provider.resource.responders.get().all[0];
     constexpr int values = 20'000;
     const std::string filling(1000, '.');
-    for (int i = 1; i <= values; ++i)
-        ASSERT_FALSE(responder->next(Response{200, text(filling + "value " + std::to_string(i) + ";")}));
     ASSERT_EQ(peer.receive().value().type, 1);
     int received = 0;
-    for (;;) {
+    int newest = 0;
+    // False at the end of the stream. What comes must be newer each time.
+    const auto receiveOne = [&] {
         const auto next = peer.receive();
-        ASSERT_TRUE(next.has_value()) << "the newest value never came; " << received << " did";
-        ++received;
-        if (next->bodyContains("value " + std::to_string(values) + ";")) break;
+        if (!next || next->type != 3) return false;
+        const std::string body{next->body.begin(), next->body.end()};
+        const int value = std::stoi(body.substr(body.rfind(' ')));
+        EXPECT_GT(value, newest);
+        newest = value;
+        return ++received > 0;
+    };
+    for (int i = 1; i <= values; ++i) {
+        ASSERT_FALSE(responder->next(Response{200, text(filling + "value " + std::to_string(i))}));
+        // At times it reads a little, so that its queue is now too long and now not.
+        for (int j = 0; i % 100 == 0 && j < 20; ++j) ASSERT_TRUE(receiveOne());
     }
+    responder->completed();
+    while (receiveOne()) {
+    }
+    EXPECT_EQ(newest, values) << "the newest value never came; " << received << " did";
     EXPECT_LT(received, values / 2) << "values that nobody had read were kept";
 }
 
@@ -741,17 +882,21 @@ TEST_F(RuntimeTest, AClientThatNeverReadsItsAnswersIsCut) {
     limits.oneShotRequests = 100;
     Provider provider{directory.path(), limits};
     ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
-    RawPeer peer{directory / socketFile};
-    Bytes bytes = testing_support::helloFrame(servicePath);
-    for (std::uint64_t id = 1; id <= 8; ++id) {
-        const Bytes request = testing_support::requestFrame(id, "retrieve", "/r/open");
-        bytes.insert(bytes.end(), request.begin(), request.end());
+    // Be it answers that are queued for it, or the newest values of its streams.
+    for (const bool oneShot : {true, false}) {
+        RawPeer peer{directory / socketFile};
+        Bytes bytes = testing_support::helloFrame(servicePath);
+        for (std::uint64_t id = 1; id <= 8; ++id) {
+            const Bytes request = testing_support::requestFrame(id, "retrieve", "/r/open", oneShot);
+            bytes.insert(bytes.end(), request.begin(), request.end());
+        }
+        ASSERT_TRUE(peer.send(bytes));
+        ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 8; }));
+        const std::string large(200'000, 'x');
+        for (const auto& responder : provider.resource.responders.get().all) responder->next(Response{200, text(large)});
+        EXPECT_TRUE(peer.seesEnd()) << oneShot;
+        provider.resource.responders.change([](auto& all) { all.all.clear(); });
     }
-    ASSERT_TRUE(peer.send(bytes));
-    ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 8; }));
-    const std::string large(200'000, 'x');
-    for (const auto& responder : provider.resource.responders.get().all) responder->next(Response{200, text(large)});
-    EXPECT_TRUE(peer.seesEnd());
 }
 
 TEST_F(RuntimeTest, AClientThatEndsItsSideIsAnsweredFirst) {

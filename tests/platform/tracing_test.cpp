@@ -156,22 +156,23 @@ TEST_F(TracingLineTest, NoCallIsUnderWayOnceTheSinkIsReplaced) {
     for (auto& logger : loggers) logger.join();
 }
 
-TEST(RateLimitTest, WhatIsHeldBackIsCounted) {
-    tracing::RateLimit limit{10};
-    std::uint64_t asked = 0;
-    std::uint64_t admitted = 0;
-    std::uint64_t suppressed = 0;
-    while (suppressed == 0) {  // until the first line of the next second
-        std::uint64_t held = 0;
-        ++asked;
-        if (limit.admit(held)) {
-            ++admitted;
-            suppressed += held;
-        }
-        if (admitted >= 10) sched_yield();
+TEST_F(TracingLineTest, WhatOthersCauseOftenIsHeldBackAndCounted) {
+    std::vector<std::string> lines;
+    tracing::setSink(
+        [](const char*, int, const char* text, void* at) { static_cast<std::vector<std::string>*>(at)->push_back(text); },
+        &lines);
+    unsigned long asked = 0;
+    while (lines.empty() || lines.back().front() != '(') {  // until the first line of the next second
+        logCV(channel_, 3, "refused %lu", ++asked);
+        if (lines.size() == tracing::linesPerSecond) sched_yield();
     }
-    EXPECT_EQ(admitted + suppressed, asked);
-    EXPECT_LE(admitted, 30U);  // of at most three seconds that it touched
+    logC(channel_, 4, "another");
+    tracing::setSink(nullptr, nullptr);
+    const std::size_t refused = lines.size() - 1;
+    EXPECT_LE(refused, 2 * tracing::linesPerSecond + 1) << "of at most three seconds that it touched";
+    EXPECT_EQ(lines[refused - 1],
+              "(" + std::to_string(asked - refused) + " such lines held back) refused " + std::to_string(asked));
+    EXPECT_EQ(lines.back(), "another");
 }
 
 }  // namespace

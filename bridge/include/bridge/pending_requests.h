@@ -53,7 +53,8 @@ public:
     // A request, from the handler's making to its end.
     struct Request : util::Pooled {
         template <class Result>
-        Request(Handler<Result> to, Context of) : oneShot{to->isOneShot()}, handler{std::move(to)}, context{std::move(of)} {}
+        Request(Handler<Result> to, Context of)
+            : oneShot{to->isOneShot()}, account{to->account()}, handler{std::move(to)}, context{std::move(of)} {}
 
         // The last event goes to the handler.
         void fail(const kelo::Response& response) const {
@@ -64,6 +65,7 @@ public:
         }
 
         const bool oneShot;
+        kelo::Account* const account;  // good while the handler lives
         std::variant<Handler<Results>...> handler;
         Context context;
         UpstreamRequest upstream;

@@ -24,9 +24,9 @@ public:
     using ReceiverType = Receiver;
     using Value = typename Receiver::Value;
 
-    // `oneShot`: one value is all that is wanted. Neither worker nor receiver's bridge is owned.
-    UpstreamHandler(comm::ActiveObject& worker, bool oneShot, Receiver receiver)
-        : worker_{worker}, receiver_{std::move(receiver)}, oneShot_{oneShot} {}
+    // `oneShot`: one value is all that is wanted. `account`: of whoever wants it. Neither worker nor receiver's bridge is owned.
+    UpstreamHandler(comm::ActiveObject& worker, bool oneShot, kelo::Account* account, Receiver receiver)
+        : worker_{worker}, receiver_{std::move(receiver)}, account_{account}, oneShot_{oneShot} {}
 
     bool onNext(const Value& value) override {
         handOver(value, [](const Receiver& receiver, const Value& copy) { receiver.onNext(copy); });
@@ -39,6 +39,7 @@ public:
         handOver(nullptr, [](const Receiver& receiver, std::nullptr_t) { receiver.onCompleted(); });
     }
     bool isOneShot() const override { return oneShot_; }
+    kelo::Account* account() const override { return account_; }
 
 private:
     template <class Argument, class Event>
@@ -52,6 +53,7 @@ private:
 
     comm::ActiveObject& worker_;
     Receiver receiver_;
+    kelo::Account* account_;
     bool oneShot_;
 };
 

@@ -44,6 +44,7 @@ public:
         if (termination_.begins("onCompleted")) handler_->onCompleted();
     }
     bool isOneShot() const final { return handler_->isOneShot(); }
+    Account* account() const final { return handler_->account(); }
 
 protected:
     explicit WrappingResponseHandler(std::unique_ptr<IResponseHandler<To>> handler) : handler_{std::move(handler)} {}

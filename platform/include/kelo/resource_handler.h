@@ -9,8 +9,10 @@
 
 namespace kelo {
 
+class Account;
+
 // The way back to one request's client. Owned by whoever answers. Destroyed without a terminal answer, it ends the request with
-// 503 "no answer", so that a client never hangs on a silent provider. Answers to a request that is over (ended, cancelled, client
+// 503 "no answer, outcome unknown", so that a client never hangs on a silent provider. Answers to a request that is over (ended, cancelled, client
 // gone) are dropped. Thread: any, one call at a time; the calling thread writes to the client's socket itself.
 class IResponder {
 public:
@@ -20,6 +22,8 @@ public:
     virtual bool next(const Response& response) = 0;
     virtual void error(const Response& response) = 0;
     virtual void completed() = 0;
+    // The client's; good for as long as the responder lives. Null where there is none to charge.
+    virtual Account* account() const noexcept { return nullptr; }
 };
 
 // Answers the requests below one root path. Outlives its registration.

@@ -5,6 +5,8 @@
 
 namespace kelo {
 
+class Account;
+
 // Any number of onNext, then at most one of onError and onCompleted; after a true from onNext, or a cancellation, nothing more.
 // Destroyed when its request has ended. Calls come one at a time; on which thread, says who calls.
 template <class T>
@@ -18,6 +20,9 @@ public:
     // Whether one value is all that the handler will take: known before the request is sent, it saves telling the provider later.
     // Handlers that wrap another pass on what that one says.
     virtual bool isOneShot() const { return false; }
+    // The client for which the request is made; null: none, the process itself wants to know. Asked when the request is made, and
+    // good until that is done. Handlers that wrap another pass on what that one says.
+    virtual Account* account() const { return nullptr; }
 };
 
 namespace responsehandlers {

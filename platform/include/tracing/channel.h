@@ -2,8 +2,6 @@
 #pragma once
 
 #include <atomic>
-#include <cstdint>
-#include <string>
 
 namespace tracing {
 
@@ -30,6 +28,10 @@ private:
 // One line on standard error: time (local, milliseconds), application, channel, level, text, in one write. Nothing is formatted
 // for a line that is not emitted; control characters in the text are escaped, so that one message is one line. A standard error
 // that cannot take the line at once loses it, and the next line that gets through says how many were lost.
+//
+// Lines of level 3 and 4 are what others can cause, as often as they like: of each, which is to say of each `text` or `format`,
+// only `linesPerSecond` get through, and the next one says how many were held back. So both must be literals, or as lasting.
+inline constexpr unsigned linesPerSecond = 20;
 inline void logC(const Channel& channel, int level, const char* text) noexcept;
 [[gnu::format(printf, 3, 4)]] void logCV(const Channel& channel, int level, const char* format, ...) noexcept;
 
@@ -40,22 +42,8 @@ inline void logC(const Channel& channel, int level, const char* text) noexcept {
     if (channel.isEnabled(level)) emitLine(channel, level, text);
 }
 
-// Lets a line through at most `perSecond` times a second, and counts the rest: for lines that a peer can cause.
-// Thread: any.
-class RateLimit {
-public:
-    explicit constexpr RateLimit(std::uint32_t perSecond) noexcept : perSecond_{perSecond} {}
-    // True when the line may be written; `suppressed` is then the number of lines held back since the last one.
-    bool admit(std::uint64_t& suppressed) noexcept;
-
-private:
-    std::uint32_t perSecond_;
-    std::atomic<std::int64_t> second_{-1};
-    std::atomic<std::uint32_t> inSecond_{0};
-    std::atomic<std::uint64_t> held_{0};
-};
-
-// Where emitted lines go; for tests. Null restores standard error. Thread: any; the sink is called on the logging thread.
+// Where emitted lines go; for tests. Null restores standard error. Either begins counting lines anew. Thread: any; the sink is
+// called on the logging thread.
 using Sink = void (*)(const char* channel, int level, const char* text, void* context);
 void setSink(Sink sink, void* context) noexcept;
 

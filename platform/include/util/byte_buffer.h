@@ -65,6 +65,12 @@ public:
         size_ += size;
     }
 
+    // Takes `size` bytes out; what follows them moves up.
+    void erase(std::size_t at, std::size_t size) noexcept {
+        std::memmove(bytes_.get() + at, bytes_.get() + at + size, size_ - at - size);
+        size_ -= size;
+    }
+
     std::span<const std::uint8_t> bytes() const noexcept { return {bytes_.get(), size_}; }
     std::size_t size() const noexcept { return size_; }
     std::size_t capacity() const noexcept { return capacity_; }

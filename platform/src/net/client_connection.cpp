@@ -15,14 +15,18 @@
 // the handler while it stays in its slot; the slot then counts as delivering, and a cancellation that arrives meanwhile is
 // carried out by the delivering thread when it is back.
 //
-// Whether a request that ends by loss had been sent is known from two counts of bytes: where its frame ended in what was
-// appended, and how much the kernel has taken. A frame of which the kernel lacks even the last byte cannot have been acted on:
-// "not sent". For any other the outcome is unknown.
+// Whether a request that ends before its time was sent is known from the queue: what is not there any more is with the kernel.
+// One of which the kernel has no byte is taken out, so that nobody acts on what was called "not sent"; a cancellation then has
+// nothing to say to the provider either. One of which the kernel has a part goes on, "outcome unknown", unless the connection is
+// over: what lacks even its last byte cannot have been acted on.
 //
-// A provider takes so many one-shot requests at a time over one connection, which all clients of a process share: what one of
-// them has in flight must not be what another is refused for. So a one-shot request for which there is no room is held, in the
-// order of asking, until another one has ended; its deadline runs meanwhile. Only when too many are held, in number or in bytes,
-// is one refused. Streams end when their consumers want it, which nobody can wait for: they are refused at once.
+// All clients of a process share one connection, and what one of them does must not be what another is refused for. A one-shot
+// request for which there is no room is held until there is: because as many are in flight as the provider takes, or as many as
+// its client may have of them, or because the provider does not read what is queued already. The last holds up streams too. Each
+// account has a queue of its own, and they take turns, so that whoever asks for little waits for little. Deadlines run meanwhile.
+// Only what exceeds its account's share of what may be held, in number or in bytes, is refused. Streams end when their consumers
+// want it, which nobody can wait for: beyond its account's share one is refused at once. So the connection itself never has more
+// queued than one drain may bring, however much is asked for, and is never cut for it.
 //
 // The deadline needs no timer per request: one time stamp in the loop, armed for the earliest. On the thread that reads, arming
 // is a store. A request from another thread must wake the loop to arm it, but only if nothing is armed that fires before: once
@@ -35,12 +39,15 @@ namespace {
 std::atomic<std::uint64_t> nextSerial{1};
 
 constexpr unsigned indexBits = 16;
-constexpr std::uint64_t notSent = ~std::uint64_t{0};  // the end of a frame that was not appended
+constexpr const char* tooMany = "too many requests in flight, request not sent";
 static_assert(sizeof(void*) == sizeof(std::uint64_t), "request handles are ids");
 
 void* toHandle(std::uint64_t id) noexcept {
     return reinterpret_cast<void*>(id);
 }  // NOLINT(performance-no-int-to-ptr): opaque
+std::uint32_t indexOf(std::uint64_t id) noexcept {
+    return static_cast<std::uint32_t>(id & ((1U << indexBits) - 1U));
+}
 std::uint64_t toId(void* handle) noexcept {
     return reinterpret_cast<std::uint64_t>(handle);
 }
@@ -72,9 +79,13 @@ bool guarded(const char* event, Call call) noexcept {
 
 ClientConnection::ClientConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
                                    std::string servicePath, Events events)
-    : FrameStream{std::move(socket), std::move(peer), limits, counters},
+    : FrameStream{std::move(socket), std::move(peer), limits, counters, nullptr},
       servicePath_{std::move(servicePath)},
-      events_{std::move(events)} {}
+      events_{std::move(events)},
+      oneShotShares_{limits.oneShotRequests, limits.connections},
+      streamShares_{limits.openStreams, limits.connections},
+      heldShares_{limits.heldRequests, limits.connections},
+      heldByteShares_{limits.heldBytes, limits.connections} {}
 
 void ClientConnection::sayHello(std::string_view application) {
     {
@@ -89,6 +100,7 @@ void ClientConnection::sayHello(std::string_view application) {
 void* ClientConnection::request(const Request& request, Handler&& handler, RequestLimits requestLimits) {
     Handler owned = std::move(handler);
     const bool oneShot = request.isOneShot() || owned->isOneShot();
+    Account* const account = owned->account();
     const auto deadline = deadlineOf(request, requestLimits);
     const auto due = deadline.count() > 0 ? Clock::now() + deadline : Clock::time_point::max();
     std::uint64_t id = 0;
@@ -99,32 +111,34 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
         const std::lock_guard lock{mutex_};
         auto& out = outLocked();
         const std::size_t before = out.size();
-        const bool isFull = oneShot ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams;
         if (!ready_ || isClosedLocked()) {
             refusal = "connection lost, request not sent";
-        } else if (isFull && (!oneShot || held_.size() >= limits_.heldRequests || heldBytes_ >= limits_.queuedHardBytes)) {
-            refusal = "too many requests in flight, request not sent";
-            ++counters_.requestsRefused;
+        } else if (Share& share = shareLocked(account); !oneShot && !streamShares_.admits(share.streams, 1, share.kind())) {
+            refusal = tooMany;
         } else {
-            Slot& slot = acquireLocked(oneShot);
-            id = slot.id;
+            const bool mustWait = mustWaitLocked(share, oneShot);
+            Slot& slot = acquireLocked(share, oneShot);
             try {
-                wire::appendRequest(out, id, request, oneShot);
-                if (isFull) holdLocked(slot, before);
+                wire::appendRequest(out, slot.id, request, oneShot);
+                if (out.size() - before - wire::headerSize > limits_.frameBytes) {
+                    status = 413;
+                    refusal = "request larger than a frame may be, not sent";
+                } else if (!mustWait) {
+                    countSentLocked(slot);
+                } else if (!holdLocked(slot, before)) {
+                    refusal = tooMany;
+                }
             } catch (...) {
                 out.truncate(before);
                 releaseLocked(slot);
                 throw;
             }
-            const std::size_t size = slot.held.empty() ? out.size() - before : slot.held.size();
-            if (size - wire::headerSize > limits_.frameBytes) {
+            if (refusal != nullptr) {
                 out.truncate(before);
                 releaseLocked(slot);
-                status = 413;
-                refusal = "request larger than a frame may be, not sent";
             } else {
+                id = slot.id;
                 slot.handler = std::move(owned);
-                if (slot.held.empty()) slot.endOffset = appendedLocked();
                 slot.due = due;
                 slot.deadline = deadline;
                 armsHere = loop().isCurrentThread();
@@ -135,6 +149,7 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
                 }
             }
         }
+        if (refusal == tooMany) ++counters_.requestsRefused;
     }
     if (refusal != nullptr) {
         // NOLINTNEXTLINE(bugprone-use-after-move): it moves only where there is no refusal
@@ -148,13 +163,19 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
 }
 
 void ClientConnection::cancel(void* handle) {
+    const std::uint64_t id = toId(handle);
     Handler over;
     {
-        const std::lock_guard lock{mutex_};
-        if (deliveringLast_ == toId(handle)) deliveringLast_ = 0;
-        Slot* const slot = findLocked(toId(handle));
+        std::unique_lock lock{mutex_};
+        if (deliveringLast_ == id) deliveringLast_ = 0;
+        if (findLocked(id) == nullptr) return;
+        bool isUnsent = false;
+        if (queuedLocked() > 0 && !isClosedLocked()) {
+            settledQueueLocked(lock).withdraw([&](std::uint64_t request) { return request == id && (isUnsent = true); });
+        }
+        Slot* const slot = findLocked(id);
         if (slot == nullptr || slot->cancelled) return;
-        if (!isClosedLocked() && slot->held.empty()) wire::appendBare(outLocked(), wire::FrameType::cancel, slot->id);
+        if (!isClosedLocked() && slot->held.empty() && !isUnsent) wire::appendBare(outLocked(), wire::FrameType::cancel, id);
         if (slot->delivering) {
             slot->cancelled = true;
         } else {
@@ -165,9 +186,11 @@ void ClientConnection::cancel(void* handle) {
     commit();
 }
 
-std::size_t ClientConnection::pendingRequests() const {
+ClientConnection::Usage ClientConnection::usage() const {
     const std::lock_guard lock{mutex_};
-    return oneShots_ + streams_ + held_.size();
+    Usage usage{.requests = slots_.size() - free_.size(), .streams = streams_, .queuedBytes = queuedLocked()};
+    for (const auto& [account, share] : accounts_) usage.held += share.held;
+    return usage;
 }
 
 const char* ClientConnection::handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) {
@@ -205,7 +228,7 @@ const char* ClientConnection::handleHello(std::span<const std::uint8_t> body) {
     {
         const std::lock_guard lock{mutex_};
         ready_ = true;
-        peer_.application = hello.application;
+        nameLocked(hello.application);
     }
     events_.ready(*this, hello);
     return nullptr;
@@ -294,7 +317,7 @@ ClientConnection::Slot* ClientConnection::deliverableLocked(std::uint64_t id) no
 ClientConnection::Ended ClientConnection::endLocked(Slot& slot) noexcept {
     Ended ended{releaseLocked(slot)};
     ended.sends = sendHeldLocked();
-    ended.wasLast = oneShots_ + streams_ == 0 && askedDue_ == Clock::time_point::max();
+    ended.wasLast = slots_.size() == free_.size() && askedDue_ == Clock::time_point::max();
     return ended;
 }
 
@@ -324,7 +347,9 @@ void ClientConnection::handleClosed(const char* why) {
     std::vector<Lost> ended;
     {
         std::unique_lock lock{mutex_};
-        const std::uint64_t taken = takenLocked(lock);
+        settledQueueLocked(lock).forEachUnsentRequest([this](std::uint64_t id) {
+            if (Slot* const slot = findLocked(id)) slot->unsent = true;
+        });
         for (Slot& slot : slots_) {
             if (slot.id == 0) continue;
             if (slot.delivering) {
@@ -332,7 +357,7 @@ void ClientConnection::handleClosed(const char* why) {
                 continue;
             }
             const std::uint64_t id = slot.id;
-            const bool sent = slot.endOffset <= taken;
+            const bool sent = slot.held.empty() && !slot.unsent;
             ended.push_back({id, releaseLocked(slot), sent});
         }
     }
@@ -366,16 +391,20 @@ void ClientConnection::expire() {
     {
         std::unique_lock lock{mutex_};
         // Asked for on a loop that has stopped reading since: the one that reads now has looked when it began to.
+        SendQueue& queue = settledQueueLocked(lock);
         if (isClosedLocked() || !loop().isCurrentThread()) return;
-        const std::uint64_t taken = takenLocked(lock);
+        queue.withdraw([&](std::uint64_t id) {
+            Slot* const slot = findLocked(id);
+            return slot != nullptr && slot->due <= now && (slot->unsent = true);
+        });
         for (Slot& slot : slots_) {
             if (slot.id == 0 || slot.delivering) continue;
             if (slot.due > now) {
                 next = std::min(next, slot.due);
                 continue;
             }
-            const bool sent = slot.endOffset <= taken;
-            if (slot.held.empty()) wire::appendBare(outLocked(), wire::FrameType::cancel, slot.id);
+            const bool sent = slot.held.empty() && !slot.unsent;
+            if (sent) wire::appendBare(outLocked(), wire::FrameType::cancel, slot.id);
             const auto deadline = slot.deadline;
             ended.push_back({releaseLocked(slot), deadline, sent});
         }
@@ -401,7 +430,20 @@ void ClientConnection::arm(Clock::time_point due) {
     if (due < timer_->due()) timer_->arm(due);
 }
 
-ClientConnection::Slot& ClientConnection::acquireLocked(bool oneShot) {
+ClientConnection::Share& ClientConnection::shareLocked(Account* account) {
+    if (lastShare_ != nullptr && lastShare_->account.get() == account) return *lastShare_;
+    // What a client has left behind is kept for its next request, until it is one of many.
+    if (accounts_.size() >= 2 * std::size_t{limits_.connections}) {
+        lastShare_ = nullptr;
+        std::erase_if(accounts_, [](const auto& entry) { return entry.second.isIdle(); });
+    }
+    Share& share = accounts_[account];
+    if (account != nullptr) share.account = account->shared_from_this();
+    lastShare_ = &share;
+    return share;
+}
+
+ClientConnection::Slot& ClientConnection::acquireLocked(Share& share, bool oneShot) {
     std::uint32_t index = 0;
     if (free_.empty()) {
         index = static_cast<std::uint32_t>(slots_.size());
@@ -413,59 +455,140 @@ ClientConnection::Slot& ClientConnection::acquireLocked(bool oneShot) {
     }
     Slot& slot = slots_[index];
     slot.id = nextSerial.fetch_add(1, std::memory_order_relaxed) << indexBits | index;
+    slot.share = &share;
     slot.oneShot = oneShot;
-    ++(oneShot ? oneShots_ : streams_);
+    slot.isSent = false;
+    if (!oneShot) {
+        ++streams_;
+        streamShares_.change(share.streams, share.streams + 1);
+        ++share.streams;
+    }
     return slot;
 }
 
-// Takes the slot's frame, which begins at `begin` of what was appended, back until there is room for it.
-void ClientConnection::holdLocked(Slot& slot, std::size_t begin) {
+bool ClientConnection::mustWaitLocked(const Share& share, bool oneShot) const noexcept {
+    return isSlowLocked() || (queueWasFull_ && turn_ != nullptr) || (oneShot && (share.held > 0 || !hasRoomLocked(share)));
+}
+
+// For one more one-shot request in flight.
+bool ClientConnection::hasRoomLocked(const Share& share) const noexcept {
+    return oneShots_ < limits_.oneShotRequests && oneShotShares_.admits(share.oneShots, 1, share.kind());
+}
+
+void ClientConnection::countSentLocked(Slot& slot) noexcept {
+    slot.isSent = true;
+    if (!slot.oneShot) return;
+    ++oneShots_;
+    Share& share = *slot.share;
+    oneShotShares_.change(share.oneShots, share.oneShots + 1);
+    ++share.oneShots;
+}
+
+// Takes the slot's frame, which begins at `begin` of what was appended, back until there is room for it. False, and nothing
+// happens, when its account has too much waiting.
+bool ClientConnection::holdLocked(Slot& slot, std::size_t begin) {
     auto& out = outLocked();
+    Share& share = *slot.share;
     const auto appended = out.bytes().subspan(begin);
-    std::vector<std::uint8_t> frame(appended.begin(), appended.end());
-    held_.push_back(slot.id);
+    if (!heldShares_.admits(share.held, 1, share.kind()) ||
+        !heldByteShares_.admits(share.heldBytes, appended.size(), share.kind()))
+        return false;
+    slot.held.assign(appended.begin(), appended.end());
     out.truncate(begin);
-    slot.held.swap(frame);
-    slot.endOffset = notSent;
-    --oneShots_;
-    heldBytes_ += slot.held.size();
+    const std::uint32_t index = indexOf(slot.id);
+    if (share.held == 0) {
+        share.firstHeld = index;
+        // Behind all others: before the one whose turn is next.
+        share.after = turn_ == nullptr ? &share : turn_;
+        share.before = turn_ == nullptr ? &share : turn_->before;
+        share.before->after = &share;
+        share.after->before = &share;
+        if (turn_ == nullptr) turn_ = &share;
+        ++waiting_;
+    } else {
+        slots_[share.lastHeld].heldAfter = index;
+        slot.heldBefore = share.lastHeld;
+    }
+    share.lastHeld = index;
+    queueWasFull_ = isSlowLocked();
+    chargeHeld(share, share.held + 1, share.heldBytes + slot.held.size());
     ++counters_.requestsHeld;
+    return true;
+}
+
+void ClientConnection::chargeHeld(Share& share, std::uint32_t held, std::size_t bytes) noexcept {
+    heldShares_.change(share.held, held);
+    heldByteShares_.change(share.heldBytes, bytes);
+    if (share.account) {
+        share.account->heldRequests += held - share.held;
+        share.account->heldBytes += bytes - share.heldBytes;
+    }
+    share.held = held;
+    share.heldBytes = bytes;
+}
+
+void ClientConnection::unholdLocked(Slot& slot) noexcept {
+    Share& share = *slot.share;
+    const std::uint32_t index = indexOf(slot.id);
+    (share.firstHeld == index ? share.firstHeld : slots_[slot.heldBefore].heldAfter) = slot.heldAfter;
+    (share.lastHeld == index ? share.lastHeld : slots_[slot.heldAfter].heldBefore) = slot.heldBefore;
+    chargeHeld(share, share.held - 1, share.heldBytes - slot.held.size());
+    slot.held = {};
+    if (share.held > 0) return;
+    share.before->after = share.after;
+    share.after->before = share.before;
+    if (turn_ == &share) turn_ = share.after == &share ? nullptr : share.after;
+    --waiting_;
 }
 
 // Without memory for it the connection ends, as for anything else: but not the request whose end makes the room.
 bool ClientConnection::sendHeldLocked() noexcept {
     bool any = false;
-    while (!held_.empty() && oneShots_ < limits_.oneShotRequests && !isClosedLocked()) {
-        Slot& slot = *findLocked(held_.front());
+    queueWasFull_ = false;
+    for (std::size_t passed = 0; passed < waiting_ && !isClosedLocked();) {
+        if (isSlowLocked()) {
+            queueWasFull_ = true;
+            break;
+        }
+        Share& share = *turn_;
+        Slot& slot = slots_[share.firstHeld];
+        turn_ = share.after;
+        if (slot.oneShot && !hasRoomLocked(share)) {
+            ++passed;
+            continue;
+        }
         try {
             outLocked().write(std::span<const std::uint8_t>{slot.held});
         } catch (const std::exception&) {
             shutDown();
             break;
         }
-        held_.pop_front();
-        heldBytes_ -= slot.held.size();
-        slot.held = {};
-        slot.endOffset = appendedLocked();
-        ++oneShots_;
+        unholdLocked(slot);
+        countSentLocked(slot);
+        passed = 0;
         any = true;
     }
     return any;
 }
 
 ClientConnection::Slot* ClientConnection::findLocked(std::uint64_t id) noexcept {
-    const std::size_t index = id & ((1U << indexBits) - 1U);
+    const std::size_t index = indexOf(id);
     return id != 0 && index < slots_.size() && slots_[index].id == id ? &slots_[index] : nullptr;
 }
 
 ClientConnection::Handler ClientConnection::releaseLocked(Slot& slot) {
-    free_.push_back(static_cast<std::uint32_t>(slot.id & ((1U << indexBits) - 1U)));
-    if (slot.held.empty()) {
-        --(slot.oneShot ? oneShots_ : streams_);
-    } else {
-        heldBytes_ -= slot.held.size();
-        std::erase(held_, slot.id);
+    Share& share = *slot.share;
+    if (!slot.held.empty()) unholdLocked(slot);
+    if (!slot.oneShot) {
+        --streams_;
+        streamShares_.change(share.streams, share.streams - 1);
+        --share.streams;
+    } else if (slot.isSent) {
+        --oneShots_;
+        oneShotShares_.change(share.oneShots, share.oneShots - 1);
+        --share.oneShots;
     }
+    free_.push_back(indexOf(slot.id));
     Handler handler = std::move(slot.handler);
     slot = Slot{};
     return handler;

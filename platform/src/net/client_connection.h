@@ -3,13 +3,14 @@
 
 #include <chrono>
 #include <cstdint>
-#include <deque>
 #include <functional>
 #include <memory>
 #include <optional>
 #include <string>
+#include <unordered_map>
 #include <vector>
 
+#include "kelo/account.h"
 #include "kelo/kelo_api.h"
 #include "net/frame_stream.h"
 
@@ -35,20 +36,47 @@ public:
     void* request(const Request& request, std::unique_ptr<IResponseHandler<Response>>&& handler, RequestLimits requestLimits);
     void cancel(void* handle);
 
-    std::size_t pendingRequests() const;
+    // What is under way, at a moment. Thread: any (a value).
+    struct Usage {
+        std::size_t requests = 0;  // of both kinds, held ones included
+        std::size_t streams = 0;
+        std::size_t held = 0;
+        std::size_t queuedBytes = 0;
+    };
+    Usage usage() const;
     // Whether the provider has said anything about a request. Thread: the one that reads, or any when the connection is over.
     bool hasAnswered() const noexcept { return hasAnswered_; }
 
 private:
     using Handler = std::unique_ptr<IResponseHandler<Response>>;
+    // What one account has on this connection; the process's own requests have one too. While requests of it are held, it stands
+    // in a ring with the others of which some are.
+    struct Share {
+        std::shared_ptr<Account> account;  // null: the process's own
+        std::uint32_t oneShots = 0;        // sent
+        std::uint32_t streams = 0;
+        std::uint32_t held = 0;
+        std::size_t heldBytes = 0;
+        std::uint32_t firstHeld = 0;  // slots, if any are held, in the order of asking
+        std::uint32_t lastHeld = 0;
+        Share* before = nullptr;
+        Share* after = nullptr;
+
+        FairShare::For kind() const noexcept { return account ? FairShare::For::client : FairShare::For::ourselves; }
+        bool isIdle() const noexcept { return oneShots + streams + held == 0; }
+    };
     struct Slot {
         std::uint64_t id = 0;  // 0: free
+        Share* share = nullptr;
         Handler handler;
         Clock::time_point due = Clock::time_point::max();  // of the first answer
-        std::uint64_t endOffset = 0;                       // in the bytes appended: where the request's frame ends
         std::chrono::milliseconds deadline{0};             // as asked for, for the error's text
         std::vector<std::uint8_t> held;                    // its frame, while there is no room for it
+        std::uint32_t heldBefore = 0;                      // the slots of the share's that were asked for before it and after it
+        std::uint32_t heldAfter = 0;
         bool oneShot = false;
+        bool isSent = false;      // to the queue
+        bool unsent = false;      // the kernel lacks bytes of it; known at its end only
         bool delivering = false;  // its handler is in onNext; meanwhile it may become
         bool cancelled = false;   // - cancelled, or
         bool lost = false;        // - lost with the connection
@@ -79,8 +107,16 @@ private:
     void expire();
     void arm(Clock::time_point due);
 
-    Slot& acquireLocked(bool oneShot);
-    void holdLocked(Slot& slot, std::size_t begin);
+    void handleDrainedLocked() override { sendHeldLocked(); }
+
+    Share& shareLocked(Account* account);
+    Slot& acquireLocked(Share& share, bool oneShot);
+    bool mustWaitLocked(const Share& share, bool oneShot) const noexcept;
+    bool hasRoomLocked(const Share& share) const noexcept;
+    void countSentLocked(Slot& slot) noexcept;
+    bool holdLocked(Slot& slot, std::size_t begin);
+    void chargeHeld(Share& share, std::uint32_t held, std::size_t bytes) noexcept;
+    void unholdLocked(Slot& slot) noexcept;
     // Sends requests that were held, as far as there is room; whether there is something to commit.
     bool sendHeldLocked() noexcept;
     Slot* findLocked(std::uint64_t id) noexcept;
@@ -96,8 +132,15 @@ private:
     std::vector<std::uint32_t> free_;
     std::uint32_t oneShots_ = 0;  // sent
     std::uint32_t streams_ = 0;
-    std::deque<std::uint64_t> held_;  // the ids of one-shot requests that wait for room, oldest first
-    std::size_t heldBytes_ = 0;
+    std::unordered_map<const Account*, Share> accounts_;
+    Share* lastShare_ = nullptr;  // the one that was looked up last
+    Share* turn_ = nullptr;       // of those of which requests are held, the one whose turn is next
+    std::size_t waiting_ = 0;     // how many those are
+    bool queueWasFull_ = false;   // when a request was held last, or held ones were sent
+    FairShare oneShotShares_;
+    FairShare streamShares_;
+    FairShare heldShares_;
+    FairShare heldByteShares_;
     std::uint64_t deliveringLast_ = 0;  // the request of which the handler has its last value just now; 0 if cancelled meanwhile
     bool ready_ = false;
     bool hasAnswered_ = false;                               // of the thread that reads

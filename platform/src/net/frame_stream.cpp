@@ -12,8 +12,9 @@
 // Writing. Whoever has something to say appends whole frames to the queue under the lock and commits; how they are sent is the
 // queue's affair. What the kernel does not take stays there, and the loop that reads is asked to say when there is room.
 //
-// A peer that does not read is bounded thrice: above `slowBytes` streams keep only their newest value (the derived class's
-// doing), above the soft limit its own requests are no longer read, above the hard limit it is cut. A provider's answers are read
+// A peer that does not read is bounded thrice: above `conflationBytes` streams keep only their newest value, and requests wait
+// (the derived classes' doing), above the soft limit its own requests are no longer read, above the hard limit, or above its
+// share of what all clients may leave unread, it is cut. A provider's answers are read
 // in any case: if both ends waited for the other to read first, neither would ever.
 //
 // Reading. One large receive into the loop's own buffer; whole frames are handled where they lie, and only the part of a frame at
@@ -51,8 +52,14 @@ bool readPeer(int fd, Peer& peer) noexcept {
     return true;
 }
 
-FrameStream::FrameStream(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters)
-    : limits_{limits}, counters_{counters}, peer_{std::move(peer)}, socket_{std::move(socket)}, place_{socket_.get()} {}
+FrameStream::FrameStream(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
+                         std::shared_ptr<Shares> shares)
+    : limits_{limits},
+      counters_{counters},
+      peer_{std::move(peer)},
+      shares_{std::move(shares)},
+      socket_{std::move(socket)},
+      place_{socket_.get()} {}
 
 FrameStream::~FrameStream() = default;
 
@@ -149,13 +156,23 @@ void FrameStream::close(const char* why) noexcept {
     }
     shutDown();
     handleClosed(why);
-    const std::lock_guard lock{mutex_};
+    std::unique_lock lock{mutex_};
+    settledQueueLocked(lock).clear();
+    if (shares_) shares_->unreadBytes.change(std::exchange(charged_, 0), 0);
     over_ = true;
     changed_.notify_all();
 }
 
-void FrameStream::commit() {
-    if (Loop* const current = Loop::current()) {
+void FrameStream::nameLocked(std::string_view application) {
+    constexpr unsigned char continuation = 0x80;
+    std::size_t size = std::min<std::size_t>(application.size(), limits_.nameBytes);
+    while (size > 0 && size < application.size() && (static_cast<unsigned char>(application[size]) & 0xc0U) == continuation)
+        --size;
+    peer_.application = application.substr(0, size);
+}
+
+void FrameStream::commit(bool isMuch) {
+    if (Loop* const current = isMuch ? nullptr : Loop::current(); current != nullptr) {
         if (!current->isFlushDue(*this)) current->flushLater(shared_from_this());
     } else {
         flush();
@@ -172,18 +189,13 @@ void FrameStream::flush() {
     }
 }
 
-std::uint64_t FrameStream::takenLocked(std::unique_lock<std::mutex>& lock) {
-    queue_.awaitSender(lock);
-    return queue_.taken();
-}
-
 void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
     queue_.beginSending();
     while (queue_.send(lock, socket_.get(), closed_) && drainLocked() && queue_.size() > 0) {
     }
     queue_.endSending();
     if (queue_.size() == 0) {
-        queue_.shrink(slowBytes);
+        queue_.shrink(limits_.conflationBytes);
         if (inputEnded_ && !closed_ && owesNothingLocked()) {
             endWanted_ = "the peer has ended its side, and has all that it asked for";
             place_.loopLocked()->post([self = shared_from_this()]() noexcept { self->follow(); });
@@ -204,12 +216,22 @@ bool FrameStream::drainLocked() noexcept {
     }
 }
 
+// Whether that is more than one peer may leave unread, or one client of all. Charges it to the client.
+bool FrameStream::leavesTooMuchLocked() {
+    const std::size_t unread = queue_.isBlocked() ? queuedLocked() + keptBytes_ : 0;
+    if (unread == charged_ || !shares_) return unread > limits_.queuedHardBytes;
+    const bool isTooMuch =
+        unread > limits_.queuedHardBytes || (unread > charged_ && !shares_->unreadBytes.admits(charged_, unread - charged_));
+    shares_->unreadBytes.change(std::exchange(charged_, unread), unread);
+    return isTooMuch;
+}
+
 // Holds the peer to what it may leave unread.
 void FrameStream::boundLocked() {
-    if (queue_.isBlocked() && !cut_ && queuedLocked() > limits_.queuedHardBytes) {
+    if (!cut_ && leavesTooMuchLocked()) {
         cut_ = true;
         ++counters_.slowPeersCut;
-        tracing::logCV(channel, 3, "%s cut: it left %zu bytes unread", peer_.toString().c_str(), queuedLocked());
+        tracing::logCV(channel, 3, "%s cut: it left %zu bytes unread", peer_.toString().c_str(), queuedLocked() + keptBytes_);
         shutDown();
     }
     watchLocked();
@@ -327,13 +349,8 @@ std::size_t FrameStream::handleFrames(std::span<const std::uint8_t> bytes, bool 
             used += wire::headerSize + header.bodyLength;
         }
         if (wrong != nullptr) {
-            static tracing::RateLimit limit{5};
             ++counters_.malformedPeers;
-            std::uint64_t held = 0;
-            if (limit.admit(held)) {
-                tracing::logCV(channel, 3, "%s sent a malformed frame: %s; connection closed (%llu such lines held back)",
-                               peer_.toString().c_str(), wrong, static_cast<unsigned long long>(held));
-            }
+            tracing::logCV(channel, 3, "%s sent a malformed frame: %s; connection closed", peer_.toString().c_str(), wrong);
             close(wrong);
             return bytes.size();
         }

@@ -10,10 +10,12 @@
 #include <mutex>
 #include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kelo/limits.h"
 #include "net/descriptor.h"
+#include "net/fair_share.h"
 #include "net/loop.h"
 #include "net/reading_place.h"
 #include "net/send_queue.h"
@@ -66,7 +68,8 @@ public:
     const Peer& peer() const noexcept { return peer_; }
 
 protected:
-    FrameStream(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters);
+    // `shares`: where a client is charged for what it leaves unread; null for a peer that is none.
+    FrameStream(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters, std::shared_ptr<Shares> shares);
     ~FrameStream() override;
 
     // One frame; null when it was in order, else what is wrong, which ends the connection. Thread: the loop's, no lock held.
@@ -88,14 +91,19 @@ protected:
     // The buffer to append frames to; after appending, and with the lock released, call `commit`.
     util::ByteBufferWriter& outLocked() noexcept { return queue_.out(); }
     // Sees to it that what was appended is written: at the end of the loop's drain on a loop's thread, at once on another.
-    void commit();
+    // `isMuch`: so much is queued that it must not become more before the kernel has been asked.
+    void commit(bool isMuch = false);
+    bool isMuchLocked() const noexcept { return queuedLocked() + keptBytes_ > limits_.queuedSoftBytes; }
     std::size_t queuedLocked() const noexcept { return queue_.size(); }
     bool isClosedLocked() const noexcept { return closed_ || cut_; }
-    // Bytes appended since the connection began.
-    std::uint64_t appendedLocked() const noexcept { return queue_.appended(); }
-    // Of these, the bytes that the kernel took. What another thread is just handing to it counts as soon as that knows.
-    std::uint64_t takenLocked(std::unique_lock<std::mutex>& lock);
-    bool isSlowLocked() const noexcept { return queuedLocked() > slowBytes; }
+    // The queue with no thread sending: what it does not have any more is with the kernel. Lets go of the lock if it has to wait.
+    SendQueue& settledQueueLocked(std::unique_lock<std::mutex>& lock) {
+        queue_.awaitSender(lock);
+        return queue_;
+    }
+    bool isSlowLocked() const noexcept { return queuedLocked() > limits_.conflationBytes; }
+    // What the peer calls itself, which goes into log lines and names its requests: cut to what is kept.
+    void nameLocked(std::string_view application);
     // The loop that reads. Thread: that loop's, or any with the lock held.
     Loop& loop() noexcept { return place_.loop(); }
 
@@ -103,10 +111,10 @@ protected:
     const Limits limits_;
     runtime::Counters& counters_;
     Peer peer_;
+    const std::shared_ptr<Shares> shares_;
+    std::size_t keptBytes_ = 0;  // beside the queue, for the peer to read; guarded by mutex_
 
 private:
-    static constexpr std::size_t slowBytes = std::size_t{64} * 1024U;
-
     void serve(std::uint32_t events);
     void receive(bool isHungUp);
     void follow() noexcept;
@@ -119,6 +127,7 @@ private:
     void sendQueuedLocked(std::unique_lock<std::mutex>& lock);
     bool drainLocked() noexcept;
     void boundLocked();
+    bool leavesTooMuchLocked();
     void watchLocked();
     std::uint32_t wantedEventsLocked() const noexcept;
 
@@ -129,6 +138,7 @@ private:
     // Guarded by mutex_:
     SendQueue queue_;
     std::condition_variable changed_;   // the loop was left, or the connection is over
+    std::size_t charged_ = 0;           // of what the peer leaves unread
     std::atomic<bool> paused_ = false;  // not reading; written with the mutex held
     bool closed_ = false;               // written by the loop's thread alone
     bool cut_ = false;

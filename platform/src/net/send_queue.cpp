@@ -4,10 +4,15 @@
 
 #include <cerrno>
 
+#include "wire/frame.h"
+
 // Whoever has something to say appends whole frames to `out_` under the lock. One thread at a time is in the system call: it
 // swaps `out_` against the empty `sending_` and sends without the lock, so that others go on appending; when it comes back it
 // sends what has gathered meanwhile. So frames are never interleaved, no thread waits for another's system call, and a burst
 // becomes few large sends. What the kernel does not take stays in `sending_`.
+//
+// Both buffers begin with a frame, so that a request that is still here can be found by walking from frame to frame. That is only
+// done when a request ends before its time and something is unsent, and costs the others nothing.
 
 namespace kelo::net {
 
@@ -36,7 +41,6 @@ bool SendQueue::send(std::unique_lock<std::mutex>& lock, int fd, const bool& isO
         lock.lock();
         if (sent > 0) {
             offset_ += static_cast<std::size_t>(sent);
-            taken_ += static_cast<std::uint64_t>(sent);
             continue;
         }
         if (error == EINTR) continue;
@@ -45,6 +49,26 @@ bool SendQueue::send(std::unique_lock<std::mutex>& lock, int fd, const bool& isO
         break;
     }
     return false;
+}
+
+bool SendQueue::findRequest(const util::ByteBufferWriter& buffer, std::size_t at, std::size_t begin, Found& found) noexcept {
+    while (at < buffer.size()) {
+        wire::FrameHeader header;
+        if (wire::readHeader(buffer.bytes().subspan(at), header) != nullptr) return false;  // never: it is of our own writing
+        const std::size_t size = wire::headerSize + header.bodyLength;
+        if (header.type == wire::FrameType::request && at + size > begin) {
+            found = {header.requestId, at, size};
+            return true;
+        }
+        at += size;
+    }
+    return false;
+}
+
+void SendQueue::clear() {
+    sending_ = util::ByteBufferWriter{};
+    out_ = util::ByteBufferWriter{};
+    offset_ = 0;
 }
 
 void SendQueue::shrink(std::size_t kept) {

@@ -15,7 +15,7 @@
 //
 // A stream's values are states, of which only the newest matters. While a peer is slow, a new value replaces the one that waits
 // for it, so that a peer that never reads costs one value a stream, and one that resumes gets what is true now. One-shot and
-// terminal answers always go out.
+// terminal answers always go out. What is kept counts against what the client may leave unread, as what is queued does.
 //
 // A client that ends its side, having asked all that it wants to know, gets one answer to each request that has had none: streams
 // become one-shot requests, or are completed if they have had a value. With the last answer the connection ends, or when a
@@ -31,6 +31,19 @@ namespace {
 const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::string_view platformRoot = "/$platform/";
+
+// Counts the memory that a buffer takes, whatever becomes of it in this scope.
+class Tally {
+public:
+    Tally(std::size_t& sum, const util::ByteBufferWriter& buffer) : sum_{sum}, buffer_{buffer} { sum_ -= buffer_.capacity(); }
+    Tally(const Tally&) = delete;
+    Tally& operator=(const Tally&) = delete;
+    ~Tally() { sum_ += buffer_.capacity(); }
+
+private:
+    std::size_t& sum_;
+    const util::ByteBufferWriter& buffer_;
+};
 
 class Responder final : public IResponder, public util::Pooled {
 public:
@@ -53,6 +66,7 @@ public:
     }
     void error(const Response& response) override { connection_->terminate(id_, wire::FrameType::error, &response); }
     void completed() override { connection_->terminate(id_, wire::FrameType::completed, nullptr); }
+    Account* account() const noexcept override { return &connection_->account(); }
 
 private:
     const std::shared_ptr<ServerConnection> connection_;
@@ -64,7 +78,9 @@ private:
 
 ServerConnection::ServerConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
                                    std::shared_ptr<const Service> service)
-    : FrameStream{std::move(socket), std::move(peer), limits, counters}, service_{std::move(service)} {
+    : FrameStream{std::move(socket), std::move(peer), limits, counters, service->shares},
+      service_{std::move(service)},
+      account_{std::make_shared<Account>(peer_.pid, peer_.uid)} {
     ++counters_.connectionsAccepted;
     ++counters_.connectionsOpen;
 }
@@ -77,9 +93,9 @@ void ServerConnection::expectHello() {
     patience_->arm(Clock::now() + limits_.handshake);
 }
 
-std::size_t ServerConnection::openRequests() const {
+ServerConnection::Usage ServerConnection::usage() const {
     const std::lock_guard lock{mutex_};
-    return requests_.size();
+    return {peer_, oneShots_, streams_, queuedLocked(), keptBytes_, account_->heldRequests, account_->heldBytes};
 }
 
 const char* ServerConnection::handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) {
@@ -104,10 +120,10 @@ const char* ServerConnection::handleHello(std::span<const std::uint8_t> body) {
     if (hello.version != wire::protocolVersion) return "another version of the protocol";
     if (hello.servicePath != service_->path) return "a hello to another service";
     patience_.reset();
-    peerClientId_ = hello.application.empty() ? "unnamed" : hello.application;
     {
         const std::lock_guard lock{mutex_};
-        peer_.application = hello.application;
+        nameLocked(hello.application);
+        peerClientId_ = peer_.application.empty() ? "unnamed" : peer_.application;
         ready_ = true;
         wire::appendHello(outLocked(), {wire::protocolVersion, service_->application, {}, service_->mimeTypes});
     }
@@ -119,30 +135,44 @@ const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std
     if (const char* wrong = wire::readRequest(body, peerClientId_, request_, requestFields_)) return wrong;
     request_.setOneShot((header.flags & wire::flagOneShot) != 0);
     const std::uint64_t id = header.requestId;
-    bool refused = false;
+    const bool isNameTooLong = request_.clientId().size() > limits_.nameBytes;
+    const char* refusal = isNameTooLong ? "the client id is longer than it may be" : nullptr;
     {
         const std::lock_guard lock{mutex_};
         noteDispatchedLocked();
-        if (request_.isOneShot() ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams) {
+        if (refusal == nullptr) refusal = refusalLocked();
+        if (refusal != nullptr) {
             if (requests_.find(id) != nullptr) return "a request id used twice";
-            refused = true;
             ++counters_.requestsRefused;
             wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
-                                 Response::createErrorResponse(503, service_->path + ": too many requests in flight"));
+                                 Response::createErrorResponse(isNameTooLong ? 400 : 503, service_->path + ": " + refusal));
         } else {
             Open* const open = requests_.put(id, std::make_unique<Open>());
             if (open == nullptr) return "a request id used twice";
             open->oneShot = request_.isOneShot();
             ++(open->oneShot ? oneShots_ : streams_);
+            shares_->openRequests.change(requests_.size() - 1, requests_.size());
             ++counters_.requestsAccepted;
         }
     }
-    if (refused) {
+    if (refusal != nullptr) {
         commit();
     } else {
         dispatch(id);
     }
+    if (body.size() > limits_.conflationBytes) {
+        request_ = Request{};  // its texts would keep what this one needed
+        requestFields_.forget();
+    }
     return nullptr;
+}
+
+// What keeps the request that has been read from being accepted; null: nothing.
+const char* ServerConnection::refusalLocked() const {
+    if (isReserved_ && !request_.path().starts_with(platformRoot)) return "too many clients are connected, request not sent";
+    const bool isFull = request_.isOneShot() ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams;
+    return isFull || !shares_->openRequests.admits(requests_.size(), 1) ? "too many requests in flight, request not sent"
+                                                                        : nullptr;
 }
 
 void ServerConnection::dispatch(std::uint64_t id) {
@@ -191,8 +221,7 @@ void ServerConnection::handleCancel(std::uint64_t id) {
             return;
         }
         open->cancelled = true;
-        open->waiting = false;
-        open->latest = util::ByteBufferWriter{};
+        dropLatestLocked(*open);
         handler = open->handler;
         handle = open->handle;
     }
@@ -202,6 +231,7 @@ void ServerConnection::handleCancel(std::uint64_t id) {
 
 ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response& response) {
     bool last = false;
+    bool isMuch = false;
     {
         const std::lock_guard lock{mutex_};
         Open* const open = answerableLocked(id);
@@ -209,31 +239,31 @@ ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response&
         last = open->oneShot;
         open->answered = true;
         if (!last && isSlowLocked()) {
+            const Tally tally{keptBytes_, open->latest};
             open->latest.clear();
-            if (appendAnswerLocked(open->latest, wire::FrameType::next, 0, id, response)) {
-                if (open->waiting) {
-                    ++counters_.valuesConflated;
-                } else {
-                    waiting_.push_back(id);
-                    open->waiting = true;
-                }
-                return Taken::andMoreWanted;
+            last = !appendAnswerLocked(open->latest, wire::FrameType::next, 0, id, response);
+            if (last) {
+                outLocked().write(open->latest.bytes());  // the error in its stead
+            } else if (std::exchange(open->waiting, true)) {
+                ++counters_.valuesConflated;
+            } else {
+                waiting_.push_back(id);
             }
-            outLocked().write(open->latest.bytes());  // the error in its stead
-            last = true;
         } else {
-            open->waiting = false;  // what waited is older than this
+            if (open->waiting) dropLatestLocked(*open);  // it is older than this
             last =
                 !appendAnswerLocked(outLocked(), wire::FrameType::next, last ? wire::flagEnd : std::uint8_t{0}, id, response) ||
                 last;
         }
         if (last) eraseLocked(id);
+        isMuch = isMuchLocked();
     }
-    commit();
+    commit(isMuch);
     return last ? Taken::asTheLast : Taken::andMoreWanted;
 }
 
 void ServerConnection::terminate(std::uint64_t id, wire::FrameType type, const Response* response) {
+    bool isMuch = false;
     {
         const std::lock_guard lock{mutex_};
         Open* const open = answerableLocked(id);
@@ -246,8 +276,9 @@ void ServerConnection::terminate(std::uint64_t id, wire::FrameType type, const R
             wire::appendBare(out, type, id);
         }
         eraseLocked(id);
+        isMuch = isMuchLocked();
     }
-    commit();
+    commit(isMuch);
 }
 
 void ServerConnection::abandon(std::uint64_t id) {
@@ -259,7 +290,7 @@ void ServerConnection::abandon(std::uint64_t id) {
         if (!silent) {
             ++counters_.answeredByNobody;
             wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
-                                 Response::createErrorResponse(503, service_->path + ": no answer"));
+                                 Response::createErrorResponse(503, service_->path + ": no answer, outcome unknown"));
         }
         eraseLocked(id);
         if (silent) return;
@@ -281,12 +312,8 @@ bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::Fra
     const std::size_t size = out.size() - before - wire::headerSize;
     if (size <= limits_.frameBytes) return true;
     out.truncate(before);
-    static tracing::RateLimit limit{5};
-    std::uint64_t held = 0;
-    if (limit.admit(held)) {
-        tracing::logCV(channel, 4, "%s: an answer of %zu bytes to %s is larger than a frame may be (%llu such lines held back)",
-                       service_->path.c_str(), size, peer_.toString().c_str(), static_cast<unsigned long long>(held));
-    }
+    tracing::logCV(channel, 4, "%s: an answer of %zu bytes to %s is larger than a frame may be", service_->path.c_str(), size,
+                   peer_.toString().c_str());
     wire::appendResponse(
         out, wire::FrameType::error, 0, id,
         Response::createErrorResponse(500, service_->path + ": the answer of " + std::to_string(size) +
@@ -296,8 +323,16 @@ bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::Fra
 
 void ServerConnection::eraseLocked(std::uint64_t id) {
     const auto over = requests_.take(id);
+    if (over->latest.capacity() > 0) dropLatestLocked(*over);
+    shares_->openRequests.change(requests_.size() + 1, requests_.size());
     --(over->oneShot ? oneShots_ : streams_);
     if (owed_ > 0 && !over->cancelled) --owed_;
+}
+
+void ServerConnection::dropLatestLocked(Open& open) {
+    open.waiting = false;
+    const Tally tally{keptBytes_, open.latest};
+    open.latest = util::ByteBufferWriter{};
 }
 
 void ServerConnection::handleDrainedLocked() {
@@ -305,9 +340,8 @@ void ServerConnection::handleDrainedLocked() {
     for (; written < waiting_.size() && !isSlowLocked(); ++written) {
         Open* const open = requests_.find(waiting_[written]);
         if (open == nullptr || !open->waiting) continue;
-        open->waiting = false;
         outLocked().write(open->latest.bytes());
-        open->latest = util::ByteBufferWriter{};
+        dropLatestLocked(*open);
     }
     waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(written));
 }
@@ -357,7 +391,7 @@ void ServerConnection::handleClosed(const char* /*why*/) {
         requests_.forEach([&](std::uint64_t, Open& request) {
             if (!request.cancelled && request.handle != nullptr) open.emplace_back(request.handler, request.handle);
             request.cancelled = true;
-            request.latest = util::ByteBufferWriter{};
+            dropLatestLocked(request);
         });
     }
     counters_.cancelled += open.size();

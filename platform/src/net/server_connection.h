@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "kelo/account.h"
 #include "kelo/composed_service.h"
 #include "kelo/resource_handler.h"
 #include "net/frame_stream.h"
@@ -25,6 +26,7 @@ public:
         std::string application;
         std::string mimeTypes;  // in order of preference, divided by commas
         SimpleComposedKeloService* handlers = nullptr;
+        std::shared_ptr<Shares> shares;  // of the process, for all its clients
         // Answers what the runtime itself serves below "/$platform". Thread: the loop that reads.
         std::function<void(const Request&, IResponder&)> platform;
         // Thread: the loop that reads.
@@ -37,9 +39,26 @@ public:
     // Begins to wait for the hello. After `start`, on the loop's thread.
     void expectHello();
 
-    std::size_t openRequests() const;
+    // Whether it has said hello. Thread: the loop that reads, as for the next two.
+    bool hasGreeted() const noexcept { return ready_; }
+    // One that is reserved is for questions about the process itself; anything else is refused until it is admitted.
+    bool isReserved() const noexcept { return isReserved_; }
+    void setReserved(bool isReserved) noexcept { isReserved_ = isReserved; }
 
-    // Answers request `id`; for its responder. `next` is true when nothing further is wanted.
+    // What the client has at a moment. Thread: any (a value).
+    struct Usage {
+        Peer peer;
+        std::size_t requests = 0;  // one-shot
+        std::size_t streams = 0;
+        std::size_t queuedBytes = 0;
+        std::size_t keptBytes = 0;
+        std::size_t heldRequests = 0;
+        std::size_t heldBytes = 0;
+    };
+    Usage usage() const;
+    Account& account() const noexcept { return *account_; }
+
+    // Answers request `id`; for its responder.
     // What became of a value.
     enum class Taken : std::uint8_t { andMoreWanted, asTheLast, unwanted };
     Taken next(std::uint64_t id, const Response& response);
@@ -72,16 +91,20 @@ private:
 
     Open* answerableLocked(std::uint64_t id);
     void noteDispatchedLocked();
+    const char* refusalLocked() const;
+    void dropLatestLocked(Open& open);
     bool appendAnswerLocked(util::ByteBufferWriter& out, wire::FrameType type, std::uint8_t flags, std::uint64_t id,
                             const Response& response);
     void eraseLocked(std::uint64_t id);
 
     const std::shared_ptr<const Service> service_;
+    const std::shared_ptr<Account> account_;
     // Of the loop's thread alone:
     std::string peerClientId_;  // the trace id of a peer whose requests name none
     Request request_;           // reused, its payload borrows from the frame
     wire::LastFields requestFields_;
     std::optional<Timer> patience_;  // with a client that has not said hello, or that waits for its last answers
+    bool isReserved_ = false;
     // The request that was handed to its handler last, with what it is to be cancelled by; not yet in the table.
     struct Dispatched {
         std::uint64_t id = 0;

@@ -1,10 +1,12 @@
 // What the parts of one runtime share.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "kelo/limits.h"
 #include "net/descriptor.h"
+#include "net/fair_share.h"
 #include "net/loop.h"
 #include "runtime/counters.h"
 
@@ -18,6 +20,7 @@ struct Context {
     std::string mimeTypes;  // this process's, in order of preference, divided by commas
     Limits limits;
     Counters& counters;
+    std::shared_ptr<net::Shares> shares;  // of all clients of the process
     // The directory, open and found safe; empty while there is none that is. Everything in it is reached through this, never by
     // the directory's name, which may lead elsewhere by then. Thread: the runtime's.
     net::Descriptor domain{};

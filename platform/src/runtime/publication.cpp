@@ -32,6 +32,10 @@
 // and we publish anew, lock included, since the old lock may have lost its name too; not at once, since whoever is removing a
 // directory would find it never empty.
 //
+// Connections are few, so a peer that comes when all are taken displaces one that has not said hello. If all have, there are some
+// in reserve, so that the process can be asked what is the matter; they may ask nothing else until another one goes, and the
+// oldest of them makes room for the next.
+//
 // A process that has no descriptor left for a peer stops listening, rather than being woken for ever by a queue that it cannot
 // take from, and begins again when one of its connections has closed, or after a while.
 
@@ -85,9 +89,11 @@ Publication::Publication(Context& context, std::string servicePath, SimpleCompos
     service_->application = context.applicationName;
     service_->mimeTypes = context.mimeTypes;
     service_->handlers = &handlers;
+    service_->shares = context.shares;
     service_->platform = std::move(platform);
     service_->closed = [this](net::ServerConnection& connection) {
         std::erase(connections_, &connection);
+        admitReserved();
         if (listener_ && !listener_->listening) acceptAgain_.arm(net::Clock::now());
     };
     info_.servicePath = service_->path;
@@ -99,10 +105,11 @@ Publication::Publication(Context& context, std::string servicePath, SimpleCompos
 
 Publication::~Publication() = default;
 
-std::size_t Publication::openRequests() const {
-    std::size_t open = 0;
-    for (const auto* connection : connections_) open += connection->openRequests();
-    return open;
+std::vector<net::ServerConnection::Usage> Publication::usage() const {
+    std::vector<net::ServerConnection::Usage> all;
+    all.reserve(connections_.size());
+    for (const auto* connection : connections_) all.push_back(connection->usage());
+    return all;
 }
 
 void Publication::begin() {
@@ -218,7 +225,8 @@ void Publication::end() {
 void Publication::accept() {
     if (!listener_) return;
     const auto listener = listener_;
-    for (;;) {
+    // Those that are here already are heard before many others come.
+    for (std::uint32_t count = 0; count < context_.limits.framesPerWakeUp; ++count) {
         net::Descriptor socket{::accept4(listener->fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
         if (!socket) {
             if (errno == EINTR || errno == ECONNABORTED) continue;
@@ -233,16 +241,11 @@ void Publication::accept() {
         net::Peer peer;
         const bool known = net::readPeer(socket.get(), peer);
         const bool trusted = known && (peer.uid == ::geteuid() || peer.uid == 0);
-        if (!trusted || context_.counters.connectionsOpen >= context_.limits.connections) {
-            static tracing::RateLimit limit{5};
-            std::uint64_t held = 0;
+        if (!trusted || !makeRoom()) {
             ++context_.counters.peersRefused;
-            if (limit.admit(held)) {
-                tracing::logCV(channel, 3, "%s: connection of %s (uid %u) refused: %s (%llu such lines held back)",
-                               service_->path.c_str(), peer.toString().c_str(), peer.uid,
-                               trusted ? "as many connections as the limit allows" : "neither our uid nor root",
-                               static_cast<unsigned long long>(held));
-            }
+            tracing::logCV(channel, 3, "%s: connection of %s (uid %u) refused: %s", service_->path.c_str(),
+                           peer.toString().c_str(), peer.uid,
+                           trusted ? "as many connections as the limit allows" : "neither our uid nor root");
             continue;
         }
         serve(std::move(socket), std::move(peer));
@@ -252,6 +255,36 @@ void Publication::accept() {
     if (!listener->listening) acceptAgain_.arm(net::Clock::now() + acceptPause);
 }
 
+// For one more connection. False when everything is taken, by other services of the process.
+bool Publication::makeRoom() {
+    const auto& limits = context_.limits;
+    if (context_.counters.connectionsOpen < limits.connections) return true;
+    const auto isSilent = [](const net::ServerConnection& connection) { return !connection.hasGreeted(); };
+    const auto isReserved = [](const net::ServerConnection& connection) { return connection.isReserved(); };
+    return endOldest(isSilent, "it has not said hello, and others wait") ||
+           context_.counters.connectionsOpen < limits.connections + limits.reservedConnections ||
+           endOldest(isReserved, "as many connections as the limit allows");
+}
+
+bool Publication::endOldest(bool (*isMeant)(const net::ServerConnection&), const char* why) {
+    const auto oldest = std::find_if(connections_.begin(), connections_.end(),
+                                     [isMeant](const net::ServerConnection* connection) { return isMeant(*connection); });
+    if (oldest == connections_.end()) return false;
+    ++context_.counters.peersRefused;
+    tracing::logCV(channel, 3, "%s: connection of %s ended: %s", service_->path.c_str(), (*oldest)->peer().toString().c_str(),
+                   why);
+    (*oldest)->close(why);
+    return true;
+}
+
+// One that could only ask about the process takes the place of another that has gone.
+void Publication::admitReserved() {
+    const auto isReserved = [](const net::ServerConnection* connection) { return connection->isReserved(); };
+    const auto first = std::find_if(connections_.begin(), connections_.end(), isReserved);
+    const auto reserved = static_cast<std::uint64_t>(std::count_if(first, connections_.end(), isReserved));
+    if (reserved > 0 && context_.counters.connectionsOpen - reserved < context_.limits.connections) (*first)->setReserved(false);
+}
+
 void Publication::serve(net::Descriptor socket, net::Peer peer) {
     std::shared_ptr<net::ServerConnection> connection;
     try {
@@ -259,6 +292,7 @@ void Publication::serve(net::Descriptor socket, net::Peer peer) {
         connection = std::make_shared<net::ServerConnection>(std::move(socket), std::move(peer), context_.limits,
                                                              context_.counters, service_);
         connections_.push_back(connection.get());
+        connection->setReserved(context_.counters.connectionsOpen > context_.limits.connections);
         if (!connection->start(context_.loop)) {
             connection->close("no room in the event loop");
             return;

@@ -26,8 +26,8 @@ public:
     const std::string& servicePath() const noexcept { return service_->path; }
     const std::string& fileName() const noexcept { return fileName_; }
     bool isPublished() const noexcept { return listener_ != nullptr; }
-    std::size_t connections() const noexcept { return connections_.size(); }
-    std::size_t openRequests() const;
+    // Of each client, in the order in which they connected.
+    std::vector<net::ServerConnection::Usage> usage() const;
 
     // Claims the path and publishes; goes on trying for as long as that fails.
     void begin();
@@ -44,6 +44,9 @@ private:
     bool isShown() const;
     void withdraw();
     void accept();
+    bool makeRoom();
+    bool endOldest(bool (*isMeant)(const net::ServerConnection&), const char* why);
+    void admitReserved();
     void serve(net::Descriptor socket, net::Peer peer);
     void retryLater(std::chrono::milliseconds pause) { retry_.arm(net::Clock::now() + pause); }
     void complain(const std::string& text);
@@ -55,7 +58,7 @@ private:
     net::Descriptor lock_;
     std::shared_ptr<Listener> listener_;
     std::uint64_t shownInode_ = 0;
-    std::vector<net::ServerConnection*> connections_;
+    std::vector<net::ServerConnection*> connections_;  // oldest first
     KeloServiceTrackerInfo info_;
     std::string lastComplaint_;
     net::Timer retry_;

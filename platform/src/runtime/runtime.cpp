@@ -80,8 +80,13 @@ public:
     explicit Runtime(RuntimeOptions options)
         : options_{std::move(options)},
           worker_{std::make_unique<comm::ActiveObject>("kelo.runtime")},
-          context_{worker_->loop(),          domainDirectory(options_), options_.applicationName,
-                   join(options_.mimeTypes), options_.limits,           counters_} {}
+          context_{worker_->loop(),
+                   domainDirectory(options_),
+                   options_.applicationName,
+                   join(options_.mimeTypes),
+                   options_.limits,
+                   counters_,
+                   std::make_shared<net::Shares>(options_.limits)} {}
 
     ~Runtime() override { stop(); }
 
@@ -328,11 +333,10 @@ private:
         status.limits = context_.limits;
         for (const auto& [path, watch] : watches_) {
             status.tracked.push_back(
-                {path, watch->isAlive() ? watch->info() : KeloServiceTrackerInfo{}, watch->isAlive(), watch->pendingRequests()});
+                {path, watch->isAlive() ? watch->info() : KeloServiceTrackerInfo{}, watch->isAlive(), watch->usage()});
         }
         for (const auto& [handle, publication] : publications_) {
-            status.published.push_back({publication->servicePath(), publication->isPublished(), publication->connections(),
-                                        publication->openRequests()});
+            status.published.push_back({publication->servicePath(), publication->isPublished(), publication->usage()});
         }
         answerStatus(status, counters_, request, responder);
     }

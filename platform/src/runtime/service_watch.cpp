@@ -77,8 +77,8 @@ ServiceWatch::ServiceWatch(Context& context, std::string servicePath)
 
 ServiceWatch::~ServiceWatch() = default;
 
-std::size_t ServiceWatch::pendingRequests() const {
-    return connection_ ? connection_->pendingRequests() : 0;
+net::ClientConnection::Usage ServiceWatch::usage() const {
+    return connection_ ? connection_->usage() : net::ClientConnection::Usage{};
 }
 
 void ServiceWatch::addTracker(std::uint64_t handle, IKeloRuntime::IKeloServiceTracker& tracker) {
@@ -136,13 +136,9 @@ void ServiceWatch::attempt() {
     successorMayBeThere_ = false;
     net::Peer peer;
     if (!net::readPeer(socket.get(), peer) || (peer.uid != ::geteuid() && peer.uid != 0)) {
-        static tracing::RateLimit limit{1};
-        std::uint64_t held = 0;
         ++context_.counters.peersRefused;
-        if (limit.admit(held)) {
-            tracing::logCV(channel, 4, "%s is provided by uid %u (pid %d), which is neither ours nor root: not trusted",
-                           servicePath_.c_str(), peer.uid, peer.pid);
-        }
+        tracing::logCV(channel, 4, "%s is provided by uid %u (pid %d), which is neither ours nor root: not trusted",
+                       servicePath_.c_str(), peer.uid, peer.pid);
         retryLater();
         return;
     }
@@ -168,11 +164,7 @@ void ServiceWatch::attempt() {
 }
 
 void ServiceWatch::cannotConnect(const char* why) const {
-    static tracing::RateLimit limit{1};
-    std::uint64_t held = 0;
-    if (!limit.admit(held)) return;
-    tracing::logCV(channel, 4, "%s: cannot connect: %s; trying again (%llu such lines held back)", servicePath_.c_str(), why,
-                   static_cast<unsigned long long>(held));
+    tracing::logCV(channel, 4, "%s: cannot connect: %s; trying again", servicePath_.c_str(), why);
 }
 
 void ServiceWatch::retryLater() {

@@ -46,7 +46,7 @@ public:
     bool isAlive() const noexcept { return alive_; }
     bool isUnused() const noexcept { return trackers_.empty() && resolvers_.empty(); }
     const KeloServiceTrackerInfo& info() const noexcept { return info_; }
-    std::size_t pendingRequests() const;
+    net::ClientConnection::Usage usage() const;
 
     void addTracker(std::uint64_t handle, IKeloRuntime::IKeloServiceTracker& tracker);
     bool removeTracker(std::uint64_t handle);

@@ -77,14 +77,32 @@ void writeTracked(ObjectWriter& object, const Status::Tracked& service) {
         object.number("incarnation", service.info.incarnation);
         object.text("mimeType", getMimeType(service.info));
     }
-    object.number("pendingRequests", service.pendingRequests);
+    object.number("pendingRequests", service.usage.requests);
+    object.number("heldRequests", service.usage.held);
+    object.number("streams", service.usage.streams);
+    object.number("queuedBytes", service.usage.queuedBytes);
+}
+
+void writeClient(ObjectWriter& object, const net::ServerConnection::Usage& client) {
+    object.number("pid", static_cast<std::uint64_t>(client.peer.pid));
+    object.number("uid", client.peer.uid);
+    object.text("application", client.peer.application);
+    object.number("requests", client.requests);
+    object.number("streams", client.streams);
+    object.number("queuedBytes", client.queuedBytes);
+    object.number("keptBytes", client.keptBytes);
+    object.number("heldRequests", client.heldRequests);
+    object.number("heldBytes", client.heldBytes);
 }
 
 void writePublished(ObjectWriter& object, const Status::Published& service) {
     object.text("path", service.path);
     object.flag("reachable", service.reachable);
-    object.number("connections", service.connections);
-    object.number("openRequests", service.openRequests);
+    object.number("connections", service.clients.size());
+    std::size_t open = 0;
+    for (const auto& client : service.clients) open += client.requests + client.streams;
+    object.number("openRequests", open);
+    object.array("clients", service.clients, writeClient);
 }
 
 void writeCounters(ObjectWriter& object, const Counters& counters) {
@@ -113,16 +131,24 @@ void writeGauges(ObjectWriter& object) {
 void writeLimits(ObjectWriter& object, const Limits& limits) {
     const auto milliseconds = [](std::chrono::milliseconds time) { return static_cast<std::uint64_t>(time.count()); };
     object.number("frameBytes", limits.frameBytes);
+    object.number("nameBytes", limits.nameBytes);
     object.number("oneShotRequests", limits.oneShotRequests);
-    object.number("heldRequests", limits.heldRequests);
     object.number("openStreams", limits.openStreams);
     object.number("parameters", limits.parameters);
     object.number("parameterBytes", limits.parameterBytes);
+    object.number("openRequests", limits.openRequests);
+    object.number("heldRequests", limits.heldRequests);
+    object.number("heldBytes", limits.heldBytes);
+    object.number("conflationBytes", limits.conflationBytes);
     object.number("queuedSoftBytes", limits.queuedSoftBytes);
     object.number("queuedHardBytes", limits.queuedHardBytes);
+    object.number("unreadBytes", limits.unreadBytes);
+    object.number("incompleteBytes", limits.incompleteBytes);
     object.number("connections", limits.connections);
+    object.number("reservedConnections", limits.reservedConnections);
     object.number("framesPerWakeUp", limits.framesPerWakeUp);
     object.number("handshakeMilliseconds", milliseconds(limits.handshake));
+    object.number("incompleteFrameMilliseconds", milliseconds(limits.incompleteFrame));
     object.number("requestDeadlineMilliseconds", milliseconds(limits.requestDeadline));
 }
 

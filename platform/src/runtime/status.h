@@ -8,6 +8,8 @@
 #include "kelo/limits.h"
 #include "kelo/resource_handler.h"
 #include "kelo/runtime/kelo_runtime.h"
+#include "net/client_connection.h"
+#include "net/server_connection.h"
 #include "runtime/counters.h"
 
 namespace kelo::runtime {
@@ -18,13 +20,12 @@ struct Status {
         std::string path;
         KeloServiceTrackerInfo info;
         bool alive;
-        std::size_t pendingRequests;
+        net::ClientConnection::Usage usage;
     };
     struct Published {
         std::string path;
         bool reachable;
-        std::size_t connections;
-        std::size_t openRequests;
+        std::vector<net::ServerConnection::Usage> clients;
     };
 
     std::string application;

@@ -2,6 +2,9 @@
 // road, so a line costs its formatting and two system calls, and is out when the call returns. Standard error that cannot take a
 // line at once (a pipe whose reader is stuck) loses it; the next line that gets through says how many were lost.
 //
+// How many lines of a kind there were lately is counted in a table that is never cleared while the process runs: there are about
+// a hundred kinds, each a literal somewhere in the program, and whoever comes when the table is full shares an entry.
+//
 // Channels are made during static initialisation, in any order, so everything that they touch is constant-initialised.
 //
 // A sink replaces standard error. It is called without the lock held; a count of the calls that are under way lets setSink wait
@@ -13,14 +16,18 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <charconv>
 #include <condition_variable>
 #include <cstdarg>
+#include <cstddef>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <functional>
 #include <mutex>
 #include <string_view>
 
@@ -118,6 +125,49 @@ void appendTime(util::LineBuffer& line) noexcept {
     line.append({fraction, sizeof fraction});
 }
 
+// --- Limits ---
+
+// Lines of one kind in the present second.
+struct LineCount {
+    std::atomic<const char*> kind{nullptr};
+    std::atomic<std::int64_t> second{-1};
+    std::atomic<std::uint32_t> inSecond{0};
+    std::atomic<std::uint64_t> held{0};
+};
+constinit std::array<LineCount, 256> lineCounts;
+
+LineCount& countOf(const char* kind) noexcept {
+    constexpr unsigned tries = 8;
+    const std::size_t home = std::hash<const char*>{}(kind) / alignof(std::max_align_t);
+    for (unsigned i = 0; i < tries; ++i) {
+        LineCount& count = lineCounts[(home + i) % lineCounts.size()];
+        const char* present = count.kind.load(std::memory_order_relaxed);
+        if (present == nullptr && count.kind.compare_exchange_strong(present, kind, std::memory_order_relaxed)) return count;
+        if (present == kind) return count;
+    }
+    return lineCounts[home % lineCounts.size()];
+}
+
+// Whether the line may be written; `held` is then the number of those held back since the last one.
+bool admits(int level, const char* kind, std::uint64_t& held) noexcept {
+    constexpr int ofOthers = 3;
+    held = 0;
+    if (level < ofOthers) return true;
+    timespec now{};
+    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
+    LineCount& count = countOf(kind);
+    std::int64_t second = count.second.load(std::memory_order_relaxed);
+    if (second != now.tv_sec && count.second.compare_exchange_strong(second, now.tv_sec, std::memory_order_relaxed)) {
+        count.inSecond.store(0, std::memory_order_relaxed);
+    }
+    if (count.inSecond.fetch_add(1, std::memory_order_relaxed) < linesPerSecond) {
+        held = count.held.exchange(0, std::memory_order_relaxed);
+        return true;
+    }
+    count.held.fetch_add(1, std::memory_order_relaxed);
+    return false;
+}
+
 void appendLost(util::LineBuffer& line, std::uint64_t lost) noexcept {
     line.append("(");
     line.appendNumber(static_cast<std::int64_t>(lost));
@@ -126,7 +176,14 @@ void appendLost(util::LineBuffer& line, std::uint64_t lost) noexcept {
 
 }  // namespace
 
-void emitLine(const Channel& channel, int level, const char* text) noexcept {
+namespace {
+
+void writeLine(const Channel& channel, int level, std::uint64_t held, const char* text) noexcept {
+    char counted[util::LineBuffer::capacity];
+    if (held != 0) {
+        std::snprintf(counted, sizeof counted, "(%llu such lines held back) %s", static_cast<unsigned long long>(held), text);
+        text = counted;
+    }
     if (hasSink.load(std::memory_order_acquire) && output::toSink(channel.name(), level, text)) return;
     if (!outputEnabled.load(std::memory_order_relaxed)) return;
     util::LineBuffer line;
@@ -142,6 +199,13 @@ void emitLine(const Channel& channel, int level, const char* text) noexcept {
     if (lost != 0) appendLost(line, lost);
     line.appendEscaped(text);
     if (!line.writeTo(STDERR_FILENO)) lostLines.fetch_add(lost + 1, std::memory_order_relaxed);
+}
+
+}  // namespace
+
+void emitLine(const Channel& channel, int level, const char* text) noexcept {
+    std::uint64_t held = 0;
+    if (admits(level, text, held)) writeLine(channel, level, held, text);
 }
 
 void output::setEnabled(bool enabled) noexcept {
@@ -167,33 +231,20 @@ void setSink(Sink sink, void* context) noexcept {
     sinkContext = context;
     hasSink.store(sink != nullptr, std::memory_order_release);
     sinkIdle.wait(lock, [] { return callsUnderWay == 0; });
+    for (LineCount& count : lineCounts) count.second.store(-1, std::memory_order_relaxed);
 }
 
 Channel::Channel(const char* name) noexcept : name_{name}, threshold_{thresholdFor(name)} {}
 
 void logCV(const Channel& channel, int level, const char* format, ...) noexcept {
-    if (!channel.isEnabled(level)) return;
+    std::uint64_t held = 0;
+    if (!channel.isEnabled(level) || !admits(level, format, held)) return;
     char text[util::LineBuffer::capacity];
     std::va_list arguments;
     va_start(arguments, format);
     const int length = std::vsnprintf(text, sizeof text, format, arguments);
     va_end(arguments);
-    emitLine(channel, level, length < 0 ? format : text);
-}
-
-bool RateLimit::admit(std::uint64_t& suppressed) noexcept {
-    timespec now{};
-    clock_gettime(CLOCK_MONOTONIC_COARSE, &now);
-    std::int64_t second = second_.load(std::memory_order_relaxed);
-    if (second != now.tv_sec && second_.compare_exchange_strong(second, now.tv_sec, std::memory_order_relaxed)) {
-        inSecond_.store(0, std::memory_order_relaxed);
-    }
-    if (inSecond_.fetch_add(1, std::memory_order_relaxed) < perSecond_) {
-        suppressed = held_.exchange(0, std::memory_order_relaxed);
-        return true;
-    }
-    held_.fetch_add(1, std::memory_order_relaxed);
-    return false;
+    writeLine(channel, level, held, length < 0 ? format : text);
 }
 
 void Client::flush(bool wait) noexcept {

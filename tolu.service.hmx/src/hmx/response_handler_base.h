@@ -30,6 +30,7 @@ protected:
     void sendError(const Response& response);
     void sendCompleted();
     bool wantsOneValue() const noexcept { return requestInfo_.isOneShot(); }
+    Account* accountOfClient() const noexcept { return responder_->account(); }
 
 private:
     std::unique_ptr<IResponder> responder_;
@@ -58,6 +59,7 @@ public:
     void onError(const Response& response) override { sendError(response); }
     void onCompleted() override { sendCompleted(); }
     bool isOneShot() const override { return wantsOneValue(); }
+    Account* account() const override { return accountOfClient(); }
 };
 
 }  // namespace kelo::hmx
