@@ -212,6 +212,18 @@ TEST_F(Lending, TimersArmedOnTheBorrowedThreadFireOnTheOwnOne) {
     run(borrower_, [&] { timer.reset(); });
 }
 
+TEST_F(Lending, WhatWasCollectedOnTheBorrowedThreadIsWrittenByTheLender) {
+    struct Collected final : kelo::net::Flushable {
+        void flush() override {
+            by.change([](auto& id) { id = std::this_thread::get_id(); });
+        }
+        Watched<std::thread::id> by;
+    };
+    const auto collected = std::make_shared<Collected>();
+    EXPECT_TRUE(runOnLender([&] { borrower_.loop().flushLater(collected); }));
+    EXPECT_TRUE(collected->by.waitFor([&](auto id) { return id == lenderThread_; }));
+}
+
 TEST_F(Lending, WhatAnotherPostsToAWorkerThatIsHeldIsRunAfterwards) {
     for (const bool isWoken : {false, true}) {
         std::promise<void> held;

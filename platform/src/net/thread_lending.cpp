@@ -75,10 +75,10 @@ void ThreadLending::runOnThreadOf(Loop& lender) noexcept {
         threadIsLent = true;
         own_.runTaken();
         own_.removed_.clear();
-        for (auto& flushable : own_.dirty_) lender.flushLater(std::move(flushable));
-        own_.dirty_.clear();
         threadIsLent = false;
         Loop::current_ = outer;
+        for (auto& flushable : own_.dirty_) lender.flushLater(std::move(flushable));
+        own_.dirty_.clear();
     }
     const auto due = own_.earliestDue();
     // To the end under the lock: once that is released, the loop may end.
