@@ -251,6 +251,7 @@ bool moveAndDie(const std::string& directory, std::uint64_t deaths, std::uint64_
     Tally tally;
     bool isRight = true;
     std::uint64_t moves = 0;
+    std::uint64_t lives = 0;
     {
         Resource resource;
         kelo::SimpleComposedKeloService service;
@@ -289,6 +290,7 @@ bool moveAndDie(const std::string& directory, std::uint64_t deaths, std::uint64_
             const std::uint64_t answered = tally.answered;
             isRight = isRight && consumer.waitFor(death + 1, death) &&
                       testing_support::eventually([&] { return tally.answered > answered; });
+            if (isRight) ++lives;
         }
         isOver = true;
         for (auto& thread : threads) thread.join();
@@ -301,8 +303,8 @@ bool moveAndDie(const std::string& directory, std::uint64_t deaths, std::uint64_
         consuming->stop();
         provider->stop();
     }
-    const std::string what = "a provider that dies and a reader that changes leave one end: deaths " + std::to_string(deaths) +
-                             ", moves " + std::to_string(moves);
+    const std::string what = "a provider that dies and a reader that changes leave one end: deaths " + std::to_string(lives) +
+                             " of " + std::to_string(deaths) + ", moves " + std::to_string(moves);
     return report(tally, isRight && moves > 0, what.c_str());
 }
 
