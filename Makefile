@@ -21,49 +21,50 @@ endif
 help: ## Show this list
 	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-9s %s\n' "$$name" "$$text"; done
 
-setup: ## Install the Debian packages that are missing, as root or with sudo
-	@packaging/setup.sh
+setup: ## Install the Debian packages that building and testing need, as root or with sudo
+	@packaging/setup.sh run test
 
-# Ninja notices changed CMake files and new sources by itself, but not changed presets.
-$(BUILD)/build.ninja: CMakePresets.json | setup
-	@cmake --preset $(PRESET) >/dev/null
-	@touch $@
-
-build: setup $(BUILD)/build.ninja ## Build programs and tests into build/release
-	@cmake --build --preset $(PRESET) -j $(JOBS) -- --quiet
+build: ## Build the programs into build/release/bin
+	@packaging/setup.sh run
+	@packaging/build.sh $(PRESET) $(JOBS) programs
 
 run: build ## Start the simulator and the bridge, show a cockpit's resources, run until interrupted
 	@packaging/run.sh $(BUILD)/bin
 
-test: build ## Build and run all tests; with SANITIZE=address or SANITIZE=thread under sanitizers
-	@ctest --preset $(PRESET) -j $(JOBS)
+test: setup ## Build everything and run all tests; with SANITIZE=address or SANITIZE=thread under sanitizers
+	@packaging/build.sh $(PRESET) $(JOBS) all
+	@packaging/test.sh $(PRESET) $(JOBS)
 
-campaign: build ## Hold the programs to what they promise, at most half an hour; CAMPAIGN='--seed N --only NAME' repeats
+campaign: setup ## Hold the programs to what they promise, at most half an hour; CAMPAIGN='--seed N --only NAME' repeats
+	@packaging/build.sh $(PRESET) $(JOBS) hmxcampaign
 	@packaging/campaign.sh $(BUILD) $(JOBS) $(CAMPAIGN)
 
 coverage: setup ## Build for counting, run the tests but for the campaign, tell which lines they have run
-	@cmake --preset coverage >/dev/null
-	@cmake --build --preset coverage -j $(JOBS) -- --quiet
+	@packaging/build.sh coverage $(JOBS) all
 	@find build/coverage -name '*.gcda' -delete
-	@ctest --preset coverage -j $(JOBS) --quiet
+	@packaging/test.sh coverage $(JOBS)
 	@python3 packaging/coverage.py build/coverage
 
-lint: setup $(BUILD)/build.ninja ## Check format, clang-tidy, scripts and the rules of the house; quick where nothing changed
-	@packaging/lint.sh $(BUILD) $(JOBS)
+lint: ## Check format, clang-tidy, scripts and the rules of the house; quick where nothing changed
+	@packaging/setup.sh run test lint
+	@cmake --preset lint >/dev/null
+	@packaging/lint.sh build/lint $(JOBS)
 
-bench: setup ## Measure a request's way through the bridge against a bare relay and against peers
-	@packaging/setup.sh bench_packages.txt || echo "bench: not all packages are there; what needs them is left out"
+bench: ## Measure a request's way through the bridge against a bare relay and against peers
+	@packaging/setup.sh run test
+	@packaging/setup.sh bench || echo "bench: not all packages are there; what needs them is left out"
 	@cmake --preset release -DHMX_BUILD_BENCH=ON >/dev/null
-	@cmake --build --preset release -j $(JOBS) --target benchmarks -- --quiet
+	@packaging/build.sh release $(JOBS) benchmarks
 	@python3 bench/run.py $(BUILD)
 
-fuzz: setup ## Run every fuzzer for FUZZ_SECONDS (30)
-	@cmake --preset fuzz >/dev/null
-	@cmake --build --preset fuzz -j $(JOBS) --target fuzz/all -- --quiet
+fuzz: ## Run every fuzzer for FUZZ_SECONDS (30)
+	@packaging/setup.sh run fuzz
+	@packaging/build.sh fuzz $(JOBS) fuzz/all
 	@packaging/fuzz.sh build/fuzz $(FUZZ_SECONDS)
 
 install: build ## Install programs, samples and documents below PREFIX (/usr/local)
-	@cmake --install $(BUILD) --prefix $(PREFIX)
+	@packaging/build.sh $(PRESET) $(JOBS) installed_files
+	@cmake --install $(BUILD) --prefix $(PREFIX) | tail -n 1
 
 clean: ## Remove all that was built
 	@rm -rf build .cache

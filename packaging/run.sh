@@ -10,6 +10,7 @@ export KELO_RUNTIME_DIR="$dir/run"
 export PATH="$bin:$PATH"
 
 children=()
+helpers=() # what must not outlive us either, but is not waited for
 interrupted=130 # the status of an interruption; none to complain about once everything has been shown
 
 # shellcheck disable=SC2317 # the trap calls it
@@ -17,7 +18,7 @@ finish() {
     local code=$?
     trap - EXIT
     trap '' INT TERM HUP
-    kill "${children[@]}" 2>/dev/null || true
+    kill "${children[@]}" "${helpers[@]}" 2>/dev/null || true
     for child in "${children[@]}"; do
         # It ends at once on SIGTERM. Should it not, it is given no more than this.
         timeout 5 tail -s 0.02 --pid="$child" -f /dev/null || kill -KILL "$child" 2>/dev/null || true
@@ -48,10 +49,10 @@ start hmxtolubridge
 # Until the bridge answers, but no longer than it and the simulator live.
 hmxctl --timeout 20s wait --appear displays/Driver_Display 'name != null' &
 answers=$!
+helpers+=("$answers")
 wait -n -p first "$answers" "${children[@]}" || {
     code=$?
     [ "$first" = "$answers" ] || echo "run: the simulator or the bridge ended with $code" >&2
-    kill "$answers" 2>/dev/null || true
     exit 1
 }
 
@@ -79,9 +80,8 @@ if [ ! -t 0 ]; then
 fi
 interrupted=0
 printf '\nCtrl-C ends both. What they log from here on:\n'
-tail -q -n 0 -f "$dir/hmxsim.log" "$dir/hmxtolubridge.log" &
-logs=$!
+tail -q -n 0 -f "--pid=$$" "$dir/hmxsim.log" "$dir/hmxtolubridge.log" &
+helpers+=($!)
 wait -n "${children[@]}" || true
-kill "$logs" 2>/dev/null || true
 echo "run: the simulator or the bridge ended by itself" >&2
 exit 1

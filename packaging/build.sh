@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# Configures a preset's build if it has to be, then builds targets of it, showing how far it is; says nothing where nothing is to do.
+# A build begins without tests, so that people who only want the programs need not have what tests need; once configured with
+# tests, it stays so. It begins as a quick build (cmake/Floors.cmake), unless it was configured otherwise before.
+# Usage: build.sh PRESET JOBS programs|all|TARGET...
+set -euo pipefail
+cd "$(dirname "$0")/.."
+preset=$1
+jobs=$2
+shift 2
+build=build/$preset
+cache=$build/CMakeCache.txt
+
+with_tests=
+if grep -qs '^HMX_BUILD_TESTS:BOOL=ON$' "$cache"; then
+    with_tests=yes
+fi
+options=()
+configure=
+case "$preset" in
+release | address | thread) [ -f "$cache" ] || options+=(-DHMX_QUICK=ON) ;;
+esac
+# Ninja notices changed CMake files and new sources by itself, but not changed presets.
+if [ ! -f "$build/build.ninja" ] || [ CMakePresets.json -nt "$build/build.ninja" ]; then
+    configure=yes
+fi
+case "$1" in
+programs | installed_files)
+    [ -n "$with_tests" ] || options+=(-DHMX_BUILD_TESTS=OFF)
+    ;;
+fuzz/all) ;;
+*)
+    [ -n "$with_tests" ] || configure=yes
+    ;;
+esac
+if [ -n "$configure" ]; then
+    echo "configuring $build"
+    cmake --preset "$preset" "${options[@]}" >/dev/null
+    touch "$build/build.ninja"
+fi
+export NINJA_STATUS='[%f/%t] '
+cmake --build --preset "$preset" -j "$jobs" --target "$@" | packaging/progress.sh build
