@@ -1,3 +1,36 @@
+# Quick builds, HMX_QUICK: what is the same in many sources is compiled once for all of them. The commands of the Makefile build so;
+# without it every source is compiled for itself, which lint and editors need.
+
+# hmx_precompiled(NAME HEADER.h | FROM TARGET): cmake/precompiled/HEADER.h for NAME, or the one of TARGET, which has the same options.
+function(hmx_precompiled name header)
+  if(NOT HMX_QUICK)
+    return()
+  endif()
+  # For the compiler cache, which hashes what was preprocessed. And GCC 12, with precompiled headers, reports more of the copies
+  # that its optimiser takes for overlong in "literal" + std::string; builds without them have these warnings on.
+  target_compile_options(${name} PRIVATE -fpch-preprocess -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
+  if(header STREQUAL "FROM")
+    target_precompile_headers(${name} REUSE_FROM ${ARGN})
+  else()
+    target_precompile_headers(${name} PRIVATE "${PROJECT_SOURCE_DIR}/cmake/precompiled/${header}")
+  endif()
+endfunction()
+
+# hmx_together(NAME COUNT [ALONE REGEX]): compiles up to COUNT sources as one, but those whose path matches REGEX: what they
+# declare for themselves has names that others have too, or they are large.
+function(hmx_together name count)
+  if(NOT HMX_QUICK)
+    return()
+  endif()
+  cmake_parse_arguments(ARG "" "ALONE" "" ${ARGN})
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${count})
+  if(ARG_ALONE)
+    get_target_property(files ${name} SOURCES)
+    list(FILTER files INCLUDE REGEX "${ARG_ALONE}")
+    set_source_files_properties(${files} PROPERTIES SKIP_UNITY_BUILD_INCLUSION ON)
+  endif()
+endfunction()
+
 # hmx_floor(NAME SOURCES DIR... [INCLUDE DIR...] [LINKS TARGET...] [PRIVATE TARGET...])
 #   One library per folder: every .cpp below SOURCES but a main.cpp; INCLUDE (default: SOURCES) is its include root.
 function(hmx_floor name)

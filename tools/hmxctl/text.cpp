@@ -14,7 +14,7 @@ struct Decoded {
     bool valid = false;
 };
 
-Decoded decode(std::string_view text) noexcept {
+Decoded decodeUtf8(std::string_view text) noexcept {
     const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
     const std::uint8_t first = byte(0);
     if (first < 0x80) return {first, 1, true};
@@ -75,7 +75,7 @@ std::size_t displayWidth(std::string_view text) noexcept {
             text.remove_prefix(skip);
             continue;
         }
-        const Decoded next = decode(text);
+        const Decoded next = decodeUtf8(text);
         width += widthOf(next.code);
         text.remove_prefix(next.length);
     }
@@ -86,7 +86,7 @@ std::string printable(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     while (!text.empty()) {
-        const Decoded next = decode(text);
+        const Decoded next = decodeUtf8(text);
         const bool control = next.code < 0x20 || (next.code >= 0x7F && next.code < 0xA0);
         // Marks that reorder a line could make one name look like another.
         const bool reorders = (next.code >= 0x202A && next.code <= 0x202E) || (next.code >= 0x2066 && next.code <= 0x2069);
@@ -116,7 +116,7 @@ std::string cutToWidth(std::string_view text, std::size_t width) {
             text.remove_prefix(skip);
             continue;
         }
-        const Decoded next = decode(text);
+        const Decoded next = decodeUtf8(text);
         const std::size_t columns = widthOf(next.code);
         if (used + columns + 1 > width) break;
         used += columns;

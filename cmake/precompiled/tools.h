@@ -1,0 +1,6 @@
+// Compiled once for the tools.
+#pragma once
+
+#include <nlohmann/json.hpp>
+
+#include "floors.h"
