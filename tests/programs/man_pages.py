@@ -1,7 +1,8 @@
 #!/usr/bin/env python3
 """Holds the man pages against the programs: what `--help` shows stands in the page, and the page promises nothing else.
-Usage: man_pages.py BIN_DIR MAN_DIR"""
+Usage: man_pages.py BIN_DIR MAN_DIR PAGE_MAKER"""
 
+import os
 import re
 import shutil
 import subprocess
@@ -65,21 +66,23 @@ def check_plain(program, _page):
     return [], {option: f"{program.name} --help" for option in options_of(text)}
 
 
-def warnings_of(path):
-    """What the page's compiler and its reader have to say; a machine without them says nothing."""
+def warnings_of(path, maker):
+    """What the page's compiler and its reader have to say, and whether words that are read can be typed; a machine without them says nothing."""
     if shutil.which("scdoc") is None:
         return ""
     with path.open() as source:
-        compiled = subprocess.run(["scdoc"], stdin=source, capture_output=True, text=True, check=False)
+        compiled = subprocess.run([maker, "scdoc"], stdin=source, capture_output=True, text=True, check=False)
     text = compiled.stderr
     if compiled.returncode == 0 and shutil.which("man") is not None:
         reader = ["man", "--warnings", "--encoding=UTF-8", "--local-file", "-"]
-        text += subprocess.run(reader, input=compiled.stdout, capture_output=True, text=True, check=False).stderr
+        read = subprocess.run(reader, input=compiled.stdout, capture_output=True, text=True, check=False,
+                              env=dict(os.environ, MANWIDTH="80", LC_ALL="C.UTF-8"))
+        text += read.stderr + "\n".join(line for line in read.stdout.splitlines() if "\u2010" in line)
     return text
 
 
 def main():
-    binaries, pages = Path(sys.argv[1]), Path(sys.argv[2])
+    binaries, pages, maker = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv[3]
     complaints = []
     for name, check in (("hmxctl.1", check_hmxctl), ("hmxsim.1", check_plain), ("hmxtolubridge.8", check_plain)):
         path = pages / f"{name}.scd"
@@ -89,7 +92,7 @@ def main():
         complaints += complaints_about(page, path.name, wanted)
         promised = {word for word in BOLD.findall(page) if word.startswith("-") and word.strip("-")}
         complaints += [f"{path.name}: shows {word}, which no help does" for word in sorted(promised - set(wanted))]
-        complaints += [f"{path.name}: {line}" for line in warnings_of(path).splitlines()]
+        complaints += [f"{path.name}: {line}" for line in warnings_of(path, maker).splitlines()]
     print("\n".join(complaints) or "the man pages show what the programs do")
     sys.exit(1 if complaints else 0)
 
