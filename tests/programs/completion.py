@@ -49,6 +49,9 @@ CASES = [
     ("hmxctl sim popup Driver_Display/Hint requ", ["requested=", "requestData="]),
     ("hmxctl call /hmxi", ["/hmxinputmanager"]),
     ("hmxctl list displays touchSupport=f", ["touchSupport=false"]),
+    ("hmxctl list displays fields=name,touchSupport,to", []),
+    ("hmxctl list displays fields=name,to", ["fields=name,touchSupport"]),
+    ("hmxctl --domain other get displays/C", []),
     ("hmxctl get displayables/Map\\ o", ["displayables/Map of Rome"]),
 ]
 

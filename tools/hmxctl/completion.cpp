@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdlib>
 
 #include "args.h"
 #include "simulation.h"
@@ -24,6 +25,7 @@ _hmxctl() {
     COMPREPLY=()
     while IFS=$'\t' read -r word _; do
         printf -v word %q "$word"
+        word=${word//\\,/,} # it would not be the beginning that was typed
         [[ $word == "$kept"* ]] && COMPREPLY+=("${word#"$kept"}")
     done < <("$1" __complete -- "$line" 2>/dev/null)
     [[ ${#COMPREPLY[@]} -eq 1 && ${COMPREPLY[0]} == *[/=] ]] && compopt -o nospace
@@ -132,8 +134,8 @@ void offerKeys(Offers& out, Members members) {
     for (const MemberDescription& member : members) out.offer(std::string{member.key} + "=", kelo::record::typeText(member));
 }
 
-// "key=", or the values of a key that has but a few.
-void offerAssignments(Offers& out, NameSource& names, Members members) {
+// "key=", or the values of a key that has but a few. `element`: what `fields` names members of, if anything.
+void offerAssignments(Offers& out, NameSource& names, Members members, Members element = {}) {
     const std::size_t equals = out.current().find('=');
     if (equals == std::string::npos) {
         return offerKeys(out, members);
@@ -147,7 +149,10 @@ void offerAssignments(Offers& out, NameSource& names, Members members) {
     if (key == "fields") {
         const std::size_t comma = out.current().rfind(',');
         const std::string before = comma == std::string::npos ? key + "=" : out.current().substr(0, comma + 1);
-        out.offerAll(keysOf(members), before);
+        const std::string given = "," + before.substr(key.size() + 1);
+        for (const std::string& name : keysOf(element)) {
+            if (given.find("," + name + ",") == std::string::npos) out.offer(before + name);
+        }
     }
 }
 
@@ -222,7 +227,9 @@ void offerFurtherWord(Offers& out, const Verb& verb, const std::vector<std::stri
                                                               : nullptr;
     if (changes != nullptr) offerAssignments(out, names, changes->body().members);
     if (verb.name == "wait") return out.offerAll(keysOf(resource->element().members));
-    if (verb.name == "list" || verb.name == "watch" || verb.name == "get") offerAssignments(out, names, parametersOf(*resource));
+    if (verb.name == "list" || verb.name == "watch" || verb.name == "get") {
+        offerAssignments(out, names, parametersOf(*resource), resource->element().members);
+    }
 }
 
 }  // namespace
@@ -252,6 +259,20 @@ std::vector<std::string> splitLine(std::string_view line) {
     }
     words.push_back(std::move(word));
     return words;
+}
+
+std::string optionValue(std::string_view line, std::string_view option) {
+    const std::vector<std::string> words = splitLine(line);
+    std::string value;
+    for (std::size_t i = 1; i < words.size(); ++i) {
+        const std::string& word = words[i];
+        if (words[i - 1] == option) value = word;
+        if (word.size() > option.size() && word.starts_with(option) && word[option.size()] == '=') {
+            value = word.substr(option.size() + 1);
+        }
+    }
+    const char* home = value.starts_with("~/") ? std::getenv("HOME") : nullptr;
+    return home == nullptr ? value : home + value.substr(1);
 }
 
 std::vector<Candidate> complete(std::string_view line, NameSource& names) {

@@ -28,6 +28,9 @@ public:
 // "" behind a blank.
 [[nodiscard]] std::vector<std::string> splitLine(std::string_view line);
 
+// The value that an option has been given in a command line so far, "~/" replaced as a shell would; "" for none.
+[[nodiscard]] std::string optionValue(std::string_view line, std::string_view option);
+
 // The candidates for the last word of `line`, which begins with the command's own name.
 [[nodiscard]] std::vector<Candidate> complete(std::string_view line, NameSource& names);
 

@@ -4,6 +4,7 @@
 
 #include "elements.h"
 #include "render.h"
+#include "services.h"
 #include "suggest.h"
 #include "verbs/verbs.h"
 
@@ -56,8 +57,17 @@ ExitCode runCompletion(Context& context) {
 }
 
 ExitCode runComplete(Context& context) {
-    LiveNames names{context};
     const std::string line = joined(context.arguments.words, " ");
+    // Whoever is looking into another domain wants the names of that one.
+    Arguments arguments = context.arguments;
+    const std::string directory = optionValue(line, "--runtime-dir");
+    const std::string domain = optionValue(line, "--domain");
+    if (!directory.empty()) arguments.runtimeDirectory = directory;
+    if (!domain.empty()) arguments.domain = domain;
+    const bool elsewhere = !directory.empty() || !domain.empty();
+    const std::unique_ptr<Services> services = elsewhere ? createServices(arguments) : nullptr;
+    Context there{arguments, elsewhere ? *services : context.services, context.out, context.err};
+    LiveNames names{there};
     for (const Candidate& candidate : complete(line, names)) {
         context.out.line(candidate.about.empty() ? candidate.word : candidate.word + "\t" + candidate.about);
     }
