@@ -64,7 +64,8 @@ fuzz: ## Run every fuzzer for FUZZ_SECONDS (30)
 
 install: build ## Install programs, samples and documents below PREFIX (/usr/local)
 	@packaging/build.sh $(PRESET) $(JOBS) installed_files
-	@cmake --install $(BUILD) --prefix $(PREFIX) | tail -n 1
+	@cmake --install $(BUILD) --prefix $(PREFIX) >/dev/null
+	@echo "installed below $(PREFIX)"
 
 clean: ## Remove all that was built
 	@rm -rf build .cache
