@@ -2,6 +2,11 @@
 
 #include <atomic>
 #include <memory>
+#include <mutex>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <string>
+#include <thread>
 #include <vector>
 
 #include "harness/questions.h"
@@ -17,6 +22,54 @@ namespace {
 
 const std::string rightAnswer = R"({"displays":[{"id":1,"name":"Right"}]})";
 const std::string wrongAnswer = R"({"displays":[{"id":1,"name":"Wrong"}]})";
+
+// The popup manager stands still for longer than requests wait for it, then takes what has gathered at its socket. None of that
+// may be an update that was called "not sent".
+void notSent(const Scope& scope, Report& report) {
+    constexpr unsigned updates = 200;
+    Stage stage{scope};
+    std::atomic<bool> isStopped{false};
+    std::mutex mutex;
+    std::set<std::string> arrived;
+    const auto script = [&](const Frame& frame, const ScriptedProvider::Send& send) {
+        while (isStopped) std::this_thread::sleep_for(milliseconds{5});
+        if (frame.type != request) return;
+        const std::size_t number = frame.payload.find('#');
+        if (number != std::string_view::npos) {
+            const std::lock_guard lock{mutex};
+            arrived.emplace(frame.payload.substr(number, frame.payload.find('"', number) - number));
+        }
+        const bool isList = frame.text("$request-command") == "retrieve";
+        send(answerFrame(next, endFlag, frame.id, 200, isList ? R"([{"name":"Popup"}])" : R"({"name":"Popup"})"));
+    };
+    const ScriptedProvider popups{stage.socket("/hmxpopupmanager"), script};
+    const auto sim = stage.startSim({"displaymanager", "inputmanager"});
+    const auto bridge = stage.startBridge();
+    const auto client = stage.connect();
+    const auto list = [&] { return client->call("retrieve", "/popups", R"({"display":"Driver_Display"})"); };
+    if (!eventually([&] { return list().status == 200; })) throw Failure{"no popups:\n" + stage.log()};
+    const std::string id = nlohmann::json::parse(list().answer).at("data").at(0).at("id");
+    isStopped = true;
+    std::vector<std::uint64_t> asked;
+    for (unsigned i = 0; i < updates; ++i) {
+        const std::string data = std::string(4096, '.') + "#" + std::to_string(i);
+        asked.push_back(client->ask("update", "/popups/" + id, true, R"({"requestData":")" + data + R"("})"));
+    }
+    client->serveUntil([&] { return client->open() == 0; }, milliseconds{20'000});
+    isStopped = false;
+    // What is answered comes after all of them.
+    report.atMost("does not go on", list().status == 200 ? 0 : 1, 0);
+    unsigned called = 0;
+    unsigned falsely = 0;
+    const std::lock_guard lock{mutex};
+    for (unsigned i = 0; i < updates; ++i) {
+        if (client->at(asked[i]).answer.find("not sent") == std::string::npos) continue;
+        ++called;
+        falsely += arrived.contains("#" + std::to_string(i)) ? 1 : 0;
+    }
+    report.atLeast("called \"not sent\"", called, 20);
+    report.atMost("of these carried out", falsely, 0);
+}
 
 }  // namespace
 
@@ -80,6 +133,7 @@ void driveLate(const Scope& scope, Random& random, Report& report) {
     report.atMost("delivered", delivered + static_cast<double>(client->endedTwice() + client->foreign()), 0);
     report.atMost("unanswered", unanswered, 0);
     report.atMost("not counted", counted ? 0 : 1, 0);
+    notSent(scope, report);
 }
 
 }  // namespace campaign
