@@ -151,6 +151,7 @@ TEST(ExitCodes, FollowTheAnswer) {
         {"401 [who]", ExitCode::notPermitted},
         {"403 [no]", ExitCode::notPermitted},
         {"404 [none]", ExitCode::notFound},
+        {"408 [slow]", ExitCode::timeout},
         {"409 [taken]", ExitCode::rejected},
         {"500 [oops]", ExitCode::rejected},
         {"503 no answer", ExitCode::serviceAbsent},

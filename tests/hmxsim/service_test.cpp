@@ -2,6 +2,11 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <iterator>
+#include <sstream>
+#include <string>
+
 #include "stage.h"
 
 namespace {
@@ -161,6 +166,9 @@ TEST(Faults, DrawTheSameForTheSameSeed) {
     EXPECT_EQ(draw(rule, 1), draw(rule, 2));
     // The first draws are written down: they must not change with the machine or the version.
     EXPECT_EQ(draw(rule, 1).substr(0, 40), "0:0 1:25 3:12 0:0 1:28 3:24 0:0 0:0 2:22");
+    rule.count = 10;  // of the answers that it affects, however many others pass in between
+    std::istringstream drawn{draw(rule, 1)};
+    EXPECT_EQ(std::count(std::istream_iterator<std::string>{drawn}, {}, "0:0"), 190);
 }
 
 }  // namespace
