@@ -156,6 +156,8 @@ void FrameStream::close(const char* why) noexcept {
     }
     shutDown();
     handleClosed(why);
+    incomplete_.reset();
+    if (shares_) shares_->incompleteBytes.change(std::exchange(incompleteBytes_, 0), 0);
     std::unique_lock lock{mutex_};
     settledQueueLocked(lock).clear();
     if (shares_) shares_->unreadBytes.change(std::exchange(charged_, 0), 0);
@@ -313,6 +315,30 @@ void FrameStream::receive(bool isHungUp) {
         carried.insert(carried.end(), received.begin(), received.end());
         handleCarried(false);
     }
+    boundIncomplete();
+}
+
+// Holds a client to completing in time the frame that it has begun, and to its share of what such frames may take.
+void FrameStream::boundIncomplete() {
+    const std::size_t kept = closed_ ? 0 : place_.carried.capacity();
+    if (!shares_ || (kept == 0 && incompleteBytes_ == 0)) return;
+    const bool isTooMuch = kept > incompleteBytes_ && !shares_->incompleteBytes.admits(incompleteBytes_, kept - incompleteBytes_);
+    shares_->incompleteBytes.change(std::exchange(incompleteBytes_, kept), kept);
+    if (isTooMuch) {
+        ++counters_.peersRefused;
+        close("no room for the rest of a frame");
+    } else if (kept == 0 || place_.carried.empty() || paused_ || place_.resumes()) {
+        incomplete_.reset();
+    } else if (!incomplete_ || hasHandled_) {
+        if (!incomplete_) {
+            incomplete_.emplace(loop(), [this] {
+                ++counters_.peersRefused;
+                close("a frame was not completed in time");
+            });
+        }
+        incomplete_->arm(Clock::now() + limits_.incompleteFrame);
+    }
+    hasHandled_ = false;
 }
 
 void FrameStream::handleCarried(bool all) {
@@ -347,6 +373,7 @@ std::size_t FrameStream::handleFrames(std::span<const std::uint8_t> bytes, bool 
             }
             wrong = handleFrame(header, bytes.subspan(used + wire::headerSize, header.bodyLength));
             used += wire::headerSize + header.bodyLength;
+            hasHandled_ = true;
         }
         if (wrong != nullptr) {
             ++counters_.malformedPeers;

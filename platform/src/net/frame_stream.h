@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -123,6 +124,7 @@ private:
     // Handles the whole frames in `bytes`, at most `limits_.framesPerWakeUp` unless `all`; the bytes consumed.
     std::size_t handleFrames(std::span<const std::uint8_t> bytes, bool all);
     void handleCarried(bool all);
+    void boundIncomplete();
     void resumeLaterLocked();
     void sendQueuedLocked(std::unique_lock<std::mutex>& lock);
     bool drainLocked() noexcept;
@@ -133,7 +135,10 @@ private:
 
     const Descriptor socket_;
     ReadingPlace place_;
-    bool isHandling_ = false;  // frames, just now; of the loop's thread alone
+    bool isHandling_ = false;  // frames, just now; of the loop's thread alone, as the next three
+    bool hasHandled_ = false;  // a frame since the last look at what is incomplete
+    std::size_t incompleteBytes_ = 0;
+    std::optional<Timer> incomplete_;
 
     // Guarded by mutex_:
     SendQueue queue_;
