@@ -22,11 +22,16 @@ endif()
 
 find_program(HMX_CCACHE ccache)
 if(HMX_CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${HMX_CCACHE}")
+  # Every checkout uses the same cache, whatever its directory is called.
+  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR})
+  if(CMAKE_BUILD_TYPE STREQUAL "Release")
+    list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_NOHASHDIR=1)  # of the others a debugger has to find the sources
+  endif()
   if(HMX_QUICK)
     # Without this the cache leaves alone what uses a precompiled header.
-    list(PREPEND CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_SLOPPINESS=pch_defines,time_macros)
+    list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_SLOPPINESS=pch_defines,time_macros)
   endif()
+  list(APPEND CMAKE_CXX_COMPILER_LAUNCHER "${HMX_CCACHE}")
 endif()
 find_program(HMX_MOLD mold)
 if(HMX_MOLD)
