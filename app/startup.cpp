@@ -1,14 +1,14 @@
-// Start-up is strictly sequential: no upstream service is looked for before the one in front of it has delivered its API, and
-// nothing is published before all three have. A client that sees "/hmx" can thus count on every resource having been attached. An
-// upstream service that never comes leaves start-up waiting at its step; the log shows which. There is no way back: services that
-// go away later are detached and attached again by their tasks, with main parked.
+// Start-up is strictly sequential: no upstream service is looked for before the previous one has delivered its API, and nothing
+// is published before all three have. So a client that sees "/hmx" can rely on every resource having been attached. If an
+// upstream service never comes, start-up waits at its step; the log shows which. There is no way back: services that go away
+// later are detached and attached again by their tasks, while main is parked.
 //
-// Three workers do all the work. Each serves one upstream service, its manager and the bridges that use it; "/hmx" itself has
+// Three workers do all the work. Each serves one upstream service, its manager and the bridges that use it. "/hmx" itself has
 // next to nothing to do and shares the popup worker.
 //
-// What main builds stands on its stack in the order of use, so that everything is destroyed before what it refers to, and the
-// workers last of all. Should that ever happen, the runtime is stopped first and the workers are idle, so that no callback and no
-// event finds its object gone.
+// What main builds is on its stack in the order of use, so everything is destroyed before what it refers to, and the workers
+// last. Should that ever happen, the runtime is stopped first and the workers are idle, so no callback and no event finds its
+// object gone.
 #include "startup.h"
 
 #include <cerrno>

@@ -1,15 +1,15 @@
-// A retrieve's road, for all three display-side bridges:
+// The path of a retrieve, for all three display-side bridges:
 //
 //     resource service's thread   operation: key, post
 //     worker                      which element, or all -> client stub -> upstream
 //     thread of the API           upstream handler: copy the answer, post; neither if this is the worker, as it is in the process
 //     worker                      convert, record ids, handler's onNext
 //
-// An id that a client asks for must have been seen in an earlier answer: only those can be turned back into what upstream knows
-// the element by. A request for the whole resource that finds no client is left unanswered, which the platform turns into an
-// answer of its own; one for an element gets its answer here.
+// An id that a client asks for must have appeared in an earlier answer: only then can it be turned into the upstream name. A
+// request for the whole resource that finds no client is left unanswered, and the platform answers it. A request for one
+// element is answered here.
 //
-// This file is included by the bridges' sources alone, each of which instantiates the template for its resource, behind its own
+// This file is included only by the bridges' sources. Each of them instantiates the template for its resource, after its own
 // specialisation of DisplaySideScheme.
 #pragma once
 

@@ -1,8 +1,8 @@
-// A popup is known upstream by its display and its name, here by an id made from both. The id does not tell them, so it can be
-// turned back only when an earlier answer has brought the popup.
+// Upstream identifies a popup by its display and its name; here it has an id made from both. They cannot be computed from the
+// id, so an id can be resolved only after an earlier answer contained the popup.
 //
-// A list is restricted twice: upstream by display and by name or states, which is why those query values are not applied again to
-// what comes back, and here by whatever else the query says.
+// A list is filtered twice: upstream by display and by name or states, which is why these query values are not applied again to
+// the answer, and here by all other query values.
 #include "bridge/popup_bridge.h"
 
 #include <cassert>

@@ -1,6 +1,6 @@
-// An upstream operation is one request and its answers. The request is made on the caller's thread and sent from it; its answers
-// are decoded on the thread that reads the service's connection, inside the mapping handler that owns the caller's, so that
-// nothing is kept here between the two and a stub can be replaced while requests are under way.
+// An upstream operation is one request and its answers. The request is made and sent on the caller's thread. Its answers are
+// decoded on the thread that reads the service's connection, inside the mapping handler that owns the caller's handler. So
+// nothing is kept here in between, and a stub can be replaced while requests are in flight.
 #include "core/client_stub.h"
 
 #include <cstdint>

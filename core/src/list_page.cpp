@@ -1,6 +1,6 @@
-// Pages are cut after filtering, so that `total`, places and hints all count matching elements. A limit below 1 is none, an
-// offset below 0 is 0: requests with such values are refused when they are read, and parameters made in the process need no
-// second refusal here.
+// Pages are cut after filtering, so `total`, positions and hints all count matching elements. A limit below 1 counts as none
+// and an offset below 0 as 0: requests with such values are refused when they are read, and parameters made inside the process
+// need no second refusal here.
 #include "core/list_page.h"
 
 #include <algorithm>

@@ -1,9 +1,9 @@
-// A request is live until its first terminal event and terminated for ever after. Each handler of a chain keeps that state for
-// itself and changes it before it passes the event on, so that one terminal event ends the whole chain, and an event that comes
-// back into the chain while the first is still being delivered is late already.
+// A request is live until its first terminal event and terminated from then on. Each handler of a chain keeps that state for
+// itself and changes it before it passes the event on. So one terminal event ends the whole chain, and an event that comes back
+// into the chain while the first is still being delivered is already late.
 //
-// A second terminal event is absorbed: the provider's own and that of a lost connection may well cross. A value after the end is
-// another matter, somebody has lost count of his requests: it is recorded as an error, and the true that answers it drops the
+// A second terminal event is ignored: that of the provider and that of a lost connection may well cross. A value after the end
+// is different, because somebody has lost track of their requests: it is recorded as an error, and the answer true drops the
 // handler.
 #include "core/response_handlers.h"
 

@@ -6,32 +6,32 @@
 
 #include "tracing/channel.h"
 
-// Each request has a slot. Its id, which is also the handle that the caller gets, is the slot's index in the low 16 bits and a
-// number that never recurs in this process above them: finding a slot is one array access, and a late or foreign id meets a slot
-// that has another number.
+// Each request has a slot. Its id, which is also the handle that the caller gets, is the slot's index in the low 16 bits and
+// above them a number that never recurs in this process. So finding a slot is one array access, and a late or foreign id finds
+// a slot with another number.
 //
-// A request ends exactly once because its handler is taken out of its slot exactly once, under the lock: by a terminal frame, by
-// a `next` that ends it, by `cancel`, by the deadline, or by the loss of the connection. Only a `next` that more may follow calls
-// the handler while it stays in its slot; the slot then counts as delivering, and a cancellation that arrives meanwhile is
-// carried out by the delivering thread when it is back.
+// A request ends exactly once because its handler is taken out of its slot exactly once, under the lock: by a terminal frame,
+// by a `next` that ends it, by `cancel`, by the deadline, or by the loss of the connection. Only a `next` that more may follow
+// calls the handler while it stays in its slot. The slot then counts as delivering, and a cancellation that arrives meanwhile
+// is carried out by the delivering thread when it is back.
 //
-// Whether a request that ends before its time was sent is known from the queue: what is not there any more is with the kernel.
-// One of which the kernel has no byte is taken out, so that nobody acts on what was called "not sent"; a cancellation then has
-// nothing to say to the provider either. One of which the kernel has a part goes on, "outcome unknown", unless the connection is
-// over: what lacks even its last byte cannot have been acted on.
+// Whether a request that ends early was sent is known from the queue: what is no longer there has gone to the kernel. A request
+// of which the kernel has no byte is taken out of the queue, so nobody acts on what was called "not sent", and a cancellation
+// need not tell the provider anything. A request of which the kernel has a part stays, "outcome unknown", unless the connection
+// is over: a request that lacks even its last byte cannot have been acted on.
 //
-// All clients of a process share one connection, and what one of them does must not be what another is refused for. A one-shot
-// request for which there is no room is held until there is: because as many are in flight as the provider takes, or as many as
-// its client may have of them, or because the provider does not read what is queued already. The last holds up streams too. Each
-// account has a queue of its own, and they take turns, so that whoever asks for little waits for little. Deadlines run meanwhile.
-// Only what exceeds its account's share of what may be held, in number or in bytes, is refused. Streams end when their consumers
-// want it, which nobody can wait for: beyond its account's share one is refused at once. So the connection itself never has more
-// queued than one drain may bring, however much is asked for, and is never cut for it.
+// All clients of a process share one connection, and what one of them does must not cause another one's refusal. A one-shot
+// request for which there is no room is held until there is: because the provider has as many as it takes, or its client has as
+// many as it may have, or the provider does not read what is queued already. The last also holds up streams. Each account has a
+// queue of its own, and the queues take turns, so a client that asks for little waits little. Deadlines run meanwhile. Only
+// what exceeds an account's share of what may be held, in number or in bytes, is refused. Streams end when their consumers want
+// it, which nobody can wait for, so a stream beyond its account's share is refused at once. The connection itself never has
+// more queued than one drain may bring, however much is asked for, and is never cut because of it.
 //
-// The deadline needs no timer per request: one time stamp in the loop, armed for the earliest. On the thread that reads, arming
-// is a store. A request from another thread must wake the loop to arm it, but only if nothing is armed that fires before: once
-// armed on another thread's behalf it stays so until it fires, and then looks for what is due next, so that a steady client
-// causes one wake-up a deadline, not one a request.
+// The deadline needs no timer per request: there is one time stamp in the loop, armed for the earliest. On the thread that
+// reads, arming is a store. A request from another thread must wake the loop to arm it, but only if nothing is armed that fires
+// earlier. Once armed for another thread it stays armed until it fires, and then looks for what is due next, so a steady client
+// causes one wake-up per deadline, not one per request.
 
 namespace kelo::net {
 namespace {

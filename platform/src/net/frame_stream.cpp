@@ -9,26 +9,26 @@
 
 #include "tracing/channel.h"
 
-// Writing. Whoever has something to say appends whole frames to the queue under the lock and commits; how they are sent is the
-// queue's affair. What the kernel does not take stays there, and the loop that reads is asked to say when there is room.
+// Writing. A thread that has something to send appends whole frames to the queue under the lock and commits; the queue sends
+// them. What the kernel does not take stays there, and the loop that reads is asked to report when there is room.
 //
-// A peer that does not read is bounded thrice: above `conflationBytes` streams keep only their newest value, and requests wait
-// (the derived classes' doing), above the soft limit its own requests are no longer read, above the hard limit, or above its
-// share of what all clients may leave unread, it is cut. A provider's answers are read
-// in any case: if both ends waited for the other to read first, neither would ever.
+// A peer that does not read is limited three times. Above `conflationBytes`, streams keep only their newest value and requests
+// wait (the derived classes do that). Above the soft limit, its own requests are no longer read. Above the hard limit, or above
+// its share of what all clients may leave unread, it is cut. A provider's answers are read in any case: if both ends waited for
+// the other to read first, neither would ever read.
 //
-// Reading. One large receive into the loop's own buffer; whole frames are handled where they lie, and only the part of a frame at
-// the end is copied, to wait for its rest. A frame's length is believed only so far as the limit, and memory for it grows with
-// the bytes that arrive, never ahead of them. After `framesPerWakeUp` frames the others get their turn.
+// Reading. One large receive goes into the loop's own buffer. Whole frames are handled where they are, and only the part of a
+// frame at the end is copied, to wait for the rest. A frame's length is believed only up to the limit, and memory for it grows
+// with the bytes that arrive, never ahead of them. After `framesPerWakeUp` frames it is the others' turn.
 //
-// The end. Only the kernel's word counts: a hang-up, a reset and a broken pipe mean the same. It is acted on by the loop's thread
-// alone, after everything received before it has been handled. A thread that must end the connection from elsewhere shuts the
-// socket down and lets the loop find out, or says that it is to end. A peer that only ends its own side, as a client does that
-// has asked all it wants to know, still gets what the derived class owes it; while it waits for that, a hang-up is noticed all
-// the same, because the kernel reports it unasked.
+// The end. Only what the kernel reports counts: a hang-up, a reset and a broken pipe mean the same. The loop's thread alone
+// acts on it, after everything received before it has been handled. A thread that must end the connection from elsewhere shuts
+// the socket down and lets the loop find out, or says that it is to end. A peer that ends only its own side, as a client does
+// that has asked everything, still gets what the derived class owes it; meanwhile a hang-up is still noticed, because the
+// kernel reports it unasked.
 //
-// Memory. Where there is none for what one connection needs, that connection ends, and its requests with it. What ending it needs
-// (the words to those whose requests end) must be had: there is nobody else to tell, so the process ends.
+// Memory. If there is none for what one connection needs, that connection ends, and its requests with it. What ending it needs
+// (the messages to those whose requests end) must be available: there is nobody else to tell, so without it the process ends.
 
 namespace kelo::net {
 namespace {

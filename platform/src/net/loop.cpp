@@ -13,29 +13,29 @@
 #include "kelo/std/unhandled_error.h"
 #include "tracing/channel.h"
 
-// One turn of the loop is: run the events that are queued, write what they collected, sleep, serve the sockets that are ready,
-// write again. Three rules keep it cheap and fair:
+// One turn of the loop is: run the queued events, write what they collected, sleep, serve the sockets that are ready, write
+// again. Three rules keep it cheap and fair:
 //
-// - A post wakes the loop only if it sleeps. `sleeping_` is set under the queue's mutex, in the same section that found the queue
-//   empty, so that no event can slip between the look and the sleep. The wake-up descriptor is edge-triggered and never read:
-//   each write is one edge, which saves a system call a wake-up.
-// - Events run in batches: the queue is swapped out whole, so that posting never waits for running, and both vectors keep their
-//   memory. Sockets are looked at between batches, so a worker that is kept busy by events still reads its peers.
-// - Output is collected while a batch or the ready sockets are served and written once afterwards, by the thread that produced
+// - A post wakes the loop only if it sleeps. `sleeping_` is set under the queue's mutex, in the same section that found the
+//   queue empty, so no event can slip in between the check and the sleep. The wake-up descriptor is edge-triggered and never
+//   read: each write is one edge, which saves a system call per wake-up.
+// - Events run in batches: the queue is swapped out as a whole, so posting never waits for running, and both vectors keep their
+//   memory. Sockets are checked between batches, so a worker that is kept busy by events still reads its peers.
+// - Output is collected while a batch or the ready sockets are served, and written once afterwards by the thread that produced
 //   it.
 //
-// How a thread runs the events of another loop that sleeps is thread_lending.cpp's concern; here it is only asked for it before
-// waking one, and waited for after waking up.
+// thread_lending.cpp explains how a thread runs the events of another loop that sleeps. Here it is only asked before a loop is
+// woken, and waited for after waking up.
 //
-// An event that throws is logged and over: it belongs to one request, which ends with what it held. What belongs to all (sockets,
-// timers, what the runtime posts to itself) must not throw; there, want of memory ends the process, which is better than one that
-// no longer knows what it tracks.
+// An event that throws is logged and over: it belongs to one request, which ends with the event. What belongs to everybody
+// (sockets, timers, what the runtime posts to itself) must not throw; there, lack of memory ends the process, which is better
+// than a process that no longer knows what it tracks.
 //
-// A pollable that is removed while others of the same wake-up still wait for their turn must not be called again nor destroyed
-// under its own feet: registrations carry a serial that stale reports fail to match, and removed ones are kept until the turn is
-// over.
+// A pollable that is removed while others of the same wake-up are still waiting must not be called again and must not be
+// destroyed during its own call: registrations have a serial that outdated reports do not match, and removed ones are kept
+// until the turn is over.
 //
-// Errors that are still stored when a batch or the ready sockets are done with are nobody's any more and are disposed of.
+// Errors that are still stored when a batch or the ready sockets are finished belong to nobody any more and are disposed of.
 
 namespace kelo::net {
 namespace {

@@ -1,12 +1,12 @@
 #include "net/reading_place.h"
 
-// A connection is read by one loop at a time. Whoever wants it read elsewhere only says so: the loop that reads hands it over in
-// a turn of its own, so never in the middle of a frame, and the receiving loop takes it up in one of its own. In between nobody
-// reads, and nothing is lost: bytes that were received go along, those that were not stay in the kernel, and what the connection
-// waits for is worked out anew on arrival. A wish that changes meanwhile is looked at on arrival.
+// A connection is read by one loop at a time. Whoever wants it to be read elsewhere only says so: the loop that reads hands it
+// over in a turn of its own, so never in the middle of a frame, and the receiving loop takes it up in a turn of its own. In
+// between nobody reads, and nothing is lost: received bytes go along, other bytes stay in the kernel, and what the connection
+// waits for is determined again on arrival. A wish that changes meanwhile is checked on arrival.
 //
-// So nobody has to wait for another thread to move a connection. Who wants to be sure that it is gone from a loop waits for the
-// connection, not for the loop.
+// So nobody has to wait for another thread to move a connection. A thread that must be sure that a connection has left a loop
+// waits for the connection, not for the loop.
 
 namespace kelo::net {
 

@@ -6,13 +6,13 @@
 
 #include "wire/frame.h"
 
-// Whoever has something to say appends whole frames to `out_` under the lock. One thread at a time is in the system call: it
-// swaps `out_` against the empty `sending_` and sends without the lock, so that others go on appending; when it comes back it
-// sends what has gathered meanwhile. So frames are never interleaved, no thread waits for another's system call, and a burst
-// becomes few large sends. What the kernel does not take stays in `sending_`.
+// A thread that has something to send appends whole frames to `out_` under the lock. One thread at a time is in the system
+// call: it swaps `out_` with the empty `sending_` and sends without the lock, so others can go on appending; when it comes
+// back, it sends what has accumulated. So frames are never interleaved, no thread waits for another one's system call, and a
+// burst becomes few large sends. What the kernel does not take stays in `sending_`.
 //
-// Both buffers begin with a frame, so that a request that is still here can be found by walking from frame to frame. That is only
-// done when a request ends before its time and something is unsent, and costs the others nothing.
+// Both buffers begin with a frame, so a request that is still here can be found by walking from frame to frame. This happens
+// only when a request ends early while something is unsent, and costs the others nothing.
 
 namespace kelo::net {
 

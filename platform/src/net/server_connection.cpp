@@ -6,24 +6,25 @@
 #include "tracing/channel.h"
 #include "util/block_pool.h"
 
-// Each request that a client sends is open from its frame until its responder ends it or is destroyed. The table of open requests
-// is the one truth about whether an answer may still be written: a responder is no more than the connection and an id, so that it
-// can be owned, moved and destroyed anywhere, and one that speaks of a request that is over is not heard.
+// Each request that a client sends is open from its frame until its responder ends it or is destroyed. The table of open
+// requests alone decides whether an answer may still be written. A responder is only the connection and an id, so it can be
+// owned, moved and destroyed anywhere; a responder of a request that is over is ignored.
 //
-// A cancelled request stays in the table, counted against the client's limits, until its responder is destroyed: a client that
-// cancels faster than the bridge can give up its work gains nothing.
+// A cancelled request stays in the table, and counts against the client's limits, until its responder is destroyed: a client
+// gains nothing by cancelling faster than the bridge can give up the work.
 //
 // A stream's values are states, of which only the newest matters. While a peer is slow, a new value replaces the one that waits
-// for it, so that a peer that never reads costs one value a stream, and one that resumes gets what is true now. One-shot and
-// terminal answers always go out. What is kept counts against what the client may leave unread, as what is queued does.
+// for it. So a peer that never reads costs one value per stream, and a peer that reads again gets the present state. One-shot
+// and terminal answers always go out. What is kept counts against what the client may leave unread, just like what is queued.
 //
-// A client that ends its side, having asked all that it wants to know, gets one answer to each request that has had none: streams
-// become one-shot requests, or are completed if they have had a value. With the last answer the connection ends, or when a
-// request's deadline has passed: nobody could tell a client that waits from one that has forgotten the connection.
+// A client that ends its side, because it has asked everything, gets one answer to each request that has had none: streams
+// become one-shot requests, or are completed if they have had a value. The connection ends with the last answer, or when a
+// request's deadline has passed, because a client that waits cannot be distinguished from one that has forgotten the
+// connection.
 //
-// `cancelRequest` is called by the thread that reads, which is also the one that called `actionRequest`, so a handle is known by
-// then; never with the lock held. Since nobody else asks for handles, the last one is entered into the table when that thread has
-// the lock for the next thing that it does.
+// The thread that reads calls `cancelRequest`, never with the lock held. It also called `actionRequest`, so a handle is known
+// by then. Since nobody else asks for handles, the last one is entered into the table when that thread takes the lock for the
+// next purpose.
 
 namespace kelo::net {
 namespace {

@@ -8,14 +8,14 @@
 #include "kelo/std/unhandled_error.h"
 #include "net/loop.h"
 
-// A wake-up costs more than most events do. So a thread may lend itself, as the runtime's does: when it posts a brief event to a
-// loop that sleeps, it does not wake that loop but takes hold of it, and runs its events itself as soon as it has served its own
-// sockets. It is then in every respect the thread of that loop; the loop's own, should something wake it in between, waits for
-// the return. It writes after that return: to write is to wake the peer, of which the answer wakes the loop. Nothing is lost by
-// it where there is much to do: a loop that is awake, or that has been posted anything but brief events, is never run but by its
-// own thread. Timers that the events have armed need the sleeper's attention only if they fire before it would wake by itself;
-// then an alarm is set, which is a system call but wakes nobody. A loop that is held cannot end, so a lender need not fear for
-// its life.
+// A wake-up costs more than most events. So a thread may lend itself, as the runtime's thread does: when it posts a brief event
+// to a sleeping loop, it does not wake that loop but takes hold of it, and runs its events itself as soon as it has served its
+// own sockets. Meanwhile it is that loop's thread in every respect; if something wakes the loop's own thread, that thread waits
+// for the return. The lender writes after the return, because writing wakes the peer, and the peer's answer wakes the loop.
+// Under load nothing is lost: a loop that is awake, or that has been posted anything but brief events, is run only by its own
+// thread. Timers that the events have armed need the sleeper's attention only if they fire before it would wake by itself; then
+// an alarm is set, which is a system call but wakes nobody. A loop that is held cannot end, so the lender need not check that
+// it still exists.
 
 namespace kelo::net {
 namespace {

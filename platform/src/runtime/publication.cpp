@@ -20,24 +20,24 @@
 #include "tracing/channel.h"
 #include "util/text.h"
 
-// Publishing takes three steps: lock, listen, show. The lock is a file beside the socket that is never unlinked, held with flock
-// for as long as the path is ours: the kernel gives it back when we die, however that happens, so a path has at most one owner
-// and never none for long. The socket listens under a temporary name first and is then renamed over whatever stands there: a
-// tracker that sees the name can connect at once, and a dead owner's socket is replaced without a moment in which the name is
-// missing. Binding in place would lose that race to nearly every tracker.
+// Publishing takes three steps: lock, listen, show. The lock is a file beside the socket that is never removed. It is held with
+// flock as long as the path is ours: the kernel releases it when we die, however that happens, so a path has at most one owner,
+// and never none for long. The socket first listens under a temporary name and is then renamed over whatever has the final
+// name. So a tracker that sees the name can connect at once, and a dead owner's socket is replaced without a moment in which
+// the name is missing. Binding in place would lose that race to nearly every tracker.
 //
-// A path that another process has is asked for again every few milliseconds; the lock file says who holds it.
+// A path that another process owns is tried again every few milliseconds; the lock file says who owns it.
 //
-// If the directory is emptied, or removed and made again, the name no longer leads to our socket. The runtime then has us look,
-// and we publish anew, lock included, since the old lock may have lost its name too; not at once, since whoever is removing a
-// directory would find it never empty.
+// If the directory is emptied, or removed and created again, the name no longer leads to our socket. The runtime then calls us,
+// and we publish again, including the lock, because the old lock may have lost its name, too. This does not happen at once,
+// because whoever is removing a directory would never find it empty.
 //
-// Connections are few, so a peer that comes when all are taken displaces one that has not said hello. If all have, there are some
-// in reserve, so that the process can be asked what is the matter; they may ask nothing else until another one goes, and the
-// oldest of them makes room for the next.
+// Connections are few, so a peer that comes when all are taken displaces one that has not said hello. If all have, there are a
+// few in reserve, so that the process can be asked about itself. They may ask nothing else until another connection ends, and
+// the oldest of them makes room for the next.
 //
-// A process that has no descriptor left for a peer stops listening, rather than being woken for ever by a queue that it cannot
-// take from, and begins again when one of its connections has closed, or after a while.
+// A process without a free descriptor for a peer stops listening; otherwise it would be woken forever by a queue from which it
+// cannot take anything. It starts again when one of its connections has closed, or after a while.
 
 namespace kelo::runtime {
 namespace {

@@ -12,22 +12,22 @@
 #include "tracing/channel.h"
 #include "util/text.h"
 
-// A service is alive for as long as one connection to it lives: from the provider's hello to the kernel's word that the
-// connection is over. So its comings and goings alternate by construction, however fast providers are replaced, and a provider
-// that was killed and restarted between two looks at the directory is still seen to go and to come.
+// A service is alive as long as one connection to it lives: from the provider's hello until the kernel reports the end of the
+// connection. So appearing and disappearing alternate by construction, however fast providers are replaced, and a provider that
+// was killed and restarted between two looks at the directory is still seen to disappear and to appear.
 //
-// The directory is only a hint of when to try. A socket file that nobody listens to is tried again with growing pauses, because a
-// provider may have made it a moment before it listens; one that is not there is not tried at all, because its appearance is
-// reported. Nor is a provider that greets and hangs up at once tried any faster: only a connection that has
-// brought an answer or held for a while, or a change in the directory, makes a loss worth another try without a pause.
+// The directory is only a hint when to try. A socket file that nobody listens to is tried again with growing pauses, because a
+// provider may have created it a moment before it listens. A missing file is not tried at all, because its appearance is
+// reported. A provider that greets and hangs up at once is not tried any faster: only a connection that has brought an answer
+// or lasted a while, or a change in the directory, justifies another try without a pause.
 //
-// A resolver may bring a reader: a worker that reads the connection from then on. With several, the first has it, and when that
-// is closed the next. Where a connection is read, or whether it has arrived there, is known to the connection alone; here it is
-// only told where it is wanted. Callbacks to trackers and resolvers still come on the runtime's thread; the loss of a connection,
-// which the reader notices, is posted there.
+// A resolver may bring a reader: a worker that reads the connection from then on. If there are several, the first one has it,
+// and when that one is closed, the next. Only the connection knows where it is read, and whether it has arrived there; here it
+// is only told where it is wanted. Callbacks to trackers and resolvers still come on the runtime's thread; the loss of a
+// connection, which the reader notices, is posted there.
 //
-// Callbacks may add and remove trackers and resolvers. Every walk over them therefore looks for the next one that has not been
-// told, from the beginning, until there is none.
+// Callbacks may add and remove trackers and resolvers. So every loop over them looks for the next one that has not been told,
+// from the beginning, until there is none.
 
 namespace kelo::runtime {
 namespace {

@@ -10,13 +10,14 @@
 #include "serializer/json_text.h"
 #include "serializer/utf8.h"
 
-// RFC 8259 to the letter, in one pass and without building anything. A comma is consumed where the member or element before it
-// ends; the container may not end behind it. Skipping reads, so that what is skipped is checked like the rest; it recurses, but
-// not deeper than the 64 levels that a document may have.
+// Reads strict RFC 8259 in one pass, without building anything. A comma is consumed at the end of the member or element before
+// it; the container must not end after it. Skipping reads, so skipped text is checked like the rest. It recurses, but no deeper
+// than the 64 levels that a document may have.
 //
-// A string without escapes is a view into the input. Only one with escapes is put together, in a buffer that the reader keeps.
+// A string without escapes is a view into the input. Only a string with escapes is assembled, in a buffer that the reader
+// keeps.
 //
-// An integer is a double's value only if it is written out just as the double would be: digit for digit.
+// An integer is accepted as a double only if it is written exactly as the double would be, digit for digit.
 
 namespace kelo::serializer {
 namespace {

@@ -1,14 +1,14 @@
-// Lines go straight to standard error, each in one write that cannot block: there is no queue, no thread and no lock on that
-// road, so a line costs its formatting and two system calls, and is out when the call returns. Standard error that cannot take a
-// line at once (a pipe whose reader is stuck) loses it; the next line that gets through says how many were lost.
+// Lines go directly to standard error, each in one write that cannot block. There is no queue, no thread and no lock on the
+// way, so a line costs its formatting and two system calls, and is out when the call returns. If standard error cannot take a
+// line at once (a pipe whose reader is stuck), the line is lost; the next line that gets through says how many were lost.
 //
-// How many lines of a kind there were lately is counted in a table that is never cleared while the process runs: there are about
-// a hundred kinds, each a literal somewhere in the program, and whoever comes when the table is full shares an entry.
+// How many lines of a kind there were lately is counted in a table that is never cleared while the process runs: there are
+// about a hundred kinds, each a literal somewhere in the program, and a kind for which there is no room shares an entry.
 //
-// Channels are made during static initialisation, in any order, so everything that they touch is constant-initialised.
+// Channels are created during static initialisation, in any order, so everything that they use is constant-initialised.
 //
-// A sink replaces standard error. It is called without the lock held; a count of the calls that are under way lets setSink wait
-// until the last of them is over, so that what the old sink refers to may then be destroyed.
+// A sink replaces standard error. It is called without the lock held. A count of the calls in progress lets setSink wait until
+// the last of them is over, so what the old sink refers to may then be destroyed.
 
 #include "tracing/channel.h"
 

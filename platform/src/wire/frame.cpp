@@ -19,10 +19,11 @@
 //     8  8  request id, chosen by the consumer; 0 in a hello
 //    16     one CBOR map from text to text or unsigned integer, then the payload up to the end
 //
-// The map is read through libcbor's streaming decoder, so that definite and indefinite lengths and every width of an integer are
-// accepted, as other languages' libraries write them. Values of other types, text that is not UTF-8 and more than `maximumFields`
-// fields make the frame malformed, which ends its connection: a peer that garbles one frame cannot be trusted to frame the next.
-// Strings are handed out as views into the frame and assigned to strings that keep their memory from one request to the next.
+// The map is read with libcbor's streaming decoder, so definite and indefinite lengths and every width of an integer are
+// accepted, as libraries of other languages write them. Values of other types, text that is not UTF-8 and more than
+// `maximumFields` fields make the frame malformed, which ends its connection: after one garbled frame, the next one cannot be
+// found reliably. Strings are returned as views into the frame and assigned to strings that keep their memory from one request
+// to the next.
 
 namespace kelo::wire {
 namespace {

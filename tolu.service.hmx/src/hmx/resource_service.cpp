@@ -1,10 +1,10 @@
-// A request is dispatched on the thread that delivers it and leaves nothing behind here: its answers go from the interface's
-// implementation through the response handler, which owns the responder, straight to the client. Whatever is wrong with a request
-// is found before the implementation hears of it.
+// A request is dispatched on the thread that delivers it, and nothing of it is kept here: its answers go from the interface's
+// implementation through the response handler, which owns the responder, directly to the client. Whatever is wrong with a
+// request is found before the implementation hears of it.
 //
-// The services differ in their tables alone. A table is made of the interface's methods, whose signatures say what is to be read
-// from the request, in which order, and of what type the answers are; it is checked against the interface when it is compiled,
-// and erased after that, so that there is one dispatcher.
+// The services differ only in their tables. A table is made from the interface's methods. Their signatures say what is to be
+// read from the request, in which order, and what type the answers have. The table is checked against the interface at compile
+// time and type-erased after that, so there is one dispatcher.
 #include "hmx/resource_service.h"
 
 #include <algorithm>

@@ -1,10 +1,9 @@
 // An answer is written on the thread that has it, with that thread's writer and into that thread's buffer, and handed to the
-// responder, which sends it before it returns: so one answer costs no memory beyond what it had cost before. Sending may come
-// round to another handler on the same thread, which then finds no buffer and makes its own; of the two the last one given back
-// is kept.
+// responder, which sends it before it returns. So an answer needs no new memory. Sending may lead to another handler on the
+// same thread; that one finds no buffer and makes its own, and of the two, the one that is returned last is kept.
 //
-// A value that cannot be written is a fault of whoever made it. Its client gets nothing for it, but is not left to wait: the
-// handler says that the request is finished, is dropped by its owner, and the responder ends the request as unanswered.
+// A value that cannot be written is a bug of whoever made it. Its client gets nothing for it, but is not left waiting: the
+// handler reports the request as finished, its owner drops it, and the responder ends the request as unanswered.
 #include "hmx/response_handler_base.h"
 
 #include <cstddef>

@@ -1,11 +1,11 @@
 // The store is one fixed slot per thread: recording an error neither allocates nor fails, so it works when memory is short and
-// from a destructor. A slot is constant-initialised; the first error of a thread costs no more than the others.
+// in a destructor. A slot is constant-initialised; the first error of a thread costs no more than the others.
 //
-// An action may itself run code that records errors. Those are dropped: the slot that the action is looking at must stay as it
-// is, and an error about reporting an error helps nobody.
+// An action may itself run code that records errors. Those are dropped: the slot that the action is looking at must not change,
+// and an error about reporting an error helps nobody.
 //
 // An error is unhandled when the next one overwrites it, when the turn of the event loop that recorded it is over, or when the
-// storage itself goes. So it is reported soon, and no later piece of work mistakes it for its own.
+// storage itself is destroyed. So it is reported soon, and no later piece of work takes it for its own.
 
 #include "kelo/std/error_storage.h"
 
