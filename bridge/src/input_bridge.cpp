@@ -1,31 +1,32 @@
-// "/hmx" shows what the input manager has. It cannot be asked for that, so the cache is made of its answers: what it has accepted
-// is in the cache and nothing else is. A change is made on an object of its own, sent at once, and put into the cache (or its
-// object erased) when the answer says yes; the caller hears of it before the listeners do. Objects in the cache are never
-// changed: readers share them.
+// "/hmx" shows what the input manager has. The input manager cannot be asked for that, so the cache is made from its answers:
+// what it has accepted is in the cache, and nothing else. A change is made on an object of its own, sent at once, and put into
+// the cache (or its object erased) when the answer says yes. The caller hears of it before the listeners do. Objects in the
+// cache are never changed: readers share them.
 //
-// Order. The input manager gets changes in the order of sending, so of the changes of one configuration that it accepts, the one
-// that was sent last decides what it has. Its answers may come in any order. Each change has a number, and an accept that comes
-// after the accept of a later change of the same configuration is heard by its caller alone. A refusal changes nothing: updates A
-// and B, B refused, leave A, whichever answer comes first. A deletion is a change like any other: an update that was sent after
-// it brings the configuration back, one that was sent before it does not.
+// Order. The input manager gets changes in the order of sending, so of the changes of one configuration that it accepts, the
+// one that was sent last decides what it has. Its answers may come in any order. Each change has a number, and an accept that
+// comes after the accept of a later change of the same configuration is reported only to its caller. A refusal changes nothing:
+// updates A and B, with B refused, leave A, whichever answer comes first. A deletion is a change like any other: an update sent
+// after it brings the configuration back, one sent before it does not.
 //
-// What was sent is carried through. It may be carried out at any time, so neither a client that cancels, dies or got 504 nor the
-// time that passes ends our interest in the answer: the request upstream has no deadline, and the caller's is kept here. How many
-// changes may be unanswered is limited; beyond that a change is refused and not sent.
+// What was sent is carried through. It may be carried out at any time, so we remain interested in the answer even if the client
+// cancels, dies or got 504, and however long it takes: the request upstream has no deadline, and the caller's deadline is kept
+// here. The number of unanswered changes is limited; beyond that, a change is refused and not sent.
 //
-// When the input manager is lost, nobody knows which of the unanswered changes it has carried out, and it may return without
-// anything or with all that it had. So at its return each configuration in the cache is sent again, in the order in which they
-// were inserted, a few at a time; and where a change with an unknown outcome has left no object in the cache, its regions are
-// cleared. Afterwards the input manager has what "/hmx" has shown all the time. A change that a client makes meanwhile is sent
-// after its configuration, which goes to the head of the queue for it, and so wins. What is refused now leaves the cache.
+// When the input manager is lost, nobody knows which of the unanswered changes it has carried out, and it may return with
+// nothing or with everything that it had. So when it returns, each configuration in the cache is sent again, in the order of
+// insertion, a few at a time. Where a change with an unknown outcome has left no object in the cache, its regions are cleared.
+// Afterwards the input manager has what "/hmx" has shown all the time. A change that a client makes meanwhile is sent after its
+// configuration, which moves to the head of the queue for it; so the change wins. What is refused now leaves the cache.
 //
-// One id, two places. The id is made of display, HMI and subcomponent without separators, so different ones may have the same.
-// Such a configuration replaces the other one, whose regions must not stay: they are cleared first, and only when that is
-// accepted is the new one sent. Until then, changes of that id wait in the order of their coming. If the clearing is refused, so
-// is the change that caused it, and nothing has changed. A refusal of the new one leaves neither: the old one is gone upstream.
+// One id, two places. The id is made of display, HMI and subcomponent without separators, so different ones may have the same
+// id. Such a configuration replaces the other one, whose regions must not stay: they are cleared first, and the new one is sent
+// only when that has been accepted. Until then, changes of that id wait in the order of arrival. If the clearing is refused, so
+// is the change that caused it, and nothing has changed. If the new one is refused, neither is left: the old one is gone
+// upstream.
 //
-// Memory. An object counts from its making until nobody holds it; what would go beyond the limit is refused with 507. When much
-// was given back, the system gets it, on the worker but not on a request's road.
+// Memory. An object counts from its creation until nobody holds it; what would exceed the limit is refused with 507. After much
+// has been freed, it is returned to the system, on the worker but not on the path of a request.
 #include "bridge/input_bridge.h"
 
 #include <algorithm>

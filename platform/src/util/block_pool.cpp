@@ -1,12 +1,12 @@
-// A request's objects are made on one thread and destroyed on another, thirty-two of each in a burst. A heap with a cache for
-// each thread is at its worst then: the one cache runs dry and the other one over at every burst, and each time the shared heap
-// is asked. Here what runs over is what the other side lacks: sixteen blocks at a time go through the store, one lock for all of
-// them, and in between taking or giving a block is a few instructions.
+// A request's objects are created on one thread and destroyed on another, thirty-two of each in a burst. That is the worst case
+// for a heap with a cache per thread: at every burst one cache runs empty and the other overflows, and the shared heap is asked
+// each time. Here, what one side has too much of is what the other side lacks: sixteen blocks at a time pass through the store,
+// with one lock for all of them. In between, taking or returning a block is a few instructions.
 //
-// A thread has up to two batches of a size: one that it takes from and gives to, and a whole one beside it, so that a thread that
-// takes and gives in turn at the brink of a batch does not go to the store each time.
+// A thread has up to two batches of a size: one that it takes from and returns to, and a second, full one, so that a thread
+// that takes and returns in turn at the edge of a batch does not go to the store each time.
 //
-// A thread that ends leaves what it has to the heap. What its last destructors give back after that goes to the heap as well.
+// A thread that ends leaves its blocks to the heap. So do the destructors that run after that.
 #include "util/block_pool.h"
 
 #include <mutex>
