@@ -370,7 +370,7 @@ def _socket_path(service: str, runtime_dir: Optional[str], domain: str) -> str:
     if not base:
         usable = os.access("/run/kelo", os.W_OK | os.X_OK)
         base = "/run/kelo" if usable else f"{variable('TMPDIR') or '/tmp'}/kelo-{os.geteuid()}"
-    directory = f"{base}/{domain}"
+    directory = f"{base}/{domain or variable('KELO_DOMAIN') or 'local'}"
     name = "".join(chr(each) if chr(each).isalnum() and each < 128 or each in b"-_" else f"%{each:02X}" for each in service.encode())
     if len(os.fsencode(f"{directory}/{name}.sock")) > 83:
         name = "#" + str(uuid.uuid5(uuid.NAMESPACE_URL, service))[:18]
@@ -687,7 +687,7 @@ class Page(Sequence[Element]):
 _SHORTEST_PAUSE, _LONGEST_PAUSE, _POLL_PAUSE = 0.02, 0.4, 1.0  # seconds between attempts to find or to ask again
 
 
-def connect(service: str = "/hmx", runtime_dir: Optional[str] = None, domain: str = "local", timeout: float = 5.0,
+def connect(service: str = "/hmx", runtime_dir: Optional[str] = None, domain: str = "", timeout: float = 5.0,
             application: Optional[str] = None) -> Client:
     """Connects to `service`, waiting for it up to `timeout` seconds, which is also the limit of each later call.
 
@@ -703,7 +703,7 @@ class Client:
     ServiceAbsent, NotPermitted, ConnectionLost, Timeout, Refused, ProtocolError and UsageError; `timeout` is in seconds, None for the
     client's."""
 
-    def __init__(self, service: str = "/hmx", runtime_dir: Optional[str] = None, domain: str = "local", timeout: float = 5.0,
+    def __init__(self, service: str = "/hmx", runtime_dir: Optional[str] = None, domain: str = "", timeout: float = 5.0,
                  application: Optional[str] = None) -> None:
         self.timeout = _seconds(timeout, f"connect to {service}")
         name = application or os.path.basename(sys.argv[0] if sys.argv else "") or "python"
@@ -1043,7 +1043,7 @@ def main(arguments: Optional[Sequence[str]] = None) -> int:
     parser = argparse.ArgumentParser(prog="hmx", description="Look at and change displays, layers, touch regions and popups.")
     parser.add_argument("--service", default="/hmx")
     parser.add_argument("--runtime-dir")
-    parser.add_argument("--domain", default="local")
+    parser.add_argument("--domain", default="")
     parser.add_argument("--timeout", type=float, default=5.0, metavar="SECONDS")
     parser.add_argument("verb", choices=("list", "watch", "wait", "insert", "update", "delete", "id"))
     parser.add_argument("target", help="for example displays, displays/NAME, popups/DISPLAY/NAME, or an element's uri")

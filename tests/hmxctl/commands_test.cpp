@@ -55,11 +55,11 @@ TEST(List, PrintsOnePageInEveryFormat) {
 TEST(List, SendsTypedParameters) {
     ScriptedServices services;
     services.hmx().on("retrieve /displays", page({}));
-    services.run({"list", "displays", "displayID=1", "fields=name,terminal", "touchSupport=true", "terminal:=null"});
+    services.run({"list", "displays", "displayID=1", "fields=name,terminal", "touchSupport=true"});
     EXPECT_EQ(services.hmx().asked.back(),
-              R"(retrieve /displays {"displayID":1,"fields":["name","terminal"],"touchSupport":true,"terminal":null})");
-    EXPECT_EQ(services.run({"list", "displays", "displyID=1"}).code, ExitCode::usage);
-    EXPECT_EQ(services.run({"list", "displays", "displyID=1", "--no-validate"}).code, ExitCode::ok);
+              R"(retrieve /displays {"displayID":1,"fields":["name","terminal"],"touchSupport":true})");
+    services.run({"list", "displays", "displyID=1", "terminal=x", "limit=0", "name:=[]", "--no-validate"});
+    EXPECT_EQ(services.hmx().asked.back(), R"(retrieve /displays {"displyID":"1","terminal":"x","limit":0,"name":[]})");
 }
 
 TEST(List, GathersThePopupsOfAllDisplays) {
@@ -174,6 +174,13 @@ TEST(ExitCodes, FollowTheAnswer) {
     EXPECT_EQ(services.run({"call", "/any", "retrieve", "/x", "--timeout", "20ms"}).code, ExitCode::timeout);
     EXPECT_EQ(services.service("/any").cancelled, 1) << "what is not waited for is not left behind";
     EXPECT_EQ(services.run({"list", "displays"}).code, ExitCode::serviceAbsent);
+    ScriptedApi& absent = services.service("/absent");
+    absent.on("retrieve /x", {{"503 no answer"}, {"503 no answer"}, {"{}"}});
+    EXPECT_EQ(services.run({"call", "/absent", "retrieve", "/x"}).code, ExitCode::serviceAbsent);
+    EXPECT_EQ(services.run({"call", "/absent", "retrieve", "/x", "--timeout", "5s"}).code, ExitCode::ok) << "asked again";
+    absent.on("update /x", {{"503 lost, outcome unknown"}, {"503 no room, request not sent"}, {""}});
+    EXPECT_EQ(services.run({"call", "/absent", "update", "/x", "1", "--timeout", "5s"}).code, ExitCode::serviceAbsent) << "once";
+    EXPECT_EQ(services.run({"call", "/absent", "update", "/x", "1", "--timeout", "5s"}).code, ExitCode::ok) << "it was not sent";
     services.service("/any").on("retrieve /x", "{not json");
     EXPECT_EQ(services.run({"call", "/any", "retrieve", "/x"}).code, ExitCode::unexpected);
 }
@@ -193,6 +200,16 @@ TEST(Usage, SaysWhatIsWrongAndWhatWouldHelp) {
         {{"list", "displays", "--count", "3"}, "unknown option --count"},
         {{"watch", "displays", "--count", "0"}, "--count: '0'"},
         {{"list", "displays", "--domain", "../etc"}, "--domain: '../etc'"},
+        {{"list", "displays", "displyID=1"}, "did you mean 'displayID'"},
+        {{"list", "displays", "fields=name,terminl"}, "did you mean 'terminal'"},
+        {{"list", "displays", "fields=limit"}, "no such key in DisplayObject"},
+        {{"list", "displays", "limit=0"}, "limit takes a number from 1"},
+        {{"list", "displays", "resolution:={\"width\":1}"}, "resolution: elements cannot be selected by an object"},
+        {{"list", "displays", "terminal:=null"}, "terminal: elements cannot be selected by"},
+        {{"get", "displays/x", "touchSupport=true"}, "touchSupport has no effect on a single element"},
+        {{"watch", "popups/a/b", "visible=true"}, "visible has no effect on a single element"},
+        {{"delete", "regionconfigurations/x", "name=x"}, "name has no effect on a single element"},
+        {{"watch", "displays", "--for", "ever"}, "'ever' is not a duration"},
         {{"list", "displays/x"}, "hmxctl get displays/x"},
         {{"list", "displays", "name"}, "'name' is not KEY=VALUE"},
         {{"list", "regionconfigurations"}, "one by one only"},
@@ -209,7 +226,11 @@ TEST(Usage, SaysWhatIsWrongAndWhatWouldHelp) {
         {{"uuid"}, "either RESOURCE/NAME or --name TEXT"},
         {{"uuid", "popups/NoDisplay"}, "popups/DISPLAY/NAME"},
         {{"sim", "sett", "displays/a"}, "did you mean 'set'"},
-        {{"sim", "set", "displays", "a=b"}, "names no element"},
+        {{"sim", "set", "displays", "terminal=1"}, "names no element"},
+        {{"sim", "set", "displays/a", "terminl=1"}, "did you mean 'terminal'"},
+        {{"sim", "add", "popups/a", "visible=true"}, "name: is required"},
+        {{"sim", "fault", "popupmanager", "dely_ms=1"}, "did you mean 'delay_ms'"},
+        {{"sim", "plan", "cler"}, "what is 'cler'"},
         {{"completion", "csh"}, "one of bash, zsh, fish"},
         {{"help", "lst"}, "did you mean 'list'?"},
     };
@@ -314,7 +335,12 @@ TEST(Watch, FollowsChangesLossAndReturn) {
 }
 
 TEST(Watch, SourceThatIsAwayFromTheStart) {
+    EXPECT_EQ(ScriptedServices{}.run({"watch", "displays"}).code, ExitCode::serviceAbsent) << "at once";
+    EXPECT_EQ(ScriptedServices{}.run({"watch", "displays", "--timeout", "60ms"}).code, ExitCode::serviceAbsent);
     ScriptedServices services;
+    services.hmx().on("retrieve /displays", std::vector<Events>{{page({driver}), "503 gone"}, {"503 gone"}});
+    EXPECT_EQ(services.run({"watch", "displays", "--timeout", "60ms"}).code, ExitCode::serviceAbsent);
+    EXPECT_EQ(services.run({"watch", "displays", "--timeout", "5s", "--for", "60ms"}).code, ExitCode::ok);
     services.hmx().on("retrieve /displays", {{"503 no answer"}, {page({driver})}});
     const Outcome outcome = services.run({"watch", "displays", "-o", "jsonl", "--count", "3"});
     const std::string up = R"({"event":"source-up","resource":"displays"})";
@@ -331,6 +357,30 @@ TEST(Watch, PopupsOfAllDisplaysAreOneState) {
     EXPECT_EQ(outcome.out, R"({"event":"snapshot","resource":"popups","elements":[)" + popup("A", "One") + "," +
                                popup("B", "Two") + "]}\n" + R"({"event":"removed","resource":"popups","id":")" + idOf("BTwo") +
                                R"(","name":"Two"})" + "\n");
+
+    // A display that comes while its popups are watched.
+    services.hmx().on("retrieve /displays", {{page({})}, {page({}), page({display("A")})}, {page({display("A")})}});
+    services.hmx().on(R"(retrieve /popups {"display":"A"})", page({popup("A", "One")}));
+    const Outcome later = services.run({"watch", "popups", "-o", "json", "--count", "2"});
+    EXPECT_NE(later.out.find(R"("elements":[]})"), std::string::npos) << later.out;
+    EXPECT_NE(later.out.find(R"({"event":"changed","resource":"popups","id":")" + idOf("AOne")), std::string::npos) << later.out;
+}
+
+TEST(Watch, ElementsThatShareAnIdAndAnOutputThatIsSlow) {
+    ScriptedServices services;
+    const std::string twin = display("Driver_Display", R"(,"displayID":2)");
+    Events many{page({driver, twin}), page({driver, twin}), page({driver})};
+    services.hmx().on("retrieve /displays", std::vector<Events>{many});
+    const Outcome outcome = services.run({"watch", "displays", "-o", "jsonl", "--count", "2"});
+    EXPECT_EQ(outcome.out.find("changed"), std::string::npos) << outcome.out;
+    EXPECT_NE(outcome.out.find(R"({"event":"removed","resource":"displays")"), std::string::npos) << outcome.out;
+
+    many.clear();
+    for (int i = 0; i < 1000; ++i) many.push_back(page({display("Driver_Display", ",\"displayID\":" + std::to_string(i))}));
+    services.hmx().on("retrieve /displays", std::vector<Events>{many});
+    const std::string all = services.run({"watch", "displays", "-o", "jsonl", "--for", "50ms"}).out;
+    EXPECT_LT(std::count(all.begin(), all.end(), '\n'), 50) << "intermediate states are dropped while nobody prints them";
+    EXPECT_NE(all.find("\"displayID\":999}"), std::string::npos) << all;
 }
 
 TEST(Watch, ElementThatGoesAndComesBack) {
@@ -365,6 +415,20 @@ TEST(Wait, EndsWhenTheExpressionHolds) {
     EXPECT_EQ(ScriptedServices{}.run({"wait", "popups/D/Phone", "visible"}).code, ExitCode::serviceAbsent);
 }
 
+TEST(Status, ShowsClientsAsOneTable) {
+    ScriptedServices services;
+    services.hmx().on(
+        "retrieve /$platform/status",
+        R"({"published":[{"path":"/hmx","connections":1,"clients":[{"pid":7,"uid":1,"application":"nav","requests":2,)"
+        R"("streams":3,"queuedBytes":4,"keptBytes":5,"heldRequests":6,"heldBytes":8}]}]})");
+    EXPECT_EQ(services.run({"status"}).out,
+              "published\n  PATH  CONNECTIONS\n  /hmx            1\n\nclients\n"
+              "  SERVICE  PID  UID  PROGRAM  REQUESTS  STREAMS  QUEUED BYTES  KEPT BYTES  HELD REQUESTS  HELD BYTES\n"
+              "  /hmx       7    1  nav             2        3             4           5              6           8\n");
+    services.hmx().on("retrieve /$platform/status", R"({"published":[{"path":"/hmx","connections":1}]})");
+    EXPECT_EQ(services.run({"status"}).out, "published\n  PATH  CONNECTIONS\n  /hmx            1\n");
+}
+
 TEST(Describe, ShowsRecordsAndRoutes) {
     ScriptedServices services;
     const Outcome popups = services.run({"describe", "popups", "-o", "json"});
@@ -375,7 +439,9 @@ TEST(Describe, ShowsRecordsAndRoutes) {
     EXPECT_NE(regions.out.find("regionconfigurations  insert    /regionconfigurations    InsertRegionconfigurationObject"),
               std::string::npos);
     EXPECT_NE(regions.out.find("Co_Driver_Display | Driver_Display"), std::string::npos);
-    EXPECT_NE(regions.out.find("        hitOutside"), std::string::npos) << "nested members are indented";
+    const std::size_t nested = regions.out.find("        hitOutside");
+    EXPECT_NE(nested, std::string::npos) << "nested members are indented";
+    EXPECT_EQ(regions.out.find("hitOutside", nested + 20), std::string::npos) << "and each record is shown once";
     EXPECT_EQ(Json::parse(services.run({"describe", "-o", "json"}).out).size(), 5U);
 }
 

@@ -131,7 +131,8 @@ private:
         }
         std::vector<hmxctl::ServiceState> list(const hmxctl::Deadline&) override {
             std::vector<hmxctl::ServiceState> states;
-            for (const auto& [path, api] : apis_) states.push_back({path, true, false, 0, "scripted", 7, {"application/json"}});
+            for (const auto& [path, api] : apis_)
+                states.push_back({path, hmxctl::Life::alive, 0, "scripted", 7, {"application/json"}});
             return states;
         }
         std::string where() const override { return "the test"; }

@@ -120,6 +120,8 @@ TEST(Plan, IsRefusedWithThePlaceOfWhatIsWrong) {
         {"[{\"popup\": 3}]", "p.json:1: [0].popup: expected string, found int"},
         {"[{\"delete\": \"popups\"}]", "p.json:1: [0].delete: a path begins with \"/\""},
         {"[{\"delete\": \"\"}]", "p.json:1: [0].delete: a path begins with \"/\""},
+        {"[{\"popup\": \"D/P\", \"value\": {\"requested\": \"yes\"}}]",
+         "p.json:1: [0].value.requested: expected bool, found string"},
         {"[{\"set\": \"x\", \"values\": []}]", "p.json:1: [0].values: empty"},
         {"[{\"set\": \"x\", \"chance\": 1.5}]", "p.json:1: [0].chance: not a number from 0 to 1"},
         {"[{\"set\": \"x\", \"times\": 100000}, {\"set\": \"x\"}]", "p.json:1: [1]: more than 100000 steps"},
@@ -172,6 +174,7 @@ TEST(CommandLine, IsReadOrRefused) {
         {{"--world"}, 2, "--world"},
         {{"--seed", "-1"}, 2, "--seed"},
         {{"--mime", "text/html"}, 2, "\"text/html\" is none of"},
+        {{"--make-world", ""}, 2, "the size is missing"},
         {{"--make-world", "popups=many"}, 2, "popups=many: not from 0"},
         {{"--wrold", "x"}, 2, "--wrold"},
     };

@@ -3,6 +3,8 @@
 
 #include <gtest/gtest.h>
 
+#include <optional>
+
 #include "support/eventually.h"
 #include "support/temporary_directory.h"
 #include "world_file.h"
@@ -92,9 +94,19 @@ TEST(Server, ServesClosesReopensAndEndsInTheMiddleOfRequests) {
     Watched<Told> last;
     Consumer displays{*runtime, "/hmxdisplaymanager"};
     Consumer simulator{*runtime, "/hmxsim"};
+    Watched<int> serving;
+    Watched<int> servingLater;
+    const auto increase = [](int& times) { ++times; };
+    options.onServing = [&] { serving.change(increase); };
+    hmxsim::ServerOptions successor;
+    successor.managers = options.managers;
+    successor.runtime = runtimeOptions;
+    successor.onServing = [&] { servingLater.change(increase); };
+    std::optional<hmxsim::Server> second;
     {
         hmxsim::Server server{std::move(options)};
         ASSERT_EQ(server.start(), "");
+        EXPECT_TRUE(serving.waitFor([](int times) { return times == 1; }));
         ASSERT_TRUE(displays.seen.waitFor([](const auto& seen) { return seen.resolved == 1; }));
         ASSERT_TRUE(simulator.seen.waitFor([](const auto& seen) { return seen.resolved == 1; }));
         EXPECT_EQ(displays.seen.get().mimeTypes.front(), "application/vnd.msgpack");
@@ -110,7 +122,11 @@ TEST(Server, ServesClosesReopensAndEndsInTheMiddleOfRequests) {
         EXPECT_TRUE(displays.seen.waitFor([](const auto& seen) { return seen.gone == 1 && seen.resolved == 2; }));
         for (int i = 0; i < 200; ++i) displays.send(last, "retrieve", i % 2 == 0 ? "/displays" : "/displays/Left");
         EXPECT_TRUE(last.waitFor([](const Told& told) { return !told.empty(); }));
+        second.emplace(std::move(successor));
+        ASSERT_EQ(second->start(), "");
+        EXPECT_EQ(servingLater.get(), 0) << "the paths are taken";
     }
+    EXPECT_TRUE(servingLater.waitFor([](int times) { return times == 1; }));
     // Each of the open retrieves has had its one end.
     EXPECT_TRUE(last.waitFor([](const Told& told) { return std::count(told.begin(), told.end(), "503") == 200; }));
     EXPECT_TRUE(displays.seen.waitFor([](const auto& seen) { return seen.gone == 2; }));

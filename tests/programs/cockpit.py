@@ -18,7 +18,7 @@ class Cockpit:
         run.mkdir(mode=0o700)
         self.environment = dict(os.environ, KELO_RUNTIME_DIR=str(run), LC_ALL="C.UTF-8",
                                 PATH=f"{self.binaries}:{os.environ['PATH']}")
-        for name in ("KELO_TRACE", "NO_COLOR", "XDG_RUNTIME_DIR"):
+        for name in ("KELO_TRACE", "KELO_DOMAIN", "NO_COLOR", "XDG_RUNTIME_DIR"):
             self.environment.pop(name, None)
         self.world, self.bridge, self.sim_options = world, bridge, sim_options
         self.processes = {}

@@ -9,6 +9,7 @@
 
 #include "document.h"
 #include "failure.h"
+#include "kelo/runtime/domain_view.h"
 #include "suggest.h"
 #include "verbs/verbs.h"
 
@@ -95,14 +96,15 @@ private:
 
     void declareGlobals() {
         root_.add_option("-o,--output", format_, "What is printed: table, json, jsonl or raw (table)")->type_name("FORMAT");
-        root_.add_option("--timeout", timeout_, "How long to wait, e.g. 3s or 500ms (5s); `watch` has none")
+        root_.add_option("--timeout", timeout_, "How long to wait for a service and an answer, e.g. 3s or 500ms (5s)")
             ->type_name("DURATION");
         root_.add_option("--mime", mime_, "The encoding on the wire: json, msgpack, ixobin or a full name (json)")
             ->type_name("TYPE");
         root_.add_flag("--no-color", noColour_, "Plain text, also on a terminal (as NO_COLOR does)");
         root_.add_option("--runtime-dir", arguments_.runtimeDirectory, "Where the domains are (KELO_RUNTIME_DIR)")
             ->type_name("DIR");
-        root_.add_option("--domain", arguments_.domain, "The domain of the services (local)")->type_name("NAME");
+        root_.add_option("--domain", arguments_.domain, "The domain of the services (KELO_DOMAIN, else local)")
+            ->type_name("NAME");
         root_.add_flag("-v,--verbose", arguments_.verbose, "Say on standard error what is asked and what comes back");
         root_.set_help_flag("-h,--help", "Show this help");
         root_.add_flag("--version", version_, "Show the version");
@@ -121,6 +123,7 @@ private:
         if (has(watching)) {
             app->add_option("--count", count_, "End after this many events")->type_name("N");
             app->add_flag("--once", arguments_.once, "End after the first event");
+            app->add_option("--for", duration_, "End after this time, e.g. 30s")->type_name("DURATION");
             app->add_flag("--no-reconnect", noReconnect_, "End when the source goes away");
         }
         if (has(appearing)) app->add_flag("--appear", arguments_.appear, "Wait for the service and the element to appear, too");
@@ -168,6 +171,9 @@ private:
             arguments_.timeout = parseDuration(timeout_);
             arguments_.timeoutGiven = true;
         }
+        if (!duration_.empty()) arguments_.duration = parseDuration(duration_);
+        // Verbs that look for a service again and again want to know of its absence at once.
+        arguments_.patient = arguments_.timeoutGiven && (arguments_.verb->options & (watching | appearing)) == 0;
         if (!mime_.empty()) arguments_.mimeType = mimeTypeNamed(mime_);
         if (!count_.empty()) {
             std::uint64_t count = 0;
@@ -177,8 +183,9 @@ private:
             }
             arguments_.count = count;
         }
-        if (arguments_.domain.empty() || arguments_.domain.find('/') != std::string::npos || arguments_.domain.front() == '.') {
-            throw usageError("--domain: '" + arguments_.domain + "' is not a domain's name", "a plain name such as local");
+        if (root_.count("--domain") == 0) arguments_.domain = kelo::runtime::domainName(kelo::runtime::usualDomain);
+        if (!kelo::runtime::isDomainName(arguments_.domain)) {
+            throw usageError("--domain: '" + arguments_.domain + "' is not the name of a domain", "a plain name such as local");
         }
         const CLI::App& app = *root_.get_subcommand(std::string{arguments_.verb->name});
         if ((arguments_.verb->options & idParts) != 0 && app.count("--name") > 0) arguments_.name = name_;
@@ -209,6 +216,7 @@ private:
     std::string timeout_;
     std::string mime_;
     std::string count_;
+    std::string duration_;
     std::string name_;
     bool noColour_ = false;
     bool noValidate_ = false;

@@ -22,10 +22,11 @@ struct Arguments {
     bool formatGiven = false;
     std::chrono::milliseconds timeout{5000};
     bool timeoutGiven = false;
+    bool patient = false;                      // what is away is asked again until the timeout
     std::string mimeType{"application/json"};  // full name
     bool colour = true;
     std::string runtimeDirectory;  // "": from the environment
-    std::string domain{"local"};
+    std::string domain;
     bool verbose = false;
 
     const Verb* verb = nullptr;
@@ -36,6 +37,7 @@ struct Arguments {
     std::string file;  // "": none; "-": standard input
     bool validate = true;
     std::optional<std::uint64_t> count;
+    std::optional<std::chrono::milliseconds> duration;  // of a watch
     bool once = false;
     bool reconnect = true;
     bool appear = false;

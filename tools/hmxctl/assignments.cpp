@@ -67,13 +67,19 @@ std::vector<Assignment> asAssignments(std::span<const std::string> words) {
     return assignments;
 }
 
-void assign(Json& document, const std::vector<Assignment>& assignments, Members members) {
+void assign(Json& document, const std::vector<Assignment>& assignments, Members members, bool strict) {
     if (document.is_null()) document = Json::object();
     if (!assignments.empty() && !document.is_object()) {
         throw usageError("keys can be set in an object only, the body is " + std::string{document.type_name()});
     }
     for (const Assignment& assignment : assignments) {
-        document[assignment.key] = typed(assignment, findMember(members, assignment.key));
+        Json& value = document[assignment.key];
+        try {
+            value = typed(assignment, findMember(members, assignment.key));
+        } catch (const Failure&) {
+            if (strict || assignment.json) throw;
+            value = assignment.text;
+        }
     }
 }
 

@@ -26,9 +26,9 @@ struct Assignment {
 [[nodiscard]] std::vector<Assignment> asAssignments(std::span<const std::string> words);
 
 // Sets the keys in `document`, an object or null, in turn. KEY=VALUE takes the type that `members` gives the key: int, float,
-// bool
-// ("true" or "false"), a list of strings (divided by commas), anything nested as JSON, and a string otherwise, as for a key that
-// is not among them. Errors: Failure (usage) for a value that is not of its type.
-void assign(Json& document, const std::vector<Assignment>& assignments, Members members);
+// bool ("true" or "false"), a list of strings (separated by commas), anything nested as JSON, and a string otherwise, as for a
+// key that is not among them. Errors: Failure (usage) for a value that is not of its type; if `strict` is false, that is a
+// string, too.
+void assign(Json& document, const std::vector<Assignment>& assignments, Members members, bool strict = true);
 
 }  // namespace hmxctl

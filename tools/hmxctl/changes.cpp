@@ -1,6 +1,7 @@
 #include "changes.h"
 
 #include <map>
+#include <utility>
 
 namespace hmxctl {
 namespace {
@@ -16,14 +17,31 @@ std::vector<std::string> differingMembers(const Json& before, const Json& now) {
     return keys;
 }
 
+// Which of the elements with an id.
+using Identity = std::pair<std::string, std::size_t>;
+
+// Names elements in turn.
+class Identities {
+public:
+    Identity of(const Json& element) {
+        const std::string id = text(element, "id");
+        return {id, seen_[id]++};
+    }
+
+private:
+    std::map<std::string, std::size_t> seen_;
+};
+
 }  // namespace
 
 std::vector<ElementChange> changesBetween(const std::vector<Json>& before, const std::vector<Json>& now) {
-    std::map<std::string, const Json*> old;
-    for (const Json& element : before) old[text(element, "id")] = &element;
+    std::map<Identity, const Json*> old;
+    Identities earlier;
+    for (const Json& element : before) old[earlier.of(element)] = &element;
+    Identities present;
     std::vector<ElementChange> changes;
     for (const Json& element : now) {
-        const auto found = old.find(text(element, "id"));
+        const auto found = old.find(present.of(element));
         if (found == old.end()) {
             changes.push_back({.element = element});
             continue;
@@ -32,9 +50,9 @@ std::vector<ElementChange> changesBetween(const std::vector<Json>& before, const
         if (!members.empty()) changes.push_back({.element = element, .members = std::move(members)});
         old.erase(found);
     }
+    Identities again;
     for (const Json& element : before) {
-        const auto found = old.find(text(element, "id"));
-        if (found != old.end() && found->second == &element) changes.push_back({.removed = true, .element = element});
+        if (old.contains(again.of(element))) changes.push_back({.removed = true, .element = element});
     }
     return changes;
 }

@@ -15,7 +15,8 @@ struct ElementChange {
     std::vector<std::string> members{};  // that are new, gone or other than before; empty for an element that is new or removed
 };
 
-// Elements are the same if their "id" is. Changed and new ones first, in the order of `now`, then the removed ones.
+// Elements are the same if their "id" is; of several with one id, the first is the same as the first, and so on. Changed and new
+// ones first, in the order of `now`, then the removed ones.
 [[nodiscard]] std::vector<ElementChange> changesBetween(const std::vector<Json>& before, const std::vector<Json>& now);
 
 }  // namespace hmxctl

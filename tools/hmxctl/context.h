@@ -28,7 +28,8 @@ struct Context {
     // The service, waited for until the deadline if it is not attached yet. Errors: Failure.
     Service service(std::string_view path) { return service(path, deadline, arguments.mimeType); }
     Service service(std::string_view path, const Deadline& until, const std::string& mimeType) {
-        return Service{services.attach(path, until), std::string{path}, mimeType, arguments.verbose ? &err : nullptr};
+        return Service{services.attach(path, until), std::string{path}, mimeType, arguments.verbose ? &err : nullptr,
+                       arguments.patient};
     }
 
     // A remark for people, on standard error.

@@ -212,12 +212,19 @@ Answer Elements::request(std::string_view command, const Resource& resource, con
     const Query query{std::string{command}, elementPath(resource, id), body};
     if (std::optional<Answer> answer = hmx_.find(query, deadline_)) return *answer;
     if (isListable(resource)) {
-        (void)list(resource, nullptr);
+        const std::vector<Json> listed = list(resource, nullptr);
         if (std::optional<Answer> answer = hmx_.find(query, deadline_)) return *answer;
+        if (std::any_of(listed.begin(), listed.end(), [&](const Json& each) { return idOfElement(each) == id; })) {
+            throw Failure{
+                ExitCode::notFound,
+                describeQuery(query, hmx_.path()) + ": it is in the list, but its upstream service does not know its name",
+                "`hmxctl list " + std::string{resource.name} + "` shows it; an element without a name cannot be asked for", 404};
+        }
     }
     throw Failure{ExitCode::notFound, describeQuery(query, hmx_.path()) + ": there is no such element",
-                  isListable(resource) ? "`hmxctl list " + std::string{resource.name} + "` shows what there is"
-                                       : "`hmxctl tree` shows the touch regions that are set",
+                  isListable(resource)
+                      ? "`hmxctl list " + std::string{resource.name} + "` shows what there is"
+                      : "the bridge knows only what was inserted since it started; `hmxctl tree` shows all touch regions",
                   404};
 }
 

@@ -17,6 +17,9 @@
 namespace hmxctl {
 namespace {
 
+// How many intermediate states a command that is slow to print them still gets to see.
+constexpr std::size_t mostKept = 16;
+
 // Thread: the runtime's.
 class Collector final : public kelo::IResponseHandler<kelo::Response> {
 public:
@@ -52,7 +55,14 @@ void Inbox::put(Event event) {
     {
         const std::lock_guard lock{mutex_};
         sleeping = events_.empty();
-        events_.push_back(std::move(event));
+        const auto last = std::find_if(events_.rbegin(), events_.rend(), [&](const Event& each) {
+            return each.source == event.source && each.kind == Event::Kind::next;
+        });
+        if (event.kind == Event::Kind::next && events_.size() >= mostKept && last != events_.rend()) {
+            *last = std::move(event);
+        } else {
+            events_.push_back(std::move(event));
+        }
     }
     const std::uint64_t one = 1;
     if (sleeping) (void)!::write(wakeUp_, &one, sizeof one);

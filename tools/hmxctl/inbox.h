@@ -29,6 +29,7 @@ public:
     Inbox(const Inbox&) = delete;
     Inbox& operator=(const Inbox&) = delete;
 
+    // If many events wait, a value replaces the one of the same request that still waits.
     void put(Event event);
     // The next event in order of arrival; nothing at the deadline (none: waits for ever). `output`, if not negative, is a
     // descriptor whose reader is watched meanwhile: throws OutputClosed when it goes away.

@@ -19,10 +19,11 @@ extern "C" void onInterrupt(int /*signal*/) {
     std::_Exit(static_cast<int>(hmxctl::ExitCode::interrupted));
 }
 
-// A closed standard stream's number would be given to the next socket, and data printed into it.
+// A closed standard stream's number would be given to the next socket, and data printed into it. What takes its place still
+// fails: data that cannot be written are an error.
 void fillStandardDescriptors() {
     for (int descriptor = STDIN_FILENO; descriptor <= STDERR_FILENO; ++descriptor) {
-        if (::fcntl(descriptor, F_GETFD) < 0) (void)::open("/dev/null", descriptor == STDIN_FILENO ? O_RDONLY : O_WRONLY);
+        if (::fcntl(descriptor, F_GETFD) < 0) (void)::open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
     }
 }
 

@@ -52,6 +52,10 @@ void Output::flush() {
     pending_.clear();
 }
 
+bool Output::isForeground() const noexcept {
+    return terminal_ && ::tcgetpgrp(descriptor_) == ::getpgrp();
+}
+
 TerminalSize Output::size() const noexcept {
     TerminalSize size;
     winsize window{};

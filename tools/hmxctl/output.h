@@ -37,6 +37,8 @@ public:
 
     int descriptor() const noexcept { return descriptor_; }
     bool isTerminal() const noexcept { return terminal_; }
+    // Whether the terminal is ours to draw on: another command may have it in the meantime.
+    bool isForeground() const noexcept;
     bool colour() const noexcept { return colour_; }
     TerminalSize size() const noexcept;
 

@@ -23,9 +23,30 @@ Json retrieveParameters(const Context& context, const Resource& resource) {
     Json parameters;
     const std::vector<Assignment> assignments = asAssignments(wordsFrom(context, 1));
     if (assignments.empty()) return parameters;
-    assign(parameters, assignments, parametersOf(resource));
-    if (context.arguments.validate) checkParameters(parameters, parametersOf(resource), context.action());
+    assign(parameters, assignments, parametersOf(resource), context.arguments.validate);
+    if (context.arguments.validate) {
+        checkParameters(parameters, parametersOf(resource), resource.element(), context.action());
+    }
     return parameters;
+}
+
+ElementParameters elementParameters(const Context& context, const Resource& resource) {
+    const bool isPopup = resource.path == "/popups";
+    ElementParameters found{retrieveParameters(context, resource)};
+    if (context.arguments.validate) {
+        for (const auto& [key, value] : found.parameters.items()) {
+            if (key == "fields" || (isPopup && key == "display")) continue;
+            throw usageError(context.action() + ": " + key + " has no effect on a single element",
+                             "only fields=a,b; `hmxctl list " + std::string{resource.name} + "` and `watch " +
+                                 std::string{resource.name} + "` take " + key);
+        }
+    }
+    if (isPopup && member(found.parameters, "display").is_string()) {
+        found.display = text(found.parameters, "display");
+        found.parameters.erase("display");
+    }
+    if (found.parameters.empty()) found.parameters = nullptr;
+    return found;
 }
 
 Json requestBody(const Context& context, std::size_t firstWord, Members members) {
@@ -33,7 +54,7 @@ Json requestBody(const Context& context, std::size_t firstWord, Members members)
     const std::string& file = context.arguments.file;
     if (!file.empty()) body = parseJson(readFile(file), file == "-" ? "standard input" : file);
     const std::vector<Assignment> assignments = asAssignments(wordsFrom(context, firstWord));
-    if (!assignments.empty()) assign(body, assignments, members);
+    if (!assignments.empty()) assign(body, assignments, members, context.arguments.validate);
     return body;
 }
 
@@ -55,7 +76,7 @@ std::string readFile(const std::string& path) {
     if (!standardInput) ::close(descriptor);
     errno = error;
     if (got < 0) throw failed();
-    if (got > 0) throw usageError(path + ": larger than any body can be");
+    if (got > 0) throw usageError(path + ": larger than a request may be");
     return content;
 }
 

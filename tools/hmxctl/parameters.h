@@ -14,6 +14,14 @@ namespace hmxctl {
 // when there are none. Errors: Failure (usage).
 [[nodiscard]] Json retrieveParameters(const Context& context, const Resource& resource);
 
+// The same of a verb that works on one element, for which nothing has an effect but `fields` and, where a popup is sought,
+// `display`: anything else is refused. The display is taken out of the parameters. Errors: Failure (usage).
+struct ElementParameters {
+    Json parameters;
+    std::string display{};
+};
+[[nodiscard]] ElementParameters elementParameters(const Context& context, const Resource& resource);
+
 // The body that -f and the words from `firstWord` on make, keys from the words going before those of the file. Null when there is
 // neither. Errors: Failure (usage).
 [[nodiscard]] Json requestBody(const Context& context, std::size_t firstWord, Members members);

@@ -26,7 +26,7 @@ std::vector<std::string> words(std::span<const std::string_view> views) {
 // Walks a document along its description. `path` is that of the value at hand.
 class Checker {
 public:
-    explicit Checker(const std::string& origin) : origin_{origin} {}
+    explicit Checker(const std::string& origin, bool whole = true) : origin_{origin}, whole_{whole} {}
 
     void record(const Json& value, const Description& description, const std::string& path) const {
         if (!value.is_object()) fail(path, "a " + std::string{description.name} + " is an object, this is " + what(value));
@@ -37,7 +37,7 @@ public:
             member(each, *found, inner);
         }
         for (const MemberDescription& each : description.members) {
-            if (each.isRequired && member_(value, each.key).is_null()) {
+            if (whole_ && each.isRequired && member_(value, each.key).is_null()) {
                 fail(path.empty() ? std::string{each.key} : path + "." + std::string{each.key}, "is required");
             }
         }
@@ -95,6 +95,7 @@ private:
     }
 
     const std::string& origin_;
+    bool whole_;
 };
 
 }  // namespace
@@ -122,16 +123,29 @@ void checkBody(const Json& body, const Description& record, const std::string& o
     Checker{origin}.record(body, record, "");
 }
 
-void checkParameters(const Json& parameters, Members known, const std::string& origin) {
+void checkPatch(const Json& patch, const Description& record, const std::string& origin) {
+    Checker{origin, false}.record(patch, record, "");
+}
+
+void checkParameters(const Json& parameters, Members known, const Description& record, const std::string& origin) {
     for (const auto& [key, value] : parameters.items()) {
         const MemberDescription* found = findMember(known, key);
         if (found == nullptr) throw unknownMember(origin + ": " + key, key, "the parameters", known);
-        if (found->kind != Kind::record) Checker{origin}.member(value, *found, key);
+        const bool comparable = found->kind != Kind::record && (!found->isArray || key == "fields") && !value.is_null();
+        if (!comparable) {
+            throw usageError(origin + ": " + key + ": elements cannot be selected by an object, an array or null",
+                             "members with plain values can be compared: name=TEXT, for example");
+        }
+        Checker{origin}.member(value, *found, key);
+        const int least = key == "limit" ? 1 : 0;
+        if ((key == "limit" || key == "offset") && value < least) {
+            throw usageError(origin + ": " + key + " takes a number from " + std::to_string(least));
+        }
     }
     for (const Json& field : member(parameters, "fields")) {
         const std::string name = field.is_string() ? field.get<std::string>() : "";
-        if (!name.empty() && findMember(known, name) == nullptr) {
-            throw unknownMember(origin + ": fields: " + name, name, "the parameters", known);
+        if (!name.empty() && findMember(record.members, name) == nullptr) {
+            throw unknownMember(origin + ": fields: " + name, name, record.name, record.members);
         }
     }
 }

@@ -28,8 +28,11 @@ using Members = std::span<const MemberDescription>;
 // fault is thrown, with the path of the field: Failure (usage).
 void checkBody(const Json& body, const Description& record, const std::string& origin);
 
-// Checks the keys of a retrieve's parameters, and the types of those that are plain values.
-void checkParameters(const Json& parameters, Members known, const std::string& origin);
+// The same of a change: members may be missing, and null takes one away.
+void checkPatch(const Json& patch, const Description& record, const std::string& origin);
+
+// Checks the parameters of a retrieve: keys, types and ranges. What cannot be compared is refused: objects, arrays and null.
+void checkParameters(const Json& parameters, Members known, const Description& record, const std::string& origin);
 
 // Checks that a member's path such as "resolution.width" or "layers[0].zpos" leads to a member.
 void checkMemberPath(const std::string& path, const Description& record, const std::string& origin);

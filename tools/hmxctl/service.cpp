@@ -3,6 +3,7 @@
 #include <array>
 #include <cstdio>
 #include <ostream>
+#include <thread>
 
 #include "kelo/headers.h"
 #include "kelo/tracing.h"
@@ -23,7 +24,7 @@ std::string hintFor(std::uint16_t status, const std::string& service) {
             return service == "/hmx" ? "`hmxctl services` shows what is there; a bridge without its upstream answers like this"
                                      : "`hmxctl services` shows what is there";
         case ExitCode::timeout:
-            return "--timeout gives it longer";
+            return "that is the service's own time limit; `hmxctl status " + service + "` shows what it waits for";
         case ExitCode::notFound:
             if (service == "/hmxsim") return "`hmxctl sim world` shows what there is";
             return service == "/hmx" ? "`hmxctl describe` shows the paths and commands that there are" : "";
@@ -34,6 +35,12 @@ std::string hintFor(std::uint16_t status, const std::string& service) {
         default:
             return {};
     }
+}
+
+// What only reads, or never left, can be asked again.
+bool canRepeat(const Query& query, const Failure& failure) {
+    if (failure.status() != 503) return false;
+    return query.command == "retrieve" || std::string_view{failure.what()}.find("not sent") != std::string_view::npos;
 }
 
 }  // namespace
@@ -60,10 +67,24 @@ Failure Service::failure(const Query& query, const kelo::Response& response) con
 }
 
 Failure Service::timedOut(const Query& query) const {
-    return Failure{ExitCode::timeout, describeQuery(query, path_) + ": no answer in time", hintFor(504, path_)};
+    return Failure{ExitCode::timeout, describeQuery(query, path_) + ": no answer in time", "--timeout lets it wait longer"};
 }
 
 Answer Service::request(const Query& query, const Deadline& deadline) const {
+    constexpr std::chrono::milliseconds longestPause{400};
+    std::chrono::milliseconds pause{20};
+    for (;;) {
+        try {
+            return requestOnce(query, deadline);
+        } catch (const Failure& failure) {
+            if (!patient_ || !canRepeat(query, failure) || deadline.left() <= pause) throw;
+        }
+        std::this_thread::sleep_for(pause);
+        pause = std::min(pause * 2, longestPause);
+    }
+}
+
+Answer Service::requestOnce(const Query& query, const Deadline& deadline) const {
     const auto inbox = std::make_shared<Inbox>();
     const auto asked = Deadline::Clock::now();
     trace(query);

@@ -52,9 +52,10 @@ private:
 // Thread: main.
 class Service {
 public:
-    // `api` outlives it. `trace`, which may be null, hears what is asked and answered.
-    Service(kelo::IKeloApi& api, std::string path, std::string mimeType, std::ostream* trace)
-        : api_{api}, path_{std::move(path)}, mimeType_{std::move(mimeType)}, trace_{trace} {}
+    // `api` outlives it. `trace`, which may be null, hears what is asked and answered. `patient`: what fails because something is
+    // away is asked again until the deadline, if that can do no harm.
+    Service(kelo::IKeloApi& api, std::string path, std::string mimeType, std::ostream* trace, bool patient = false)
+        : api_{api}, path_{std::move(path)}, mimeType_{std::move(mimeType)}, trace_{trace}, patient_{patient} {}
 
     const std::string& path() const noexcept { return path_; }
     kelo::IKeloApi& api() const noexcept { return api_; }
@@ -73,6 +74,7 @@ public:
     [[nodiscard]] Failure timedOut(const Query& query) const;
 
 private:
+    Answer requestOnce(const Query& query, const Deadline& deadline) const;
     kelo::Request makeRequest(const Query& query, bool oneShot) const;
     void trace(const Query& query) const;
     void trace(const kelo::Response& response, Deadline::Clock::time_point asked) const;
@@ -81,6 +83,7 @@ private:
     std::string path_;
     std::string mimeType_;
     std::ostream* trace_;
+    bool patient_;
 };
 
 // "retrieve /displays at /hmx".

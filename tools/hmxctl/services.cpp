@@ -10,9 +10,11 @@
 #include "services.h"
 
 #include <pwd.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <condition_variable>
 #include <cstring>
@@ -26,7 +28,6 @@
 #include "kelo/runtime/domain_view.h"
 #include "kelo/std/error_storage.h"
 #include "suggest.h"
-#include "verbs/verbs.h"
 
 namespace hmxctl {
 namespace {
@@ -38,6 +39,7 @@ using kelo::runtime::RuntimeOptions;
 constexpr std::chrono::milliseconds graceOfUnlisted{150};
 constexpr std::chrono::milliseconds graceOfListed{1500};
 constexpr std::chrono::milliseconds graceOfEach{700};
+constexpr std::chrono::milliseconds graceOfClosing{200};
 constexpr std::chrono::milliseconds directoryPause{20};
 
 // As `sudo -u` takes it.
@@ -96,8 +98,7 @@ public:
         options_.domain = arguments.domain;
         if (!arguments.runtimeDirectory.empty()) options_.directory = arguments.runtimeDirectory + "/" + arguments.domain;
         options_.applicationName = "hmxctl";
-        const bool looksAgain = arguments.verb != nullptr && (arguments.verb->options & (watching | appearing)) != 0;
-        isPatient_ = arguments.timeoutGiven && !looksAgain;
+        isPatient_ = arguments.patient;
     }
 
     kelo::IKeloApi& attach(std::string_view path, const Deadline& deadline) override {
@@ -129,20 +130,24 @@ public:
             ServiceState& state = states.emplace_back();
             state.path = path;
             const std::optional<uid_t> owner = foreignOwner(path);
-            state.foreign = owner.has_value();
+            if (owner) state.life = Life::refused;
             state.uid = owner.value_or(0);
         }
         (void)waitFor(deadline.atMost(graceOfEach), [&] {
             for (std::size_t i = 0; i < paths.size(); ++i) {
-                if (!states[i].foreign && !services[i]->aliveLocked()) return false;
+                if (states[i].life != Life::refused && !services[i]->aliveLocked()) return false;
             }
             return true;
         });
-        const std::lock_guard lock{news_.mutex};
         for (std::size_t i = 0; i < paths.size(); ++i) {
             ServiceState& state = states[i];
-            state.alive = services[i]->aliveLocked();
-            if (!state.alive) continue;
+            std::unique_lock lock{news_.mutex};
+            if (!services[i]->aliveLocked()) {
+                lock.unlock();
+                if (state.life != Life::refused) state.life = lifeOf(state.path);
+                continue;
+            }
+            state.life = Life::alive;
             const KeloServiceTrackerInfo& info = services[i]->infoLocked();
             state.application = info.applicationName;
             state.pid = info.pid;
@@ -170,12 +175,26 @@ private:
         return owner == ::geteuid() ? std::nullopt : owner;
     }
 
+    // Of a service that has not said hello. A process that takes connections and closes them has too many already; one that
+    // leaves them alone does nothing.
+    Life lifeOf(std::string_view path) const {
+        switch (kelo::runtime::probeSocket(options_, path, graceOfClosing)) {
+            case kelo::runtime::SocketState::silent:
+                return Life::hung;
+            case kelo::runtime::SocketState::closed:
+                return Life::full;
+            case kelo::runtime::SocketState::dead:
+                break;
+        }
+        return Life::stale;
+    }
+
     void refuseForeign(std::string_view path) const {
         if (const std::optional<uid_t> owner = foreignOwner(path)) {
             throw Failure{ExitCode::notPermitted,
                           std::string{path} + " in " + where() + " is run by " + userName(*owner) + ", and you are " +
                               userName(::geteuid()),
-                          "a service lets in only the user who runs it: sudo -u " + userName(*owner) + " hmxctl ..."};
+                          "a service accepts only the user who runs it: sudo -u " + userName(*owner) + " hmxctl ..."};
         }
     }
 
@@ -188,8 +207,19 @@ private:
         throw Failure{notThere ? ExitCode::serviceAbsent : ExitCode::notPermitted,
                       reason.empty() ? "cannot read " + where() : reason,
                       notThere ? "no service has been started there; --runtime-dir, KELO_RUNTIME_DIR and --domain choose another"
-                               : "a service lets in only the user who runs it; --runtime-dir, KELO_RUNTIME_DIR and --domain "
-                                 "choose another directory"};
+                               : hintForDirectory()};
+    }
+
+    // Of a directory that may not be used.
+    std::string hintForDirectory() const {
+        std::string directory = kelo::runtime::domainDirectory(options_);
+        struct stat status {};
+        while (directory.size() > 1 && ::stat(directory.c_str(), &status) != 0) directory.erase(directory.rfind('/'));
+        if (directory.size() > 1 && status.st_uid != ::geteuid() && status.st_uid != 0) {
+            const std::string user = userName(status.st_uid);
+            return "a service accepts only the user who runs it: sudo -u " + user + " hmxctl ...";
+        }
+        return "--runtime-dir, KELO_RUNTIME_DIR and --domain choose another directory";
     }
 
     Acquaintance& acquaintance(std::string_view path) {
@@ -219,8 +249,17 @@ private:
     Failure absent(std::string_view path, bool hasPlace, const std::vector<std::string>& listed) const {
         const std::string name{path};
         if (hasPlace) {
-            return Failure{ExitCode::serviceAbsent, name + " does not answer in " + where() + "; its owner may have died",
-                           "`hmxctl services` shows who is alive"};
+            switch (lifeOf(path)) {
+                case Life::full:
+                    return Failure{ExitCode::serviceAbsent, name + " in " + where() + " accepts no more clients",
+                                   "end some of its clients, then `hmxctl status " + name + "` lists the others"};
+                case Life::hung:
+                    return Failure{ExitCode::serviceAbsent, name + " in " + where() + " does not answer, but its process exists",
+                                   "the process may be stopped or stuck; restart it"};
+                default:
+                    return Failure{ExitCode::serviceAbsent, name + " in " + where() + " has ended and left its socket",
+                                   "start it again; `hmxctl services` shows which services are alive"};
+            }
         }
         std::string hint = path == "/hmx" ? "is hmxtolubridge running, with its upstream services?" : didYouMean(path, listed);
         if (hint.empty()) hint = listed.empty() ? "no service is running there" : "there are: " + joined(listed);
@@ -235,6 +274,11 @@ private:
 };
 
 }  // namespace
+
+std::string_view nameOf(Life life) noexcept {
+    constexpr std::array<std::string_view, 5> names{"alive", "stale", "hung", "full", "refused"};
+    return names.at(static_cast<std::size_t>(life));
+}
 
 std::unique_ptr<Services> createServices(const Arguments& arguments) {
     return std::make_unique<RuntimeServices>(arguments);

@@ -16,12 +16,20 @@ namespace hmxctl {
 
 struct Arguments;
 
+enum class Life : std::uint8_t {
+    alive,
+    stale,    // its process has ended
+    hung,     // its process exists, but does not answer
+    full,     // it accepts no more clients
+    refused,  // another user's, so that its life cannot be told
+};
+[[nodiscard]] std::string_view nameOf(Life life) noexcept;
+
 // What is known of a service that has a place in the domain. Thread: any (a value).
 struct ServiceState {
     std::string path;
-    bool alive = false;
-    bool foreign = false;     // another user's, so that its life cannot be told
-    uid_t uid = 0;            // while alive or foreign
+    Life life = Life::stale;
+    uid_t uid = 0;            // while alive or refused
     std::string application;  // this and what follows only while alive
     pid_t pid = 0;
     std::vector<std::string> mimeTypes;

@@ -2,6 +2,9 @@
 // displays), because a service that came back has forgotten all of it. Open: events are taken from the inbox. If there are
 // several requests (one per display), the update is assembled once all of them have answered; the end of one ends all. Requests
 // are numbered consecutively, so an event of a closed request that was still under way is recognised and dropped.
+//
+// The popups of all displays are asked for by display. One more request follows the displays themselves: when one comes or goes,
+// all is opened again, and only what then differs is news.
 
 #include "subscription.h"
 
@@ -31,8 +34,13 @@ Subscription::Subscription(Context& context, Target target, Json parameters, std
 
 void Subscription::open(const Deadline& deadline) {
     Elements elements{context_, deadline};
+    displays_.reset();
     if (target_.element.empty()) {
         queries_ = elements.listQueries(*target_.resource, parameters_);
+        if (target_.resource->path == "/popups" && member(parameters_, "display").is_null()) {
+            displays_ = elements.displayNames();
+            queries_.push_back({"retrieve", std::string{resourceNamed("displays", "").path}, nullptr});
+        }
     } else {
         const std::UUID id = elements.find(target_, display_);
         // Makes the service know the id, and says so where it does not.
@@ -81,6 +89,15 @@ std::optional<Update> Subscription::take(const Event& event) {
     const bool failedEvent = event.kind == Event::Kind::error || exitCodeOf(event.response.status()) != ExitCode::ok;
     if (failedEvent && event.response.status() == 404 && sources_.size() > 1) {
         sources_[index].elements.emplace();  // of several displays one may be unknown where popups are managed: it has none
+    } else if (!failedEvent && isDisplays(index)) {
+        std::vector<std::string> names;
+        for (const Json& display : elementsOf(decode(event.response.payload()))) names.push_back(text(display, "name"));
+        if (names != *displays_) {
+            close(shortestPause);
+            return {};
+        }
+        if (sources_[index].elements || sources_.size() > 1) return {};
+        sources_[index].elements.emplace();
     } else if (failedEvent) {
         return failed(service_->failure(queries_[index], event.response));
     } else {
@@ -88,7 +105,9 @@ std::optional<Update> Subscription::take(const Event& event) {
     }
     pause_ = std::chrono::milliseconds{0};
     Update update;
-    for (const Source& source : sources_) {
+    for (std::size_t i = 0; i < sources_.size(); ++i) {
+        const Source& source = sources_[i];
+        if (!source.elements && isDisplays(i) && i > 0) continue;
         if (!source.elements) return {};
         update.elements.insert(update.elements.end(), source.elements->begin(), source.elements->end());
     }
@@ -110,11 +129,6 @@ std::optional<Update> Subscription::next(const std::optional<Deadline>& deadline
                 open(deadline ? deadline->atMost(attempt) : Deadline{attempt});
             } catch (const Failure& failure) {
                 return failed(failure);
-            }
-            // No display, so no popups, and no request that could tell of one: look again in a while.
-            if (sources_.empty()) {
-                close(pollPause);
-                return Update{};
             }
         }
         const std::optional<Event> event = inbox_->take(deadline, context_.out.descriptor());

@@ -49,6 +49,7 @@ private:
     void close(std::chrono::milliseconds pause);
     Update failed(Failure failure);
     std::optional<Update> take(const Event& event);
+    bool isDisplays(std::size_t index) const noexcept { return displays_ && index + 1 == sources_.size(); }
 
     Context& context_;
     Target target_;
@@ -58,7 +59,8 @@ private:
     std::vector<Query> queries_;
     std::optional<Service> service_;
     std::vector<Source> sources_;
-    std::size_t firstSource_ = 0;  // events of requests before this one are those of closed streams
+    std::optional<std::vector<std::string>> displays_;  // whose popups are followed; the last source says when they change
+    std::size_t firstSource_ = 0;                       // events of requests before this one are those of closed streams
     bool open_ = false;
     std::chrono::milliseconds pause_{0};
     std::optional<Deadline> reopenAt_;

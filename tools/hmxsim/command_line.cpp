@@ -71,6 +71,9 @@ std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLin
             return usageError(err, "--seed: \"" + seed + "\" is not a number from 0");
         }
     }
+    if (app.count("--make-world") > 0 && line.worldSize.empty()) {
+        return usageError(err, "--make-world: the size is missing, for example displays=4,popups=500");
+    }
     WorldSize size;
     if (const std::string complaint = readWorldSize(line.worldSize, size); !complaint.empty()) {
         return usageError(err, "--make-world: " + complaint);

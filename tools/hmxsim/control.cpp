@@ -212,7 +212,8 @@ Response Control::setFault(const Call& call) {
         service->faults().set(rule, seed_);
         return done();
     }
-    // At once, but not before this is answered.
+    // At once, but not before this is answered. What was in force before is not when the service returns.
+    service->faults().set({}, seed_);
     surroundings_.timers.at(surroundings_.timers.now(), [this, service, rule] {
         if (rule.crash.value_or(false)) surroundings_.host.crash();
         surroundings_.host.close(service->name(), reopenAfter(rule));

@@ -226,7 +226,7 @@ void Document::expectKeys(const Node& object, std::initializer_list<std::string_
     }
 }
 
-void Document::check(const Node& object, const kelo::record::Description& record, const std::string& path) const {
+void Document::check(const Node& object, const kelo::record::Description& record, const std::string& path, Extent extent) const {
     expect(object, Node::Type::object, path);
     for (const Node& child : object.children) {
         const auto* const member = std::find_if(record.members.data(), record.members.data() + record.members.size(),
@@ -237,7 +237,7 @@ void Document::check(const Node& object, const kelo::record::Description& record
             for (const auto& candidate : record.members) (known += known.empty() ? "" : ", ") += candidate.key;
             refuse(child, place, "unknown key; " + std::string{record.name} + " has " + known);
         }
-        if (child.type == Node::Type::null && !member->isRequired) continue;
+        if (child.type == Node::Type::null && (!member->isRequired || extent == Extent::patch)) continue;
         if (member->isArray) {
             expect(child, Node::Type::array, place);
             if (member->kind == Kind::record) {
@@ -247,12 +247,14 @@ void Document::check(const Node& object, const kelo::record::Description& record
                     checkValue(child.children[i], *member, elementPath(place, i));
                 }
             }
+        } else if (member->kind == Kind::record) {
+            check(child, member->nested(), place, extent);
         } else {
             checkValue(child, *member, place);
         }
     }
     for (const auto& member : record.members) {
-        if (member.isRequired && object.find(member.key) == nullptr) {
+        if (extent == Extent::whole && member.isRequired && object.find(member.key) == nullptr) {
             refuse(object, path, "\"" + std::string{member.key} + "\" is missing; " + std::string{record.name} + " must have it");
         }
     }

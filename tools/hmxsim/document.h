@@ -57,8 +57,10 @@ public:
     // Throws for the members of an object that are not among `keys`.
     void expectKeys(const Node& object, std::initializer_list<std::string_view> keys, std::string_view path) const;
     // Throws unless the object is such a record: unknown keys, wrong types, absent required members, and elements of one array
-    // with the same "id" are refused.
-    void check(const Node& object, const kelo::record::Description& record, const std::string& path) const;
+    // with the same "id" are refused. A patch may lack members.
+    enum class Extent : bool { whole, patch };
+    void check(const Node& object, const kelo::record::Description& record, const std::string& path,
+               Extent extent = Extent::whole) const;
     // Throws if two elements of the array have the same text at `keyPath` ("layersForDisplay.display.name").
     void refuseDuplicates(const Node& array, std::string_view keyPath, const std::string& path) const;
 

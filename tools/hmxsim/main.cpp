@@ -6,6 +6,7 @@
 
 #include "command_line.h"
 #include "kelo/mimetypes.h"
+#include "kelo/runtime/domain_view.h"
 #include "make_world.h"
 #include "osal/osal.h"
 #include "server.h"
@@ -46,6 +47,7 @@ int serve(const hmxsim::CommandLine& line) {
     options.seed = line.seed.value_or(hmxsim::usualSeed);
     options.recordFile = line.recordFile;
     options.runtime.applicationName = name;
+    options.runtime.domain = kelo::runtime::domainName(kelo::runtime::usualDomain);
     if (!line.mimeType.empty()) {
         auto& types = options.runtime.mimeTypes;
         const std::string preferred{kelo::mimetypes::id2typename(kelo::mimetypes::typename2id(line.mimeType))};
@@ -54,12 +56,15 @@ int serve(const hmxsim::CommandLine& line) {
     }
     std::string serving;
     for (const hmxsim::ManagerId id : options.managers) (serving += hmxsim::servicePathOf(id)) += ", ";
+    options.onServing = [=] {
+        std::cerr << std::string{name} + ": serving " + serving + std::string{hmxsim::controlPath} + " from " + file + "\n"
+                  << std::flush;
+    };
     hmxsim::Server server{std::move(options)};
     if (const std::string failure = server.start(); !failure.empty()) {
         std::cerr << name << ": " << failure << std::endl;
         return 1;
     }
-    std::cerr << name << ": serving " << serving << hmxsim::controlPath << " from " << file << std::endl;
     waitForSignal();
     return 0;
 }

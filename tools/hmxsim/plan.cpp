@@ -13,11 +13,19 @@
 #include <algorithm>
 #include <array>
 
+#include "faults.h"
+#include "hmx/displaymanager/display.h"
+#include "hmx/displaymanager/display_layers.h"
+#include "hmx/displaymanager/displayable.h"
+#include "hmx/popups/popup.h"
+#include "input_display.h"
 #include "random.h"
 
 namespace hmxsim {
 
 namespace {
+
+namespace dm = kelo::hmx::displaymanager;
 
 constexpr std::size_t mostSteps = 100'000;
 constexpr std::int64_t mostMilliseconds = 7LL * 24 * 3600 * 1000;
@@ -33,6 +41,18 @@ constexpr std::array<Verb, 6> verbs{{{"set", "update", "/state/"},
                                      {"insert", "insert", ""},
                                      {"update", "update", ""},
                                      {"delete", "delete", ""}}};
+
+// What the values of a place are. Thread: any (a constant).
+struct Place {
+    std::string_view prefix;  // of the paths
+    const kelo::record::Description& (*record)();
+};
+constexpr std::array<Place, 6> places{{{"/faults/", kelo::record::describe<FaultRule>},
+                                       {"/popups/", kelo::record::describe<kelo::hmx::popups::Popup>},
+                                       {"/state/displaymanager/displays", kelo::record::describe<dm::Display>},
+                                       {"/state/displaymanager/displayables", kelo::record::describe<dm::Displayable>},
+                                       {"/state/displaymanager/layerConfig", kelo::record::describe<dm::DisplayLayers>},
+                                       {"/state/inputmanager/displays", kelo::record::describe<InputDisplay>}}};
 
 // Reads the members of one step. Thread: one at a time; refers to all it is given.
 class StepReader {
@@ -80,11 +100,14 @@ public:
         if (found == nullptr) document_.refuse(step_, path_, "a step needs one of set, popup, fault, insert, update, delete");
         return step;
     }
-    // The bodies of which one is drawn: none, one, or several.
-    std::vector<std::string> bodies() const {
+    // The bodies of which one is drawn: none, one, or several. What cannot be right is refused now, not when its time has come.
+    std::vector<std::string> bodies(const PlannedStep& request) const {
         std::vector<std::string> bodies;
+        const auto* const known =
+            std::find_if(places.begin(), places.end(), [&](const Place& each) { return request.path.starts_with(each.prefix); });
         const auto add = [&](const Node& node, const std::string& path) {
             document_.expect(node, Node::Type::object, path);
+            if (known != places.end()) document_.check(node, known->record(), path, Document::Extent::patch);
             bodies.emplace_back(document_.textOf(node));
         };
         if (const Node* const value = step_.find("value")) add(*value, memberPath(path_, "value"));
@@ -112,7 +135,7 @@ void readStep(const Document& document, const Node& node, const std::string& pat
     const std::int64_t times = reader.integer("times", 1, static_cast<std::int64_t>(mostSteps));
     const double chance = reader.chance();
     const PlannedStep request = reader.request();
-    const std::vector<std::string> bodies = reader.bodies();
+    const std::vector<std::string> bodies = reader.bodies(request);
     for (std::int64_t i = 0; i < times; ++i) {
         const auto late = static_cast<std::int64_t>(random.below(jitter + 1));
         const bool happens = random.chance(chance);

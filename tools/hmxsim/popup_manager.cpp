@@ -44,12 +44,14 @@ Response PopupManager::answer(const kelo::Request& request) {
 
 Response PopupManager::popups(const Call& call) {
     const PopupDisplay* const display = world_.findPopupDisplay(call.first);
-    if (display == nullptr) return notFound("no such display: " + call.first);
+    if (display == nullptr && world_.findDisplay(call.first) == nullptr) return notFound("no such display: " + call.first);
     Response answer;
     upstream::PopupStateFilter filter;
     if (!call.request.payload().empty() && bodyFails(call.request, filter, "PopupStateFilter", answer)) return answer;
     std::vector<upstream::Popup> found;
-    for (const PopupState& state : display->popups) {
+    // A display of the world may have no popups yet.
+    static const std::vector<PopupState> none;
+    for (const PopupState& state : display != nullptr ? display->popups : none) {
         if (passes(filter, state.popup)) found.push_back(state.popup);
     }
     return valueFor(call.request, found);

@@ -27,9 +27,9 @@ Server::Server(ServerOptions options)
       simulator_{std::move(options_.world), Surroundings{worker_, timers_, *this, log_}, options_.seed},
       timers_{worker_},
       worker_{"hmxsim"} {
-    std::size_t used = 0;
     const auto add = [&](std::string_view path, Service& service) {
-        Publication& publication = publications_[used++];
+        Publication& publication = publications_[used_++];
+        publication.server = this;
         publication.path = path;
         publication.service = &service;
         publication.composed.registerService("/", &service);
@@ -61,7 +61,13 @@ std::string Server::start() {
 
 void Server::publish(Publication& publication) {
     if (isEnding_ || publication.service == nullptr || publication.handle != 0) return;
-    publication.handle = runtime_->registerService(publication.path, publication.composed, nullptr);
+    publication.handle = runtime_->registerService(publication.path, publication.composed, &publication);
+}
+
+// Another process may have the path; then the runtime waits for it to end.
+void Server::published(Publication& publication) {
+    if (std::exchange(publication.wasPublished, true)) return;
+    if (++published_ == used_ && options_.onServing) options_.onServing();
 }
 
 void Server::unpublish(Publication& publication) {

@@ -21,6 +21,7 @@ struct ServerOptions {
     std::uint64_t seed = 1;
     std::string recordFile;  // "" for none
     kelo::runtime::RuntimeOptions runtime;
+    std::function<void()> onServing;  // called once, on the runtime's thread, when all services are published for the first time
 };
 
 // Serves from `start` until it is destroyed. Thread: main, but for what Host declares.
@@ -36,15 +37,22 @@ public:
 
 private:
     // One service path, and what is published there.
-    struct Publication {
+    struct Publication final : kelo::runtime::IKeloRuntime::IKeloServiceTracker {
+        void added(const kelo::runtime::KeloServiceTrackerInfo&) override { server->published(*this); }
+        void modified(const kelo::runtime::KeloServiceTrackerInfo&) override {}
+        void removed() override {}
+
+        Server* server = nullptr;
         std::string path;
         Service* service = nullptr;
         kelo::SimpleComposedKeloService composed;
-        std::uint64_t handle = 0;  // 0 while it is not published
+        std::uint64_t handle = 0;   // 0 while nothing is to be published
+        bool wasPublished = false;  // the runtime's thread's
     };
 
     void publish(Publication& publication);
     void unpublish(Publication& publication);
+    void published(Publication& publication);
     void close(std::string_view service, std::chrono::milliseconds reopenAfter) override;
     [[noreturn]] void crash() override;
     void runOnWorker(const std::function<void()>& task);  // returns when it has run
@@ -53,6 +61,8 @@ private:
     RequestLog log_;
     std::unique_ptr<kelo::runtime::IKeloRuntime> runtime_;
     std::array<Publication, allManagers.size() + 1> publications_;  // the worker's, as is the next
+    std::size_t used_ = 0;                                          // of them
+    std::size_t published_ = 0;                                     // of these, at least once; the runtime's thread's
     bool isEnding_ = false;
     Simulator simulator_;
     SteadyTimers timers_;

@@ -1,6 +1,7 @@
 #include "runtime/domain.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
@@ -9,6 +10,7 @@
 #include <cstring>
 
 #include "kelo/uuid.h"
+#include "net/unix_socket.h"
 #include "util/text.h"
 
 // The directory is the registry: there is no daemon. Whoever may write to it decides what a service path leads to, so it is made
@@ -115,6 +117,27 @@ std::string servicePathOf(std::string_view fileName) {
     if (!util::percentDecode(fileName, path)) return {};
     util::appendPercentEncoded(name, path, isPlain);
     return name == fileName ? path : std::string{};
+}
+
+std::string domainName(std::string_view usual) {
+    std::string name = environment("KELO_DOMAIN");
+    return name.empty() ? std::string{usual} : name;
+}
+
+bool isDomainName(std::string_view name) noexcept {
+    return !name.empty() && name.front() != '.' && name.find('/') == std::string_view::npos;
+}
+
+SocketState probeSocket(const RuntimeOptions& options, std::string_view servicePath, std::chrono::milliseconds wait) {
+    const std::string directory = domainDirectory(options);
+    std::string wrong;
+    const net::Descriptor opened = openDomain(directory, false, wrong);
+    if (!opened) return SocketState::dead;
+    const net::Descriptor socket = net::connectTo(opened.get(), socketName(directory, servicePath));
+    // A queue of connections that nobody takes is a sign of life, too.
+    if (!socket) return errno == EAGAIN ? SocketState::silent : SocketState::dead;
+    pollfd reading{socket.get(), POLLIN, 0};
+    return ::poll(&reading, 1, static_cast<int>(wait.count())) > 0 ? SocketState::closed : SocketState::silent;
 }
 
 std::optional<uid_t> socketOwner(const RuntimeOptions& options, std::string_view servicePath) {

@@ -215,9 +215,15 @@ private:
 
     bool begin(std::string& wrong) {
         if (started_) return true;
+        if (options_.directory.empty() && !isDomainName(options_.domain)) {
+            wrong = "'" + options_.domain + "' is not the name of a domain";
+            return false;
+        }
+        const bool isNew = ::access(context_.directory.c_str(), F_OK) != 0;
         bool transient = false;
         if (!openAndWatch(wrong, transient) && !transient) return false;
         started_ = true;
+        tracing::logCV(channel, 2, "runtime directory %s%s", context_.directory.c_str(), isNew ? ", which is new" : "");
         worker_->loop().lendThread();
         if (!directoryWatch_) {
             retryDirectory(wrong, directoryPause);
@@ -373,7 +379,7 @@ std::unique_ptr<IKeloRuntime> createRuntime(RuntimeOptions options) {
 
 void KeloRuntime::setup(std::string_view domain, std::string_view applicationName) {
     RuntimeOptions options;
-    options.domain = domain;
+    options.domain = domainName(domain);
     options.applicationName = applicationName;
     processRuntime() = createRuntime(std::move(options));
 }

@@ -1,5 +1,8 @@
 // `call` and `status`: any request to any service.
 
+#include <array>
+#include <utility>
+
 #include "assignments.h"
 #include "parameters.h"
 #include "render.h"
@@ -44,6 +47,31 @@ ExitCode follow(Context& context, const Service& service, const Query& query) {
     }
 }
 
+// The status as people read it: one table of all clients instead of one in each service's entry.
+Json withClientsApart(Json status) {
+    constexpr std::array<std::pair<std::string_view, std::string_view>, 9> columns{{{"pid", "pid"},
+                                                                                    {"uid", "uid"},
+                                                                                    {"application", "program"},
+                                                                                    {"requests", "requests"},
+                                                                                    {"streams", "streams"},
+                                                                                    {"queuedBytes", "queued bytes"},
+                                                                                    {"keptBytes", "kept bytes"},
+                                                                                    {"heldRequests", "held requests"},
+                                                                                    {"heldBytes", "held bytes"}}};
+    Json rows = Json::array();
+    if (!member(status, "published").is_array()) return status;
+    for (Json& service : status["published"]) {
+        for (const Json& client : member(service, "clients")) {
+            Json row{{"service", text(service, "path")}};
+            for (const auto& [key, title] : columns) row[std::string{title}] = member(client, key);
+            rows.push_back(std::move(row));
+        }
+        if (service.is_object()) service.erase("clients");
+    }
+    if (!rows.empty()) status["clients"] = std::move(rows);
+    return status;
+}
+
 }  // namespace
 
 ExitCode runCall(Context& context) {
@@ -62,7 +90,12 @@ ExitCode runStatus(Context& context) {
     const std::vector<std::string>& words = context.arguments.words;
     const std::string path = words.empty() ? std::string{hmxService} : words.front();
     checkPath(path, "service");
-    printAnswer(context, context.service(path).request({"retrieve", "/$platform/status", nullptr}, context.deadline));
+    const Answer answer = context.service(path).request({"retrieve", "/$platform/status", nullptr}, context.deadline);
+    if (context.arguments.format == Format::table) {
+        printDocument(context, withClientsApart(decode(answer.payload)));
+    } else {
+        printAnswer(context, answer);
+    }
     return ExitCode::ok;
 }
 

@@ -57,11 +57,7 @@ ExitCode runUpdate(Context& context) {
 ExitCode runDelete(Context& context) {
     const Target target = parseElement(context.arguments.words.front(), "delete");
     (void)routeFor(*target.resource, kelo::commands::remove, true);
-    // The one thing that can be said along with it: the members to which the service may restrict itself.
-    const Json parameters = retrieveParameters(context, *target.resource);
-    if (!parameters.empty() && (parameters.size() > 1 || !parameters.contains("fields")) && context.arguments.validate) {
-        throw usageError("delete takes no key but fields");
-    }
+    const Json parameters = elementParameters(context, *target.resource).parameters;
     Elements elements{context};
     printAnswer(context, elements.request("delete", *target.resource, elements.find(target), parameters));
     return ExitCode::ok;

@@ -1,5 +1,7 @@
 // `describe`: what the records' tables and the services' routes contain, for people or as a document.
 
+#include <set>
+
 #include "context.h"
 #include "elements.h"
 #include "render.h"
@@ -47,24 +49,32 @@ Json asJson(const Resource& resource) {
         {"commands", commands}};
 }
 
+// The records that were shown already; each is shown once.
+using Shown = std::set<std::string_view>;
+
 // One line for each member, nested ones indented below theirs.
-void addMembers(Table& table, Members members, const std::string& indent) {
+void addMembers(Table& table, Members members, const std::string& indent, Shown& shown) {
     for (const MemberDescription& member : members) {
         const std::vector<std::string> values(member.enumValues.begin(), member.enumValues.end());
-        table.addRow({{indent + std::string{member.key}},
-                      {kelo::record::typeText(member)},
-                      {member.isRequired ? "always" : "optional", member.isRequired ? Style::plain : Style::dim},
-                      {joined(values, " | ")}});
-        if (member.kind == Kind::record) addMembers(table, member.nested().members, indent + "  ");
+        table.addRow(
+            {{indent + std::string{member.key}},
+             {kelo::record::typeText(member)},
+             {member.isRequired ? "always" : "optional", member.isRequired ? Style::plain : Style::dim},
+             {member.kind == Kind::record && shown.contains(member.nested().name) ? "see above" : joined(values, " | ")}});
+        if (member.kind == Kind::record && shown.insert(member.nested().name).second) {
+            addMembers(table, member.nested().members, indent + "  ", shown);
+        }
     }
 }
 
-void printMembers(Context& context, const std::string& title, Members members) {
+void printMembers(Context& context, const std::string& title, const Description& record, Shown& shown) {
     Output& out = context.out;
+    const bool isNew = shown.insert(record.name).second;
     out.line("");
-    out.line(styled(title, Style::bold, out.colour()));
+    out.line(styled(title, Style::bold, out.colour()) + (isNew ? "" : ", see above"));
+    if (!isNew) return;
     Table table{{{"MEMBER"}, {"TYPE"}, {"PRESENT"}, {"VALUES"}}};
-    addMembers(table, members, "");
+    addMembers(table, record.members, "", shown);
     for (const std::string& line : table.lines(out.colour())) out.line("  " + line);
 }
 
@@ -88,17 +98,20 @@ void print(Context& context, const Resource& resource) {
              ", elements by UUID or " + std::string{resource.nameForm});
     out.line("");
     printLines(out, commandsTable({&resource, 1}).lines(out.colour()));
-    printMembers(context, "element " + std::string{resource.element().name}, resource.element().members);
+    Shown shown;
+    printMembers(context, "element " + std::string{resource.element().name}, resource.element(), shown);
     for (const Route& route : resource.routes()) {
         if (route.body == nullptr) continue;
         printMembers(context,
                      "body of " + std::string{kelo::commands::toName(route.command)} + ": " + std::string{route.body().name},
-                     route.body().members);
+                     route.body(), shown);
     }
     out.line("");
     out.line(styled("parameters of retrieve", Style::bold, out.colour()));
-    out.line(isListable(resource) ? "  any member, which then has to be equal; fields=a,b, limit=N, offset=N, offsetId=UUID"
-                                  : "  fields=a,b");
+    out.line(
+        isListable(resource)
+            ? "  any member that is no object or array, which then has to be equal; fields=a,b, limit=N, offset=N, offsetId=UUID"
+            : "  fields=a,b");
     if (resource.path == "/popups") out.line("  display=NAME is needed; hmxctl asks for each display in turn without it");
 }
 

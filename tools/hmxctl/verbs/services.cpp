@@ -8,9 +8,9 @@ namespace hmxctl {
 namespace {
 
 Json asJson(const ServiceState& state) {
-    Json json{{"path", state.path}, {"state", state.alive ? "alive" : state.foreign ? "refused" : "stale"}};
-    if (state.foreign) json["uid"] = state.uid;
-    if (!state.alive) return json;
+    Json json{{"path", state.path}, {"state", nameOf(state.life)}};
+    if (state.life == Life::refused) json["uid"] = state.uid;
+    if (state.life != Life::alive) return json;
     json["application"] = state.application;
     json["pid"] = state.pid;
     json["uid"] = state.uid;
@@ -30,17 +30,18 @@ ExitCode runServices(Context& context) {
     }
     Table table{{{"SERVICE"}, {"STATE"}, {"APPLICATION"}, {"PID", Align::right}, {"UID", Align::right}, {"MIME TYPES"}}};
     for (const ServiceState& state : states) {
-        if (state.alive) {
+        const std::string life{nameOf(state.life)};
+        if (state.life == Life::alive) {
             table.addRow({{state.path},
-                          {"alive", Style::green},
+                          {life, Style::green},
                           {state.application},
                           {std::to_string(state.pid)},
                           {std::to_string(state.uid)},
                           {joined(state.mimeTypes)}});
-        } else if (state.foreign) {
-            table.addRow({{state.path}, {"refused", Style::yellow}, {""}, {""}, {std::to_string(state.uid)}});
+        } else if (state.life == Life::refused) {
+            table.addRow({{state.path}, {life, Style::yellow}, {""}, {""}, {std::to_string(state.uid)}});
         } else {
-            table.addRow({{state.path}, {"stale", Style::red}});
+            table.addRow({{state.path}, {life, Style::red}});
         }
     }
     printLines(context.out, table.lines(context.out.colour()));

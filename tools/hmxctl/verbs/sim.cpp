@@ -95,11 +95,14 @@ public:
         if (words_.size() == 2 && context_.arguments.file.empty()) return showFault(words_[1]);
         const std::string path = kelo::Path::replacePattern("/faults/*", {words_[1]});
         if (words_.size() == 3 && words_[2] == "clear") return ask("delete", path, nullptr);
-        ask("update", path, byLook(requestBody(context_, 2, {})));
+        const Json rule = byLook(requestBody(context_, 2, {}));
+        if (context_.arguments.validate) checkFault(rule);
+        ask("update", path, rule);
     }
 
     void plan() {
         if (words_.size() == 2 && words_[1] == "clear") return ask("delete", "/plan", nullptr);
+        if (words_.size() > 1) throw usageError("sim plan: what is '" + words_[1] + "'?", "sim plan [-f FILE | clear]");
         const Json steps = requestBody(context_, 1, {});
         ask(steps.is_null() ? "retrieve" : "insert", "/plan", steps);
     }
@@ -110,9 +113,23 @@ public:
         ask(clear ? "delete" : "retrieve", "/requests", nullptr);
     }
 
-    void world() { ask("retrieve", "/world", nullptr); }
+    // For a file, unless asked for otherwise.
+    void world() {
+        const Answer world = answer("retrieve", "/world", nullptr);
+        if (context_.arguments.formatGiven) return printAnswer(context_, world);
+        context_.out.line(decode(world.payload).dump(2, ' ', false, Json::error_handler_t::replace));
+    }
 
 private:
+    static void checkFault(const Json& rule) {
+        const std::vector<std::string> known(faultKeys.begin(), faultKeys.end());
+        for (const auto& [key, value] : rule.items()) {
+            if (std::find(known.begin(), known.end(), key) != known.end()) continue;
+            const std::string meant = didYouMean(key, known);
+            throw usageError("sim fault: no key '" + key + "'", meant.empty() ? "keys: " + joined(known) : meant);
+        }
+    }
+
     void showFault(const std::string& service) {
         const Json faults = decode(answer("retrieve", "/faults", nullptr).payload);
         if (!faults.contains(service)) {
@@ -127,7 +144,16 @@ private:
         const Members members = collection.record == nullptr ? Members{} : collection.record().members;
         Json body = requestBody(context_, 2, members);
         if (body.is_null()) throw usageError("sim " + words_[0] + ": no KEY=VALUE and no -f FILE given");
-        return collection.record == nullptr ? byLook(std::move(body)) : body;
+        if (collection.record == nullptr) return byLook(std::move(body));
+        if (context_.arguments.validate) {
+            const Description& record = collection.record();
+            if (words_[0] == "add") {
+                checkBody(body, record, context_.action());
+            } else {
+                checkPatch(body, record, context_.action());
+            }
+        }
+        return body;
     }
 
     Answer answer(const char* command, const std::string& path, const Json& body) {

@@ -19,7 +19,7 @@ constexpr std::array table{
          .words = "RESOURCE [KEY=VALUE | KEY:=JSON ...]",
          .summary = "Show the elements of a resource",
          .details = "Keys are members that the elements must match (visible=true), and fields=a,b, limit=N, offset=N and\n"
-                    "offsetId=UUID, which choose what of them is shown.\n"
+                    "offsetId=UUID, which choose what of them is shown. Objects and arrays cannot be matched.\n"
                     "Popups are asked for by display; without display=NAME the popups of all displays are gathered, asking for\n"
                     "the displays first. Region configurations cannot be listed: see `hmxctl tree`.\n",
          .fewest = 1,
@@ -39,10 +39,13 @@ constexpr std::array table{
     Verb{.name = "watch",
          .words = "RESOURCE[/ELEMENT] [KEY=VALUE | KEY:=JSON ...]",
          .summary = "Follow a resource or an element as it changes",
-         .details = "On a terminal the table is drawn again in place; elsewhere every event is a line. With -o json or jsonl an\n"
-                    "event is {\"event\": E, ...}, E being snapshot, changed, removed, source-down or source-up.\n"
-                    "When the source goes away the watch waits for its return; with --no-reconnect it ends with 4 (lost) or 9\n"
-                    "(ended by the service).\n",
+         .details = "In the foreground of a terminal the table is drawn again in place; elsewhere every event is a line. With\n"
+                    "-o json or jsonl an event is {\"event\": E, ...}, E being snapshot, changed, removed, source-down or\n"
+                    "source-up. A slow reader may miss intermediate states, never the last one.\n"
+                    "Fails with 4 if the service is not there at the start. Later it waits for the service to return. With\n"
+                    "--timeout, it waits at most that long both times. With --no-reconnect, it does not wait: it ends with 4\n"
+                    "(lost) or 9 (ended by the service). --for sets how long to watch; then it ends with 0.\n"
+                    "Of one element, the only key is fields=a,b.\n",
          .fewest = 1,
          .most = anyNumber,
          .options = validation | watching,
@@ -84,7 +87,8 @@ constexpr std::array table{
     Verb{.name = "delete",
          .words = "RESOURCE/ELEMENT",
          .summary = "Remove an element",
-         .details = elementHelp,
+         .details = "The bridge can delete only regions that were inserted since it started.\n"
+                    "Example: hmxctl delete regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER\n",
          .fewest = 1,
          .most = anyNumber,
          .options = validation,
@@ -129,8 +133,12 @@ constexpr std::array table{
          .run = runUuid},
     Verb{.name = "services",
          .words = "",
-         .summary = "Show the services of the domain, alive or stale",
-         .details = "Stale: the owner has died and left its socket. Refused: another user's, which lets only that user in.\n",
+         .summary = "Show the services of the domain and their state",
+         .details = "alive    it answers\n"
+                    "stale    its process has ended and left the socket\n"
+                    "hung     its process exists but does not answer\n"
+                    "full     it has as many clients as it accepts\n"
+                    "refused  it belongs to another user, and accepts only that user\n",
          .run = runServices},
     Verb{.name = "call",
          .words = "SERVICE COMMAND PATH [BODY | KEY=VALUE | KEY:=JSON ...] [-f FILE]",
@@ -145,7 +153,7 @@ constexpr std::array table{
          .run = runCall},
     Verb{.name = "status",
          .words = "[SERVICE]",
-         .summary = "Show counters, limits, connections and pending requests of a service (/hmx)",
+         .summary = "Show counters, limits, clients and pending requests of a service (/hmx)",
          .details = "",
          .fewest = 0,
          .most = 1,
@@ -163,7 +171,7 @@ constexpr std::array table{
              "                                     status, garble, close, crash, reopen_ms, count, probability, seed, now\n"
              "fault SERVICE clear                  let it work again\n"
              "plan [-f FILE | clear]               show, start or cancel changes at set times\n"
-             "world                                the world as it is now, as a world file has it\n"
+             "world                                the world as it is now, as the JSON of a world file\n"
              "requests [clear]                     what arrived at the simulated services\n"
              "COLLECTION is displays, displayables, layers, input or popups; SERVICE is displaymanager, inputmanager or\n"
              "popupmanager. With -f the file's document is the body.\n"
@@ -171,7 +179,7 @@ constexpr std::array table{
              "         hmxctl sim fault displaymanager delay_ms=200 probability=0.5 seed=7\n",
          .fewest = 1,
          .most = anyNumber,
-         .options = bodyFile,
+         .options = bodyFile | validation,
          .first = FirstWord::simCommand,
          .run = runSim},
     Verb{.name = "completion",

@@ -19,7 +19,7 @@ enum VerbOption : std::uint32_t {
     noOptions = 0,
     bodyFile = 1U << 0U,    // -f
     validation = 1U << 1U,  // --no-validate
-    watching = 1U << 2U,    // --count, --once, --no-reconnect
+    watching = 1U << 2U,    // --count, --once, --for, --no-reconnect
     appearing = 1U << 3U,   // --appear
     idParts = 1U << 4U,     // --name, --id, --uri
     keepOpen = 1U << 5U,    // --stream

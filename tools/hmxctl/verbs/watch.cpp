@@ -2,7 +2,8 @@
 //
 // Events: `snapshot` is the state when the watch begins and after every return of the source. `changed` is an element that is
 // new or different, `removed` one that is gone. `source-down` and `source-up` alternate; the latter comes before the snapshot
-// of the return. A source that is away from the start is down first. What stays the same between two states is not an event.
+// of the return. An upstream service that is away from the start is down first; if the service itself is, that is a failure,
+// unless the command line says how long to wait for it. What stays the same between two states is not an event.
 
 #include <sys/time.h>
 
@@ -72,7 +73,7 @@ public:
     }
 
     void up() {
-        if (isTable()) return;  // the snapshot behind it draws
+        if (isTable()) return;  // the snapshot after it draws
         if (asLines()) return line("source-up", "", Style::green);
         finish(begin("source-up"));
     }
@@ -83,7 +84,12 @@ public:
     }
 
 private:
-    bool isTable() const { return context_.arguments.format == Format::table && out_.isTerminal(); }
+    // In the background somebody else draws.
+    bool isTable() {
+        if (context_.arguments.format == Format::table && out_.isForeground()) return true;
+        drawn_ = 0;
+        return false;
+    }
     bool asLines() const { return context_.arguments.format == Format::table; }
 
     Json begin(const char* name) const {
@@ -152,6 +158,14 @@ public:
     Watch(const Arguments& arguments, Presenter& presenter) : arguments_{arguments}, presenter_{presenter} {
         if (arguments_.once) left_ = 1;
         if (arguments_.count) left_ = *arguments_.count;
+        waitForSource();
+    }
+
+    // Until when the source may stay away; nothing: for ever.
+    const std::optional<Deadline>& patience() const noexcept { return patience_; }
+    // What the source is away for.
+    Failure absence() const {
+        return absence_ ? *absence_ : Failure{ExitCode::timeout, "no answer in time", "--timeout lets it wait longer"};
     }
 
     // True when enough was shown.
@@ -175,8 +189,13 @@ private:
     // False while more events are wanted.
     bool counted() { return left_ && --*left_ == 0; }
 
+    void waitForSource() {
+        if (arguments_.timeoutGiven) patience_.emplace(arguments_.timeout);
+    }
+
     bool value(const Update& update) {
         const bool returned = down_;
+        patience_.reset();
         seen_ = true;
         down_ = false;
         if (arguments_.format == Format::raw) {
@@ -209,8 +228,11 @@ private:
     }
 
     bool lost(const Failure& failure) {
-        if (!arguments_.reconnect) throw Failure{failure};
+        const bool isServiceAbsent = failure.code() == ExitCode::serviceAbsent && failure.status() == 0;
+        if (!arguments_.reconnect || (!seen_ && isServiceAbsent && !arguments_.timeoutGiven)) throw Failure{failure};
+        absence_ = failure;
         if (down_) return false;
+        if (seen_) waitForSource();
         down_ = true;
         if (arguments_.format == Format::raw) return false;
         presenter_.down(failure);
@@ -221,6 +243,8 @@ private:
     Presenter& presenter_;
     std::optional<std::uint64_t> left_;
     std::optional<std::vector<Json>> state_;
+    std::optional<Deadline> patience_;
+    std::optional<Failure> absence_;
     bool seen_ = false;
     bool down_ = false;
 };
@@ -230,18 +254,26 @@ private:
 ExitCode runWatch(Context& context) {
     const Target target = parseTarget(context.arguments.words.front(), "watch");
     if (target.element.empty() && !isListable(*target.resource)) (void)parseElement(context.arguments.words.front(), "watch");
-    const Json parameters = retrieveParameters(context, *target.resource);
+    const auto [parameters, display] = target.element.empty() ? ElementParameters{retrieveParameters(context, *target.resource)}
+                                                              : elementParameters(context, *target.resource);
     std::vector<std::string> fields;
     for (const Json& field : member(parameters, "fields")) {
         if (field.is_string()) fields.push_back(field.get<std::string>());
     }
     Presenter presenter{context, target, fields};
     Watch watch{context.arguments, presenter};
-    Subscription subscription{context, target, parameters};
-    while (const std::optional<Update> update = subscription.next({})) {
-        if (watch.handle(*update)) break;
+    Subscription subscription{context, target, parameters, display};
+    std::optional<Deadline> end;
+    if (context.arguments.duration) end.emplace(*context.arguments.duration);
+    for (;;) {
+        const std::optional<Deadline>& patience = watch.patience();
+        const std::optional<Update> update = subscription.next(end && patience ? end->atMost(patience->left())
+                                                               : end           ? end
+                                                                               : patience);
+        if (update && watch.handle(*update)) return ExitCode::ok;
+        if (end && end->passed()) return ExitCode::ok;
+        if (!update && watch.patience() && watch.patience()->passed()) throw watch.absence();
     }
-    return ExitCode::ok;
 }
 
 }  // namespace hmxctl

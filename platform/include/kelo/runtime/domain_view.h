@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -19,5 +20,22 @@ namespace kelo::runtime {
 // service lets in its own user and root, and is trusted by its own user and, when root's, by all: so two different users never
 // meet. Thread: any.
 [[nodiscard]] std::optional<uid_t> socketOwner(const RuntimeOptions& options, std::string_view servicePath);
+
+inline constexpr std::string_view usualDomain{"local"};
+
+// The domain that the environment chooses: $KELO_DOMAIN, else `usual`. Thread: any.
+[[nodiscard]] std::string domainName(std::string_view usual);
+// Whether it can be a domain's name: not empty, no slash, no dot at the beginning. Thread: any.
+[[nodiscard]] bool isDomainName(std::string_view name) noexcept;
+
+// What becomes of a connection on which nothing is said.
+enum class SocketState : unsigned char {
+    dead,    // nobody listens
+    closed,  // it is closed at once
+    silent,  // nothing happens
+};
+// Connects to a service and waits that long for the connection to be closed. Thread: any.
+[[nodiscard]] SocketState probeSocket(const RuntimeOptions& options, std::string_view servicePath,
+                                      std::chrono::milliseconds wait);
 
 }  // namespace kelo::runtime
