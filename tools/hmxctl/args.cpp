@@ -185,7 +185,8 @@ private:
         }
         if (root_.count("--domain") == 0) arguments_.domain = kelo::runtime::domainName(kelo::runtime::usualDomain);
         if (!kelo::runtime::isDomainName(arguments_.domain)) {
-            throw usageError("--domain: '" + arguments_.domain + "' is not the name of a domain", "a plain name such as local");
+            const std::string origin = root_.count("--domain") == 0 ? "KELO_DOMAIN" : "--domain";
+            throw usageError(origin + ": '" + arguments_.domain + "' is not the name of a domain", "a plain name such as local");
         }
         const CLI::App& app = *root_.get_subcommand(std::string{arguments_.verb->name});
         if ((arguments_.verb->options & idParts) != 0 && app.count("--name") > 0) arguments_.name = name_;
