@@ -18,10 +18,10 @@ namespace {
 
 constexpr const char* rootFooter =
     "RESOURCE is displays, displayables, layerconfigurations, regionconfigurations or popups.\n"
-    "KEY=VALUE takes the type that the resource gives the key; KEY:=JSON is any JSON.\n"
+    "KEY=VALUE has the type that the resource declares for the key; KEY:=JSON is any JSON.\n"
     "Exit codes: 0 ok, 1 unexpected, 2 usage, 3 not found, 4 service absent or lost, 5 timeout, 6 not permitted,\n"
     "7 rejected by the service, 9 stream ended, 10 differences found, 130 interrupted.\n"
-    "`hmxctl help VERB` tells more of a verb.";
+    "`hmxctl help VERB` explains a verb.";
 
 // Usage lines and lists in the form of this tool's own documents.
 class HelpFormatter final : public CLI::Formatter {
@@ -50,7 +50,7 @@ public:
     }
 
     Arguments parse(int argc, const char* const* argv) {
-        // Behind "--" everything is a word.
+        // After "--" everything is a word.
         int optionsEnd = 1;
         while (optionsEnd < argc && std::string_view{argv[optionsEnd]} != "--") ++optionsEnd;
         const std::vector<std::string> verbatim(argv + std::min(argc, optionsEnd + 1), argv + argc);
@@ -95,17 +95,18 @@ private:
     }
 
     void declareGlobals() {
-        root_.add_option("-o,--output", format_, "What is printed: table, json, jsonl or raw (table)")->type_name("FORMAT");
+        root_.add_option("-o,--output", format_, "The format of the output: table, json, jsonl or raw (table)")
+            ->type_name("FORMAT");
         root_.add_option("--timeout", timeout_, "How long to wait for a service and an answer, e.g. 3s or 500ms (5s)")
             ->type_name("DURATION");
         root_.add_option("--mime", mime_, "The encoding on the wire: json, msgpack, ixobin or a full name (json)")
             ->type_name("TYPE");
-        root_.add_flag("--no-color", noColour_, "Plain text, also on a terminal (as NO_COLOR does)");
+        root_.add_flag("--no-color", noColour_, "No colours, even on a terminal (like NO_COLOR)");
         root_.add_option("--runtime-dir", arguments_.runtimeDirectory, "Where the domains are (KELO_RUNTIME_DIR)")
             ->type_name("DIR");
         root_.add_option("--domain", arguments_.domain, "The domain of the services (KELO_DOMAIN, else local)")
             ->type_name("NAME");
-        root_.add_flag("-v,--verbose", arguments_.verbose, "Say on standard error what is asked and what comes back");
+        root_.add_flag("-v,--verbose", arguments_.verbose, "Show on standard error what is asked and what comes back");
         root_.set_help_flag("-h,--help", "Show this help");
         root_.add_flag("--version", version_, "Show the version");
     }

@@ -43,14 +43,14 @@ std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLin
     std::vector<std::string> managers;
     std::string seed;
     app.add_option("--world", line.world, "World to simulate: a file, or a sample's name (default: cockpit)")->type_name("FILE");
-    app.add_option("--mime", line.mimeType, "Mime type to prefer, which clients then use")->type_name("TYPE");
-    app.add_option("--record-requests", line.recordFile, "Write what arrives, one JSON object a line; - is standard output")
+    app.add_option("--mime", line.mimeType, "Preferred mime type, which clients then use")->type_name("TYPE");
+    app.add_option("--record-requests", line.recordFile, "Write each request, one JSON object per line; - is standard output")
         ->type_name("FILE");
     app.add_option("--scenario", line.scenarioFile, "Changes and faults at set times")->type_name("FILE");
     app.add_option("--make-world", line.worldSize,
                    "Print a world of this size and end; SIZE is displays=N,displayables=N,popups=N,regions=N")
         ->type_name("SIZE");
-    app.add_option("--seed", seed, "Of all that is drawn: faults, scenarios, made worlds (1, or the scenario's own)")
+    app.add_option("--seed", seed, "Seed of all random choices: faults, scenarios, generated worlds (1, or the scenario's own)")
         ->type_name("N");
     app.add_option("MANAGER", managers, "displaymanager, inputmanager or popupmanager (default: all three)")->type_name("");
     try {

@@ -13,9 +13,9 @@
 #include "net/unix_socket.h"
 #include "util/text.h"
 
-// The directory is the registry: there is no daemon. Whoever may write to it decides what a service path leads to, so it is made
-// for its owner alone and refused in any state in which somebody else could have put a socket into it. The checks are made on the
-// open directory, not on its name, so that nothing can be swapped in between.
+// The directory is the registry: there is no daemon. Whoever may write to it decides what a service path leads to. So it is
+// created for its owner alone, and refused in any state in which somebody else could have put a socket into it. The checks are
+// made on the open directory, not on its name, so nothing can be exchanged in between.
 
 namespace kelo::runtime {
 namespace {

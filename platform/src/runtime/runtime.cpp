@@ -27,17 +27,17 @@
 #include "util/text.h"
 
 // The runtime is one worker, and everything about the directory belongs to it: watches, publications, the sockets of clients.
-// What is called from other threads is carried over to that worker; calls that end something wait for it there, so that no
-// callback is still running when they return.
+// Calls from other threads are carried over to that worker. Calls that end something wait for it there, so no callback is
+// running any more when they return.
 //
 // Handles are numbers that never recur. Those of trackers and registrations share one space, because `trackService` and
-// `registerService` give the same kind of handle.
+// `registerService` return the same kind of handle.
 //
 // The runtime's thread waits for nobody, so anybody may wait for it. A connection that a worker reads leaves that worker on the
-// worker's own thread, in its own time: ending a tracker or a resolver only says what is wanted. The calling thread then waits
-// until that is so, but only if it runs no loop itself: two workers that wait for each other would do so for ever. Ending the
-// runtime waits in any case, as all that its connections refer to goes with it; but the runtime's own thread never does, and
-// what it leaves under way the destructor waits for.
+// worker's own thread, in its own time: ending a tracker or a resolver only states what is wanted. The calling thread then
+// waits until that has happened, but only if it runs no loop itself: two workers waiting for each other would wait forever.
+// Ending the runtime always waits, because everything that its connections refer to is destroyed with it. The runtime's own
+// thread never waits; what it leaves unfinished, the destructor waits for.
 
 namespace kelo::runtime {
 namespace {

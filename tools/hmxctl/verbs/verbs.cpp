@@ -7,11 +7,11 @@ namespace hmxctl {
 namespace {
 
 constexpr std::string_view elementHelp =
-    "An element is a UUID, the first digits of one (four at least), a URI, or a name:\n"
-    "  displays/Driver_Display              the display's name\n"
-    "  displayables/17, displayables/Map    the displayable's number, or its name\n"
-    "  layerconfigurations/Driver_Display   the name of the display that it belongs to\n"
-    "  popups/Driver_Display/Phone          display and name; the name alone where only one display has it\n"
+    "An element is a UUID, the first digits of a UUID (at least four), a URI, or a name:\n"
+    "  displays/Driver_Display                      the display's name\n"
+    "  displayables/1001, displayables/Map_Main     the displayable's number, or its name\n"
+    "  layerconfigurations/Driver_Display           the name of its display\n"
+    "  popups/Driver_Display/Hint                   display and name; the name alone if only one display has it\n"
     "  regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER[/SUBCOMPONENT]\n";
 
 constexpr std::array table{
@@ -19,9 +19,9 @@ constexpr std::array table{
          .words = "RESOURCE [KEY=VALUE | KEY:=JSON ...]",
          .summary = "Show the elements of a resource",
          .details = "Keys are members that the elements must match (visible=true), and fields=a,b, limit=N, offset=N and\n"
-                    "offsetId=UUID, which choose what of them is shown. Objects and arrays cannot be matched.\n"
-                    "Popups are asked for by display; without display=NAME the popups of all displays are gathered, asking for\n"
-                    "the displays first. Region configurations cannot be listed: see `hmxctl tree`.\n",
+                    "offsetId=UUID, which select what is shown. Objects and arrays cannot be matched.\n"
+                    "Popups are listed by display; without display=NAME, the popups of all displays are collected.\n"
+                    "Region configurations cannot be listed: see `hmxctl tree`.\n",
          .fewest = 1,
          .most = anyNumber,
          .options = validation,
@@ -39,8 +39,8 @@ constexpr std::array table{
     Verb{.name = "watch",
          .words = "RESOURCE[/ELEMENT] [KEY=VALUE | KEY:=JSON ...]",
          .summary = "Follow a resource or an element as it changes",
-         .details = "In the foreground of a terminal the table is drawn again in place; elsewhere every event is a line. With\n"
-                    "-o json or jsonl an event is {\"event\": E, ...}, E being snapshot, changed, removed, source-down or\n"
+         .details = "In the foreground of a terminal, the table is redrawn in place; otherwise every event is a line. With\n"
+                    "-o json or jsonl, an event is {\"event\": E, ...}, where E is snapshot, changed, removed, source-down or\n"
                     "source-up. A slow reader may miss intermediate states, never the last one.\n"
                     "Fails with 4 if the service is not there at the start. Later it waits for the service to return. With\n"
                     "--timeout, it waits at most that long both times. With --no-reconnect, it does not wait: it ends with 4\n"
@@ -53,12 +53,12 @@ constexpr std::array table{
          .run = runWatch},
     Verb{.name = "wait",
          .words = "RESOURCE/ELEMENT EXPRESSION",
-         .summary = "Wait until an expression over an element's members holds",
+         .summary = "Wait until an expression about an element's members is true",
          .details =
              "Operators: == != < <= > >= && || ! and parentheses; values: true, false, null, numbers, 'text', members such\n"
              "as visible or resolution.width. An absent member is null. Prints the element if -o is given.\n"
-             "Ends with 5 when the expression did not hold within --timeout.\n"
-             "Example: hmxctl wait popups/Driver_Display/Phone 'visible == true' --timeout 3s\n",
+             "Ends with 5 if the expression does not become true within --timeout.\n"
+             "Example: hmxctl wait popups/Driver_Display/Incoming_Call 'visible == true' --timeout 3s\n",
          .fewest = 2,
          .most = 2,
          .options = validation | appearing,
@@ -68,8 +68,8 @@ constexpr std::array table{
          .words = "regionconfigurations [-f FILE] [KEY=VALUE | KEY:=JSON ...]",
          .summary = "Add an element",
          .details =
-             "The body is the file's document (-f - reads standard input), with the keys given on the command line set in\n"
-             "it. It is checked before it is sent. Prints the URI of the element.\n",
+             "The body is the document in the file (-f - reads standard input), with the keys from the command line added or\n"
+             "replaced. It is checked before it is sent. Prints the URI of the element.\n",
          .fewest = 1,
          .most = anyNumber,
          .options = validation | bodyFile,
@@ -78,7 +78,8 @@ constexpr std::array table{
     Verb{.name = "update",
          .words = "RESOURCE/ELEMENT [-f FILE] [KEY=VALUE | KEY:=JSON ...]",
          .summary = "Change an element",
-         .details = "The body is made as for `insert`. Example: hmxctl update popups/Driver_Display/Phone requested=true\n",
+         .details =
+             "The body is built as for `insert`. Example: hmxctl update popups/Driver_Display/Incoming_Call requested=true\n",
          .fewest = 1,
          .most = anyNumber,
          .options = validation | bodyFile,
@@ -97,27 +98,28 @@ constexpr std::array table{
     Verb{.name = "describe",
          .words = "[RESOURCE]",
          .summary = "Show members, types, commands and parameters of the resources",
-         .details = "Asks no service.\n",
+         .details = "Needs no service.\n",
          .fewest = 0,
          .most = 1,
          .first = FirstWord::resource,
          .run = runDescribe},
     Verb{.name = "tree",
          .words = "[DISPLAY ...]",
-         .summary = "Draw displays, their layers from top to bottom, and the popups and touch regions on them",
-         .details = "Touch regions are read from the input manager itself; without it they are left out, and it is said.\n",
+         .summary = "Show displays, their layers from top to bottom, and the popups and touch regions on them",
+         .details =
+             "Touch regions are read from the input manager directly; if it is missing, they are left out, with a message.\n",
          .fewest = 0,
          .most = anyNumber,
          .first = FirstWord::display,
          .run = runTree},
     Verb{.name = "hit",
          .words = "DISPLAY X Y",
-         .summary = "Tell which input region receives a touch, and which it covers",
+         .summary = "Show which input region receives a touch, and which regions it covers",
          .details =
-             "Regions of the topmost layer come first, within a layer those that the input manager lists first. The topmost\n"
-             "region under the touch receives it and covers the others; these receive it too until one is exclusive, or\n"
-             "drops it. hitOutside widens a region where no other one of its layer is hit; notifyOutside tells a region of\n"
-             "a touch elsewhere; translateX and translateY move the coordinates that it sees.\n",
+             "Regions of the topmost layer come first; within a layer, those that the input manager lists first. The topmost\n"
+             "region under the touch receives it and covers the others. These receive it, too, until one is exclusive or\n"
+             "drops it. hitOutside widens a region if no other region of its layer is hit; notifyOutside tells a region of\n"
+             "touches elsewhere; translateX and translateY move the coordinates that it sees.\n",
          .fewest = 3,
          .most = 3,
          .first = FirstWord::display,
@@ -163,19 +165,19 @@ constexpr std::array table{
          .words = "set|add|remove|popup|fault|plan|world|requests [...]",
          .summary = "Drive the simulated services of hmxsim",
          .details =
-             "set COLLECTION/NAME KEY=VALUE ...    change an element; KEY:=null takes a member away\n"
+             "set COLLECTION/NAME KEY=VALUE ...    change an element; KEY:=null removes a member\n"
              "add COLLECTION KEY=VALUE ...         add one; a popup to popups/DISPLAY\n"
-             "remove COLLECTION/NAME               take one away\n"
+             "remove COLLECTION/NAME               remove one\n"
              "popup DISPLAY/NAME KEY=VALUE ...     the same as set popups/DISPLAY/NAME\n"
              "fault [SERVICE [KEY=VALUE ...]]      show the faults, or make a service fail: delay_ms, jitter_ms, silence,\n"
              "                                     status, garble, close, crash, reopen_ms, count, probability, seed, now\n"
-             "fault SERVICE clear                  let it work again\n"
+             "fault SERVICE clear                  make it work again\n"
              "plan [-f FILE | clear]               show, start or cancel changes at set times\n"
              "world                                the world as it is now, as the JSON of a world file\n"
              "requests [clear]                     what arrived at the simulated services\n"
              "COLLECTION is displays, displayables, layers, input or popups; SERVICE is displaymanager, inputmanager or\n"
-             "popupmanager. With -f the file's document is the body.\n"
-             "Example: hmxctl sim popup Driver_Display/Phone requested=true\n"
+             "popupmanager. With -f, the body is the document in the file.\n"
+             "Example: hmxctl sim popup Driver_Display/Incoming_Call requested=true\n"
              "         hmxctl sim fault displaymanager delay_ms=200 probability=0.5 seed=7\n",
          .fewest = 1,
          .most = anyNumber,
