@@ -25,17 +25,17 @@ public:
     IResourceHandler* find(std::string_view path) const;
 
 private:
-    // Handlers come and never go, so the list grows at its end only, and whoever looks for one needs no lock.
+    // Handlers come and never go, so the list grows at its front only, and whoever looks for one needs no lock.
     struct Entry {
         const std::string rootPath;
         IResourceHandler* const handler;
-        std::atomic<Entry*> next = nullptr;  // owned
+        const Entry* const next;  // owned
     };
 
     IResourceHandler* findRoot(std::string_view rootPath) const noexcept;
 
     std::mutex registering_;
-    std::atomic<Entry*> first_ = nullptr;  // owned
+    std::atomic<const Entry*> first_ = nullptr;  // owned
 };
 
 }  // namespace kelo

@@ -12,8 +12,8 @@ namespace kelo {
 class Account;
 
 // The way back to one request's client. Owned by whoever answers. Destroyed without a terminal answer, it ends the request with
-// 503 "no answer, outcome unknown", so that a client never hangs on a silent provider. Answers to a request that is over (ended, cancelled, client
-// gone) are dropped. Thread: any, one call at a time; the calling thread writes to the client's socket itself.
+// 503 "no answer, outcome unknown", so that a client never hangs on a silent provider. Answers to a request that is over (ended,
+// cancelled, client gone) are dropped. Thread: any, one call at a time; the calling thread writes to the client's socket itself.
 class IResponder {
 public:
     virtual ~IResponder() = default;

@@ -27,9 +27,7 @@ int SimpleComposedKeloService::registerService(std::string_view rootPath, IResou
     }
     const std::lock_guard lock{registering_};
     if (findRoot(rootPath) != nullptr) return fail(rootPathTaken, rootPath, "is registered already");
-    std::atomic<Entry*>* end = &first_;
-    while (Entry* const entry = *end) end = &entry->next;
-    *end = new Entry{std::string{rootPath}, handler};
+    first_ = new Entry{std::string{rootPath}, handler, first_};
     return registered;
 }
 

@@ -50,8 +50,8 @@ struct JsonWord {
 };
 
 #ifdef __SSE2__
-// Sixteen characters, a bit each. That is every x86-64. To read the list of four displays of the benchmark costs 4,210 instructions
-// with it and 4,370 without (callgrind, the mean of 1,000).
+// Sixteen characters, a bit each. That is every x86-64. To read the list of four displays of the benchmark costs 4,210
+// instructions with it and 4,370 without (callgrind, the mean of 1,000).
 struct JsonVector {
     static constexpr std::ptrdiff_t size = 16;
     static constexpr int bitsEach = 1;
