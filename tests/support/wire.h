@@ -6,6 +6,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
@@ -44,14 +45,11 @@ inline std::size_t wholeFrame(const std::uint8_t* bytes, std::size_t size) {
 // CBOR text and unsigned integers of less than 64 KiB, and small maps of them.
 inline void appendCborHead(Bytes& out, unsigned major, std::size_t value) {
     const unsigned type = major << 5U;
-    if (value < 24) {
-        out.push_back(static_cast<std::uint8_t>(type | value));
-    } else if (value < 256) {
-        out.insert(out.end(), {static_cast<std::uint8_t>(type | 24U), static_cast<std::uint8_t>(value)});
-    } else {
-        out.insert(out.end(), {static_cast<std::uint8_t>(type | 25U), static_cast<std::uint8_t>(value >> 8U),
-                               static_cast<std::uint8_t>(value)});
-    }
+    const auto put = [&](std::size_t byte) { out.push_back(static_cast<std::uint8_t>(byte)); };
+    if (value < 24) return put(type | value);
+    put(type | (value < 256 ? 24U : 25U));
+    if (value >= 256) put(value >> 8U);
+    put(value);
 }
 inline void appendCborText(Bytes& out, std::string_view text) {
     appendCborHead(out, 3, text.size());
@@ -80,12 +78,12 @@ inline Bytes textMap(TextFields fields, std::string_view payload = {}) {
 }
 
 inline Bytes frame(std::uint8_t type, std::uint8_t flags, std::uint64_t id, const Bytes& body) {
-    Bytes out(headerSize);
+    Bytes out(headerSize + body.size());
     putNumber(out.data(), body.size(), 4);
     out[4] = type;
     out[5] = flags;
     putNumber(out.data() + 8, id, 8);
-    out.insert(out.end(), body.begin(), body.end());
+    std::copy(body.begin(), body.end(), out.begin() + headerSize);
     return out;
 }
 inline Bytes helloFrame(std::string_view servicePath, std::size_t version = 1, std::string_view application = "raw") {
