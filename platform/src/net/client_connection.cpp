@@ -43,8 +43,8 @@ constexpr const char* tooMany = "too many requests in flight, request not sent";
 static_assert(sizeof(void*) == sizeof(std::uint64_t), "request handles are ids");
 
 void* toHandle(std::uint64_t id) noexcept {
-    return reinterpret_cast<void*>(id);
-}  // NOLINT(performance-no-int-to-ptr): opaque
+    return reinterpret_cast<void*>(id);  // NOLINT(performance-no-int-to-ptr): opaque
+}
 std::uint32_t indexOf(std::uint64_t id) noexcept {
     return static_cast<std::uint32_t>(id & ((1U << indexBits) - 1U));
 }

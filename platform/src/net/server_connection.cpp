@@ -5,6 +5,7 @@
 
 #include "tracing/channel.h"
 #include "util/block_pool.h"
+#include "util/text.h"
 
 // Each request that a client sends is open from its frame until its responder ends it or is destroyed. The table of open
 // requests alone decides whether an answer may still be written. A responder is only the connection and an id, so it can be
@@ -193,10 +194,10 @@ void ServerConnection::dispatch(std::uint64_t id) {
         handle = handler->actionRequest(request_, std::move(responder), request_.clientId());
     } catch (const std::exception& error) {
         tracing::logCV(channel, 4, "%s: request '%s' '%s' ended with an exception: %s", service_->path.c_str(),
-                       request_.command().c_str(), request_.path().c_str(), error.what());
+                       util::printable(request_.command()).c_str(), util::printable(request_.path()).c_str(), error.what());
     } catch (...) {
         tracing::logCV(channel, 4, "%s: request '%s' '%s' ended with an unknown exception", service_->path.c_str(),
-                       request_.command().c_str(), request_.path().c_str());
+                       util::printable(request_.command()).c_str(), util::printable(request_.path()).c_str());
     }
     dispatched_ = {id, handler, handle};
 }

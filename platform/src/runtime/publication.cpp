@@ -49,8 +49,8 @@ constexpr std::chrono::milliseconds failurePause{200};
 constexpr std::chrono::milliseconds acceptPause{100};
 
 std::string errorText() {
-    return std::strerror(errno);
-}  // NOLINT(concurrency-mt-unsafe): the runtime's thread alone
+    return std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): the runtime's thread alone
+}
 
 std::string readHolder(int lock) {
     char text[128];
