@@ -24,7 +24,8 @@ const ::tracing::Channel channel{"KELO_CLIENT"};
 constexpr std::size_t bodyCapacity = 1024;
 
 // A request for the time of one sending, whose texts keep their memory for the thread's next. Sending may come round to another
-// one on the same thread, by way of a handler: that makes its own. Thread: the one that made it.
+// one on the same thread, by way of a handler: that makes its own. Without it a request costs 16,860 instructions instead of
+// 16,460, most of them in the heap (callgrind, one in flight). Thread: the one that made it.
 class SpareRequest {
 public:
     SpareRequest() : request_{kept() ? std::move(kept()) : std::make_unique<Request>()} {}
