@@ -16,6 +16,7 @@ constexpr std::array all{
     Promise{"watch", "watchers end at the true state, whoever is killed and restarted meanwhile", &driveWatch},
     Promise{"slow", "a client that does not read costs little memory and holds nobody up", &driveSlow},
     Promise{"flood", "what is too much is refused and counted, and others are served", &driveFlood},
+    Promise{"greed", "whoever makes the bridge keep much costs it little memory and holds nobody up", &driveGreed, true},
     Promise{"malformed", "what is malformed ends its own connection alone", &driveMalformed},
     Promise{"damaged", "damaged answers end requests once, and their provider is asked again", &driveDamagedAnswers},
     Promise{"late", "wrong, late and repeated answers reach nobody", &driveLate},

@@ -13,8 +13,9 @@ struct Promise {
     std::string_view name;
     std::string_view text;
     void (*drive)(const Scope& scope, Random& random, Report& report);
-    // Does not work together with sanitizers: it needs the faults library, or it runs without free descriptors, and then UBSan
-    // takes every object for a broken one, because it checks memory through a pipe.
+    // Does not work together with sanitizers: it needs the faults library, or it limits memory, of which they keep much, or it
+    // runs without free descriptors, and then UBSan takes every object for a broken one, because it checks memory through a
+    // pipe.
     bool isBareOnly = false;
 };
 

@@ -14,6 +14,7 @@ void driveOwner(const Scope& scope, Random& random, Report& report);
 void driveWatch(const Scope& scope, Random& random, Report& report);
 void driveSlow(const Scope& scope, Random& random, Report& report);
 void driveFlood(const Scope& scope, Random& random, Report& report);
+void driveGreed(const Scope& scope, Random& random, Report& report);
 void driveMalformed(const Scope& scope, Random& random, Report& report);
 void driveDamagedAnswers(const Scope& scope, Random& random, Report& report);
 void driveLate(const Scope& scope, Random& random, Report& report);

@@ -558,7 +558,9 @@ TEST_F(RuntimeTest, UnsafeDirectoriesAreRefusedWithTheReason) {
 }
 
 TEST_F(RuntimeTest, WhatAPeerGarblesEndsItsOwnConnectionAlone) {
-    Provider provider{directory.path()};
+    kelo::Limits limits;
+    limits.incompleteFrame = std::chrono::milliseconds{100};
+    Provider provider{directory.path(), limits};
     Consumer witness{directory.path()};
     ASSERT_NE(witness.waitForApi(), nullptr);
     const Bytes hello = testing_support::helloFrame(servicePath);
@@ -583,6 +585,7 @@ TEST_F(RuntimeTest, WhatAPeerGarblesEndsItsOwnConnectionAlone) {
         {"an answer", after(testing_support::frame(5, 0, 1, {0xa0}))},
         {"a cancel with a body", after(testing_support::frame(6, 0, 1, {0xa1}))},
         {"a header map that is none", after(testing_support::frame(2, 1, 1, {0x01}))},
+        {"a frame that is not completed in time", after({request.begin(), request.end() - 1})},
     };
     for (const auto& [what, bytes] : cases) {
         RawPeer peer{directory / socketFile};
