@@ -166,6 +166,8 @@ void connections(Floods& floods) {
     for (unsigned i = 0; i < limit - 1 + more; ++i) {
         peers.push_back(std::make_unique<RawPeer>(connectTo(floods.stage().socket("/hmx"))));
         peers.back()->send(hello);
+        // One that has not been heard yet gives way to the next one, and the reserve does not fill.
+        peers.back()->receive();
     }
     // Of those beyond the limit the last few remain, in the reserve.
     const auto reserve = static_cast<unsigned>(floods.limit("reservedConnections"));
