@@ -8,6 +8,7 @@
 #include <sys/epoll.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -155,8 +156,12 @@ int epoll_wait(int epoll, epoll_event* events, int most, int timeout) {
 }
 
 int mkdir(const char* path, mode_t mode) noexcept {
+    return ::mkdirat(AT_FDCWD, path, mode);
+}
+
+int mkdirat(int directory, const char* path, mode_t mode) noexcept {
     return static_cast<int>(
-        through(Call::makeDirectory, noSocket, [&](bool) { return ::syscall(SYS_mkdirat, AT_FDCWD, path, mode); }));
+        through(Call::makeDirectory, noSocket, [&](bool) { return ::syscall(SYS_mkdirat, directory, path, mode); }));
 }
 
 int open(const char* path, int flags, ...) {
@@ -182,8 +187,12 @@ ssize_t recv(int fd, void* buffer, std::size_t size, int flags) {
 }
 
 int rename(const char* from, const char* to) noexcept {
+    return ::renameat(AT_FDCWD, from, AT_FDCWD, to);
+}
+
+int renameat(int fromDirectory, const char* from, int toDirectory, const char* to) noexcept {
     return static_cast<int>(
-        through(Call::rename, noSocket, [&](bool) { return ::syscall(SYS_renameat2, AT_FDCWD, from, AT_FDCWD, to, 0); }));
+        through(Call::rename, noSocket, [&](bool) { return ::syscall(SYS_renameat2, fromDirectory, from, toDirectory, to, 0); }));
 }
 
 ssize_t send(int fd, const void* bytes, std::size_t size, int flags) {
@@ -196,7 +205,12 @@ int socket(int domain, int type, int protocol) noexcept {
 }
 
 int unlink(const char* path) noexcept {
-    return static_cast<int>(through(Call::unlink, noSocket, [&](bool) { return ::syscall(SYS_unlinkat, AT_FDCWD, path, 0); }));
+    return ::unlinkat(AT_FDCWD, path, 0);
+}
+
+int unlinkat(int directory, const char* path, int flags) noexcept {
+    return static_cast<int>(
+        through(Call::unlink, noSocket, [&](bool) { return ::syscall(SYS_unlinkat, directory, path, flags); }));
 }
 
 void* malloc(std::size_t size) noexcept {

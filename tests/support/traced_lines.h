@@ -19,8 +19,10 @@ public:
     TracedLines(const TracedLines&) = delete;
     TracedLines& operator=(const TracedLines&) = delete;
 
-    // "<level> <text>" of each line since the last time.
+    // "<level> <text>" of each line since the last time. Lines are counted anew from here on, so that many cases in one second
+    // are not held back.
     std::vector<std::string> take() {
+        tracing::setSink(&TracedLines::sink, this);
         const std::lock_guard lock{mutex_};
         return std::exchange(lines_, {});
     }

@@ -77,8 +77,9 @@ void runOn(comm::ActiveObject& worker, F function) {
 
 class Runtime final : public IKeloRuntime {
 public:
-    explicit Runtime(RuntimeOptions options)
+    explicit Runtime(RuntimeOptions options, bool isService = false)
         : options_{std::move(options)},
+          isService_{isService},
           worker_{std::make_unique<comm::ActiveObject>("kelo.runtime")},
           context_{worker_->loop(),
                    domainDirectory(options_),
@@ -223,7 +224,12 @@ private:
         bool transient = false;
         if (!openAndWatch(wrong, transient) && !transient) return false;
         started_ = true;
-        tracing::logCV(channel, 2, "runtime directory %s%s", context_.directory.c_str(), isNew ? ", which is new" : "");
+        // A service's log names the directory. A client with a runtime of its own has other things to say, unless it was
+        // mistyped.
+        constexpr int always = 2;
+        constexpr int onRequest = 1;
+        tracing::logCV(channel, isService_ || isNew ? always : onRequest, "runtime directory %s%s", context_.directory.c_str(),
+                       isNew ? ", which is new" : "");
         worker_->loop().lendThread();
         if (!directoryWatch_) {
             retryDirectory(wrong, directoryPause);
@@ -348,6 +354,7 @@ private:
     }
 
     const RuntimeOptions options_;
+    const bool isService_;  // the process's own runtime, rather than one that a client made for itself
     Counters counters_;
     std::atomic<std::uint64_t> nextHandle_{1};
     std::unique_ptr<comm::ActiveObject> worker_;
@@ -381,7 +388,7 @@ void KeloRuntime::setup(std::string_view domain, std::string_view applicationNam
     RuntimeOptions options;
     options.domain = domainName(domain);
     options.applicationName = applicationName;
-    processRuntime() = createRuntime(std::move(options));
+    processRuntime() = std::make_unique<Runtime>(std::move(options), /*isService=*/true);
 }
 
 IKeloRuntime* KeloRuntime::getInstance() {

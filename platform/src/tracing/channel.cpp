@@ -231,7 +231,10 @@ void setSink(Sink sink, void* context) noexcept {
     sinkContext = context;
     hasSink.store(sink != nullptr, std::memory_order_release);
     sinkIdle.wait(lock, [] { return callsUnderWay == 0; });
-    for (LineCount& count : lineCounts) count.second.store(-1, std::memory_order_relaxed);
+    for (LineCount& count : lineCounts) {
+        count.second.store(-1, std::memory_order_relaxed);
+        count.held.store(0, std::memory_order_relaxed);
+    }
 }
 
 Channel::Channel(const char* name) noexcept : name_{name}, threshold_{thresholdFor(name)} {}
