@@ -10,6 +10,9 @@ namespace campaign {
 // Thread: one at a time.
 class Report {
 public:
+    // `room`: what limits in milliseconds are multiplied by.
+    explicit Report(double room = 1) : room_{room} {}
+
     void atMost(std::string_view name, double figure, double limit, std::string_view unit = {});
     void atLeast(std::string_view name, double figure, double limit, std::string_view unit = {});
     // A figure that is printed and has no limit.
@@ -27,6 +30,7 @@ public:
 private:
     void add(std::string_view name, double figure, std::string_view unit, std::string_view limit);
 
+    const double room_;
     std::string line_;
     std::vector<std::string> notes_;
     unsigned limits_ = 0;
