@@ -2,33 +2,12 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstdio>
+
+#include "util/text.h"
 
 namespace hmxctl {
 namespace {
-
-struct Decoded {
-    char32_t code = 0xFFFD;
-    std::size_t length = 1;
-    bool valid = false;
-};
-
-Decoded decodeUtf8(std::string_view text) noexcept {
-    const auto byte = [&](std::size_t i) { return static_cast<std::uint8_t>(text[i]); };
-    const std::uint8_t first = byte(0);
-    if (first < 0x80) return {first, 1, true};
-    const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-    if (first < 0xC2 || first > 0xF4 || text.size() < length) return {};
-    char32_t code = first & (0xFFU >> (length + 1));
-    for (std::size_t i = 1; i < length; ++i) {
-        if ((byte(i) & 0xC0U) != 0x80U) return {};
-        code = (code << 6U) | (byte(i) & 0x3FU);
-    }
-    const bool tooShort = (length == 3 && code < 0x800) || (length == 4 && code < 0x10000);
-    if (tooShort || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF)) return {};
-    return {code, length, true};
-}
 
 struct Range {
     char32_t first;
@@ -75,7 +54,7 @@ std::size_t displayWidth(std::string_view text) noexcept {
             text.remove_prefix(skip);
             continue;
         }
-        const Decoded next = decodeUtf8(text);
+        const util::Character next = util::firstCharacter(text);
         width += widthOf(next.code);
         text.remove_prefix(next.length);
     }
@@ -86,11 +65,11 @@ std::string printable(std::string_view text) {
     std::string out;
     out.reserve(text.size());
     while (!text.empty()) {
-        const Decoded next = decodeUtf8(text);
+        const util::Character next = util::firstCharacter(text);
         const bool control = next.code < 0x20 || (next.code >= 0x7F && next.code < 0xA0);
         // Marks that reorder a line could make one name look like another.
         const bool reorders = (next.code >= 0x202A && next.code <= 0x202E) || (next.code >= 0x2066 && next.code <= 0x2069);
-        if (!next.valid) {
+        if (!next.isValid) {
             out += "\xEF\xBF\xBD";
         } else if (control || reorders) {
             std::array<char, 16> escape{};
@@ -116,7 +95,7 @@ std::string cutToWidth(std::string_view text, std::size_t width) {
             text.remove_prefix(skip);
             continue;
         }
-        const Decoded next = decodeUtf8(text);
+        const util::Character next = util::firstCharacter(text);
         const std::size_t columns = widthOf(next.code);
         if (used + columns + 1 > width) break;
         used += columns;
