@@ -77,20 +77,20 @@ void startRuntime(kelo::runtime::IKeloRuntime& runtime) {
 // Sees to it, before any of the objects in front of it is destroyed, that nothing uses them any more: ends the runtime's
 // callbacks, then lets the worker finish what is queued. It may be needed because memory has run out: what it needs it has from
 // the start, and what the runtime and the queue need it waits for. Thread: main.
-class Standstill {
+class ShutdownGuard {
 public:
-    Standstill(kelo::runtime::IKeloRuntime& runtime, comm::ActiveObject& worker)
+    ShutdownGuard(kelo::runtime::IKeloRuntime& runtime, comm::ActiveObject& worker)
         : runtime_{runtime}, worker_{worker}, idle_{promise_.get_future()}, event_{makeTask([this] {
               worker_.dropLater();
               promise_.set_value();
           })} {}
-    ~Standstill() {
+    ~ShutdownGuard() {
         insist([this] { runtime_.stop(); });
         insist([this] { worker_.enque(event_); });
         idle_.wait();
     }
-    Standstill(const Standstill&) = delete;
-    Standstill& operator=(const Standstill&) = delete;
+    ShutdownGuard(const ShutdownGuard&) = delete;
+    ShutdownGuard& operator=(const ShutdownGuard&) = delete;
 
 private:
     template <class Step>
@@ -140,7 +140,7 @@ void serve(kelo::runtime::IKeloRuntime& runtime, const std::function<void()>& pa
     DisplayBridge displayBridge{displayThread};
     DisplayableBridge displayableBridge{displayThread};
     LayersBridge layersBridge{displayThread};
-    const Standstill displayStandstill{runtime, *displayThread};
+    const ShutdownGuard displayShutdownGuard{runtime, *displayThread};
     trackDMService(displayManager, displayBridge, displayableBridge, layersBridge, queue);
     logProgress("Service hmxtolubridge wait for dm service available started ");
     queue.waitFor(EVENT_DM_AVAILABLE);
@@ -148,7 +148,7 @@ void serve(kelo::runtime::IKeloRuntime& runtime, const std::function<void()>& pa
 
     ServiceManager inputManager{&runtime, inputThread, "/hmxinputmanager"};
     InputBridge inputBridge{inputThread};
-    const Standstill inputStandstill{runtime, *inputThread};
+    const ShutdownGuard inputShutdownGuard{runtime, *inputThread};
     trackInputService(inputManager, inputBridge, queue);
     logProgress("Service hmxtolubridge wait for input service available started ");
     queue.waitFor(EVENT_INPUT_AVAILABLE);
@@ -156,7 +156,7 @@ void serve(kelo::runtime::IKeloRuntime& runtime, const std::function<void()>& pa
 
     ServiceManager popupManager{&runtime, popupThread, "/hmxpopupmanager"};
     PopupBridge popupBridge{popupThread};
-    const Standstill popupStandstill{runtime, *popupThread};
+    const ShutdownGuard popupShutdownGuard{runtime, *popupThread};
     trackPopupService(popupManager, popupBridge, queue);
     logProgress("Service hmxtolubridge wait for popup service available started ");
     queue.waitFor(EVENT_POPUP_AVAILABLE);
@@ -169,7 +169,7 @@ void serve(kelo::runtime::IKeloRuntime& runtime, const std::function<void()>& pa
     auto* const layerconfigurations = makeImmortal<kelo::hmx::LayerconfigurationsService>(&layersBridge);
 
     ServiceManager hmxManager{&runtime, popupThread, "/hmx"};
-    const Standstill standstill{runtime, *popupThread};
+    const ShutdownGuard shutdownGuard{runtime, *popupThread};
     hmxManager.registerResource("/popups", popups);
     hmxManager.registerResource("/regionconfigurations", regionconfigurations);
     hmxManager.registerResource("/displays", displays);

@@ -1,7 +1,6 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <string>
 #include <thread>
 #include <vector>

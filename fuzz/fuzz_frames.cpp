@@ -1,5 +1,4 @@
 // Any bytes as one frame: what can be read is written and read again, and a header map that is cut short is refused.
-#include <vector>
 
 #include "walk.h"
 #include "wire/frame.h"

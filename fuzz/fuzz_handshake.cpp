@@ -2,7 +2,6 @@
 // request. The bytes arrive in pieces, and the peer may read or not. Whatever it does, each request ends at most once, and in
 // the end all have ended.
 #include <sys/socket.h>
-#include <unistd.h>
 
 #include <memory>
 #include <vector>

@@ -1,6 +1,5 @@
 // Any bytes as a path and a pattern, separated by the first end of line: what is encoded decodes to the same, and what matches
 // has parts.
-#include <cstdlib>
 #include <string>
 #include <string_view>
 

@@ -110,13 +110,13 @@ void* DisplaySideBridge<Resource>::retrieveList(std::unique_ptr<kelo::IResponseH
                                                 const kelo::optional<kelo::toluglobals::ToluParams>& params) {
     using Scheme = DisplaySideScheme<Resource>;
     const RequestKey key = newRequestKey();
-    auto made = std::make_unique<typename Pending::Request>(std::move(handler), Asked{params});
+    auto made = std::make_unique<typename Pending::Request>(std::move(handler), RequestDetails{params});
     kelo::postBrief(*worker_, [this, key, request = std::move(made)]() mutable {
         const tracing::Channel& channel = Scheme::channel;
         tracing::logC(channel, progressLevel, Scheme::list);
-        Asked& asked = request->context;
-        if (asked.params && Scheme::wanted(asked.params->values, asked.key)) {
-            tracing::logCV(channel, progressLevel, Scheme::listOfOne, printable(asked.key));
+        RequestDetails& details = request->context;
+        if (details.params && Scheme::wanted(details.params->values, details.key)) {
+            tracing::logCV(channel, progressLevel, Scheme::listOfOne, printable(details.key));
             if (!upstream_) {
                 request->fail(noClientResponse(channel, Scheme::listNoClient));
             } else {
@@ -142,7 +142,7 @@ void* DisplaySideBridge<Resource>::retrieveElement(std::unique_ptr<kelo::IRespon
                                                    const kelo::optional<kelo::toluglobals::ToluParams>& params) {
     using Scheme = DisplaySideScheme<Resource>;
     const RequestKey key = newRequestKey();
-    auto made = std::make_unique<typename Pending::Request>(std::move(handler), Asked{params});
+    auto made = std::make_unique<typename Pending::Request>(std::move(handler), RequestDetails{params});
     kelo::postBrief(*worker_, [this, key, id, request = std::move(made)]() mutable {
         const tracing::Channel& channel = Scheme::channel;
         tracing::logCV(channel, progressLevel, Scheme::element, IdText{id}.c_str());
@@ -192,13 +192,13 @@ bool DisplaySideBridge<Resource>::deliver(RequestKey key, const All& all) {
 template <class Resource>
 bool DisplaySideBridge<Resource>::deliver(RequestKey key, const One& one) {
     using Scheme = DisplaySideScheme<Resource>;
-    const Asked* const asked = pending_.context(key);
-    if (asked == nullptr) return false;
+    const RequestDetails* const details = pending_.context(key);
+    if (details == nullptr) return false;
     Element element;
-    convert(one, ids_.record(Scheme::keyOf(one, asked->key)), element);
-    const auto makeElement = [&] { return kelo::tolu::transformElement(std::move(element), asked->params); };
+    convert(one, ids_.record(Scheme::keyOf(one, details->key)), element);
+    const auto makeElement = [&] { return kelo::tolu::transformElement(std::move(element), details->params); };
     const auto makePage = [&] {
-        return kelo::tolu::cutPage(std::vector{std::make_shared<Element>(std::move(element))}, asked->params,
+        return kelo::tolu::cutPage(std::vector{std::make_shared<Element>(std::move(element))}, details->params,
                                    {Scheme::parameter});
     };
     return pending_.template next<Element>(key, makeElement) || pending_.template next<ListPage>(key, makePage);

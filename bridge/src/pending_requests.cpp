@@ -22,8 +22,7 @@ namespace hmx {
 
 RequestKey newRequestKey() noexcept {
     static std::atomic<std::uintptr_t> next{1};
-    return reinterpret_cast<RequestKey>(
-        next.fetch_add(1, std::memory_order_relaxed));  // NOLINT(performance-no-int-to-ptr): opaque
+    return reinterpret_cast<RequestKey>(next.fetch_add(1, std::memory_order_relaxed));  // opaque
 }
 
 void UpstreamRequest::cancel() const {

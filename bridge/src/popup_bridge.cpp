@@ -39,62 +39,62 @@ void reportTie(const PopupKey& known, const PopupKey& fresh) {
 }  // namespace
 
 void PopupBridge::PopupsReceiver::onNext(const Value& popups) const {
-    const Asked* const asked = bridge->pending_.context(key);
-    if (asked == nullptr) return;
+    const RequestDetails* const details = bridge->pending_.context(key);
+    if (details == nullptr) return;
     tracing::logCV(channel, progressLevel, "PopupBridge::GetPopups::onNext received update on display: %s ",
-                   asked->popup.display.c_str());
+                   details->popup.display.c_str());
     bridge->pending_.next<PopupObjectListPage>(key, [&] {
         std::vector<std::shared_ptr<PopupObject>> objects;
         objects.reserve(popups.size());
-        for (const Popup& popup : popups) objects.push_back(std::make_shared<PopupObject>(bridge->toObject(*asked, popup)));
-        return kelo::tolu::cutPage(std::move(objects), asked->params,
+        for (const Popup& popup : popups) objects.push_back(std::make_shared<PopupObject>(bridge->toObject(*details, popup)));
+        return kelo::tolu::cutPage(std::move(objects), details->params,
                                    {"display", "name", "active", "isFullscreen", "requested", "slot", "visible"});
     });
 }
 
 void PopupBridge::PopupsReceiver::onError(const Response& response) const {
-    const Asked* const asked = bridge->pending_.context(key);
-    if (asked == nullptr) return;
+    const RequestDetails* const details = bridge->pending_.context(key);
+    if (details == nullptr) return;
     tracing::logCV(channel, errorLevel, "PopupBridge::GetPopups::onError received error on display: %s error: %s",
-                   asked->popup.display.c_str(), response.toString().c_str());
+                   details->popup.display.c_str(), response.toString().c_str());
     bridge->pending_.fail(key, response);
 }
 
 void PopupBridge::PopupReceiver::onNext(const Value& popup) const {
-    const Asked* const asked = bridge->pending_.context(key);
-    if (asked == nullptr) return;
+    const RequestDetails* const details = bridge->pending_.context(key);
+    if (details == nullptr) return;
     tracing::logCV(channel, progressLevel, "PopupBridge::GetPopup::onNext received update for popup: %s on display: %s ",
-                   popup.name.c_str(), asked->popup.display.c_str());
+                   popup.name.c_str(), details->popup.display.c_str());
     const bool isElement = bridge->pending_.next<PopupObject>(
-        key, [&] { return kelo::tolu::transformElement(bridge->toObject(*asked, popup), asked->params); });
+        key, [&] { return kelo::tolu::transformElement(bridge->toObject(*details, popup), details->params); });
     if (isElement) return;
     bridge->pending_.next<PopupObjectListPage>(key, [&] {
-        return kelo::tolu::cutPage(std::vector{std::make_shared<PopupObject>(bridge->toObject(*asked, popup))}, asked->params,
+        return kelo::tolu::cutPage(std::vector{std::make_shared<PopupObject>(bridge->toObject(*details, popup))}, details->params,
                                    {"display", "name"});
     });
 }
 
 void PopupBridge::PopupReceiver::onError(const Response& response) const {
-    const Asked* const asked = bridge->pending_.context(key);
-    if (asked == nullptr) return;
+    const RequestDetails* const details = bridge->pending_.context(key);
+    if (details == nullptr) return;
     tracing::logCV(channel, errorLevel, "PopupBridge::GetPopup::onError received error on display: %s error: %s",
-                   asked->popup.display.c_str(), response.toString().c_str());
+                   details->popup.display.c_str(), response.toString().c_str());
     bridge->pending_.fail(key, response);
 }
 
 void PopupBridge::UpdateReceiver::onNext(const Value& popup) const {
-    const Asked* const asked = bridge->pending_.context(key);
-    if (asked == nullptr) return;
+    const RequestDetails* const details = bridge->pending_.context(key);
+    if (details == nullptr) return;
     tracing::logCV(channel, progressLevel, "PopupBridge::UpdatePopupState::onNext received update for popup: %s with uri: %s ",
-                   popup.name.c_str(), asked->uri.toString().c_str());
-    bridge->pending_.next<kelo::url>(key, [&] { return asked->uri; });
+                   popup.name.c_str(), details->uri.toString().c_str());
+    bridge->pending_.next<kelo::url>(key, [&] { return details->uri; });
 }
 
 void PopupBridge::UpdateReceiver::onError(const Response& response) const {
-    const Asked* const asked = bridge->pending_.context(key);
-    if (asked == nullptr) return;
+    const RequestDetails* const details = bridge->pending_.context(key);
+    if (details == nullptr) return;
     tracing::logCV(channel, errorLevel, "PopupBridge::UpdatePopupState::onError received error for uri %s error: %s",
-                   asked->uri.toString().c_str(), response.toString().c_str());
+                   details->uri.toString().c_str(), response.toString().c_str());
     bridge->pending_.fail(key, response);
 }
 
@@ -203,27 +203,27 @@ void PopupBridge::cancelRequest(void* key) {
 }
 
 template <class Upstream, class Result, class Ask>
-void PopupBridge::start(RequestKey key, std::unique_ptr<IResponseHandler<Result>> handler, Asked asked, const char* noClient,
-                        Ask&& ask) {
+void PopupBridge::start(RequestKey key, std::unique_ptr<IResponseHandler<Result>> handler, RequestDetails details,
+                        const char* noClient, Ask&& ask) {
     if (!upstream_) {
         handler->onError(noClientResponse(channel, noClient));
         return;
     }
     const bool isOfAll = std::is_same_v<Upstream, GetPopups>;
     // The path upstream would be another one.
-    if (asked.popup.display.empty() || (asked.popup.name.empty() && !isOfAll)) {
+    if (details.popup.display.empty() || (details.popup.name.empty() && !isOfAll)) {
         handler->onError(Response::createErrorResponse(
             404, "[PopupBridge a popup with an empty name, or on a display with an empty name, cannot be asked for]"));
         return;
     }
     auto upstream = std::make_unique<Upstream>(*worker_, handler->isOneShot(), handler->account(),
                                                typename Upstream::ReceiverType{{this, key}});
-    pending_.start(key, std::make_unique<Pending::Request>(std::move(handler), std::move(asked)), upstream_.api(),
+    pending_.start(key, std::make_unique<Pending::Request>(std::move(handler), std::move(details)), upstream_.api(),
                    [&] { return ask(upstream_.client(), std::move(upstream)); });
 }
 
-PopupObject PopupBridge::toObject(const Asked& asked, const Popup& popup) {
-    const std::string& display = asked.popup.display;
+PopupObject PopupBridge::toObject(const RequestDetails& details, const Popup& popup) {
+    const std::string& display = details.popup.display;
     return toPopupObject(display, popup, ids_.record(PopupKeyView{display, popup.name}));
 }
 

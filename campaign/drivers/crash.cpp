@@ -1,7 +1,6 @@
 #include "drivers/drivers.h"
 
 #include <algorithm>
-#include <thread>
 
 #include "harness/questions.h"
 #include "harness/stage.h"

@@ -1,7 +1,6 @@
 #include "drivers/drivers.h"
 
 #include <atomic>
-#include <memory>
 #include <mutex>
 #include <nlohmann/json.hpp>
 #include <set>

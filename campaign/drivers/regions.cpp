@@ -1,6 +1,5 @@
 #include "drivers/drivers.h"
 
-#include <algorithm>
 #include <map>
 #include <set>
 #include <vector>

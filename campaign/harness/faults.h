@@ -1,7 +1,6 @@
 // Makes the system calls of a running program fail one by one: the driver's side of the page in preload/fault_page.h.
 #pragma once
 
-#include <cerrno>
 #include <string>
 #include <vector>
 

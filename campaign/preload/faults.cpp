@@ -22,10 +22,12 @@
 
 extern "C" {
 // The C library's own functions, which those below replace.
-void* __libc_malloc(std::size_t size);                           // NOLINT
-void* __libc_calloc(std::size_t count, std::size_t size);        // NOLINT
-void* __libc_realloc(void* memory, std::size_t size);            // NOLINT
-void* __libc_memalign(std::size_t alignment, std::size_t size);  // NOLINT
+// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): these are their names
+void* __libc_malloc(std::size_t size);
+void* __libc_calloc(std::size_t count, std::size_t size);
+void* __libc_realloc(void* memory, std::size_t size);
+void* __libc_memalign(std::size_t alignment, std::size_t size);
+// NOLINTEND(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp)
 }
 
 namespace {
@@ -37,7 +39,7 @@ using campaign::FaultPage;
 FaultPage* page = nullptr;
 
 [[gnu::constructor]] void findPage() {
-    const char* const file = std::getenv(campaign::faultPageVariable);  // NOLINT(concurrency-mt-unsafe)
+    const char* const file = std::getenv(campaign::faultPageVariable);
     if (file == nullptr) return;
     const auto fd = static_cast<int>(::syscall(SYS_openat, AT_FDCWD, file, O_RDWR | O_CLOEXEC));
     if (fd < 0) return;

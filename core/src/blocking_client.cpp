@@ -1,4 +1,4 @@
-// The runtime's thread tells what it hears to a board under a lock, and the caller waits on that. A handler shares the board, so
+// The runtime's thread sets values under a lock, and the caller waits for them. A handler shares its value, so
 // that an answer which comes after its caller has given up still finds one; nobody reads it then.
 #include "core/blocking_client.h"
 
@@ -21,7 +21,7 @@ using Time = std::chrono::steady_clock::time_point;
 
 // A value that one thread sets and another waits for. Thread: any.
 template <class T>
-class Board {
+class Awaitable {
 public:
     void set(T value) {
         {
@@ -43,7 +43,7 @@ private:
     T value_{};
 };
 
-using Answer = Board<std::shared_ptr<Response>>;
+using Answer = Awaitable<std::shared_ptr<Response>>;
 
 // Takes the one answer. Thread: the runtime's.
 class AnswerHandler final : public IResponseHandler<Response> {
@@ -92,7 +92,7 @@ private:
     void resolved(std::uint64_t /*handle*/, IKeloApi* api) override { api_.set(api); }
     void gone() override { api_.set(nullptr); }
 
-    Board<IKeloApi*> api_;
+    Awaitable<IKeloApi*> api_;
     std::string failure_;
     std::unique_ptr<IKeloRuntime> runtime_;  // last: what it tells is there until it has stopped
 };

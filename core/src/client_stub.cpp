@@ -3,7 +3,6 @@
 // nothing is kept here in between, and a stub can be replaced while requests are in flight.
 #include "core/client_stub.h"
 
-#include <cstdint>
 #include <new>
 #include <string>
 

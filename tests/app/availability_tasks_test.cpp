@@ -122,7 +122,7 @@ TEST_F(AvailabilityTasks, NothingThatIsThrownLeavesATask) {
         int thrown = 0;
         const auto fail = [&thrown] {
             if (thrown++ % 2 == 0) throw std::runtime_error{"out of order"};
-            throw 7;  // NOLINT(hicpp-exception-baseclass): what nobody expects
+            throw 7;  // what nobody expects
         };
         hmx::trackService(
             manager, {.name = name, .noValidApi = "", .gotApi = "got", .event = hmx::EVENT_DM_AVAILABLE},

@@ -3,7 +3,6 @@
 
 #include <mutex>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 

@@ -1,7 +1,6 @@
 // What the bridges to the display manager have in common: a resource that is asked for whole or by element, and nothing else.
 #pragma once
 
-#include <cstddef>
 #include <memory>
 
 #include "bridge/attachment.h"
@@ -35,7 +34,7 @@ class DisplaySideBridge : public Resource::Interface {
     using Key = typename Resource::Key;
 
     // What is to be known of a request when its answer comes.
-    struct Asked {
+    struct RequestDetails {
         kelo::optional<kelo::toluglobals::ToluParams> params;
         Key key{};  // of the element that was asked for; none for the whole resource
     };
@@ -79,7 +78,7 @@ protected:
                           const kelo::optional<kelo::toluglobals::ToluParams>& params);
 
 private:
-    using Pending = PendingRequests<Asked, ListPage, Element>;
+    using Pending = PendingRequests<RequestDetails, ListPage, Element>;
 
     void askOne(RequestKey key, std::unique_ptr<typename Pending::Request> request);
     // False when the request is over.

@@ -2,9 +2,7 @@
 #pragma once
 
 #include <cstddef>
-#include <memory>
 #include <string>
-#include <vector>
 
 #include "kelo/optional.h"
 #include "kelo/record.h"

@@ -71,7 +71,7 @@ public:
 
 private:
     // What is to be known of a request when its answer comes.
-    struct Asked {
+    struct RequestDetails {
         PopupKey popup;  // without a name when all popups of the display were asked for
         kelo::optional<kelo::toluglobals::ToluParams> params;
         kelo::url uri;  // of the element that an update is of
@@ -79,14 +79,14 @@ private:
 
     // Sends the request that `ask(client, upstream handler)` makes, or answers that there is no client.
     template <class Upstream, class Result, class Ask>
-    void start(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, Asked asked, const char* noClient,
-               Ask&& ask);
-    kelo::hmx::PopupObject toObject(const Asked& asked, const kelo::hmx::popups::Popup& popup);
+    void start(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, RequestDetails details,
+               const char* noClient, Ask&& ask);
+    kelo::hmx::PopupObject toObject(const RequestDetails& details, const kelo::hmx::popups::Popup& popup);
 
     const std::shared_ptr<comm::ActiveObject> worker_;
     Attachment<kelo::hmx::popups::IHmx_popups> upstream_;
     IdTable<PopupKey, PopupKeyHash, PopupKeyEqual> ids_;
-    using Pending = PendingRequests<Asked, kelo::hmx::PopupObjectListPage, kelo::hmx::PopupObject, kelo::url>;
+    using Pending = PendingRequests<RequestDetails, kelo::hmx::PopupObjectListPage, kelo::hmx::PopupObject, kelo::url>;
     Pending pending_;
 };
 

@@ -4,6 +4,7 @@
 #include <poll.h>
 #include <sys/stat.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
@@ -23,7 +24,7 @@ namespace {
 constexpr std::string_view socketSuffix = ".sock";
 
 std::string environment(const char* name) {
-    const char* const value = std::getenv(name);  // NOLINT(concurrency-mt-unsafe): nobody sets the environment
+    const char* const value = std::getenv(name);  // nobody sets the environment
     return value == nullptr ? std::string{} : std::string{value};
 }
 
@@ -48,11 +49,11 @@ bool makeWithParents(const std::string& directory) {
 }
 
 std::string describe(const char* what) {
-    return std::string{what} + ": " + std::strerror(errno);  // NOLINT(concurrency-mt-unsafe)
+    return std::string{what} + ": " + std::strerror(errno);
 }
 
 // Why somebody else could put a file into the directory or take one away; empty when nobody can.
-std::string whatIsUnsafe(int directory, const std::string& name) {
+std::string unsafeReason(int directory, const std::string& name) {
     struct stat status {};
     if (::fstat(directory, &status) != 0) return describe(("cannot look at " + name).c_str());
     if (status.st_uid != ::geteuid() && status.st_uid != 0) {
@@ -76,26 +77,26 @@ std::string domainDirectory(const RuntimeOptions& options) {
     return baseDirectory() + "/" + options.domain;
 }
 
-net::Descriptor openDomain(const std::string& directory, bool create, std::string& wrong) {
+net::Descriptor openDomain(const std::string& directory, bool create, std::string& error) {
     if (create && !makeWithParents(directory)) {
-        wrong = describe(("cannot make the runtime directory " + directory).c_str());
+        error = describe(("cannot make the runtime directory " + directory).c_str());
         return {};
     }
     net::Descriptor opened{::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC)};
     if (!opened) {
         struct stat link {};
         if (::lstat(directory.c_str(), &link) == 0 && S_ISLNK(link.st_mode)) {
-            wrong = "runtime directory " + directory + " is a symbolic link";
+            error = "runtime directory " + directory + " is a symbolic link";
         } else {
-            wrong = describe(("cannot open the runtime directory " + directory).c_str());
+            error = describe(("cannot open the runtime directory " + directory).c_str());
         }
         return {};
     }
     // Whoever may rename the directory may replace it, so the one above it is held to the same rules.
     const net::Descriptor parent{::openat(opened.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    wrong = whatIsUnsafe(opened.get(), "runtime directory " + directory);
-    if (wrong.empty() && parent) wrong = whatIsUnsafe(parent.get(), "the directory above runtime directory " + directory);
-    if (!wrong.empty()) return {};
+    error = unsafeReason(opened.get(), "runtime directory " + directory);
+    if (error.empty() && parent) error = unsafeReason(parent.get(), "the directory above runtime directory " + directory);
+    if (!error.empty()) return {};
     return opened;
 }
 
@@ -130,8 +131,8 @@ bool isDomainName(std::string_view name) noexcept {
 
 SocketState probeSocket(const RuntimeOptions& options, std::string_view servicePath, std::chrono::milliseconds wait) {
     const std::string directory = domainDirectory(options);
-    std::string wrong;
-    const net::Descriptor opened = openDomain(directory, false, wrong);
+    std::string error;
+    const net::Descriptor opened = openDomain(directory, false, error);
     if (!opened) return SocketState::dead;
     const net::Descriptor socket = net::connectTo(opened.get(), socketName(directory, servicePath));
     // A queue of connections that nobody takes is a sign of life, too.

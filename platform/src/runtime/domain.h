@@ -9,10 +9,10 @@
 
 namespace kelo::runtime {
 
-// Makes the directory (0700, parents too) if it is not there and opens it. Refused, with the reason in `wrong`, if it is a
+// Makes the directory (0700, parents too) if it is not there and opens it. Refused, with the reason in `error`, if it is a
 // symbolic link, belongs to somebody else, or may be written to by others without the sticky bit. `create` false: refused if it
 // is not there. Thread: any.
-[[nodiscard]] net::Descriptor openDomain(const std::string& directory, bool create, std::string& wrong);
+[[nodiscard]] net::Descriptor openDomain(const std::string& directory, bool create, std::string& error);
 
 // The file name of a service's socket: the path with all but letters, digits, "-" and "_" percent-encoded; a name too long for a
 // socket address is replaced by "#" and a hash. Never begins with a dot. Thread: any.

@@ -1,6 +1,5 @@
 #include "runtime/publication.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/file.h>
@@ -49,7 +48,7 @@ constexpr std::chrono::milliseconds failurePause{200};
 constexpr std::chrono::milliseconds acceptPause{100};
 
 std::string errorText() {
-    return std::strerror(errno);  // NOLINT(concurrency-mt-unsafe): the runtime's thread alone
+    return std::strerror(errno);  // the runtime's thread alone
 }
 
 std::string readHolder(int lock) {
@@ -118,11 +117,11 @@ void Publication::begin() {
         retryLater(claimPause);
         return;
     }
-    if (!bindAndShow()) {
+    if (!bindAndRename()) {
         retryLater(failurePause);
         return;
     }
-    lastComplaint_.clear();
+    lastLogged_.clear();
     ++info_.incarnation;
     if (tracker_ != nullptr) tracker_->added(info_);
 }
@@ -141,11 +140,11 @@ bool Publication::claim() {
     }
     net::Descriptor lock{::openat(directory, file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)};
     if (!lock) {
-        complain("cannot open the lock " + context_.directory + "/" + file + ": " + errorText());
+        logOnce("cannot open the lock " + context_.directory + "/" + file + ": " + errorText());
         return false;
     }
     if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0) {
-        complain("is held by " + readHolder(lock.get()) + "; waiting for it to end");
+        logOnce("is held by " + readHolder(lock.get()) + "; waiting for it to end");
         return false;
     }
     struct stat held {};
@@ -161,7 +160,7 @@ bool Publication::claim() {
     return true;
 }
 
-bool Publication::bindAndShow() {
+bool Publication::bindAndRename() {
     static std::atomic<unsigned> number{0};
     const int directory = context_.domain.get();
     // Without the service's name, which may need all the room that an address has.
@@ -169,7 +168,7 @@ bool Publication::bindAndShow() {
     ::unlinkat(directory, hidden.c_str(), 0);
     net::Descriptor socket = net::listenAt(directory, hidden);
     if (!socket) {
-        complain("cannot listen at " + context_.directory + "/" + hidden + ": " + errorText());
+        logOnce("cannot listen at " + context_.directory + "/" + hidden + ": " + errorText());
         ::unlinkat(directory, hidden.c_str(), 0);
         return false;
     }
@@ -177,14 +176,14 @@ bool Publication::bindAndShow() {
     if (::fchmodat(directory, hidden.c_str(), 0600, 0) != 0 ||
         ::fstatat(directory, hidden.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
         ::renameat(directory, hidden.c_str(), directory, fileName_.c_str()) != 0) {
-        complain("cannot show its socket as " + context_.directory + "/" + fileName_ + ": " + errorText());
+        logOnce("cannot show its socket as " + context_.directory + "/" + fileName_ + ": " + errorText());
         ::unlinkat(directory, hidden.c_str(), 0);
         return false;
     }
-    shownInode_ = status.st_ino;
+    socketInode_ = status.st_ino;
     auto listener = std::make_shared<Listener>(std::move(socket), *this);
     if (context_.loop.add(listener->fd(), EPOLLIN, listener) == 0) {
-        complain("has no room in the event loop: " + errorText());
+        logOnce("has no room in the event loop: " + errorText());
         ::unlinkat(directory, fileName_.c_str(), 0);
         return false;
     }
@@ -193,14 +192,14 @@ bool Publication::bindAndShow() {
     return true;
 }
 
-bool Publication::isShown() const {
+bool Publication::isInPlace() const {
     struct stat status {};
     return context_.domain && ::fstatat(context_.domain.get(), fileName_.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
-           status.st_ino == shownInode_;
+           status.st_ino == socketInode_;
 }
 
-void Publication::look() {
-    if (!listener_ || isShown()) return;
+void Publication::checkDirectory() {
+    if (!listener_ || isInPlace()) return;
     tracing::logCV(channel, 3, "%s: its socket was taken from the runtime directory; publishing anew", service_->path.c_str());
     withdraw();
     if (tracker_ != nullptr) tracker_->removed();
@@ -216,7 +215,7 @@ void Publication::withdraw() {
 
 void Publication::end() {
     retry_.disarm();
-    if (listener_ && lock_ && isShown()) ::unlinkat(context_.domain.get(), fileName_.c_str(), 0);
+    if (listener_ && lock_ && isInPlace()) ::unlinkat(context_.domain.get(), fileName_.c_str(), 0);
     withdraw();
     lock_.reset();
     while (!connections_.empty()) connections_.back()->close("service withdrawn");
@@ -232,7 +231,7 @@ void Publication::accept() {
             if (errno == EINTR || errno == ECONNABORTED) continue;
             if (errno == EAGAIN) break;
             ++context_.counters.acceptPauses;
-            complain("cannot accept a connection: " + errorText() + "; not listening until that has passed");
+            logOnce("cannot accept a connection: " + errorText() + "; not listening until that has passed");
             if (listener->listening) context_.loop.remove(listener->fd());
             listener->listening = false;
             acceptAgain_.arm(net::Clock::now() + acceptPause);
@@ -261,12 +260,12 @@ bool Publication::makeRoom() {
     if (context_.counters.connectionsOpen < limits.connections) return true;
     const auto isSilent = [](const net::ServerConnection& connection) { return !connection.hasGreeted(); };
     const auto isReserved = [](const net::ServerConnection& connection) { return connection.isReserved(); };
-    return endOldest(isSilent, "it has not said hello, and others wait") ||
+    return closeOldest(isSilent, "it has not said hello, and others wait") ||
            context_.counters.connectionsOpen < limits.connections + limits.reservedConnections ||
-           endOldest(isReserved, "as many connections as the limit allows");
+           closeOldest(isReserved, "as many connections as the limit allows");
 }
 
-bool Publication::endOldest(bool (*isMeant)(const net::ServerConnection&), const char* why) {
+bool Publication::closeOldest(bool (*isMeant)(const net::ServerConnection&), const char* why) {
     const auto oldest = std::find_if(connections_.begin(), connections_.end(),
                                      [isMeant](const net::ServerConnection* connection) { return isMeant(*connection); });
     if (oldest == connections_.end()) return false;
@@ -300,15 +299,15 @@ void Publication::serve(net::Descriptor socket, net::Peer peer) {
         connection->expectHello();
     } catch (const std::exception& error) {
         ++context_.counters.peersRefused;
-        complain(std::string{"cannot serve a connection: "} + error.what());
+        logOnce(std::string{"cannot serve a connection: "} + error.what());
         if (connection) connection->close("given up");
     }
 }
 
 // Says what keeps the service from being published or reached, once for as long as it is the same.
-void Publication::complain(const std::string& text) {
-    if (text == lastComplaint_) return;
-    lastComplaint_ = text;
+void Publication::logOnce(const std::string& text) {
+    if (text == lastLogged_) return;
+    lastLogged_ = text;
     tracing::logCV(channel, 4, "%s: %s", service_->path.c_str(), text.c_str());
 }
 

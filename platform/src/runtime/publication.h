@@ -32,7 +32,7 @@ public:
     // Claims the path and publishes; goes on trying for as long as that fails.
     void begin();
     // The directory has changed: publishes anew if the socket's name no longer leads to it.
-    void look();
+    void checkDirectory();
     // Takes the socket away, gives the path up and ends the connections, without a word to the tracker.
     void end();
 
@@ -40,16 +40,16 @@ private:
     class Listener;
 
     bool claim();
-    bool bindAndShow();
-    bool isShown() const;
+    bool bindAndRename();
+    bool isInPlace() const;
     void withdraw();
     void accept();
     bool makeRoom();
-    bool endOldest(bool (*isMeant)(const net::ServerConnection&), const char* why);
+    bool closeOldest(bool (*isMeant)(const net::ServerConnection&), const char* why);
     void admitReserved();
     void serve(net::Descriptor socket, net::Peer peer);
     void retryLater(std::chrono::milliseconds pause) { retry_.arm(net::Clock::now() + pause); }
-    void complain(const std::string& text);
+    void logOnce(const std::string& text);
 
     Context& context_;
     const std::string fileName_;
@@ -57,10 +57,10 @@ private:
     std::shared_ptr<net::ServerConnection::Service> service_;
     net::Descriptor lock_;
     std::shared_ptr<Listener> listener_;
-    std::uint64_t shownInode_ = 0;
+    std::uint64_t socketInode_ = 0;
     std::vector<net::ServerConnection*> connections_;  // oldest first
     KeloServiceTrackerInfo info_;
-    std::string lastComplaint_;
+    std::string lastLogged_;
     net::Timer retry_;
     net::Timer acceptAgain_;
 };

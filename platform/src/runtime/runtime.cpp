@@ -4,12 +4,10 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <condition_variable>
 #include <cstring>
 #include <future>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <utility>
 
 #include "comm/active_object.h"
@@ -93,17 +91,17 @@ public:
 
     bool start(int /*flags*/) override {
         bool started = false;
-        std::string wrong;
-        runOn(*worker_, [&] { started = begin(wrong); });
+        std::string error;
+        runOn(*worker_, [&] { started = begin(error); });
         if (!started) {
-            tracing::logC(channel, 4, wrong.c_str());
-            std::ErrorOutput{errors::Error, errors::readFailure, wrong};
+            tracing::logC(channel, 4, error.c_str());
+            std::ErrorOutput{errors::Error, errors::readFailure, error};
         }
         return started;
     }
 
     void stop() override {
-        std::vector<Connection> ending;
+        std::vector<Connection> connections;
         runOn(*worker_, [&] {
             if (!std::exchange(stopped_, true)) {
                 for (auto& [handle, publication] : publications_) publication->end();
@@ -114,12 +112,12 @@ public:
                 directoryWatch_.reset();
                 directoryRetry_.reset();
             }
-            for (const auto& [connection, watch] : ending_) ending.push_back(connection);
+            for (const auto& [connection, watch] : closing_) connections.push_back(connection);
         });
         if (worker_->isCurrentThread()) return;
-        for (const auto& connection : ending) connection->end("runtime stopped");  // at once where this thread is the reader
-        for (const auto& connection : ending) connection->awaitSettled();
-        runOn(*worker_, [&] { ending_.clear(); });
+        for (const auto& connection : connections) connection->end("runtime stopped");  // at once where this thread is the reader
+        for (const auto& connection : connections) connection->awaitSettled();
+        runOn(*worker_, [&] { closing_.clear(); });
     }
 
     std::uint64_t trackService(std::string_view path, IKeloServiceTracker& tracker, int /*flags*/) override {
@@ -144,7 +142,7 @@ public:
             if (watch == watches_.end()) return;
             moving = watch->second->connection();
             watch->second->removeTracker(trackerHandle);
-            dropIfUnused(watch);
+            removeIfUnused(watch);
         });
         awaitSettled(moving);
     }
@@ -176,7 +174,7 @@ public:
             if (watch == watches_.end()) return;
             moving = watch->second->connection();
             watch->second->removeResolver(resolverHandle);
-            dropIfUnused(watch);
+            removeIfUnused(watch);
         });
         awaitSettled(moving);
     }
@@ -208,21 +206,21 @@ public:
 private:
     using Connection = std::shared_ptr<net::ClientConnection>;
     // What is no longer tracked but perhaps still read; its API is there for handlers that end with the connection.
-    struct Ending {
+    struct ClosingService {
         Connection connection;
         std::shared_ptr<ServiceWatch> watch;
     };
     using Watches = std::map<std::string, std::shared_ptr<ServiceWatch>, std::less<>>;
 
-    bool begin(std::string& wrong) {
+    bool begin(std::string& error) {
         if (started_) return true;
         if (options_.directory.empty() && !isDomainName(options_.domain)) {
-            wrong = "'" + options_.domain + "' is not the name of a domain";
+            error = "'" + options_.domain + "' is not the name of a domain";
             return false;
         }
         const bool isNew = ::access(context_.directory.c_str(), F_OK) != 0;
         bool transient = false;
-        if (!openAndWatch(wrong, transient) && !transient) return false;
+        if (!openAndWatch(error, transient) && !transient) return false;
         started_ = true;
         // A service's log names the directory. A client with a runtime of its own has other things to say, unless it was
         // mistyped.
@@ -232,21 +230,21 @@ private:
                        isNew ? ", which is new" : "");
         worker_->loop().lendThread();
         if (!directoryWatch_) {
-            retryDirectory(wrong, directoryPause);
+            retryDirectory(error, directoryPause);
             return true;
         }
-        lookAtAll();
+        rescan();
         return true;
     }
 
     // The directory, made if need be, and its watch. `transient`: it failed for want of something that may come back.
-    bool openAndWatch(std::string& wrong, bool& transient) {
+    bool openAndWatch(std::string& error, bool& transient) {
         errno = 0;
-        net::Descriptor directory = openDomain(context_.directory, true, wrong);
+        net::Descriptor directory = openDomain(context_.directory, true, error);
         if (directory) {
             DirectoryWatch::Events events;
-            events.changed = [this](std::string_view name) { lookAt(name); };
-            events.uncertain = [this] { lookAtAll(); };
+            events.changed = [this](std::string_view name) { fileChanged(name); };
+            events.uncertain = [this] { rescan(); };
             events.gone = [this] {
                 directoryWatch_.reset();
                 context_.domain.reset();
@@ -258,12 +256,11 @@ private:
                 directoryWatch_ = std::move(watch);
                 return true;
             }
-            wrong = "cannot watch the runtime directory " + context_.directory + ": " +
-                    std::strerror(errno);  // NOLINT(concurrency-mt-unsafe)
+            error = "cannot watch the runtime directory " + context_.directory + ": " + std::strerror(errno);
         }
-        const int error = errno;
-        transient = error == ENOSPC || error == EDQUOT || error == EROFS || error == EMFILE || error == ENFILE ||
-                    error == ENOMEM || error == ENOENT;
+        const int code = errno;
+        transient = code == ENOSPC || code == EDQUOT || code == EROFS || code == EMFILE || code == ENFILE || code == ENOMEM ||
+                    code == ENOENT;
         return false;
     }
 
@@ -274,31 +271,31 @@ private:
     }
 
     void tryDirectory() {
-        std::string wrong;
+        std::string error;
         bool transient = false;
-        if (openAndWatch(wrong, transient)) {
-            lastDirectoryFault_.clear();
-            lookAtAll();
+        if (openAndWatch(error, transient)) {
+            lastDirectoryError_.clear();
+            rescan();
             return;
         }
-        if (std::exchange(lastDirectoryFault_, wrong) != wrong) tracing::logCV(channel, 4, "%s; trying again", wrong.c_str());
+        if (std::exchange(lastDirectoryError_, error) != error) tracing::logCV(channel, 4, "%s; trying again", error.c_str());
         directoryRetry_->arm(net::Clock::now() + directoryPause);
     }
 
-    void lookAt(std::string_view fileName) {
-        for (const auto& watch : everyWatch()) {
-            if (watch->fileName() == fileName) watch->look();
+    void fileChanged(std::string_view fileName) {
+        for (const auto& watch : allWatches()) {
+            if (watch->fileName() == fileName) watch->checkDirectory();
         }
-        for (const auto& publication : everyPublication()) {
-            if (fileName.starts_with(publication->fileName())) publication->look();
+        for (const auto& publication : allPublications()) {
+            if (fileName.starts_with(publication->fileName())) publication->checkDirectory();
         }
     }
 
-    void lookAtAll() {
-        for (const auto& watch : everyWatch()) watch->look();
-        for (const auto& publication : everyPublication()) {
+    void rescan() {
+        for (const auto& watch : allWatches()) watch->checkDirectory();
+        for (const auto& publication : allPublications()) {
             if (publication->isPublished()) {
-                publication->look();
+                publication->checkDirectory();
             } else {
                 publication->begin();
             }
@@ -306,27 +303,27 @@ private:
     }
 
     // Copies, since callbacks may add and remove.
-    std::vector<std::shared_ptr<ServiceWatch>> everyWatch() const {
+    std::vector<std::shared_ptr<ServiceWatch>> allWatches() const {
         std::vector<std::shared_ptr<ServiceWatch>> all;
         for (const auto& [path, watch] : watches_) all.push_back(watch);
         return all;
     }
-    std::vector<std::shared_ptr<Publication>> everyPublication() const {
+    std::vector<std::shared_ptr<Publication>> allPublications() const {
         std::vector<std::shared_ptr<Publication>> all;
         for (const auto& [handle, publication] : publications_) all.push_back(publication);
         return all;
     }
 
-    void dropIfUnused(Watches::iterator watch) {
+    void removeIfUnused(Watches::iterator watch) {
         if (!watch->second->isUnused()) return;
         abandon(std::move(watch->second), "no longer tracked");
         watches_.erase(watch);
     }
 
     void abandon(std::shared_ptr<ServiceWatch> watch, const char* why) {
-        std::erase_if(ending_, [](const Ending& each) { return each.connection->isOver(); });
+        std::erase_if(closing_, [](const ClosingService& each) { return each.connection->isOver(); });
         const Connection connection = watch->connection();
-        if (connection) ending_.push_back({connection, watch});
+        if (connection) closing_.push_back({connection, watch});
         watch->abandon(why);
     }
 
@@ -365,9 +362,9 @@ private:
     bool stopped_ = false;
     std::shared_ptr<DirectoryWatch> directoryWatch_;
     std::optional<net::Timer> directoryRetry_;
-    std::string lastDirectoryFault_;
+    std::string lastDirectoryError_;
     Watches watches_;
-    std::vector<Ending> ending_;
+    std::vector<ClosingService> closing_;
     std::map<std::uint64_t, std::string> trackerPaths_;
     std::map<std::uint64_t, std::string> resolverPaths_;
     std::map<std::uint64_t, std::shared_ptr<Publication>> publications_;
@@ -414,19 +411,19 @@ std::string_view getMimeType(const KeloServiceTrackerInfo& info) noexcept {
 
 std::vector<std::string> listServices(const RuntimeOptions& options, bool& failed) {
     std::vector<std::string> services;
-    std::string wrong;
+    std::string error;
     const std::string path = domainDirectory(options);
-    net::Descriptor directory = openDomain(path, false, wrong);
+    net::Descriptor directory = openDomain(path, false, error);
     failed = !directory;
     if (failed) {
-        std::ErrorOutput{errors::Error, errors::readFailure, wrong};
+        std::ErrorOutput{errors::Error, errors::readFailure, error};
         return services;
     }
     const int fd = ::dup(directory.get());
     DIR* const entries = fd < 0 ? nullptr : ::fdopendir(fd);
     failed = entries == nullptr;
     if (failed) return services;
-    while (const dirent* entry = ::readdir(entries)) {  // NOLINT(concurrency-mt-unsafe): a stream of our own
+    while (const dirent* entry = ::readdir(entries)) {  // a stream of our own
         auto service = servicePathOf(entry->d_name);
         if (!service.empty()) services.push_back(std::move(service));
     }

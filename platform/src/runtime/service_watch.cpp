@@ -39,30 +39,30 @@ constexpr std::chrono::milliseconds longestPause{1000};
 
 }  // namespace
 
-void* ServiceApi::request(const Request& request, std::unique_ptr<IResponseHandler<Response>>&& handler, RequestLimits limits) {
+void* ServiceProxy::request(const Request& request, std::unique_ptr<IResponseHandler<Response>>&& handler, RequestLimits limits) {
     if (const auto connection = this->connection()) return connection->request(request, std::move(handler), limits);
     const auto owned = std::move(handler);
     owned->onError(Response::createErrorResponse(503, servicePath_ + ": service not available, request not sent"));
     return UNDEFINED_REQUEST_HANDLE;
 }
 
-void ServiceApi::cancel(void* handle) {
+void ServiceProxy::cancel(void* handle) {
     if (handle == UNDEFINED_REQUEST_HANDLE) return;
     if (const auto connection = this->connection()) connection->cancel(handle);
 }
 
-void ServiceApi::attach(std::shared_ptr<net::ClientConnection> connection) {
+void ServiceProxy::attach(std::shared_ptr<net::ClientConnection> connection) {
     const std::lock_guard lock{mutex_};
     connection_ = std::move(connection);
 }
 
-void ServiceApi::detach() {
+void ServiceProxy::detach() {
     std::shared_ptr<net::ClientConnection> last;  // released with the lock open
     const std::lock_guard lock{mutex_};
     last.swap(connection_);
 }
 
-std::shared_ptr<net::ClientConnection> ServiceApi::connection() const {
+std::shared_ptr<net::ClientConnection> ServiceProxy::connection() const {
     const std::lock_guard lock{mutex_};
     return connection_;
 }
@@ -71,8 +71,8 @@ ServiceWatch::ServiceWatch(Context& context, std::string servicePath)
     : context_{context},
       servicePath_{std::move(servicePath)},
       fileName_{socketName(context.directory, servicePath_)},
-      api_{servicePath_},
-      retry_{context.loop, [this] { attempt(); }},
+      proxy_{servicePath_},
+      retry_{context.loop, [this] { tryToConnect(); }},
       backoff_{shortestPause} {}
 
 ServiceWatch::~ServiceWatch() = default;
@@ -84,9 +84,9 @@ net::ClientConnection::Usage ServiceWatch::usage() const {
 void ServiceWatch::addTracker(std::uint64_t handle, IKeloRuntime::IKeloServiceTracker& tracker) {
     trackers_.push_back({handle, &tracker, false});
     if (alive_) {
-        tellAlive();
+        notifyAlive();
     } else {
-        look();
+        checkDirectory();
     }
 }
 
@@ -98,12 +98,12 @@ void ServiceWatch::addResolver(std::uint64_t handle, IKeloRuntime::IKeloServiceR
     resolvers_.push_back({handle, &resolver, reader, false});
     if (!alive_) return;
     // The caller may be a tracker's callback, which has to return, and to keep the handle, before the resolver is told.
-    tellLater();
+    notifyLater();
 }
 
 bool ServiceWatch::removeResolver(std::uint64_t handle) {
     if (std::erase_if(resolvers_, [handle](const Resolver& entry) { return entry.handle == handle; }) == 0) return false;
-    if (alive_) settleReader();
+    if (alive_) updateReader();
     return true;
 }
 
@@ -112,28 +112,28 @@ void ServiceWatch::abandon(const char* why) {
     resolvers_.clear();
     retry_.disarm();
     alive_ = false;
-    api_.detach();
+    proxy_.detach();
     if (const auto connection = std::exchange(connection_, nullptr)) connection->end(why);
 }
 
-void ServiceWatch::look() {
-    if (connection_) successorMayBeThere_ = true;
+void ServiceWatch::checkDirectory() {
+    if (connection_) mayHaveSuccessor_ = true;
     if (connection_ || isUnused()) return;
     backoff_ = shortestPause;
-    attempt();
+    tryToConnect();
 }
 
-void ServiceWatch::attempt() {
+void ServiceWatch::tryToConnect() {
     retry_.disarm();
     if (connection_ || isUnused() || !context_.domain) return;
     net::Descriptor socket = net::connectTo(context_.domain.get(), fileName_);
     if (!socket) {
         if (errno == ENOENT) return;
-        if (errno != ECONNREFUSED && errno != EAGAIN) cannotConnect(std::strerror(errno));  // NOLINT(concurrency-mt-unsafe)
+        if (errno != ECONNREFUSED && errno != EAGAIN) logCannotConnect(std::strerror(errno));
         retryLater();
         return;
     }
-    successorMayBeThere_ = false;
+    mayHaveSuccessor_ = false;
     net::Peer peer;
     if (!net::readPeer(socket.get(), peer) || (peer.uid != ::geteuid() && peer.uid != 0)) {
         ++context_.counters.peersRefused;
@@ -155,7 +155,7 @@ void ServiceWatch::attempt() {
     connection_ = std::make_shared<net::ClientConnection>(std::move(socket), peer, context_.limits, context_.counters,
                                                           servicePath_, std::move(events));
     if (!connection_->start(context_.loop)) {
-        cannotConnect("no room in the event loop");
+        logCannotConnect("no room in the event loop");
         connection_.reset();
         retryLater();
         return;
@@ -163,7 +163,7 @@ void ServiceWatch::attempt() {
     connection_->sayHello(context_.applicationName);
 }
 
-void ServiceWatch::cannotConnect(const char* why) const {
+void ServiceWatch::logCannotConnect(const char* why) const {
     tracing::logCV(channel, 4, "%s: cannot connect: %s; trying again", servicePath_.c_str(), why);
 }
 
@@ -182,9 +182,9 @@ void ServiceWatch::ready(net::ClientConnection& connection, const net::Peer& pee
     info_.mimeTypes = util::entriesOf(hello.mimeTypes);
     ++info_.incarnation;
     alive_ = true;
-    api_.attach(connection_);
+    proxy_.attach(connection_);
     // The connection is in the middle of handling a frame; it can only move to its reader when that is over.
-    tellLater();
+    notifyLater();
 }
 
 void ServiceWatch::lost(const net::ClientConnection* connection) {
@@ -192,56 +192,56 @@ void ServiceWatch::lost(const net::ClientConnection* connection) {
     const auto gone = std::exchange(connection_, nullptr);
     if (alive_) {
         alive_ = false;
-        api_.detach();
-        tellGone();
-        if (successorMayBeThere_ || gone->hasAnswered() || net::Clock::now() - aliveSince_ >= longestPause) return look();
+        proxy_.detach();
+        notifyGone();
+        if (mayHaveSuccessor_ || gone->hasAnswered() || net::Clock::now() - aliveSince_ >= longestPause) return checkDirectory();
     }
     if (!connection_ && !retry_.isArmed()) retryLater();
 }
 
-void ServiceWatch::tellLater() {
+void ServiceWatch::notifyLater() {
     context_.loop.post([weak = weak_from_this()]() noexcept {
-        if (const auto self = weak.lock(); self && self->alive_) self->tellAlive();
+        if (const auto self = weak.lock(); self && self->alive_) self->notifyAlive();
     });
 }
 
-void ServiceWatch::tellAlive() {
+void ServiceWatch::notifyAlive() {
     const auto self = shared_from_this();
-    const auto untold = [](const auto& entry) { return !entry.told; };
+    const auto isPending = [](const auto& entry) { return !entry.isNotified; };
     for (;;) {
-        const auto entry = std::find_if(trackers_.begin(), trackers_.end(), untold);
+        const auto entry = std::find_if(trackers_.begin(), trackers_.end(), isPending);
         if (entry == trackers_.end() || !alive_) break;
-        entry->told = true;
+        entry->isNotified = true;
         entry->tracker->added(info_);
     }
-    settleReader();
+    updateReader();
     for (;;) {
-        const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), untold);
+        const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), isPending);
         if (entry == resolvers_.end() || !alive_) break;
-        entry->told = true;
-        entry->resolver->resolved(entry->handle, &api_);
+        entry->isNotified = true;
+        entry->resolver->resolved(entry->handle, &proxy_);
     }
 }
 
-void ServiceWatch::tellGone() {
+void ServiceWatch::notifyGone() {
     const auto self = shared_from_this();
-    const auto told = [](const auto& entry) { return entry.told; };
+    const auto isNotified = [](const auto& entry) { return entry.isNotified; };
     for (;;) {
-        const auto entry = std::find_if(trackers_.begin(), trackers_.end(), told);
+        const auto entry = std::find_if(trackers_.begin(), trackers_.end(), isNotified);
         if (entry == trackers_.end()) break;
-        entry->told = false;
+        entry->isNotified = false;
         entry->tracker->removed();
     }
     for (;;) {
-        const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), told);
+        const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), isNotified);
         if (entry == resolvers_.end()) break;
-        entry->told = false;
+        entry->isNotified = false;
         entry->resolver->gone();
     }
 }
 
 // The first reader that a resolver brought; without one, the connection is read here.
-void ServiceWatch::settleReader() {
+void ServiceWatch::updateReader() {
     if (!connection_) return;
     const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), [](const Resolver& r) { return r.reader != nullptr; });
     connection_->moveTo(entry == resolvers_.end() ? context_.loop : entry->reader->loop());

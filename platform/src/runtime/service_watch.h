@@ -5,7 +5,6 @@
 #include <cstdint>
 #include <memory>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
@@ -16,9 +15,9 @@
 namespace kelo::runtime {
 
 // Thread: any.
-class ServiceApi final : public IKeloApi {
+class ServiceProxy final : public IKeloApi {
 public:
-    explicit ServiceApi(std::string servicePath) : servicePath_{std::move(servicePath)} {}
+    explicit ServiceProxy(std::string servicePath) : servicePath_{std::move(servicePath)} {}
 
     void* request(const Request& request, std::unique_ptr<IResponseHandler<Response>>&& handler, RequestLimits limits) override;
     void cancel(void* handle) override;
@@ -55,7 +54,7 @@ public:
     bool removeResolver(std::uint64_t handle);
 
     // Something may have changed in the directory: connects unless connected.
-    void look();
+    void checkDirectory();
     // The connection, if there is one; for whoever has to wait until it is where it is wanted.
     const std::shared_ptr<net::ClientConnection>& connection() const noexcept { return connection_; }
     // Gives up trackers and resolvers without a word to them, and has the connection end.
@@ -65,34 +64,34 @@ private:
     struct Tracker {
         std::uint64_t handle;
         IKeloRuntime::IKeloServiceTracker* tracker;
-        bool told;
+        bool isNotified;
     };
     struct Resolver {
         std::uint64_t handle;
         IKeloRuntime::IKeloServiceResolver* resolver;
         comm::ActiveObject* reader;
-        bool told;
+        bool isNotified;
     };
 
-    void attempt();
-    void cannotConnect(const char* why) const;
+    void tryToConnect();
+    void logCannotConnect(const char* why) const;
     void retryLater();
     void ready(net::ClientConnection& connection, const net::Peer& peer, const wire::Hello& hello);
     void lost(const net::ClientConnection* connection);
-    void tellLater();
-    void tellAlive();
-    void tellGone();
-    void settleReader();
+    void notifyLater();
+    void notifyAlive();
+    void notifyGone();
+    void updateReader();
 
     Context& context_;
     const std::string servicePath_;
     const std::string fileName_;
-    ServiceApi api_;
+    ServiceProxy proxy_;
     std::shared_ptr<net::ClientConnection> connection_;
     KeloServiceTrackerInfo info_;
     bool alive_ = false;
     net::Clock::time_point aliveSince_{};
-    bool successorMayBeThere_ = false;  // the directory changed while there was a connection
+    bool mayHaveSuccessor_ = false;  // the directory changed while there was a connection
     std::vector<Tracker> trackers_;
     std::vector<Resolver> resolvers_;
     net::Timer retry_;

@@ -3,8 +3,6 @@
 #include <unistd.h>
 
 #include <cstdint>
-#include <functional>
-#include <memory>
 #include <string_view>
 #include <utility>
 

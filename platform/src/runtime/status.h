@@ -1,7 +1,6 @@
 // What a runtime tells of itself below "/$platform/status".
 #pragma once
 
-#include <cstddef>
 #include <string>
 #include <vector>
 

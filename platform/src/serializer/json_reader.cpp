@@ -4,7 +4,6 @@
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
-#include <cstring>
 
 #include "kelo/serializer/failure.h"
 #include "serializer/json_text.h"

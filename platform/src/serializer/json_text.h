@@ -21,12 +21,12 @@ namespace kelo::serializer {
 struct JsonWord {
     static constexpr std::ptrdiff_t size = 8;
     static constexpr int bitsEach = 8;
-    struct Look {
+    struct Scan {
         std::uint64_t specials;
         std::uint64_t beyondAscii;
     };
 
-    static constexpr Look look(std::uint64_t word) noexcept {
+    static constexpr Scan scan(std::uint64_t word) noexcept {
         constexpr std::uint64_t ones = 0x0101010101010101U;
         constexpr std::uint64_t highs = 0x8080808080808080U;
         // What is taken off a character sets its high bit where it is the greater. Those beyond ASCII have theirs set anyway:
@@ -35,17 +35,17 @@ struct JsonWord {
                 word & highs};
     }
     using Half = std::uint32_t;
-    static constexpr Look look(Half first, Half second) noexcept { return look(first | std::uint64_t{second} << 32U); }
-    static Look look(const char* at) noexcept {
+    static constexpr Scan scan(Half first, Half second) noexcept { return scan(first | std::uint64_t{second} << 32U); }
+    static Scan scan(const char* at) noexcept {
         std::uint64_t word = 0;
         std::memcpy(&word, at, sizeof word);
-        return look(word);
+        return scan(word);
     }
-    static Look copy(const char* from, char* to) noexcept {
+    static Scan copy(const char* from, char* to) noexcept {
         std::uint64_t word = 0;
         std::memcpy(&word, from, sizeof word);
         std::memcpy(to, &word, sizeof word);
-        return look(word);
+        return scan(word);
     }
 };
 
@@ -55,12 +55,12 @@ struct JsonWord {
 struct JsonVector {
     static constexpr std::ptrdiff_t size = 16;
     static constexpr int bitsEach = 1;
-    struct Look {
+    struct Scan {
         unsigned specials;
         unsigned beyondAscii;
     };
 
-    static Look look(__m128i block) noexcept {
+    static Scan scan(__m128i block) noexcept {
         const __m128i quotes = _mm_cmpeq_epi8(block, _mm_set1_epi8('"'));
         const __m128i backslashes = _mm_cmpeq_epi8(block, _mm_set1_epi8('\\'));
         const __m128i lows = _mm_cmplt_epi8(block, _mm_set1_epi8(0x20));  // signed: those beyond ASCII, too
@@ -69,14 +69,14 @@ struct JsonVector {
         return {found & ~beyondAscii, beyondAscii};
     }
     using Half = std::uint64_t;
-    static Look look(Half first, Half second) noexcept {
-        return look(_mm_set_epi64x(static_cast<long long>(second), static_cast<long long>(first)));
+    static Scan scan(Half first, Half second) noexcept {
+        return scan(_mm_set_epi64x(static_cast<long long>(second), static_cast<long long>(first)));
     }
-    static Look look(const char* at) noexcept { return look(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at))); }
-    static Look copy(const char* from, char* to) noexcept {
+    static Scan scan(const char* at) noexcept { return scan(_mm_loadu_si128(reinterpret_cast<const __m128i*>(at))); }
+    static Scan copy(const char* from, char* to) noexcept {
         const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(from));
         _mm_storeu_si128(reinterpret_cast<__m128i*>(to), block);
-        return look(block);
+        return scan(block);
     }
 };
 using JsonBlock = JsonVector;
@@ -90,9 +90,9 @@ inline bool copyJsonBlocks(const char* from, std::size_t size, char* to) noexcep
     constexpr auto step = static_cast<std::size_t>(Block::size);
     auto seen = Block::copy(from + (size - step), to + (size - step));
     for (std::size_t i = 0; i + step < size; i += step) {
-        const auto look = Block::copy(from + i, to + i);
-        seen.specials |= look.specials;
-        seen.beyondAscii |= look.beyondAscii;
+        const auto scan = Block::copy(from + i, to + i);
+        seen.specials |= scan.specials;
+        seen.beyondAscii |= scan.beyondAscii;
     }
     return (seen.specials | seen.beyondAscii) == 0;
 }
@@ -106,8 +106,8 @@ inline bool copyJsonHalves(const char* from, std::size_t size, char* to) noexcep
     std::memcpy(&second, from + size - sizeof second, sizeof second);
     std::memcpy(to, &first, sizeof first);
     std::memcpy(to + size - sizeof second, &second, sizeof second);
-    const auto look = Block::look(first, second);
-    return (look.specials | look.beyondAscii) == 0;
+    const auto scan = Block::scan(first, second);
+    return (scan.specials | scan.beyondAscii) == 0;
 }
 
 // Copies text of which every character is ASCII and may stand in a JSON string as it is. False when one is not; what `to` holds
@@ -133,13 +133,13 @@ inline const char* findJsonSpecial(const char* at, const char* end, bool& ascii)
     bool isAscii = true;
     if constexpr (std::endian::native == std::endian::little) {
         for (; end - at >= Block::size; at += Block::size) {
-            const auto look = Block::look(at);
-            if (look.specials != 0) {
-                const auto before = (look.specials & (0 - look.specials)) - 1;
-                ascii = ascii && isAscii && (look.beyondAscii & before) == 0;
-                return at + std::countr_zero(look.specials) / Block::bitsEach;
+            const auto scan = Block::scan(at);
+            if (scan.specials != 0) {
+                const auto before = (scan.specials & (0 - scan.specials)) - 1;
+                ascii = ascii && isAscii && (scan.beyondAscii & before) == 0;
+                return at + std::countr_zero(scan.specials) / Block::bitsEach;
             }
-            isAscii = isAscii && look.beyondAscii == 0;
+            isAscii = isAscii && scan.beyondAscii == 0;
         }
     }
     for (; at < end && *at != '"' && *at != '\\' && static_cast<unsigned char>(*at) >= 0x20; ++at) {

@@ -15,9 +15,7 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <charconv>
 #include <condition_variable>
 #include <cstdarg>
@@ -25,7 +23,6 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <ctime>
 #include <functional>
 #include <mutex>

@@ -2,7 +2,6 @@
 
 #include <sys/prctl.h>
 
-#include <cerrno>
 #include <utility>
 
 #include "tracing/client_helper.h"

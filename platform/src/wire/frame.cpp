@@ -2,9 +2,7 @@
 
 #include <cbor.h>
 
-#include <algorithm>
 #include <bit>
-#include <charconv>
 #include <cstring>
 #include <limits>
 

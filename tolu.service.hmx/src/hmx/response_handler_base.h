@@ -1,7 +1,6 @@
 // The handlers that carry a bridge's answer back to the client of a resource.
 #pragma once
 
-#include <cstddef>
 #include <memory>
 #include <type_traits>
 #include <utility>

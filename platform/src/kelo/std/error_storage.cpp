@@ -11,11 +11,9 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <atomic>
 #include <charconv>
-#include <cstdint>
 #include <cstring>
 
 #include "kelo/std/unhandled_error.h"
