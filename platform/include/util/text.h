@@ -27,8 +27,8 @@ struct Escape {
     explicit Escape(const Character& character, char byte) noexcept;
     std::string_view text() const noexcept { return {chars, size}; }
 
-    char chars[6];
-    std::size_t size;
+    char chars[6]{'\\'};
+    std::size_t size = 1;
 };
 
 // Hands `text` to visit(piece) character by character, each as it stands or escaped, until that returns false.

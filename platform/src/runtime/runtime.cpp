@@ -320,7 +320,8 @@ private:
         watches_.erase(watch);
     }
 
-    void abandon(std::shared_ptr<ServiceWatch> watch, const char* why) {
+    void abandon(std::shared_ptr<ServiceWatch>&& entry, const char* why) {
+        const std::shared_ptr<ServiceWatch> watch = std::move(entry);
         std::erase_if(closing_, [](const ClosingService& each) { return each.connection->isOver(); });
         const Connection connection = watch->connection();
         if (connection) closing_.push_back({connection, watch});

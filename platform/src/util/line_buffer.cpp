@@ -39,6 +39,7 @@ ssize_t writeAtOnce(int descriptor, const char* bytes, std::size_t size) noexcep
     if (S_ISREG(status.st_mode)) return ::write(descriptor, bytes, size);
     if (S_ISSOCK(status.st_mode)) return ::send(descriptor, bytes, size, MSG_DONTWAIT | MSG_NOSIGNAL);
     if (S_ISFIFO(status.st_mode)) {
+        // NOLINTNEXTLINE(cppcoreguidelines-pro-type-const-cast): an iovec serves reading, too; pwritev2 changes nothing
         const iovec line{const_cast<char*>(bytes), size};
         const ssize_t written = ::pwritev2(descriptor, &line, 1, -1, RWF_NOWAIT);
         if (written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS)) return written;

@@ -29,7 +29,7 @@ bool isCommand(char32_t code) noexcept {
     return code < 0xA0 || code == 0x061C || within(0x200E, 0x200F) || within(0x2028, 0x202E) || within(0x2066, 0x2069);
 }
 
-Escape::Escape(const Character& character, char byte) noexcept : chars{'\\'}, size{1} {
+Escape::Escape(const Character& character, char byte) noexcept {
     const auto put = [this](unsigned value, unsigned digits) {
         for (unsigned left = digits; left > 0; --left) chars[size++] = "0123456789abcdef"[value >> (4 * (left - 1)) & 15U];
     };
