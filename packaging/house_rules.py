@@ -26,7 +26,9 @@ class Floor:
         self.sources = lists["SOURCES"]
         self.roots = lists["INCLUDE"] or self.sources
         self.links = lists["LINKS"]
-        self.has_packages = bool(lists["PRIVATE"])
+        # What a floor's public headers show of a package, its users see too.
+        self.shown_packages = [link for link in self.links if "::" in link and not link.startswith("Threads")]
+        self.has_packages = bool(lists["PRIVATE"] or self.shown_packages)
 
     def holds(self, path):
         return any(path.startswith(folder + "/") for folder in self.sources + self.roots)
@@ -57,7 +59,8 @@ def complaints_about_includes(path, text, floors):
             continue
         elif kind == "<" and floor.has_packages:
             # The platform stands on the system, and hides the packages that it uses behind its sources.
-            if PACKAGED.match(name) and not path.startswith(tuple(folder + "/" for folder in floor.sources)):
+            shown = any(name.split("/")[0] in package for package in floor.shown_packages)
+            if PACKAGED.match(name) and not shown and not path.startswith(tuple(folder + "/" for folder in floor.sources)):
                 yield f"includes <{name}> in a public header"
         elif kind == "<":
             if not STANDARD.match(name):

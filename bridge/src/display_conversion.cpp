@@ -48,16 +48,6 @@ const std::string& displayName(const displaymanager::DisplayLayers& configuratio
     return configuration.display ? displayName(*configuration.display) : noName;
 }
 
-std::string displayIdName(const std::string& name) {
-    return "hmx/displays/" + name;
-}
-std::string displayableIdName(const int& number) {
-    return "hmx/displayables/" + std::to_string(number);
-}
-std::string layersIdName(const std::string& displayName) {
-    return "hmx/layerconfigurations/" + displayName;
-}
-
 void convert(const displaymanager::Display& display, const Identity& identity, DisplayObject& object) {
     identify(object, identity);
     object.name = displayName(display);

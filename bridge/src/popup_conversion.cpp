@@ -16,10 +16,6 @@ void take(const util::config::Dictionary& query, std::string_view key, kelo::opt
 
 }  // namespace
 
-std::string popupIdName(const PopupKey& popup) {
-    return popup.display + popup.name;
-}
-
 kelo::hmx::PopupObject toPopupObject(const std::string& display, const kelo::hmx::popups::Popup& popup,
                                      const Identity& identity) {
     kelo::hmx::PopupObject object{identity.id, identity.uri};

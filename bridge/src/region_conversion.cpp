@@ -3,26 +3,12 @@
 #include <memory>
 #include <vector>
 
-#include "kelo/uuid.h"
-
 namespace hmx {
 
 using kelo::hmx::RegionconfigurationObject;
-using kelo::hmx::RegionconfigurationObjectDisplayEnum;
-using kelo::hmx::RegionconfigurationObjectHmiEnum;
 namespace inputregions = kelo::hmx::inputregions;
 
 namespace {
-
-// Whatever is not the driver's display is the co-driver's, on purpose.
-const char* nameOf(RegionconfigurationObjectDisplayEnum display) noexcept {
-    return display == RegionconfigurationObjectDisplayEnum::Driver_Display ? "Driver_Display" : "Co_Driver_Display";
-}
-
-const char* nameOf(RegionconfigurationObjectHmiEnum hmi) noexcept {
-    return hmi == RegionconfigurationObjectHmiEnum::HMI_ID_ANDROID_DRIVER ? "HMI_ID_ANDROID_DRIVER"
-                                                                          : "HMI_ID_ANDROID_DRIVER_POPUP";
-}
 
 // Each fills in the members that both sides have.
 void convert(const kelo::hmx::PointType& from, inputregions::Point& to) {
@@ -86,25 +72,6 @@ void convert(const kelo::hmx::HapticAndInputInfoPerLayerType& from, inputregions
 }
 
 }  // namespace
-
-RegionAddress::RegionAddress(RegionconfigurationObjectDisplayEnum displayEnum, RegionconfigurationObjectHmiEnum hmiEnum,
-                             const kelo::optional<std::string>& component)
-    : display{nameOf(displayEnum)}, hmi{nameOf(hmiEnum)}, subComponent{component.value_or("")} {}
-
-RegionAddress::RegionAddress(const RegionconfigurationObject& object)
-    : RegionAddress{object.display.value(), object.hmi.value(), object.subComponent} {}
-
-std::UUID regionConfigurationId(const RegionAddress& address) {
-    return kelo::uuid::createFromName(address.display + address.hmi + address.subComponent);
-}
-
-std::string regionConfigurationName(const RegionAddress& address) {
-    return "regionConfig_" + address.display + "_" + address.hmi + "_" + address.subComponent;
-}
-
-kelo::url regionConfigurationUri(const std::UUID& id) {
-    return kelo::url{"hmx/regionconfigurations/" + id.toString()};
-}
 
 inputregions::HapticAndInputInfoPerHMI toUpstreamRegions(const RegionconfigurationObject& object) {
     inputregions::HapticAndInputInfoPerHMI info;

@@ -9,31 +9,10 @@
 #include <csignal>
 #include <tuple>
 
-#include "kelo/uuid.h"
 #include "scripted_services.h"
 
 namespace hmxctl_test {
 namespace {
-
-std::string idOf(const std::string& name) {
-    return kelo::uuid::createFromName(name).toString();
-}
-
-std::string display(const std::string& name, const std::string& more = "") {
-    const std::string id = idOf("hmx/displays/" + name);
-    return R"({"id":")" + id + R"(","name":")" + name + R"(","uri":"/hmx/displays/)" + id + "\"" + more + "}";
-}
-
-std::string popup(const std::string& displayName, const std::string& name, const std::string& more = "") {
-    const std::string id = idOf(displayName + name);
-    return R"({"id":")" + id + R"(","name":")" + name + R"(","uri":"/hmx/popups/)" + id + R"(","display":")" + displayName +
-           "\"" + more + "}";
-}
-
-const std::string driver = display("Driver_Display", R"(,"displayID":1,"resolution":{"height":720,"width":1920})");
-const std::string cluster = display("Cluster_Display", R"(,"displayID":3)");
-const std::string driverId = idOf("hmx/displays/Driver_Display");
-const std::string driverPath = "/displays/" + driverId;
 
 using Asked = std::vector<std::string>;
 

@@ -5,7 +5,7 @@
 #include "args.h"
 #include "completion.h"
 #include "failure.h"
-#include "input_regions.h"
+#include "hmx/client/input_regions.h"
 #include "scripted_services.h"
 #include "tree.h"
 

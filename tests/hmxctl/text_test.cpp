@@ -4,8 +4,8 @@
 
 #include <gtest/gtest.h>
 
+#include "hmx/client/suggest.h"
 #include "render.h"
-#include "suggest.h"
 #include "table.h"
 
 namespace hmxctl {

@@ -7,10 +7,10 @@
 #include <charconv>
 #include <cmath>
 
-#include "document.h"
 #include "failure.h"
+#include "hmx/client/suggest.h"
+#include "kelo/mimetypes.h"
 #include "kelo/runtime/domain_view.h"
-#include "suggest.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -34,6 +34,21 @@ public:
         return usage + "\n";
     }
 };
+
+// "json", "msgpack", "ixobin" or a full name, as a full name. Errors: Failure (usage) for a type without structure.
+std::string mimeTypeNamed(std::string_view name) {
+    using kelo::mimetypes::id2typename;
+    using kelo::mimetypes::MimeTypeID;
+    const std::array<std::pair<std::string_view, MimeTypeID>, 3> shortNames{
+        {{"json", MimeTypeID::json}, {"msgpack", MimeTypeID::msgpack}, {"ixobin", MimeTypeID::ixobin}}};
+    for (const auto& [shortName, id] : shortNames) {
+        if (name == shortName) return std::string{id2typename(id)};
+    }
+    const MimeTypeID id = kelo::mimetypes::typename2id(name);
+    if (kelo::mimetypes::isStructured(id)) return std::string{id2typename(id)};
+    throw usageError("--mime: '" + std::string{name} + "' is not a type that documents travel in",
+                     "one of json, msgpack, ixobin, or application/json, application/vnd.msgpack, application/vnd.ixobin");
+}
 
 // The parser and what it fills; the options hold references, so it stays where it is.
 class CommandLine {

@@ -3,6 +3,8 @@
 #include <charconv>
 #include <cstdint>
 
+#include "typed_json.h"
+
 namespace hmxctl {
 namespace {
 

@@ -7,8 +7,9 @@
 #include <string_view>
 #include <vector>
 
-#include "document.h"
-#include "schema.h"
+#include "failure.h"
+#include "hmx/client/document.h"
+#include "hmx/client/schema.h"
 
 namespace hmxctl {
 

@@ -5,7 +5,8 @@
 #include <string_view>
 #include <vector>
 
-#include "resources.h"
+#include "failure.h"
+#include "hmx/client/resources.h"
 
 namespace hmxctl {
 

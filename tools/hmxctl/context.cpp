@@ -1,6 +1,8 @@
 #include "context.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdio>
 #include <exception>
 #include <ostream>
 
@@ -24,11 +26,52 @@ void report(std::ostream& err, const std::string& action, const Failure& failure
     err << lines << std::flush;  // in one piece, so that others' lines do not come between
 }
 
+// Says on `err` what is asked and answered. Thread: main.
+class Tracer final : public IObserver {
+public:
+    explicit Tracer(std::ostream& err) : err_{err} {}
+
+    void asked(const std::string& service, const Query& query) override {
+        err_ << "hmxctl: > " << query.command << ' ' << query.path << " at " << service;
+        if (!query.body.is_null()) err_ << ' ' << printable(compact(query.body));
+        err_ << '\n';
+    }
+    void answered(const kelo::Response& response, std::chrono::steady_clock::duration after) override {
+        const std::chrono::duration<double, std::milli> elapsed = after;
+        std::array<char, 32> time{};
+        std::snprintf(time.data(), time.size(), "%.1f", elapsed.count());
+        err_ << "hmxctl: < " + printable(response.toString()) + " after " + time.data() + " ms\n";
+    }
+
+private:
+    std::ostream& err_;
+};
+
 }  // namespace
+
+ClientOptions clientOptions(const Arguments& arguments, IObserver* observer) {
+    // A process that takes connections and closes them has too many already; one that leaves them alone does nothing.
+    constexpr std::chrono::milliseconds probe{200};
+    return {.domain = {.runtimeDirectory = arguments.runtimeDirectory,
+                       .domain = arguments.domain,
+                       .applicationName = "hmxctl",
+                       .patient = arguments.patient,
+                       .probe = probe},
+            .style = {.mimeType = arguments.mimeType, .patient = arguments.patient, .observer = observer},
+            .timeout = arguments.timeout};
+}
 
 void Context::note(std::string_view text) {
     out.flush();  // on a terminal, data comes before what is said of it
     err << "hmxctl: " + printable(text) + "\n" << std::flush;
+}
+
+bool Context::waitForNews(const std::optional<Deadline>& until) const {
+    Dispatcher& dispatcher = client.dispatcher();
+    const Dispatcher::Woken woken = dispatcher.wait(until, out.descriptor());
+    if (woken == Dispatcher::Woken::hungUp) throw OutputClosed{};
+    dispatcher.dispatch();
+    return woken == Dispatcher::Woken::news;
 }
 
 std::string Context::action() const {
@@ -37,11 +80,16 @@ std::string Context::action() const {
     return text;
 }
 
-ExitCode runCommand(int argc, const char* const* argv,
-                    const std::function<std::unique_ptr<Services>(const Arguments&)>& makeServices, int outputDescriptor,
-                    std::ostream& err) {
+ExitCode runCommand(int argc, const char* const* argv, const ClientMaker& makeClient, int outputDescriptor, std::ostream& err) {
     std::string action;
     std::string verb;
+    const auto reported = [&](const Failure& failure) {
+        // Whoever typed it wrong can always look up how it is right.
+        const bool needsHelp = failure.code() == ExitCode::usage && failure.hint().empty();
+        const std::string help = "`hmxctl help" + (verb.empty() ? "" : " " + verb) + "` explains it";
+        report(err, action, needsHelp ? Failure{failure.code(), failure.what(), help} : failure);
+        return failure.code();
+    };
     try {
         const Arguments arguments = parseArguments(argc, argv);
         Output out{outputDescriptor, arguments.colour};
@@ -50,8 +98,10 @@ ExitCode runCommand(int argc, const char* const* argv,
             out.flush();
             return ExitCode::ok;
         }
-        const std::unique_ptr<Services> services = makeServices(arguments);
-        Context context{arguments, *services, out, err};
+        Tracer tracer{err};
+        const std::unique_ptr<Client> client =
+            makeClient(arguments, clientOptions(arguments, arguments.verbose ? &tracer : nullptr));
+        Context context{arguments, *client, out, err};
         action = context.action();
         verb = arguments.verb->name;
         const ExitCode code = arguments.verb->run(context);
@@ -60,11 +110,9 @@ ExitCode runCommand(int argc, const char* const* argv,
     } catch (const OutputClosed&) {
         return ExitCode::ok;
     } catch (const Failure& failure) {
-        // Whoever typed it wrong can always look up how it is right.
-        const bool needsHelp = failure.code() == ExitCode::usage && failure.hint().empty();
-        const std::string help = "`hmxctl help" + (verb.empty() ? "" : " " + verb) + "` explains it";
-        report(err, action, needsHelp ? Failure{failure.code(), failure.what(), help} : failure);
-        return failure.code();
+        return reported(failure);
+    } catch (const Error& error) {
+        return reported(failureOf(error));
     } catch (const std::exception& error) {
         report(err, action, Failure{ExitCode::unexpected, error.what()});
         return ExitCode::unexpected;

@@ -4,15 +4,15 @@
 #include <functional>
 #include <iosfwd>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 
 #include "args.h"
-#include "deadline.h"
+#include "failure.h"
+#include "hmx/client/client.h"
+#include "hmx/client/resources.h"
 #include "output.h"
-#include "resources.h"
-#include "service.h"
-#include "services.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -20,17 +20,30 @@ namespace hmxctl {
 // Thread: main.
 struct Context {
     const Arguments& arguments;
-    Services& services;
+    Client& client;
     Output& out;
     std::ostream& err;
     Deadline deadline{arguments.timeout};
 
-    // The service, waited for until the deadline if it is not attached yet. Errors: Failure.
-    Service service(std::string_view path) { return service(path, deadline, arguments.mimeType); }
-    Service service(std::string_view path, const Deadline& until, const std::string& mimeType) {
-        return Service{services.attach(path, until), std::string{path}, mimeType, arguments.verbose ? &err : nullptr,
-                       arguments.patient};
+    // Does the task. Errors: Failure.
+    template <class T>
+    T wait(Task<T> task) const {
+        try {
+            return client.run(std::move(task));
+        } catch (const Error& error) {
+            throw failureOf(error);
+        }
     }
+
+    // The service, waited for until the deadline if it is not attached yet. Errors: Failure.
+    Service service(std::string_view path) const { return service(path, client.options().style); }
+    Service service(std::string_view path, RequestStyle style) const {
+        return wait(client.service(std::string{path}, deadline, std::move(style)));
+    }
+
+    // Waits until something has arrived for the client, and lets it arrive; false at the deadline. Throws OutputClosed when
+    // nobody reads the output any more. Errors: Failure.
+    bool waitForNews(const std::optional<Deadline>& until) const;
 
     // A remark for people, on standard error.
     void note(std::string_view text);
@@ -39,9 +52,12 @@ struct Context {
     std::string action() const;
 };
 
+// How the arguments want services to be found and asked. `observer` may be null.
+[[nodiscard]] ClientOptions clientOptions(const Arguments& arguments, IObserver* observer);
+
 // Runs a whole command line: parses it, runs the verb, reports failures on `err`. Never throws.
-[[nodiscard]] ExitCode runCommand(int argc, const char* const* argv,
-                                  const std::function<std::unique_ptr<Services>(const Arguments&)>& makeServices,
-                                  int outputDescriptor, std::ostream& err);
+using ClientMaker = std::function<std::unique_ptr<Client>(const Arguments& arguments, ClientOptions options)>;
+[[nodiscard]] ExitCode runCommand(int argc, const char* const* argv, const ClientMaker& makeClient, int outputDescriptor,
+                                  std::ostream& err);
 
 }  // namespace hmxctl

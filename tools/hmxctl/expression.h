@@ -6,7 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "document.h"
+#include "failure.h"
+#include "hmx/client/document.h"
 
 namespace hmxctl {
 

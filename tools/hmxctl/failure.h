@@ -7,7 +7,12 @@
 #include <string_view>
 #include <utility>
 
+#include "hmx/client/error.h"
+
 namespace hmxctl {
+
+// Everything here is said in the client library's words.
+using namespace hmx::client;  // NOLINT(google-build-using-namespace)
 
 // Scripts rely on these numbers.
 enum class ExitCode : int {
@@ -44,6 +49,9 @@ private:
     std::string hint_;
     std::uint16_t status_;
 };
+
+// The failure that an error of the library is to whoever typed the command, with what hmxctl itself has to offer.
+[[nodiscard]] Failure failureOf(const Error& error);
 
 // A command line that cannot be carried out as it stands.
 [[nodiscard]] inline Failure usageError(const std::string& what, std::string hint = {}) {

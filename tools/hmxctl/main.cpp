@@ -6,10 +6,11 @@
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
+#include <memory>
+#include <utility>
 
 #include "args.h"
 #include "context.h"
-#include "services.h"
 #include "tracing/channel.h"
 
 namespace {
@@ -33,12 +34,12 @@ int main(int argc, char** argv) {
     fillStandardDescriptors();
     (void)std::signal(SIGPIPE, SIG_IGN);
     (void)std::signal(SIGINT, onInterrupt);
-    const auto makeServices = [](const hmxctl::Arguments& arguments) {
+    const auto makeClient = [](const hmxctl::Arguments& arguments, hmx::client::ClientOptions options) {
         // The platform's own lines are for services; here an error is said once, in the words of the command.
         if (!arguments.verbose && std::getenv("KELO_TRACE") == nullptr) {
             tracing::setSink([](const char*, int, const char*, void*) {}, nullptr);
         }
-        return hmxctl::createServices(arguments);
+        return std::make_unique<hmx::client::Client>(std::move(options));
     };
-    return static_cast<int>(hmxctl::runCommand(argc, argv, makeServices, STDOUT_FILENO, std::cerr));
+    return static_cast<int>(hmxctl::runCommand(argc, argv, makeClient, STDOUT_FILENO, std::cerr));
 }

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "assignments.h"
+#include "typed_json.h"
 
 namespace hmxctl {
 namespace {

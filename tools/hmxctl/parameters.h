@@ -5,8 +5,8 @@
 #include <string>
 
 #include "context.h"
-#include "document.h"
-#include "resources.h"
+#include "hmx/client/document.h"
+#include "hmx/client/resources.h"
 
 namespace hmxctl {
 

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 
+#include "columns.h"
+#include "table.h"
 #include "text.h"
 
 namespace hmxctl {
@@ -115,7 +117,7 @@ std::vector<std::string> elementLines(const Resource& resource, const std::vecto
                                       const std::vector<std::string>& fields, bool colour) {
     std::vector<Table::Column> columns;
     if (fields.empty()) {
-        for (const ResourceColumn& column : resource.columns) columns.push_back({std::string{column.header}, column.align});
+        for (const ResourceColumn& column : columnsOf(resource)) columns.push_back({std::string{column.header}, column.align});
     } else {
         columns.push_back({"NAME"});
         for (const std::string& field : fields) columns.push_back({printable(field)});
@@ -126,7 +128,7 @@ std::vector<std::string> elementLines(const Resource& resource, const std::vecto
     for (const Json& element : elements) {
         std::vector<Table::Cell> cells;
         if (fields.empty()) {
-            for (const ResourceColumn& column : resource.columns) cells.push_back(column.cell(element));
+            for (const ResourceColumn& column : columnsOf(resource)) cells.push_back(column.cell(element));
         } else {
             cells.push_back({text(element, "name")});
             for (const std::string& field : fields) cells.push_back({shortText(member(element, field))});

@@ -6,8 +6,8 @@
 #include <vector>
 
 #include "context.h"
-#include "document.h"
-#include "resources.h"
+#include "hmx/client/document.h"
+#include "hmx/client/resources.h"
 
 namespace hmxctl {
 

@@ -5,7 +5,8 @@
 #include <span>
 #include <string_view>
 
-#include "schema.h"
+#include "failure.h"
+#include "hmx/client/schema.h"
 
 namespace hmxctl {
 

@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <climits>
 
-#include "input_regions.h"
-#include "resources.h"
+#include "columns.h"
+#include "hmx/client/input_regions.h"
+#include "hmx/client/resources.h"
+#include "region_text.h"
 #include "text.h"
 
 namespace hmxctl {

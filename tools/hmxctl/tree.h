@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "document.h"
+#include "failure.h"
+#include "hmx/client/document.h"
 
 namespace hmxctl {
 

@@ -9,6 +9,7 @@
 #include "hmx/displaymanager/display.h"
 #include "hmx/displaymanager/display_layers.h"
 #include "hmx/displaymanager/displayable.h"
+#include "hmx/element_ids.h"
 #include "hmx/layerconfiguration_object.h"
 
 namespace hmx {
@@ -17,11 +18,6 @@ namespace hmx {
 [[nodiscard]] const std::string& displayName(const kelo::hmx::displaymanager::Display& display) noexcept;
 // That of the display that the configuration is of.
 [[nodiscard]] const std::string& displayName(const kelo::hmx::displaymanager::DisplayLayers& configuration) noexcept;
-
-// What the ids of elements are made from. Thread: any.
-[[nodiscard]] std::string displayIdName(const std::string& name);
-[[nodiscard]] std::string displayableIdName(const int& number);
-[[nodiscard]] std::string layersIdName(const std::string& displayName);
 
 // Each makes `object` the element of that identity, whatever it was before. Members that upstream does not report become absent,
 // null pointers count as not reported. Objects that it holds are written over, unless somebody else holds them as well.

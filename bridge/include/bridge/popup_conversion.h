@@ -7,6 +7,7 @@
 #include <string_view>
 
 #include "bridge/identity.h"
+#include "hmx/element_ids.h"
 #include "hmx/popup_object.h"
 #include "hmx/popups/popup.h"
 #include "hmx/popups/popup_state_filter.h"
@@ -53,7 +54,9 @@ inline std::size_t lengthOf(const PopupKey& popup) noexcept {
 }
 
 // What the id of a popup is made from. Thread: any.
-[[nodiscard]] std::string popupIdName(const PopupKey& popup);
+[[nodiscard]] inline std::string popupIdName(const PopupKey& popup) {
+    return popupIdName(popup.display, popup.name);
+}
 
 // The element; `identity` is its own. Members that upstream does not report are absent. Thread: any.
 [[nodiscard]] kelo::hmx::PopupObject toPopupObject(const std::string& display, const kelo::hmx::popups::Popup& popup,

@@ -4,8 +4,10 @@
 #include <utility>
 
 #include "assignments.h"
+#include "hmx/client/inbox.h"
 #include "parameters.h"
 #include "render.h"
+#include "typed_json.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -29,14 +31,15 @@ Json bodyOf(const Context& context) {
 }
 
 ExitCode follow(Context& context, const Service& service, const Query& query) {
-    const auto inbox = std::make_shared<Inbox>();
+    Inbox inbox{context.client.dispatcher()};
     const Stream stream = service.open(query, inbox, 0);
     for (;;) {
-        const std::optional<Event> event = inbox->take({}, context.out.descriptor());
-        if (event->kind == Event::Kind::completed) {
-            throw Failure{ExitCode::streamEnded, describeQuery(query, service.path()) + ": the service ended the request"};
+        const std::optional<Event> event = inbox.tryTake();
+        if (!event) {
+            (void)context.waitForNews({});
+            continue;
         }
-        if (event->kind == Event::Kind::error) throw service.failure(query, event->response);
+        if (event->kind != Event::Kind::next) throw failureOf(*service.errorOf(query, *event));
         const kelo::Payload& payload = event->response.payload();
         if (context.arguments.format == Format::raw) {
             context.out.write(payload.text());
@@ -81,7 +84,7 @@ ExitCode runCall(Context& context) {
     const Query query{words[1], words[2], bodyOf(context)};
     const Service service = context.service(words[0]);
     if (context.arguments.stream) return follow(context, service, query);
-    const Answer answer = service.request(query, context.deadline);
+    const Answer answer = context.wait(service.request(query, context.deadline));
     if (!answer.payload.empty() || context.arguments.format != Format::table) printAnswer(context, answer);
     return ExitCode::ok;
 }
@@ -90,7 +93,8 @@ ExitCode runStatus(Context& context) {
     const std::vector<std::string>& words = context.arguments.words;
     const std::string path = words.empty() ? std::string{hmxService} : words.front();
     checkPath(path, "service");
-    const Answer answer = context.service(path).request({"retrieve", "/$platform/status", nullptr}, context.deadline);
+    const Query query{"retrieve", "/$platform/status", nullptr};
+    const Answer answer = context.wait(context.service(path).request(query, context.deadline));
     if (context.arguments.format == Format::table) {
         printDocument(context, withClientsApart(decode(answer.payload)));
     } else {

@@ -1,10 +1,11 @@
 // `insert`, `update` and `delete`. Bodies are checked here before they are sent, where the path of a bad field can be named in
 // the words that were typed.
 
-#include "elements.h"
+#include "hmx/client/elements.h"
+#include "hmx/client/suggest.h"
 #include "parameters.h"
 #include "render.h"
-#include "suggest.h"
+#include "targets.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -42,15 +43,17 @@ ExitCode runInsert(Context& context) {
                          "hmxctl insert " + std::string{target.resource->name} + " ...");
     }
     const Json body = checkedBody(context, route);
-    printAnswer(context, context.service(hmxService).request({"insert", std::string{route.path}, body}, context.deadline));
+    const Service service = context.service(hmxService);
+    printAnswer(context, context.wait(service.request({"insert", std::string{route.path}, body}, context.deadline)));
     return ExitCode::ok;
 }
 
 ExitCode runUpdate(Context& context) {
     const Target target = parseElement(context.arguments.words.front(), "update");
     const Json body = checkedBody(context, routeFor(*target.resource, kelo::commands::update, true));
-    Elements elements{context};
-    printAnswer(context, elements.request("update", *target.resource, elements.find(target), body));
+    Elements elements{context.client, context.deadline};
+    const std::UUID id = context.wait(elements.find(target));
+    printAnswer(context, context.wait(elements.request("update", *target.resource, id, body)));
     return ExitCode::ok;
 }
 
@@ -58,8 +61,9 @@ ExitCode runDelete(Context& context) {
     const Target target = parseElement(context.arguments.words.front(), "delete");
     (void)routeFor(*target.resource, kelo::commands::remove, true);
     const Json parameters = elementParameters(context, *target.resource).parameters;
-    Elements elements{context};
-    printAnswer(context, elements.request("delete", *target.resource, elements.find(target), parameters));
+    Elements elements{context.client, context.deadline};
+    const std::UUID id = context.wait(elements.find(target));
+    printAnswer(context, context.wait(elements.request("delete", *target.resource, id, parameters)));
     return ExitCode::ok;
 }
 

@@ -2,10 +2,10 @@
 
 #include "completion.h"
 
-#include "elements.h"
+#include "hmx/client/domain.h"
+#include "hmx/client/elements.h"
+#include "hmx/client/suggest.h"
 #include "render.h"
-#include "services.h"
-#include "suggest.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -22,10 +22,14 @@ public:
     std::vector<std::string> elements(const Resource& resource) override {
         if (!isListable(resource)) return {};
         try {
-            Elements elements{context_, Deadline{patience}};
-            if (resource.path == "/displays" || resource.path == "/layerconfigurations") return elements.displayNames();
+            Elements elements{context_.client, Deadline{patience}};
+            if (resource.path == "/displays" || resource.path == "/layerconfigurations") {
+                return context_.wait(elements.displayNames());
+            }
             std::vector<std::string> names;
-            for (const Json& element : elements.list(resource, nullptr)) names.push_back(elements.nameOf(resource, element));
+            for (const Json& element : context_.wait(elements.list(resource, nullptr))) {
+                names.push_back(context_.wait(elements.nameOf(resource, element)));
+            }
             return names;
         } catch (const Failure&) {
             return {};
@@ -35,7 +39,8 @@ public:
     std::vector<std::string> services() override {
         try {
             std::vector<std::string> paths;
-            for (const ServiceState& state : context_.services.list(Deadline{patience})) paths.push_back(state.path);
+            for (const ServiceState& state : context_.wait(context_.client.domain().list(Deadline{patience})))
+                paths.push_back(state.path);
             return paths;
         } catch (const Failure&) {
             return {};
@@ -65,8 +70,8 @@ ExitCode runComplete(Context& context) {
     if (!directory.empty()) arguments.runtimeDirectory = directory;
     if (!domain.empty()) arguments.domain = domain;
     const bool elsewhere = !directory.empty() || !domain.empty();
-    const std::unique_ptr<Services> services = elsewhere ? createServices(arguments) : nullptr;
-    Context there{arguments, elsewhere ? *services : context.services, context.out, context.err};
+    const std::unique_ptr<Client> client = elsewhere ? std::make_unique<Client>(clientOptions(arguments, nullptr)) : nullptr;
+    Context there{arguments, elsewhere ? *client : context.client, context.out, context.err};
     LiveNames names{there};
     for (const Candidate& candidate : complete(line, names)) {
         context.out.line(candidate.about.empty() ? candidate.word : candidate.word + "\t" + candidate.about);

@@ -3,9 +3,11 @@
 #include <set>
 
 #include "context.h"
-#include "elements.h"
+#include "hmx/client/elements.h"
+#include "hmx/client/suggest.h"
 #include "render.h"
-#include "suggest.h"
+#include "table.h"
+#include "targets.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {

@@ -1,8 +1,9 @@
 // `get`: one element.
 
-#include "elements.h"
+#include "hmx/client/elements.h"
 #include "parameters.h"
 #include "render.h"
+#include "targets.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -10,9 +11,9 @@ namespace hmxctl {
 ExitCode runGet(Context& context) {
     const Target target = parseElement(context.arguments.words.front(), "get");
     const auto [parameters, display] = elementParameters(context, *target.resource);
-    Elements elements{context};
-    const std::UUID id = elements.find(target, display);
-    printAnswer(context, elements.request("retrieve", *target.resource, id, parameters));
+    Elements elements{context.client, context.deadline};
+    const std::UUID id = context.wait(elements.find(target, display));
+    printAnswer(context, context.wait(elements.request("retrieve", *target.resource, id, parameters)));
     return ExitCode::ok;
 }
 

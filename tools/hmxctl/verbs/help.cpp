@@ -1,8 +1,8 @@
 // `help` and `version`.
 
 #include "context.h"
+#include "hmx/client/suggest.h"
 #include "render.h"
-#include "suggest.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {

@@ -2,11 +2,15 @@
 
 #include <charconv>
 
-#include "elements.h"
-#include "hit_test.h"
-#include "input_regions.h"
-#include "layer_states.h"
+#include "columns.h"
+#include "hmx/client/elements.h"
+#include "hmx/client/hit_test.h"
+#include "hmx/client/input_regions.h"
+#include "layer_notes.h"
+#include "region_text.h"
 #include "render.h"
+#include "table.h"
+#include "targets.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -99,11 +103,13 @@ std::vector<std::string> lines(const Touch& touch, bool colour) {
 ExitCode runHit(Context& context) {
     const std::vector<std::string>& words = context.arguments.words;
     Touch touch{.point = {coordinate(words[1], "X"), coordinate(words[2], "Y")}};
-    Elements elements{context};
+    Elements elements{context.client, context.deadline};
+    const auto retrieved = [&](const Resource& resource, const std::string& name) {
+        const std::UUID id = context.wait(elements.find({&resource, name}));
+        return decode(context.wait(elements.request("retrieve", resource, id, nullptr)).payload);
+    };
 
-    const Resource& displays = resourceNamed("displays", "hit");
-    const Target target{&displays, words[0]};
-    const Json display = decode(elements.request("retrieve", displays, elements.find(target), nullptr).payload);
+    const Json display = retrieved(resourceNamed("displays", "hit"), words[0]);
     touch.display = text(display, "name");
     const Json& resolution = member(display, "resolution");
     const auto beyond = [&](int at, const char* side) {
@@ -113,12 +119,10 @@ ExitCode runHit(Context& context) {
         context.note("the point lies outside the display, which has " + shortText(resolution));
     }
 
-    const Resource& configurations = resourceNamed("layerconfigurations", "hit");
-    const Target layers{&configurations, touch.display};
-    Json configuration = decode(elements.request("retrieve", configurations, elements.find(layers), nullptr).payload);
-    if (configuration.contains("layers")) markInactive(configuration["layers"], readInactiveLayers(context)[touch.display]);
+    Json configuration = retrieved(resourceNamed("layerconfigurations", "hit"), touch.display);
+    if (configuration.contains("layers")) markInactive(configuration["layers"], inactiveLayers(context)[touch.display]);
 
-    touch.regions = readInputRegions(context, touch.display);
+    touch.regions = context.wait(readInputRegions(context.client, touch.display, context.deadline));
     for (const Json& region : touch.regions) touch.areas.push_back(asHitRegion(region, member(configuration, "layers")));
     touch.result = hitTest(touch.areas, touch.point);
 

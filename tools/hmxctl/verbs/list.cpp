@@ -1,9 +1,11 @@
 // `list`: the elements of a resource. With -o json, a list that is one request is printed as it came. The list of all displays'
 // popups is several requests, and is printed as one page.
 
-#include "elements.h"
+#include "columns.h"
+#include "hmx/client/elements.h"
 #include "parameters.h"
 #include "render.h"
+#include "targets.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -32,10 +34,20 @@ void printTable(Context& context, Elements& elements, const Resource& resource, 
     if (resource.path == "/layerconfigurations") {
         // Their own name is empty; people know them by the display.
         for (Json& row : rows) {
-            if (text(row, "name").empty()) row["name"] = elements.nameOf(resource, row);
+            if (text(row, "name").empty()) row["name"] = context.wait(elements.nameOf(resource, row));
         }
     }
     printLines(context.out, elementLines(resource, rows, fieldsOf(parameters), context.out.colour()));
+}
+
+std::vector<Query> listQueries(Context& context, Elements& elements, const Resource& resource, const Json& parameters) {
+    (void)context.wait(elements.service());
+    if (!isListable(resource)) {
+        throw usageError("the service shows " + std::string{resource.name} + " one by one only",
+                         "get " + std::string{resource.name} + "/" + std::string{resource.nameForm} +
+                             "; `hmxctl tree` shows the touch regions of all displays");
+    }
+    return context.wait(elements.listQueries(resource, parameters));
 }
 
 }  // namespace
@@ -45,13 +57,13 @@ ExitCode runList(Context& context) {
     if (!target.element.empty()) throw usageError("list shows whole resources", "hmxctl get " + target.text());
     const Resource& resource = *target.resource;
     const Json parameters = retrieveParameters(context, resource);
-    Elements elements{context};
+    Elements elements{context.client, context.deadline};
     const Format format = context.arguments.format;
 
-    const std::vector<Query> queries = elements.listQueries(resource, parameters);
+    const std::vector<Query> queries = listQueries(context, elements, resource, parameters);
     if (queries.size() == 1 || format == Format::raw) {
         for (const Query& query : queries) {
-            const Answer answer = elements.service().request(query, context.deadline);
+            const Answer answer = context.wait(context.wait(elements.service())->request(query, context.deadline));
             if (format != Format::table) {
                 printAnswer(context, answer);
                 continue;
@@ -62,7 +74,7 @@ ExitCode runList(Context& context) {
         }
         return ExitCode::ok;
     }
-    std::vector<Json> all = elements.list(resource, parameters);
+    std::vector<Json> all = context.wait(elements.list(resource, parameters));
     if (format == Format::table) {
         printTable(context, elements, resource, std::move(all), parameters);
     } else {

@@ -1,7 +1,9 @@
 // `services`: the services of the domain.
 
+#include "hmx/client/domain.h"
+#include "hmx/client/suggest.h"
 #include "render.h"
-#include "suggest.h"
+#include "table.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -21,7 +23,7 @@ Json asJson(const ServiceState& state) {
 }  // namespace
 
 ExitCode runServices(Context& context) {
-    const std::vector<ServiceState> states = context.services.list(context.deadline);
+    const std::vector<ServiceState> states = context.wait(context.client.domain().list(context.deadline));
     if (context.arguments.format != Format::table) {
         Json services = Json::array();
         for (const ServiceState& state : states) services.push_back(asJson(state));
@@ -45,7 +47,7 @@ ExitCode runServices(Context& context) {
         }
     }
     printLines(context.out, table.lines(context.out.colour()));
-    if (states.empty()) context.note("no service has a place in " + context.services.where());
+    if (states.empty()) context.note("no service has a place in " + context.client.domain().where());
     return ExitCode::ok;
 }
 

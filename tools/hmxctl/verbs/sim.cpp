@@ -4,12 +4,12 @@
 #include <cctype>
 
 #include "assignments.h"
-#include "elements.h"
+#include "hmx/client/elements.h"
+#include "hmx/client/suggest.h"
 #include "kelo/path.h"
 #include "parameters.h"
 #include "render.h"
 #include "simulation.h"
-#include "suggest.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -157,8 +157,10 @@ private:
     }
 
     Answer answer(const char* command, const std::string& path, const Json& body) {
-        const Service control = context_.service(controlService, context_.deadline, "application/json");
-        return control.request({command, path, body}, context_.deadline);
+        RequestStyle style = context_.client.options().style;
+        style.mimeType = "application/json";
+        const Service control = context_.service(controlService, std::move(style));
+        return context_.wait(control.request({command, path, body}, context_.deadline));
     }
 
     void ask(const char* command, const std::string& path, const Json& body) {

@@ -2,11 +2,12 @@
 
 #include "tree.h"
 
-#include "elements.h"
-#include "input_regions.h"
-#include "layer_states.h"
+#include "hmx/client/elements.h"
+#include "hmx/client/input_regions.h"
+#include "hmx/client/suggest.h"
+#include "layer_notes.h"
 #include "render.h"
-#include "suggest.h"
+#include "targets.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -60,23 +61,24 @@ ExitCode runTree(Context& context) {
     const Resource& displays = resourceNamed("displays", "tree");
     const Resource& configurations = resourceNamed("layerconfigurations", "tree");
     const Resource& popups = resourceNamed("popups", "tree");
-    Elements elements{context};
-    const std::vector<Json> all = elements.list(displays, nullptr);
-    const std::vector<Json> layers = elements.list(configurations, nullptr);
-    const std::map<std::string, std::set<int>> inactive = readInactiveLayers(context);
+    Elements elements{context.client, context.deadline};
+    const std::vector<Json> all = context.wait(elements.list(displays, nullptr));
+    const std::vector<Json> layers = context.wait(elements.list(configurations, nullptr));
+    const std::map<std::string, std::set<int>> inactive = inactiveLayers(context);
 
     Optional popupManager{context};
     Optional inputManager{context};
     std::vector<Json> scenes;
-    for (const Json& display : chosen(all, context.arguments.words, elements.displayNames())) {
+    for (const Json& display : chosen(all, context.arguments.words, context.wait(elements.displayNames()))) {
         const std::string name = text(display, "name");
         DisplayScene scene{.display = display};
         for (const Json& configuration : layers) {
             if (configurations.idOf(name) == idOfElement(configuration)) scene.layers = member(configuration, "layers");
         }
         if (const auto found = inactive.find(name); found != inactive.end()) markInactive(scene.layers, found->second);
-        scene.popups = popupManager.tried("popups", [&] { return elements.list(popups, Json{{"display", name}}); });
-        scene.regions = inputManager.tried("touch regions", [&] { return readInputRegions(context, name); });
+        scene.popups = popupManager.tried("popups", [&] { return context.wait(elements.list(popups, Json{{"display", name}})); });
+        scene.regions = inputManager.tried(
+            "touch regions", [&] { return context.wait(readInputRegions(context.client, name, context.deadline)); });
         scenes.push_back(makeScene(scene));
     }
     if (context.arguments.format == Format::table) {

@@ -1,8 +1,9 @@
 // `uuid`: ids and URIs by the rules of the resources, without asking a service.
 
 #include "kelo/uuid.h"
-#include "elements.h"
+#include "hmx/client/elements.h"
 #include "render.h"
+#include "targets.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {

@@ -1,9 +1,10 @@
 // `wait`: until an expression about an element's members is true.
 
-#include "elements.h"
 #include "expression.h"
+#include "following.h"
+#include "hmx/client/elements.h"
 #include "render.h"
-#include "subscription.h"
+#include "targets.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -22,16 +23,17 @@ ExitCode runWait(Context& context) {
     if (context.arguments.validate) {
         for (const std::string& path : expression.members()) checkMemberPath(path, target.resource->element(), "expression");
     }
-    Subscription subscription{context, target, nullptr};
+    Subscription subscription{context.client, {.target = target}};
     Json last;
     std::string lost;
     // An element and a service that are not there from the start are a slip of the one who asks, unless told otherwise; once
     // seen, both may go and come back.
     bool patient = context.arguments.appear;
-    while (const std::optional<Update> update = subscription.next(context.deadline)) {
-        if (update->kind != Update::Kind::value) {
-            if (!patient && update->kind != Update::Kind::ended) throw Failure{*update->failure};
-            lost = update->failure->what();
+    while (const std::optional<Update> update = nextUpdate(context, subscription, context.deadline)) {
+        if (update->error) {
+            const Failure failure = failureOf(*update->error);
+            if (!patient && update->kind != Update::Kind::ended) throw Failure{failure};
+            lost = failure.what();
             continue;
         }
         patient = true;

@@ -11,11 +11,14 @@
 #include <array>
 #include <ctime>
 
-#include "changes.h"
-#include "elements.h"
+#include "columns.h"
+#include "following.h"
+#include "hmx/client/changes.h"
+#include "hmx/client/elements.h"
 #include "parameters.h"
 #include "render.h"
-#include "subscription.h"
+#include "targets.h"
+#include "text.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -54,13 +57,14 @@ public:
     // True when an event was shown for each; `all` is the state that they lead to.
     void changed(const ElementChange& change, const std::vector<Json>& all) {
         elements_ = all;
-        const char* name = change.removed ? "removed" : "changed";
+        const bool removed = change.kind == ElementChange::Kind::removed;
+        const char* name = removed ? "removed" : "changed";
         if (isTable()) return redraw("");
-        if (asLines()) return line(name, summary(change.element, change.members), change.removed ? Style::red : Style::yellow);
+        if (asLines()) return line(name, summary(change.element, change.members), removed ? Style::red : Style::yellow);
         Json event = begin(name);
         event["id"] = member(change.element, "id");
         event["name"] = member(change.element, "name");
-        if (!change.removed) event["element"] = change.element;
+        if (!removed) event["element"] = change.element;
         finish(event);
     }
 
@@ -171,16 +175,18 @@ public:
     // True when enough was shown.
     bool handle(const Update& update) {
         switch (update.kind) {
-            case Update::Kind::value:
+            case Update::Kind::snapshot:
+            case Update::Kind::changed:
                 return value(update);
             case Update::Kind::ended:
+            case Update::Kind::failed:
                 // Asked again soon; what it then says differs or does not.
-                if (!arguments_.reconnect) throw Failure{*update.failure};
+                if (!arguments_.reconnect) throw failureOf(*update.error);
                 return false;
             case Update::Kind::missing:
                 return missing(update);
             case Update::Kind::lost:
-                return lost(*update.failure);
+                return lost(update);
         }
         return false;
     }
@@ -194,27 +200,22 @@ private:
     }
 
     bool value(const Update& update) {
-        const bool returned = down_;
         patience_.reset();
         seen_ = true;
-        down_ = false;
         if (arguments_.format == Format::raw) {
             presenter_.raw(update.payload);
             return counted();
         }
-        if (returned) {
+        if (update.isBack) {
             presenter_.up();
             if (counted()) return true;
         }
-        if (returned || !state_) {
-            state_ = update.elements;
-            presenter_.snapshot(*state_);
+        if (update.isBack || update.kind == Update::Kind::snapshot) {
+            presenter_.snapshot(update.elements);
             return counted();
         }
-        const std::vector<ElementChange> changes = changesBetween(*state_, update.elements);
-        state_ = update.elements;
-        for (const ElementChange& change : changes) {
-            presenter_.changed(change, *state_);
+        for (const ElementChange& change : update.changes) {
+            presenter_.changed(change, update.elements);
             if (counted()) return true;
         }
         return false;
@@ -222,18 +223,18 @@ private:
 
     bool missing(const Update& update) {
         // Never seen: a slip of whoever asks.
-        if (!seen_ || !arguments_.reconnect) throw Failure{*update.failure};
-        if (!state_ || state_->empty() || arguments_.format == Format::raw) return false;
-        return value(Update{});
+        if (!seen_ || !arguments_.reconnect) throw failureOf(*update.error);
+        if (update.isRepeated || arguments_.format == Format::raw) return false;
+        return value(update);
     }
 
-    bool lost(const Failure& failure) {
+    bool lost(const Update& update) {
+        const Failure failure = failureOf(*update.error);
         const bool isServiceAbsent = failure.code() == ExitCode::serviceAbsent && failure.status() == 0;
         if (!arguments_.reconnect || (!seen_ && isServiceAbsent && !arguments_.timeoutGiven)) throw Failure{failure};
         absence_ = failure;
-        if (down_) return false;
+        if (update.isRepeated) return false;
         if (seen_) waitForSource();
-        down_ = true;
         if (arguments_.format == Format::raw) return false;
         presenter_.down(failure);
         return counted();
@@ -242,11 +243,9 @@ private:
     const Arguments& arguments_;
     Presenter& presenter_;
     std::optional<std::uint64_t> left_;
-    std::optional<std::vector<Json>> state_;
     std::optional<Deadline> patience_;
     std::optional<Failure> absence_;
     bool seen_ = false;
-    bool down_ = false;
 };
 
 }  // namespace
@@ -262,14 +261,13 @@ ExitCode runWatch(Context& context) {
     }
     Presenter presenter{context, target, fields};
     Watch watch{context.arguments, presenter};
-    Subscription subscription{context, target, parameters, display};
+    Subscription subscription{context.client, {.target = target, .parameters = parameters, .display = display}};
     std::optional<Deadline> end;
     if (context.arguments.duration) end.emplace(*context.arguments.duration);
     for (;;) {
         const std::optional<Deadline>& patience = watch.patience();
-        const std::optional<Update> update = subscription.next(end && patience ? end->atMost(patience->left())
-                                                               : end           ? end
-                                                                               : patience);
+        const std::optional<Deadline> until = end && patience ? end->atMost(patience->left()) : end ? end : patience;
+        const std::optional<Update> update = nextUpdate(context, subscription, until);
         if (update && watch.handle(*update)) return ExitCode::ok;
         if (end && end->passed()) return ExitCode::ok;
         if (!update && watch.patience() && watch.patience()->passed()) throw watch.absence();
