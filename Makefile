@@ -28,7 +28,7 @@ build: ## Build the programs into build/release/bin
 	@packaging/setup.sh run
 	@packaging/build.sh $(PRESET) $(JOBS) programs
 
-run: build ## Start the simulator and the bridge, show a cockpit's resources, run until interrupted
+run: build ## Start the simulator, the bridge and the gateway, show a cockpit's resources, run until interrupted
 	@packaging/run.sh $(BUILD)/bin
 
 test: setup ## Build everything and run all tests; with SANITIZE=address or SANITIZE=thread under sanitizers

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Shows a cockpit: starts the simulator and the bridge in a runtime directory of their own, prints every resource through hmxctl and
-# runs until interrupted; without a terminal on standard input it ends after printing. Usage: run.sh BIN_DIR
+# Shows a cockpit: starts the simulator, the bridge and the HTTP gateway in a runtime directory of their own, prints every resource
+# through hmxctl and runs until interrupted; without a terminal on standard input it ends after printing. Usage: run.sh BIN_DIR
 set -euo pipefail
 bin=$(cd "$1" && pwd)
 top=$(cd "$(dirname "$0")/.." && pwd)
@@ -24,8 +24,8 @@ finish() {
         timeout 5 tail -s 0.02 --pid="$child" -f /dev/null || kill -KILL "$child" 2>/dev/null || true
     done
     if [ "$code" -ne 0 ] && [ "$code" -ne 130 ]; then
-        echo "run: failed with $code; the last lines of the simulator and the bridge:" >&2
-        tail -n 15 "$dir/hmxsim.log" "$dir/hmxtolubridge.log" >&2 || true
+        echo "run: failed with $code; the last lines of the simulator, the bridge and the gateway:" >&2
+        tail -n 15 "$dir"/*.log >&2 || true
     fi
     rm -rf "$dir"
     exit "$code"
@@ -38,6 +38,22 @@ start() {
     children+=($!)
 }
 
+# On the usual port, or on a free one where that is taken. Sets $address.
+start_gateway() {
+    local listen
+    for listen in 127.0.0.1:8780 127.0.0.1:0; do
+        hmxgateway --allow-changes --listen "$listen" >"$dir/address" 2>"$dir/hmxgateway.log" </dev/null &
+        until [ -s "$dir/address" ]; do
+            kill -0 $! 2>/dev/null || continue 2
+            sleep 0.02
+        done
+        children+=($!)
+        address=$(sed 's/^hmxgateway: //' "$dir/address")
+        return
+    done
+    return 1
+}
+
 show() {
     printf '\n$ hmxctl %s\n' "$1"
     eval "hmxctl $1"
@@ -45,6 +61,7 @@ show() {
 
 start hmxsim --world "$top/share/worlds/cockpit.json"
 start hmxtolubridge
+start_gateway
 
 # Until the bridge answers, but no longer than it and the simulator live.
 hmxctl --timeout 20s wait --appear displays/Driver_Display 'name != null' &
@@ -52,7 +69,7 @@ answers=$!
 helpers+=("$answers")
 wait -n -p first "$answers" "${children[@]}" || {
     code=$?
-    [ "$first" = "$answers" ] || echo "run: the simulator or the bridge ended with $code" >&2
+    [ "$first" = "$answers" ] || echo "run: the simulator, the bridge or the gateway ended with $code" >&2
     exit 1
 }
 
@@ -64,9 +81,14 @@ region='[{"layer":"Home","inputRegions":[{"bounds":{"upperLeftPoint":{"posX":0,"
 show "insert regionconfigurations display=Driver_Display hmi=HMI_ID_ANDROID_DRIVER 'regions:={\"infoForAllLayers\":$region}'"
 show 'get regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER'
 
+page="The inspector, in a browser: $address"
+if grep -q 'page is not there' "$dir/hmxgateway.log"; then
+    page="The inspector is not built: \`make inspector\` does that."
+fi
+
 cat <<TEXT
 
-The simulator and the bridge are running. Try in a second terminal:
+The simulator, the bridge and the HTTP gateway are running. Try in a second terminal:
 
     export KELO_RUNTIME_DIR=$KELO_RUNTIME_DIR PATH="$bin:\$PATH"
     hmxctl watch popups/Driver_Display/Incoming_Call &
@@ -74,14 +96,17 @@ The simulator and the bridge are running. Try in a second terminal:
     hmxctl tree
     hmxctl hit Driver_Display 100 100
     hmxctl help
+    curl ${address}hmx/displays
+
+$page
 TEXT
 if [ ! -t 0 ]; then
     exit 0
 fi
 interrupted=0
-printf '\nCtrl-C ends both. What they log from here on:\n'
-tail -q -n 0 -f "--pid=$$" "$dir/hmxsim.log" "$dir/hmxtolubridge.log" &
+printf '\nCtrl-C ends all. What they log from here on:\n'
+tail -q -n 0 -f "--pid=$$" "$dir"/*.log &
 helpers+=($!)
 wait -n "${children[@]}" || true
-echo "run: the simulator or the bridge ended by itself" >&2
+echo "run: the simulator, the bridge or the gateway ended by itself" >&2
 exit 1
