@@ -1,5 +1,7 @@
 #include "metrics.h"
 
+#include <algorithm>
+
 #include "hmx/client/document.h"
 
 namespace hmxgateway {
@@ -55,8 +57,10 @@ private:
     std::string_view suffix_;
 };
 
+// Of a count, which a document may hold as a signed number, too.
 std::uint64_t numberOf(const Json& value) {
-    return value.is_number_unsigned() ? value.get<std::uint64_t>() : 0;
+    if (value.is_number_unsigned()) return value.get<std::uint64_t>();
+    return value.is_number_integer() ? static_cast<std::uint64_t>(std::max<std::int64_t>(0, value.get<std::int64_t>())) : 0;
 }
 
 void writeBridge(Writer& out, const Json& status) {
