@@ -132,6 +132,21 @@ TEST(RecordTest, FailuresOfReadingNameTheMember) {
     }
 }
 
+TEST(RecordTest, ElementsTakeSoMuchMemoryAndNoMore) {
+    for (const auto mimeType : {MimeTypeID::json, MimeTypeID::msgpack, MimeTypeID::ixobin}) {
+        for (const std::size_t count : {20'000, 40'000}) {
+            std::string document;
+            Element element;
+            Element got;
+            element.layers.emplace(count, std::make_shared<Layer>());
+            ASSERT_EQ(support::writeDocument(mimeType, element, document), "");
+            const std::string refusal = support::readDocument(mimeType, document, got);
+            const bool isTooMuch = refusal.find("]: array elements that take more than 4 MiB of memory at ") < refusal.size();
+            EXPECT_TRUE(count == 20'000 ? refusal.empty() : isTooMuch) << refusal;
+        }
+    }
+}
+
 TEST(RecordTest, BlanksMakeNoDifference) {
     const auto spread = [](std::string_view comma, std::string_view colon, std::string_view around) {
         std::string text;

@@ -66,7 +66,7 @@ inline constexpr Presence required = Presence::required;
 // A key as a template argument.
 template <std::size_t N>
 struct Key {
-    consteval Key(const char (&characters)[N]) {  // NOLINT(google-explicit-constructor): keys are written as literals
+    consteval Key(const char (&characters)[N]) {  // keys are written as literals
         for (std::size_t i = 0; i < N; ++i) text[i] = characters[i];
     }
     char text[N]{};
@@ -386,6 +386,30 @@ bool write(IStructuredSerializer& writer, const T& value) {
 
 // --- Reading -----------------------------------------------------------------------------------------------------------------
 
+namespace detail {
+
+// What an element of an array takes at least, with what it points to.
+template <class V>
+constexpr std::size_t elementMemory() {
+    constexpr std::size_t controlBlock = 16;
+    if constexpr (isShared<V>) {
+        return sizeof(V) + controlBlock + sizeof(typename V::element_type);
+    } else {
+        return sizeof(V);
+    }
+}
+
+// Makes room for another element, `expected` in all or twice as many as there are, and charges the reader for it.
+template <class Reader, class V>
+bool growFor(Reader& reader, std::vector<V>& elements, std::size_t expected) {
+    const std::size_t capacity = std::max({std::size_t{1}, expected, 2 * elements.size()});
+    if (reader.chargeMemory((capacity - elements.capacity()) * elementMemory<V>())) return true;
+    elements.reserve(capacity);
+    return false;
+}
+
+}  // namespace detail
+
 // Reads a value of any type that a member may have, in place of what was there.
 template <class Reader, class V>
 bool readValue(Reader& reader, V& value) {
@@ -415,7 +439,7 @@ bool readValue(Reader& reader, V& value) {
     } else if constexpr (detail::isVector<V>) {
         // Lists of one kind tend to be as long as the last one: room for that spares moving what was read.
         thread_local std::size_t lastSize = 0;
-        constexpr std::size_t most = 4096 / sizeof(typename V::value_type);
+        constexpr std::size_t most = 4096 / detail::elementMemory<typename V::value_type>();
         if (reader.beginArray()) return true;
         value.clear();
         for (;;) {
@@ -425,7 +449,8 @@ bool readValue(Reader& reader, V& value) {
                 lastSize = std::min(value.size(), most);
                 return reader.endArray();
             }
-            if (value.empty()) value.reserve(lastSize);
+            if (value.size() == value.capacity() && detail::growFor(reader, value, lastSize)) [[unlikely]]
+                return detail::failedIn(value.size());
             if (readValue(reader, value.emplace_back())) [[unlikely]]
                 return detail::failedIn(value.size() - 1);
             if (reader.endElement()) return true;

@@ -1,7 +1,6 @@
 // What the resource protocol's requests and pages have in common: parameters and paging hints.
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <vector>
 

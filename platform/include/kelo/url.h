@@ -4,7 +4,6 @@
 #include <compare>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <utility>
 
 namespace kelo {

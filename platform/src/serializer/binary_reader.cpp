@@ -84,6 +84,7 @@ bool BinaryReader::start(const util::ByteBufferReader& reader) {
     itemAt_ = nowhere;
     depth_ = 0;
     elements_ = 0;
+    memory_ = 0;
     return false;
 }
 
@@ -141,6 +142,11 @@ bool BinaryReader::endEntry(bool object) {
     if (!object && ++elements_ > maximumElements) return failed(fault::tooManyElements);
     if (left != BinaryItem::untilBreak) --left;
     return false;
+}
+
+bool BinaryReader::chargeMemory(std::size_t bytes) {
+    memory_ += bytes;
+    return memory_ > maximumElementMemory && failed(fault::tooMuchMemory);
 }
 
 bool BinaryReader::end(bool object) {

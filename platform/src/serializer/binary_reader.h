@@ -46,6 +46,7 @@ public:
     bool atArrayEnd(bool& end) final { return atEnd(false, end); }
     bool endElement() final { return endEntry(false); }
     bool endArray() final { return end(false); }
+    bool chargeMemory(std::size_t bytes) final;
     util::serializer::ValueType peek() final;
     bool readNull() final;
     bool takeNull() final;
@@ -102,6 +103,7 @@ private:
     BinaryItem item_;
     unsigned depth_ = 0;
     unsigned elements_ = 0;
+    std::size_t memory_ = 0;
     std::array<Container, maximumDepth> containers_;
 };
 

@@ -114,6 +114,7 @@ bool JsonReader::start(const util::ByteBufferReader& reader) {
     end_ = begin_ + bytes.size();
     depth_ = 0;
     elements_ = 0;
+    memory_ = 0;
     return false;
 }
 

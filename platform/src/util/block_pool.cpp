@@ -14,7 +14,7 @@
 
 namespace util {
 
-constinit thread_local std::array<BlockPool::Shelf, BlockPool::sizes> BlockPool::shelves_;
+constinit thread_local std::array<BlockPool::FreeList, BlockPool::sizes> BlockPool::lists_;
 
 // The batches of one size that are at no thread's hand.
 class BlockPool::Store {
@@ -55,54 +55,54 @@ void leaveToHeap(Block* first) noexcept {
 
 }  // namespace
 
-struct BlockPool::ThreadEnd {
-    ~ThreadEnd() {
+struct BlockPool::ThreadExit {
+    ~ThreadExit() {
         use = Use::over;
-        for (Shelf& shelf : shelves_) {
-            leaveToHeap(shelf.first);
-            leaveToHeap(shelf.full);
-            shelf = Shelf{};
+        for (FreeList& list : lists_) {
+            leaveToHeap(list.first);
+            leaveToHeap(list.full);
+            list = FreeList{};
         }
     }
 };
 
-// Whether the thread may keep blocks; the first time, makes its shelves ready.
+// Whether the thread may keep blocks; the first time, makes its lists ready.
 bool BlockPool::begin() {
     if (use == Use::not_yet) {
-        static thread_local const ThreadEnd end;
-        for (Shelf& shelf : shelves_) shelf.count = 0;
+        static thread_local const ThreadExit atExit;
+        for (FreeList& list : lists_) list.count = 0;
         use = Use::running;
     }
     return use == Use::running;
 }
 
-void* BlockPool::fetch(std::size_t index) {
+void* BlockPool::refill(std::size_t index) {
     if (begin()) {
-        Shelf& shelf = shelves_[index];
-        Block* first = std::exchange(shelf.full, nullptr);
+        FreeList& list = lists_[index];
+        Block* first = std::exchange(list.full, nullptr);
         if (first == nullptr) first = Store::of(index).take();
         if (first != nullptr) {
-            shelf.first = first->next;
-            shelf.count = batch - 1;
+            list.first = first->next;
+            list.count = batch - 1;
             return first;
         }
     }
     return ::operator new((index + 1) * step);
 }
 
-void BlockPool::passOn(void* block, std::size_t index) noexcept {
+void BlockPool::release(void* block, std::size_t index) noexcept {
     if (!begin()) {
         ::operator delete(block);
         return;
     }
-    Shelf& shelf = shelves_[index];
-    if (shelf.count == batch) {
-        if (shelf.full != nullptr && !Store::of(index).give(shelf.full)) leaveToHeap(shelf.full);
-        shelf.full = std::exchange(shelf.first, nullptr);
-        shelf.count = 0;
+    FreeList& list = lists_[index];
+    if (list.count == batch) {
+        if (list.full != nullptr && !Store::of(index).give(list.full)) leaveToHeap(list.full);
+        list.full = std::exchange(list.first, nullptr);
+        list.count = 0;
     }
-    shelf.first = ::new (block) Block{shelf.first};
-    ++shelf.count;
+    list.first = ::new (block) Block{list.first};
+    ++list.count;
 }
 
 }  // namespace util

@@ -10,8 +10,10 @@ namespace kelo::serializer {
 
 // Containers within containers, for reading, skipping and writing alike.
 inline constexpr unsigned maximumDepth = 64;
-// Of all arrays of a document together, for reading and skipping: an element of one byte may become a record of hundreds.
+// Of all arrays of a document together, for reading and skipping.
 inline constexpr unsigned maximumElements = 100'000;
+// What these elements may take in memory once they are read: one of two bytes may become a record of hundreds.
+inline constexpr std::size_t maximumElementMemory = 4U << 20U;
 
 // Each records the failure and is true, so that a reader or writer can return it.
 // "<what> at byte <offset>"
@@ -27,6 +29,7 @@ inline constexpr unsigned maximumElements = 100'000;
 namespace fault {
 inline constexpr const char* tooDeep = "containers nested more than 64 deep";
 inline constexpr const char* tooManyElements = "more than 100000 array elements";
+inline constexpr const char* tooMuchMemory = "array elements that take more than 4 MiB of memory";
 inline constexpr const char* notUtf8 = "a string is not valid UTF-8";
 inline constexpr const char* notFinite = "an infinity or NaN";
 inline constexpr const char* integerTooLarge = "an integer beyond 64 bits";

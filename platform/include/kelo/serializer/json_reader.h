@@ -51,6 +51,10 @@ public:
         return separate(']');
     }
     bool endArray() override { return end(']'); }
+    bool chargeMemory(std::size_t bytes) override {
+        memory_ += bytes;
+        return memory_ > maximumElementMemory && failed(fault::tooMuchMemory);
+    }
     util::serializer::ValueType peek() override;
     bool readNull() override;
     bool takeNull() override {
@@ -191,6 +195,7 @@ private:
     const char* end_ = nullptr;
     unsigned depth_ = 0;
     unsigned elements_ = 0;
+    std::size_t memory_ = 0;
     std::string scratch_;
 };
 

@@ -17,16 +17,16 @@ using Object = std::map<std::string, Value, std::less<>>;
 // Thread: any (a value).
 class Value {
 public:
-    Value() = default;                                             // null
-    Value(bool value) : data_{value} {}                            // NOLINT(google-explicit-constructor)
-    Value(int value) : data_{static_cast<std::int64_t>(value)} {}  // NOLINT(google-explicit-constructor)
-    Value(std::int64_t value) : data_{value} {}                    // NOLINT(google-explicit-constructor)
-    Value(double value) : data_{value} {}                          // NOLINT(google-explicit-constructor)
-    Value(std::string value) : data_{std::move(value)} {}          // NOLINT(google-explicit-constructor)
-    Value(std::string_view value) : data_{std::string{value}} {}   // NOLINT(google-explicit-constructor)
-    Value(const char* value) : data_{std::string{value}} {}        // NOLINT(google-explicit-constructor)
-    Value(Array value) : data_{std::move(value)} {}                // NOLINT(google-explicit-constructor)
-    Value(Object value) : data_{std::move(value)} {}               // NOLINT(google-explicit-constructor)
+    Value() = default;  // null
+    Value(bool value) : data_{value} {}
+    Value(int value) : data_{static_cast<std::int64_t>(value)} {}
+    Value(std::int64_t value) : data_{value} {}
+    Value(double value) : data_{value} {}
+    Value(std::string value) : data_{std::move(value)} {}
+    Value(std::string_view value) : data_{std::string{value}} {}
+    Value(const char* value) : data_{std::string{value}} {}
+    Value(Array value) : data_{std::move(value)} {}
+    Value(Object value) : data_{std::move(value)} {}
 
     bool isNull() const noexcept { return std::holds_alternative<std::monostate>(data_); }
     // Null unless the value is of exactly that type: nothing is converted.

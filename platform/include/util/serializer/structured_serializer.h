@@ -117,7 +117,7 @@ public:
 enum class ValueType : std::uint8_t { null, boolean, integer, floating, string, object, array, invalid };
 
 // Thread: one at a time. Nothing that is read may throw, recurse without bound (depth at most 64) or allocate more than the input
-// holds. Text views live until the next call on the reader.
+// holds; what the elements of arrays become is charged (`chargeMemory`). Text views live until the next call on the reader.
 class IStructuredPullDeserializer : public Known {
 public:
     using Known::Known;
@@ -144,6 +144,8 @@ public:
     virtual bool atArrayEnd(bool& end) = 0;
     virtual bool endElement() = 0;
     virtual bool endArray() = 0;
+    // The caller is about to keep so many bytes for what it reads from an array. Fails beyond what a document may take.
+    virtual bool chargeMemory(std::size_t bytes) = 0;
 
     // The type of the next value, without consuming it; `invalid` where no value can begin.
     virtual ValueType peek() = 0;
