@@ -307,10 +307,10 @@ void InputBridge::submit(ChangeRequest request) {
 // What is thrown here ends the change: nobody knows how far it came.
 void InputBridge::transmit(const std::shared_ptr<Change>& change, ChangeRequest request) {
     const bool oneShot = request == nullptr || request->oneShot;
-    kelo::Account* const account = request == nullptr ? nullptr : request->account;
+    // On nobody's account: while requests wait for room, those of different accounts overtake one another.
     const auto ask = [&] {
         void* const handle = upstream_.client().updateInputRegions(
-            std::make_unique<CUpdateInputRegionsResponseHandler>(*worker_, oneShot, account, ChangeReceiver{this, change}),
+            std::make_unique<CUpdateInputRegionsResponseHandler>(*worker_, oneShot, nullptr, ChangeReceiver{this, change}),
             change->address.display, change->address.hmi, toUpstreamRegions(*change->object));
         if (!oneShot) change->upstream = {upstream_.api(), handle};
         return handle;

@@ -29,7 +29,7 @@ constexpr std::size_t large = 900'000;
 constexpr std::size_t mostOfOneMiB = 16;
 constexpr std::size_t mostOfAllMiB = 64;
 
-// The other client, and the bridge's memory meanwhile. Thread: any.
+// The other client, which asks and watches, and the bridge's memory meanwhile. Thread: any.
 class Witness {
 public:
     struct Seen {
@@ -64,16 +64,21 @@ private:
     void run() {
         constexpr double stall = 30;
         StallMeter meter;
+        std::uint64_t watched = client_->ask("retrieve", path_, false);
+        client_->serveUntil([&] { return client_->at(watched).values > 0; });
         while (!isOver_) {
             meter.takeLongest();
             const Asked asked = client_->call("retrieve", path_);
             const bool isStalled = meter.takeLongest() > stall;
+            const Asked watch = client_->at(watched);
             client_->forgetEnded();
+            if (watch.isOver()) watched = client_->ask("retrieve", path_, false);
             {
                 const std::lock_guard lock{mutex_};
-                if (asked.status != 200) {
+                for (const Asked& end : {asked, watch}) {
+                    if (end.status == 200) continue;
                     ++seen_.unserved;
-                    seen_.refusal = std::to_string(asked.status) + " " + asked.answer;
+                    seen_.refusal = std::to_string(end.status) + " " + end.answer;
                 }
                 if (asked.isOver() && !isStalled) seen_.waits.push_back(asked.took());
                 seen_.memoryKiB = std::max(seen_.memoryKiB, bridge_.memoryKiB());
@@ -124,6 +129,15 @@ double answeredWith(const Client& client, int status) {
                                              [&](const auto& entry) { return entry.second.status == status; }));
 }
 
+// Asks as often as the bridge reads it. Each question has an answer of its own, in which nearly all is what upstream sent.
+void askAndLeaveUnread(RawPeer& peer, unsigned count, bool oneShot) {
+    for (unsigned i = 1; i <= count; ++i) {
+        if (!peer.send(requestFrame(i, "retrieve", i % 2 == 0 ? "/displays" : "/layerconfigurations", oneShot,
+                                    R"({"limit":)" + std::to_string(900 + i % 100) + "}")))
+            return;
+    }
+}
+
 void longName(Ground& ground) {
     Bytes body = fieldMap({"$version", 1}, {{"$service-path", "/hmx"}});
     ++body[0];  // one field more
@@ -138,6 +152,42 @@ void longName(Ground& ground) {
     eventually([&] { return open() >= streams / 2.0; });
     ground.report.atLeast("streams open", open(), streams / 2.0);
     ground.changeDisplays(5);
+}
+
+void unreadStreams(Ground& ground) {
+    RawPeer peer = ground.peer(helloFrame("/hmx"));
+    askAndLeaveUnread(peer, streams, false);
+    ground.changeDisplays(10);
+}
+
+void unreadLists(Ground& ground) {
+    RawPeer peer = ground.peer(helloFrame("/hmx"));
+    askAndLeaveUnread(peer, 1000, true);
+    std::this_thread::sleep_for(milliseconds{1000});
+}
+
+// As many as one client may have in flight, for a while; it reads them.
+void manyRequests(Ground& ground, const std::string& path) {
+    const auto client = ground.client();
+    client->keepsAnswers = false;
+    double answered = 0;
+    double failed = 0;
+    client->onAnswer = [&](std::uint64_t, const Asked& asked) { ++(asked.status == 200 ? answered : failed); };
+    for (const auto end = Clock::now() + milliseconds{2000}; Clock::now() < end;) {
+        while (client->open() < 1000) client->ask("retrieve", path);
+        client->serveUntil([] { return false; }, milliseconds{0});
+        client->forgetEnded();
+    }
+    ground.report.fact("answered", answered);
+    ground.report.atMost("failed", failed, 0);
+}
+
+void quickRequests(Ground& ground) {
+    manyRequests(ground, ground.display);
+}
+
+void largeAnswers(Ground& ground) {
+    manyRequests(ground, "/displays");
 }
 
 void unknownParameters(Ground& ground) {
@@ -219,6 +269,12 @@ void incompleteFrames(Ground& ground) {
     ground.report.fact("ended after", millisecondsSince(since), "ms");
 }
 
+void unreadStreamsOfAll(Ground& ground) {
+    auto peers = allPeers(ground);
+    for (RawPeer& peer : peers) askAndLeaveUnread(peer, 8, false);
+    ground.changeDisplays(10);
+}
+
 struct Attack {
     const char* name;
     void (*make)(Ground& ground);
@@ -227,10 +283,15 @@ struct Attack {
 
 constexpr Attack attacks[] = {
     {"a long name", &longName, mostOfOneMiB},
+    {"streams unread", &unreadStreams, mostOfOneMiB},
+    {"lists unread", &unreadLists, mostOfOneMiB},
+    {"quick requests", &quickRequests, mostOfOneMiB},
+    {"large answers", &largeAnswers, mostOfOneMiB},
     {"unknown parameters", &unknownParameters, mostOfOneMiB},
     {"large updates", &largeUpdates, mostOfOneMiB},
     {"large regions", &largeRegions, mostOfOneMiB},
     {"incomplete frames of all", &incompleteFrames, mostOfAllMiB},
+    {"streams of all unread", &unreadStreamsOfAll, mostOfAllMiB},
 };
 
 }  // namespace

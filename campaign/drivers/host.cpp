@@ -65,6 +65,23 @@ private:
     const bool isMounted_;
 };
 
+// A bridge that has stopped listening finds no room in its event loop when it begins again.
+void listensAgain(const Scope& scope, Report& report) {
+    Stage stage{scope};
+    const auto sim = stage.startSim();
+    Faults faults{scope, stage.folder() + "/faults"};
+    const auto bridge = stage.startBridge(faults.environment());
+    stage.awaitServing();
+    // The first registration is that of the client which could not be accepted, the next ones are the listener's.
+    faults.set(Call::epollControl, {.error = ENOSPC, .from = 2, .times = 3});
+    faults.set(Call::accept, {.error = EMFILE, .times = 1});
+    const auto first = stage.connect();
+    const bool haveFailed = eventually([&] { return faults.hits() >= 4; });
+    const auto since = Clock::now();
+    const bool isHeard = stage.connect()->call("retrieve", "/displays").status == 200;
+    report.atMost("listening again after", haveFailed && isHeard ? millisecondsSince(since) : 1e9, 1000, "ms");
+}
+
 }  // namespace
 
 void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
@@ -120,6 +137,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
     report.atMost("others not served", unserved, 0);
     report.atMost("refused in the end", refused, 0);
     report.atMost("accepted after", recovered, 1000, "ms");
+    listensAgain(scope, report);
     report.atMost("upstream alive after", returned ? millisecondsSince(again) : 1e9, 1500, "ms");
 }
 

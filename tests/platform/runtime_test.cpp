@@ -415,8 +415,8 @@ TEST_F(CarriedReader, WhatWasReceivedMovesWithTheConnection) {
 
 TEST_F(CarriedReader, WhatIsBlockedIsSentAfterTheMoveToo) {
     RawPeer peer = greet();
-    constexpr int requests = 8;
-    for (int i = 0; i < requests; ++i) consumer.ask("/r/open", true, 1, std::string(200'000, 'x'));
+    constexpr int requests = 3;
+    for (int i = 0; i < requests; ++i) consumer.ask("/r/open", true, 1, std::string(600'000, 'x'));
     consumer.runtime->closeResolver(consumer.resolver);
     for (int i = 0; i < requests; ++i) EXPECT_TRUE(peer.receive()) << i;
 }
@@ -675,10 +675,18 @@ TEST_F(RuntimeTest, AHandlerMayFailOrGiveUpWhileItHasAValue) {
     EXPECT_TRUE(provider.resource.cancelled.waitFor([](const auto& all) { return all.size() == 2; })) << "the two streams";
 }
 
+// Each of so many clients may have two requests unanswered.
+kelo::Limits roomForTwo(std::uint32_t clients) {
+    kelo::Limits limits;
+    limits.connections = clients;
+    limits.awaitedBytes = clients * (std::size_t{512} << 10U);
+    limits.oneShotRequests = clients * 2;
+    return limits;
+}
+
 TEST_F(RuntimeTest, RequestsForWhichThereIsNoRoomWaitForTheirTurn) {
     auto provider = std::make_unique<Provider>(directory.path());
-    kelo::Limits limits;
-    limits.oneShotRequests = 2;
+    kelo::Limits limits = roomForTwo(1);
     limits.heldRequests = 4;
     Consumer consumer{directory.path(), nullptr, limits};
     std::vector<std::shared_ptr<Watched<Events>>> asked;
@@ -709,9 +717,8 @@ TEST_F(RuntimeTest, RequestsForWhichThereIsNoRoomWaitForTheirTurn) {
 
 TEST_F(RuntimeTest, WhateverEndsARequestMakesRoomForTheNext) {
     Provider provider{directory.path()};
-    kelo::Limits limits;
-    limits.oneShotRequests = 1;
-    Consumer consumer{directory.path(), nullptr, limits};
+    Consumer consumer{directory.path(), nullptr, roomForTwo(1)};
+    const auto other = consumer.ask("/r/slow");
     for (const bool isCancelled : {true, false}) {
         const auto first = consumer.ask("/r/slow", true, 1, {}, isCancelled ? 10'000 : 50);
         void* const handle = consumer.handle;
@@ -724,9 +731,8 @@ TEST_F(RuntimeTest, WhateverEndsARequestMakesRoomForTheNext) {
 TEST_F(RuntimeTest, AClientThatAsksForMuchLeavesRoomForAnother) {
     constexpr const char* refused = "error:503 /provider: too many requests in flight, request not sent";
     Provider provider{directory.path()};
-    kelo::Limits limits;
-    limits.connections = 2;
-    limits.oneShotRequests = limits.openStreams = 4;
+    kelo::Limits limits = roomForTwo(2);
+    limits.openStreams = 4;
     limits.heldRequests = 8;
     Consumer consumer{directory.path(), nullptr, limits};
     const auto greedy = std::make_shared<kelo::Account>(1, 0U);
@@ -736,28 +742,36 @@ TEST_F(RuntimeTest, AClientThatAsksForMuchLeavesRoomForAnother) {
         consumer.onBehalfOf = account.get();
         asked.push_back(consumer.ask(path, oneShot));
     };
-    // Two of each kind are sent, of what remains four are held: half of what there is, and each one's own part.
-    for (int i = 0; i < 7; ++i) ask(greedy, true, "/r/open");
+    auto& responders = provider.resource.responders;
+    const auto arrive = [&](std::size_t count) {
+        return responders.waitFor([count](const auto& all) { return all.size() == count; });
+    };
+    // Of each kind half of what there is, and each one's own part: two streams, which await an answer, and four that are held.
     for (int i = 0; i < 3; ++i) ask(greedy, false, "/r/open");
-    EXPECT_EQ(ended(*asked[6]), Told{refused});
-    EXPECT_EQ(ended(*asked[9]), Told{refused});
+    for (int i = 0; i < 5; ++i) ask(greedy, true, "/r/open");
+    EXPECT_EQ(ended(*asked[2]), Told{refused});
+    EXPECT_EQ(ended(*asked[7]), Told{refused});
     EXPECT_EQ(greedy->heldRequests, 4U);
     ask(polite, true, "/r/echo");
     EXPECT_EQ(ended(*asked.back()), Told{"next:"});
     ask(polite, false, "/r/open");
-    ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 5; }));
-    // Nothing of what was held is forgotten.
-    for (std::size_t i = 0; i < 6; ++i) {
-        ASSERT_TRUE(provider.resource.responders.waitFor([&](const auto& all) { return all.size() > (i < 2 ? i : i + 3); }));
-        provider.resource.responders.get().all[i < 2 ? i : i + 3]->next(Response{200, text("done")});
-        EXPECT_EQ(ended(*asked[i]), Told{"next:done"}) << i;
+    ASSERT_TRUE(arrive(3));
+    // Nothing of what was held is forgotten; the first answer makes room, be it a stream's.
+    std::size_t arrived = 3;
+    for (const std::size_t index : {0U, 1U, 3U, 4U, 5U, 6U}) {
+        responders.get().all[index]->next(Response{200, text("done")});
+        arrived = std::min<std::size_t>(arrived + 1, 7);
+        ASSERT_TRUE(arrive(arrived)) << index;
     }
+    for (std::size_t i = 3; i < 7; ++i) EXPECT_EQ(ended(*asked[i]), Told{"next:done"}) << i;
     EXPECT_EQ(greedy->heldRequests + greedy->heldBytes, 0U);
 }
 
 TEST_F(RuntimeTest, WhatIsCalledNotSentNeverArrives) {
     testing_support::RawListener listener{directory / socketFile};
-    Consumer consumer{directory.path()};
+    kelo::Limits limits;
+    limits.oneShotRequests = 1'000'000;  // so many wait in the queue
+    Consumer consumer{directory.path(), nullptr, limits};
     RawPeer provider = listener.accept();
     ASSERT_TRUE(provider.receive());
     provider.send(testing_support::helloFrame(servicePath));
@@ -877,28 +891,94 @@ TEST_F(RuntimeTest, ASlowReaderGetsTheNewestValueAndCostsNobodyMemory) {
     EXPECT_LT(received, values / 2) << "values that nobody had read were kept";
 }
 
-TEST_F(RuntimeTest, AClientThatNeverReadsItsAnswersIsCut) {
-    kelo::Limits limits;
-    limits.queuedSoftBytes = 256U * 1024U;
-    limits.queuedHardBytes = 512U * 1024U;
-    limits.oneShotRequests = 100;
-    Provider provider{directory.path(), limits};
-    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
-    // Be it answers that are queued for it, or the newest values of its streams.
-    for (const bool oneShot : {true, false}) {
-        RawPeer peer{directory / socketFile};
-        Bytes bytes = testing_support::helloFrame(servicePath);
-        for (std::uint64_t id = 1; id <= 8; ++id) {
-            const Bytes request = testing_support::requestFrame(id, "retrieve", "/r/open", oneShot);
-            bytes.insert(bytes.end(), request.begin(), request.end());
-        }
-        ASSERT_TRUE(peer.send(bytes));
-        ASSERT_TRUE(provider.resource.responders.waitFor([](const auto& all) { return all.size() == 8; }));
-        const std::string large(200'000, 'x');
-        for (const auto& responder : provider.resource.responders.get().all) responder->next(Response{200, text(large)});
-        EXPECT_TRUE(peer.seesEnd()) << oneShot;
-        provider.resource.responders.change([](auto& all) { all.all.clear(); });
+// A provider that keeps little, and a client that has asked so often and reads only when it is told to.
+class UnreadAnswers : public RuntimeTest {
+protected:
+    static constexpr std::uint64_t requests = 40;
+
+    void ask(bool oneShot) {
+        kelo::Limits limits;
+        limits.queuedSoftBytes = 256U * 1024U;
+        limits.queuedHardBytes = 1024U * 1024U;
+        provider.emplace(directory.path(), limits);
+        ASSERT_TRUE(provider->published.count.waitFor([](int n) { return n == 1; }));
+        peer = std::make_unique<RawPeer>(directory / socketFile);
+        peer->send(testing_support::helloFrame(servicePath));
+        for (std::uint64_t id = 1; id <= requests; ++id)
+            peer->send(testing_support::requestFrame(id, "retrieve", "/r/open", oneShot));
+        ASSERT_TRUE(responders().waitFor([](const auto& all) { return all.size() == requests; }));
+        EXPECT_EQ(peer->receive().value().type, 1);
     }
+    Watched<Resource::Responders>& responders() { return provider->resource.responders; }
+    bool answer(std::size_t index, const std::string& value) {
+        return responders().get().all[index]->next(Response{200, text(value)});
+    }
+    // What the client is told next about a request: "3:" and a value, with the number of its frame's type, or the reason.
+    std::pair<std::uint64_t, std::string> read() {
+        const auto frame = peer->receive();
+        if (!frame) return {};
+        const std::string body{frame->body.begin(), frame->body.end()};
+        const std::size_t reason = body.find(servicePath);
+        return {frame->id, std::to_string(frame->type) + ":" +
+                               body.substr(std::min(reason, body.size() - std::min<std::size_t>(1, body.size())))};
+    }
+
+    std::optional<Provider> provider;
+    std::unique_ptr<RawPeer> peer;
+};
+
+constexpr const char* tooMuchUnread = "4:/provider: too much is left unread, outcome unknown";
+
+TEST_F(UnreadAnswers, LargeOnesBeyondTheLimitAreRefusedAndSmallOnesAreNot) {
+    ask(true);
+    const std::string large(200'000, 'x');
+    for (std::size_t i = 0; i + 1 < requests; ++i) EXPECT_TRUE(answer(i, large));
+    answer(requests - 1, "small");
+    std::size_t refused = 0;
+    for (std::uint64_t id = 1; id < requests; ++id) refused += read().second == tooMuchUnread ? 1 : 0;
+    EXPECT_GT(refused, requests / 2);
+    EXPECT_LT(refused, requests - 3);
+    EXPECT_EQ(read(), (std::pair{requests, std::string{"3:l"}}));
+}
+
+TEST_F(UnreadAnswers, TheLastLimitEndsTheConnection) {
+    ask(true);
+    for (std::size_t i = 0; i < requests; ++i) answer(i, std::string(60'000, 'x'));
+    EXPECT_TRUE(peer->seesEnd());
+}
+
+TEST_F(UnreadAnswers, EqualValuesOfStreamsAreKeptOnceAndOthersEndTheirStreamAlone) {
+    ask(false);
+    const std::string large(200'000, 'x');
+    for (const char last : {'1', '2'}) {
+        for (std::size_t i = 0; i < requests; ++i) EXPECT_FALSE(answer(i, large + last)) << i;
+    }
+    std::size_t ended = 0;
+    for (std::size_t i = 0; i < requests / 2; ++i) ended += answer(i, large + std::string(i, '.') + '3') ? 1 : 0;
+    EXPECT_GT(ended, requests / 4);
+    EXPECT_LT(ended, requests / 2);
+    // A stream's end comes after its newest value, also where the client ends its side.
+    responders().get().all[requests - 1]->completed();
+    ::shutdown(peer->fd(), SHUT_WR);
+    std::vector<std::string> newest(requests + 1);
+    std::vector<std::string> ends(requests + 1);
+    for (std::size_t open = requests; open > 0;) {
+        const auto [id, told] = read();
+        ASSERT_NE(id, 0U);
+        ASSERT_EQ(ends[id], "");
+        (told.starts_with("3") ? newest : ends)[id] = told;
+        if (!told.starts_with("3")) --open;
+    }
+    EXPECT_TRUE(peer->seesEnd());
+    for (std::uint64_t id = 1; id <= requests; ++id) {
+        if (ends[id] == tooMuchUnread) {
+            --ended;
+        } else {
+            EXPECT_EQ(newest[id], id <= requests / 2 ? "3:3" : "3:2") << id;
+            EXPECT_TRUE(ends[id].starts_with("5")) << ends[id];
+        }
+    }
+    EXPECT_EQ(ended, 0U);
 }
 
 TEST_F(RuntimeTest, AClientThatEndsItsSideIsAnsweredFirst) {

@@ -20,13 +20,15 @@
 // need not tell the provider anything. A request of which the kernel has a part stays, "outcome unknown", unless the connection
 // is over: a request that lacks even its last byte cannot have been acted on.
 //
-// All clients of a process share one connection, and what one of them does must not cause another one's refusal. A one-shot
-// request for which there is no room is held until there is: because the provider has as many as it takes, or its client has as
-// many as it may have, or the provider does not read what is queued already. The last also holds up streams. Each account has a
-// queue of its own, and the queues take turns, so a client that asks for little waits little. Deadlines run meanwhile. Only
-// what exceeds an account's share of what may be held, in number or in bytes, is refused. Streams end when their consumers want
-// it, which nobody can wait for, so a stream beyond its account's share is refused at once. The connection itself never has
-// more queued than one drain may bring, however much is asked for, and is never cut because of it.
+// All clients of a process share one connection, and what one of them does must not cause another one's refusal, nor make it
+// wait for long. What counts is how much the provider still has to say: whoever asks next hears it only after that. So each
+// account has a share of the first answers that are still to come, in bytes, and a request for which there is no room is held
+// until there is. Sizes are guessed: an answer is expected to be as large as those before it. A request is also held as long as
+// the provider does not read what is queued already. Each account has a queue of its own, and the queues take turns, so a client
+// that asks for little waits little. Deadlines run meanwhile. Only what exceeds an account's share of what may be held, in
+// number or in bytes, is refused. Streams end when their consumers want it, which nobody can wait for, so a stream beyond its
+// account's share is refused at once. The connection itself never has more queued than one drain may bring, however much is
+// asked for, and is never cut because of it.
 //
 // The deadline needs no timer per request: there is one time stamp in the loop, armed for the earliest. On the thread that
 // reads, arming is a store. A request from another thread must wake the loop to arm it, but only if nothing is armed that fires
@@ -82,7 +84,9 @@ ClientConnection::ClientConnection(Descriptor socket, Peer peer, const Limits& l
     : FrameStream{std::move(socket), std::move(peer), limits, counters, nullptr},
       servicePath_{std::move(servicePath)},
       events_{std::move(events)},
-      oneShotShares_{limits.oneShotRequests, limits.connections},
+      leastExpected_{limits.awaitedBytes / limits.oneShotRequests},
+      mostExpected_{std::max(limits.awaitedBytes / 8, leastExpected_)},
+      awaitedShares_{limits.awaitedBytes, limits.connections},
       streamShares_{limits.openStreams, limits.connections},
       heldShares_{limits.heldRequests, limits.connections},
       heldByteShares_{limits.heldBytes, limits.connections} {}
@@ -116,7 +120,7 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
         } else if (Share& share = shareLocked(account); !oneShot && !streamShares_.admits(share.streams, 1, share.kind())) {
             refusal = tooMany;
         } else {
-            const bool mustWait = mustWaitLocked(share, oneShot);
+            const bool mustWait = mustWaitLocked(share);
             Slot& slot = acquireLocked(share, oneShot);
             try {
                 wire::appendRequest(out, slot.id, request, oneShot);
@@ -124,7 +128,7 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
                     status = 413;
                     refusal = "request larger than a frame may be, not sent";
                 } else if (!mustWait) {
-                    countSentLocked(slot);
+                    awaitLocked(slot, share.expected);
                 } else if (!holdLocked(slot, before)) {
                     refusal = tooMany;
                 }
@@ -197,6 +201,7 @@ const char* ClientConnection::handleFrame(const wire::FrameHeader& header, std::
     if (header.type == wire::FrameType::hello) return handleHello(body);
     if (!ready_) return "an answer before the hello";
     hasAnswered_ = true;
+    answerSize_ = body.size();
     switch (header.type) {
         case wire::FrameType::next:
         case wire::FrameType::error: {
@@ -236,6 +241,7 @@ const char* ClientConnection::handleHello(std::span<const std::uint8_t> body) {
 
 void ClientConnection::deliverNext(std::uint64_t id) {
     IResponseHandler<Response>* handler = nullptr;
+    bool sends = false;
     {
         const std::lock_guard lock{mutex_};
         Slot* const slot = deliverableLocked(id);
@@ -243,7 +249,12 @@ void ClientConnection::deliverNext(std::uint64_t id) {
         slot->delivering = true;
         slot->due = Clock::time_point::max();
         handler = slot->handler.get();
+        if (slot->awaited > 0) {
+            noteAnswerLocked(*slot);
+            sends = sendHeldLocked();
+        }
     }
+    if (sends) commit();
     bool finished = true;  // also for a handler that throws
     const bool handled = guarded("onNext", [&] { finished = handler->onNext(response_); });
     Ended ended;
@@ -315,6 +326,7 @@ ClientConnection::Slot* ClientConnection::deliverableLocked(std::uint64_t id) no
 
 // Ends a request, and sends another one that had to wait for its end; then, without the lock, `settle`.
 ClientConnection::Ended ClientConnection::endLocked(Slot& slot) noexcept {
+    if (slot.awaited > 0) noteAnswerLocked(slot);
     Ended ended{releaseLocked(slot)};
     ended.sends = sendHeldLocked();
     ended.wasLast = slots_.size() == free_.size() && askedDue_ == Clock::time_point::max();
@@ -437,7 +449,9 @@ ClientConnection::Share& ClientConnection::shareLocked(Account* account) {
         lastShare_ = nullptr;
         std::erase_if(accounts_, [](const auto& entry) { return entry.second.isIdle(); });
     }
-    Share& share = accounts_[account];
+    const auto [entry, isNew] = accounts_.try_emplace(account);
+    Share& share = entry->second;
+    if (isNew) share.expected = std::min(16 * leastExpected_, mostExpected_);  // until it is known
     if (account != nullptr) share.account = account->shared_from_this();
     lastShare_ = &share;
     return share;
@@ -457,7 +471,6 @@ ClientConnection::Slot& ClientConnection::acquireLocked(Share& share, bool oneSh
     slot.id = nextSerial.fetch_add(1, std::memory_order_relaxed) << indexBits | index;
     slot.share = &share;
     slot.oneShot = oneShot;
-    slot.isSent = false;
     if (!oneShot) {
         ++streams_;
         streamShares_.change(share.streams, share.streams + 1);
@@ -466,22 +479,37 @@ ClientConnection::Slot& ClientConnection::acquireLocked(Share& share, bool oneSh
     return slot;
 }
 
-bool ClientConnection::mustWaitLocked(const Share& share, bool oneShot) const noexcept {
-    return isSlowLocked() || (queueWasFull_ && turn_ != nullptr) || (oneShot && (share.held > 0 || !hasRoomLocked(share)));
+bool ClientConnection::mustWaitLocked(const Share& share) const noexcept {
+    return isSlowLocked() || (queueWasFull_ && turn_ != nullptr) || share.held > 0 || !hasRoomLocked(share);
 }
 
-// For one more one-shot request in flight.
+// For one more answer. However large answers are, a client may await two, so that the provider need not wait for the next
+// request.
 bool ClientConnection::hasRoomLocked(const Share& share) const noexcept {
-    return oneShots_ < limits_.oneShotRequests && oneShotShares_.admits(share.oneShots, 1, share.kind());
+    if (share.awaited + share.expected <= awaitedShares_.equalPart()) return true;
+    return share.awaited < limits_.conflationBytes + share.expected &&
+           awaitedShares_.admits(share.awaited, share.expected, share.kind());
 }
 
-void ClientConnection::countSentLocked(Slot& slot) noexcept {
-    slot.isSent = true;
-    if (!slot.oneShot) return;
-    ++oneShots_;
+// `bytes`: of the answer to come; 0: it has come, or is no longer awaited.
+void ClientConnection::awaitLocked(Slot& slot, std::size_t bytes) noexcept {
     Share& share = *slot.share;
-    oneShotShares_.change(share.oneShots, share.oneShots + 1);
-    ++share.oneShots;
+    const std::size_t awaited = share.awaited - slot.awaited + bytes;
+    awaitedShares_.change(share.awaited, awaited);
+    share.awaited = awaited;
+    slot.awaited = bytes;
+}
+
+// The answer that is being handled is the request's first.
+void ClientConnection::noteAnswerLocked(Slot& slot) noexcept {
+    constexpr std::size_t slowness = 64;  // answers that are small again count by and by
+    std::size_t& expected = slot.share->expected;
+    if (answerSize_ > expected) {
+        expected = std::clamp(answerSize_, leastExpected_, mostExpected_);
+    } else if (expected > leastExpected_) {
+        expected = std::max(expected - expected / slowness, leastExpected_);
+    }
+    awaitLocked(slot, 0);
 }
 
 // Takes the slot's frame, which begins at `begin` of what was appended, back until there is room for it. False, and nothing
@@ -553,7 +581,7 @@ bool ClientConnection::sendHeldLocked() noexcept {
         Share& share = *turn_;
         Slot& slot = slots_[share.firstHeld];
         turn_ = share.after;
-        if (slot.oneShot && !hasRoomLocked(share)) {
+        if (!hasRoomLocked(share)) {
             ++passed;
             continue;
         }
@@ -564,7 +592,7 @@ bool ClientConnection::sendHeldLocked() noexcept {
             break;
         }
         unholdLocked(slot);
-        countSentLocked(slot);
+        awaitLocked(slot, share.expected);
         passed = 0;
         any = true;
     }
@@ -583,11 +611,8 @@ ClientConnection::Handler ClientConnection::releaseLocked(Slot& slot) {
         --streams_;
         streamShares_.change(share.streams, share.streams - 1);
         --share.streams;
-    } else if (slot.isSent) {
-        --oneShots_;
-        oneShotShares_.change(share.oneShots, share.oneShots - 1);
-        --share.oneShots;
     }
+    if (slot.awaited > 0) awaitLocked(slot, 0);
     free_.push_back(indexOf(slot.id));
     Handler handler = std::move(slot.handler);
     slot = Slot{};

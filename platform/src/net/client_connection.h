@@ -53,8 +53,9 @@ private:
     // in a ring with the others of which some are.
     struct Share {
         std::shared_ptr<Account> account;  // null: the process's own
-        std::uint32_t oneShots = 0;        // sent
         std::uint32_t streams = 0;
+        std::size_t expected = 0;  // size of its next first answer, by the last ones
+        std::size_t awaited = 0;   // the sizes of all that are still to come, as expected
         std::uint32_t held = 0;
         std::size_t heldBytes = 0;
         std::uint32_t firstHeld = 0;  // slots, if any are held, in the order of asking
@@ -63,7 +64,7 @@ private:
         Share* after = nullptr;
 
         FairShare::For kind() const noexcept { return account ? FairShare::For::client : FairShare::For::ourselves; }
-        bool isIdle() const noexcept { return oneShots + streams + held == 0; }
+        bool isIdle() const noexcept { return awaited + streams + held == 0; }
     };
     struct Slot {
         std::uint64_t id = 0;  // 0: free
@@ -72,10 +73,10 @@ private:
         Clock::time_point due = Clock::time_point::max();  // of the first answer
         std::chrono::milliseconds deadline{0};             // as asked for, for the error's text
         std::vector<std::uint8_t> held;                    // its frame, while there is no room for it
+        std::size_t awaited = 0;                           // expected size of its first answer, from sending to that answer
         std::uint32_t heldBefore = 0;                      // the slots of the share's that were asked for before it and after it
         std::uint32_t heldAfter = 0;
         bool oneShot = false;
-        bool isSent = false;      // to the queue
         bool unsent = false;      // the kernel lacks bytes of it; known at its end only
         bool delivering = false;  // its handler is in onNext; meanwhile it may become
         bool cancelled = false;   // - cancelled, or
@@ -111,9 +112,10 @@ private:
 
     Share& shareLocked(Account* account);
     Slot& acquireLocked(Share& share, bool oneShot);
-    bool mustWaitLocked(const Share& share, bool oneShot) const noexcept;
+    bool mustWaitLocked(const Share& share) const noexcept;
     bool hasRoomLocked(const Share& share) const noexcept;
-    void countSentLocked(Slot& slot) noexcept;
+    void awaitLocked(Slot& slot, std::size_t bytes) noexcept;
+    void noteAnswerLocked(Slot& slot) noexcept;
     bool holdLocked(Slot& slot, std::size_t begin);
     void chargeHeld(Share& share, std::uint32_t held, std::size_t bytes) noexcept;
     void unholdLocked(Slot& slot) noexcept;
@@ -124,20 +126,24 @@ private:
 
     const std::string servicePath_;
     Events events_;
+    // Of an answer: so small that there are never more requests in flight than a provider takes, and so large that one has not to
+    // wait until it is alone.
+    const std::size_t leastExpected_;
+    const std::size_t mostExpected_;
     Response response_;  // of the loop's thread alone; reused, its payload borrows from the frame
     wire::LastFields responseFields_;
+    std::size_t answerSize_ = 0;  // of the frame that is being handled
 
     // Guarded by mutex_:
     std::vector<Slot> slots_;
     std::vector<std::uint32_t> free_;
-    std::uint32_t oneShots_ = 0;  // sent
     std::uint32_t streams_ = 0;
     std::unordered_map<const Account*, Share> accounts_;
     Share* lastShare_ = nullptr;  // the one that was looked up last
     Share* turn_ = nullptr;       // of those of which requests are held, the one whose turn is next
     std::size_t waiting_ = 0;     // how many those are
     bool queueWasFull_ = false;   // when a request was held last, or held ones were sent
-    FairShare oneShotShares_;
+    FairShare awaitedShares_;
     FairShare streamShares_;
     FairShare heldShares_;
     FairShare heldByteShares_;

@@ -21,6 +21,8 @@ public:
     FairShare(std::size_t whole, std::size_t clients) noexcept
         : equalPart_{whole / 2 / clients}, common_{whole - equalPart_ * clients} {}
 
+    // What everybody may have, whatever the others have.
+    std::size_t equalPart() const noexcept { return equalPart_; }
     // Whether somebody who has `own` may have `more` in addition.
     bool admits(std::size_t own, std::size_t more, For who = For::client) const noexcept {
         const std::size_t wanted = commonPartOf(own + more);
@@ -31,9 +33,8 @@ public:
     }
     // Somebody who had `from` has `to` now.
     void change(std::size_t from, std::size_t to) noexcept {
-        const std::size_t before = commonPartOf(from);
-        const std::size_t after = commonPartOf(to);
-        if (before != after) taken_.fetch_add(after - before, std::memory_order_relaxed);
+        if (std::max(from, to) <= equalPart_) return;
+        taken_.fetch_add(commonPartOf(to) - commonPartOf(from), std::memory_order_relaxed);
     }
 
 private:

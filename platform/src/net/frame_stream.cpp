@@ -220,7 +220,7 @@ bool FrameStream::drainLocked() noexcept {
 
 // Whether that is more than one peer may leave unread, or one client of all. Charges it to the client.
 bool FrameStream::leavesTooMuchLocked() {
-    const std::size_t unread = queue_.isBlocked() ? queuedLocked() + keptBytes_ : 0;
+    const std::size_t unread = queue_.isBlocked() ? unreadLocked() : 0;
     if (unread == charged_ || !shares_) return unread > limits_.queuedHardBytes;
     const bool isTooMuch =
         unread > limits_.queuedHardBytes || (unread > charged_ && !shares_->unreadBytes.admits(charged_, unread - charged_));
@@ -228,12 +228,18 @@ bool FrameStream::leavesTooMuchLocked() {
     return isTooMuch;
 }
 
+bool FrameStream::admitsUnreadLocked() const noexcept {
+    const std::size_t unread = unreadLocked();
+    if (unread + limits_.queuedSoftBytes > limits_.queuedHardBytes) return false;
+    return !shares_ || unread <= charged_ || shares_->unreadBytes.admits(charged_, unread + limits_.conflationBytes - charged_);
+}
+
 // Holds the peer to what it may leave unread.
 void FrameStream::boundLocked() {
     if (!cut_ && leavesTooMuchLocked()) {
         cut_ = true;
         ++counters_.slowPeersCut;
-        tracing::logCV(channel, 3, "%s cut: it left %zu bytes unread", peer_.toString().c_str(), queuedLocked() + keptBytes_);
+        tracing::logCV(channel, 3, "%s cut: it left %zu bytes unread", peer_.toString().c_str(), unreadLocked());
         shutDown();
     }
     watchLocked();

@@ -94,8 +94,11 @@ protected:
     // Sees to it that what was appended is written: at the end of the loop's drain on a loop's thread, at once on another.
     // `isMuch`: so much is queued that it must not become more before the kernel has been asked.
     void commit(bool isMuch = false);
-    bool isMuchLocked() const noexcept { return queuedLocked() + keptBytes_ > limits_.queuedSoftBytes; }
+    bool isMuchLocked() const noexcept { return unreadLocked() > limits_.queuedSoftBytes; }
     std::size_t queuedLocked() const noexcept { return queue_.size(); }
+    std::size_t unreadLocked() const noexcept { return queuedLocked() + keptBytes_; }
+    // Whether there is room for more than small answers. What is beyond it must not stay.
+    bool admitsUnreadLocked() const noexcept;
     bool isClosedLocked() const noexcept { return closed_ || cut_; }
     // The queue with no thread sending: what it does not have any more is with the kernel. Lets go of the lock if it has to wait.
     SendQueue& settledQueueLocked(std::unique_lock<std::mutex>& lock) {

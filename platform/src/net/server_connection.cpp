@@ -15,8 +15,12 @@
 // gains nothing by cancelling faster than the bridge can give up the work.
 //
 // A stream's values are states, of which only the newest matters. While a peer is slow, a new value replaces the one that waits
-// for it. So a peer that never reads costs one value per stream, and a peer that reads again gets the present state. One-shot
-// and terminal answers always go out. What is kept counts against what the client may leave unread, just like what is queued.
+// for it, and equal ones are kept once. So a peer that reads again gets the present state, in the order in which its streams
+// began to wait; the end of a stream waits with its value. What is kept counts against what the client may leave unread, just
+// like what is queued.
+//
+// A peer may itself have many clients, so a value or a large answer for which there is no room costs its own request only: that
+// ends with an error, and a part of the limit stays free for small answers. The connection is cut if even these pile up.
 //
 // A client that ends its side, because it has asked everything, gets one answer to each request that has had none: streams
 // become one-shot requests, or are completed if they have had a value. The connection ends with the last answer, or when a
@@ -33,19 +37,6 @@ namespace {
 const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::string_view platformRoot = "/$platform/";
-
-// Counts the memory that a buffer takes, whatever becomes of it in this scope.
-class Tally {
-public:
-    Tally(std::size_t& sum, const util::ByteBufferWriter& buffer) : sum_{sum}, buffer_{buffer} { sum_ -= buffer_.capacity(); }
-    Tally(const Tally&) = delete;
-    Tally& operator=(const Tally&) = delete;
-    ~Tally() { sum_ += buffer_.capacity(); }
-
-private:
-    std::size_t& sum_;
-    const util::ByteBufferWriter& buffer_;
-};
 
 class Responder final : public IResponder, public util::Pooled {
 public:
@@ -223,7 +214,7 @@ void ServerConnection::handleCancel(std::uint64_t id) {
             return;
         }
         open->cancelled = true;
-        dropLatestLocked(*open);
+        dropKeptLocked(id);
         handler = open->handler;
         handle = open->handle;
     }
@@ -241,18 +232,9 @@ ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response&
         last = open->oneShot;
         open->answered = true;
         if (!last && isSlowLocked()) {
-            const Tally tally{keptBytes_, open->latest};
-            open->latest.clear();
-            last = !appendAnswerLocked(open->latest, wire::FrameType::next, 0, id, response);
-            if (last) {
-                outLocked().write(open->latest.bytes());  // the error in its stead
-            } else if (std::exchange(open->waiting, true)) {
-                ++counters_.valuesConflated;
-            } else {
-                waiting_.push_back(id);
-            }
+            last = !keepLocked(id, response);
         } else {
-            if (open->waiting) dropLatestLocked(*open);  // it is older than this
+            dropKeptLocked(id);  // it is older than this
             last =
                 !appendAnswerLocked(outLocked(), wire::FrameType::next, last ? wire::flagEnd : std::uint8_t{0}, id, response) ||
                 last;
@@ -264,19 +246,44 @@ ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response&
     return last ? Taken::asTheLast : Taken::andMoreWanted;
 }
 
+// Keeps a stream's value until there is room to write it. False if there is none to keep it either, which ends the stream.
+bool ServerConnection::keepLocked(std::uint64_t id, const Response& response) {
+    util::ByteBufferWriter frame;  // not the queue's buffer, which would keep the room
+    if (!appendAnswerLocked(frame, wire::FrameType::next, 0, id, response)) {
+        outLocked().write(frame.bytes());  // the error in its stead
+        dropKeptLocked(id);
+        return false;
+    }
+    if (kept_.put(id, frame.bytes(), response.payload().bytes().size())) ++counters_.valuesConflated;
+    keptBytes_ = kept_.bytes();
+    if (admitsUnreadLocked()) return true;
+    dropKeptLocked(id);
+    refuseLocked(id, outLocked().size());
+    return false;
+}
+
+// In place of the answer that was appended at `begin`.
+void ServerConnection::refuseLocked(std::uint64_t id, std::size_t begin) {
+    ++counters_.answersRefused;
+    tracing::logCV(channel, 3, "%s: an answer to %s is refused: it left %zu bytes unread", service_->path.c_str(),
+                   peer_.toString().c_str(), unreadLocked());
+    outLocked().truncate(begin);
+    wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
+                         Response::createErrorResponse(503, service_->path + ": too much is left unread, outcome unknown"));
+}
+
 void ServerConnection::terminate(std::uint64_t id, wire::FrameType type, const Response* response) {
     bool isMuch = false;
     {
         const std::lock_guard lock{mutex_};
-        Open* const open = answerableLocked(id);
-        if (open == nullptr) return;
-        auto& out = outLocked();
-        if (open->waiting) out.write(open->latest.bytes());
+        if (answerableLocked(id) == nullptr) return;
+        const std::size_t begin = outLocked().size();
         if (response != nullptr) {
-            appendAnswerLocked(out, type, 0, id, *response);
+            appendAnswerLocked(outLocked(), type, 0, id, *response);
         } else {
-            wire::appendBare(out, type, id);
+            wire::appendBare(outLocked(), type, id);
         }
+        followKeptLocked(id, begin);
         eraseLocked(id);
         isMuch = isMuchLocked();
     }
@@ -291,8 +298,10 @@ void ServerConnection::abandon(std::uint64_t id) {
         const bool silent = open->cancelled || isClosedLocked();
         if (!silent) {
             ++counters_.answeredByNobody;
+            const std::size_t begin = outLocked().size();
             wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
                                  Response::createErrorResponse(503, service_->path + ": no answer, outcome unknown"));
+            followKeptLocked(id, begin);
         }
         eraseLocked(id);
         if (silent) return;
@@ -306,13 +315,19 @@ ServerConnection::Open* ServerConnection::answerableLocked(std::uint64_t id) {
     return open == nullptr || open->cancelled || isClosedLocked() ? nullptr : open;
 }
 
-// Appends a frame with the answer; one that is too large for a frame is replaced by an error, which ends the request (false).
+// Appends a frame with the answer. One that is too large for a frame, and a large one that is the last and for which there is no
+// room, is replaced by an error, which ends the request (false).
 bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::FrameType type, std::uint8_t flags, std::uint64_t id,
                                           const Response& response) {
     const std::size_t before = out.size();
     wire::appendResponse(out, type, flags, id, response);
     const std::size_t size = out.size() - before - wire::headerSize;
-    if (size <= limits_.frameBytes) return true;
+    if (size <= limits_.conflationBytes) return true;
+    if (size <= limits_.frameBytes) {
+        if (flags != wire::flagEnd || admitsUnreadLocked()) return true;
+        refuseLocked(id, before);
+        return false;
+    }
     out.truncate(before);
     tracing::logCV(channel, 4, "%s: an answer of %zu bytes to %s is larger than a frame may be", service_->path.c_str(), size,
                    peer_.toString().c_str());
@@ -325,27 +340,33 @@ bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::Fra
 
 void ServerConnection::eraseLocked(std::uint64_t id) {
     const auto over = requests_.take(id);
-    if (over->latest.capacity() > 0) dropLatestLocked(*over);
     shares_->openRequests.change(requests_.size() + 1, requests_.size());
     --(over->oneShot ? oneShots_ : streams_);
     if (owed_ > 0 && !over->cancelled) --owed_;
 }
 
-void ServerConnection::dropLatestLocked(Open& open) {
-    open.waiting = false;
-    const Tally tally{keptBytes_, open.latest};
-    open.latest = util::ByteBufferWriter{};
+void ServerConnection::dropKeptLocked(std::uint64_t id) {
+    if (kept_.empty()) return;
+    kept_.drop(id);
+    keptBytes_ = kept_.bytes();
+}
+
+// The frame that was appended at `begin` ends its request: it goes after the value that waits, if one does.
+void ServerConnection::followKeptLocked(std::uint64_t id, std::size_t begin) {
+    if (kept_.empty()) return;
+    auto& out = outLocked();
+    try {
+        if (kept_.end(id, out.bytes().subspan(begin))) out.truncate(begin);
+        keptBytes_ = kept_.bytes();
+    } catch (const std::exception&) {
+        dropKeptLocked(id);  // without memory for both, the end is what counts
+    }
 }
 
 void ServerConnection::handleDrainedLocked() {
-    std::size_t written = 0;
-    for (; written < waiting_.size() && !isSlowLocked(); ++written) {
-        Open* const open = requests_.find(waiting_[written]);
-        if (open == nullptr || !open->waiting) continue;
-        outLocked().write(open->latest.bytes());
-        dropLatestLocked(*open);
-    }
-    waiting_.erase(waiting_.begin(), waiting_.begin() + static_cast<std::ptrdiff_t>(written));
+    if (kept_.empty()) return;
+    while (!kept_.empty() && !isSlowLocked()) kept_.writeOldest(outLocked());
+    keptBytes_ = kept_.bytes();
 }
 
 bool ServerConnection::handleInputEnded() {
@@ -357,11 +378,10 @@ bool ServerConnection::handleInputEnded() {
         requests_.forEach([&](std::uint64_t id, Open& open) {
             if (open.cancelled) return;
             if (open.answered) {
-                if (open.waiting) outLocked().write(open.latest.bytes());
+                const std::size_t begin = outLocked().size();
                 wire::appendBare(outLocked(), wire::FrameType::completed, id);
+                followKeptLocked(id, begin);
                 open.cancelled = true;
-                open.waiting = false;
-                open.latest = util::ByteBufferWriter{};
                 if (open.handle != nullptr) completed.emplace_back(open.handler, open.handle);
                 return;
             }
@@ -393,8 +413,9 @@ void ServerConnection::handleClosed(const char* /*why*/) {
         requests_.forEach([&](std::uint64_t, Open& request) {
             if (!request.cancelled && request.handle != nullptr) open.emplace_back(request.handler, request.handle);
             request.cancelled = true;
-            dropLatestLocked(request);
         });
+        kept_.clear();
+        keptBytes_ = 0;
     }
     counters_.cancelled += open.size();
     for (const auto& [handler, handle] : open) handler->cancelRequest(handle);

@@ -12,6 +12,7 @@
 #include "kelo/composed_service.h"
 #include "kelo/resource_handler.h"
 #include "net/frame_stream.h"
+#include "net/kept_values.h"
 #include "util/block_pool.h"
 #include "util/id_map.h"
 
@@ -24,7 +25,7 @@ public:
     struct Service {
         std::string path;
         std::string application;
-        std::string mimeTypes;  // in order of preference, divided by commas
+        std::string mimeTypes;  // in order of preference, separated by commas
         SimpleComposedKeloService* handlers = nullptr;
         std::shared_ptr<Shares> shares;  // of the process, for all its clients
         // Answers what the runtime itself serves below "/$platform". Thread: the loop that reads.
@@ -58,9 +59,9 @@ public:
     Usage usage() const;
     Account& account() const noexcept { return *account_; }
 
-    // Answers request `id`; for its responder.
     // What became of a value.
     enum class Taken : std::uint8_t { andMoreWanted, asTheLast, unwanted };
+    // Answers request `id`; for its responder, as the next two.
     Taken next(std::uint64_t id, const Response& response);
     void terminate(std::uint64_t id, wire::FrameType type, const Response* response);
     // The responder of request `id` is gone; unless it was answered, the client hears so.
@@ -73,9 +74,7 @@ private:
         void* handle = nullptr;
         bool oneShot = false;
         bool cancelled = false;
-        bool answered = false;          // a stream: it has had a value
-        bool waiting = false;           // `latest` holds a value that the peer was too slow for
-        util::ByteBufferWriter latest;  // a whole frame
+        bool answered = false;  // a stream: it has had a value
     };
 
     const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
@@ -92,7 +91,10 @@ private:
     Open* answerableLocked(std::uint64_t id);
     void noteDispatchedLocked();
     const char* refusalLocked() const;
-    void dropLatestLocked(Open& open);
+    bool keepLocked(std::uint64_t id, const Response& response);
+    void dropKeptLocked(std::uint64_t id);
+    void followKeptLocked(std::uint64_t id, std::size_t begin);
+    void refuseLocked(std::uint64_t id, std::size_t begin);
     bool appendAnswerLocked(util::ByteBufferWriter& out, wire::FrameType type, std::uint8_t flags, std::uint64_t id,
                             const Response& response);
     void eraseLocked(std::uint64_t id);
@@ -114,7 +116,7 @@ private:
 
     // Guarded by mutex_:
     util::IdMap<Open> requests_;
-    std::vector<std::uint64_t> waiting_;  // requests with a value to write when there is room, oldest first
+    KeptValues kept_;
     std::uint32_t oneShots_ = 0;
     std::uint32_t streams_ = 0;
     std::uint32_t owed_ = 0;  // answers that a client which has ended its side is still to get

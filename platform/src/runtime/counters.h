@@ -20,6 +20,7 @@ struct Counters {
     Count cancelled{0};         // by clients, or by their going away
     Count lateFrames{0};        // for a request that is over or never was
     Count valuesConflated{0};   // replaced by a newer one before a slow peer read them
+    Count answersRefused{0};    // for a slow peer, for want of room
     Count malformedPeers{0};    // connections ended for what they sent
     Count slowPeersCut{0};      // connections ended for what they did not read
     Count peersRefused{0};      // by uid, number of connections, or a bad hello

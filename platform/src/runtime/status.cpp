@@ -114,6 +114,7 @@ void writeCounters(ObjectWriter& object, const Counters& counters) {
     object.number("cancelled", counters.cancelled);
     object.number("lateFrames", counters.lateFrames);
     object.number("valuesConflated", counters.valuesConflated);
+    object.number("answersRefused", counters.answersRefused);
     object.number("malformedPeers", counters.malformedPeers);
     object.number("slowPeersCut", counters.slowPeersCut);
     object.number("peersRefused", counters.peersRefused);
@@ -137,6 +138,7 @@ void writeLimits(ObjectWriter& object, const Limits& limits) {
     object.number("openRequests", limits.openRequests);
     object.number("heldRequests", limits.heldRequests);
     object.number("heldBytes", limits.heldBytes);
+    object.number("awaitedBytes", limits.awaitedBytes);
     object.number("conflationBytes", limits.conflationBytes);
     object.number("queuedSoftBytes", limits.queuedSoftBytes);
     object.number("queuedHardBytes", limits.queuedHardBytes);
