@@ -6,7 +6,6 @@
 #include <cstring>
 #include <deque>
 #include <mutex>
-#include <set>
 #include <thread>
 #include <vector>
 
@@ -65,25 +64,6 @@ TEST(BlockPool, NobodysBlockIsSomebodyElsesToo) {
     more.notify_one();
     destroyer.join();
     EXPECT_FALSE(damaged);
-}
-
-TEST(BlockPool, WhatOneThreadGivesBackAnotherOneTakes) {
-    constexpr std::size_t count = 64;
-    std::vector<void*> blocks;
-    for (std::size_t i = 0; i < count; ++i) blocks.push_back(BlockPool::take(BlockPool::largest));
-    const std::set<void*> before(blocks.begin(), blocks.end());
-    EXPECT_EQ(before.size(), count);
-    std::thread{[&] {
-        for (void* const block : blocks) BlockPool::give(block, BlockPool::largest);
-        // What this thread had at hand is the heap's when it ends; the rest is in the store.
-    }}.join();
-    std::size_t again = 0;
-    for (void*& block : blocks) {
-        block = BlockPool::take(BlockPool::largest);
-        again += before.count(block);
-    }
-    EXPECT_GE(again, count / 2);
-    for (void* const block : blocks) BlockPool::give(block, BlockPool::largest);
 }
 
 // A destructor that runs as one of its thread's last, after the pool's own.

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <thread>
 #include <vector>
 
 #include "comm/active_object.h"
@@ -63,15 +62,6 @@ TEST_F(ErrorStorageTest, WhatAnEventLeavesIsNotThereForTheNextTurn) {
     worker.runPending();
     EXPECT_FALSE(std::ErrorStorage::hasError());
     EXPECT_EQ(overwritten(), std::vector<std::string>{"left behind"});
-}
-
-TEST_F(ErrorStorageTest, ThreadsDoNotSeeEachOthersErrors) {
-    std::ErrorOutput{Error, 14, "mine"};
-    std::thread{[] {
-        EXPECT_FALSE(std::ErrorStorage::hasError());
-        std::ErrorOutput{Error, 15, "theirs"};
-    }}.join();
-    EXPECT_EQ(std::ErrorStorage::reason(), "mine");
 }
 
 TEST_F(ErrorStorageTest, LongTextsAreCutAtACharacter) {

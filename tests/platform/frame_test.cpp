@@ -59,6 +59,11 @@ TEST(Frame, AClientIdThatIsMissingAndOneThatIsEmptyAreTwoThings) {
     EXPECT_EQ(read.clientId(), "fallback");
     ASSERT_STREQ(kelo::wire::readRequest(testing_support::textMap({{"$client-id", ""}}), "fallback", read), nullptr);
     EXPECT_EQ(read.clientId(), "");
+    // Nothing of one request is left in the next, and a number is kept as text.
+    read.setAuthToken("uid=0");
+    ASSERT_STREQ(kelo::wire::readRequest(Bytes{0xa1, 0x61, 'n', 0x18, 0x2a}, "", read), nullptr);
+    EXPECT_EQ(read.command() + read.path() + read.servicePath() + read.accept() + read.authToken(), "");
+    EXPECT_EQ(*read.headers().find("n"), "42");
 }
 
 TEST(Frame, FieldsThatWereReadLastAreNotMistakenForOthers) {
@@ -119,6 +124,7 @@ TEST(Frame, MalformedHeadersAreRefused) {
     cases.push_back({"type 0", with(4, 0)});
     cases.push_back({"type 7", with(4, 7)});
     cases.push_back({"end flag on a request", with(5, 2)});
+    cases.push_back({"end flag on an error", testing_support::frame(4, 2, 1, {})});
     cases.push_back({"unknown flag", with(5, 0x80)});
     cases.push_back({"reserved byte", with(7, 1)});
     cases.push_back({"request with id 0", with(8, 0)});
@@ -151,7 +157,20 @@ TEST(Frame, MalformedMapsAreRefused) {
          {0xa1, 0x70, '$', 'r', 'e', 'q', 'u', 'e', 's', 't', '-', 'c', 'o', 'm', 'm', 'a', 'n', 'd', 0x01}},
     };
     for (const auto& [what, bytes] : cases) EXPECT_NE(kelo::wire::readRequest(bytes, "", request), nullptr) << what;
+    // As many fields as there may be, in a map that tells their number and in one that does not; then one more.
+    for (const bool isEndless : {false, true}) {
+        for (const int count : {64, 65}) {
+            Bytes bytes = isEndless ? Bytes{0xbf} : Bytes{0xb8, static_cast<std::uint8_t>(count)};
+            for (int i = 0; i < count; ++i) bytes.insert(bytes.end(), {0x61, 'a', 0x01});
+            if (isEndless) bytes.push_back(0xff);
+            EXPECT_EQ(kelo::wire::readRequest(bytes, "", request) == nullptr, count == 64) << isEndless;
+        }
+    }
     kelo::Response response;
+    for (const std::uint8_t status : Bytes{0, 99}) {
+        Bytes bytes{0xa1, 0x67, '$', 's', 't', 'a', 't', 'u', 's', 0x18, status};
+        EXPECT_NE(kelo::wire::readResponse(bytes, response), nullptr) << +status;
+    }
     EXPECT_NE(kelo::wire::readResponse(Bytes{0xa0}, response), nullptr) << "no status";
 }
 

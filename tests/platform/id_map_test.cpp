@@ -46,13 +46,4 @@ TEST(IdMap, HoldsWhatAnOrderedMapHoldsWhateverTheOrderOfComingAndGoing) {
     }
 }
 
-TEST(IdMap, EntriesStayWhereTheyAreWhileOthersComeAndGo) {
-    util::IdMap<int> map;
-    const int* const kept = map.put(1, std::make_unique<int>(42));
-    for (std::uint64_t id = 2; id < 1000; ++id) map.put(id, std::make_unique<int>(7));
-    for (std::uint64_t id = 2; id < 1000; ++id) map.take(id);
-    EXPECT_EQ(map.find(1), kept);
-    EXPECT_EQ(*kept, 42);
-}
-
 }  // namespace

@@ -14,12 +14,6 @@
 
 namespace {
 
-#if defined(__SANITIZE_THREAD__)
-constexpr bool kMisuseIsReported = true;  // by the sanitizer, before the code under test can
-#else
-constexpr bool kMisuseIsReported = false;
-#endif
-
 int takeCode(const std::ErrorCategory& category) {
     const auto error = std::ErrorStorage::current();
     EXPECT_EQ(error.category, &category);
@@ -51,17 +45,6 @@ TEST(OsalTest, APeersDeathIsAnErrorCodeAndDescriptorsAreNotScarce) {
     EXPECT_EQ(sigismember(&blocked, SIGINT), 1);
     EXPECT_EQ(sigismember(&blocked, SIGSEGV), 0);
     setrlimit(RLIMIT_NOFILE, &before);
-}
-
-TEST(MutexTest, MisuseIsRecordedAndSurvived) {
-    if (kMisuseIsReported) GTEST_SKIP();
-    osal::Mutex mutex;
-    EXPECT_TRUE(mutex.unlock());
-    EXPECT_EQ(takeCode(osal::Mutex::Error), osal::Mutex::unlockFailed);
-    ASSERT_FALSE(mutex.lock());
-    EXPECT_TRUE(mutex.lock());
-    EXPECT_EQ(takeCode(osal::Mutex::Error), osal::Mutex::lockFailed);
-    ASSERT_FALSE(mutex.unlock());
 }
 
 TEST(ConditionTest, IsBoundToOneMutex) {

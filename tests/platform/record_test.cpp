@@ -134,15 +134,19 @@ TEST(RecordTest, FailuresOfReadingNameTheMember) {
 
 TEST(RecordTest, ElementsTakeSoMuchMemoryAndNoMore) {
     for (const auto mimeType : {MimeTypeID::json, MimeTypeID::msgpack, MimeTypeID::ixobin}) {
-        for (const std::size_t count : {20'000, 40'000}) {
+        const auto reader = kelo::serializer::Factory::createDeserializer(mimeType);
+        for (const std::size_t count : {20'000, 20'000, 20'000, 20'000, 20'000, 20'000, 40'000}) {  // each begins anew
             std::string document;
             Element element;
             Element got;
             element.layers.emplace(count, std::make_shared<Layer>());
             ASSERT_EQ(support::writeDocument(mimeType, element, document), "");
-            const std::string refusal = support::readDocument(mimeType, document, got);
-            const bool isTooMuch = refusal.find("]: array elements that take more than 4 MiB of memory at ") < refusal.size();
-            EXPECT_TRUE(count == 20'000 ? refusal.empty() : isTooMuch) << refusal;
+            const bool isTooMuch = reader->start(util::ByteBufferReader{document}) || kelo::record::readValue(*reader, got);
+            EXPECT_EQ(isTooMuch, count == 40'000);
+            const std::string refusal = std::ErrorStorage::takeReason();
+            if (isTooMuch) {
+                EXPECT_NE(refusal.find("]: array elements that take more than 4 MiB of memory at byte "), std::string::npos);
+            }
         }
     }
 }

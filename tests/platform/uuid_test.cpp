@@ -2,8 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include "kelo/toluutils.h"
-
 namespace {
 
 // From Python's uuid.uuid5(uuid.NAMESPACE_URL, name).
@@ -33,12 +31,6 @@ TEST(UuidTest, TextIsReadStrictlyAndInEitherCase) {
         EXPECT_FALSE(std::UUID::parse(text, id)) << text;
         EXPECT_EQ(id, before) << text;
     }
-}
-
-TEST(UuidTest, ElementUriEndsInTheId) {
-    EXPECT_EQ(kelo::toluutils::createElementUri("/hmx", "/displays", kelo::uuid::createFromName("hmx/displays/Driver_Display"))
-                  .toString(),
-              "/hmx/displays/19243473-0126-5f4b-b1bf-4879152c72e5");
 }
 
 }  // namespace
