@@ -6,9 +6,9 @@ function(hmx_precompiled name header)
   if(NOT HMX_QUICK)
     return()
   endif()
-  # For the compiler cache, which hashes what was preprocessed. And GCC 12, with precompiled headers, reports more of the copies
-  # that its optimiser takes for overlong in "literal" + std::string; builds without them have these warnings on.
-  target_compile_options(${name} PRIVATE -fpch-preprocess -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
+  # GCC 12, with precompiled headers, reports more of the copies that its optimiser takes for overlong in "literal" + std::string;
+  # builds without them have these warnings on.
+  target_compile_options(${name} PRIVATE -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
   if(header STREQUAL "FROM")
     target_precompile_headers(${name} REUSE_FROM ${ARGN})
   else()
