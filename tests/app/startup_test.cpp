@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <future>
@@ -13,6 +14,7 @@
 #include "kelo/func_call_event.h"
 #include "support/eventually.h"
 #include "support/fake_kelo_api.h"
+#include "support/redirect.h"
 #include "support/traced_lines.h"
 
 namespace {
@@ -164,6 +166,23 @@ TEST(StartUp, AThrowOnTheWayTakesEverythingDownAndIsTold) {
     EXPECT_GE(std::chrono::steady_clock::now() - thrown, std::chrono::seconds{1});
     EXPECT_EQ(lines.take(), Lines{"4 hmxtolubridge:main unknown exception occured"});
     EXPECT_EQ(hmx::guarded([] {}), hmx::exitOk);
+}
+
+TEST(StartUp, ThatLinesWereLostIsTheLastThatIsTold) {
+    bool isTold = false;
+    // The reader is stuck for a moment, which a busy machine may make too long.
+    for (int attempt = 0; attempt < 50 && !isTold; ++attempt) {
+        support::Redirect output{STDERR_FILENO};
+        output.fill();
+        std::thread reader{[&] {
+            hmx::sleepFor(std::chrono::milliseconds{20});
+            isTold = output.take().find(" lines lost) \n") != std::string::npos;
+        }};
+        hmx::guarded([] { throw 7; }, {});
+        reader.join();
+        isTold = isTold || output.take().find(" lines lost) \n") != std::string::npos;
+    }
+    EXPECT_TRUE(isTold);
 }
 
 TEST(StartUp, TheLastSleepIsNotCutShortBySignals) {
