@@ -22,29 +22,22 @@
 #include <cstdio>
 #include <cstring>
 #include <ctime>
-#include <nlohmann/json.hpp>
 
 #include "gateway_limits.h"
+#include "hmx/client/document.h"
+#include "json_text.h"
 
 namespace hmxgateway {
 namespace {
 
-using Json = nlohmann::ordered_json;
+using hmx::client::compact;
+using Json = hmx::client::Json;
 
 constexpr const char* snapshotKind = "snapshot";
 constexpr const char* changedKind = "changed";
 constexpr const char* removedKind = "removed";
 constexpr const char* lostKind = "lost";
 constexpr const char* backKind = "back";
-
-std::string dumped(const Json& json) {
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace);
-}
-
-std::string idOfElement(const Json& element) {
-    const auto found = element.find("id");
-    return found != element.end() && found->is_string() ? found->get<std::string>() : std::string{};
-}
 
 std::string lines(const char* kind, const std::string& id, std::string_view watch, std::string_view data) {
     std::string text;
@@ -74,7 +67,7 @@ std::string timestamp(std::chrono::system_clock::time_point at) {
 void Topic::snapshot(const std::vector<Json>& elements) {
     elements_.emplace();
     elements_->reserve(elements.size());
-    for (const Json& element : elements) elements_->push_back({idOfElement(element), dumped(element)});
+    for (const Json& element : elements) elements_->push_back({hmx::client::text(element, "id"), compact(element)});
     if (lost_) {
         lost_.reset();
         tell(backKind, {}, "{}");
@@ -83,8 +76,8 @@ void Topic::snapshot(const std::vector<Json>& elements) {
 }
 
 void Topic::changed(const Json& element) {
-    std::string id = idOfElement(element);
-    std::string json = dumped(element);
+    std::string id = hmx::client::text(element, "id");
+    std::string json = compact(element);
     std::string data = "{\"element\":" + json + "}";
     if (!elements_) elements_.emplace();
     const auto found = std::find_if(elements_->begin(), elements_->end(), [&](const Element& each) { return each.id == id; });
@@ -101,13 +94,15 @@ void Topic::removed(const std::string& id) {
     const auto found = std::find_if(elements_->begin(), elements_->end(), [&](const Element& each) { return each.id == id; });
     if (found == elements_->end()) return;
     elements_->erase(found);
-    tell(removedKind, id, dumped(Json{{"id", id}}));
+    tell(removedKind, id, json::object({{"id", json::text(id)}}));
 }
 
 void Topic::lost(std::string_view service, std::string_view reason) {
     if (lost_) return;
     tell(lostKind, {},
-         dumped(Json{{"service", service}, {"reason", reason}, {"since", timestamp(std::chrono::system_clock::now())}}));
+         json::object({{"service", json::text(service)},
+                       {"reason", json::text(reason)},
+                       {"since", json::text(timestamp(std::chrono::system_clock::now()))}}));
     lost_ = history_.back();
 }
 
@@ -125,7 +120,7 @@ void Topic::tell(const char* kind, std::string element, std::string data) {
 }
 
 SharedText Topic::textOf(const Event& event, std::uint64_t number, bool wrapped) const {
-    return hub_.makeText(lines(event.kind, hub_.idOf(number), wrapped ? dumped(name_) : "", event.data));
+    return hub_.makeText(lines(event.kind, hub_.idOf(number), wrapped ? json::text(name_) : "", event.data));
 }
 
 SharedText Topic::textOf(Event& event, bool wrapped) const {
@@ -147,7 +142,7 @@ SharedText Topic::snapshotText(std::uint64_t number, bool wrapped) {
         data += element.json;
     }
     data += "]}";
-    SharedText text = hub_.makeText(lines(snapshotKind, hub_.idOf(number), wrapped ? dumped(name_) : "", data));
+    SharedText text = hub_.makeText(lines(snapshotKind, hub_.idOf(number), wrapped ? json::text(name_) : "", data));
     kept = {state, number, text};
     return text;
 }

@@ -8,11 +8,12 @@
 #include <functional>
 #include <map>
 #include <memory>
-#include <nlohmann/json_fwd.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
+
+#include "hmx/client/document.h"
 
 namespace hmxgateway {
 
@@ -63,8 +64,8 @@ public:
     Topic(EventHub& hub, std::string name) : hub_{hub}, name_{std::move(name)} {}
 
     // What the source says. After `lost`, the next snapshot says that it is back.
-    void snapshot(const std::vector<nlohmann::ordered_json>& elements);
-    void changed(const nlohmann::ordered_json& element);
+    void snapshot(const std::vector<hmx::client::Json>& elements);
+    void changed(const hmx::client::Json& element);
     void removed(const std::string& id);
     void lost(std::string_view service, std::string_view reason);
 

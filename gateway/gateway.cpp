@@ -16,7 +16,9 @@
 
 #include "gateway_limits.h"
 #include "input_surface.h"
+#include "json_text.h"
 #include "openapi.h"
+#include "options.h"
 #include "parameters.h"
 #include "problem.h"
 #include "tracing/channel.h"
@@ -249,12 +251,12 @@ void Gateway::endpoint(Exchange& exchange, const EndpointRoute& route, const Tar
     };
     switch (form.endpoint) {
         case Endpoint::about:
-            return answer(std::string{"{\"version\":\"" HMX_VERSION "\",\"changes\":"} +
-                          (options_.allowChanges ? "true}" : "false}"));
+            return answer(
+                json::object({{"version", json::text(version())}, {"changes", options_.allowChanges ? "true" : "false"}}));
         case Endpoint::events:
             return events(exchange, target);
         case Endpoint::openapi:
-            if (openApi_.empty()) openApi_ = openApi(options_.allowChanges, HMX_VERSION);
+            if (openApi_.empty()) openApi_ = openApi(options_.allowChanges, std::string{version()});
             return answer(openApi_);
         case Endpoint::healthz:
             return answer("ok\n");

@@ -1,10 +1,11 @@
 #include "openapi.h"
 
-#include <nlohmann/json.hpp>
+#include <set>
 #include <string_view>
 
 #include "ascii.h"
 #include "hmx/client/resources.h"
+#include "json_text.h"
 #include "media_types.h"
 #include "problem.h"
 #include "router.h"
@@ -12,203 +13,223 @@
 namespace hmxgateway {
 namespace {
 
-using Json = nlohmann::ordered_json;
 using hmx::client::Description;
 using hmx::client::MemberDescription;
 using hmx::client::Resource;
+using json::array;
+using json::object;
+using json::text;
 using kelo::record::Kind;
 
-Json reference(std::string_view name) {
-    return {{"$ref", "#/components/schemas/" + std::string{name}}};
+std::string reference(std::string_view name) {
+    return object({{"$ref", text("#/components/schemas/" + std::string{name})}});
 }
 
-// Thread: one at a time.
-class Builder {
-public:
-    Json& schemas() noexcept { return schemas_; }
+std::string type(std::string_view name, std::string_view format = {}) {
+    return object({{"type", text(name)}, {"format", format.empty() ? "" : text(format)}});
+}
 
-    Json schemaOf(const MemberDescription& member) {
-        Json one = schemaOfOne(member);
-        return member.isArray ? Json{{"type", "array"}, {"items", std::move(one)}} : one;
+// Collects the schemas of what is referred to. Thread: one at a time.
+class Schemas {
+public:
+    std::string of(const MemberDescription& member) {
+        std::string one = ofOne(member);
+        return member.isArray ? object({{"type", text("array")}, {"items", std::move(one)}}) : one;
     }
 
-    Json recordReference(const Description& record) {
-        const std::string name{record.name};
-        if (!schemas_.contains(name)) {
-            schemas_[name] = Json::object();  // so that it is not begun again below
-            Json properties = Json::object();
-            Json required = Json::array();
+    std::string of(const Description& record) {
+        if (made_.insert(record.name).second) {
+            std::string properties{"{}"};
+            std::vector<std::string> required;
             for (const MemberDescription& member : record.members) {
-                properties[std::string{member.key}] = schemaOf(member);
-                if (member.isRequired) required.push_back(member.key);
+                json::append(properties, member.key, of(member));
+                if (member.isRequired) required.push_back(text(member.key));
             }
-            Json schema{{"type", "object"}, {"properties", std::move(properties)}};
-            if (!required.empty()) schema["required"] = std::move(required);
-            schemas_[name] = std::move(schema);
+            json::append(text_, record.name,
+                         object({{"type", text("object")},
+                                 {"properties", std::move(properties)},
+                                 {"required", required.empty() ? "" : array(required)}}));
         }
         return reference(record.name);
     }
 
-private:
-    Json schemaOfOne(const MemberDescription& member) {
-        switch (member.kind) {
-            case Kind::integer:
-                return {{"type", "integer"}, {"format", "int32"}};
-            case Kind::boolean:
-                return {{"type", "boolean"}};
-            case Kind::floating:
-                return {{"type", "number"}};
-            case Kind::string:
-                return {{"type", "string"}};
-            case Kind::uuid:
-                return {{"type", "string"}, {"format", "uuid"}};
-            case Kind::url:
-                return {{"type", "string"}, {"format", "uri-reference"}};
-            case Kind::enumeration:
-                return {{"type", "string"}, {"enum", member.enumValues}};
-            case Kind::record:
-                return recordReference(member.nested());
-        }
-        return Json::object();
+    std::string end() && {
+        const std::string sent = object({{"type", text("string")}, {"enum", array({text("no"), text("unknown")})}});
+        const std::string members = object({{"type", type("string")},
+                                            {"title", type("string")},
+                                            {"status", type("integer")},
+                                            {"detail", type("string")},
+                                            {"sent", sent}});
+        json::append(text_, "Problem",
+                     object({{"type", text("object")}, {"description", text("RFC 9457")}, {"properties", members}}));
+        return std::move(text_);
     }
 
-    Json schemas_ = Json::object();
+private:
+    std::string ofOne(const MemberDescription& member) {
+        switch (member.kind) {
+            case Kind::integer:
+                return type("integer", "int32");
+            case Kind::boolean:
+                return type("boolean");
+            case Kind::floating:
+                return type("number");
+            case Kind::string:
+                return type("string");
+            case Kind::uuid:
+                return type("string", "uuid");
+            case Kind::url:
+                return type("string", "uri-reference");
+            case Kind::enumeration: {
+                std::vector<std::string> names;
+                for (const std::string_view name : member.enumValues) names.push_back(text(name));
+                return object({{"type", text("string")}, {"enum", array(names)}});
+            }
+            case Kind::record:
+                return of(member.nested());
+        }
+        return "{}";
+    }
+
+    std::string text_{"{}"};
+    std::set<std::string_view> made_;
 };
 
-Json problems() {
-    return {{"description", "Refused, with the reason"}, {"content", {{problemType, {{"schema", reference("Problem")}}}}}};
+std::string problems() {
+    const std::string content = object({{problemType, object({{"schema", reference("Problem")}})}});
+    return object({{"description", text("Refused, with the reason")}, {"content", content}});
 }
 
 // The same document in each encoding, and as an event stream.
-Json answerContent(const Json& schema) {
-    Json content = Json::object();
-    for (const MediaType& type : answerTypes()) {
-        const bool isStream = type.mimeType.empty();
-        content[std::string{type.name}] = {{"schema", isStream ? Json{{"type", "string"}} : schema}};
+std::string documentAnswer(std::string_view description, const std::string& schema) {
+    std::string content{"{}"};
+    for (const MediaType& each : answerTypes()) {
+        json::append(content, each.name, object({{"schema", each.mimeType.empty() ? type("string") : schema}}));
     }
-    return content;
+    return object({{"description", text(description)}, {"content", content}});
 }
 
-Json parameterIn(std::string_view where, std::string_view name, Json schema, std::string_view description) {
-    Json parameter{{"name", name}, {"in", where}, {"schema", std::move(schema)}};
-    if (where == "path") parameter["required"] = true;
-    if (!description.empty()) parameter["description"] = description;
-    return parameter;
+std::string parameter(std::string_view where, std::string_view name, std::string schema, std::string_view description = {}) {
+    return object({{"name", text(name)},
+                   {"in", text(where)},
+                   {"required", where == "path" ? "true" : ""},
+                   {"schema", std::move(schema)},
+                   {"description", description.empty() ? "" : text(description)},
+                   {"explode", name == "fields" ? "false" : ""}});
 }
 
-Json queryParameters(Builder& builder, const Resource& resource, bool element) {
-    Json parameters = Json::array();
+std::string queryParameters(Schemas& schemas, const Resource& resource, bool element) {
+    std::vector<std::string> parameters;
     for (const MemberDescription& member : parametersOf(resource)) {
-        if (member.kind == Kind::record || (member.isArray && member.key != "fields")) continue;
-        if (element && member.key != "fields") continue;
-        Json parameter = parameterIn("query", member.key, builder.schemaOf(member), "");
-        if (member.isArray) parameter["style"] = "form", parameter["explode"] = false;
-        parameters.push_back(std::move(parameter));
+        const bool isFields = member.key == "fields";
+        if (member.kind == Kind::record || (member.isArray && !isFields) || (element && !isFields)) continue;
+        parameters.push_back(parameter("query", member.key, schemas.of(member)));
     }
-    return parameters;
+    return array(parameters);
 }
 
-Json listSchema(const Resource& resource) {
-    return {{"type", "object"},
-            {"properties",
-             {{"previous", {{"type", "object"}}},
-              {"next", {{"type", "object"}}},
-              {"total", {{"type", "integer"}}},
-              {"totalPages", {{"type", "integer"}}},
-              {"offset", {{"type", "integer"}}},
-              {"offsetId", {{"type", "string"}, {"format", "uuid"}}},
-              {"data", {{"type", "array"}, {"items", reference(resource.element().name)}}}}},
-            {"required", {"total", "totalPages", "data"}}};
+std::string listSchema(const Resource& resource) {
+    const std::string data = object({{"type", text("array")}, {"items", reference(resource.element().name)}});
+    const std::string properties = object({{"previous", type("object")},
+                                           {"next", type("object")},
+                                           {"total", type("integer")},
+                                           {"totalPages", type("integer")},
+                                           {"offset", type("integer")},
+                                           {"offsetId", type("string", "uuid")},
+                                           {"data", data}});
+    const std::string required = array({text("total"), text("totalPages"), text("data")});
+    return object({{"type", text("object")}, {"properties", properties}, {"required", required}});
 }
 
-Json operation(Builder& builder, const Resource& resource, const Method& method, bool element) {
+std::string operation(Schemas& schemas, const Resource& resource, const Method& method, bool element) {
     const kelo::hmx::Route& found = *findRoute(resource, method.command, element);
-    Json made{{"operationId", std::string{found.operation} + (method.name == "PUT" ? "Whole" : "")}, {"tags", {resource.name}}};
-    Json answers = Json::object();
+    std::string answers{"{}"};
+    std::string parameters;
     if (method.command == kelo::commands::retrieve) {
-        made["parameters"] = queryParameters(builder, resource, element);
-        const Json schema = element ? builder.recordReference(resource.element()) : listSchema(resource);
-        answers["200"] = {{"description", "The document as the bridge sends it; as an event stream, its state and every change"},
-                          {"content", answerContent(schema)}};
-        answers["304"] = {{"description", "Not modified"}};
+        parameters = queryParameters(schemas, resource, element);
+        const std::string schema = element ? schemas.of(resource.element()) : listSchema(resource);
+        json::append(
+            answers, "200",
+            documentAnswer("The document as the bridge sends it; as an event stream, its state and every change", schema));
+        json::append(answers, "304", object({{"description", text("Not modified")}}));
     } else {
-        const char* status = method.command == kelo::commands::insert   ? "201"
-                             : method.command == kelo::commands::remove ? "204"
-                                                                        : "200";
-        answers[status] = {{"description", "Done"}};
+        const bool isInsert = method.command == kelo::commands::insert;
+        const bool isRemoval = method.command == kelo::commands::remove;
+        json::append(answers, isInsert ? "201" : isRemoval ? "204" : "200", object({{"description", text("Done")}}));
     }
+    json::append(answers, "default", problems());
+    std::string body;
     if (found.body != nullptr) {
-        made["requestBody"] = {{"required", true},
-                               {"content", {{"application/json", {{"schema", builder.recordReference(found.body())}}}}}};
+        const std::string content = object({{"application/json", object({{"schema", schemas.of(found.body())}})}});
+        body = object({{"required", "true"}, {"content", content}});
     }
-    answers["default"] = problems();
-    made["responses"] = std::move(answers);
-    return made;
+    return object({{"operationId", text(std::string{found.operation} + (method.name == "PUT" ? "Whole" : ""))},
+                   {"tags", array({text(resource.name)})},
+                   {"parameters", std::move(parameters)},
+                   {"requestBody", std::move(body)},
+                   {"responses", std::move(answers)}});
 }
 
-void addResource(Builder& builder, Json& paths, const Resource& resource, bool changes) {
-    (void)builder.recordReference(resource.element());
+void addResource(Schemas& schemas, std::string& paths, const Resource& resource, bool changes) {
+    (void)schemas.of(resource.element());
     for (const bool element : {false, true}) {
-        Json operations = Json::object();
+        std::string operations{"{}"};
         for (const Method& method : methods()) {
-            if (method.command != kelo::commands::retrieve && !changes) continue;
-            if (takes(resource, method, element))
-                operations[lowered(method.name)] = operation(builder, resource, method, element);
+            if (!takes(resource, method, element) || (method.command != kelo::commands::retrieve && !changes)) continue;
+            json::append(operations, lowered(method.name), operation(schemas, resource, method, element));
         }
-        if (operations.empty()) continue;
+        if (operations == "{}") continue;
         if (element) {
-            const std::string description = "A UUID, or a name of the form " + std::string{resource.nameForm};
-            operations["parameters"] = Json::array({parameterIn("path", "element", {{"type", "string"}}, description)});
+            const std::string form = "A UUID, or a name of the form " + std::string{resource.nameForm};
+            json::append(operations, "parameters", array({parameter("path", "element", type("string"), form)}));
         }
-        paths["/hmx" + std::string{resource.path} + (element ? "/{element}" : "")] = std::move(operations);
+        json::append(paths, "/hmx" + std::string{resource.path} + (element ? "/{element}" : ""), operations);
     }
 }
 
-Json endpointOperation(const EndpointForm& form) {
-    Json made{{"operationId", form.name == "openapi.json" ? "openapi" : std::string{form.name}}, {"summary", form.summary}};
+std::string surfacePath() {
+    const std::string answers =
+        object({{"200", documentAnswer("The surface; as an event stream, its state and every change", type("object"))},
+                {"default", problems()}});
+    const std::string get =
+        object({{"operationId", text("retrieveInputSurface")},
+                {"summary", text("The touch surface of a display")},
+                {"description", text("Not part of /hmx: read from the input manager itself, as the header X-Source says.")},
+                {"responses", answers}});
+    return object({{"parameters", array({parameter("path", "display", type("string"), "A display's name")})}, {"get", get}});
+}
+
+std::string endpointPath(const EndpointForm& form) {
+    std::string parameters;
     if (form.endpoint == Endpoint::events) {
-        const Json watches{{"type", "array"}, {"items", {{"type", "string"}}}};
-        Json watch = parameterIn("query", "watch", watches, "A path to watch, percent-encoded; may be repeated");
-        watch["required"] = true;
-        made["parameters"] = Json::array({std::move(watch)});
+        const std::string schema = object({{"type", text("array")}, {"items", type("string")}});
+        std::string watch = parameter("query", "watch", schema, "A path to watch, percent-encoded; may be repeated");
+        json::append(watch, "required", "true");
+        parameters = array({watch});
     }
-    const std::string type{form.mediaType.substr(0, form.mediaType.find(';'))};
-    made["responses"] = {{"200", {{"description", form.summary}, {"content", {{type, Json::object()}}}}},
-                         {"default", problems()}};
-    return made;
+    const std::string content = object({{form.mediaType.substr(0, form.mediaType.find(';')), "{}"}});
+    const std::string answers =
+        object({{"200", object({{"description", text(form.summary)}, {"content", content}})}, {"default", problems()}});
+    return object({{"get", object({{"operationId", text(form.name.substr(0, form.name.find('.')))},
+                                   {"summary", text(form.summary)},
+                                   {"parameters", std::move(parameters)},
+                                   {"responses", answers}})}});
 }
 
 }  // namespace
 
 std::string openApi(bool changes, const std::string& version) {
-    Builder builder;
-    builder.schemas()["Problem"] = {{"type", "object"},
-                                    {"description", "RFC 9457"},
-                                    {"properties",
-                                     {{"type", {{"type", "string"}}},
-                                      {"title", {{"type", "string"}}},
-                                      {"status", {{"type", "integer"}}},
-                                      {"detail", {{"type", "string"}}},
-                                      {"sent", {{"type", "string"}, {"enum", {"no", "unknown"}}}}}}};
-    Json paths = Json::object();
-    for (const Resource& resource : hmx::client::resources()) addResource(builder, paths, resource, changes);
-    paths["/input/{display}"] = {
-        {"parameters", Json::array({parameterIn("path", "display", {{"type", "string"}}, "A display's name")})},
-        {"get",
-         {{"operationId", "retrieveInputSurface"},
-          {"summary", "The touch surface of a display"},
-          {"description", "Not part of /hmx: read from the input manager itself, as the header X-Source says."},
-          {"responses",
-           {{"200",
-             {{"description", "The surface; as an event stream, its state and every change"},
-              {"content", answerContent({{"type", "object"}})}}},
-            {"default", problems()}}}}}};
-    for (const EndpointForm& form : endpoints()) paths["/" + std::string{form.name}] = {{"get", endpointOperation(form)}};
-    const Json document{{"openapi", "3.1.0"},
-                        {"info", {{"title", "hmxgateway"}, {"version", version}, {"summary", "/hmx over HTTP"}}},
-                        {"paths", std::move(paths)},
-                        {"components", {{"schemas", std::move(builder.schemas())}}}};
-    return document.dump(2);
+    Schemas schemas;
+    std::string paths{"{}"};
+    for (const Resource& resource : hmx::client::resources()) addResource(schemas, paths, resource, changes);
+    json::append(paths, "/input/{display}", surfacePath());
+    for (const EndpointForm& form : endpoints()) json::append(paths, "/" + std::string{form.name}, endpointPath(form));
+    const std::string info =
+        object({{"title", text("hmxgateway")}, {"version", text(version)}, {"summary", text("/hmx over HTTP")}});
+    return object({{"openapi", text("3.1.0")},
+                   {"info", info},
+                   {"paths", std::move(paths)},
+                   {"components", object({{"schemas", std::move(schemas).end()}})}});
 }
 
 }  // namespace hmxgateway

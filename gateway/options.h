@@ -4,6 +4,7 @@
 #include <iosfwd>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace hmxgateway {
@@ -21,8 +22,10 @@ struct Options {
 };
 
 // The exit status if the process is to end now: help was asked for, or the words are wrong.
-[[nodiscard]] std::optional<int> readCommandLine(int argc, const char* const* argv, Options& options, std::ostream& out,
+[[nodiscard]] std::optional<int> readCommandLine(int argc, char* const* argv, Options& options, std::ostream& out,
                                                  std::ostream& err);
+
+[[nodiscard]] std::string_view version() noexcept;
 
 // Exit codes, as hmxctl has them.
 inline constexpr int exitOk = 0;

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <array>
-#include <nlohmann/json.hpp>
 #include <utility>
+
+#include "json_text.h"
 
 namespace hmxgateway {
 namespace {
@@ -40,10 +41,11 @@ std::string_view titleOf(int status) noexcept {
 }
 
 std::string problemDocument(int status, std::string_view detail, std::string_view sent) {
-    using Json = nlohmann::ordered_json;
-    Json document{{"type", "about:blank"}, {"title", titleOf(status)}, {"status", status}, {"detail", detail}};
-    if (!sent.empty()) document["sent"] = sent;
-    return document.dump(-1, ' ', false, Json::error_handler_t::replace);
+    return json::object({{"type", "\"about:blank\""},
+                         {"title", json::text(titleOf(status))},
+                         {"status", std::to_string(status)},
+                         {"detail", json::text(detail)},
+                         {"sent", sent.empty() ? "" : json::text(sent)}});
 }
 
 Answer problem(int status, std::string_view detail, std::string_view sent) {

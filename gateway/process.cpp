@@ -1,0 +1,107 @@
+#include "process.h"
+
+#include <sys/epoll.h>
+#include <sys/resource.h>
+#include <sys/signalfd.h>
+
+#include <csignal>
+#include <exception>
+#include <filesystem>
+#include <iostream>
+
+#include "event_loop.h"
+#include "gateway.h"
+#include "hmx/client/client.h"
+#include "listening.h"
+#include "options.h"
+#include "osal/osal.h"
+#include "page.h"
+#include "util/util.h"
+
+namespace hmxgateway {
+namespace {
+
+constexpr const char* name = "hmxgateway";
+
+// Each connection takes a descriptor, and the usual limit is smaller than ours.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
+    limit.rlim_cur = limit.rlim_max;
+    (void)::setrlimit(RLIMIT_NOFILE, &limit);
+}
+
+// Before any thread is there, so that all of them leave the signals to the loop.
+Descriptor takeSignals() {
+    sigset_t ending;
+    sigemptyset(&ending);
+    sigaddset(&ending, SIGINT);
+    sigaddset(&ending, SIGTERM);
+    (void)::pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+    (void)std::signal(SIGPIPE, SIG_IGN);
+    return Descriptor{::signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK)};
+}
+
+GatewayOptions gatewayOptions(const Options& options, const Listening& listening) {
+    GatewayOptions made;
+    made.allowChanges = options.allowChanges;
+    made.admission.hosts = options.hosts;
+    made.admission.origins = options.origins;
+    made.admission.anyHost = listening.isUnix();
+    if (!listening.isUnix()) made.admission.hosts.push_back(listening.host());
+    if (!options.tokenFile.empty()) made.admission.token = readToken(options.tokenFile);
+    if (made.admission.token.empty() && !listening.isLocal()) {
+        throw StartFailure{exitUsage,
+                           "--listen " + options.listen +
+                               " can be reached from other machines: that needs --token-file, with a secret that every "
+                               "request brings"};
+    }
+    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+    const std::string page = options.page.empty() ? usualPage(program) : options.page;
+    if (!page.empty()) made.page = Page{page};
+    return made;
+}
+
+int serve(const Options& options) {
+    const Descriptor signals = takeSignals();
+    raiseDescriptorLimit();
+    Listening listening{options.listen};
+    GatewayOptions made = gatewayOptions(options, listening);
+    const bool hasPage = made.page.size() > 0;
+
+    hmx::client::ClientOptions access;
+    access.domain.applicationName = name;
+    access.domain.domain = options.domain;
+    access.domain.runtimeDirectory = options.runtimeDirectory;
+    access.style.patient = false;  // an HTTP client is told at once, and decides itself whether to ask again
+    access.appearance = std::chrono::milliseconds{100};
+    hmx::client::Client client{access};
+
+    EventLoop loop;
+    loop.watch(signals.get(), EPOLLIN, [&] { loop.stop(); });
+    Gateway gateway{loop, client, std::move(made), listening.takeSocket()};
+    std::cout << name << ": " << listening.url() << std::endl;
+    if (!hasPage) std::cerr << name << ": the inspector's page is not there; only the API is served\n";
+    loop.run();
+    return exitOk;
+}
+
+}  // namespace
+
+int runProcess(int argc, char** argv) {
+    const osal::Osal osal{true, true};
+    const auto utilities = util::Util::init(name, true, false, true, false);
+    Options options;
+    if (const auto status = readCommandLine(argc, argv, options, std::cout, std::cerr)) return *status;
+    try {
+        return serve(options);
+    } catch (const StartFailure& failure) {
+        std::cerr << name << ": " << failure.what() << std::endl;
+        return failure.exitCode();
+    } catch (const std::exception& error) {
+        std::cerr << name << ": " << error.what() << std::endl;
+        return exitUnexpected;
+    }
+}
+
+}  // namespace hmxgateway
