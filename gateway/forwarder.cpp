@@ -12,6 +12,7 @@
 #include "hmx/client/elements.h"
 #include "input_surface.h"
 #include "page.h"
+#include "parameters.h"
 #include "problem.h"
 #include "util/text.h"
 
@@ -174,21 +175,20 @@ void Forwarder::start(Task task, std::function<void(hmx::client::Outcome<Reply>)
     });
 }
 
-void Forwarder::gather(Exchange& exchange, const MediaType& type, std::function<Task()> ask, std::string_view source) {
-    std::string key{exchange.target()};
-    key.append("\n").append(type.name).append("\n").append(exchange.allowedOrigin);
-    const auto found = gathered_.find(key);
+template <class Ask>
+void Forwarder::gather(Exchange& exchange, const MediaType& type, std::string_view source, Ask ask) {
+    key_.assign(exchange.target()).append("\n").append(type.name).append("\n").append(exchange.allowedOrigin);
+    const auto found = gathered_.find(key_);
     if (found != gathered_.end()) return found->second.exchanges.push_back(&exchange);
     if (isFull(exchange)) return;
-    gathered_.emplace(std::move(key), Shared{std::move(ask), type.name, {&exchange}, source});
+    gathered_.emplace(key_, Shared{ask(), type.name, {&exchange}, source});
 }
 
 void Forwarder::flush() {
     while (!gathered_.empty()) {
         Shared shared = std::move(gathered_.extract(gathered_.begin()).mapped());
-        Task task = shared.ask();
-        start(std::move(task), [shared = std::move(shared)](hmx::client::Outcome<Reply> outcome) {
-            const std::vector<Exchange*>& exchanges = shared.exchanges;
+        start(std::move(shared.task), [exchanges = std::move(shared.exchanges), type = shared.mediaType,
+                                       source = shared.source](hmx::client::Outcome<Reply> outcome) {
             const std::string_view origin = exchanges.front()->allowedOrigin;
             if (!outcome) {
                 const Answer failed = withOrigin(problem(outcome.error()), origin);
@@ -203,8 +203,8 @@ void Forwarder::flush() {
                 const bool isKnown = namesTag(exchange->header("If-None-Match"), tag);
                 std::optional<Answer>& answer = isKnown ? unchanged : whole;
                 if (!answer) {
-                    answer = withOrigin(isKnown ? notModified(reply) : answerTo(reply, shared.mediaType), origin);
-                    if (!shared.source.empty()) answer->with(sourceHeader, shared.source);
+                    answer = withOrigin(isKnown ? notModified(reply) : answerTo(reply, type), origin);
+                    if (!source.empty()) answer->with(sourceHeader, source);
                 }
                 exchange->answer(*answer);
             }
@@ -212,16 +212,16 @@ void Forwarder::flush() {
     }
 }
 
-void Forwarder::retrieve(Exchange& exchange, const ResourceRoute& route, Json parameters, const MediaType& type) {
-    gather(exchange, type,
-           [this, resource = route.resource, element = route.element, parameters = std::move(parameters),
-            mimeType = type.mimeType] { return askFor(client_, *resource, element, parameters, mimeType); });
+void Forwarder::retrieve(Exchange& exchange, const ResourceRoute& route, const Target& target, const MediaType& type) {
+    gather(exchange, type, "", [&] {
+        const Asked asked = route.element.empty() ? Asked::list : Asked::element;
+        return askFor(client_, *route.resource, route.element, parametersFrom(target.query, *route.resource, asked),
+                      type.mimeType);
+    });
 }
 
 void Forwarder::surface(Exchange& exchange, const std::string& display, const MediaType& type) {
-    gather(
-        exchange, type, [this, display, mimeType = type.mimeType] { return readSurface(client_, display, mimeType); },
-        surfaceSource);
+    gather(exchange, type, surfaceSource, [&] { return readSurface(client_, display, type.mimeType); });
 }
 
 void Forwarder::change(Exchange& exchange, const ResourceRoute& route) {

@@ -26,7 +26,8 @@ public:
     ~Forwarder();
 
     // Each answers the exchange, now or later. Retrieves that are alike and come in the same turn are one for the bridge.
-    void retrieve(Exchange& exchange, const ResourceRoute& route, Json parameters, const MediaType& type);
+    // Errors of the first: hmx::client::Error, invalid, for parameters that the resource does not take.
+    void retrieve(Exchange& exchange, const ResourceRoute& route, const Target& target, const MediaType& type);
     void surface(Exchange& exchange, const std::string& display, const MediaType& type);
     void change(Exchange& exchange, const ResourceRoute& route);
     // The bridge's document about its process; null when it does not answer. `done` answers the exchange.
@@ -38,18 +39,20 @@ public:
 private:
     using Task = hmx::client::Task<hmx::client::Answer>;
     struct Shared {
-        std::function<Task()> ask;
+        Task task;
         std::string_view mediaType;
         std::vector<Exchange*> exchanges;
         std::string_view source;  // that the answer names; "" for /hmx
     };
 
-    void gather(Exchange& exchange, const MediaType& type, std::function<Task()> ask, std::string_view source = {});
+    template <class Ask>
+    void gather(Exchange& exchange, const MediaType& type, std::string_view source, Ask ask);
     void start(Task task, std::function<void(hmx::client::Outcome<hmx::client::Answer>)> done);
     bool isFull(Exchange& exchange) const;
 
     hmx::client::Client& client_;
     std::map<std::string, Shared, std::less<>> gathered_;
+    std::string key_;  // of the request that is being gathered
     std::list<hmx::client::Operation> operations_;
 };
 

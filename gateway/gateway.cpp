@@ -19,7 +19,6 @@
 #include "json_text.h"
 #include "openapi.h"
 #include "options.h"
-#include "parameters.h"
 #include "problem.h"
 #include "tracing/channel.h"
 #include "util/text.h"
@@ -34,6 +33,12 @@ constexpr std::string_view contentSecurityPolicy{
     "default-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"};
 
 constexpr std::string_view surfaceSubject{"input"};
+
+// What the headers have said: found out when they came, and used when the whole request is there. Thread: the gateway's.
+struct Plan {
+    Target target;
+    Route route;
+};
 
 // Tells the event ids of this process from those of one before it.
 std::string newGeneration() {
@@ -76,11 +81,11 @@ Gateway::Gateway(EventLoop& loop, hmx::client::Client& client, GatewayOptions op
                     if (hub_.viewers() > 0) comments_.set(EventLoop::Clock::now() + limits.comment);
                 }},
       expiry_{loop, [this] { expiry_.set(hub_.expire(EventLoop::Clock::now())); }},
-      dispatches_{loop, [] {}} {
+      dispatches_{loop, [this] { hasNews_ = true; }} {
     hub_.onUnwatched = [this] {
         if (!expiry_.at()) expiry_.set(EventLoop::Clock::now() + limits.linger);
     };
-    loop_.watch(client_.descriptor(), EPOLLIN, [] {});
+    loop_.watch(client_.descriptor(), EPOLLIN, [this] { hasNews_ = true; });
     loop_.afterTurn([this] { turn(); });
 }
 
@@ -91,7 +96,7 @@ Gateway::~Gateway() {
 }
 
 void Gateway::turn() {
-    client_.dispatch();
+    if (std::exchange(hasNews_, false)) client_.dispatch();
     server_.turn();
     forwarder_.flush();
     hub_.forgetTexts();
@@ -120,10 +125,10 @@ bool Gateway::isAdmitted(Exchange& exchange, const Target& target) {
 }
 
 void Gateway::begin(Exchange& exchange) {
-    const std::optional<Target> target = parseTarget(exchange.target());
+    std::optional<Target> target = parseTarget(exchange.target());
     if (!target) return exchange.refuse(Refusal::target);
     if (!isAdmitted(exchange, *target)) return;
-    const Route found = route(exchange.method(), *target);
+    Route found = route(exchange.method(), *target);
     exchange.subject = subjectOf(found);
     if (std::holds_alternative<NoPath>(found)) return exchange.refuse(Refusal::path);
     if (const auto* method = std::get_if<NoMethod>(&found)) {
@@ -132,12 +137,12 @@ void Gateway::begin(Exchange& exchange) {
         refused(Refusal::method, answer.status());
         return exchange.answer(answer.with("Allow", method->allowed));
     }
-    if (!isChange(found)) return;
-    if (!options_.allowChanges) return exchange.refuse(Refusal::changes);
-    const auto& change = std::get<ResourceRoute>(found);
-    if (change.command != kelo::commands::remove && bodyType(exchange.header("Content-Type")).empty()) {
-        exchange.refuse(Refusal::contentType);
+    if (isChange(found)) {
+        if (!options_.allowChanges) return exchange.refuse(Refusal::changes);
+        const bool hasBody = std::get<ResourceRoute>(found).command != kelo::commands::remove;
+        if (hasBody && bodyType(exchange.header("Content-Type")).empty()) return exchange.refuse(Refusal::contentType);
     }
+    exchange.plan = std::make_shared<const Plan>(Plan{*std::move(target), std::move(found)});
 }
 
 void Gateway::preflight(Exchange& exchange, const std::string& allowed) {
@@ -152,8 +157,7 @@ void Gateway::preflight(Exchange& exchange, const std::string& allowed) {
 }
 
 void Gateway::complete(Exchange& exchange) {
-    const Target target = *parseTarget(exchange.target());
-    const Route found = route(exchange.method(), target);
+    const auto& [target, found] = *static_cast<const Plan*>(exchange.plan.get());
     if (const auto* asked = std::get_if<ResourceRoute>(&found)) return resource(exchange, *asked, target);
     if (const auto* asked = std::get_if<SurfaceRoute>(&found)) return surface(exchange, *asked);
     if (const auto* asked = std::get_if<EndpointRoute>(&found)) return endpoint(exchange, *asked, target);
@@ -162,6 +166,7 @@ void Gateway::complete(Exchange& exchange) {
 
 void Gateway::ended(Exchange& exchange) {
     metrics_.countRequest(exchange.subject, exchange.status());
+    if (!channel.isEnabled(1)) return;
     logCV(channel, 1, "%s %s: %d", std::string{exchange.method()}.c_str(), util::printable(exchange.target()).c_str(),
           exchange.status());
 }
@@ -189,8 +194,7 @@ void Gateway::resource(Exchange& exchange, const ResourceRoute& route, const Tar
             const std::optional<Watch> watched = watchFor(client_, std::string{exchange.target()});
             return watched ? watch(exchange, {*watched}, false) : exchange.refuse(Refusal::path);
         }
-        const Asked asked = route.element.empty() ? Asked::list : Asked::element;
-        forwarder_.retrieve(exchange, route, parametersFrom(target.query, *route.resource, asked), *type);
+        forwarder_.retrieve(exchange, route, target, *type);
     } catch (const hmx::client::Error& error) {
         exchange.refuse(Refusal::parameters, util::printable(error.what()));
     }

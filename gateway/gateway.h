@@ -60,6 +60,7 @@ private:
     Timer comments_;
     Timer expiry_;
     Timer dispatches_;
+    bool hasNews_ = true;  // for the client library to dispatch
 };
 
 }  // namespace hmxgateway

@@ -77,8 +77,9 @@ public:
     bool isAnswered() const noexcept { return answer_.has_value(); }
     int status() const noexcept { return answer_ ? answer_->status() : 0; }
 
-    // For the handler: what the request is about, for the metrics, and the foreign origin that may see the answer.
+    // The handler's own: what the request is about, for the metrics, and the foreign origin that may see the answer.
     std::string_view subject = "other";
+    std::shared_ptr<const void> plan;  // what the handler has made of it
     std::string_view allowedOrigin;
 
 private:
