@@ -56,6 +56,7 @@ bench: ## Measure a request's way through the bridge against a bare relay and ag
 	@cmake --preset release -DHMX_BUILD_BENCH=ON >/dev/null
 	@packaging/build.sh release $(JOBS) benchmarks
 	@python3 bench/run.py $(BUILD)
+	@python3 bench/gateway.py $(BUILD)
 
 fuzz: ## Run every fuzzer for FUZZ_SECONDS (30)
 	@packaging/setup.sh run fuzz

@@ -12,6 +12,7 @@
 #include "event_loop.h"
 #include "gateway.h"
 #include "hmx/client/client.h"
+#include "hmx/client/resources.h"
 #include "listening.h"
 #include "options.h"
 #include "osal/osal.h"
@@ -62,6 +63,15 @@ GatewayOptions gatewayOptions(const Options& options, const Listening& listening
     return made;
 }
 
+// So that the first request does not have to. Without a bridge there is nothing to wait for.
+void findBridge(hmx::client::Client& client) {
+    try {
+        (void)client.run(
+            client.domain().attach(std::string{hmx::client::hmxService}, hmx::client::Deadline{std::chrono::seconds{2}}));
+    } catch (const hmx::client::Error&) {  // whoever asks is told
+    }
+}
+
 int serve(const Options& options) {
     const Descriptor signals = takeSignals();
     raiseDescriptorLimit();
@@ -74,8 +84,10 @@ int serve(const Options& options) {
     access.domain.domain = options.domain;
     access.domain.runtimeDirectory = options.runtimeDirectory;
     access.style.patient = false;  // an HTTP client is told at once, and decides itself whether to ask again
-    access.appearance = std::chrono::milliseconds{100};
+    access.appearance = std::chrono::milliseconds{250};
+    access.domain.patient = false;
     hmx::client::Client client{access};
+    findBridge(client);
 
     EventLoop loop;
     loop.watch(signals.get(), EPOLLIN, [&] { loop.stop(); });
