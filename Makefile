@@ -16,7 +16,7 @@ ifneq ($(filter-out address thread,$(SANITIZE)),)
 $(error SANITIZE is '$(SANITIZE)'; it takes address or thread)
 endif
 
-.PHONY: help setup build run test campaign coverage lint bench fuzz install clean
+.PHONY: help setup build inspector run test campaign coverage lint bench fuzz install clean
 
 help: ## Show this list
 	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-9s %s\n' "$$name" "$$text"; done
@@ -27,6 +27,10 @@ setup: ## Install the Debian packages that building and testing need, as root or
 build: ## Build the programs into build/release/bin
 	@packaging/setup.sh run
 	@packaging/build.sh $(PRESET) $(JOBS) programs
+
+inspector: ## Build the page that the gateway serves into inspector/dist
+	@packaging/setup.sh inspector
+	@packaging/inspector.sh build
 
 run: build ## Start the simulator, the bridge and the gateway, show a cockpit's resources, run until interrupted
 	@packaging/run.sh $(BUILD)/bin
@@ -69,4 +73,4 @@ install: build ## Install programs, samples and documents below PREFIX (/usr/loc
 	@echo "installed below $(PREFIX)"
 
 clean: ## Remove all that was built
-	@rm -rf build .cache
+	@rm -rf build .cache inspector/dist inspector/node_modules

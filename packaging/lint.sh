@@ -19,6 +19,7 @@ printf '%s\0' "${sources[@]}" | xargs -0 -n 16 -P "$jobs" clang-format --dry-run
 shellcheck "${scripts[@]}" || failed=1
 mypy --strict --no-error-summary --cache-dir=/dev/null "${typed[@]}" || failed=1
 python3 packaging/house_rules.py "${sources[@]}" || failed=1
+packaging/inspector.sh check || failed=1
 python3 packaging/tidy.py "$build" "$jobs" "${sources[@]}" || failed=1
 [ "$failed" -eq 0 ] && echo "lint: ${#sources[@]} sources and ${#scripts[@]} scripts are clean"
 exit "$failed"

@@ -5,8 +5,10 @@ cd "$(dirname "$0")"
 
 sets=$(IFS='|'; echo "${*:-run|test}")
 mapfile -t wanted < <(awk -v sets="$sets" '!/^#/ && ("," $2 ",") ~ ",(" sets ")," {print $1}' packages.txt | sort)
+# A package is also there when an installed one provides it, as some builds of nodejs do with npm.
 mapfile -t missing < <(comm -23 <(printf '%s\n' "${wanted[@]}") \
-    <(dpkg-query -W -f '${db:Status-Abbrev} ${Package}\n' "${wanted[@]}" 2>/dev/null | sed -n 's/^.i  *//p' | sort -u))
+    <(dpkg-query -W -f '${db:Status-Abbrev} ${Package}, ${Provides}\n' | sed -n 's/^.i  *//p' | tr ',' '\n' |
+        sed 's/^ *//; s/ .*//' | sort -u))
 if [ "${#missing[@]}" -eq 0 ]; then
     exit 0
 fi

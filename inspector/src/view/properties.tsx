@@ -1,0 +1,110 @@
+// The properties of what is selected: what it is, why it is not shown, its members, and what can be done with it.
+
+import { breakable, type Document, isDocument, shown } from '../model/documents';
+import { detailOf, markOf } from '../model/outline';
+import { stateMarks, stateWords } from '../model/popup_state';
+import type { Item, ScenePopup } from '../model/scene';
+import { why } from '../model/why';
+import * as store from '../store';
+import { PopupActions, RegionActions } from './editing';
+
+function flattened(document: Document, path = ''): [string, unknown][] {
+    return Object.entries(document).flatMap(([member, value]): [string, unknown][] => {
+        const name = path === '' ? member : `${path}.${member}`;
+        const simple = !isDocument(value) || Object.keys(value).every((key) => key === 'width' || key === 'height');
+        return simple ? [[name, value]] : flattened(value, name);
+    });
+}
+
+function Why({ popup }: { popup: ScenePopup }) {
+    const reasons = why(store.scene.value, popup);
+    return (
+        <div class={`why ${popup.state}`}>
+            <p class="state">
+                {stateMarks[popup.state]} {stateWords[popup.state]}
+            </p>
+            {reasons.map(({ words, rival }) => (
+                <p key={words}>
+                    {words}{' '}
+                    {rival && (
+                        <button class="link" onClick={() => (store.selected.value = rival.address)}>
+                            Show {rival.label}
+                        </button>
+                    )}
+                </p>
+            ))}
+        </div>
+    );
+}
+
+const kindNames: Record<Item['kind'], string> = {
+    display: 'Display',
+    layer: 'Layer',
+    popup: 'Popup',
+    region: 'Touch region',
+    displayable: 'Displayable',
+};
+
+function sourceOf(item: Item): string {
+    if (item.kind === 'region') return `As the input manager of ${item.display} reports it; not part of /hmx.`;
+    return item.kind === 'layer' ? `Of the layer configuration of ${item.display}.` : '';
+}
+
+function Members({ item }: { item: Item }) {
+    const members =
+        item.kind === 'layer' ? { ...item.document, popups: item.popups.length, regions: item.regions.length } : item.document;
+    return (
+        <table class="members">
+            <tbody>
+                {flattened(members).map(([name, value]) => (
+                    <tr key={name}>
+                        <th scope="row">{name}</th>
+                        <td>{shown(value)}</td>
+                    </tr>
+                ))}
+            </tbody>
+        </table>
+    );
+}
+
+function copyLink(): void {
+    const link = new URL(store.linkHere(), location.href).href;
+    navigator.clipboard.writeText(link).then(
+        () => store.tell('The link is on the clipboard.', false),
+        () => store.tell(`The browser does not give access to the clipboard. The link: ${link}`, true),
+    );
+}
+
+export function Properties() {
+    const address = store.selected.value;
+    const item = store.selectedItem.value;
+    if (address === undefined) {
+        return (
+            <section class="panel properties" aria-label="Properties">
+                <h2>Properties</h2>
+                <p class="note">Select something in the picture or in the tree.</p>
+            </section>
+        );
+    }
+    const changes = store.about.value.changes && store.position.value === undefined;
+    const stale = item && store.scene.value.stale.has(item.kind);
+    return (
+        <section class={`panel properties${stale ? ' stale' : ''}`} aria-label="Properties">
+            <h2>
+                <span aria-hidden="true">{item ? markOf(item) : '?'}</span>{' '}
+                {breakable(item?.label ?? decodeURIComponent(address.split('/').at(-1) ?? ''))}
+            </h2>
+            <p class="note">
+                {item ? `${kindNames[item.kind]} · ${detailOf(item)}` : 'This is not there at the time that is shown.'}{' '}
+                <button class="link" onClick={copyLink}>
+                    Copy link
+                </button>
+            </p>
+            {item && sourceOf(item) !== '' && <p class="note">{sourceOf(item)}</p>}
+            {item?.kind === 'popup' && <Why popup={item} />}
+            {item?.kind === 'popup' && changes && <PopupActions popup={item} />}
+            {item?.kind === 'region' && changes && <RegionActions key={item.address} region={item} />}
+            {item && <Members item={item} />}
+        </section>
+    );
+}

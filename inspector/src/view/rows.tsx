@@ -1,0 +1,51 @@
+// A list of which only the rows in sight exist, so that its length costs nothing. All rows have one height.
+
+import type { ComponentChildren } from 'preact';
+import { useLayoutEffect, useRef, useState } from 'preact/hooks';
+
+export const rowHeight = 22;
+const margin = 6; // rows beyond what is in sight
+
+interface Props {
+    readonly count: number;
+    readonly row: (index: number) => ComponentChildren;
+    readonly current?: number; // kept in sight when it changes
+    readonly attributes: Record<string, unknown>;
+}
+
+export function Rows({ count, row, current, attributes }: Props) {
+    const box = useRef<HTMLDivElement>(null);
+    const [view, setView] = useState({ top: 0, height: 400 });
+    const look = (): void => {
+        const { scrollTop = 0, clientHeight = 0 } = box.current ?? {};
+        if (scrollTop !== view.top || clientHeight !== view.height) setView({ top: scrollTop, height: clientHeight });
+    };
+    useLayoutEffect(() => {
+        const element = box.current;
+        if (!element) return undefined;
+        const observer = new ResizeObserver(look);
+        observer.observe(element);
+        return () => observer.disconnect();
+    });
+    useLayoutEffect(() => {
+        const element = box.current;
+        if (!element || current === undefined || current < 0) return;
+        const top = current * rowHeight;
+        if (top < element.scrollTop) element.scrollTop = top;
+        else if (top + rowHeight > element.scrollTop + element.clientHeight)
+            element.scrollTop = top + rowHeight - element.clientHeight;
+    }, [current]);
+    const first = Math.max(Math.floor(view.top / rowHeight) - margin, 0);
+    const last = Math.min(Math.ceil((view.top + view.height) / rowHeight) + margin, count);
+    const rows: ComponentChildren[] = [];
+    for (let i = first; i < last; ++i) rows.push(row(i));
+    return (
+        <div ref={box} class="rows" onScroll={look} {...attributes}>
+            <div class="all" role="presentation" style={{ height: `${count * rowHeight}px` }}>
+                <div role="presentation" style={{ transform: `translateY(${first * rowHeight}px)` }}>
+                    {rows}
+                </div>
+            </div>
+        </div>
+    );
+}

@@ -1,0 +1,44 @@
+#!/usr/bin/env bash
+# Builds, checks or tests the page in inspector/, with what its lock file names; does nothing again that is done.
+# Usage: inspector.sh build|check|units|page [BIN_DIR]
+set -euo pipefail
+[ -z "${2:-}" ] || HMX_BIN=$(cd "$2" && pwd)
+export HMX_BIN
+cd "$(dirname "$0")/../inspector"
+kept=node_modules
+
+# True if nothing of the page is newer than the file.
+upToDate() {
+    [ -e "$1" ] && [ -z "$(find . -path ./node_modules -prune -o -path ./dist -prune -o -newer "$1" -type f -print -quit)" ]
+}
+
+command -v npm >/dev/null || { echo "inspector: npm is not installed; \`make setup\` installs it" >&2; exit 1; }
+(
+    # Tests run beside each other, but fetch only once.
+    flock 9
+    if [ ! -e "$kept/.fetched" ] || [ package-lock.json -nt "$kept/.fetched" ]; then
+        echo "inspector: fetching what the page is built with"
+        npm ci --ignore-scripts --no-audit --no-fund --loglevel=error
+        touch "$kept/.fetched"
+    fi
+) 9<package-lock.json
+
+case "$1" in
+check)
+    upToDate "$kept/.checked" || npm run --silent check
+    touch "$kept/.checked"
+    ;;
+build)
+    if ! upToDate "$kept/.built" || [ ! -e dist/index.html ]; then
+        npm run --silent check
+        npm run --silent build -- --logLevel warn
+        touch "$kept/.checked" "$kept/.built"
+    fi
+    ;;
+units) npm run --silent test ;;
+page) npm run --silent test:page ;;
+*)
+    echo "inspector: '$1' is not one of build, check, units, page" >&2
+    exit 2
+    ;;
+esac
