@@ -14,24 +14,25 @@ class Loop;
 
 namespace comm {
 
-// Work for an ActiveObject. The same event may be queued any number of times, also while it is queued already.
+// Work for an ActiveObject. The same event may be queued any number of times, even while it is already queued.
 class ActiveObjectEvent {
 public:
     virtual ~ActiveObjectEvent() = default;
-    // Thread: the worker. An exception that leaves it is logged and swallowed: the worker goes on.
+    // Thread: the worker. An exception is logged and swallowed; the worker continues.
     virtual void execute() = 0;
 };
 
-// A resource: owns its thread. Events run in the order of posting, never inside `enque`. Destroying it runs what is queued, then
-// joins the thread; events posted while it drains run too.
-// Thread: any; `runPending` on the thread that cranks.
+// A resource: owns its thread. Events run in the order in which they were posted, never inside `enque`. The destructor runs what
+// is queued, including events that are posted meanwhile, and then joins the thread. Thread: any; `runPending` on the thread that
+// cranks the worker.
 class ActiveObject {
 public:
     struct ByHand {};
 
-    // Starts a thread that the debugger knows by the last 15 characters of what makes the name unique; `name()` is the whole.
+    // Starts a thread. The kernel keeps only 15 characters of a thread's name: of a longer one, the first 15 after its last dot.
+    // `name()` returns all of it.
     explicit ActiveObject(std::string name);
-    // A worker without a thread, for tests: events run only inside `runPending`, and its thread is whichever cranks it.
+    // A worker without a thread, for tests: events run only inside `runPending`, on the thread that calls it.
     ActiveObject(std::string name, ByHand);
     ~ActiveObject();
     ActiveObject(const ActiveObject&) = delete;
@@ -40,26 +41,26 @@ public:
     // Queues the event and wakes the thread if it sleeps. An empty pointer is ignored. Does not block.
     void enque(util::SharedPtr<ActiveObjectEvent> event);
 
-    // The same for an event that waits for nobody and does not take long: if the thread sleeps and the caller is the runtime's,
-    // then that runs it, once it has read what there was to read, rather than wake the worker. It cannot tell the difference.
+    // Like `enque`, for an event that is short and does not block. If the worker sleeps and the caller is the runtime's thread,
+    // that thread runs the event itself, after it has read its input, instead of waking the worker. The event cannot tell the
+    // difference.
     void enqueBrief(util::SharedPtr<ActiveObjectEvent> event);
 
-    // Queues the event once that much time has passed; one whose time has not come when the worker ends is dropped.
-    // Thread: the worker.
+    // Queues the event after the delay. Events that are not due when the worker ends are dropped. Thread: the worker.
     void enqueAfter(std::chrono::milliseconds delay, util::SharedPtr<ActiveObjectEvent> event);
-    // Drops what waits for its time. Thread: the worker.
+    // Drops the events that are not due yet. Thread: the worker.
     void dropLater() noexcept;
 
-    // Runs what is queued, and what that queues, on the calling thread; the number of events run. ByHand only.
+    // Runs what is queued, and what that queues, on the calling thread. Returns the number of events run. ByHand only.
     std::size_t runPending();
-    // Events queued and not yet begun.
+    // Events that are queued and have not started.
     std::size_t pending() const;
 
     const std::string& name() const noexcept;
-    // Whether the calling thread is the worker or stands in for it (ByHand: is inside `runPending`).
+    // Whether the calling thread is the worker or is running its events in its place (ByHand: is inside `runPending`).
     bool isCurrentThread() const noexcept;
 
-    // The loop that the worker sleeps in: sockets that the runtime hands to it are served between events.
+    // The loop that the worker sleeps in. Between events it serves the sockets that the runtime assigns to it.
     kelo::net::Loop& loop() noexcept;
 
 private:

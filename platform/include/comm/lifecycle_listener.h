@@ -1,4 +1,4 @@
-// Hears of the coming and going of something that has a life.
+// Is told when something starts and ceases to exist.
 #pragma once
 
 namespace comm {

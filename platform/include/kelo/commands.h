@@ -9,7 +9,7 @@ enum Id : int { retrieve = 0, update = 1, remove = 2, insert = 3, unknown = 4 };
 
 // "retrieve", "update", "delete", "insert"; `unknown` for anything else. Thread: any.
 [[nodiscard]] int toId(std::string_view command) noexcept;
-// The other way round; "" for unknown and anything else.
+// The reverse; "" for `unknown` and anything else.
 [[nodiscard]] std::string_view toName(int id) noexcept;
 
 }  // namespace kelo::commands

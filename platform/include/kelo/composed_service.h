@@ -1,4 +1,4 @@
-// Resource handlers by root path: what is published under one service path.
+// Resource handlers by root path: everything that is published under one service path.
 #pragma once
 
 #include <atomic>
@@ -10,7 +10,7 @@ namespace kelo {
 
 class IResourceHandler;
 
-// Thread: any. Handlers are not owned and outlive the service.
+// Thread: any. Handlers are not owned and must outlive the service.
 class SimpleComposedKeloService {
 public:
     SimpleComposedKeloService() = default;
@@ -18,14 +18,14 @@ public:
     SimpleComposedKeloService& operator=(const SimpleComposedKeloService&) = delete;
     ~SimpleComposedKeloService();
 
-    // 0, or a non-zero result with the reason in the error store: the root path must be "/" and one part, and new. The root path
-    // "/" takes what no other takes.
+    // Returns 0, or non-zero with the reason in the error store: the root path must be "/" followed by one part, and not taken.
+    // The root path "/" gets the requests that no other root path matches.
     int registerService(std::string_view rootPath, IResourceHandler* handler);
-    // The handler whose root path is the path's first part; null when there is none.
+    // The handler whose root path is the first part of `path`; null if there is none.
     IResourceHandler* find(std::string_view path) const;
 
 private:
-    // Handlers come and never go, so the list grows at its front only, and whoever looks for one needs no lock.
+    // Handlers are never removed and are added only at the front of the list, so `find` needs no lock.
     struct Entry {
         const std::string rootPath;
         IResourceHandler* const handler;

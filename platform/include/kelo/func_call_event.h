@@ -1,4 +1,4 @@
-// An active-object event around a callable.
+// An active-object event that calls a function.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 
 namespace kelo {
 
-// Owns the callable; move-only callables are welcome. Thread: made anywhere, executed on the worker.
+// Owns the callable, which may be move-only. Thread: created on any, executed on the worker.
 template <class F>
 class FuncCallEvent final : public comm::ActiveObjectEvent {
 public:
@@ -21,7 +21,7 @@ private:
     F function_;
 };
 
-// One allocation, of the pool's, which holds event and callable together.
+// Makes event and callable in one allocation, from the pool.
 template <class F>
 [[nodiscard]] auto makeEvent(F&& function) {
     using Event = FuncCallEvent<std::decay_t<F>>;
@@ -34,14 +34,13 @@ void post(comm::ActiveObject& worker, F&& function) {
     worker.enque(makeEvent(std::forward<F>(function)));
 }
 
-// The same for a function that waits for nobody and does not take long, as the road of a request wants it: see
-// comm::ActiveObject::enqueBrief().
+// The same for a short function that does not block, as the handling of a request needs it: see comm::ActiveObject::enqueBrief().
 template <class F>
 void postBrief(comm::ActiveObject& worker, F&& function) {
     worker.enqueBrief(makeEvent(std::forward<F>(function)));
 }
 
-// Queues `function` on the worker once that much time has passed. Thread: the worker.
+// Queues `function` on the worker after the delay. Thread: the worker.
 template <class F>
 void postAfter(comm::ActiveObject& worker, std::chrono::milliseconds delay, F&& function) {
     worker.enqueAfter(delay, makeEvent(std::forward<F>(function)));

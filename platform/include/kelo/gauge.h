@@ -1,4 +1,4 @@
-// Numbers of the application's own, shown in its status beside the platform's counters.
+// The application's own figures, shown in the status next to the platform's counters.
 #pragma once
 
 #include <atomic>
@@ -8,7 +8,7 @@
 
 namespace kelo {
 
-// Of one name, a literal; several of the same name are shown as their sum. A resource: shown while it exists. Thread: any.
+// `name` is a literal; gauges of the same name are shown as their sum. A resource: shown while it exists. Thread: any.
 class Gauge {
 public:
     explicit Gauge(const char* name);
@@ -27,7 +27,7 @@ private:
     std::atomic<std::int64_t> value_{0};
 };
 
-// All gauges of the process, by name. Thread: any.
+// The values of all gauges of the process, by name. Thread: any.
 [[nodiscard]] std::map<std::string_view, std::int64_t> readGauges();
 
 }  // namespace kelo

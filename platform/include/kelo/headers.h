@@ -1,4 +1,4 @@
-// Header keys, and the helpers that fill them in.
+// Header keys, and helpers that set them.
 #pragma once
 
 #include <string>
@@ -12,11 +12,11 @@ class Request;
 class Response;
 class RequestInfo;
 
-// Headers beyond those that requests and responses have members for: few, in order of arrival, keys unique. Thread: one at a time
-// (a value).
+// Headers for which requests and responses have no member of their own. Few; in order of arrival; keys are unique. Thread: one at
+// a time (a value).
 class HeaderMap {
 public:
-    // Null when absent.
+    // Null if absent.
     const std::string* find(std::string_view key) const noexcept;
     void set(std::string_view key, std::string_view value);
     void clear() noexcept { entries_.clear(); }
@@ -38,11 +38,11 @@ inline constexpr std::string_view authToken = "$auth-token";
 inline constexpr std::string_view mimeType = "$mime-type";
 inline constexpr std::string_view status = "$status";
 
-// Names the service that is asked and the client that asks, for whoever reads a trace.
+// Names the service that is asked and the client that asks, for readers of a trace.
 void appendTracingInfo(Request& request, std::string_view service, std::string_view client);
-// Adds this process's token. Informative: who somebody is, a provider learns from the kernel.
+// Adds this process's token. It is informative only: a provider learns from the kernel who a client is.
 void appendAuthInfo(Request& request);
-// Lets the answer name the client that it is for.
+// Puts the request's client id into the response.
 void appendRequestInfo(const RequestInfo& info, Response& response);
 
 }  // namespace headers

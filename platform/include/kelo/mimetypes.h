@@ -14,12 +14,12 @@ inline constexpr std::string_view applicationOctetStream = "application/octet-st
 inline constexpr std::string_view applicationMsgpack = "application/vnd.msgpack";
 inline constexpr std::string_view applicationIxobin = "application/vnd.ixobin";
 
-// The id of a mime type's name: names compare without case, and parameters (";charset=…") and blanks around are ignored.
-// `unknown` for any other. Thread: any.
+// The id of a mime type. Names are compared without case; parameters (";charset=…") and surrounding blanks are ignored. `unknown`
+// for any other name. Thread: any.
 [[nodiscard]] MimeTypeID typename2id(std::string_view name) noexcept;
 // The name of an id; "" for unknown.
 [[nodiscard]] std::string_view id2typename(MimeTypeID id) noexcept;
-// Whether a structured serialiser exists for it: JSON, msgpack and the binary form.
+// Whether there is a structured serialiser for it: JSON, msgpack and the binary form.
 [[nodiscard]] bool isStructured(MimeTypeID id) noexcept;
 
 }  // namespace kelo::mimetypes

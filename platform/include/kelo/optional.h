@@ -1,5 +1,5 @@
-// The optional of every record member. The library-fundamentals type is kept because the text of its exception on reading an
-// empty one, "Attempt to access value of a disengaged optional object", is one that the system promises.
+// The optional type of all record members. It is the one of the library fundamentals TS because the text of its exception on
+// reading an empty one, "Attempt to access value of a disengaged optional object", is part of the system's interface.
 #pragma once
 
 #include <experimental/optional>

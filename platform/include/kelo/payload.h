@@ -13,7 +13,7 @@
 
 namespace kelo {
 
-// A mime type's name: a known one costs no memory of its own, any other is kept as given. Thread: any (a value).
+// The name of a mime type. A known one needs no memory of its own; any other is kept as given. Thread: any (a value).
 class MimeType {
 public:
     MimeType() = default;
@@ -30,12 +30,12 @@ public:
 
 private:
     mimetypes::MimeTypeID id_ = mimetypes::MimeTypeID::unknown;
-    std::shared_ptr<const std::string> other_;  // the name, where there is no id for it
+    std::shared_ptr<const std::string> other_;  // the name, if there is no id for it
 };
 
-// A value that may borrow: a payload made by `borrow` or `createFromWriter`, and one handed to a response handler or a resource
-// handler, refers to bytes of somebody else's and is good for the length of that call. Copying it makes a payload that owns its
-// bytes, so keeping a copy is always safe; moving it keeps it as it is. Thread: one at a time.
+// A value that may borrow its bytes. A payload made by `borrow` or `createFromWriter`, or passed to a response handler or
+// resource handler, refers to bytes of somebody else and is valid for the length of that call. A copy owns its bytes, so keeping
+// a copy is always safe; moving changes nothing. Thread: one at a time.
 class Payload {
 public:
     Payload() = default;
@@ -48,7 +48,7 @@ public:
     Payload& operator=(Payload&& other) noexcept {
         if (this == &other) return *this;
         mimeType_ = std::move(other.mimeType_);
-        owned_ = std::move(other.owned_);  // a vector's bytes stay where they are when it is moved, so the view does too
+        owned_ = std::move(other.owned_);  // a vector's bytes do not move when it is moved, so the view stays valid
         view_ = other.view_;
         other.owned_.clear();
         other.view_ = {};
@@ -57,7 +57,7 @@ public:
     ~Payload() = default;
 
     static Payload getEmpty() { return {}; }
-    // Borrows what the writer holds; the writer must outlive the payload unchanged.
+    // Borrows the writer's bytes; the writer must outlive the payload and not change.
     static Payload createFromWriter(const util::ByteBufferWriter& writer, std::string_view mimeType) {
         return borrow(writer.bytes(), MimeType{mimeType});
     }
@@ -68,7 +68,7 @@ public:
         return payload;
     }
     static Payload copyOf(std::span<const std::uint8_t> bytes, MimeType mimeType) {
-        const Payload borrowed = borrow(bytes, std::move(mimeType));  // named: only a copy of it owns its bytes
+        const Payload borrowed = borrow(bytes, std::move(mimeType));  // a named object: only its copy owns the bytes
         return Payload{borrowed};
     }
     static Payload copyOf(std::string_view text, MimeType mimeType) {
@@ -80,7 +80,7 @@ public:
     bool empty() const noexcept { return view_.empty(); }
     const MimeType& mimeType() const noexcept { return mimeType_; }
     void setMimeType(MimeType mimeType) { mimeType_ = std::move(mimeType); }
-    // Borrows other bytes, of the same mime type.
+    // Borrows other bytes; the mime type stays.
     void rebind(std::span<const std::uint8_t> bytes) noexcept {
         owned_.clear();
         view_ = bytes;

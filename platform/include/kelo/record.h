@@ -1,6 +1,6 @@
-// Records: structs whose members are declared once, in a table, for reading, writing, comparing, copying and describing them.
+// Records: structs whose members are declared once, in a table that is used to read, write, compare, copy and describe them.
 //
-// Beside each struct, in its namespace and in the order of the wire, stands its table; a header needs nothing more:
+// Each struct has its table next to it, in its own namespace, with the members in wire order. A header needs no more than this:
 //
 //     struct LayerType {
 //         kelo::optional<int> id;
@@ -14,22 +14,24 @@
 //     bool serialize(kelo::serializer::IStructuredSerializer& writer, const LayerType& value);
 //     bool deserialize(kelo::serializer::IStructuredPullDeserializer& reader, LayerType& value);
 //
-// and in one .cpp, so that a record's operations are compiled once:
+// One .cpp defines the two functions, so that a record's operations are compiled once:
 //
 //     bool serialize(IStructuredSerializer& writer, const LayerType& value) { return kelo::record::write(writer, value); }
 //     bool deserialize(IStructuredPullDeserializer& reader, LayerType& value) { return kelo::record::read(reader, value); }
 //
-// Members. `kelo::optional<X>` and `std::shared_ptr<record>` are optional: not written when empty, and left empty by null. All
-// others are required: always written, and a document without them does not read; `Row<"regions", &T::regions, required>` makes a
-// shared pointer required too. X is int, bool, float, std::string, std::UUID, kelo::url, RequestHint, an enumeration, a record, a
-// std::shared_ptr<record> (which must then not be null) or a std::vector of one of these. A type derived from kelo::tolu::XObject
-// begins its table with the rows "id", "name" and "uri" and has its own members in a second base, an aggregate, so that `covers`
-// can count them.
-// Enumerations are written as strings: `constexpr auto enumNames(E) { return std::array<std::string_view, 2>{"A", "B"}; }` beside
-// the enumeration names its values from 0.
+// Members. `kelo::optional<X>` and `std::shared_ptr<record>` are optional: an empty one is not written, and null is read as
+// empty. All others are required: they are always written, and a document without them cannot be read. `Row<"regions",
+// &T::regions, required>` makes a shared pointer required. X is int, bool, float, std::string, std::UUID, kelo::url, RequestHint,
+// an enumeration, a record, a std::shared_ptr<record> (which must not be null here), or a std::vector of one of these.
 //
-// A bool result true of write and read means failure, with the reason in the error store; one of reading begins with the path to
-// the member: "regions.infoForAllLayers[2].bounds.width: …". Threads: any; nothing here has state.
+// A type derived from kelo::tolu::XObject begins its table with the rows "id", "name" and "uri". Its own members are in a second
+// base, an aggregate, so that `covers` can count them.
+//
+// Enumerations are written as strings. A function next to the enumeration names its values, starting with 0: `constexpr auto
+// enumNames(E) { return std::array<std::string_view, 2>{"A", "B"}; }`.
+//
+// write and read return true on failure, with the reason in the error store. A reason from read begins with the path of the
+// member: "regions.infoForAllLayers[2].bounds.width: …". Threads: any; nothing here has state.
 #pragma once
 
 #include <algorithm>
@@ -120,14 +122,14 @@ struct Table {
 template <class T>
 using TableOf = decltype(recordTable(static_cast<const T*>(nullptr)));
 
-// A type that has a table of its own.
+// A type with a table of its own.
 template <class T>
 concept Record = requires {
     typename TableOf<T>::Type;
 }
 &&std::is_same_v<typename TableOf<T>::Type, T>;
 
-// The type's name as its table gives it.
+// The type's name, from its table.
 template <Record T>
 inline constexpr std::string_view nameOf{recordTable(static_cast<const T*>(nullptr)).name};
 
@@ -137,13 +139,13 @@ template <class T>
 inline constexpr bool isBasic = std::is_same_v<T, int> || std::is_same_v<T, bool> || std::is_same_v<T, float> ||
                                 std::is_same_v<T, std::string> || std::is_same_v<T, std::UUID> || std::is_same_v<T, kelo::url>;
 
-// Has operations in kelo::serializer, where a member's type would not find them.
+// These have their operations in kelo::serializer, where argument-dependent lookup does not find them.
 template <class T>
 inline constexpr bool hasFrameworkOperations =
     std::is_same_v<T, kelo::toluglobals::RequestHint> || std::is_same_v<T, kelo::toluglobals::ToluParams> ||
     std::is_same_v<T, util::config::Value>;
 
-// Naming a member in two rows makes this inherit one base twice, which does not compile.
+// If two rows name the same member, this inherits a base twice, which does not compile.
 template <auto>
 struct OneMember {};
 template <class... Rows>
@@ -158,7 +160,7 @@ constexpr bool keysDiffer(std::initializer_list<std::string_view> keys) {
     return true;
 }
 
-// An aggregate can be made of its members' values and of no more than these.
+// An aggregate can be initialised with the values of all its members, and not with one more.
 template <class T, class... Rows>
 inline constexpr bool coversAggregate = requires {
     T{std::declval<typename Rows::Value>()...};
@@ -167,7 +169,7 @@ inline constexpr bool coversAggregate = requires {
     T{std::declval<typename Rows::Value>()..., {}};
 };
 
-// The same for the rows whose members `Class` declares.
+// The same for those rows whose members are declared by `Class`.
 template <class Class, class... Found>
 constexpr bool coversClass(std::type_identity<Table<Class, Found...>> /*found*/) {
     return coversAggregate<Class, Found...>;
@@ -181,7 +183,7 @@ constexpr bool coversClass(std::type_identity<Table<Class, Found...>> found, Nex
     }
 }
 
-// What a derived class's first member does not fit into: the size of a class without the padding at its end.
+// The size of a class without its tail padding, that is, the part that the first member of a derived class cannot use.
 template <class T, std::size_t N>
 struct WithBytes : T {
     char bytes[N];
@@ -195,7 +197,7 @@ constexpr std::size_t dataSize() {
     }
 }
 
-// Whether the classes that declare the members are all that there is in a T.
+// Whether a T consists of nothing but the classes that declare the members.
 template <class Class>
 inline constexpr char className = 0;  // its address tells classes apart
 template <class T, class... Rows>
@@ -222,7 +224,7 @@ constexpr bool coversRows(Table<T, Rows...>) {
             if constexpr (std::is_aggregate_v<Class>) {
                 return coversClass(std::type_identity<Table<Class>>{}, static_cast<Rows*>(nullptr)...);
             } else {
-                return !std::is_same_v<Class, T>;  // of a base like XObject it is known
+                return !std::is_same_v<Class, T>;  // a base such as XObject: its members are known
             }
         };
         return (covered(std::type_identity<typename Rows::Class>{}) && ...) && isMadeOfBases<T, Rows...>();
@@ -231,8 +233,8 @@ constexpr bool coversRows(Table<T, Rows...>) {
 
 }  // namespace detail
 
-// Whether the table names every member, in the order of declaration, and no key or member twice. Members are counted, which takes
-// an aggregate: a type that is none has its own members in a base that is one, and nothing else.
+// Whether the table names every member, in the order of declaration, and no key or member twice. Only the members of an aggregate
+// can be counted: a type that is not one must have its own members in an aggregate base, and nothing else.
 template <class T>
 inline constexpr bool covers = Record<T>&& detail::coversRows(TableOf<T>{});
 
@@ -240,15 +242,15 @@ inline constexpr bool covers = Record<T>&& detail::coversRows(TableOf<T>{});
 
 namespace detail {
 
-// The cold paths, and what need not be compiled for each type.
-[[gnu::cold]] bool nullPointer();                                         // records it; true
-[[gnu::cold]] bool valueOutOfEnum(unsigned value);                        // records it; true
-[[gnu::cold]] bool unknownName(std::span<const std::string_view> names);  // records it; true
-[[gnu::cold]] bool missing(std::string_view key);                         // records it; true
-[[gnu::cold]] bool outsideInt(std::size_t offset);                        // records it; true
-[[gnu::cold]] bool failedIn(std::string_view key);                        // adds to the path of the stored error; true
+// The slow paths, and what does not depend on the type.
+[[gnu::cold]] bool nullPointer();                                         // records the failure; always true
+[[gnu::cold]] bool valueOutOfEnum(unsigned value);                        // records the failure; always true
+[[gnu::cold]] bool unknownName(std::span<const std::string_view> names);  // records the failure; always true
+[[gnu::cold]] bool missing(std::string_view key);                         // records the failure; always true
+[[gnu::cold]] bool outsideInt(std::size_t offset);                        // records the failure; always true
+[[gnu::cold]] bool failedIn(std::string_view key);                        // prepends to the path of the stored error; always true
 [[gnu::cold]] bool failedIn(std::size_t index);                           // likewise
-// The place of a name among names that are sorted, or in any order; -1 when it is not there.
+// The index of a name in a sorted or unsorted list of names; -1 if it is not in the list.
 int findSorted(std::span<const std::string_view> names, std::string_view name) noexcept;
 int findUnsorted(std::span<const std::string_view> names, std::string_view name) noexcept;
 
@@ -272,14 +274,14 @@ bool enumFromName(std::string_view name, E& value) noexcept {
 
 }  // namespace detail
 
-// The name of an enumeration's value; "" for one that is out of range.
+// The name of an enumeration's value; "" if the value is out of range.
 template <class E>
 [[nodiscard]] constexpr std::string_view enumName(E value) noexcept {
     const auto index = static_cast<std::size_t>(value);
     return index < detail::namesOf<E>.size() ? detail::namesOf<E>[index] : std::string_view{};
 }
 
-// Writes a value of any type that a member may have: a reply that is a list, say.
+// Writes a value of any type that a member may have, for example a reply that is a list.
 template <class Writer, class V>
 bool writeValue(Writer& writer, const V& value) {
     if constexpr (std::is_same_v<V, bool>) {
@@ -320,7 +322,7 @@ bool writeValue(Writer& writer, const V& value) {
 
 namespace detail {
 
-// Calls write(value) if there is a value to be written for the row.
+// Calls write(value) if the row's value is to be written.
 template <class R, class V, class Write>
 bool withValueOf(const V& value, Write write) {
     if constexpr (R::isRequired) {
@@ -376,8 +378,8 @@ bool writeRows(serializer::JsonWriter& writer, const T& value, Table<T, Rows...>
 
 }  // namespace detail
 
-// What a record's `serialize` calls. True on failure. Nearly all documents are JSON: for these the members are compiled into one
-// piece, for the others each goes through the interface. That saves a request a twelfth of its instructions.
+// Writes a record; called by its `serialize`. True on failure. Nearly all documents are JSON. For JSON the writer's code is
+// inlined here; the other encodings use the interface for each member. That saves a twelfth of a request's instructions.
 template <Record T>
 bool write(IStructuredSerializer& writer, const T& value) {
     if (auto* const json = writer.as<serializer::JsonWriter>()) return detail::writeRows(*json, value, TableOf<T>{});
@@ -388,7 +390,7 @@ bool write(IStructuredSerializer& writer, const T& value) {
 
 namespace detail {
 
-// What an element of an array takes at least, with what it points to.
+// The least memory that an element of an array takes, including what it points to.
 template <class V>
 constexpr std::size_t elementMemory() {
     constexpr std::size_t controlBlock = 16;
@@ -399,7 +401,7 @@ constexpr std::size_t elementMemory() {
     }
 }
 
-// Makes room for another element, `expected` in all or twice as many as there are, and charges the reader for it.
+// Makes room for another element and charges the reader for it. The new capacity is `expected`, or twice the number of elements.
 template <class Reader, class V>
 bool growFor(Reader& reader, std::vector<V>& elements, std::size_t expected) {
     const std::size_t capacity = std::max({std::size_t{1}, expected, 2 * elements.size()});
@@ -410,7 +412,7 @@ bool growFor(Reader& reader, std::vector<V>& elements, std::size_t expected) {
 
 }  // namespace detail
 
-// Reads a value of any type that a member may have, in place of what was there.
+// Reads a value of any type that a member may have; replaces what `value` contained.
 template <class Reader, class V>
 bool readValue(Reader& reader, V& value) {
     if constexpr (std::is_same_v<V, int>) {
@@ -437,7 +439,7 @@ bool readValue(Reader& reader, V& value) {
         value = std::move(fresh);
         return failed;
     } else if constexpr (detail::isVector<V>) {
-        // Lists of one kind tend to be as long as the last one: room for that spares moving what was read.
+        // Lists of one type tend to have the same length each time: reserving that much avoids moving elements.
         thread_local std::size_t lastSize = 0;
         constexpr std::size_t most = 4096 / detail::elementMemory<typename V::value_type>();
         if (reader.beginArray()) return true;
@@ -462,7 +464,7 @@ bool readValue(Reader& reader, V& value) {
 
 namespace detail {
 
-// What a reader that takes whole members takes for one of type V; void where it takes none.
+// The type in which a reader that can take whole members returns a member of type V; void if it cannot take one of that type.
 template <class V>
 struct PlainOf {
     using Type = void;
@@ -511,7 +513,7 @@ bool readMemberValue(Reader& reader, V& value) {
     }
 }
 
-// Takes the member of the row, if it is next; `isTaken` becomes true then. `behindMember`: see takeMemberKey().
+// If the row's member is next, reads it and sets `isTaken`. `behindMember`: see takeMemberKey().
 template <class R, bool behindMember, class Reader, class V>
 bool readRow(Reader& reader, V& value, std::uint64_t& seen, std::uint64_t bit, bool& isTaken) {
     bool isRead = false;
@@ -537,7 +539,7 @@ bool readRow(Reader& reader, V& value, std::uint64_t& seen, std::uint64_t bit, b
     return false;
 }
 
-// Reads the next member whatever its key; one that nobody knows is passed over.
+// Reads the next member, whatever its key; an unknown one is skipped.
 template <class Reader, class T, class... Rows, std::size_t... Indices>
 [[gnu::noinline]] bool readMemberByKey(Reader& reader, T& value, std::uint64_t& seen, Table<T, Rows...>,
                                        std::index_sequence<Indices...>) {
@@ -554,8 +556,8 @@ template <class Reader, class T, class... Rows, std::size_t... Indices>
     return isKnown ? failed : reader.skipValue();
 }
 
-// Each pass over the rows takes the members that come in their order; a document in the order of the table is read in one, and
-// its keys are only compared. A pass begins with the first row's member or, where that is not next, with whichever is.
+// Each pass over the rows reads the members that come in table order. A document in table order is read in one pass, and its keys
+// are only compared. A pass begins with the first row's member or, if that is not next, with whichever member is.
 template <class Reader, class T, class First, class... Rows, std::size_t... Indices>
 bool readRows(Reader& reader, T& value, Table<T, First, Rows...> table, std::index_sequence<Indices...>) {
     constexpr auto bitOf = [](std::size_t row) { return std::uint64_t{1} << row; };
@@ -588,8 +590,8 @@ bool readRows(Reader& reader, T& value, Table<T, First, Rows...> table) {
 
 }  // namespace detail
 
-// What a record's `deserialize` calls: fills `value` in place, unknown keys are skipped, a repeated key overwrites. True on
-// failure; `value` is then filled in part.
+// Reads a record; called by its `deserialize`. Fills `value` in place; unknown keys are skipped, and a repeated key overwrites.
+// True on failure; `value` is then partly filled.
 template <Record T>
 bool read(IStructuredPullDeserializer& reader, T& value) {
     if (auto* const json = reader.as<serializer::JsonReader>()) return detail::readRows(*json, value, TableOf<T>{});
@@ -625,7 +627,7 @@ bool valuesEqual(const V& a, const V& b) {
     }
 }
 
-// Gives a copied value objects of its own in place of those that its pointers share with the original.
+// Replaces the objects that a copy's pointers share with the original by copies of them.
 template <class V>
 void unshare(V& value);
 
@@ -669,13 +671,14 @@ void copyRows(T& target, const T& source, Table<T, Rows...>) {
 
 }  // namespace detail
 
-// Whether all members are equal: an absent one equals only an absent one, what pointers refer to is compared, not the pointers.
+// Whether all members are equal. An absent member equals only an absent one. Pointers are compared by what they point to.
 template <Record T>
 [[nodiscard]] bool equal(const T& a, const T& b) {
     return detail::rowsEqual(a, b, TableOf<T>{});
 }
 
-// Assigns the members that are present in the source and leaves the others of the target alone. Nested objects are then shared.
+// Assigns the members that are present in the source; the target's other members stay as they are. Nested objects are shared
+// afterwards.
 template <Record T>
 void copyProperties(T& target, const T& source) {
     detail::copyRows(target, source, TableOf<T>{});
@@ -695,7 +698,7 @@ enum class Kind : std::uint8_t { integer, boolean, floating, string, uuid, url, 
 
 struct Description;
 
-// Describes one member, or what an array is made of. Everything it refers to has static storage.
+// Describes one member, or the elements of an array. Everything it refers to has static storage.
 struct MemberDescription {
     std::string_view key;
     Kind kind = Kind::record;
@@ -708,7 +711,7 @@ struct MemberDescription {
 
 struct Description {
     std::string_view name;
-    std::span<const MemberDescription> members;  // in the order of the wire
+    std::span<const MemberDescription> members;  // in wire order
 };
 
 // "int", "array of LayerType" and so on.
@@ -771,7 +774,7 @@ inline constexpr Description description<Table<T, Rows...>>{nameOf<T>, memberDes
 
 }  // namespace detail
 
-// The record as its table has it. The result has static storage.
+// Describes the record, from its table. The result has static storage.
 template <Record T>
 const Description& describe() {
     return detail::description<TableOf<T>>;

@@ -1,4 +1,4 @@
-// A request of the framework, and what an answer needs to remember of it.
+// A request of the framework, and what its answer needs to know of it.
 #pragma once
 
 #include <memory>
@@ -11,14 +11,13 @@
 
 namespace kelo {
 
-// A value. Its payload holds the parameters of a retrieve or delete, or the body of an update or insert.
-// Thread: one at a time.
+// A value. The payload holds the parameters of a retrieve or delete, or the body of an update or insert. Thread: one at a time.
 class Request {
 public:
     using Options = std::shared_ptr<util::config::Dictionary>;
 
     Request() = default;
-    // `options`: hints for the runtime that are not sent; may be null. The one known today is "deadline", in milliseconds.
+    // `options`: hints for the runtime, which are not sent; may be null. Currently there is one: "deadline", in milliseconds.
     Request(std::string_view command, std::string_view path, Payload payload = {}, Options options = {})
         : command_{command}, path_{path}, payload_{std::move(payload)}, options_{std::move(options)} {}
 
@@ -32,13 +31,13 @@ public:
     const HeaderMap& headers() const noexcept { return headers_; }
     HeaderMap& headers() noexcept { return headers_; }
 
-    // The mime type of the payload, which is also the one that an answer is wanted in unless `accept` says otherwise.
+    // The mime type of the payload. The answer is wanted in it too, unless `accept` says otherwise.
     void setMimeType(std::string_view mimeType) { payload_.setMimeType(MimeType{mimeType}); }
     std::string_view contentType() const noexcept { return payload_.mimeType().text(); }
     // A comma-separated list in order of preference.
     void setAccept(std::string_view accept) { accept_ = accept; }
     const std::string& accept() const noexcept { return accept_; }
-    // What the answer should be in: the accept header, else the request's own mime type. "" when there is neither.
+    // The wanted type of the answer: the accept header, else the request's own mime type. "" if there is neither.
     std::string_view getMimeTypeHeader() const noexcept { return accept_.empty() ? contentType() : std::string_view{accept_}; }
 
     void setCommand(std::string_view command) { command_ = command; }
@@ -52,7 +51,7 @@ public:
         if (options_ != options) options_ = options;
     }
 
-    // One value is enough for the client: the first `next` ends the request.
+    // The client wants one value: the first `next` ends the request.
     bool isOneShot() const noexcept { return oneShot_; }
     void setOneShot(bool oneShot) noexcept { oneShot_ = oneShot; }
 
@@ -69,7 +68,7 @@ private:
     bool oneShot_ = false;
 };
 
-// What outlives a request in its response handler. Thread: any (a value).
+// What a response handler keeps of its request. Thread: any (a value).
 class RequestInfo {
 public:
     explicit RequestInfo(const Request& request) : clientId_{request.clientId()}, oneShot_{request.isOneShot()} {}

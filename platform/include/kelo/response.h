@@ -16,13 +16,13 @@ public:
     Response() = default;
     explicit Response(std::uint16_t status, Payload payload = {}) : status_{status}, payload_{std::move(payload)} {}
 
-    // A response whose payload is `reason`, as plain text.
+    // An error response: `reason` is its payload, as plain text.
     [[nodiscard]] static Response createErrorResponse(std::uint16_t status, std::string_view reason);
 
     std::uint16_t status() const noexcept { return status_; }
     const Payload& payload() const noexcept { return payload_; }
     std::string_view getMimeTypeText() const noexcept { return payload_.mimeType().text(); }
-    // The text of an error response; "" for a payload that is not plain text.
+    // The text of an error response; "" if the payload is not plain text.
     std::string_view reason() const noexcept;
     const std::string& clientId() const noexcept { return clientId_; }
     const HeaderMap& headers() const noexcept { return headers_; }
@@ -33,7 +33,7 @@ public:
     void rebindPayload(std::span<const std::uint8_t> bytes) noexcept { payload_.rebind(bytes); }
     void setClientId(std::string_view clientId) { clientId_ = clientId; }
 
-    // "404 <reason>" for plain text, "200 <mime type>, <n> bytes" else.
+    // "404 <reason>" for plain text, otherwise "200 <mime type>, <n> bytes".
     std::string toString() const;
 
 private:

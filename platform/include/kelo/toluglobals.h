@@ -1,4 +1,4 @@
-// What the resource protocol's requests and pages have in common: parameters and paging hints.
+// Parameters and paging hints, which all requests and pages of the resource protocol share.
 #pragma once
 
 #include <string>
@@ -10,19 +10,20 @@
 
 namespace kelo::toluglobals {
 
-// The parsed parameters of a retrieve: one map on the wire. Every key stands in `values`; those that the protocol itself knows
-// are also members, and only if they had the right type. Thread: any (a value).
+// The parameters of a retrieve or delete; on the wire, one map. `values` has the parameters by key, as far as the reader keeps
+// them. Those that the protocol itself defines have members, which are empty if the parameter is absent or null. Thread: any (a
+// value).
 struct ToluParams {
     util::config::Dictionary values;
     kelo::optional<std::vector<std::string>> fields;  // "fields": the optional members that the answer keeps
-    kelo::optional<int> limit;                        // "limit": elements a page, at least 1
-    kelo::optional<int> offset;                       // "offset": elements to leave out before the page, at least 0
-    kelo::optional<std::UUID> offsetId;               // "offsetId": the page begins behind this element
+    kelo::optional<int> limit;                        // "limit": elements per page, at least 1
+    kelo::optional<int> offset;                       // "offset": elements to skip before the page, at least 0
+    kelo::optional<std::UUID> offsetId;               // "offsetId": the page begins after this element
 
     friend bool operator==(const ToluParams&, const ToluParams&) = default;
 };
 
-// Names a neighbouring page: an object with the members that are set. Thread: any (a value).
+// Identifies a neighbouring page; on the wire, an object with the members that are set. Thread: any (a value).
 struct RequestHint {
     kelo::optional<int> limit;
     kelo::optional<int> offset;

@@ -8,14 +8,14 @@
 
 namespace kelo {
 
-// Thread: any (a value). The text is kept as given; nothing is normalised. Copies share it: an element's URI is made once and
-// then goes out in every page that has the element.
+// Thread: any (a value). The text is kept as given; nothing is normalised. Copies share it: an element's URI is made once and is
+// then sent in every page with the element.
 class url {
 public:
     url() = default;
     explicit url(std::string text) : text_{std::make_shared<const std::string>(std::move(text))} {}
 
-    // Good as long as any copy.
+    // Valid as long as any copy exists.
     const std::string& toString() const noexcept {
         static const std::string none;
         return text_ ? *text_ : none;

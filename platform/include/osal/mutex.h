@@ -1,4 +1,4 @@
-// A mutex whose failures are reported and survived.
+// A mutex that reports failures instead of throwing.
 #pragma once
 
 #include "kelo/std/error_storage.h"
@@ -13,7 +13,7 @@ public:
     static const std::ErrorCategory Error;
     enum Code : int { lockFailed = 1, unlockFailed = 2, inconsistent = 3 };
 
-    // True on failure, which is recorded: `inconsistent` when the mutex is not a valid one or its owner died with it, else
+    // True on failure, which is recorded: `inconsistent` if the mutex is not valid or its owner died while holding it, else
     // `lockFailed` or `unlockFailed`.
     bool lock() noexcept;
     bool unlock() noexcept;

@@ -1,14 +1,14 @@
-// The operating-system layer's life.
+// Process-wide settings of the operating system.
 #pragma once
 
 namespace osal {
 
-// Constructed first in main, destroyed last: ignores SIGPIPE, so that a peer's death is an error code, and puts the file
-// descriptor limit at its hard maximum. Thread: main.
+// Constructed first in main. Ignores SIGPIPE, so that a write to a dead peer returns an error. The settings stay after it is
+// destroyed. Thread: main.
 class Osal {
 public:
-    // `raiseDescriptorLimit`: take the hard limit as the soft one. `blockSignals`: leave SIGTERM and SIGINT to a thread that
-    // waits for them.
+    // `raiseDescriptorLimit`: raises the soft limit of file descriptors to the hard limit. `blockSignals`: blocks SIGTERM and
+    // SIGINT, for programs in which one thread waits for them.
     Osal(bool raiseDescriptorLimit, bool blockSignals) noexcept;
     ~Osal() = default;
     Osal(const Osal&) = delete;

@@ -1,4 +1,4 @@
-// The operating system's condition variable on the steady clock, with errors instead of exceptions.
+// The operating system's condition variable on the steady clock, with error numbers instead of exceptions.
 #pragma once
 
 #include <pthread.h>
@@ -15,7 +15,7 @@ public:
     ConditionImpl(const ConditionImpl&) = delete;
     ConditionImpl& operator=(const ConditionImpl&) = delete;
 
-    // The system's error number, 0 for success. The caller holds `mutex`; it may wake for no reason.
+    // Each returns the system's error number, 0 on success. `wait`: the caller holds `mutex`; wake-ups may be spurious.
     int wait(MutexImpl& mutex) noexcept;
     int signalOne() noexcept;
     int signalAll() noexcept;

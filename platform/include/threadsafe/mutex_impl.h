@@ -1,11 +1,11 @@
-// The operating system's mutex, as a resource with errors instead of exceptions.
+// The operating system's mutex, as a resource, with error numbers instead of exceptions.
 #pragma once
 
 #include <pthread.h>
 
 namespace threadsafe {
 
-// Thread: any. Not copied, not moved: waiters hold its address.
+// Thread: any. Neither copied nor moved, because waiters use its address.
 class MutexImpl {
 public:
     MutexImpl() noexcept;  // error-checking, non-recursive
@@ -13,7 +13,8 @@ public:
     MutexImpl(const MutexImpl&) = delete;
     MutexImpl& operator=(const MutexImpl&) = delete;
 
-    // The system's error number, 0 for success: EDEADLK when the calling thread has it already, EPERM when unlocking another's.
+    // Each returns the system's error number, 0 on success: EDEADLK if the calling thread already holds it, EPERM on unlocking a
+    // mutex that another thread holds.
     int lock() noexcept;
     int unlock() noexcept;
     pthread_mutex_t* native() noexcept { return &mutex_; }

@@ -6,16 +6,15 @@
 namespace tracing {
 
 // A resource with static storage, usually at namespace scope: `tracing::Channel channel{"BENCH_Startup"};`. Its threshold comes
-// from KELO_TRACE ("*=2,HMX_TOLU_BRIDGE_POPUPS=1": later entries win, "*" is every channel), 2 when that names none.
-// Levels: 1 progress, 2 start-up progress, 3 unknown ids, 4 failures.
-// Thread: any.
+// from KELO_TRACE ("*=2,HMX_TOLU_BRIDGE_POPUPS=1": "*" means every channel, later entries override earlier ones); without a
+// matching entry it is 2. Levels: 1 progress, 2 start-up progress, 3 unknown ids, 4 failures. Thread: any.
 class Channel {
 public:
     explicit Channel(const char* name) noexcept;
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
-    // A line of level L is emitted when the threshold is below L + 1.
+    // A line of level L is written if the threshold is below L + 1.
     bool isEnabled(int level) const noexcept { return threshold_.load(std::memory_order_relaxed) < level + 1; }
     void setThreshold(int threshold) noexcept { threshold_.store(threshold, std::memory_order_relaxed); }
     const char* name() const noexcept { return name_; }
@@ -25,25 +24,26 @@ private:
     std::atomic<int> threshold_;
 };
 
-// One line on standard error: time (local, milliseconds), application, channel, level, text, in one write. Nothing is formatted
-// for a line that is not emitted; control characters in the text are escaped, so that one message is one line. A standard error
-// that cannot take the line at once loses it, and the next line that gets through says how many were lost.
+// Writes one line to standard error: time (local, milliseconds), application, channel, level, text. Nothing is formatted for a
+// line that is not written. Control characters in the text are escaped, so one message is one line. If standard error cannot take
+// the line at once, it is lost, and the next line that gets through gives the number of lost lines.
 //
-// Lines of level 3 and 4 are what others can cause, as often as they like: of each, which is to say of each `text` or `format`,
-// only `linesPerSecond` get through, and the next one says how many were held back. So both must be literals, or as lasting.
+// Clients can cause lines of level 3 and 4 as often as they like. So at most `linesPerSecond` of a kind are written in a second,
+// and the next one gives the number held back. A kind is the address of `text` or `format`, which must therefore be literals or
+// live as long.
 inline constexpr unsigned linesPerSecond = 20;
 inline void logC(const Channel& channel, int level, const char* text) noexcept;
 [[gnu::format(printf, 3, 4)]] void logCV(const Channel& channel, int level, const char* format, ...) noexcept;
 
-// A line that is emitted in any case; for `logC`.
+// Writes a line without checking the threshold; for `logC`.
 void emitLine(const Channel& channel, int level, const char* text) noexcept;
 
 inline void logC(const Channel& channel, int level, const char* text) noexcept {
     if (channel.isEnabled(level)) emitLine(channel, level, text);
 }
 
-// Where emitted lines go; for tests. Null restores standard error. Either begins counting lines anew. Thread: any; the sink is
-// called on the logging thread.
+// Redirects lines; for tests. Null restores standard error. Both restart the counting of lines of a kind. Thread: any; the sink
+// is called on the logging thread.
 using Sink = void (*)(const char* channel, int level, const char* text, void* context);
 void setSink(Sink sink, void* context) noexcept;
 

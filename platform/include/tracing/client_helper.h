@@ -6,7 +6,8 @@ namespace tracing {
 // Thread: any.
 class Client {
 public:
-    // Sees to it that what was logged has left the process; `wait`: not before that returns.
+    // Lines are written when they are logged; this writes the number of lost lines, if there are any. `wait`: waits up to 100 ms
+    // until standard error can take it.
     void flush(bool wait) noexcept;
 };
 

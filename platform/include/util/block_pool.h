@@ -1,4 +1,4 @@
-// Memory for the small objects that a request is made of, which one thread makes and another destroys.
+// Memory for the small objects of a request, which one thread creates and another destroys.
 #pragma once
 
 #include <array>
@@ -8,17 +8,17 @@
 
 namespace util {
 
-// Blocks of a few sizes, which threads keep for each other rather than give back. Each thread has a few at hand; a thread that
-// gives more than it takes passes them on by the batch to one that takes more than it gives. Beyond what it may hold
-// (`keptBytes`, plus `threadBytes` for each thread), blocks go back to the C++ library's heap. Thread: any; a block taken by one
-// thread may be given back by another. With operator new in its place a request costs 18,000 instructions instead of 16,480, and
-// 14,890 instead of 13,520 with 32 in flight (callgrind).
+// Blocks of a few sizes, which threads keep and pass to each other instead of freeing them. Each thread has a few at hand. A
+// thread that returns more than it takes passes the surplus, in batches, to threads that take more than they return. Memory
+// beyond what the pool may hold (`keptBytes`, plus `threadBytes` for each thread) goes back to the C++ library's heap. With
+// operator new instead, a request would cost 18,000 instructions instead of 16,480, and 14,890 instead of 13,520 with 32 in
+// flight (callgrind). Thread: any; a block taken by one thread may be returned by another.
 class BlockPool {
 public:
-    // Larger ones are the heap's.
+    // Larger blocks come from the heap.
     static constexpr std::size_t largest = 256;
 
-    // A block of at least `size` bytes, aligned for any fundamental type. Throws std::bad_alloc, as operator new does.
+    // Returns a block of at least `size` bytes, aligned for any fundamental type. Throws std::bad_alloc, as operator new does.
     [[nodiscard]] static void* take(std::size_t size) {
         if (size > largest) return ::operator new(size);
         FreeList& list = lists_[indexOf(size)];
@@ -28,7 +28,7 @@ public:
         --list.count;
         return block;
     }
-    // `size`: as it was asked for.
+    // `size`: the size that was passed to `take`.
     static void give(void* block, std::size_t size) noexcept {
         if (size > largest) {
             ::operator delete(block);
@@ -52,12 +52,12 @@ private:
     struct Block {
         Block* next;
     };
-    // What a thread has at hand of one size. One that the thread has not used yet counts as full, and so does each of a thread
-    // that is about to end: in both cases it is `release` that is asked first.
+    // The blocks of one size that a thread has at hand. The list of a thread that has not used the pool yet, or is ending, counts
+    // as full and has no blocks, so that both `take` and `give` use the slow path, which checks for this.
     struct FreeList {
         Block* first = nullptr;
         std::uint32_t count = batch;
-        Block* full = nullptr;  // a whole batch beside
+        Block* full = nullptr;  // another whole batch
     };
     class Store;
     struct ThreadExit;
@@ -75,16 +75,15 @@ private:
     static constinit thread_local std::array<FreeList, sizes> lists_;
 };
 
-// Where memory errors are looked for, each object is to have its own memory, or what is done to one that is gone is seen by
-// nobody.
+// With a sanitizer, each object needs memory of its own. Otherwise the use of a destroyed object would go unnoticed.
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
 inline constexpr bool poolsObjects = false;
 #else
 inline constexpr bool poolsObjects = true;
 #endif
 
-// A base for classes of which objects come and go with each request: `new` and `delete` then use the pool. An object that is
-// deleted through a base needs a virtual destructor, as ever.
+// A base for classes whose objects come and go with each request: `new` and `delete` use the pool. An object that is deleted
+// through a base still needs a virtual destructor.
 struct Pooled {
     // NOLINTNEXTLINE(misc-new-delete-overloads,cert-dcl54-cpp): its counterpart is the one that is told the size
     static void* operator new(std::size_t size) { return poolsObjects ? BlockPool::take(size) : ::operator new(size); }

@@ -1,4 +1,4 @@
-// Growing byte buffer for writers, and a bounded view for readers.
+// A growing byte buffer for writers, and a bounded view for readers.
 #pragma once
 
 #include <algorithm>
@@ -12,11 +12,11 @@
 
 namespace util {
 
-// Owns the bytes written so far. Whoever writes in small pieces claims room for the most that a piece can take, writes it there
-// and commits what it took. Thread: one at a time.
+// Owns the bytes written so far. To write in small pieces, claim room for the largest that a piece can be, write it there, and
+// commit the bytes that it took. Thread: one at a time.
 class ByteBufferWriter {
 public:
-    // `capacity`: bytes reserved at once, so that a document of that size costs one allocation.
+    // `capacity`: bytes reserved now, so that a document of up to that size costs one allocation.
     explicit ByteBufferWriter(std::size_t capacity) {
         if (capacity > 0) grow(capacity);
     }
@@ -30,15 +30,15 @@ public:
     }
     ~ByteBufferWriter() = default;
 
-    // Room for `most` bytes behind those written; good until the next call on the buffer.
+    // Room for `most` bytes after those written; valid until the next call on the buffer.
     char* claim(std::size_t most) {
         if (capacity_ - size_ < most) [[unlikely]]
             grow(most);
         return reinterpret_cast<char*>(bytes_.get() + size_);
     }
-    // `size` bytes of the room claimed last have been written.
+    // `size` bytes have been written to the room claimed last.
     void commit(std::size_t size) noexcept { size_ += size; }
-    // As many as lie before `end`, which is a place in the room claimed last.
+    // The same for all bytes up to `end`, a position in that room.
     void commitTo(const char* end) noexcept {
         size_ = static_cast<std::size_t>(reinterpret_cast<const std::uint8_t*>(end) - bytes_.get());
     }
@@ -55,9 +55,9 @@ public:
         ++size_;
     }
 
-    // Replaces bytes that are there already.
+    // Replaces bytes that have been written.
     void overwrite(std::size_t at, const void* data, std::size_t size) noexcept { std::memcpy(bytes_.get() + at, data, size); }
-    // Puts bytes between those that are there already.
+    // Inserts bytes before position `at`.
     void insert(std::size_t at, const void* data, std::size_t size) {
         claim(size);
         std::memmove(bytes_.get() + at + size, bytes_.get() + at, size_ - at);
@@ -65,7 +65,7 @@ public:
         size_ += size;
     }
 
-    // Takes `size` bytes out; what follows them moves up.
+    // Removes `size` bytes; the bytes after them move down.
     void erase(std::size_t at, std::size_t size) noexcept {
         std::memmove(bytes_.get() + at, bytes_.get() + at + size, size_ - at - size);
         size_ -= size;
@@ -75,7 +75,7 @@ public:
     std::size_t size() const noexcept { return size_; }
     std::size_t capacity() const noexcept { return capacity_; }
     bool empty() const noexcept { return size_ == 0; }
-    // Both keep the room.
+    // Both keep the capacity.
     void clear() noexcept { size_ = 0; }
     void truncate(std::size_t size) noexcept { size_ = size; }
     void swap(ByteBufferWriter& other) noexcept { std::swap(*this, other); }
@@ -83,7 +83,7 @@ public:
 private:
     [[gnu::cold]] void grow(std::size_t most) {
         const std::size_t capacity = std::max(capacity_ * 2, size_ + most);
-        std::unique_ptr<std::uint8_t[]> wider{new std::uint8_t[capacity]};  // left as it comes: it is written before it is read
+        std::unique_ptr<std::uint8_t[]> wider{new std::uint8_t[capacity]};  // not zeroed: it is written before it is read
         if (size_ > 0) std::memcpy(wider.get(), bytes_.get(), size_);
         bytes_ = std::move(wider);
         capacity_ = capacity;
@@ -94,7 +94,7 @@ private:
     std::size_t capacity_ = 0;
 };
 
-// A position in bytes that somebody else owns and that outlive the reader. Thread: one at a time.
+// Bytes owned by somebody else, which must outlive the reader. Thread: one at a time.
 class ByteBufferReader {
 public:
     ByteBufferReader() = default;

@@ -1,4 +1,4 @@
-// A map from numbers that name something to what they name, for entries that come and go all the time.
+// A hash map from numeric ids to objects, for entries that are added and removed all the time.
 #pragma once
 
 #include <cstddef>
@@ -9,9 +9,9 @@
 
 namespace util {
 
-// Entries stay where they are until they are taken out. Each has memory of its own, so a `Value` that is util::Pooled makes
-// coming and going cheap. An entry that comes, is looked up three times and goes costs 120 instructions, 390 in a
-// std::unordered_map; among 32 entries it is 176 and 424 (callgrind). A request has two such entries. Thread: one at a time.
+// An entry does not move until it is taken out. Each has memory of its own, so adding and removing is cheap if `Value` is
+// util::Pooled. To add an entry, look it up three times and remove it costs 120 instructions, and 390 in a std::unordered_map;
+// among 32 entries, 176 and 424 (callgrind). A request has two such entries. Thread: one at a time.
 template <class Value>
 class IdMap {
 public:
@@ -25,11 +25,11 @@ public:
     std::size_t size() const noexcept { return size_; }
     bool empty() const noexcept { return size_ == 0; }
 
-    // Null when there is no such entry.
+    // Null if there is no such entry.
     Value* find(Id id) noexcept { return slots_[indexOf(id)].value.get(); }
     const Value* find(Id id) const noexcept { return slots_[indexOf(id)].value.get(); }
 
-    // Enters what is not null under an id that has no entry; null, and nothing changes, when it has one.
+    // Adds an entry, which must not be null. If the id has one already, returns null and changes nothing.
     Value* put(Id id, std::unique_ptr<Value> entry) {
         if (2 * (size_ + 1) > slots_.size()) grow();
         Slot& slot = slots_[indexOf(id)];
@@ -40,13 +40,14 @@ public:
         return slot.value.get();
     }
 
-    // Takes out the entry; null when there is none.
+    // Removes the entry and returns it; null if there is none.
     std::unique_ptr<Value> take(Id id) noexcept {
         std::size_t hole = indexOf(id);
         std::unique_ptr<Value> entry = std::move(slots_[hole].value);
         if (entry == nullptr) return entry;
         --size_;
-        // Whoever stands behind it because this slot was taken moves up, so that none is searched for beyond a free slot.
+        // Entries after it that are not in their own slot because this one was taken move up, so that no search has to go past a
+        // free slot.
         for (std::size_t next = after(hole); slots_[next].value; next = after(next)) {
             const std::size_t preferred = slotOf(slots_[next].id);
             if (((next - preferred) & mask()) < ((next - hole) & mask())) continue;
@@ -56,7 +57,7 @@ public:
         return entry;
     }
 
-    // Calls visit(id, value) for each entry, in no order; `visit` takes none out and enters none.
+    // Calls visit(id, value) for each entry, in no particular order. `visit` must not add or remove entries.
     template <class Visit>
     void forEach(Visit visit) {
         for (Slot& slot : slots_) {
@@ -69,14 +70,14 @@ private:
 
     struct Slot {
         Id id = 0;
-        std::unique_ptr<Value> value;  // null: nobody's
+        std::unique_ptr<Value> value;  // null: the slot is free
     };
 
     std::size_t mask() const noexcept { return slots_.size() - 1; }
     std::size_t after(std::size_t index) const noexcept { return (index + 1) & mask(); }
-    // Ids are counted, some of them in steps of a power of two: what is left of the product's upper half tells neighbours apart.
+    // Ids are sequential, some of them in steps of a power of two. The upper half of the product differs for neighbours.
     std::size_t slotOf(Id id) const noexcept { return ((id * 0x9E37'79B9'7F4A'7C15U) >> 32U) & mask(); }
-    // Where the id stands, or else the free slot where it would.
+    // The slot of the id, or the free slot where it would go.
     std::size_t indexOf(Id id) const noexcept {
         std::size_t index = slotOf(id);
         while (slots_[index].value && slots_[index].id != id) index = after(index);
@@ -90,7 +91,7 @@ private:
         }
     }
 
-    std::vector<Slot> slots_;  // a power of two, at most half of them taken
+    std::vector<Slot> slots_;  // their number is a power of two; at most half are taken
     std::size_t size_ = 0;
 };
 

@@ -1,10 +1,10 @@
-// Memory as the system sees it.
+// Memory as the operating system sees it.
 #pragma once
 
 namespace util {
 
-// Gives freed memory back to the system, as far as the C library holds on to whole pages of it. Takes up to some milliseconds:
-// not for a request's road. Thread: any.
+// Returns freed memory to the operating system, as far as the C library holds whole pages of it. Takes up to some milliseconds,
+// so it must not be called while a request is handled. Thread: any.
 void returnFreedMemory() noexcept;
 
 }  // namespace util

@@ -1,4 +1,4 @@
-// Text that others have written, and text for others: shown, listed, percent-encoded.
+// Text from others, and text for others: made printable, split, percent-encoded.
 #pragma once
 
 #include <cstddef>
@@ -8,21 +8,21 @@
 
 namespace util {
 
-// A character as it stands in UTF-8, or one byte that begins none. Thread: any (a value).
+// A UTF-8 character, or one byte that begins none. Thread: any (a value).
 struct Character {
     char32_t code = 0xFFFD;
     std::size_t length = 1;
     bool isValid = false;
 };
 
-// The first character of a text that is not empty (RFC 3629: no overlong forms, no surrogates, nothing beyond U+10FFFF).
+// The first character of `text`, which must not be empty (RFC 3629: no overlong forms, no surrogates, nothing above U+10FFFF).
 [[nodiscard]] Character firstCharacter(std::string_view text) noexcept;
 
-// Whether a terminal or an editor would obey the character rather than show it: controls (those of Latin-1, too), line and
-// paragraph separators, and marks that change the direction of writing, with which one text looks like another.
+// Whether a terminal or editor would act on the character instead of showing it: control characters (also those of Latin-1), line
+// and paragraph separators, and marks that change the direction of writing and so can make one text look like another.
 [[nodiscard]] bool isCommand(char32_t code) noexcept;
 
-// How such a character, or a byte that begins none, is written instead: "\n", "\x9b", "\u202e". Thread: any (a value).
+// How such a character, or a byte that begins no character, is written: "\n", "\x9b", "\u202e". Thread: any (a value).
 struct Escape {
     explicit Escape(const Character& character, char byte) noexcept;
     std::string_view text() const noexcept { return {chars, size}; }
@@ -31,7 +31,7 @@ struct Escape {
     std::size_t size = 1;
 };
 
-// Hands `text` to visit(piece) character by character, each as it stands or escaped, until that returns false.
+// Calls visit(piece) for each character of `text`, as it is or escaped, until `visit` returns false.
 template <class Visit>
 void visitShown(std::string_view text, Visit visit) {
     while (!text.empty()) {
@@ -42,20 +42,20 @@ void visitShown(std::string_view text, Visit visit) {
     }
 }
 
-// The text with escapes in place of commands, of at most `most` bytes and an ellipsis if it is longer: what a peer sends stands
-// in a log line only like this, so that it neither ends the line nor pushes out what is said after it.
+// The text with such characters escaped, cut after at most `most` bytes and marked with an ellipsis. Text from a peer is logged
+// only in this form, so that it can neither end the line nor push out what comes after it.
 [[nodiscard]] std::string printable(std::string_view text, std::size_t most = 256);
 
-// Takes the first entry off a list separated by commas, as it stands.
+// Removes and returns the first entry of a comma-separated list, unchanged.
 [[nodiscard]] inline std::string_view takeEntry(std::string_view& list) noexcept {
     const std::string_view entry = list.substr(0, list.find(','));
     list.remove_prefix(entry.size() < list.size() ? entry.size() + 1 : entry.size());
     return entry;
 }
-// All entries.
+// All entries of such a list.
 [[nodiscard]] std::vector<std::string> entriesOf(std::string_view list);
 
-// Appends the text with "%XX", in capital digits, for each byte that isPlain(char) is false for.
+// Appends the text; each byte for which isPlain(char) is false becomes "%XX", in capital digits.
 template <class IsPlain>
 void appendPercentEncoded(std::string& out, std::string_view text, IsPlain isPlain) {
     constexpr char digits[] = "0123456789ABCDEF";
@@ -68,7 +68,7 @@ void appendPercentEncoded(std::string& out, std::string_view text, IsPlain isPla
         }
     }
 }
-// False, and `out` untouched, when a "%" is followed by anything but two hexadecimal digits.
+// False if a "%" is not followed by two hexadecimal digits; `out` is then unchanged.
 [[nodiscard]] bool percentDecode(std::string_view text, std::string& out);
 
 }  // namespace util

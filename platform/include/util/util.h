@@ -8,7 +8,7 @@ namespace util {
 
 class Util {
 public:
-    // Undoes the set-up when destroyed: flushes the tracing output.
+    // Its destructor flushes the tracing output.
     class [[nodiscard]] Guard {
     public:
         Guard() = default;
@@ -20,9 +20,9 @@ public:
         bool active_ = true;
     };
 
-    // Names the process to the tracing output. `tracing`: lines are written at all. `reserved…`: taken for the framework's sake,
-    // without effect here. `nameProcess`: the name becomes the main thread's, as tools such as `top -H` show it. Thread: main,
-    // once.
+    // Sets the process's name in the tracing output. `tracing`: whether lines are written at all. `reserved…`: part of the
+    // framework's interface, no effect here. `nameProcess`: also makes it the name of the main thread, as tools such as `top -H`
+    // show it. Thread: main, once.
     static Guard init(std::string_view applicationName, bool tracing, bool reservedConfig, bool nameProcess,
                       bool reservedWatchdog);
 

@@ -11,13 +11,13 @@
 
 #include "net/loop.h"
 
-// A worker is a thread around an event loop. Nothing is inherited from it; owners keep it as their last member, so that it is
-// destroyed first and what it still runs finds them whole.
+// A worker is a thread around an event loop. Nothing inherits from it. Its owner declares it as the last member, so that it is
+// destroyed first, while everything that its events use still exists.
 
 namespace comm {
 namespace {
 
-// The kernel keeps 15 characters of a thread's name. What tells our names apart stands behind their last dot.
+// The kernel keeps 15 characters of a thread's name. Our names differ in what comes after their last dot.
 std::string kernelName(const std::string& name) {
     constexpr std::size_t kept = 15;
     if (name.size() <= kept) return name;
@@ -46,13 +46,13 @@ struct ActiveObject::State {
             }
             if (!later.empty()) timer->arm(later.begin()->first);
         } catch (const std::exception&) {
-            timer->arm(now + std::chrono::milliseconds{10});  // when there may be memory again
+            timer->arm(now + std::chrono::milliseconds{10});  // there may be memory again by then
         }
     }
 
     const std::string name;
     kelo::net::Loop loop;
-    // Of the thread that runs the loop; the timer is made when it is first wanted.
+    // Both belong to the thread that runs the loop; the timer is created when it is first needed.
     std::multimap<kelo::net::Clock::time_point, util::SharedPtr<ActiveObjectEvent>> later;
     std::optional<kelo::net::Timer> timer;
     std::thread thread;

@@ -1,4 +1,4 @@
-// The gauges are the process's: they know nothing of runtimes, and every status shows all of them.
+// The gauges belong to the process, not to a runtime: every status shows all of them.
 #include "kelo/gauge.h"
 
 #include <mutex>

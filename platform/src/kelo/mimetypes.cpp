@@ -28,7 +28,7 @@ MimeTypeID typename2id(std::string_view name) noexcept {
     constexpr MimeTypeID known[] = {MimeTypeID::json, MimeTypeID::msgpack, MimeTypeID::ixobin, MimeTypeID::plainText,
                                     MimeTypeID::octetStream};
     for (const auto id : known) {
-        if (name == id2typename(id)) return id;  // as nearly everybody writes it
+        if (name == id2typename(id)) return id;  // the spelling that nearly everybody uses
     }
     name = trimmed(name.substr(0, name.find(';')));
     for (const auto id : known) {

@@ -5,7 +5,7 @@
 namespace kelo {
 namespace {
 
-// Takes the next part off a path: what stands between its leading "/" and the next one. False when there is none.
+// Removes the next part from the front of a path: the text between its leading "/" and the next one. False if there is none.
 bool nextPart(std::string_view& rest, std::string_view& part) noexcept {
     if (rest.empty() || rest.front() != '/') return false;
     rest.remove_prefix(1);
@@ -23,7 +23,7 @@ bool isPlain(char c) noexcept {
 }  // namespace
 
 bool Path::matches(std::string_view path, std::string_view pattern) noexcept {
-    if (path.size() < pattern.size()) return false;  // a star stands for one character at least
+    if (path.size() < pattern.size()) return false;  // a star matches at least one character
     std::string_view part;
     std::string_view wanted;
     while (nextPart(pattern, wanted)) {

@@ -1,4 +1,4 @@
-// The parts of reading and writing records that are the same for every type.
+// The parts of reading and writing records that do not depend on the type.
 
 #include "kelo/record.h"
 

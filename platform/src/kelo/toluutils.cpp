@@ -6,7 +6,7 @@ url createElementUri(std::string_view serviceRoot, std::string_view resourcePath
     std::string text(serviceRoot.size() + resourcePath.size() + 1 + std::UUID::textLength, '/');
     char* at = text.data();
     at += serviceRoot.copy(at, serviceRoot.size());
-    at += resourcePath.copy(at, resourcePath.size()) + 1;  // the slash is there
+    at += resourcePath.copy(at, resourcePath.size()) + 1;  // plus the slash, which is there already
     id.toChars(at);
     return url{std::move(text)};
 }

@@ -6,34 +6,34 @@
 
 #include "tracing/channel.h"
 
-// Each request has a slot. Its id, which is also the handle that the caller gets, is the slot's index in the low 16 bits and
-// above them a number that never recurs in this process. So finding a slot is one array access, and a late or foreign id finds
-// a slot with another number.
+// Each request has a slot. Its id, which is also the caller's handle, has the slot's index in the low 16 bits and above them a
+// number that is never used again in this process. So finding a slot is one array access, and a late or foreign id finds a slot
+// with another number.
 //
-// A request ends exactly once because its handler is taken out of its slot exactly once, under the lock: by a terminal frame,
-// by a `next` that ends it, by `cancel`, by the deadline, or by the loss of the connection. Only a `next` that more may follow
-// calls the handler while it stays in its slot. The slot then counts as delivering, and a cancellation that arrives meanwhile
-// is carried out by the delivering thread when it is back.
+// A request ends exactly once because its handler is taken out of its slot exactly once, under the lock: by a terminal frame, by
+// a `next` that ends it, by `cancel`, by the deadline, or by the loss of the connection. Only a `next` that others may follow
+// calls the handler while it is in its slot. The slot then counts as delivering, and a cancellation that arrives meanwhile is
+// carried out by the delivering thread when the handler has returned.
 //
 // Whether a request that ends early was sent is known from the queue: what is no longer there has gone to the kernel. A request
-// of which the kernel has no byte is taken out of the queue, so nobody acts on what was called "not sent", and a cancellation
-// need not tell the provider anything. A request of which the kernel has a part stays, "outcome unknown", unless the connection
-// is over: a request that lacks even its last byte cannot have been acted on.
+// of which the kernel has no byte is taken out of the queue, so nobody acts on what was called "not sent", and the provider need
+// not be told of a cancellation. A request of which the kernel has a part stays, "outcome unknown", unless the connection is
+// over: a request that lacks even its last byte cannot have been acted on.
 //
-// All clients of a process share one connection, and what one of them does must not cause another one's refusal, nor make it
-// wait for long. What counts is how much the provider still has to say: whoever asks next hears it only after that. So each
-// account has a share of the first answers that are still to come, in bytes, and a request for which there is no room is held
-// until there is. Sizes are guessed: an answer is expected to be as large as those before it. A request is also held as long as
-// the provider does not read what is queued already. Each account has a queue of its own, and the queues take turns, so a client
-// that asks for little waits little. Deadlines run meanwhile. Only what exceeds an account's share of what may be held, in
-// number or in bytes, is refused. Streams end when their consumers want it, which nobody can wait for, so a stream beyond its
-// account's share is refused at once. The connection itself never has more queued than one drain may bring, however much is
-// asked for, and is never cut because of it.
+// All clients of a process share one connection, and what one of them does must not get another one's requests refused or delay
+// them for long. The delay depends on how much the provider still has to send, because the next answer comes after that. So each
+// account has a share, in bytes, of the first answers that are still to come, and a request for which there is no room is held
+// until there is. The sizes are estimates: an answer is expected to be as large as those before it. Requests are also held while
+// the provider does not read what is already queued. Each account has a queue of held requests, and the queues take turns, so a
+// client that asks for little waits little. Deadlines run meanwhile. Only what exceeds an account's share of what may be held, in
+// number or in bytes, is refused. Streams end when their consumers want it, and nothing can wait for that, so a stream beyond its
+// account's share is refused at once. The connection itself never has more queued than one drain may bring, however much is asked
+// for, and is never cut because of it.
 //
-// The deadline needs no timer per request: there is one time stamp in the loop, armed for the earliest. On the thread that
-// reads, arming is a store. A request from another thread must wake the loop to arm it, but only if nothing is armed that fires
-// earlier. Once armed for another thread it stays armed until it fires, and then looks for what is due next, so a steady client
-// causes one wake-up per deadline, not one per request.
+// Deadlines need no timer per request: one time stamp in the loop is armed for the earliest. On the thread that reads, arming is
+// a store. A request from another thread must wake the loop to arm it, but only if nothing is armed that fires earlier. Once
+// armed for another thread it stays armed until it fires, and then looks for what is due next, so a steady client causes one
+// wake-up per deadline, not one per request.
 
 namespace kelo::net {
 namespace {
@@ -62,7 +62,7 @@ std::chrono::milliseconds deadlineOf(const Request& request, RequestLimits limit
     return limits.deadline;
 }
 
-// Handlers are of all kinds; one that throws must not take the connection's other requests with it. False when it threw.
+// Calls a response handler. If it throws, the connection's other requests must not suffer. False if it threw.
 template <class Call>
 bool guarded(const char* event, Call call) noexcept {
     static const tracing::Channel channel{"KELO_RUNTIME"};
@@ -148,7 +148,8 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
                 armsHere = loop().isCurrentThread();
                 if (!armsHere && due < askedDue_) {
                     askedDue_ = due;
-                    // Still under the lock: the loop that reads may be another one, and this one over, as soon as that is free.
+                    // Still under the lock. Once that is released, the connection may be read on another loop, and this loop may
+                    // be destroyed.
                     loop().post([self = std::static_pointer_cast<ClientConnection>(shared_from_this())] { self->expire(); });
                 }
             }
@@ -156,7 +157,7 @@ void* ClientConnection::request(const Request& request, Handler&& handler, Reque
         if (refusal == tooMany) ++counters_.requestsRefused;
     }
     if (refusal != nullptr) {
-        // NOLINTNEXTLINE(bugprone-use-after-move): it moves only where there is no refusal
+        // NOLINTNEXTLINE(bugprone-use-after-move): it is moved only if there is no refusal
         guarded("onError", [&] { owned->onError(Response::createErrorResponse(status, servicePath_ + ": " + refusal)); });
         return IKeloApi::UNDEFINED_REQUEST_HANDLE;
     }
@@ -255,7 +256,7 @@ void ClientConnection::deliverNext(std::uint64_t id) {
         }
     }
     if (sends) commit();
-    bool finished = true;  // also for a handler that throws
+    bool finished = true;  // also if the handler throws
     const bool handled = guarded("onNext", [&] { finished = handler->onNext(response_); });
     Ended ended;
     bool lost = false;
@@ -277,8 +278,8 @@ void ClientConnection::deliverNext(std::uint64_t id) {
     if (failed) fail(*ended.handler);
 }
 
-// A value with which the provider ends the request. The request is over before its handler is called, which then is the only one
-// who can still end it: nothing needs to be looked up again afterwards.
+// Delivers a value with which the provider ends the request. The request is over before its handler is called, so nobody else can
+// end it, and nothing has to be looked up again afterwards.
 void ClientConnection::deliverLast(std::uint64_t id) {
     Ended ended;
     {
@@ -316,7 +317,7 @@ void ClientConnection::deliverTerminal(std::uint64_t id, Deliver deliver) {
     guarded("terminal event", [&] { deliver(*ended.handler); });
 }
 
-// The request that a frame is about, null when it is late.
+// The request that a frame belongs to; null if the frame is late.
 ClientConnection::Slot* ClientConnection::deliverableLocked(std::uint64_t id) noexcept {
     Slot* const slot = findLocked(id);
     if (slot != nullptr && !slot->delivering) return slot;
@@ -324,7 +325,7 @@ ClientConnection::Slot* ClientConnection::deliverableLocked(std::uint64_t id) no
     return nullptr;
 }
 
-// Ends a request, and sends another one that had to wait for its end; then, without the lock, `settle`.
+// Ends a request and sends others that had to wait for this. `settle` must be called afterwards, without the lock.
 ClientConnection::Ended ClientConnection::endLocked(Slot& slot) noexcept {
     if (slot.awaited > 0) noteAnswerLocked(slot);
     Ended ended{releaseLocked(slot)};
@@ -338,7 +339,7 @@ void ClientConnection::settle(const Ended& ended) {
     if (ended.sends) commit();
 }
 
-// For a handler that threw: whoever waits behind it would wait for ever.
+// After a handler threw: its client would otherwise wait for ever.
 void ClientConnection::fail(IResponseHandler<Response>& handler) const {
     guarded("onError",
             [&] { handler.onError(Response::createErrorResponse(500, servicePath_ + ": the answer could not be handled")); });
@@ -373,7 +374,7 @@ void ClientConnection::handleClosed(const char* why) {
             ended.push_back({id, releaseLocked(slot), sent});
         }
     }
-    // In the order in which they were asked.
+    // In the order in which the requests were made.
     std::sort(ended.begin(), ended.end(), [](const Lost& a, const Lost& b) { return a.id >> indexBits < b.id >> indexBits; });
     counters_.endedByLoss += ended.size();
     for (Lost& request : ended) {
@@ -402,7 +403,7 @@ void ClientConnection::expire() {
     const auto now = Clock::now();
     {
         std::unique_lock lock{mutex_};
-        // Asked for on a loop that has stopped reading since: the one that reads now has looked when it began to.
+        // If another loop reads by now, it has checked the deadlines when it began to.
         SendQueue& queue = settledQueueLocked(lock);
         if (isClosedLocked() || !loop().isCurrentThread()) return;
         queue.withdraw([&](std::uint64_t id) {
@@ -444,7 +445,7 @@ void ClientConnection::arm(Clock::time_point due) {
 
 ClientConnection::Share& ClientConnection::shareLocked(Account* account) {
     if (lastShare_ != nullptr && lastShare_->account.get() == account) return *lastShare_;
-    // What a client has left behind is kept for its next request, until it is one of many.
+    // An idle client's entry is kept for its next request, unless there are too many.
     if (accounts_.size() >= 2 * std::size_t{limits_.connections}) {
         lastShare_ = nullptr;
         std::erase_if(accounts_, [](const auto& entry) { return entry.second.isIdle(); });
@@ -483,15 +484,15 @@ bool ClientConnection::mustWaitLocked(const Share& share) const noexcept {
     return isSlowLocked() || (queueWasFull_ && turn_ != nullptr) || share.held > 0 || !hasRoomLocked(share);
 }
 
-// For one more answer. However large answers are, a client may await two, so that the provider need not wait for the next
-// request.
+// Whether the account may await one more answer. A client may await two, however large they are, so that the provider need not
+// wait for its next request.
 bool ClientConnection::hasRoomLocked(const Share& share) const noexcept {
     if (share.awaited + share.expected <= awaitedShares_.equalPart()) return true;
     return share.awaited < limits_.conflationBytes + share.expected &&
            awaitedShares_.admits(share.awaited, share.expected, share.kind());
 }
 
-// `bytes`: of the answer to come; 0: it has come, or is no longer awaited.
+// `bytes`: expected size of the answer; 0: it has come, or is no longer awaited.
 void ClientConnection::awaitLocked(Slot& slot, std::size_t bytes) noexcept {
     Share& share = *slot.share;
     const std::size_t awaited = share.awaited - slot.awaited + bytes;
@@ -500,9 +501,9 @@ void ClientConnection::awaitLocked(Slot& slot, std::size_t bytes) noexcept {
     slot.awaited = bytes;
 }
 
-// The answer that is being handled is the request's first.
+// The frame that is being handled is the request's first answer.
 void ClientConnection::noteAnswerLocked(Slot& slot) noexcept {
-    constexpr std::size_t slowness = 64;  // answers that are small again count by and by
+    constexpr std::size_t slowness = 64;  // so that smaller answers lower the estimate gradually
     std::size_t& expected = slot.share->expected;
     if (answerSize_ > expected) {
         expected = std::clamp(answerSize_, leastExpected_, mostExpected_);
@@ -512,8 +513,8 @@ void ClientConnection::noteAnswerLocked(Slot& slot) noexcept {
     awaitLocked(slot, 0);
 }
 
-// Takes the slot's frame, which begins at `begin` of what was appended, back until there is room for it. False, and nothing
-// happens, when its account has too much waiting.
+// Takes the slot's frame, which begins at `begin` of what was appended, out of the buffer and holds it until there is room. If
+// its account has too much waiting, returns false and does nothing.
 bool ClientConnection::holdLocked(Slot& slot, std::size_t begin) {
     auto& out = outLocked();
     Share& share = *slot.share;
@@ -526,7 +527,7 @@ bool ClientConnection::holdLocked(Slot& slot, std::size_t begin) {
     const std::uint32_t index = indexOf(slot.id);
     if (share.held == 0) {
         share.firstHeld = index;
-        // Behind all others: before the one whose turn is next.
+        // At the end of the ring: before the one whose turn is next.
         share.after = turn_ == nullptr ? &share : turn_;
         share.before = turn_ == nullptr ? &share : turn_->before;
         share.before->after = &share;
@@ -569,7 +570,8 @@ void ClientConnection::unholdLocked(Slot& slot) noexcept {
     --waiting_;
 }
 
-// Without memory for it the connection ends, as for anything else: but not the request whose end makes the room.
+// If there is no memory to send a held request, the connection ends, as elsewhere; the request whose end made the room is not
+// affected.
 bool ClientConnection::sendHeldLocked() noexcept {
     bool any = false;
     queueWasFull_ = false;

@@ -1,4 +1,4 @@
-// The consumer's end of a connection: requests out, answers to their handlers.
+// The consumer's end of a connection: sends requests and passes the answers to their handlers.
 #pragma once
 
 #include <chrono>
@@ -20,7 +20,7 @@ namespace kelo::net {
 class ClientConnection final : public FrameStream {
 public:
     struct Events {
-        // The provider said hello. Thread: the loop that the connection was started on.
+        // The provider's hello has arrived. Thread: the loop that the connection was started on.
         std::function<void(ClientConnection&, const wire::Hello&)> ready;
         // The connection is over and all its requests have ended. Thread: the loop that reads.
         std::function<void(ClientConnection&, const char* why)> closed;
@@ -29,36 +29,36 @@ public:
     ClientConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters, std::string servicePath,
                      Events events);
 
-    // Says hello. After `start`, on the loop's thread.
+    // Sends the hello. Call after `start`, on the loop's thread.
     void sayHello(std::string_view application);
 
-    // As IKeloApi::request. An answer known at once is delivered before this returns.
+    // As IKeloApi::request. An answer that is known at once is delivered before this returns.
     void* request(const Request& request, std::unique_ptr<IResponseHandler<Response>>&& handler, RequestLimits requestLimits);
     void cancel(void* handle);
 
-    // What is under way, at a moment. Thread: any (a value).
+    // What is in progress at a moment. Thread: any (a value).
     struct Usage {
-        std::size_t requests = 0;  // of both kinds, held ones included
+        std::size_t requests = 0;  // of both kinds, including held ones
         std::size_t streams = 0;
         std::size_t held = 0;
         std::size_t queuedBytes = 0;
     };
     Usage usage() const;
-    // Whether the provider has said anything about a request. Thread: the one that reads, or any when the connection is over.
+    // Whether the provider has ever answered a request. Thread: the one that reads; any when the connection is over.
     bool hasAnswered() const noexcept { return hasAnswered_; }
 
 private:
     using Handler = std::unique_ptr<IResponseHandler<Response>>;
-    // What one account has on this connection; the process's own requests have one too. While requests of it are held, it stands
-    // in a ring with the others of which some are.
+    // What one account has on this connection; the process's own requests have an account too. Accounts with held requests form a
+    // ring.
     struct Share {
         std::shared_ptr<Account> account;  // null: the process's own
         std::uint32_t streams = 0;
-        std::size_t expected = 0;  // size of its next first answer, by the last ones
-        std::size_t awaited = 0;   // the sizes of all that are still to come, as expected
+        std::size_t expected = 0;  // size of its next first answer, estimated from the last ones
+        std::size_t awaited = 0;   // expected sizes of all first answers that are still to come
         std::uint32_t held = 0;
         std::size_t heldBytes = 0;
-        std::uint32_t firstHeld = 0;  // slots, if any are held, in the order of asking
+        std::uint32_t firstHeld = 0;  // a slot; valid if any are held, in the order of the requests
         std::uint32_t lastHeld = 0;
         Share* before = nullptr;
         Share* after = nullptr;
@@ -71,13 +71,13 @@ private:
         Share* share = nullptr;
         Handler handler;
         Clock::time_point due = Clock::time_point::max();  // of the first answer
-        std::chrono::milliseconds deadline{0};             // as asked for, for the error's text
-        std::vector<std::uint8_t> held;                    // its frame, while there is no room for it
+        std::chrono::milliseconds deadline{0};             // as the caller gave it, for the error's text
+        std::vector<std::uint8_t> held;                    // its frame, until there is room for it
         std::size_t awaited = 0;                           // expected size of its first answer, from sending to that answer
-        std::uint32_t heldBefore = 0;                      // the slots of the share's that were asked for before it and after it
+        std::uint32_t heldBefore = 0;                      // its neighbours among the held slots of the share
         std::uint32_t heldAfter = 0;
         bool oneShot = false;
-        bool unsent = false;      // the kernel lacks bytes of it; known at its end only
+        bool unsent = false;      // the kernel lacks bytes of it; known only when it ends
         bool delivering = false;  // its handler is in onNext; meanwhile it may become
         bool cancelled = false;   // - cancelled, or
         bool lost = false;        // - lost with the connection
@@ -93,18 +93,18 @@ private:
     void deliverLast(std::uint64_t id);
     template <class Deliver>
     void deliverTerminal(std::uint64_t id, Deliver deliver);
-    // A request that is over, and what its end calls for.
+    // A request that has ended, and what this requires.
     struct Ended {
         Handler handler;
-        bool sends = false;    // something was appended
-        bool wasLast = false;  // no deadline is left to wait for
+        bool sends = false;    // other requests were appended
+        bool wasLast = false;  // there is no deadline left to wait for
     };
     Slot* deliverableLocked(std::uint64_t id) noexcept;
     Ended endLocked(Slot& slot) noexcept;
     void settle(const Ended& ended);
     void fail(IResponseHandler<Response>& handler) const;
     Response lossResponse(bool sent) const;
-    // Ends the requests whose deadline has passed and arms for the next. Thread: the loop's.
+    // Ends the requests whose deadline has passed, and arms for the next. Thread: the loop's.
     void expire();
     void arm(Clock::time_point due);
 
@@ -119,18 +119,18 @@ private:
     bool holdLocked(Slot& slot, std::size_t begin);
     void chargeHeld(Share& share, std::uint32_t held, std::size_t bytes) noexcept;
     void unholdLocked(Slot& slot) noexcept;
-    // Sends requests that were held, as far as there is room; whether there is something to commit.
+    // Sends held requests as far as there is room. Returns whether something must be committed.
     bool sendHeldLocked() noexcept;
     Slot* findLocked(std::uint64_t id) noexcept;
     Handler releaseLocked(Slot& slot);
 
     const std::string servicePath_;
     Events events_;
-    // Of an answer: so small that there are never more requests in flight than a provider takes, and so large that one has not to
-    // wait until it is alone.
+    // The least and most that an answer counts for. At least so much that there are never more requests in flight than a provider
+    // accepts; at most so much that no request has to wait until it is the only one.
     const std::size_t leastExpected_;
     const std::size_t mostExpected_;
-    Response response_;  // of the loop's thread alone; reused, its payload borrows from the frame
+    Response response_;  // only for the loop's thread; reused, its payload borrows from the frame
     wire::LastFields responseFields_;
     std::size_t answerSize_ = 0;  // of the frame that is being handled
 
@@ -139,20 +139,20 @@ private:
     std::vector<std::uint32_t> free_;
     std::uint32_t streams_ = 0;
     std::unordered_map<const Account*, Share> accounts_;
-    Share* lastShare_ = nullptr;  // the one that was looked up last
-    Share* turn_ = nullptr;       // of those of which requests are held, the one whose turn is next
-    std::size_t waiting_ = 0;     // how many those are
-    bool queueWasFull_ = false;   // when a request was held last, or held ones were sent
+    Share* lastShare_ = nullptr;  // the one looked up last
+    Share* turn_ = nullptr;       // of the shares with held requests, the one whose turn is next
+    std::size_t waiting_ = 0;     // the number of these shares
+    bool queueWasFull_ = false;   // when a request was last held, or held ones were last sent
     FairShare awaitedShares_;
     FairShare streamShares_;
     FairShare heldShares_;
     FairShare heldByteShares_;
-    std::uint64_t deliveringLast_ = 0;  // the request of which the handler has its last value just now; 0 if cancelled meanwhile
+    std::uint64_t deliveringLast_ = 0;  // the request whose last value is being delivered; 0 if it was cancelled meanwhile
     bool ready_ = false;
-    bool hasAnswered_ = false;                               // of the thread that reads
-    Clock::time_point askedDue_ = Clock::time_point::max();  // armed, or about to be, for requests of other threads
+    bool hasAnswered_ = false;                               // only for the thread that reads
+    Clock::time_point askedDue_ = Clock::time_point::max();  // armed, or about to be armed, for requests from other threads
 
-    // Of the loop's thread alone:
+    // Only for the loop's thread:
     std::optional<Timer> timer_;
 };
 

@@ -1,4 +1,4 @@
-// A file descriptor that somebody owns.
+// A file descriptor with an owner.
 #pragma once
 
 #include <unistd.h>

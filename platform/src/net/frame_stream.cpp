@@ -12,23 +12,23 @@
 // Writing. A thread that has something to send appends whole frames to the queue under the lock and commits; the queue sends
 // them. What the kernel does not take stays there, and the loop that reads is asked to report when there is room.
 //
-// A peer that does not read is limited three times. Above `conflationBytes`, streams keep only their newest value and requests
-// wait (the derived classes do that). Above the soft limit, its own requests are no longer read. Above the hard limit, or above
-// its share of what all clients may leave unread, it is cut. A provider's answers are read in any case: if both ends waited for
+// A peer that does not read meets three limits. Above `conflationBytes`, streams keep only their newest value and requests wait
+// (the derived classes do that). Above the soft limit, its own requests are no longer read. Above the hard limit, or above its
+// share of what all clients may leave unread, it is disconnected. A provider's answers are always read: if both ends waited for
 // the other to read first, neither would ever read.
 //
 // Reading. One large receive goes into the loop's own buffer. Whole frames are handled where they are, and only the part of a
 // frame at the end is copied, to wait for the rest. A frame's length is believed only up to the limit, and memory for it grows
-// with the bytes that arrive, never ahead of them. After `framesPerWakeUp` frames it is the others' turn.
+// with the bytes that arrive, never ahead of them. After `framesPerWakeUp` frames, other connections have their turn.
 //
-// The end. Only what the kernel reports counts: a hang-up, a reset and a broken pipe mean the same. The loop's thread alone
-// acts on it, after everything received before it has been handled. A thread that must end the connection from elsewhere shuts
-// the socket down and lets the loop find out, or says that it is to end. A peer that ends only its own side, as a client does
-// that has asked everything, still gets what the derived class owes it; meanwhile a hang-up is still noticed, because the
-// kernel reports it unasked.
+// The end. Only what the kernel reports counts: a hang-up, a reset and a broken pipe mean the same. Only the loop's thread acts
+// on it, after everything received before it has been handled. Another thread that must end the connection either shuts the
+// socket down and lets the loop find out, or states that the connection should end. A peer that ends only its own side, like a
+// client that has asked everything, still gets what the derived class owes it; a hang-up is noticed meanwhile, because the kernel
+// always reports it.
 //
 // Memory. If there is none for what one connection needs, that connection ends, and its requests with it. What ending it needs
-// (the messages to those whose requests end) must be available: there is nobody else to tell, so without it the process ends.
+// (the messages to those whose requests end) must be available. Without it the process ends, because nobody could be told.
 
 namespace kelo::net {
 namespace {
@@ -103,7 +103,8 @@ bool FrameStream::isOver() const {
     return over_;
 }
 
-// Does what is wanted, if that is for this thread to do. While the connection is on its way it is for the one where it arrives.
+// Does what is wanted, if it is this thread's task. While the connection is moving, it is the task of the thread where it
+// arrives.
 void FrameStream::follow() noexcept {
     const char* why = nullptr;
     {
@@ -206,7 +207,7 @@ void FrameStream::sendQueuedLocked(std::unique_lock<std::mutex>& lock) {
     boundLocked();
 }
 
-// False when there is no memory for what waits, which ends the connection.
+// False if there is no memory to send what waits; this ends the connection.
 bool FrameStream::drainLocked() noexcept {
     try {
         handleDrainedLocked();
@@ -218,7 +219,7 @@ bool FrameStream::drainLocked() noexcept {
     }
 }
 
-// Whether that is more than one peer may leave unread, or one client of all. Charges it to the client.
+// Whether this is more than one peer may leave unread, or than its share of what all clients may. Charges the client for it.
 bool FrameStream::leavesTooMuchLocked() {
     const std::size_t unread = queue_.isBlocked() ? unreadLocked() : 0;
     if (unread == charged_ || !shares_) return unread > limits_.queuedHardBytes;
@@ -234,7 +235,7 @@ bool FrameStream::admitsUnreadLocked() const noexcept {
     return !shares_ || unread <= charged_ || shares_->unreadBytes.admits(charged_, unread + limits_.conflationBytes - charged_);
 }
 
-// Holds the peer to what it may leave unread.
+// Enforces the limit for what the peer leaves unread.
 void FrameStream::boundLocked() {
     if (!cut_ && leavesTooMuchLocked()) {
         cut_ = true;
@@ -245,7 +246,7 @@ void FrameStream::boundLocked() {
     watchLocked();
 }
 
-// Asks the loop for what the state calls for: room to write while blocked, and requests unless the answers pile up.
+// Asks the loop for the events that are needed now: room to write while blocked, and requests unless too many answers are queued.
 void FrameStream::watchLocked() {
     if (!place_.isReadLocked() || closed_) return;
     const bool wasPaused = paused_;
@@ -267,7 +268,7 @@ void FrameStream::resumeLaterLocked() {
     place_.loopLocked()->post([self = shared_from_this(), stay = place_.stayLocked()]() noexcept {
         {
             const std::lock_guard lock{self->mutex_};
-            // Gone meanwhile: what was carried along is handled on arrival.
+            // The connection has moved meanwhile: carried bytes are handled where it arrives.
             if (!self->place_.isHereLocked() || self->place_.stayLocked() != stay) return;
         }
         self->place_.endResuming();
@@ -324,7 +325,7 @@ void FrameStream::receive(bool isHungUp) {
     boundIncomplete();
 }
 
-// Holds a client to completing in time the frame that it has begun, and to its share of what such frames may take.
+// Enforces the time limit for completing a frame, and the client's share of the memory for incomplete frames.
 void FrameStream::boundIncomplete() {
     const std::size_t kept = closed_ ? 0 : place_.carried.capacity();
     if (!shares_ || (kept == 0 && incompleteBytes_ == 0)) return;
@@ -349,7 +350,7 @@ void FrameStream::boundIncomplete() {
 
 void FrameStream::handleCarried(bool all) {
     if (place_.carried.empty()) return;
-    // The frames lie in a buffer of their own while they are handled, so that nothing a handler causes can move them.
+    // Frames are handled in a buffer of their own, so that nothing a handler causes can move them.
     std::vector<std::uint8_t> bytes;
     bytes.swap(place_.carried);
     isHandling_ = true;

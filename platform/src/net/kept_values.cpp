@@ -1,15 +1,15 @@
 #include "net/kept_values.h"
 
-// Many streams of one peer often have the same value: a process that serves many clients asks another service the same for each
-// of them, and a change reaches all its streams at once. So equal payloads are kept once, however many streams wait for them.
-// What a peer can make us keep is then limited by how much there is to tell, not by how often it asks for it.
+// Many streams of one peer often have the same value: a process that serves many clients makes the same request for each of them,
+// and a change reaches all these streams at once. So equal payloads are kept once, however many streams wait for them. What a
+// peer can make us keep then depends on how much different data there is, not on how often the peer asks for it.
 //
-// A value is looked for only when a peer does not keep up; hashing and comparing it costs far less than making it.
+// Values are looked up only if a peer does not keep up; hashing and comparing a value costs far less than making it.
 
 namespace kelo::net {
 namespace {
 
-constexpr std::size_t nodeBytes = 64;  // of a container, with what the allocator adds, about
+constexpr std::size_t nodeBytes = 64;  // of a container's node with the allocator's overhead, approximately
 
 std::string_view textOf(std::span<const std::uint8_t> bytes) noexcept {
     return {reinterpret_cast<const char*>(bytes.data()), bytes.size()};
@@ -51,7 +51,7 @@ bool KeptValues::put(std::uint64_t id, std::span<const std::uint8_t> frame, std:
         release(*std::exchange(kept.payload, use(textOf(frame.last(payloadSize)))));
         bytes_ += newHead.capacity() - kept.head.capacity() - kept.end.capacity();
         kept.head = std::move(newHead);
-        kept.end = {};  // of a stream whose id the peer has used again too early
+        kept.end = {};  // of an earlier stream, whose id the peer has reused too early
         return true;
     }
     Order made;

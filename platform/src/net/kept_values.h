@@ -25,29 +25,29 @@ public:
     KeptValues& operator=(const KeptValues&) = delete;
 
     bool empty() const noexcept { return order_.empty(); }
-    // The memory that they take.
+    // The memory of all that is kept.
     std::size_t bytes() const noexcept { return bytes_; }
 
-    // Keeps a stream's value: a whole frame, which ends with a payload of that size. True if it replaces an older one.
+    // Keeps a stream's value: a whole frame that ends with a payload of this size. True if it replaces an older value.
     bool put(std::uint64_t id, std::span<const std::uint8_t> frame, std::size_t payloadSize);
-    // Has the frame follow a stream's value, as the last of that stream. False if none of its values waits.
+    // Has `frame` sent after the stream's kept value, as the stream's last frame. False if no value of it is kept.
     bool end(std::uint64_t id, std::span<const std::uint8_t> frame);
     void drop(std::uint64_t id);
     void clear();
-    // Appends what has waited longest and forgets it. Something must be waiting.
+    // Appends the value that has waited longest, and forgets it. There must be one.
     void writeOldest(util::ByteBufferWriter& out);
 
 private:
     struct Hash : std::hash<std::string_view> {
         using is_transparent = void;
     };
-    // The payloads, with the number of streams that each is the newest value of.
+    // The payloads, each with the number of streams whose newest value it is.
     using Payloads = std::unordered_map<std::string, std::size_t, Hash, std::equal_to<>>;
     struct Kept {
         std::uint64_t id = 0;
         std::vector<std::uint8_t> head;  // of the frame
         const Payloads::value_type* payload = nullptr;
-        std::vector<std::uint8_t> end;  // the frame after it, once the stream is over
+        std::vector<std::uint8_t> end;  // the frame to send after it, once the stream has ended
     };
     using Order = std::list<Kept>;
 

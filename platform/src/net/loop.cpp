@@ -13,29 +13,28 @@
 #include "kelo/std/unhandled_error.h"
 #include "tracing/channel.h"
 
-// One turn of the loop is: run the queued events, write what they collected, sleep, serve the sockets that are ready, write
-// again. Three rules keep it cheap and fair:
+// One turn of the loop: run the queued events, write the output that they collected, sleep, serve the sockets that are ready,
+// write again. Three rules keep it cheap and fair:
 //
-// - A post wakes the loop only if it sleeps. `sleeping_` is set under the queue's mutex, in the same section that found the
-//   queue empty, so no event can slip in between the check and the sleep. The wake-up descriptor is edge-triggered and never
-//   read: each write is one edge, which saves a system call per wake-up.
+// - A post wakes the loop only if it sleeps. `sleeping_` is set under the queue's mutex, in the same section that found the queue
+//   empty, so no event can slip in between the check and the sleep. The wake-up descriptor is edge-triggered and never read: each
+//   write is one edge, which saves a system call per wake-up.
 // - Events run in batches: the queue is swapped out as a whole, so posting never waits for running, and both vectors keep their
 //   memory. Sockets are checked between batches, so a worker that is kept busy by events still reads its peers.
-// - Output is collected while a batch or the ready sockets are served, and written once afterwards by the thread that produced
-//   it.
+// - Output is collected while a batch or the ready sockets are served, and then written once by the thread that produced it.
 //
-// thread_lending.cpp explains how a thread runs the events of another loop that sleeps. Here it is only asked before a loop is
-// woken, and waited for after waking up.
+// thread_lending.cpp explains how a thread runs the events of another loop that sleeps. This file only asks it before it wakes a
+// loop, and waits for it after waking up.
 //
-// An event that throws is logged and over: it belongs to one request, which ends with the event. What belongs to everybody
-// (sockets, timers, what the runtime posts to itself) must not throw; there, lack of memory ends the process, which is better
-// than a process that no longer knows what it tracks.
+// An event that throws is logged and is over: it belongs to one request, which ends with it. What belongs to everybody (sockets,
+// timers, what the runtime posts to itself) must not throw. If memory runs out there, the process ends, which is better than a
+// process that no longer knows what it tracks.
 //
-// A pollable that is removed while others of the same wake-up are still waiting must not be called again and must not be
-// destroyed during its own call: registrations have a serial that outdated reports do not match, and removed ones are kept
-// until the turn is over.
+// A pollable that is removed while others of the same wake-up are still waiting must not be called again, and must not be
+// destroyed during its own call. So registrations have a serial that outdated reports do not match, and removed pollables are
+// kept until the turn is over.
 //
-// Errors that are still stored when a batch or the ready sockets are finished belong to nobody any more and are disposed of.
+// Errors that are still stored after a batch or the ready sockets have been served belong to nobody any more and are disposed of.
 
 namespace kelo::net {
 namespace {
@@ -52,7 +51,7 @@ void execute(comm::ActiveObjectEvent& event) noexcept {
     }
 }
 
-// As epoll_wait takes it: rounded up, so that nothing is early.
+// The timeout for epoll_wait: rounded up, so that nothing fires early.
 int millisecondsUntil(Clock::time_point due) noexcept {
     constexpr int most = 60'000;
     if (due == Clock::time_point::max()) return -1;
@@ -104,7 +103,7 @@ void Loop::lendThread() {
 }
 
 void Loop::wrongThread() const noexcept {
-    // One that nobody runs is still, or again, its owner's.
+    // While nobody runs the loop, before or after, it may be used by its owner.
     if (!isRun_) return;
     std::GlobalErrorHandler::doAbort("loop", "checkThread", "what belongs to a worker's thread was used on another");
 }
@@ -123,7 +122,7 @@ void Loop::enque(util::SharedPtr<comm::ActiveObjectEvent> event, Kind kind) {
 
 void Loop::wakeUp() noexcept {
     const std::uint64_t one = 1;
-    // Cannot fail but for a counter that is full, which is an edge all the same.
+    // Can only fail if the counter is full, and then there is an edge anyway.
     [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
 }
 
@@ -186,7 +185,7 @@ std::size_t Loop::runBatch() {
 void Loop::runTaken() {
     for (auto& event : batch_) {
         execute(*event);
-        event.reset();  // an event's captures end with it, not with the batch
+        event.reset();  // an event's captures are destroyed with it, not with the batch
     }
     batch_.clear();
 }
@@ -235,7 +234,7 @@ Clock::time_point Loop::earliestDue() const noexcept {
 void Loop::fireTimers() {
     if (std::none_of(timers_.begin(), timers_.end(), [](const Timer* timer) { return timer->isArmed(); })) return;
     const auto now = Clock::now();
-    // A callback may create and destroy timers, this one included: after each call the walk begins again.
+    // A callback may create and destroy timers, including this one, so the search restarts after each call.
     for (bool fired = true; fired;) {
         fired = false;
         for (Timer* timer : timers_) {
@@ -255,7 +254,7 @@ void Loop::flushLater(std::shared_ptr<Flushable> flushable) {
     try {
         if (dirty_.size() == dirty_.capacity()) dirty_.reserve(2 * dirty_.size() + 1);
     } catch (const std::exception&) {
-        flushable->flush();  // no memory for putting it off
+        flushable->flush();  // no memory to do it later
         return;
     }
     dirty_.push_back(std::move(flushable));

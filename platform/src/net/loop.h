@@ -1,4 +1,4 @@
-// The event loop that a worker sleeps in: a queue of events, readable sockets, timers, and one gathered send a drain.
+// The event loop of a worker: a queue of events, readable sockets, timers, and one gathered send per drain.
 #pragma once
 
 #include <atomic>
@@ -28,18 +28,18 @@ public:
     virtual void onReady(std::uint32_t events) = 0;
 };
 
-// Something that has collected output and wants to write it once the current drain is over.
+// Something that collects output and writes it when the current drain is over.
 class Flushable {
 public:
     virtual ~Flushable() = default;
-    // Thread: that of the loop which drained.
+    // Thread: that of the loop that has drained.
     virtual void flush() = 0;
 };
 
 class Loop;
 
-// Fires once, at or after its time: a time stamp that the loop looks at before it sleeps, so that arming and disarming cost a
-// store. Thread: the loop's, construction and destruction included.
+// Fires once, at or after its time. It is a time stamp that the loop checks before it sleeps, so arming and disarming cost one
+// store. Thread: the loop's, also for construction and destruction.
 class Timer {
 public:
     Timer(Loop& loop, std::function<void()> onDue);
@@ -59,7 +59,7 @@ private:
     Clock::time_point due_ = Clock::time_point::max();
 };
 
-// A resource. Thread: any for `enque`, `pending`, `stop` and `isCurrentThread`; everything else on the thread that runs the loop.
+// A resource. Thread: any for `enque`, `pending`, `stop` and `isCurrentThread`; the one that runs the loop for everything else.
 class Loop {
 public:
     Loop();
@@ -67,11 +67,11 @@ public:
     Loop(const Loop&) = delete;
     Loop& operator=(const Loop&) = delete;
 
-    // Whether an event may run on a thread that is only borrowed: then it waits for nobody and does not take long.
+    // brief: the event is short and does not block, so it may run on a borrowed thread.
     enum class Kind : std::uint8_t { any, brief };
 
-    // Queues an event; wakes the loop only if it sleeps, and not even then if the event is brief and the calling thread lends
-    // itself: that runs it then, once it is through with its present turn.
+    // Queues an event. Wakes the loop only if it sleeps. If the event is brief and the calling thread lends itself, the loop is
+    // not woken: the calling thread runs the event when it has finished its own turn.
     void enque(util::SharedPtr<comm::ActiveObjectEvent> event, Kind kind = Kind::any);
     // The same for a callable.
     template <class F>
@@ -80,35 +80,35 @@ public:
     }
     std::size_t pending() const;
 
-    // Serves events, sockets and timers until `stop`, then what is still queued.
+    // Serves events, sockets and timers until `stop`, then runs what is still queued.
     void run() noexcept;
     void stop();
-    // Serves what is queued and ready now, without waiting, until nothing is; the number of events run.
+    // Serves what is queued and ready, without waiting, until there is nothing left. Returns the number of events run.
     std::size_t runPending();
 
     bool isCurrentThread() const noexcept { return current() == this; }
-    // The loop that the calling thread is running; null on any other thread.
+    // The loop that the calling thread runs; null if it runs none.
     static Loop* current() noexcept { return current_; }
-    // Ends the process where the calling thread is not the one that runs this loop: a fault of ours, and a race in the making.
-    // Two instructions, so that it is always there.
+    // Ends the process if the calling thread does not run this loop: that is a bug, and a data race. Two instructions, so the
+    // check is always compiled in.
     void checkThread() const noexcept {
         if (current_ != this) wrongThread();
     }
-    // From now on the thread that runs this loop lends itself to others that sleep.
+    // From now on, the thread that runs this loop lends itself to others that sleep.
     void lendThread();
 
-    // Registers a descriptor until `remove`; the registration's number, or 0 when the system has no room for it.
+    // Registers a descriptor until `remove`. Returns the registration's number, or 0 if the system has no room for it.
     std::uint32_t add(int fd, std::uint32_t events, std::shared_ptr<Pollable> pollable);
     void remove(int fd);
-    // Changes what is waited for. Thread: any, as long as the registration stands.
+    // Changes the events that are waited for. Thread: any, while the registration exists.
     void modify(int fd, std::uint32_t registration, std::uint32_t events) noexcept;
 
-    // Has `flushable` written to once this drain is over. Asking again before that does nothing.
+    // Calls `flushable->flush()` when this drain is over. Asking again before that has no effect.
     void flushLater(std::shared_ptr<Flushable> flushable);
-    // Whether it was the last that was asked for, so that asking again can be spared.
+    // Whether this one asked last, so that it need not ask again.
     bool isFlushDue(const Flushable& flushable) const noexcept { return !dirty_.empty() && dirty_.back().get() == &flushable; }
 
-    // Room for one large receive, shared by all sockets of the loop.
+    // A buffer for one large receive, shared by all sockets of the loop.
     std::span<std::uint8_t> receiveBuffer() noexcept {
         checkThread();
         return {receiveBuffer_.get(), receiveBufferSize};
@@ -141,12 +141,12 @@ private:
 
     mutable std::mutex mutex_;
     std::vector<util::SharedPtr<comm::ActiveObjectEvent>> queue_;
-    bool isQueueBrief_ = true;  // every event in the queue is
-    bool sleeping_ = false;     // and nobody has set out to wake it, or to run it meanwhile
+    bool isQueueBrief_ = true;  // every event in the queue is brief
+    bool sleeping_ = false;     // and nobody has begun to wake it or to run its events
     bool stopping_ = false;
     std::atomic<bool> isRun_ = false;
 
-    // Of the thread that runs the loop, its own or the lender's:
+    // Only for the thread that runs the loop, its own or a lender's:
     std::vector<util::SharedPtr<comm::ActiveObjectEvent>> batch_;
     std::vector<Registration> registrations_;  // by descriptor
     std::vector<std::shared_ptr<Pollable>> removed_;

@@ -1,9 +1,9 @@
 #include "net/reading_place.h"
 
-// A connection is read by one loop at a time. Whoever wants it to be read elsewhere only says so: the loop that reads hands it
-// over in a turn of its own, so never in the middle of a frame, and the receiving loop takes it up in a turn of its own. In
-// between nobody reads, and nothing is lost: received bytes go along, other bytes stay in the kernel, and what the connection
-// waits for is determined again on arrival. A wish that changes meanwhile is checked on arrival.
+// A connection is read by one loop at a time. To have it read elsewhere, a thread only states where. The loop that reads hands
+// the connection over in a turn of its own, so never in the middle of a frame, and the receiving loop takes it up in a turn of
+// its own. In between nobody reads, and nothing is lost: received bytes go along, other bytes stay in the kernel, and what the
+// connection waits for is determined again on arrival. If the wanted loop has changed meanwhile, this too is noticed on arrival.
 //
 // So nobody has to wait for another thread to move a connection. A thread that must be sure that a connection has left a loop
 // waits for the connection, not for the loop.

@@ -6,13 +6,13 @@
 
 #include "wire/frame.h"
 
-// A thread that has something to send appends whole frames to `out_` under the lock. One thread at a time is in the system
-// call: it swaps `out_` with the empty `sending_` and sends without the lock, so others can go on appending; when it comes
-// back, it sends what has accumulated. So frames are never interleaved, no thread waits for another one's system call, and a
-// burst becomes few large sends. What the kernel does not take stays in `sending_`.
+// A thread that has something to send appends whole frames to `out_` under the lock. One thread at a time is in the system call:
+// it swaps `out_` with the empty `sending_` and sends without the lock, so others can continue to append; when it returns, it
+// sends what has accumulated. So frames are never interleaved, no thread waits for another one's system call, and a burst becomes
+// few large sends. What the kernel does not take stays in `sending_`.
 //
-// Both buffers begin with a frame, so a request that is still here can be found by walking from frame to frame. This happens
-// only when a request ends early while something is unsent, and costs the others nothing.
+// Both buffers begin with a frame, so a request that is still here can be found by walking from frame to frame. This happens only
+// if a request ends early while something is unsent, and costs other requests nothing.
 
 namespace kelo::net {
 
@@ -31,7 +31,8 @@ bool SendQueue::send(std::unique_lock<std::mutex>& lock, int fd, const bool& isO
             sending_.clear();
             offset_ = 0;
             const bool hasMore = !out_.empty();
-            // If not, what comes next goes where the last was, so only one of the two grows. Costs 14 instructions a request.
+            // Swapped even if there is nothing more: the next output then goes to the same buffer, so only one of the two grows.
+            // This costs 14 instructions per request.
             sending_.swap(out_);
             if (!hasMore) return true;
         }
@@ -45,7 +46,7 @@ bool SendQueue::send(std::unique_lock<std::mutex>& lock, int fd, const bool& isO
         }
         if (error == EINTR) continue;
         blocked_ = error == EAGAIN || error == ENOBUFS;
-        // If not, the peer is gone: the loop hears of it from the kernel, after what the peer said last.
+        // On any other error the peer is gone. The loop learns this from the kernel, after the peer's last data.
         break;
     }
     return false;
@@ -54,7 +55,7 @@ bool SendQueue::send(std::unique_lock<std::mutex>& lock, int fd, const bool& isO
 bool SendQueue::findRequest(const util::ByteBufferWriter& buffer, std::size_t at, std::size_t begin, Found& found) noexcept {
     while (at < buffer.size()) {
         wire::FrameHeader header;
-        if (wire::readHeader(buffer.bytes().subspan(at), header) != nullptr) return false;  // never: it is of our own writing
+        if (wire::readHeader(buffer.bytes().subspan(at), header) != nullptr) return false;  // cannot happen: we wrote it
         const std::size_t size = wire::headerSize + header.bodyLength;
         if (header.type == wire::FrameType::request && at + size > begin) {
             found = {header.requestId, at, size};

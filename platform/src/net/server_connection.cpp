@@ -7,29 +7,27 @@
 #include "util/block_pool.h"
 #include "util/text.h"
 
-// Each request that a client sends is open from its frame until its responder ends it or is destroyed. The table of open
-// requests alone decides whether an answer may still be written. A responder is only the connection and an id, so it can be
-// owned, moved and destroyed anywhere; a responder of a request that is over is ignored.
+// Each request that a client sends is open from its frame until its responder ends it or is destroyed. The table of open requests
+// alone decides whether an answer may still be written. A responder is only the connection and an id, so it can be owned, moved
+// and destroyed anywhere; a responder of a request that is over is ignored.
 //
 // A cancelled request stays in the table, and counts against the client's limits, until its responder is destroyed: a client
 // gains nothing by cancelling faster than the bridge can give up the work.
 //
-// A stream's values are states, of which only the newest matters. While a peer is slow, a new value replaces the one that waits
-// for it, and equal ones are kept once. So a peer that reads again gets the present state, in the order in which its streams
-// began to wait; the end of a stream waits with its value. What is kept counts against what the client may leave unread, just
-// like what is queued.
+// A stream's values are states, and only the newest matters. While a peer is slow, a new value replaces the one that waits for
+// it; equal values are kept once. So a peer that reads again gets the current states, in the order in which its streams began to
+// wait. The end of a stream waits with its value. What is kept counts against what the client may leave unread, like what is
+// queued.
 //
-// A peer may itself have many clients, so a value or a large answer for which there is no room costs its own request only: that
-// ends with an error, and a part of the limit stays free for small answers. The connection is cut if even these pile up.
+// A peer may itself have many clients. So a value or large answer for which there is no room costs only its own request, which
+// ends with an error; a part of the limit stays free for small answers. The connection is cut if even these pile up.
 //
-// A client that ends its side, because it has asked everything, gets one answer to each request that has had none: streams
-// become one-shot requests, or are completed if they have had a value. The connection ends with the last answer, or when a
-// request's deadline has passed, because a client that waits cannot be distinguished from one that has forgotten the
-// connection.
+// A client that ends its side, because it has asked everything, gets one answer to each request that has had none: streams become
+// one-shot requests, or are completed if they have had a value. The connection ends with the last answer, or after the deadline
+// for requests, because a client that waits cannot be distinguished from one that has forgotten the connection.
 //
-// The thread that reads calls `cancelRequest`, never with the lock held. It also called `actionRequest`, so a handle is known
-// by then. Since nobody else asks for handles, the last one is entered into the table when that thread takes the lock for the
-// next purpose.
+// The thread that reads calls `cancelRequest`, never with the lock held. It has also called `actionRequest`, so the handle is
+// known by then. Only this thread needs handles, so the last one is entered into the table when the thread next takes the lock.
 
 namespace kelo::net {
 namespace {
@@ -48,7 +46,7 @@ public:
         try {
             connection_->abandon(id_);
         } catch (const std::exception&) {
-            connection_->shutDown();  // no memory for the last word to this client: the end of its connection says as much
+            connection_->shutDown();  // no memory for the last answer: the end of the connection tells the client as much
         }
     }
 
@@ -64,7 +62,7 @@ public:
 private:
     const std::shared_ptr<ServerConnection> connection_;
     const std::uint64_t id_;
-    bool hadLast_ = false;  // then the connection has forgotten the request
+    bool hadLast_ = false;  // the connection has then forgotten the request
 };
 
 }  // namespace
@@ -154,13 +152,13 @@ const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std
         dispatch(id);
     }
     if (body.size() > limits_.conflationBytes) {
-        request_ = Request{};  // its texts would keep what this one needed
+        request_ = Request{};  // otherwise its strings would keep the memory of this large one
         requestFields_.forget();
     }
     return nullptr;
 }
 
-// What keeps the request that has been read from being accepted; null: nothing.
+// Why the request that has been read is refused; null if it is not.
 const char* ServerConnection::refusalLocked() const {
     if (isReserved_ && !request_.path().starts_with(platformRoot)) return "too many clients are connected, request not sent";
     const bool isFull = request_.isOneShot() ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams;
@@ -234,7 +232,7 @@ ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response&
         if (!last && isSlowLocked()) {
             last = !keepLocked(id, response);
         } else {
-            dropKeptLocked(id);  // it is older than this
+            dropKeptLocked(id);  // it is older than this one
             last =
                 !appendAnswerLocked(outLocked(), wire::FrameType::next, last ? wire::flagEnd : std::uint8_t{0}, id, response) ||
                 last;
@@ -246,11 +244,12 @@ ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response&
     return last ? Taken::asTheLast : Taken::andMoreWanted;
 }
 
-// Keeps a stream's value until there is room to write it. False if there is none to keep it either, which ends the stream.
+// Keeps a stream's value until there is room to write it. If there is no room to keep it either, ends the stream and returns
+// false.
 bool ServerConnection::keepLocked(std::uint64_t id, const Response& response) {
-    util::ByteBufferWriter frame;  // not the queue's buffer, which would keep the room
+    util::ByteBufferWriter frame;  // not the queue's buffer, which would keep its size
     if (!appendAnswerLocked(frame, wire::FrameType::next, 0, id, response)) {
-        outLocked().write(frame.bytes());  // the error in its stead
+        outLocked().write(frame.bytes());  // an error instead of the value
         dropKeptLocked(id);
         return false;
     }
@@ -262,7 +261,7 @@ bool ServerConnection::keepLocked(std::uint64_t id, const Response& response) {
     return false;
 }
 
-// In place of the answer that was appended at `begin`.
+// Replaces the answer that was appended at `begin` by an error.
 void ServerConnection::refuseLocked(std::uint64_t id, std::size_t begin) {
     ++counters_.answersRefused;
     tracing::logCV(channel, 3, "%s: an answer to %s is refused: it left %zu bytes unread", service_->path.c_str(),
@@ -309,14 +308,14 @@ void ServerConnection::abandon(std::uint64_t id) {
     commit();
 }
 
-// The request, if answers to it are still wanted.
+// The request; null if answers to it are no longer wanted.
 ServerConnection::Open* ServerConnection::answerableLocked(std::uint64_t id) {
     Open* const open = requests_.find(id);
     return open == nullptr || open->cancelled || isClosedLocked() ? nullptr : open;
 }
 
-// Appends a frame with the answer. One that is too large for a frame, and a large one that is the last and for which there is no
-// room, is replaced by an error, which ends the request (false).
+// Appends a frame with the answer. An answer that is too large for a frame, or a large last answer for which there is no room, is
+// replaced by an error, which ends the request (false).
 bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::FrameType type, std::uint8_t flags, std::uint64_t id,
                                           const Response& response) {
     const std::size_t before = out.size();
@@ -351,7 +350,7 @@ void ServerConnection::dropKeptLocked(std::uint64_t id) {
     keptBytes_ = kept_.bytes();
 }
 
-// The frame that was appended at `begin` ends its request: it goes after the value that waits, if one does.
+// The frame that was appended at `begin` ends its request. If a value of the request waits, the frame must follow that value.
 void ServerConnection::followKeptLocked(std::uint64_t id, std::size_t begin) {
     if (kept_.empty()) return;
     auto& out = outLocked();
@@ -359,7 +358,7 @@ void ServerConnection::followKeptLocked(std::uint64_t id, std::size_t begin) {
         if (kept_.end(id, out.bytes().subspan(begin))) out.truncate(begin);
         keptBytes_ = kept_.bytes();
     } catch (const std::exception&) {
-        dropKeptLocked(id);  // without memory for both, the end is what counts
+        dropKeptLocked(id);  // without memory for both, the end takes precedence
     }
 }
 

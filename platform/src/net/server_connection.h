@@ -1,4 +1,4 @@
-// The provider's end of a connection: requests in, their responders out.
+// The provider's end of a connection: receives requests and sends their responders' answers.
 #pragma once
 
 #include <cstdint>
@@ -18,17 +18,17 @@
 
 namespace kelo::net {
 
-// Thread: any for answering; requests are handled on the loop that reads.
+// Thread: any for answers; requests are handled on the loop that reads.
 class ServerConnection final : public FrameStream {
 public:
-    // What the connection serves, and whom it tells; outlives the connection.
+    // What the connection serves, and whom it informs. Must outlive the connection.
     struct Service {
         std::string path;
         std::string application;
         std::string mimeTypes;  // in order of preference, separated by commas
         SimpleComposedKeloService* handlers = nullptr;
         std::shared_ptr<Shares> shares;  // of the process, for all its clients
-        // Answers what the runtime itself serves below "/$platform". Thread: the loop that reads.
+        // Answers the requests below "/$platform", which the runtime itself serves. Thread: the loop that reads.
         std::function<void(const Request&, IResponder&)> platform;
         // Thread: the loop that reads.
         std::function<void(ServerConnection&)> closed;
@@ -37,16 +37,16 @@ public:
     ServerConnection(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,
                      std::shared_ptr<const Service> service);
 
-    // Begins to wait for the hello. After `start`, on the loop's thread.
+    // Starts to wait for the hello. Call after `start`, on the loop's thread.
     void expectHello();
 
-    // Whether it has said hello. Thread: the loop that reads, as for the next two.
+    // Whether the client has sent its hello. Thread: the loop that reads, as for the next two.
     bool hasGreeted() const noexcept { return ready_; }
-    // One that is reserved is for questions about the process itself; anything else is refused until it is admitted.
+    // A reserved connection is for questions about the process itself; other requests are refused until it is admitted.
     bool isReserved() const noexcept { return isReserved_; }
     void setReserved(bool isReserved) noexcept { isReserved_ = isReserved; }
 
-    // What the client has at a moment. Thread: any (a value).
+    // What the client has in progress at a moment. Thread: any (a value).
     struct Usage {
         Peer peer;
         std::size_t requests = 0;  // one-shot
@@ -59,22 +59,22 @@ public:
     Usage usage() const;
     Account& account() const noexcept { return *account_; }
 
-    // What became of a value.
+    // The result of a value.
     enum class Taken : std::uint8_t { andMoreWanted, asTheLast, unwanted };
-    // Answers request `id`; for its responder, as the next two.
+    // Answers request `id`; for its responder, as are the next two.
     Taken next(std::uint64_t id, const Response& response);
     void terminate(std::uint64_t id, wire::FrameType type, const Response* response);
-    // The responder of request `id` is gone; unless it was answered, the client hears so.
+    // The responder of request `id` is gone. If the request was not answered, it ends with an error.
     void abandon(std::uint64_t id);
 
 private:
-    // A request that has a responder, or whose last words have not been written.
+    // A request that has a responder, or whose last answer has not been written.
     struct Open : util::Pooled {
         IResourceHandler* handler = nullptr;
         void* handle = nullptr;
         bool oneShot = false;
         bool cancelled = false;
-        bool answered = false;  // a stream: it has had a value
+        bool answered = false;  // a stream that has had a value
     };
 
     const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
@@ -101,13 +101,13 @@ private:
 
     const std::shared_ptr<const Service> service_;
     const std::shared_ptr<Account> account_;
-    // Of the loop's thread alone:
-    std::string peerClientId_;  // the trace id of a peer whose requests name none
-    Request request_;           // reused, its payload borrows from the frame
+    // Only for the loop's thread:
+    std::string peerClientId_;  // the trace id of a peer whose requests have none
+    Request request_;           // reused; its payload borrows from the frame
     wire::LastFields requestFields_;
-    std::optional<Timer> patience_;  // with a client that has not said hello, or that waits for its last answers
+    std::optional<Timer> patience_;  // for a client's hello, or for its reading of the last answers
     bool isReserved_ = false;
-    // The request that was handed to its handler last, with what it is to be cancelled by; not yet in the table.
+    // The last request that was passed to its handler, and the handle to cancel it with; not in the table yet.
     struct Dispatched {
         std::uint64_t id = 0;
         IResourceHandler* handler = nullptr;
@@ -119,7 +119,7 @@ private:
     KeptValues kept_;
     std::uint32_t oneShots_ = 0;
     std::uint32_t streams_ = 0;
-    std::uint32_t owed_ = 0;  // answers that a client which has ended its side is still to get
+    std::uint32_t owed_ = 0;  // answers that a client is still to get after it has ended its side
     bool ready_ = false;
 };
 

@@ -11,11 +11,11 @@
 // A wake-up costs more than most events. So a thread may lend itself, as the runtime's thread does: when it posts a brief event
 // to a sleeping loop, it does not wake that loop but takes hold of it, and runs its events itself as soon as it has served its
 // own sockets. Meanwhile it is that loop's thread in every respect; if something wakes the loop's own thread, that thread waits
-// for the return. The lender writes after the return, because writing wakes the peer, and the peer's answer wakes the loop.
-// Under load nothing is lost: a loop that is awake, or that has been posted anything but brief events, is run only by its own
-// thread. Timers that the events have armed need the sleeper's attention only if they fire before it would wake by itself; then
-// an alarm is set, which is a system call but wakes nobody. A loop that is held cannot end, so the lender need not check that
-// it still exists.
+// for the return. The lender writes the output after the return, because writing wakes the peer, and the peer's answer wakes the
+// loop. Nothing is lost under load: a loop that is awake, or that has been posted an event that is not brief, is run only by its
+// own thread. A timer that the events armed matters to the sleeping thread only if it fires before that thread would wake by
+// itself; then an alarm is set, which is a system call but wakes nobody. A loop that is held cannot end, so the lender need not
+// check that it still exists.
 
 namespace kelo::net {
 namespace {
@@ -45,7 +45,7 @@ bool ThreadLending::holdLocked(Loop* lender) noexcept {
     return true;
 }
 
-// This thread is about to wait for that of the loop, which is not to wait for this one in turn.
+// The calling thread is about to wait for the loop's own thread, which must not wait for the calling thread in turn.
 void ThreadLending::releaseLocked(const Loop* lender) noexcept {
     if (lender_ == nullptr || lender_ != lender) return;
     std::erase(lender_->lending_.borrowers_, &own_);
@@ -55,14 +55,14 @@ void ThreadLending::releaseLocked(const Loop* lender) noexcept {
 
 void ThreadLending::serveBorrowers() noexcept {
     if (borrowers_.empty()) return;
-    // None is added meanwhile: whoever is borrowing does not lend.
+    // The list does not grow meanwhile: a thread that runs a borrower's events does not lend itself.
     for (Loop* const borrower : borrowers_) borrower->lending_.runOnThreadOf(own_);
     borrowers_.clear();
     own_.flushAll();
     disposeOfUnhandledError();
 }
 
-// Runs what is queued and leaves to the lender, whose thread this is, what it has collected to be written.
+// Runs what is queued. The output that is collected is left to the lender, whose thread this is.
 void ThreadLending::runOnThreadOf(Loop& lender) noexcept {
     bool isBrief = false;
     {
@@ -81,7 +81,7 @@ void ThreadLending::runOnThreadOf(Loop& lender) noexcept {
         own_.dirty_.clear();
     }
     const auto due = own_.earliestDue();
-    // To the end under the lock: once that is released, the loop may end.
+    // Everything below is under the lock: once it is released, the loop may end.
     const std::lock_guard lock{own_.mutex_};
     lender_ = nullptr;
     if (isAwaited_) {
@@ -105,7 +105,7 @@ void ThreadLending::sleepLocked(TimePoint due) noexcept {
     if (alarmAt_ != TimePoint::max() && alarmAt_ != due) setAlarmLocked(TimePoint::max());
 }
 
-// The latest of all times: no alarm.
+// TimePoint::max(): no alarm.
 void ThreadLending::setAlarmLocked(TimePoint due) noexcept {
     alarmAt_ = due;
     itimerspec when{};

@@ -1,4 +1,4 @@
-// How the thread of one loop runs the brief events of another that sleeps.
+// Lets the thread of one loop run the brief events of another loop that sleeps.
 #pragma once
 
 #include <chrono>
@@ -12,8 +12,8 @@ namespace kelo::net {
 
 class Loop;
 
-// A loop's part in it, as the one that lends its thread and as the one that borrows another's. Thread: the loop's, which may be a
-// borrowed one; what ends in `Locked`: any, with the mutex of the loop's queue held.
+// A loop's part in this, both as lender of its thread and as borrower of another's. Thread: the loop's, which may be a borrowed
+// one; functions that end in `Locked`: any, with the mutex of the loop's queue held.
 class ThreadLending {
 public:
     using TimePoint = std::chrono::steady_clock::time_point;
@@ -27,20 +27,21 @@ public:
 
     // As lender: from now on, the loop's thread lends itself.
     void allow();
-    // Runs the events of those that have been taken hold of meanwhile.
+    // As lender: runs the events of the loops that were taken hold of.
     void serveBorrowers() noexcept;
 
-    // As borrower, asleep and with brief events only: has the lender's thread run them, instead of waking up. False if that does
-    // not lend.
+    // As borrower, asleep and with only brief events: has the lender's thread run them instead of waking up. False if that one
+    // does not lend itself.
     bool holdLocked(Loop* lender) noexcept;
-    // Takes itself back from the calling thread, if that holds it.
+    // As borrower: takes itself back from the calling thread, if that holds it.
     void releaseLocked(const Loop* lender) noexcept;
-    // The loop is about to sleep until `due`.
+    // As borrower: the loop is about to sleep until `due`.
     void sleepLocked(TimePoint due) noexcept;
-    // The loop's own thread has woken: waits until nobody else runs its events.
+    // As borrower: the loop's own thread has woken up; waits until no other thread runs its events.
     void awaitReturnLocked(std::unique_lock<std::mutex>& lock);
 
-    // Becomes readable when a timer that was armed on a borrowed thread is due before the sleeper would wake by itself.
+    // Becomes readable when a timer is due that was armed on a borrowed thread, if that is before the sleeping thread wakes by
+    // itself.
     int alarm() const noexcept { return alarm_.get(); }
 
 private:
@@ -49,9 +50,9 @@ private:
 
     Loop& own_;
     const Descriptor alarm_;
-    std::vector<Loop*> borrowers_;  // of the loop's own thread; room is there from the start
+    std::vector<Loop*> borrowers_;  // only for the loop's own thread; room is reserved in advance
     // Guarded by the mutex of the loop's queue:
-    Loop* lender_ = nullptr;  // of which the thread has set out to run this loop's events
+    Loop* lender_ = nullptr;  // whose thread has begun to run this loop's events
     bool isAwaited_ = false;
     std::condition_variable isReturned_;
     TimePoint sleepsUntil_ = TimePoint::max();

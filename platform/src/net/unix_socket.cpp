@@ -6,10 +6,10 @@
 #include <cerrno>
 #include <cstdio>
 
-// A socket's address has room for a hundred characters, which a directory's name may exceed by itself. So the kernel is told the
-// directory by its descriptor, as /proc shows it: short, and it cannot lead to any other directory than the one that was opened.
+// A socket address has room for about a hundred characters, which a directory's path alone may exceed. So the directory is given
+// by its descriptor, as a path below /proc. That is short and cannot lead to any directory but the one that was opened.
 //
-// Close-on-exec from the first moment, so that no child keeps a service alive that its parent gave up.
+// Descriptors are close-on-exec from their creation, so that no child process keeps a service alive that its parent has given up.
 
 namespace kelo::net {
 namespace {

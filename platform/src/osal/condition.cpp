@@ -29,7 +29,7 @@ bool Condition::bind(Mutex& mutex) noexcept {
 
 bool Condition::wait() noexcept {
     if (mutex_ == nullptr) return fail(inconsistentCondition, "Condition is bound to no Mutex");
-    // The system may wake a waiter for no reason; a thread that parks here must not go on by that.
+    // The system's wake-ups may be spurious; a thread that waits here must not continue because of one.
     for (const std::uint64_t before = signals_; signals_ == before;) {
         if (const int result = impl_.wait(mutex_->impl()); result != 0) return failWith(inconsistentCondition, result);
     }

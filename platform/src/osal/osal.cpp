@@ -24,6 +24,6 @@ Osal::Osal(bool raiseDescriptorLimit, bool blockSignals) noexcept {
     }
 }
 
-// The settings stay: threads that outlive main's objects still rely on them.
+// There is no destructor that restores the settings: threads that outlive main's objects still need them.
 
 }  // namespace osal

@@ -1,4 +1,4 @@
-// What the parts of one runtime share.
+// What all parts of a runtime use.
 #pragma once
 
 #include <memory>
@@ -12,17 +12,18 @@
 
 namespace kelo::runtime {
 
-// Outlives every part. Thread: constant after construction but for the counters and the loop, which look after themselves.
+// Outlives every part. Thread: any; constant after construction, except the counters and the loop, which are thread-safe, and the
+// domain.
 struct Context {
-    net::Loop& loop;  // the runtime's own: trackers, publications and everything in the directory belong to its thread
+    net::Loop& loop;  // the runtime's own; trackers, publications and everything in the directory belong to its thread
     std::string directory;
     std::string applicationName;
-    std::string mimeTypes;  // this process's, in order of preference, divided by commas
+    std::string mimeTypes;  // this process's, in order of preference, separated by commas
     Limits limits;
     Counters& counters;
-    std::shared_ptr<net::Shares> shares;  // of all clients of the process
-    // The directory, open and found safe; empty while there is none that is. Everything in it is reached through this, never by
-    // the directory's name, which may lead elsewhere by then. Thread: the runtime's.
+    std::shared_ptr<net::Shares> shares;  // for all clients of the process
+    // The directory, open and checked to be safe; empty while there is none. Everything in it is accessed through this
+    // descriptor, never by the directory's name, which may lead elsewhere by then. Thread: the runtime's.
     net::Descriptor domain{};
 };
 

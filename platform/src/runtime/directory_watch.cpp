@@ -6,12 +6,12 @@
 
 #include <cstring>
 
-// There is one inotify instance per watch. Starting anew drops whatever the old one still had to report, so no report about a
-// directory that is gone is taken for one about its successor.
+// Each watch has its own inotify instance. Restarting drops everything that the old one still had to report, so a report about a
+// removed directory is never taken for one about its successor.
 //
 // The directory's own report of its removal comes too late: the kernel sends it when nothing refers to the directory any more,
 // and every connection made through a socket in it does. So the parent directory is watched, too. It reports the removal of the
-// name at once, and the name is compared with what is watched.
+// name at once, and the name is then compared with the directory that is watched.
 
 namespace kelo::runtime {
 
@@ -25,7 +25,7 @@ bool DirectoryWatch::watch(const std::string& directory, int opened) {
     if (::inotify_add_watch(inotify.get(), place.c_str(), mask) < 0) return false;
     struct stat status {};
     if (::fstat(opened, &status) != 0) return false;
-    // One that may not be read cannot be watched either; then the directory's own word has to do.
+    // If the parent cannot be read, it cannot be watched either; then the directory's own report must do.
     constexpr std::uint32_t parentMask = IN_MOVED_FROM | IN_DELETE | IN_MOVE_SELF | IN_ONLYDIR;
     parentWatch_ = ::inotify_add_watch(inotify.get(), (place + "/..").c_str(), parentMask);
     if (loop_.add(inotify.get(), EPOLLIN, shared_from_this()) == 0) return false;

@@ -1,4 +1,4 @@
-// Reports what happens in the domain's directory.
+// Reports changes in the domain's directory.
 #pragma once
 
 #include <sys/types.h>
@@ -16,20 +16,20 @@ namespace kelo::runtime {
 class DirectoryWatch final : public net::Pollable, public std::enable_shared_from_this<DirectoryWatch> {
 public:
     struct Events {
-        std::function<void(std::string_view fileName)> changed;  // a file came, went or was replaced
-        std::function<void()> uncertain;                         // reports were lost: everything may have changed
-        std::function<void()> gone;                              // the directory itself went; nothing more is reported
+        std::function<void(std::string_view fileName)> changed;  // a file was created, removed or replaced
+        std::function<void()> uncertain;                         // reports were lost: anything may have changed
+        std::function<void()> gone;                              // the directory itself was removed; nothing more is reported
     };
 
     DirectoryWatch(net::Loop& loop, Events events) : loop_{loop}, events_{std::move(events)} {}
 
-    // Begins, or begins anew, to watch the directory of that name, which is open as `opened`. False with the reason in errno.
+    // Starts or restarts watching the directory of that name, which is open as `opened`. False with the reason in errno.
     bool watch(const std::string& directory, int opened);
     void stop();
     void onReady(std::uint32_t events) override;
 
 private:
-    // Whether the directory's name still leads to what is watched.
+    // Whether the directory's name still leads to the directory that is watched.
     bool isInPlace() const;
 
     net::Loop& loop_;

@@ -14,7 +14,7 @@
 #include "net/unix_socket.h"
 #include "util/text.h"
 
-// The directory is the registry: there is no daemon. Whoever may write to it decides what a service path leads to. So it is
+// The directory is the registry: there is no daemon. A user who can write to it determines what a service path leads to. So it is
 // created for its owner alone, and refused in any state in which somebody else could have put a socket into it. The checks are
 // made on the open directory, not on its name, so nothing can be exchanged in between.
 
@@ -41,7 +41,7 @@ bool makeWithParents(const std::string& directory) {
     for (std::size_t at = directory.find('/', 1);; at = directory.find('/', at + 1)) {
         const std::string part = directory.substr(0, at);
         if (::mkdir(part.c_str(), 0700) != 0 && errno != EEXIST) {
-            // A parent may be one that we cannot make but that is there all the same.
+            // A parent may exist although we cannot create it.
             if (at == std::string::npos || ::access(part.c_str(), F_OK) != 0) return false;
         }
         if (at == std::string::npos) return true;
@@ -52,7 +52,7 @@ std::string describe(const char* what) {
     return std::string{what} + ": " + std::strerror(errno);
 }
 
-// Why somebody else could put a file into the directory or take one away; empty when nobody can.
+// Why somebody else could add or remove files in the directory; empty if nobody can.
 std::string unsafeReason(int directory, const std::string& name) {
     struct stat status {};
     if (::fstat(directory, &status) != 0) return describe(("cannot look at " + name).c_str());
@@ -92,7 +92,7 @@ net::Descriptor openDomain(const std::string& directory, bool create, std::strin
         }
         return {};
     }
-    // Whoever may rename the directory may replace it, so the one above it is held to the same rules.
+    // A user who can rename the directory can replace it, so its parent must satisfy the same rules.
     const net::Descriptor parent{::openat(opened.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
     error = unsafeReason(opened.get(), "runtime directory " + directory);
     if (error.empty() && parent) error = unsafeReason(parent.get(), "the directory above runtime directory " + directory);
@@ -104,7 +104,8 @@ std::string socketName(const std::string& directory, std::string_view servicePat
     std::string name;
     util::appendPercentEncoded(name, servicePath, isPlain);
     name += socketSuffix;
-    // Whoever connects by the whole path needs room for it in an address; the number is part of the protocol.
+    // A client that connects by the full path needs room for it in a socket address. The 24 bytes in reserve are part of the
+    // protocol.
     constexpr std::size_t room = sizeof(sockaddr_un::sun_path) - 1 - 24;
     if (directory.size() + 1 + name.size() <= room) return name;
     return "#" + kelo::uuid::createFromName(servicePath).toString().substr(0, 18) + std::string{socketSuffix};
@@ -135,7 +136,7 @@ SocketState probeSocket(const RuntimeOptions& options, std::string_view serviceP
     const net::Descriptor opened = openDomain(directory, false, error);
     if (!opened) return SocketState::dead;
     const net::Descriptor socket = net::connectTo(opened.get(), socketName(directory, servicePath));
-    // A queue of connections that nobody takes is a sign of life, too.
+    // A full queue of connections also shows that somebody listens.
     if (!socket) return errno == EAGAIN ? SocketState::silent : SocketState::dead;
     pollfd reading{socket.get(), POLLIN, 0};
     return ::poll(&reading, 1, static_cast<int>(wait.count())) > 0 ? SocketState::closed : SocketState::silent;

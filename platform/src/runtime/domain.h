@@ -1,4 +1,4 @@
-// A domain: the directory in which its services have their sockets.
+// A domain: the directory that contains the sockets of its services.
 #pragma once
 
 #include <string>
@@ -9,15 +9,15 @@
 
 namespace kelo::runtime {
 
-// Makes the directory (0700, parents too) if it is not there and opens it. Refused, with the reason in `error`, if it is a
-// symbolic link, belongs to somebody else, or may be written to by others without the sticky bit. `create` false: refused if it
-// is not there. Thread: any.
+// Opens the directory; creates it (mode 0700, with its parents) if it does not exist, or, if `create` is false, refuses it. Also
+// refuses a symbolic link, and a directory that belongs to somebody other than us or root or may be written to by others without
+// the sticky bit; its parent must satisfy the last two rules too. The reason is in `error`. Thread: any.
 [[nodiscard]] net::Descriptor openDomain(const std::string& directory, bool create, std::string& error);
 
-// The file name of a service's socket: the path with all but letters, digits, "-" and "_" percent-encoded; a name too long for a
-// socket address is replaced by "#" and a hash. Never begins with a dot. Thread: any.
+// The file name of a service's socket: the path, with everything but letters, digits, "-" and "_" percent-encoded. A name too
+// long for a socket address is replaced by "#" and a hash. Never begins with a dot. Thread: any.
 [[nodiscard]] std::string socketName(const std::string& directory, std::string_view servicePath);
-// The service path of a socket's file name; empty for a file that is none or has a hashed name. Thread: any.
+// The service path for a socket's file name; empty if it is not one, or has a hashed name. Thread: any.
 [[nodiscard]] std::string servicePathOf(std::string_view fileName);
 
 }  // namespace kelo::runtime

@@ -19,24 +19,24 @@
 #include "tracing/channel.h"
 #include "util/text.h"
 
-// Publishing takes three steps: lock, listen, show. The lock is a file beside the socket that is never removed. It is held with
-// flock as long as the path is ours: the kernel releases it when we die, however that happens, so a path has at most one owner,
-// and never none for long. The socket first listens under a temporary name and is then renamed over whatever has the final
-// name. So a tracker that sees the name can connect at once, and a dead owner's socket is replaced without a moment in which
-// the name is missing. Binding in place would lose that race to nearly every tracker.
+// Publishing takes three steps: lock, listen, rename. The lock is a file next to the socket that is never removed. It is held
+// with flock as long as the path is ours. The kernel releases it when we die, however that happens. So a path has at most one
+// owner, and is never without one for long. The socket first listens under a temporary name and is then renamed over whatever has
+// the final name. So a tracker that sees the name can connect at once, and a dead owner's socket is replaced without a moment in
+// which the name is missing. Binding in place would lose that race to nearly every tracker.
 //
-// A path that another process owns is tried again every few milliseconds; the lock file says who owns it.
+// If another process owns the path, we try again every few milliseconds; the lock file says who owns it.
 //
 // If the directory is emptied, or removed and created again, the name no longer leads to our socket. The runtime then calls us,
-// and we publish again, including the lock, because the old lock may have lost its name, too. This does not happen at once,
-// because whoever is removing a directory would never find it empty.
+// and we publish again, including the lock, because the old lock may have lost its name, too. There is a pause first: otherwise,
+// a process that is removing the directory would never find it empty.
 //
-// Connections are few, so a peer that comes when all are taken displaces one that has not said hello. If all have, there are a
-// few in reserve, so that the process can be asked about itself. They may ask nothing else until another connection ends, and
-// the oldest of them makes room for the next.
+// If a client connects when all connections are taken, it displaces one that has not sent its hello. If all have, a few
+// connections in reserve let the process be asked about itself. Other requests on them are refused until another connection ends;
+// if the reserve is full, the oldest in it makes room for the next.
 //
-// A process without a free descriptor for a peer stops listening; otherwise it would be woken forever by a queue from which it
-// cannot take anything. It starts again when one of its connections has closed, or after a while.
+// A process without a free descriptor for a client stops listening; otherwise it would be woken for ever by a queue from which it
+// cannot take anything. It starts again when one of its connections has been closed, or after a while.
 
 namespace kelo::runtime {
 namespace {
@@ -48,7 +48,7 @@ constexpr std::chrono::milliseconds failurePause{200};
 constexpr std::chrono::milliseconds acceptPause{100};
 
 std::string errorText() {
-    return std::strerror(errno);  // the runtime's thread alone
+    return std::strerror(errno);  // called only on the runtime's thread
 }
 
 std::string readHolder(int lock) {
@@ -112,7 +112,7 @@ std::vector<net::ServerConnection::Usage> Publication::usage() const {
 }
 
 void Publication::begin() {
-    if (listener_ || !context_.domain) return;  // the runtime has us begin when the directory is there
+    if (listener_ || !context_.domain) return;  // the runtime calls us again when the directory is there
     if (!claim()) {
         retryLater(claimPause);
         return;
@@ -126,7 +126,7 @@ void Publication::begin() {
     if (tracker_ != nullptr) tracker_->added(info_);
 }
 
-// Takes the lock, if it is free, and writes into it who we are.
+// Takes the lock if it is free, and writes our name into it.
 bool Publication::claim() {
     const int directory = context_.domain.get();
     const std::string file = fileName_ + ".lock";
@@ -151,7 +151,7 @@ bool Publication::claim() {
     if (::fstat(lock.get(), &held) != 0 || ::fstatat(directory, file.c_str(), &named, AT_SYMLINK_NOFOLLOW) != 0 ||
         held.st_ino != named.st_ino)
         return false;
-    // For people and for waiting processes; a full disk does not matter.
+    // For people and for waiting processes; if the disk is full, that does not matter.
     const std::string holder = "pid " + std::to_string(::getpid()) + " (" + context_.applicationName + ")\n";
     if (::ftruncate(lock.get(), 0) == 0) {
         [[maybe_unused]] const auto written = ::pwrite(lock.get(), holder.data(), holder.size(), 0);
@@ -163,7 +163,7 @@ bool Publication::claim() {
 bool Publication::bindAndRename() {
     static std::atomic<unsigned> number{0};
     const int directory = context_.domain.get();
-    // Without the service's name, which may need all the room that an address has.
+    // Does not contain the service's name, which may be as long as an address allows.
     const std::string hidden = "." + std::to_string(::getpid()) + "." + std::to_string(++number) + ".new";
     ::unlinkat(directory, hidden.c_str(), 0);
     net::Descriptor socket = net::listenAt(directory, hidden);
@@ -224,7 +224,7 @@ void Publication::end() {
 void Publication::accept() {
     if (!listener_) return;
     const auto listener = listener_;
-    // Those that are here already are heard before many others come.
+    // Limited, so that existing clients are served before many new ones are accepted.
     for (std::uint32_t count = 0; count < context_.limits.framesPerWakeUp; ++count) {
         net::Descriptor socket{::accept4(listener->fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK)};
         if (!socket) {
@@ -254,7 +254,7 @@ void Publication::accept() {
     if (!listener->listening) acceptAgain_.arm(net::Clock::now() + acceptPause);
 }
 
-// For one more connection. False when everything is taken, by other services of the process.
+// Makes room for one more connection. False if everything is taken by other services of the process.
 bool Publication::makeRoom() {
     const auto& limits = context_.limits;
     if (context_.counters.connectionsOpen < limits.connections) return true;
@@ -276,7 +276,7 @@ bool Publication::closeOldest(bool (*isMeant)(const net::ServerConnection&), con
     return true;
 }
 
-// One that could only ask about the process takes the place of another that has gone.
+// After a connection has ended, one in reserve takes its place.
 void Publication::admitReserved() {
     const auto isReserved = [](const net::ServerConnection* connection) { return connection->isReserved(); };
     const auto first = std::find_if(connections_.begin(), connections_.end(), isReserved);
@@ -304,7 +304,7 @@ void Publication::serve(net::Descriptor socket, net::Peer peer) {
     }
 }
 
-// Says what keeps the service from being published or reached, once for as long as it is the same.
+// Logs what keeps the service from being published or reached, but not the same reason twice in a row.
 void Publication::logOnce(const std::string& text) {
     if (text == lastLogged_) return;
     lastLogged_ = text;

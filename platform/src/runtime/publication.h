@@ -1,4 +1,4 @@
-// One service that this process publishes: its claim to the path, its listening socket, its connections.
+// One service that this process publishes: its lock on the path, its listening socket, its connections.
 #pragma once
 
 #include <chrono>
@@ -26,14 +26,14 @@ public:
     const std::string& servicePath() const noexcept { return service_->path; }
     const std::string& fileName() const noexcept { return fileName_; }
     bool isPublished() const noexcept { return listener_ != nullptr; }
-    // Of each client, in the order in which they connected.
+    // Of each client, in the order of connecting.
     std::vector<net::ServerConnection::Usage> usage() const;
 
-    // Claims the path and publishes; goes on trying for as long as that fails.
+    // Claims the path and publishes; retries as long as that fails.
     void begin();
-    // The directory has changed: publishes anew if the socket's name no longer leads to it.
+    // The directory has changed: publishes again if the socket's name no longer leads to it.
     void checkDirectory();
-    // Takes the socket away, gives the path up and ends the connections, without a word to the tracker.
+    // Removes the socket, gives up the path and ends the connections, without telling the tracker.
     void end();
 
 private:

@@ -24,16 +24,16 @@
 #include "tracing/channel.h"
 #include "util/text.h"
 
-// The runtime is one worker, and everything about the directory belongs to it: watches, publications, the sockets of clients.
-// Calls from other threads are carried over to that worker. Calls that end something wait for it there, so no callback is
-// running any more when they return.
+// The runtime is one worker, and everything about the directory belongs to it: watches, publications, the clients' sockets. Calls
+// from other threads are passed to that worker. Calls that end something wait for it there, so that no callback is running any
+// more when they return.
 //
-// Handles are numbers that never recur. Those of trackers and registrations share one space, because `trackService` and
-// `registerService` return the same kind of handle.
+// Handles are numbers that are never used again. Those of trackers and registrations share one number space, because
+// `trackService` and `registerService` return the same kind of handle.
 //
-// The runtime's thread waits for nobody, so anybody may wait for it. A connection that a worker reads leaves that worker on the
-// worker's own thread, in its own time: ending a tracker or a resolver only states what is wanted. The calling thread then
-// waits until that has happened, but only if it runs no loop itself: two workers waiting for each other would wait forever.
+// The runtime's thread waits for nobody, so any thread may wait for it. A connection that a worker reads leaves that worker on
+// the worker's own thread, in its own time: ending a tracker or a resolver only states what is wanted. The calling thread then
+// waits until that has happened, but only if it runs no loop itself: two workers waiting for each other would wait for ever.
 // Ending the runtime always waits, because everything that its connections refer to is destroyed with it. The runtime's own
 // thread never waits; what it leaves unfinished, the destructor waits for.
 
@@ -43,7 +43,7 @@ namespace {
 const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::chrono::milliseconds directoryPause{100};
-constexpr std::chrono::milliseconds removalPause{20};  // whoever removes a tree removes what is above it next
+constexpr std::chrono::milliseconds removalPause{20};  // a process that removes a directory tree removes the parent next
 
 std::string join(const std::vector<std::string>& items) {
     std::string list;
@@ -51,7 +51,8 @@ std::string join(const std::vector<std::string>& items) {
     return list;
 }
 
-// Runs `function` on the worker and waits for it; at once if the calling thread is the worker. What it throws arrives here.
+// Runs `function` on the worker and waits for it; at once if the calling thread is the worker. Exceptions are passed to the
+// caller.
 template <class F>
 void runOn(comm::ActiveObject& worker, F function) {
     if (worker.isCurrentThread()) {
@@ -115,7 +116,7 @@ public:
             for (const auto& [connection, watch] : closing_) connections.push_back(connection);
         });
         if (worker_->isCurrentThread()) return;
-        for (const auto& connection : connections) connection->end("runtime stopped");  // at once where this thread is the reader
+        for (const auto& connection : connections) connection->end("runtime stopped");  // at once if this thread is the reader
         for (const auto& connection : connections) connection->awaitSettled();
         runOn(*worker_, [&] { closing_.clear(); });
     }
@@ -148,7 +149,7 @@ public:
     }
 
     void releaseService(std::uint64_t /*trackerHandle*/) override {
-        // Nothing of an incarnation is held beyond its connection, which has ended by itself when its loss is reported.
+        // Only the connection is held of an incarnation, and that has ended by the time its loss is reported.
     }
 
     std::uint64_t openResolver(const KeloServiceTrackerInfo& info, IKeloServiceResolver& resolver,
@@ -205,7 +206,7 @@ public:
 
 private:
     using Connection = std::shared_ptr<net::ClientConnection>;
-    // What is no longer tracked but perhaps still read; its API is there for handlers that end with the connection.
+    // No longer tracked but possibly still read. Its API must exist for handlers that end with the connection.
     struct ClosingService {
         Connection connection;
         std::shared_ptr<ServiceWatch> watch;
@@ -222,8 +223,8 @@ private:
         bool transient = false;
         if (!openAndWatch(error, transient) && !transient) return false;
         started_ = true;
-        // A service's log names the directory. A client with a runtime of its own has other things to say, unless it was
-        // mistyped.
+        // A service always logs its directory. The runtime of a client does so only if the directory is new, because the name may
+        // be mistyped.
         constexpr int always = 2;
         constexpr int onRequest = 1;
         tracing::logCV(channel, isService_ || isNew ? always : onRequest, "runtime directory %s%s", context_.directory.c_str(),
@@ -237,7 +238,7 @@ private:
         return true;
     }
 
-    // The directory, made if need be, and its watch. `transient`: it failed for want of something that may come back.
+    // Opens the directory, creating it if necessary, and watches it. `transient`: failed because of something that may change.
     bool openAndWatch(std::string& error, bool& transient) {
         errno = 0;
         net::Descriptor directory = openDomain(context_.directory, true, error);
@@ -302,7 +303,7 @@ private:
         }
     }
 
-    // Copies, since callbacks may add and remove.
+    // Copies, because callbacks may add and remove.
     std::vector<std::shared_ptr<ServiceWatch>> allWatches() const {
         std::vector<std::shared_ptr<ServiceWatch>> all;
         for (const auto& [path, watch] : watches_) all.push_back(watch);
@@ -352,13 +353,13 @@ private:
     }
 
     const RuntimeOptions options_;
-    const bool isService_;  // the process's own runtime, rather than one that a client made for itself
+    const bool isService_;  // the process's own runtime, not one that a client created for itself
     Counters counters_;
     std::atomic<std::uint64_t> nextHandle_{1};
     std::unique_ptr<comm::ActiveObject> worker_;
     Context context_;
 
-    // Of the worker's thread alone:
+    // Only for the worker's thread:
     bool started_ = false;
     bool stopped_ = false;
     std::shared_ptr<DirectoryWatch> directoryWatch_;
@@ -424,7 +425,7 @@ std::vector<std::string> listServices(const RuntimeOptions& options, bool& faile
     DIR* const entries = fd < 0 ? nullptr : ::fdopendir(fd);
     failed = entries == nullptr;
     if (failed) return services;
-    while (const dirent* entry = ::readdir(entries)) {  // a stream of our own
+    while (const dirent* entry = ::readdir(entries)) {  // the stream is not shared
         auto service = servicePathOf(entry->d_name);
         if (!service.empty()) services.push_back(std::move(service));
     }

@@ -12,22 +12,22 @@
 #include "tracing/channel.h"
 #include "util/text.h"
 
-// A service is alive as long as one connection to it lives: from the provider's hello until the kernel reports the end of the
+// A service is alive as long as one connection to it is: from the provider's hello until the kernel reports the end of the
 // connection. So appearing and disappearing alternate by construction, however fast providers are replaced, and a provider that
 // was killed and restarted between two looks at the directory is still seen to disappear and to appear.
 //
-// The directory is only a hint when to try. A socket file that nobody listens to is tried again with growing pauses, because a
+// The directory only hints when to try. A socket file that nobody listens at is tried again with growing pauses, because a
 // provider may have created it a moment before it listens. A missing file is not tried at all, because its appearance is
-// reported. A provider that greets and hangs up at once is not tried any faster: only a connection that has brought an answer
-// or lasted a while, or a change in the directory, justifies another try without a pause.
+// reported. A provider that sends its hello and hangs up at once is not tried any faster: only a connection that has brought an
+// answer or lasted a while, or a change in the directory, justifies another try without a pause.
 //
-// A resolver may bring a reader: a worker that reads the connection from then on. If there are several, the first one has it,
-// and when that one is closed, the next. Only the connection knows where it is read, and whether it has arrived there; here it
-// is only told where it is wanted. Callbacks to trackers and resolvers still come on the runtime's thread; the loss of a
+// A resolver may bring a reader: a worker that reads the connection from then on. If several do, the first one's is used, and
+// when that resolver is closed, the next. Only the connection knows where it is read and whether it has arrived there; here it is
+// only told where it should be read. Callbacks to trackers and resolvers are still made on the runtime's thread; the loss of a
 // connection, which the reader notices, is posted there.
 //
-// Callbacks may add and remove trackers and resolvers. So every loop over them looks for the next one that has not been told,
-// from the beginning, until there is none.
+// Callbacks may add and remove trackers and resolvers. So every loop over them searches, from the beginning, for the next one
+// that has not been told, until there is none.
 
 namespace kelo::runtime {
 namespace {
@@ -57,7 +57,7 @@ void ServiceProxy::attach(std::shared_ptr<net::ClientConnection> connection) {
 }
 
 void ServiceProxy::detach() {
-    std::shared_ptr<net::ClientConnection> last;  // released with the lock open
+    std::shared_ptr<net::ClientConnection> last;  // declared first, so that it is released without the lock
     const std::lock_guard lock{mutex_};
     last.swap(connection_);
 }
@@ -97,7 +97,7 @@ bool ServiceWatch::removeTracker(std::uint64_t handle) {
 void ServiceWatch::addResolver(std::uint64_t handle, IKeloRuntime::IKeloServiceResolver& resolver, comm::ActiveObject* reader) {
     resolvers_.push_back({handle, &resolver, reader, false});
     if (!alive_) return;
-    // The caller may be a tracker's callback, which has to return, and to keep the handle, before the resolver is told.
+    // The caller may be a tracker's callback. It must return, so that the handle can be kept, before the resolver is told.
     notifyLater();
 }
 
@@ -183,7 +183,7 @@ void ServiceWatch::ready(net::ClientConnection& connection, const net::Peer& pee
     ++info_.incarnation;
     alive_ = true;
     proxy_.attach(connection_);
-    // The connection is in the middle of handling a frame; it can only move to its reader when that is over.
+    // The connection is handling a frame; it can only move to its reader after that.
     notifyLater();
 }
 
@@ -240,7 +240,7 @@ void ServiceWatch::notifyGone() {
     }
 }
 
-// The first reader that a resolver brought; without one, the connection is read here.
+// Moves the connection to the first resolver's reader; if there is none, it is read here.
 void ServiceWatch::updateReader() {
     if (!connection_) return;
     const auto entry = std::find_if(resolvers_.begin(), resolvers_.end(), [](const Resolver& r) { return r.reader != nullptr; });

@@ -49,15 +49,15 @@ public:
 
     void addTracker(std::uint64_t handle, IKeloRuntime::IKeloServiceTracker& tracker);
     bool removeTracker(std::uint64_t handle);
-    // Hears of this incarnation, if there is one, after the caller has returned.
+    // The resolver is told of the current incarnation, if there is one, after the caller has returned.
     void addResolver(std::uint64_t handle, IKeloRuntime::IKeloServiceResolver& resolver, comm::ActiveObject* reader);
     bool removeResolver(std::uint64_t handle);
 
-    // Something may have changed in the directory: connects unless connected.
+    // Something may have changed in the directory: connects unless there is a connection.
     void checkDirectory();
-    // The connection, if there is one; for whoever has to wait until it is where it is wanted.
+    // The connection, if there is one; for callers that must wait until it has moved.
     const std::shared_ptr<net::ClientConnection>& connection() const noexcept { return connection_; }
-    // Gives up trackers and resolvers without a word to them, and has the connection end.
+    // Gives up trackers and resolvers without telling them, and ends the connection.
     void abandon(const char* why);
 
 private:

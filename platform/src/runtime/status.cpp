@@ -15,7 +15,7 @@ namespace {
 
 using util::serializer::IStructuredSerializer;
 
-// Writes an object member by member; remembers the first failure, after which it writes nothing more.
+// Writes an object member by member. Remembers the first failure and writes nothing more after it.
 class ObjectWriter {
 public:
     explicit ObjectWriter(IStructuredSerializer& writer) : writer_{writer}, failed_{writer.beginObject()} {}

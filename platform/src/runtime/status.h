@@ -1,4 +1,4 @@
-// What a runtime tells of itself below "/$platform/status".
+// What a runtime reports about itself below "/$platform/status".
 #pragma once
 
 #include <string>
@@ -13,7 +13,7 @@
 
 namespace kelo::runtime {
 
-// A moment's view. Thread: any (a value).
+// The state at one moment. Thread: any (a value).
 struct Status {
     struct Tracked {
         std::string path;

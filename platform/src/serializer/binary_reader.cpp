@@ -7,15 +7,13 @@
 
 #include "serializer/utf8.h"
 
-// A value is decoded once, however often it is looked at before it is read: callers peek for null, or for a type, and then
-// read.
+// A value is decoded once, although callers may look at it several times: they peek for null or for a type, and then read.
 //
-// A length is believed only as far as there are bytes, and nothing is allocated because of it. A container of known length
-// keeps the number of entries that are still to come; the end of each entry reduces it. A container of unknown length, which
-// only CBOR has, ends at its break. A break anywhere else does not begin a value, so a map cannot end between a key and its
-// value.
+// A length is believed only as far as there are bytes, and nothing is allocated because of it. A container of known length keeps
+// the number of entries still to come; the end of each entry reduces it. A container of unknown length, which only CBOR has, ends
+// at its break. A break anywhere else does not begin a value, so a map cannot end between a key and its value.
 //
-// Skipped values are checked like values that are read, with one exception: in a map that nobody reads, any value may be a key.
+// Skipped values are checked like values that are read, with one exception: in a skipped map, a key may be any value.
 
 namespace kelo::serializer {
 namespace {
@@ -26,7 +24,7 @@ using Type = BinaryItem::Type;
 constexpr std::uint8_t breakByte = 0xff;
 constexpr auto largestInteger = static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max());
 
-// Whether a double is equal to the integer: what lies between its highest and its lowest bit must fit into the fraction.
+// Whether a double equals the integer: the bits from its highest to its lowest set bit must fit into the fraction.
 bool isExact(std::uint64_t value) noexcept {
     return value == 0 || (value >> static_cast<unsigned>(std::countr_zero(value))) >> std::numeric_limits<double>::digits == 0;
 }
@@ -70,7 +68,7 @@ void BinaryItem::setNegative(std::uint64_t value) noexcept {
     integer = -1 - static_cast<std::int64_t>(value);
     type = Type::integer;
     if (value > largestInteger) [[unlikely]] {
-        const std::uint64_t magnitude = value + 1;  // 0 for 2 to the power of 64
+        const std::uint64_t magnitude = value + 1;  // 0 stands for 2 to the power of 64
         type = Type::large;
         floating = magnitude == 0       ? -0x1p64
                    : isExact(magnitude) ? -static_cast<double>(magnitude)
@@ -232,7 +230,7 @@ bool BinaryReader::readDouble(double& value) {
 
 bool BinaryReader::readString(std::string_view& value) {
     if (look() == nullptr && item_.type == Type::uuid) {
-        // Tools that know no records show it like this.
+        // Tools that do not know the record show a UUID as text.
         std::UUID uuid;
         if (readUuid(uuid)) return true;
         scratch_.resize(std::UUID::textLength);

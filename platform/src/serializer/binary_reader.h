@@ -1,4 +1,4 @@
-// Reads the binary encodings: what they share once an encoding has told one value from the next.
+// Reads the binary encodings: the part they share, once an encoding has decoded a single value.
 #pragma once
 
 #include <array>
@@ -13,22 +13,22 @@
 
 namespace kelo::serializer {
 
-// One value, or the head of a container. Its type says which of the members after `end` count.
+// One value, or the head of a container. The type says which of the members after `end` are valid.
 struct BinaryItem {
-    // large: an integer beyond 64 bits. opaque: a value that our documents do not have, such as plain bytes.
+    // large: an integer beyond 64 bits. opaque: a value that our documents do not have, such as a byte string.
     enum class Type : std::uint8_t { null, boolean, integer, large, floating, text, uuid, opaque, array, map };
     static constexpr std::uint64_t untilBreak = ~std::uint64_t{0};
 
     void setUnsigned(std::uint64_t value) noexcept;
-    // The integer -1 - value.
+    // Sets the integer -1 - value.
     void setNegative(std::uint64_t value) noexcept;
 
     Type type = Type::null;
-    std::size_t end = 0;       // where it ends, in bytes from the start of the document
-    std::int64_t integer = 0;  // also a boolean
-    double floating = 0;       // also a large integer, NaN if no double is equal to it
-    std::uint64_t count = 0;   // of a container's entries, or `untilBreak`
-    std::string_view text;     // of a string, unchecked; the 16 bytes of a UUID
+    std::size_t end = 0;       // where the value ends, in bytes from the start of the document
+    std::int64_t integer = 0;  // also of a boolean (0 or 1)
+    double floating = 0;       // also of a large integer; NaN if no double equals it
+    std::uint64_t count = 0;   // of a container: number of entries, or `untilBreak`
+    std::string_view text;     // of a string, not yet checked; of a UUID its 16 bytes
 };
 
 // Thread: one at a time.
@@ -60,30 +60,30 @@ public:
     std::size_t offset() const noexcept final { return at_; }
 
 protected:
-    // How a short text begins: one byte, which is `head` and the length, if that is less than `limit`.
+    // How a short text begins: one byte, the sum of `head` and the length, if the length is less than `limit`.
     struct ShortText {
         std::uint8_t head;
         std::uint8_t limit;
     };
     explicit BinaryReader(ShortText shortText) noexcept : shortText_{shortText} {}
 
-    // Decodes the value that begins at offset(), where there is at least one byte. Null, or what is wrong with it. Nothing is
-    // recorded, since somebody may only be looking.
+    // Decodes the value at offset(), where there is at least one byte. Returns null, or what is wrong with it. Nothing is
+    // recorded, because the caller may only be peeking.
     virtual const char* decode(BinaryItem& item) = 0;
 
     std::span<const std::uint8_t> bytes() const noexcept { return bytes_; }
 
     static constexpr const char* cutShort = "the document is cut short";
 
-    std::string scratch_;  // for text that does not stand in the input as it is
+    std::string scratch_;  // for text that is not in the input as it is
 
 private:
     struct Container {
-        std::uint64_t left = 0;  // entries to come, or `untilBreak`
+        std::uint64_t left = 0;  // entries still to come, or `untilBreak`
         bool object = false;
     };
 
-    // Decodes the next value into `item_`, unless it is there already.
+    // Decodes the next value into `item_`, unless that has been done.
     const char* look();
     bool failed(const char* what) const noexcept { return readFailed(what, at_); }
     [[gnu::cold]] bool failedToFind(const char* expected);
@@ -99,7 +99,7 @@ private:
     const ShortText shortText_;
     std::span<const std::uint8_t> bytes_;
     std::size_t at_ = 0;
-    std::size_t itemAt_ = nowhere;  // where `item_` begins
+    std::size_t itemAt_ = nowhere;  // the offset of the value in `item_`
     BinaryItem item_;
     unsigned depth_ = 0;
     unsigned elements_ = 0;

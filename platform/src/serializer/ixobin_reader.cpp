@@ -6,12 +6,11 @@
 
 #include "serializer/utf8.h"
 
-// Reads RFC 8949 item by item through libcbor's streaming decoder: known and unknown lengths, every width of a number, half
-// floats, tags. Unassigned simple values are well-formed, too, but the decoder does not know them; they are recognised here.
+// Reads RFC 8949 item by item with libcbor's streaming decoder: definite and indefinite lengths, every width of a number, half
+// floats, tags. Unassigned simple values are well-formed too, but the decoder does not know them; they are recognised here.
 //
-// Tags say what a value means, and nearly all of them mean nothing here: they are skipped, except that of a UUID (37, on 16
-// bytes). A text of unknown length is assembled from its pieces. Each piece must be valid text by itself, so no character is
-// split between two pieces.
+// A tag says what a value means. Here all of them are skipped, except that of a UUID (37, on 16 bytes). A text of indefinite
+// length is assembled from its chunks. Each chunk must be valid UTF-8 by itself, so no character is split between two chunks.
 
 namespace kelo::serializer {
 namespace {
@@ -27,7 +26,7 @@ struct IxobinReader::Found {
     BinaryItem& value;
     Form form = Form::none;
     std::uint64_t tag = 0;
-    std::size_t size = 0;  // of the item in bytes, without what it contains
+    std::size_t size = 0;  // of the item in bytes, without its content
 
     static Found& of(void* context, BinaryItem::Type type) noexcept {
         auto& found = *static_cast<Found*>(context);
@@ -55,7 +54,8 @@ struct IxobinReader::Found {
     }
     template <BinaryItem::Type type>
     static void container(void* context, std::size_t count) {
-        // The largest count means something else; no document is long enough to tell.
+        // The largest count has another meaning here. Reducing it changes nothing: no document is long enough to have so many
+        // entries.
         of(context, type).value.count = std::min<std::uint64_t>(count, BinaryItem::untilBreak - 1);
     }
     template <BinaryItem::Type type>
@@ -76,7 +76,7 @@ struct IxobinReader::Found {
     }
     static void boolean(void* context, bool value) { of(context, BinaryItem::Type::boolean).value.integer = value ? 1 : 0; }
 
-    // Decodes the item at the beginning of the bytes, of which there is at least one. Null, or what is wrong with it.
+    // Decodes the item at the start of `bytes`, which are not empty. Returns null, or what is wrong with it.
     const char* decode(std::span<const std::uint8_t> bytes) noexcept;
 };
 

@@ -14,7 +14,7 @@ private:
     struct Found;
 
     const char* decode(BinaryItem& item) override;
-    // Puts the pieces of a string of unknown length together, from `at` behind its start.
+    // Joins the chunks of a string of indefinite length; `at` is the offset after its start.
     const char* joinPieces(bool isText, std::size_t at, BinaryItem& item);
 };
 

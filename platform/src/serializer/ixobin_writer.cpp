@@ -6,8 +6,8 @@
 
 #include "serializer/utf8.h"
 
-// RFC 8949 through libcbor's encoders. Containers are of indefinite length, so that nothing has to be counted beforehand or
-// patched afterwards.
+// Writes RFC 8949 with libcbor's encoders. Containers are of indefinite length, so that nothing has to be counted beforehand or
+// filled in later.
 
 namespace kelo::serializer {
 namespace {

@@ -9,12 +9,11 @@
 #include "serializer/json_text.h"
 #include "serializer/utf8.h"
 
-// Reads strict RFC 8259 in one pass, without building anything. A comma is consumed at the end of the member or element before
-// it; the container must not end after it. Skipping reads, so skipped text is checked like the rest. It recurses, but no deeper
-// than the 64 levels that a document may have.
+// Reads strict RFC 8259 in one pass, without building a tree. The end of a member or element consumes the comma after it; the
+// container must not end there. Skipping reads, so skipped text is checked like the rest. It recurses at most to the depth of 64
+// that a document may have.
 //
-// A string without escapes is a view into the input. Only a string with escapes is assembled, in a buffer that the reader
-// keeps.
+// A string without escapes is a view into the input. A string with escapes is assembled in a buffer that the reader keeps.
 //
 // An integer is accepted as a double only if it is written exactly as the double would be, digit for digit.
 
@@ -23,15 +22,15 @@ namespace {
 
 using util::serializer::ValueType;
 
-constexpr std::size_t largestExactDigits = 15;     // every integer of so many digits is some double's value
-constexpr std::size_t maximumIntegerDigits = 310;  // those of the largest double, and a sign
+constexpr std::size_t largestExactDigits = 15;     // every integer with so few digits equals some double
+constexpr std::size_t maximumIntegerDigits = 310;  // the digits of the largest double, and a sign
 
 bool isDigit(char c) noexcept {
     return c >= '0' && c <= '9';
 }
 
-// Whether a number that is too large for a double, or too small for one, is the latter: its first digit that counts then stands
-// far behind the point.
+// For a number that is out of a double's range: whether it is too small rather than too large. Compares the place of its first
+// significant digit with its exponent.
 bool isTiny(std::string_view number) noexcept {
     const auto exponentAt = std::min(number.find_first_of("eE"), number.size());
     const std::string_view digits = number.substr(0, exponentAt);
@@ -70,7 +69,7 @@ constexpr const char* literalNull = "null";
 constexpr const char* literalBool = "true or false";
 constexpr std::string_view literals[] = {"true", "false", "null"};
 
-// Whether the text begins like a literal, but is none.
+// Whether the text begins with the first letter of a literal, but not with the whole literal.
 bool isNoLiteral(std::string_view text) noexcept {
     const auto looksLike = [&](std::string_view literal) {
         return text.front() == literal.front() && !text.starts_with(literal);
@@ -78,7 +77,7 @@ bool isNoLiteral(std::string_view text) noexcept {
     return std::any_of(std::begin(literals), std::end(literals), looksLike);
 }
 
-// Whether it is a literal that has been cut short.
+// Whether the text is the beginning of a literal.
 bool isCutLiteral(std::string_view text) noexcept {
     const auto begins = [&](std::string_view literal) { return literal.starts_with(text); };
     return !text.empty() && std::any_of(std::begin(literals), std::end(literals), begins);
@@ -283,7 +282,7 @@ bool JsonReader::readUnusual(const char* run, bool ascii, std::string_view& valu
         run = at_;
         at_ = findJsonSpecial(at_, end_, ascii);
     }
-    // An escape is whole characters, so it can complete none that stands before it or behind it.
+    // An escape yields whole characters, so it cannot complete a partial one before or after it.
     if (!ascii && !isValidUtf8(scratch_)) return failed(fault::notUtf8);
     ++at_;
     value = scratch_;

@@ -1,8 +1,7 @@
-// What may stand in a JSON string as it is.
+// Finds out what can be in a JSON string without an escape.
 //
-// Text is looked at in blocks, not by the character. A block's `look` tells, for the block that begins at a place: a bit for each
-// character that is a quote, a backslash or a control character, of which only the lowest is to be relied on, and a bit for each
-// that is beyond ASCII.
+// Text is examined in blocks instead of characters. `scan` reports two bit sets for a block: one bit for each quote, backslash
+// and control character, of which only the lowest is reliable, and one for each character that is not ASCII.
 #pragma once
 
 #include <bit>
@@ -17,7 +16,7 @@
 
 namespace kelo::serializer {
 
-// Eight characters, as one number; a character's bit is the high one of its byte.
+// Eight characters as one number; a character's bit is the highest of its byte.
 struct JsonWord {
     static constexpr std::ptrdiff_t size = 8;
     static constexpr int bitsEach = 8;
@@ -29,8 +28,8 @@ struct JsonWord {
     static constexpr Scan scan(std::uint64_t word) noexcept {
         constexpr std::uint64_t ones = 0x0101010101010101U;
         constexpr std::uint64_t highs = 0x8080808080808080U;
-        // What is taken off a character sets its high bit where it is the greater. Those beyond ASCII have theirs set anyway:
-        // they are excluded at the end, at once for all three.
+        // The subtraction sets a character's highest bit if the character is smaller. Characters beyond ASCII have it set anyway,
+        // so they are excluded at the end, for all three tests at once.
         return {(((word ^ (ones * '"')) - ones) | ((word ^ (ones * '\\')) - ones) | (word - ones * 0x20)) & ~word & highs,
                 word & highs};
     }
@@ -50,8 +49,8 @@ struct JsonWord {
 };
 
 #ifdef __SSE2__
-// Sixteen characters, a bit each. That is every x86-64. To read the list of four displays of the benchmark costs 4,210
-// instructions with it and 4,370 without (callgrind, the mean of 1,000).
+// Sixteen characters, one bit each; every x86-64 has these instructions. Reading the benchmark's list of four displays costs
+// 4,210 instructions with it and 4,370 without (callgrind, mean of 1,000).
 struct JsonVector {
     static constexpr std::ptrdiff_t size = 16;
     static constexpr int bitsEach = 1;
@@ -63,7 +62,7 @@ struct JsonVector {
     static Scan scan(__m128i block) noexcept {
         const __m128i quotes = _mm_cmpeq_epi8(block, _mm_set1_epi8('"'));
         const __m128i backslashes = _mm_cmpeq_epi8(block, _mm_set1_epi8('\\'));
-        const __m128i lows = _mm_cmplt_epi8(block, _mm_set1_epi8(0x20));  // signed: those beyond ASCII, too
+        const __m128i lows = _mm_cmplt_epi8(block, _mm_set1_epi8(0x20));  // signed, so that this includes characters beyond ASCII
         const auto found = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(_mm_or_si128(quotes, backslashes), lows)));
         const auto beyondAscii = static_cast<unsigned>(_mm_movemask_epi8(block));
         return {found & ~beyondAscii, beyondAscii};
@@ -84,7 +83,7 @@ using JsonBlock = JsonVector;
 using JsonBlock = JsonWord;
 #endif
 
-// Copies at least one block; whether all of it is plain. The last block overlaps the one before.
+// Copies at least one block. Returns whether all of it is plain. The last block overlaps the one before.
 template <class Block>
 inline bool copyJsonBlocks(const char* from, std::size_t size, char* to) noexcept {
     constexpr auto step = static_cast<std::size_t>(Block::size);
@@ -97,7 +96,7 @@ inline bool copyJsonBlocks(const char* from, std::size_t size, char* to) noexcep
     return (seen.specials | seen.beyondAscii) == 0;
 }
 
-// The same for what is shorter than a block, but not than half of one: the two halves, which overlap, are looked at as one block.
+// The same for text shorter than a block, but at least half a block: the two halves, which overlap, are examined as one block.
 template <class Block>
 inline bool copyJsonHalves(const char* from, std::size_t size, char* to) noexcept {
     typename Block::Half first = 0;
@@ -110,8 +109,8 @@ inline bool copyJsonHalves(const char* from, std::size_t size, char* to) noexcep
     return (scan.specials | scan.beyondAscii) == 0;
 }
 
-// Copies text of which every character is ASCII and may stand in a JSON string as it is. False when one is not; what `to` holds
-// is then of no use. Thread: any.
+// Copies text if every character is ASCII and needs no escape in a JSON string. Otherwise returns false; the content of `to` is
+// then useless. Thread: any.
 template <class Block = JsonBlock>
 inline bool copyJsonPlain(std::string_view text, char* to) noexcept {
     const std::size_t size = text.size();
@@ -126,7 +125,7 @@ inline bool copyJsonPlain(std::string_view text, char* to) noexcept {
     return true;
 }
 
-// The first quote, backslash or control character; `end` if there is none. `ascii` becomes false when a byte beyond ASCII stands
+// The first quote, backslash or control character; `end` if there is none. Sets `ascii` to false if there is a byte beyond ASCII
 // before it. Thread: any.
 template <class Block = JsonBlock>
 inline const char* findJsonSpecial(const char* at, const char* end, bool& ascii) noexcept {

@@ -9,19 +9,19 @@
 #include "serializer/json_text.h"
 #include "serializer/utf8.h"
 
-// Writes RFC 8259. Only what must be escaped is escaped: quotes, backslashes and control characters. Everything else is copied
-// in runs as long as possible. Hardly any text here contains anything to escape or is not ASCII, so it is checked while it is
-// copied, and only unusual text is processed again. Numbers are written as the shortest text that reads back as the same value.
-// A number with a fraction, even ".0", has a point or an exponent; otherwise it would read back as an integer, and there is no
-// integer -0 and none beyond 64 bits.
+// Writes RFC 8259. Only quotes, backslashes and control characters are escaped; everything else is copied in runs as long as
+// possible. Hardly any text here needs escapes or is not ASCII. So text is checked while it is copied, and only unusual text is
+// processed again. Numbers are written as the shortest text that reads back as the same value. A floating-point number always has
+// a point or an exponent, if only ".0": otherwise it would read back as an integer, and integers have neither -0 nor more than 64
+// bits.
 //
 // UTF-8 is checked after a string is written: non-ASCII text is rare, and a document that fails is dropped anyway.
 
 namespace kelo::serializer {
 namespace {
 
-// Readers read a double and round it to the float. Of all floats this is the only one whose shortest text then becomes another:
-// its double lies in the middle between the two.
+// Readers read a double and round it to a float. This is the only float whose shortest text then becomes another float, because
+// its double lies exactly between the two.
 constexpr float roundedTwice = 0x1.5c87fap-84F;
 
 }  // namespace

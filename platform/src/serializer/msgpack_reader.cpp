@@ -3,9 +3,9 @@
 #include <array>
 #include <bit>
 
-// Reads every form of the format, canonical or not. The first byte of a value tells its form. Most forms continue with a
-// big-endian number: the value itself, the length of what follows, or the number of entries of a container. Our documents have
-// no use for bytes and extensions: they are skipped, and refused where a value is expected.
+// Reads every form of the format, whether or not it is the shortest. The first byte of a value gives its form. In most forms a
+// big-endian number follows: the value itself, the length of what follows, or the number of entries of a container. Our documents
+// do not use byte strings and extensions: they are skipped, and refused where a value is expected.
 
 namespace kelo::serializer {
 namespace {
@@ -14,11 +14,11 @@ enum class Form : std::uint8_t { none, null, boolean, opaque, float32, float64, 
 
 struct Head {
     Form form = Form::none;
-    std::uint8_t width = 0;  // of the number in bytes
-    std::uint8_t extra = 0;  // bytes that follow it and that it does not count
+    std::uint8_t width = 0;  // of the number, in bytes
+    std::uint8_t extra = 0;  // bytes after the number that it does not count
 };
 
-// Of the first bytes 0xc0 to 0xdf. The others hold the number themselves.
+// For the first bytes 0xc0 to 0xdf. All others contain the number themselves.
 constexpr std::array<Head, 32> heads = {{
     {Form::null},          {Form::none},         {Form::boolean},      {Form::boolean},       // c0
     {Form::opaque, 1},     {Form::opaque, 2},    {Form::opaque, 4},    {Form::opaque, 1, 1},  // c4: bytes, then extensions

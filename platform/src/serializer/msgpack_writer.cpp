@@ -6,9 +6,9 @@
 
 #include "serializer/utf8.h"
 
-// A container's header contains its count, which is known only at the end. A 16-bit header is written first and filled in
-// later. The rare container with more than 65,535 entries gets a wider header by moving everything after it. Numbers and
-// strings take the shortest form.
+// A container's header contains its number of entries, which is known only at the end. So a 16-bit header is written first and
+// filled in later. If a container has more than 65,535 entries, which is rare, its content is moved to make room for a wider
+// header. Numbers and strings take the shortest form.
 
 namespace kelo::serializer {
 namespace {

@@ -2,8 +2,8 @@
 
 #include <cstddef>
 
-// Text that is not ASCII: the second byte's range depends on the first, which is what rules out overlong forms, surrogates and
-// values beyond the last code point.
+// Checks text that is not ASCII. The range of a character's second byte depends on the first; this excludes overlong forms,
+// surrogates and values above the last code point.
 
 namespace kelo::serializer {
 namespace {
@@ -12,7 +12,7 @@ bool isContinuation(unsigned char byte) noexcept {
     return (byte & 0xc0U) == 0x80U;
 }
 
-// The length of the multi-byte character at `at`, 0 if it is none.
+// The length of the multi-byte character at `at`; 0 if there is no valid one.
 std::size_t characterLength(const unsigned char* at, std::size_t left) noexcept {
     const unsigned char first = at[0];
     if (first >= 0xc2 && first <= 0xdf) return left >= 2 && isContinuation(at[1]) ? 2 : 0;

@@ -1,4 +1,4 @@
-// Whether bytes are text.
+// Checks whether bytes are valid text.
 #pragma once
 
 #include <cstddef>
@@ -8,7 +8,7 @@
 
 namespace kelo::serializer {
 
-// Nearly all text here is ASCII, and short: it is looked at where it is met, in words of eight or four bytes, the last of which
+// Nearly all text here is ASCII and short, so the check is inline. It compares words of eight or four bytes; the last one
 // overlaps the one before. Thread: any.
 [[nodiscard]] inline bool isAscii(std::string_view text) noexcept {
     constexpr std::uint64_t highs = 0x8080808080808080U;
@@ -29,7 +29,7 @@ namespace kelo::serializer {
     return (seen & highs) == 0;
 }
 
-// What isValidUtf8() does where the text is not ASCII.
+// The part of isValidUtf8() for text that is not ASCII.
 [[nodiscard]] bool isValidBeyondAscii(std::string_view text) noexcept;
 
 // Well-formed UTF-8 (RFC 3629): no overlong forms, no surrogates, nothing beyond U+10FFFF. Thread: any.

@@ -1,14 +1,14 @@
-// Lines go directly to standard error, each in one write that cannot block. There is no queue, no thread and no lock on the
-// way, so a line costs its formatting and two system calls, and is out when the call returns. If standard error cannot take a
-// line at once (a pipe whose reader is stuck), the line is lost; the next line that gets through says how many were lost.
+// Lines go directly to standard error, each in one write that cannot block. There is no queue, thread or lock in between. A line
+// costs its formatting and two system calls, and has been written when the call returns. If standard error cannot take a line at
+// once (a pipe whose reader is stuck), the line is lost; the next line that gets through gives the number of lost lines.
 //
-// How many lines of a kind there were lately is counted in a table that is never cleared while the process runs: there are
-// about a hundred kinds, each a literal somewhere in the program, and a kind for which there is no room shares an entry.
+// The recent lines of each kind are counted in a table whose entries are never removed. There are about a hundred kinds, each a
+// literal in the program. If there is no room for a kind, it shares an entry.
 //
 // Channels are created during static initialisation, in any order, so everything that they use is constant-initialised.
 //
-// A sink replaces standard error. It is called without the lock held. A count of the calls in progress lets setSink wait until
-// the last of them is over, so what the old sink refers to may then be destroyed.
+// A sink replaces standard error. It is called without the lock held. setSink waits until all calls of the old sink have
+// returned, so what that sink refers to may then be destroyed.
 
 #include "tracing/channel.h"
 
@@ -96,11 +96,11 @@ std::condition_variable sinkIdle;
 constinit Sink currentSink = nullptr;
 constinit void* sinkContext = nullptr;
 constinit int callsUnderWay = 0;
-constinit std::atomic<bool> hasSink{false};  // spares everybody else the lock
+constinit std::atomic<bool> hasSink{false};  // avoids the lock if there is none
 
 // --- Lines ---
 
-// "2025-03-01 12:34:56.789": the second's text is kept from line to line, so most lines cost no calendar.
+// "2025-03-01 12:34:56.789". The text of the second is cached, so most lines need no calendar computation.
 void appendTime(util::LineBuffer& line) noexcept {
     struct Second {
         std::time_t second = -1;
@@ -124,7 +124,7 @@ void appendTime(util::LineBuffer& line) noexcept {
 
 // --- Limits ---
 
-// Lines of one kind in the present second.
+// The lines of one kind in the current second.
 struct LineCount {
     std::atomic<const char*> kind{nullptr};
     std::atomic<std::int64_t> second{-1};
@@ -145,7 +145,7 @@ LineCount& countOf(const char* kind) noexcept {
     return lineCounts[home % lineCounts.size()];
 }
 
-// Whether the line may be written; `held` is then the number of those held back since the last one.
+// Whether the line may be written; `held` is then the number of lines held back since the last one of the same kind.
 bool admits(int level, const char* kind, std::uint64_t& held) noexcept {
     constexpr int ofOthers = 3;
     held = 0;
@@ -248,7 +248,7 @@ void logCV(const Channel& channel, int level, const char* format, ...) noexcept 
 }
 
 void Client::flush(bool wait) noexcept {
-    // Lines are out already. What is left to tell is how many were lost since the last one that got through.
+    // Lines have been written already. Only the number of lost lines since the last one that got through is left.
     const std::uint64_t lost = lostLines.exchange(0, std::memory_order_relaxed);
     if (lost == 0) return;
     constexpr int patienceMs = 100;

@@ -1,12 +1,12 @@
-// A request's objects are created on one thread and destroyed on another, thirty-two of each in a burst. That is the worst case
-// for a heap with a cache per thread: at every burst one cache runs empty and the other overflows, and the shared heap is asked
-// each time. Here, what one side has too much of is what the other side lacks: sixteen blocks at a time pass through the store,
-// with one lock for all of them. In between, taking or returning a block is a few instructions.
+// A request's objects are created on one thread and destroyed on another, up to thirty-two of each in a burst. That is the worst
+// case for a heap with a cache per thread: in every burst one cache runs empty and the other overflows, and both go to the shared
+// heap. Here, what one side has too much of is what the other side lacks: sixteen blocks at a time pass through the store, with
+// one lock for all of them. In between, taking or returning a block is a few instructions.
 //
-// A thread has up to two batches of a size: one that it takes from and returns to, and a second, full one, so that a thread
-// that takes and returns in turn at the edge of a batch does not go to the store each time.
+// A thread has up to two batches of a size: one that it takes from and returns to, and a second, full one. So a thread that
+// alternates between taking and returning at the edge of a batch does not go to the store each time.
 //
-// A thread that ends leaves its blocks to the heap. So do the destructors that run after that.
+// A thread that ends returns its blocks to the heap. So do destructors that run after that.
 #include "util/block_pool.h"
 
 #include <mutex>
@@ -16,7 +16,7 @@ namespace util {
 
 constinit thread_local std::array<BlockPool::FreeList, BlockPool::sizes> BlockPool::lists_;
 
-// The batches of one size that are at no thread's hand.
+// The batches of one size that no thread has at hand.
 class BlockPool::Store {
 public:
     static Store& of(std::size_t index) noexcept {
@@ -24,12 +24,12 @@ public:
         return all[index];
     }
 
-    // Null when there is none.
+    // Null if there is none.
     Block* take() noexcept {
         const std::lock_guard lock{mutex_};
         return count_ == 0 ? nullptr : batches_[--count_];
     }
-    // False when there is no room.
+    // False if there is no room.
     bool give(Block* first) noexcept {
         const std::lock_guard lock{mutex_};
         if (count_ == batches_.size()) return false;
@@ -66,7 +66,7 @@ struct BlockPool::ThreadExit {
     }
 };
 
-// Whether the thread may keep blocks; the first time, makes its lists ready.
+// Whether the thread may keep blocks. The first call makes its lists ready.
 bool BlockPool::begin() {
     if (use == Use::not_yet) {
         static thread_local const ThreadExit atExit;

@@ -19,10 +19,10 @@ namespace {
 
 constexpr std::string_view kEllipsis = "\u2026";
 constexpr std::size_t kRoom =
-    LineBuffer::capacity - kEllipsis.size() - 1;  // for text; the rest is for the cut's mark and newline
+    LineBuffer::capacity - kEllipsis.size() - 1;  // for text; the rest is for the ellipsis and the newline
 
-// For kernels that know no better. What polls writable has room for PIPE_BUF bytes, which is our capacity, but another process
-// that writes to the same pipe may have taken it in between: no thread of this one.
+// For kernels without RWF_NOWAIT. If poll says writable, there is room for PIPE_BUF bytes, which is our capacity. Another process
+// that writes to the same pipe may have used it in between; the lock excludes other threads of this one.
 ssize_t writeIfReady(int descriptor, const char* bytes, std::size_t size) noexcept {
     static std::mutex mutex;
     const std::lock_guard lock{mutex};
@@ -31,8 +31,8 @@ ssize_t writeIfReady(int descriptor, const char* bytes, std::size_t size) noexce
     return ::write(descriptor, bytes, size);
 }
 
-// Writes what there is room for now. Whether a descriptor waits is a property that it shares with other processes, so it is not
-// for us to change: each kind has its own way to ask for one call that does not.
+// Writes what there is room for now. Whether a descriptor blocks is a property shared with other processes, so we must not change
+// it. Each kind of descriptor has its own way to ask for one call that does not block.
 ssize_t writeAtOnce(int descriptor, const char* bytes, std::size_t size) noexcept {
     struct stat status {};
     if (::fstat(descriptor, &status) != 0) return -1;
@@ -52,7 +52,7 @@ ssize_t writeAtOnce(int descriptor, const char* bytes, std::size_t size) noexcep
 std::string_view cutUtf8(std::string_view text, std::size_t limit) noexcept {
     if (text.size() <= limit) return text;
     std::size_t end = limit;
-    // At most three continuation bytes belong to a character; anything longer is not UTF-8 and is cut where it stands.
+    // A character has at most three continuation bytes. A longer sequence is not UTF-8 and is cut at the limit.
     for (int back = 0; back < 3 && end > 0 && (static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U; ++back) --end;
     if ((static_cast<unsigned char>(text[end]) & 0xC0U) == 0x80U) end = limit;
     return text.substr(0, end);

@@ -1,4 +1,4 @@
-// One line of at most 4096 bytes, put together without allocating and written with one system call.
+// One line of at most 4096 bytes, composed without allocating and written with one system call.
 #pragma once
 
 #include <array>
@@ -8,19 +8,19 @@
 
 namespace util {
 
-// Whatever does not fit is cut, at a whole character, and the line then ends in "…". Thread: one at a time.
+// Text that does not fit is cut, at a character boundary, and the line then ends in "…". Thread: one at a time.
 class LineBuffer {
 public:
-    static constexpr std::size_t capacity = 4096;  // what a pipe takes in one piece
+    static constexpr std::size_t capacity = 4096;  // what a pipe takes as a whole (PIPE_BUF)
 
-    // As it is; for texts of our own.
+    // As it is; for our own texts.
     void append(std::string_view text) noexcept;
-    // With whatever a terminal would obey written as "\n", "\x1b" and so on, so that the line stays one line whatever it quotes.
+    // Characters that a terminal would act on are written as "\n", "\x1b" and so on, so the line stays one line whatever it
+    // quotes.
     void appendEscaped(std::string_view text) noexcept;
     void appendNumber(std::int64_t number) noexcept;
 
-    // Ends the line and writes it, newline and all. False when the descriptor could not take the whole of it at once: nobody
-    // waits for a reader that is stuck.
+    // Ends the line and writes it with its newline. Does not block; false if the descriptor could not take all of it at once.
     [[nodiscard]] bool writeTo(int descriptor) noexcept;
 
 private:
@@ -29,7 +29,7 @@ private:
     bool cut_ = false;
 };
 
-// The longest prefix of at most `limit` bytes that does not end within a UTF-8 character.
+// The longest prefix of at most `limit` bytes that does not end inside a UTF-8 character.
 [[nodiscard]] std::string_view cutUtf8(std::string_view text, std::size_t limit) noexcept;
 
 }  // namespace util

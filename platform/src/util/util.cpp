@@ -11,7 +11,7 @@ namespace util {
 
 namespace {
 
-// Never destroyed: lines may still be written while the process ends.
+// Never destroyed: lines may still be written when the process exits.
 std::string& storedName() {
     static auto* const name = new std::string{program_invocation_short_name};
     return *name;

@@ -27,8 +27,8 @@ namespace kelo::wire {
 namespace {
 
 constexpr std::size_t maximumFields = 64;
-constexpr std::uint8_t shortText = 0x60;  // and the length, if that is below 24, begin a text
-constexpr std::uint8_t shortMap = 0xa0;   // and the number of fields begin a map
+constexpr std::uint8_t shortText = 0x60;  // plus the length, if that is below 24, begins a text
+constexpr std::uint8_t shortMap = 0xa0;   // plus the number of fields begins a map
 constexpr std::string_view version = "$version";
 constexpr std::string_view application = "$application";
 constexpr std::string_view mimeTypes = "$mime-types";
@@ -54,15 +54,15 @@ T getLittleEndian(const std::uint8_t* in) noexcept {
     return value;
 }
 
-// Writes one frame to the end of a buffer. A frame that is not finished, because memory is short, is taken back: half of one
-// would garble everything behind it.
+// Writes one frame to the end of a buffer. If memory runs short, the unfinished frame is removed again: a partial frame would
+// garble everything after it.
 class FrameWriter {
 public:
     FrameWriter(util::ByteBufferWriter& out, FrameType type, std::uint8_t flags, std::uint64_t id, std::size_t fields)
         : FrameWriter{out} {
         char* const to = out_.claim(headerSize + longestHead);
         auto* const header = reinterpret_cast<std::uint8_t*>(to);
-        putLittleEndian(header, std::uint32_t{0});  // the length, which finish() knows
+        putLittleEndian(header, std::uint32_t{0});  // the length, which finish() fills in
         header[4] = static_cast<std::uint8_t>(type);
         header[5] = flags;
         putLittleEndian(header + 6, std::uint16_t{0});
@@ -99,8 +99,8 @@ private:
     static constexpr unsigned textMajor = 3;
     static constexpr unsigned mapMajor = 5;
 
-    // The type and number that begin an item; behind it, as is the result of the other. Nearly all numbers here are below 24, and
-    // stand in the first byte.
+    // Writes the type and number that begin an item. Returns the position after it, as putText() does. Nearly all numbers here
+    // are below 24 and fit into the first byte.
     static char* putHead(char* to, unsigned major, std::uint64_t value) {
         if (value < 24) [[likely]] {
             *to = static_cast<char>(major << 5U | static_cast<unsigned>(value));
@@ -179,13 +179,13 @@ const cbor_callbacks& callbacks() noexcept {
     return table;
 }
 
-// Walks the header map: `onField(key, item)` for each field, giving null or what is wrong with it. `rest` is what follows the
-// map.
+// Walks the header map. onField(key, item) is called for each field and returns null or what is wrong with it. `rest` is what
+// follows the map.
 template <class OnField>
 const char* readFields(std::span<const std::uint8_t> body, std::span<const std::uint8_t>& rest, OnField onField) {
     std::size_t at = 0;
     const auto next = [&](Item& item) {
-        // What nearly all are need not go through the decoder: short text, and a map of few fields around it.
+        // The usual items do not go through the decoder: short text, and a map with few fields.
         const std::uint8_t first = at < body.size() ? body[at] : 0xffU;
         if (const std::size_t size = first - shortText; first >= shortText && size < 24 && size < body.size() - at) {
             item.kind = Item::Kind::text;
@@ -230,14 +230,14 @@ const char* readFields(std::span<const std::uint8_t> body, std::span<const std::
 
 constexpr const char* wrongType = "a header has a value of the wrong type";
 
-// The text of a field for which only text will do.
+// Reads a field that must be text.
 const char* readText(const Item& item, std::string& out) {
     if (item.kind != Item::Kind::text) return wrongType;
     out.assign(item.text);
     return nullptr;
 }
 
-// A field that is not one of the framework's: kept as text.
+// Keeps a field that is not one of the framework's, as text.
 void keepOther(HeaderMap& headers, std::string_view key, const Item& item) {
     if (item.kind == Item::Kind::text) {
         headers.set(key, item.text);
@@ -246,7 +246,7 @@ void keepOther(HeaderMap& headers, std::string_view key, const Item& item) {
     }
 }
 
-// A map tells its own length, so one that begins with the bytes of another is the other.
+// A map contains its own length, so if the body begins with the bytes of the last map, that is its map.
 template <class Value, class Read>
 const char* readWithLast(std::span<const std::uint8_t> body, Value& value, LastFields& last, Read read) {
     if (last.areFirstIn(body)) {

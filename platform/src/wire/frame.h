@@ -1,4 +1,4 @@
-// The frames that travel between two processes: 16 bytes of header, a map of header fields, the payload as it is.
+// The frames between two processes: a header of 16 bytes, a map of header fields, and the payload as it is.
 #pragma once
 
 #include <cstddef>
@@ -18,7 +18,7 @@ enum class FrameType : std::uint8_t { hello = 1, request = 2, next = 3, error = 
 
 // Of a request: one value is enough.
 inline constexpr std::uint8_t flagOneShot = 0x01;
-// Of a next: the request has ended with it.
+// Of a next: it ends the request.
 inline constexpr std::uint8_t flagEnd = 0x02;
 
 inline constexpr std::size_t headerSize = 16;
@@ -32,33 +32,33 @@ struct FrameHeader {
     std::uint64_t requestId = 0;
 };
 
-// Reads the header at the start of `bytes`, of which there are at least `headerSize`. Null on success, else what is wrong.
+// Reads the header at the start of `bytes`, which has at least `headerSize` bytes. Null on success, else what is wrong.
 [[nodiscard]] const char* readHeader(std::span<const std::uint8_t> bytes, FrameHeader& header) noexcept;
 
-// What both sides say first. Thread: any (a value).
+// The first frame of both sides. Thread: any (a value).
 struct Hello {
     std::uint32_t version = 0;
     std::string application;
-    std::string servicePath;  // the consumer's
-    std::string mimeTypes;    // the provider's, in order of preference, divided by commas
+    std::string servicePath;  // sent by the consumer
+    std::string mimeTypes;    // sent by the provider: in order of preference, separated by commas
 };
 
-// Each appends one whole frame to `out`; nothing, when it throws because memory is short.
+// Each appends one whole frame to `out`, or nothing if it throws because memory is short.
 void appendHello(util::ByteBufferWriter& out, const Hello& hello);
 void appendRequest(util::ByteBufferWriter& out, std::uint64_t id, const Request& request, bool oneShot);
 void appendResponse(util::ByteBufferWriter& out, FrameType type, std::uint8_t flags, std::uint64_t id, const Response& response);
 void appendBare(util::ByteBufferWriter& out, FrameType type, std::uint64_t id);
 
-// Each reads the body of a frame into a value that may be reused; payloads borrow from `body`. Null on success, else what is
-// wrong. Unknown header keys of requests and responses go to their header map; of a hello they are ignored.
+// Each reads the body of a frame into a value, which may be reused; payloads borrow from `body`. Null on success, else what is
+// wrong. Unknown header keys of requests and responses go to their header map; those of a hello are ignored.
 [[nodiscard]] const char* readHello(std::span<const std::uint8_t> body, Hello& hello);
-// `defaultClientId`: the client's id where the frame gives none.
+// `defaultClientId`: the client id if the frame has none.
 [[nodiscard]] const char* readRequest(std::span<const std::uint8_t> body, std::string_view defaultClientId, Request& request);
 [[nodiscard]] const char* readResponse(std::span<const std::uint8_t> body, Response& response);
 
-// The header fields that a value was read from last. Nearly all answers have those of the one before, and so have the requests of
-// a client that asks for the same again: the value has them already then, and only its payload is new. That saves a request one
-// instruction in twenty. Thread: one at a time.
+// The header fields that a value was last read from. Nearly all answers have the same fields as the one before, and so have the
+// requests of a client that repeats one. The value then has these fields already, and only its payload is new. That saves one
+// instruction in twenty of a request. Thread: one at a time.
 class LastFields {
 public:
     std::size_t size() const noexcept { return bytes_.size(); }
@@ -72,11 +72,11 @@ private:
     std::vector<std::uint8_t> bytes_;
 };
 
-// The same for a value that is read into with one `last` and one default client id, and written to by nobody else.
+// The same for a value that is always read with the same `last` and the same default client id, and that nobody else writes to.
 [[nodiscard]] const char* readRequest(std::span<const std::uint8_t> body, std::string_view defaultClientId, Request& request,
                                       LastFields& last);
 [[nodiscard]] const char* readResponse(std::span<const std::uint8_t> body, Response& response, LastFields& last);
-// Nothing at all, or an empty map.
+// For frames without fields: the body must be empty, or an empty map.
 [[nodiscard]] const char* readBare(std::span<const std::uint8_t> body) noexcept;
 
 }  // namespace kelo::wire

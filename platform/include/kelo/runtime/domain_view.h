@@ -1,4 +1,4 @@
-// What can be seen of a domain from outside, without entering it; for tools.
+// Looks at a domain from outside, without joining it; for tools.
 #pragma once
 
 #include <sys/types.h>
@@ -12,29 +12,30 @@
 
 namespace kelo::runtime {
 
-// The directory of a domain: what the options name, else $KELO_RUNTIME_DIR, $XDG_RUNTIME_DIR/kelo, /run/kelo where that exists
-// and is writable, or a directory of the user's own under the temporary directory; then the domain's name. Thread: any.
+// The directory of a domain: `options.directory` if it is set. Otherwise the domain's name below the first of: $KELO_RUNTIME_DIR;
+// $XDG_RUNTIME_DIR/kelo; /run/kelo, if it exists and is writable; a directory of the user's own below the temporary directory.
+// Thread: any.
 [[nodiscard]] std::string domainDirectory(const RuntimeOptions& options);
 
-// The user whose socket a service path leads to, alive or not; nothing when there is no socket, or when that may not be known. A
-// service lets in its own user and root, and is trusted by its own user and, when root's, by all: so two different users never
-// meet. Thread: any.
+// The user who owns the socket of a service path, whether or not anybody listens; nothing if there is no socket or it may not be
+// looked at. A service accepts only its own user and root, and a client accepts only a service of its own user or of root: two
+// different users other than root never connect. Thread: any.
 [[nodiscard]] std::optional<uid_t> socketOwner(const RuntimeOptions& options, std::string_view servicePath);
 
 inline constexpr std::string_view usualDomain{"local"};
 
-// The domain that the environment chooses: $KELO_DOMAIN, else `usual`. Thread: any.
+// The domain that the environment selects: $KELO_DOMAIN, else `usual`. Thread: any.
 [[nodiscard]] std::string domainName(std::string_view usual);
-// Whether it can be a domain's name: not empty, no slash, no dot at the beginning. Thread: any.
+// Whether `name` can be a domain's name: not empty, no slash, no leading dot. Thread: any.
 [[nodiscard]] bool isDomainName(std::string_view name) noexcept;
 
-// What becomes of a connection on which nothing is said.
+// What happens to a connection on which the client sends nothing.
 enum class SocketState : unsigned char {
     dead,    // nobody listens
-    closed,  // it is closed at once
-    silent,  // nothing happens
+    closed,  // the service closes it at once
+    silent,  // it stays open, and nothing is received
 };
-// Connects to a service and waits that long for the connection to be closed. Thread: any.
+// Connects to a service and waits at most `wait` for it to close the connection. Thread: any.
 [[nodiscard]] SocketState probeSocket(const RuntimeOptions& options, std::string_view servicePath,
                                       std::chrono::milliseconds wait);
 

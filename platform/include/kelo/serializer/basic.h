@@ -1,4 +1,4 @@
-// Serialising the framework's basic types. True means failure, with the reason in the error store.
+// Serialises the framework's basic types. True means failure, with the reason in the error store.
 #pragma once
 
 #include <string>
@@ -24,7 +24,7 @@ bool serialize(IStructuredSerializer& writer, const kelo::toluglobals::RequestHi
 bool serialize(IStructuredSerializer& writer, const kelo::toluglobals::ToluParams& value);
 bool serialize(IStructuredSerializer& writer, const util::config::Value& value);
 
-// An integer outside 32 bits is a failure, never a wrap.
+// Fails for an integer outside 32 bits.
 bool deserialize(IStructuredPullDeserializer& reader, int& value);
 bool deserialize(IStructuredPullDeserializer& reader, bool& value);
 bool deserialize(IStructuredPullDeserializer& reader, float& value);
@@ -32,7 +32,7 @@ bool deserialize(IStructuredPullDeserializer& reader, std::string& value);
 bool deserialize(IStructuredPullDeserializer& reader, std::UUID& value);
 bool deserialize(IStructuredPullDeserializer& reader, kelo::url& value);
 bool deserialize(IStructuredPullDeserializer& reader, kelo::toluglobals::RequestHint& value);
-// Fails, naming the key, when "fields", "limit", "offset" or "offsetId" is there with another type or outside its range.
+// Fails, naming the key, if "fields", "limit", "offset" or "offsetId" has another type or is out of range.
 bool deserialize(IStructuredPullDeserializer& reader, kelo::toluglobals::ToluParams& value);
 bool deserialize(IStructuredPullDeserializer& reader, util::config::Value& value);
 bool deserialize(IStructuredPullDeserializer& reader, std::vector<std::string>& value);

@@ -1,4 +1,4 @@
-// Makes the serialisers of the framework's three structured encodings.
+// Creates the serialisers of the framework's three structured encodings.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,7 @@ namespace kelo::serializer {
 // Thread: any.
 class Factory {
 public:
-    // Null, with nothing recorded, when the type has no structured encoding.
+    // Null, with nothing recorded, if the type has no structured encoding.
     static std::unique_ptr<util::serializer::IStructuredSerializer> createSerializer(mimetypes::MimeTypeID id);
     static std::unique_ptr<util::serializer::IStructuredPullDeserializer> createDeserializer(mimetypes::MimeTypeID id);
 };

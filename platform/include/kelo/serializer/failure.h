@@ -1,4 +1,4 @@
-// What all readers and writers share: how deep and how large a document may be, and saying what is wrong with one.
+// What all readers and writers share: limits of a document, and reporting what is wrong with one.
 #pragma once
 
 #include <cstddef>
@@ -8,24 +8,23 @@
 
 namespace kelo::serializer {
 
-// Containers within containers, for reading, skipping and writing alike.
+// The depth of nested containers, for reading, skipping and writing.
 inline constexpr unsigned maximumDepth = 64;
-// Of all arrays of a document together, for reading and skipping.
+// The elements of all arrays of a document together, for reading and skipping.
 inline constexpr unsigned maximumElements = 100'000;
-// What these elements may take in memory once they are read: one of two bytes may become a record of hundreds.
+// The memory that these elements may take once they are read: an element of two bytes may become a record of hundreds.
 inline constexpr std::size_t maximumElementMemory = 4U << 20U;
 
-// Each records the failure and is true, so that a reader or writer can return it.
-// "<what> at byte <offset>"
+// Each records the failure and returns true, so that a reader or writer can return the result. "<what> at byte <offset>"
 [[gnu::cold]] bool readFailed(std::string_view what, std::size_t offset) noexcept;
 // "expected <expected>, found <found> at byte <offset>"
 [[gnu::cold]] bool readMismatch(std::string_view expected, std::string_view found, std::size_t offset) noexcept;
 [[gnu::cold]] bool writeFailed(std::string_view what) noexcept;
 
-// The type as a failure's text names it: "an integer"; "" for invalid.
+// The type as error texts name it: "an integer"; "" for `invalid`.
 [[nodiscard]] std::string_view nameOf(util::serializer::ValueType type) noexcept;
 
-// The texts that more than one encoding has.
+// Texts that several encodings use.
 namespace fault {
 inline constexpr const char* tooDeep = "containers nested more than 64 deep";
 inline constexpr const char* tooManyElements = "more than 100000 array elements";

@@ -1,4 +1,4 @@
-// Reads JSON. What every member of a record needs stands here, so that the compiler can put it where records are read.
+// Reads JSON. What every member of a record needs is defined here, so that the compiler can inline it where records are read.
 #pragma once
 
 #include <cstddef>
@@ -24,7 +24,7 @@ public:
     bool takeMemberKey(const util::serializer::PlainKey& key, bool behindMember) override {
         const auto& member = key.jsonMember();
         const std::size_t comma = behindMember ? 1 : 0;
-        if (static_cast<std::size_t>(end_ - at_) <= member.size) return false;  // a document goes on behind a key
+        if (static_cast<std::size_t>(end_ - at_) <= member.size) return false;  // in a document, more follows a key
         const char* const at = at_ + comma;
         if (!areSame(at, member.chars, member.size)) {
             return static_cast<unsigned char>(*at) <= ' ' && takeSpacedMemberKey(key, comma);
@@ -33,8 +33,8 @@ public:
         at_ = at + member.size;
         return true;
     }
-    // A whole member in one step, if its value is a plain one: a number of few digits, text without escapes and all ASCII. For a
-    // string a view into the document.
+    // Reads a whole member in one step if its value is simple: a number of few digits, a bool, or ASCII text without escapes. A
+    // string is returned as a view into the document.
     enum class MemberPart : std::uint8_t { nothing, key, whole };
     template <class Plain>
     MemberPart takeMember(const util::serializer::PlainKey& key, bool behindMember, Plain& value) {
@@ -76,7 +76,7 @@ public:
     std::size_t offset() const noexcept override { return static_cast<std::size_t>(at_ - begin_); }
 
 private:
-    // Of at least four characters. Keys are short: a call would cost more than the comparison.
+    // Of at least four characters. Keys are short: a call of memcmp would cost more than the comparison.
     static bool areSame(const char* a, const char* b, std::size_t size) noexcept {
         const auto differ = [&]<class Word>(Word, std::size_t at) {
             Word x = 0;
@@ -85,15 +85,15 @@ private:
             std::memcpy(&y, b + at, sizeof y);
             return x != y;
         };
-        // The last word overlaps the one before.
+        // The last word overlaps the previous one.
         if (size < 8) return !differ(std::uint32_t{}, 0) && !differ(std::uint32_t{}, size - 4);
         for (std::size_t at = 0; at + 8 < size; at += 8) {
             if (differ(std::uint64_t{}, at)) return false;
         }
         return !differ(std::uint64_t{}, size - 8);
     }
-    // Each takes a value that is as nearly all are: right here, with what may stand behind a member or element. Else, false, and
-    // nothing is taken.
+    // Each reads a value of the usual form: without blanks before it, and followed by a character that may end a member or
+    // element. For any other form, returns false and consumes nothing.
     bool takePlain(int& value) noexcept {
         constexpr std::ptrdiff_t most = 8;  // digits
         if (end_ - at_ <= most) [[unlikely]]
@@ -126,12 +126,12 @@ private:
         return true;
     }
     bool takePlain(std::string_view& value) noexcept;
-    // `comma`: how many characters stand before the blanks that precede the key.
+    // `comma`: the number of characters before the blanks that precede the key.
     [[gnu::noinline]] bool takeSpacedMemberKey(const util::serializer::PlainKey& key, std::size_t comma) noexcept;
     static bool mayFollowValue(char c) noexcept { return c == ',' || c == '}' || c == ']'; }
     [[gnu::cold]] bool failed(const char* what) const noexcept;
     [[gnu::cold]] bool failedToFind(const char* expected);
-    // Programs write none: where one stands is the rare case everywhere.
+    // Programs write no blanks, so they are the rare case.
     void skipBlanks() noexcept {
         if (at_ != end_ && static_cast<unsigned char>(*at_) <= ' ') [[unlikely]]
             skipBlanksHere();
@@ -175,7 +175,7 @@ private:
         --depth_;
         return false;
     }
-    // Of a digit; of any other character, ten or more.
+    // The value of a digit; ten or more for any other character.
     static unsigned valueOf(char digit) noexcept { return static_cast<unsigned char>(digit) - unsigned{'0'}; }
     [[gnu::noinline]] bool readUnusualInt(std::int64_t& value);
     bool takeLiteral(std::string_view text) noexcept {
@@ -183,11 +183,13 @@ private:
         at_ += text.size();
         return true;
     }
-    // The number at the present place, not consumed; empty if none begins there. `integer`: it has neither fraction nor exponent.
+    // The number at the current position, not consumed; empty if none begins here. `integer`: it has neither fraction nor
+    // exponent.
     std::string_view scanNumber(bool& integer) const noexcept;
-    // A string with escapes, or a malformed one, whose plain characters from `run` to the present place have been passed over.
+    // Reads a string with escapes, or a malformed one. Its plain characters from `run` to the current position have been passed
+    // already.
     [[gnu::noinline]] bool readUnusual(const char* run, bool ascii, std::string_view& value);
-    bool readEscape();  // what follows a backslash
+    bool readEscape();  // the part after the backslash
     bool readHex(unsigned& value) noexcept;
 
     const char* begin_ = nullptr;

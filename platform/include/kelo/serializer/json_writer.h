@@ -1,4 +1,4 @@
-// Writes JSON. What every member of a record needs stands here, so that the compiler can put it where records are written.
+// Writes JSON. What every member of a record needs is defined here, so that the compiler can inline it where records are written.
 #pragma once
 
 #include <charconv>
@@ -17,7 +17,7 @@
 
 namespace kelo::serializer {
 
-// Compact: no blanks. Thread: one at a time.
+// Compact: writes no blanks. Thread: one at a time.
 class JsonWriter final : public util::serializer::IStructuredSerializer {
 public:
     JsonWriter() : IStructuredSerializer{std::in_place_type<JsonWriter>} {}
@@ -68,7 +68,7 @@ public:
     class Members;
 
 private:
-    // Room for `most` more characters; those that are written there count once `at_` stands behind them.
+    // Room for `most` more characters at `at_`; they count as written once `at_` has been moved past them.
     char* claim(std::size_t most) {
         if (static_cast<std::size_t>(end_ - at_) < most) [[unlikely]]
             grow(most);
@@ -80,9 +80,9 @@ private:
         ++at_;
     }
     void append(std::string_view text);
-    // The room that a key takes while it is written, and the comma in front of it.
+    // The room that is needed to write a key and the comma before it.
     static constexpr std::size_t keyRoom = 1 + 2 * util::serializer::PlainKey::block;
-    // Behind the key.
+    // Returns the end of the key.
     static char* putKey(const util::serializer::PlainKey& key, bool first, char* to) {
         constexpr std::size_t block = util::serializer::PlainKey::block;
         const auto& member = key.jsonMember();
@@ -91,7 +91,8 @@ private:
         if (member.size > block) std::memcpy(to + block, member.chars + block, block);
         return to + member.size;
     }
-    // Nearly all have up to four digits: those are written here, for a third of what the general way takes. Behind the text.
+    // Nearly all integers have up to four digits: those are written here, in a third of the instructions of the general way.
+    // Returns the end of the text.
     static char* putInt(int value, char* to, char* end) noexcept {
         const auto number = static_cast<unsigned>(value);
         const auto putDigit = [&to](unsigned digit) { *to++ = static_cast<char>('0' + digit); };
@@ -117,29 +118,30 @@ private:
     }
     template <class Number>
     bool writeNumber(Number value);
-    // In quotes; true on failure.
+    // Writes the text in quotes; true on failure.
     bool appendText(std::string_view text);
-    // The same into room for it; behind it, or null, and what is there is of no use, when the text is not plain.
+    // The same for room that is claimed already. Returns the end, or null if the text is not plain; what was written is then
+    // useless.
     static char* putPlainText(std::string_view text, char* to) noexcept;
     static char* putUuid(const std::UUID& value, char* to) noexcept;
     [[gnu::noinline]] bool writeUnusual(std::string_view text);
-    // The same at `to`, and claims `room` behind it, which is the result; null on failure.
+    // The same at `to`; then claims `room` more. Returns the position after the text; null on failure.
     [[gnu::noinline]] char* putUnusual(std::string_view text, char* to, std::size_t room);
     void writeEscaped(unsigned char c);
 
     util::ByteBufferWriter* out_ = nullptr;
-    // In the room of `out_`, which hears of what was written when that is used up, and at the end.
+    // `at_` and `end_` point into the room of `out_`. `out_` is told what was written when the room is used up, and at the end.
     char* at_ = nullptr;
     char* end_ = nullptr;
     WriterNesting nesting_;
 };
 
-// The members of an object that has just begun, for whoever knows them all beforehand. Room for the plain ones is claimed once,
-// and their turn need not be asked for: they are written one after the other where the last one ended. Others are written through
-// the writer's own operations in between. Thread: one at a time; nobody else uses the writer meanwhile.
+// Writes the members of an object that has just begun, if they are all known beforehand. Room for the plain ones is claimed once,
+// and the nesting is not checked for each: they are written one after the other. Others are written in between through the
+// writer's own operations. Thread: one at a time; nobody else may use the writer meanwhile.
 class JsonWriter::Members {
 public:
-    // `room`: the sum of `roomFor` of the plain members that are going to be written.
+    // `room`: the sum of `roomFor` of all plain members that will be written.
     Members(JsonWriter& writer, std::size_t room) : writer_{writer}, room_{room}, to_{writer.claim(room)} {}
     Members(const Members&) = delete;
     Members& operator=(const Members&) = delete;
@@ -150,7 +152,7 @@ public:
     static std::size_t roomFor(const std::string& value) noexcept { return keyRoom + value.size() + 2; }
     static std::size_t roomFor(const kelo::url& value) noexcept { return roomFor(value.toString()); }
 
-    // The next member, a plain one. True on failure.
+    // Writes the next member, a plain one. True on failure.
     [[gnu::always_inline]] bool write(const util::serializer::PlainKey& key, std::same_as<int> auto value) {
         char* const to = nextKey(key);
         to_ = putInt(value, to, to + longestInt);
@@ -176,7 +178,7 @@ public:
     [[gnu::always_inline]] bool write(const util::serializer::PlainKey& key, const kelo::url& value) {
         return write(key, value.toString());
     }
-    // The next member, of which `write` writes the value by the writer's operations.
+    // Writes the next member; `write` writes its value with the writer's own operations.
     template <class Write>
     [[gnu::always_inline]] bool write(const util::serializer::PlainKey& key,
                                       Write&& write) requires std::is_invocable_r_v<bool, Write> {
@@ -193,13 +195,13 @@ public:
     }
 
 private:
-    static constexpr std::size_t longestInt = std::numeric_limits<int>::digits10 + 2;  // one digit more, and a sign
-    static constexpr std::size_t wordBlock = 8;  // "true" or "false", copied whole, of which four or five count
+    static constexpr std::size_t longestInt = std::numeric_limits<int>::digits10 + 2;  // one digit more than digits10, and a sign
+    static constexpr std::size_t wordBlock = 8;  // copied as a whole block; four or five characters of it count
 
     [[gnu::always_inline]] char* nextKey(const util::serializer::PlainKey& key) {
         return putKey(key, std::exchange(first_, false), to_);
     }
-    // Lets the writer know what has been written.
+    // Tells the writer what has been written.
     void give() {
         writer_.at_ = to_;
         if (!first_) writer_.nesting_.membersAreWritten();

@@ -1,4 +1,4 @@
-// Where a writer stands in its document: what may come next.
+// A writer's position in its document: what may come next.
 #pragma once
 
 #include <cstdint>
@@ -8,9 +8,9 @@
 
 namespace kelo::serializer {
 
-// Keeps a writer from producing a document that is none: each operation says what it is about to write and is refused out of
-// turn. After a failure, and before a start, nothing is anybody's turn, so that what was begun can not be mistaken for a
-// document. One byte of state and a bit a level. Thread: one at a time (a value).
+// Keeps a writer from producing a malformed document: each operation says what it is about to write, and is refused if that may
+// not come here. After a failure, and before a start, everything is refused, so an unfinished document cannot be mistaken for a
+// complete one. One byte of state and one bit for each level. Thread: one at a time (a value).
 class WriterNesting {
 public:
     void start() noexcept {
@@ -25,7 +25,7 @@ public:
         return writeFailed(what);
     }
 
-    // Each is true, and has recorded the failure, when it is not its turn.
+    // Each returns true, and has recorded the failure, if the call is not allowed here.
     bool value() noexcept {
         if (next_ != Next::value) [[unlikely]]
             return fail("a value where none may stand");
@@ -42,7 +42,7 @@ public:
         next_ = firstOf(object);
         return false;
     }
-    // `first`: the caller takes this for the first member or element.
+    // `first`: the caller believes that this is the first member or element.
     bool open(bool object, bool first) noexcept {
         if (next_ != (first ? firstOf(object) : furtherOf(object))) [[unlikely]]
             return fail("a member or element where none may begin");
@@ -55,7 +55,7 @@ public:
         next_ = furtherOf(object);
         return false;
     }
-    // Of an object that has begun and has not been refused anything since, members have been written whole.
+    // Complete members have been written to an object that has begun, without a failure since.
     void membersAreWritten() noexcept { next_ = Next::furtherMember; }
     bool end(bool object) noexcept {
         if (next_ != firstOf(object) && next_ != furtherOf(object)) [[unlikely]]
@@ -72,14 +72,14 @@ public:
     }
 
 private:
-    // close: of what holds the value just written.
+    // close: the end of the member or element that holds the value just written.
     enum class Next : std::uint8_t { nothing, value, close, firstMember, furtherMember, firstElement, furtherElement };
 
     static Next firstOf(bool object) noexcept { return object ? Next::firstMember : Next::firstElement; }
     static Next furtherOf(bool object) noexcept { return object ? Next::furtherMember : Next::furtherElement; }
     bool inObject() const noexcept { return (objects_ & 1U) != 0; }
 
-    std::uint64_t objects_ = 0;  // a bit a level, the innermost lowest
+    std::uint64_t objects_ = 0;  // one bit for each level, the innermost lowest
     unsigned depth_ = 0;
     Next next_ = Next::nothing;
 };

@@ -1,4 +1,4 @@
-// The error store: the last framework error of the calling thread, waiting to be consumed.
+// The error store: the calling thread's last framework error, until it is consumed.
 #pragma once
 
 #include <cstddef>
@@ -13,7 +13,7 @@ struct ErrorCategory {
     const char* (*describe)(int code);  // a short text for the code; never null
 };
 
-// One recorded error. `text` is what the reporter knew, and is what `ErrorStorage::reason` gives back.
+// One recorded error. `text` is what the reporter gave, and what `ErrorStorage::reason` returns.
 struct ErrorEntry {
     const ErrorCategory* category = nullptr;
     int code = 0;
@@ -22,10 +22,10 @@ struct ErrorEntry {
     unsigned line = 0;
 };
 
-// The store itself is per thread, of fixed size (a text is cut at 1 KiB, at a whole UTF-8 character) and never fails or
-// allocates. Constructing an ErrorStorage sets what happens, in the whole process, to an error that nobody consumed: one that the
-// next overwrites, or that is left when its thread's event loop, or the storage, has done. Destroying it restores what was
-// before. Thread: the static functions speak of the calling thread.
+// The store is per thread, has a fixed size (a text is cut after at most 1 KiB, at a character boundary), and never fails or
+// allocates. An ErrorStorage object sets, for the whole process, what happens to an error that nobody consumed: one that is
+// overwritten by the next, or is still there when its thread's event loop ends a turn or when the ErrorStorage is destroyed. Its
+// destructor restores the previous action. Thread: the static functions refer to the calling thread.
 class ErrorStorage {
 public:
     using Action = void (*)(const ErrorEntry&);
@@ -35,22 +35,22 @@ public:
     ErrorStorage(const ErrorStorage&) = delete;
     ErrorStorage& operator=(const ErrorStorage&) = delete;
 
-    // One line on standard output; dropped when standard output cannot take it at once.
+    // Writes one line to standard output; drops it if standard output cannot take it at once.
     static void action_dump_to_stdout(const ErrorEntry& entry);
 
     static bool hasError() noexcept;
-    // The stored error; `category` is null when there is none. The text lives until the thread's next error or `ack`.
+    // The stored error; `category` is null if there is none. The text is valid until the thread's next error or `ack`.
     static ErrorEntry current() noexcept;
-    // The stored error's text, "" when there is none.
+    // The stored error's text; "" if there is none.
     static string reason();
     // Consumes the stored error.
     static void ack() noexcept;
-    // Both: the stored error's text, for whoever answers for it.
+    // Returns the stored error's text and consumes the error.
     static string takeReason();
 
-    // Says where in a document the stored error lies: called from the inside out while the failure travels upwards, with a
-    // member's name or an element's index. What is gathered stands before the text: "regions.layers[2].id: not an integer".
-    // Without effect when nothing is stored.
+    // Adds where in a document the stored error occurred: a member's name or an element's index. Called from the inside out while
+    // the failure is passed up. The path precedes the text: "regions.layers[2].id: not an integer". No effect if nothing is
+    // stored.
     static void prependPath(string_view member) noexcept;
     static void prependPath(size_t index) noexcept;
 
@@ -58,8 +58,8 @@ private:
     Action previous_;
 };
 
-// Records an error in the calling thread's store: `ErrorOutput{category, code, text};`. An unconsumed one before it goes to the
-// storage's action.
+// Records an error in the calling thread's store: `ErrorOutput{category, code, text};`. If there is an unconsumed error, it goes
+// to the storage's action first.
 class ErrorOutput {
 public:
     ErrorOutput(const ErrorCategory& category, int code, string_view text, const char* file = __builtin_FILE(),

@@ -22,19 +22,19 @@ public:
     constexpr UUID() noexcept = default;  // the nil UUID
     constexpr explicit UUID(const array<uint8_t, byteCount>& bytes) noexcept : bytes_{bytes} {}
 
-    // Reads the hyphenated text form, in either case. False, and `out` untouched, for any other text.
+    // Reads the hyphenated form, in upper or lower case. For any other text, returns false and leaves `out` unchanged.
     static bool parse(string_view text, UUID& out) noexcept;
 
     // Lower-case, hyphenated, 36 characters (RFC 9562).
     string toString() const;
-    // The same into a caller's buffer of `textLength` characters; no terminator is written.
+    // The same, written to a buffer of `textLength` characters, without a terminator.
     void toChars(char* out) const noexcept;
 
     constexpr const array<uint8_t, byteCount>& bytes() const noexcept { return bytes_; }
     constexpr bool isNil() const noexcept { return *this == UUID{}; }
 
     friend constexpr bool operator==(const UUID& a, const UUID& b) noexcept {
-        // Two words: the array's own comparison would be a call.
+        // Compared as two words: comparing the arrays would be a function call.
         using Words = array<uint64_t, 2>;
         const auto x = bit_cast<Words>(a.bytes_);
         const auto y = bit_cast<Words>(b.bytes_);
@@ -49,7 +49,7 @@ private:
 template <>
 struct hash<UUID> {
     size_t operator()(const UUID& id) const noexcept {
-        size_t word = 0;  // ids are hashes already: eight of their bytes serve
+        size_t word = 0;  // ids are hashes already, so eight of their bytes are enough
         memcpy(&word, id.bytes().data(), sizeof word);
         return word;
     }

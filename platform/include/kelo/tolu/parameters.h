@@ -1,4 +1,4 @@
-// The parameters of a request, read as far as they can change its answer.
+// Reads the parameters of a request, as far as they can change its answer.
 #pragma once
 
 #include "kelo/record.h"
@@ -6,17 +6,17 @@
 
 namespace kelo::tolu {
 
-// Parameters to be read for one operation: a request lives as long as its client wishes, and so does what it keeps of them.
-// Refers to them. Thread: one at a time.
+// Parameters to be read for one operation. A request lives as long as its client likes, and so do the parameters it keeps; only
+// relevant ones are kept. Holds references. Thread: one at a time.
 struct RelevantParams {
     toluglobals::ToluParams& params;
-    const record::Description* element;  // which "fields" and the values of a list may name members of; null: none
-    bool isList;                         // an element is restricted by nothing
+    const record::Description* element;  // whose members "fields" and the values of a list may name; null: none
+    bool isList;                         // whether values can restrict the answer; those of a single element cannot
 };
 
-// Reads one map. Of `values`, only those come to be there that may restrict a list; of `fields`, the names of members, once each.
-// What nobody knows is passed over. Fails, naming the key, when one of the protocol's own has another type or is outside its
-// range, and when there are more parameters, or of more bytes, than `Limits` say.
+// Reads one map. `values` gets only values that may restrict a list; `fields` gets the names of members, once each. Unknown
+// parameters are skipped. Fails, naming the key, if one of the protocol's own has another type or is out of range; fails if there
+// are more parameters, or more bytes of them, than `Limits` allows.
 [[nodiscard]] bool deserialize(serializer::IStructuredPullDeserializer& reader, const RelevantParams& relevant);
 
 }  // namespace kelo::tolu

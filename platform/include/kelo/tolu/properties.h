@@ -18,18 +18,18 @@ namespace kelo::tolu {
 
 namespace properties {
 
-// What a query value says about a member. `undecided`: nothing, as it is of another type than the member, or the member is of a
-// type that no query value can name (a nested object or an array of them).
+// What a query value says about a member. `undecided`: nothing, because it has another type than the member, or because no query
+// value can have the member's type (a nested object or an array of them).
 enum class Match : std::uint8_t { no, yes, undecided };
 
-// Assigns the member if it is present in the source, and leaves the target's alone if not.
+// Assigns the member if it is present in the source; otherwise the target's stays as it is.
 template <class V, class C, class T>
 requires std::is_base_of_v<C, T>
 void copyProperty(V C::*member, T& target, const T& source) {
     if (record::detail::isPresent(source.*member)) target.*member = source.*member;
 }
 
-// Whether the member is absent from both, or present in both with equal values (nested objects by their members).
+// Whether the member is absent from both objects, or present in both with equal values (nested objects: with equal members).
 template <class V, class C, class T>
 requires std::is_base_of_v<C, T>
 [[nodiscard]] bool compareProperty(V C::*member, const T& a, const T& b) {
@@ -38,15 +38,15 @@ requires std::is_base_of_v<C, T>
 
 [[nodiscard]] Match matchProperty(bool member, const util::config::Value& value) noexcept;
 [[nodiscard]] Match matchProperty(int member, const util::config::Value& value) noexcept;
-// The value is compared as a float, so that what was written as one matches again. Integers do.
+// The value is compared as a float, so that a value written as a float matches again. Integers match too.
 [[nodiscard]] Match matchProperty(float member, const util::config::Value& value) noexcept;
 [[nodiscard]] Match matchProperty(const std::string& member, const util::config::Value& value) noexcept;
-// A string must be in the list; of an array of strings, each must be.
+// A string must be in the member's list; of an array of strings, each must be.
 [[nodiscard]] Match matchProperty(const std::vector<std::string>& member, const util::config::Value& value) noexcept;
-// By their text.
+// By their text form.
 [[nodiscard]] Match matchProperty(const std::UUID& member, const util::config::Value& value) noexcept;
 [[nodiscard]] Match matchProperty(const kelo::url& member, const util::config::Value& value) noexcept;
-// For enumerations: the member's name.
+// For enumerations: by the value's name.
 [[nodiscard]] Match matchName(std::string_view member, const util::config::Value& value) noexcept;
 
 namespace detail {
@@ -61,7 +61,7 @@ Match matchValue(const V& member, const util::config::Value& value) noexcept {
     } else if constexpr (isOptional<V>) {
         using X = typename V::value_type;
         if (member) return matchValue(*member, value);
-        // An absent member matches nothing, but a value that could never match it decides nothing still.
+        // An absent member matches nothing; but a value that could never match it is still undecided.
         if constexpr (std::is_default_constructible_v<X>) {
             return matchValue(X{}, value) == Match::undecided ? Match::undecided : Match::no;
         }
@@ -71,7 +71,7 @@ Match matchValue(const V& member, const util::config::Value& value) noexcept {
 
 }  // namespace detail
 
-// Whether the object's member matches a query value: exactly, and never by conversion. An absent member does not match.
+// Whether the object's member equals a query value; nothing is converted. An absent member does not match.
 template <class V, class C, class T>
 requires std::is_base_of_v<C, T>
 [[nodiscard]] Match matchProperty(V C::*member, const T& object, const util::config::Value& value) noexcept {
@@ -80,12 +80,12 @@ requires std::is_base_of_v<C, T>
 
 }  // namespace properties
 
-// Whether a query value filters at all: not if its key is in `consumed` or is one of the protocol's own ("fields", "limit",
-// "offset", "offsetId").
+// Whether a query value filters: its key is neither in `consumed` nor one of the protocol's own ("fields", "limit", "offset",
+// "offsetId").
 [[nodiscard]] bool isFilterKey(std::string_view key, std::span<const std::string_view> consumed) noexcept;
 
-// Lets those elements through to which no value of a query that filters and names a member says no. The members are looked up
-// when it is made, so that an element costs only what is compared. Refers to the query. Thread: any (a value).
+// Admits an element unless some query value that filters and names a member does not match. The members are looked up in the
+// constructor, so that each element costs only the comparisons. Refers to the query. Thread: any (a value).
 template <record::Record T>
 class Filter {
 public:

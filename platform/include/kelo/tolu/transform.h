@@ -1,4 +1,4 @@
-// The selection of an element's members that a request asks for.
+// Reduces an element to the members that a request asks for.
 #pragma once
 
 #include <memory>
@@ -14,7 +14,7 @@ namespace kelo::tolu {
 
 namespace detail {
 
-// Null when the request makes no selection.
+// Null if the request selects nothing.
 inline const std::vector<std::string>* selection(const kelo::optional<toluglobals::ToluParams>& params) noexcept {
     return params && params->fields ? &*params->fields : nullptr;
 }
@@ -29,9 +29,9 @@ void copySelected(T& target, const T& source, const std::vector<std::string>& fi
 
 }  // namespace detail
 
-// The element with those of its optional members that `params` names in "fields"; id, name, uri and whatever else is required
-// stay. Without "fields" the very object that was given. Names that are no member's are ignored. A null pointer stays one.
-// Nested objects are shared with the original. Thread: any.
+// The element with only those optional members that `params` names in "fields"; id, name, uri and other required members stay.
+// Without "fields", the object itself is returned. Unknown names are ignored. A null pointer stays null. Nested objects are
+// shared with the original. Thread: any.
 template <class T>
 requires record::Record<std::remove_const_t<T>>
 [[nodiscard]] std::shared_ptr<T> transformElement(std::shared_ptr<T> object,
@@ -43,7 +43,7 @@ requires record::Record<std::remove_const_t<T>>
     return selected;
 }
 
-// Likewise for a value, which is moved through when nothing is selected.
+// The same for a value; without "fields" it is moved through.
 template <record::Record T>
 [[nodiscard]] T transformElement(T object, const kelo::optional<toluglobals::ToluParams>& params) {
     const auto* fields = detail::selection(params);

@@ -1,4 +1,4 @@
-// kelo::tolu::XObject: what every element of a resource has.
+// kelo::tolu::XObject: the members that every element of a resource has.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace kelo::tolu {
 
-// Base of every element type; derived types add optional members only. Thread: any (a value).
+// Base of every element type. Derived types add only optional members. Thread: any (a value).
 struct XObject {
     XObject() = default;
     XObject(const std::UUID& elementId, kelo::url elementUri) : id{elementId}, uri{std::move(elementUri)} {}

@@ -1,4 +1,4 @@
-// A dynamic value, and the dictionary of them that parameters and request options travel in.
+// A dynamic value, and a dictionary of such values; parameters and request options are passed in it.
 #pragma once
 
 #include <cstdint>
@@ -29,7 +29,7 @@ public:
     Value(Object value) : data_{std::move(value)} {}
 
     bool isNull() const noexcept { return std::holds_alternative<std::monostate>(data_); }
-    // Null unless the value is of exactly that type: nothing is converted.
+    // Each returns null unless the value has exactly that type: nothing is converted.
     const bool* asBool() const noexcept { return std::get_if<bool>(&data_); }
     const std::int64_t* asInt() const noexcept { return std::get_if<std::int64_t>(&data_); }
     const double* asDouble() const noexcept { return std::get_if<double>(&data_); }
@@ -46,7 +46,7 @@ private:
 // Thread: one writer at a time (a value).
 class Dictionary {
 public:
-    // Null when the key is absent.
+    // Null if the key is absent.
     const Value* find(std::string_view key) const noexcept {
         const auto entry = entries_.find(key);
         return entry == entries_.end() ? nullptr : &entry->second;

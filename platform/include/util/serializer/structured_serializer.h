@@ -1,8 +1,8 @@
-// Reading and writing structured documents, whatever their encoding.
+// Reading and writing structured documents in any encoding.
 //
-// The framework's convention holds throughout: a bool result of true means failure, and every caller stops at the first true.
-// A failing reader or writer has put the reason into the error store (category kelo::errors::Error, code readFailure or
-// writeFailure, with the byte offset for a reader).
+// The framework's convention applies throughout: a bool result of true means failure, and every caller stops at the first true. A
+// reader or writer that fails has recorded the reason in the error store (category kelo::errors::Error, code readFailure or
+// writeFailure; a reader adds the byte offset).
 #pragma once
 
 #include <cstddef>
@@ -17,14 +17,14 @@
 
 namespace util::serializer {
 
-// A member's key that every encoding takes as it is, so that nobody has to look at its characters: printable ASCII without quotes
-// and backslashes, at most 28 of them. What it refers to has static storage.
+// The key of a member that no encoding has to escape or check: printable ASCII without quotes and backslashes, at most 28
+// characters. It refers to text with static storage.
 class PlainKey {
 public:
-    // A JSON member is copied in one or two blocks of this size, whatever its length, rather than byte by byte.
+    // A JSON key is copied in one or two blocks of this size, whatever its length, instead of byte by byte.
     static constexpr std::size_t block = 16;
 
-    // The key as a JSON member begins: `"key":`.
+    // The key as it begins a JSON member: `"key":`.
     struct Text {
         template <std::size_t N>
         consteval explicit Text(const char (&key)[N]) {
@@ -41,7 +41,7 @@ public:
         char chars[2 * block]{};
     };
 
-    // Refers to the text.
+    // Keeps a reference to `text`.
     constexpr explicit PlainKey(const Text& text) noexcept : text_{&text} {}
 
     constexpr std::string_view text() const noexcept { return {text_->chars + 1, size()}; }
@@ -52,11 +52,11 @@ private:
     const Text* text_;
 };
 
-// Base of interfaces of which an implementation may tell its callers what it is: whoever writes many members then need not go
-// through the interface for each. To ask costs a comparison, less than a virtual call. Thread: any.
+// Base of interfaces whose implementation can tell callers what it is. A caller that writes many members then need not make a
+// virtual call for each. The query is one comparison, cheaper than a virtual call. Thread: any.
 class Known {
 public:
-    // Itself, if it has said that it is one of these.
+    // This object as an Implementation, if it said that it is one; otherwise null.
     template <class Implementation>
     Implementation* as() noexcept {
         return what_ == &name<Implementation> ? static_cast<Implementation*>(this) : nullptr;
@@ -83,20 +83,20 @@ public:
 
     // Begins a document at the end of `writer`, which must outlive the document.
     virtual bool start(ByteBufferWriter& writer) = 0;
-    // Ends it; fails if a value is missing or a container is open.
+    // Ends the document; fails if a value is missing or a container is open.
     virtual bool finish() = 0;
 
     virtual bool beginObject() = 0;
-    // `first`: true for the first member written in this object. `index`: the member's number for encodings that have one, -1
-    // where there is none; none of today's encodings uses it.
+    // `first`: true for the first member of this object. `index`: the member's number for encodings that use one, -1 for none;
+    // none of today's encodings does.
     virtual bool memberKey(std::string_view key, bool first, int index) = 0;
-    // memberKey() for a key of which is known that it needs no look.
+    // Like memberKey(), for a key that needs no check.
     virtual bool plainMemberKey(const PlainKey& key, bool first) = 0;
     virtual bool endMember() = 0;
     virtual bool endObject() = 0;
 
     virtual bool beginArray() = 0;
-    // Before each element; `first`: true for the first.
+    // Called before each element; `first`: true for the first.
     virtual bool beginElement(bool first) = 0;
     virtual bool endElement() = 0;
     virtual bool endArray() = 0;
@@ -104,7 +104,7 @@ public:
     virtual bool writeNull() = 0;
     virtual bool writeBool(bool value) = 0;
     virtual bool writeInt(std::int64_t value) = 0;
-    // Infinities and NaN have no JSON form and fail in every encoding, so that no value changes with the encoding.
+    // Infinities and NaN fail in every encoding, because JSON cannot express them and no value may depend on the encoding.
     virtual bool writeDouble(double value) = 0;
     // Like writeDouble, but the shortest form that reads back as the same float.
     virtual bool writeFloat(float value) = 0;
@@ -116,8 +116,9 @@ public:
 
 enum class ValueType : std::uint8_t { null, boolean, integer, floating, string, object, array, invalid };
 
-// Thread: one at a time. Nothing that is read may throw, recurse without bound (depth at most 64) or allocate more than the input
-// holds; what the elements of arrays become is charged (`chargeMemory`). Text views live until the next call on the reader.
+// Thread: one at a time. Input must never make a reader throw, recurse without bound (the depth is at most 64), or allocate more
+// than the input's size; the memory of array elements is charged (`chargeMemory`). Text views are valid until the next call on
+// the reader.
 class IStructuredPullDeserializer : public Known {
 public:
     using Known::Known;
@@ -125,45 +126,45 @@ public:
 
     // Begins a document; the bytes must outlive it. A reader may be started again at any time.
     virtual bool start(const ByteBufferReader& reader) = 0;
-    // Ends it; fails if bytes are left over or a container is open.
+    // Ends the document; fails if bytes are left over or a container is open.
     virtual bool finish() = 0;
 
     virtual bool beginObject() = 0;
-    // True in `end` when the object that is open has no further member.
+    // Sets `end` to true if the open object has no further member.
     virtual bool atObjectEnd(bool& end) = 0;
     virtual bool memberKey(std::string_view& key) = 0;
-    // Whether this key, in its usual spelling, comes next in the object that is open; then it has been consumed. Wherever that is
-    // not so, nothing has happened, and it is memberKey() that tells what there is. `behindMember`: the value of another member
-    // has just been read; its end, if this key follows, is consumed too. (No failure: true means yes.)
+    // If this key, without escapes, is next in the open object, consumes it and returns true. Otherwise consumes nothing;
+    // memberKey() then reads the key that is there. `behindMember`: the value of another member has just been read, and if this
+    // key follows, the end of that member is consumed too. (The result is not a failure: true means yes.)
     virtual bool takeMemberKey(const PlainKey& key, bool behindMember) = 0;
     virtual bool endMember() = 0;
     virtual bool endObject() = 0;
 
     virtual bool beginArray() = 0;
-    // True in `end` when the array that is open has no further element.
+    // Sets `end` to true if the open array has no further element.
     virtual bool atArrayEnd(bool& end) = 0;
     virtual bool endElement() = 0;
     virtual bool endArray() = 0;
-    // The caller is about to keep so many bytes for what it reads from an array. Fails beyond what a document may take.
+    // The caller is about to use this many bytes for elements of an array. Fails above the limit for a document.
     virtual bool chargeMemory(std::size_t bytes) = 0;
 
-    // The type of the next value, without consuming it; `invalid` where no value can begin.
+    // The type of the next value, without consuming it; `invalid` if no value can begin here.
     virtual ValueType peek() = 0;
     virtual bool readNull() = 0;
-    // Whether the next value is null; then it has been consumed. (No failure: true means yes.)
+    // If the next value is null, consumes it and returns true. (The result is not a failure: true means yes.)
     virtual bool takeNull() = 0;
     virtual bool readBool(bool& value) = 0;
-    // An integer outside int64, or a number with a fraction or exponent, fails: values never wrap or round.
+    // Fails for an integer outside int64 and for a number with a fraction or exponent: values never wrap or round.
     virtual bool readInt(std::int64_t& value) = 0;
-    // Integers read as floating too, where they are exact.
+    // Also reads integers that a double represents exactly.
     virtual bool readDouble(double& value) = 0;
     virtual bool readString(std::string_view& value) = 0;
-    // A UUID: text in JSON and msgpack, tag 37 (or text) in the binary form.
+    // A UUID: text in JSON and msgpack; tag 37, or text, in the binary form.
     virtual bool readUuid(std::UUID& value) = 0;
     virtual bool readUrl(kelo::url& value) = 0;
-    // Consumes the next value, whatever it is.
+    // Consumes the next value of any type.
     virtual bool skipValue() = 0;
-    // Where the reader stands, in bytes from the start of the document.
+    // The reader's position, in bytes from the start of the document.
     virtual std::size_t offset() const noexcept = 0;
 };
 

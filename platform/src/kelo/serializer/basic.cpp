@@ -20,7 +20,7 @@ bool failAt(const IStructuredPullDeserializer& reader, std::string_view what) {
     return true;
 }
 
-// A failure tells the byte, but no key: these are the sender's own words, which no log is to repeat.
+// A failure gives the byte offset, but not the key: it is the sender's own text, which must not get into a log.
 bool readObject(IStructuredPullDeserializer& reader, util::config::Object& object) {
     if (reader.beginObject()) return true;
     for (;;) {
@@ -97,7 +97,7 @@ bool deserialize(IStructuredPullDeserializer& reader, float& value) {
     const bool isInteger = reader.peek() == ValueType::integer;
     if (reader.readDouble(wide)) return true;
     value = static_cast<float>(wide);
-    // A fraction is rounded to what a float can hold; a count or an id must not become another one.
+    // A fraction is rounded to the nearest float, but an integer is a count or an id, and must not become another one.
     if (isInteger && static_cast<double>(value) != wide) return failAt(reader, "an integer that no float is equal to");
     return !std::isfinite(value) && failAt(reader, "number outside the range of a float");
 }
@@ -158,7 +158,7 @@ bool deserialize(IStructuredPullDeserializer& reader, Value& value) {
         case ValueType::invalid:
             break;
     }
-    std::string_view text;  // what cannot begin a value fails here, with the reader's own reason
+    std::string_view text;  // if no value can begin here, this fails with the reader's own reason
     if (reader.readString(text)) return true;
     value = text;
     return false;

@@ -1,11 +1,10 @@
-// The store is one fixed slot per thread: recording an error neither allocates nor fails, so it works when memory is short and
-// in a destructor. A slot is constant-initialised; the first error of a thread costs no more than the others.
+// The store is one fixed slot per thread. Recording an error neither allocates nor fails, so it works when memory is short and in
+// destructors. A slot is constant-initialised; the first error of a thread costs no more than the others.
 //
-// An action may itself run code that records errors. Those are dropped: the slot that the action is looking at must not change,
-// and an error about reporting an error helps nobody.
+// An action may itself run code that records errors. Those are dropped: the slot that the action reads must not change.
 //
-// An error is unhandled when the next one overwrites it, when the turn of the event loop that recorded it is over, or when the
-// storage itself is destroyed. So it is reported soon, and no later piece of work takes it for its own.
+// An error is unhandled when the next one overwrites it, when the event loop ends the turn in which it was recorded, or when the
+// ErrorStorage object is destroyed. So it is reported soon, and no later piece of work mistakes it for its own.
 
 #include "kelo/std/error_storage.h"
 
@@ -30,15 +29,15 @@ struct Slot {
     unsigned line = 0;
     bool inAction = false;
     size_t size = 0;          // of the text
-    bool hasPath = false;     // the text begins with one
-    bool isPathFull = false;  // it takes no more parts
+    bool hasPath = false;     // the text begins with a path
+    bool isPathFull = false;  // the path takes no more parts
     array<char, 1024> text{};
 };
 
 constinit thread_local Slot slot;
 constinit atomic<ErrorStorage::Action> unconsumedAction{nullptr};
 
-// Shows the stored error, if there is one, to the action, if there is one.
+// Passes the stored error, if any, to the action, if any.
 void report() noexcept {
     const ErrorStorage::Action action = unconsumedAction.load(memory_order_acquire);
     if (slot.category == nullptr || action == nullptr) return;
@@ -47,8 +46,8 @@ void report() noexcept {
     slot.inAction = false;
 }
 
-// Of a long part just the beginning. Where there is no room, neither this part nor those around it: what is wrong, and the place
-// nearest to it, must not be pushed out by a key that somebody made long.
+// A long part is cut. If there is no room, this part and those around it are left out: a long key from a peer must not push out
+// what is wrong and the innermost part of the path.
 void prependPathPart(string_view part) noexcept {
     constexpr size_t longest = 64;  // bytes; the keys of records are shorter
     if (slot.category == nullptr || slot.isPathFull) return;
@@ -137,7 +136,7 @@ ErrorOutput::ErrorOutput(const ErrorCategory& category, int code, string_view te
     if (slot.inAction) return;
     report();
     const string_view fits = util::cutUtf8(text, slot.text.size());
-    if (!fits.empty()) memmove(slot.text.data(), fits.data(), fits.size());  // it may be a piece of the text that it replaces
+    if (!fits.empty()) memmove(slot.text.data(), fits.data(), fits.size());  // may be a piece of the text that it replaces
     slot.size = fits.size();
     slot.hasPath = false;
     slot.isPathFull = false;

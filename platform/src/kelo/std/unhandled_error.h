@@ -1,10 +1,10 @@
-// The end of an error that nobody handled.
+// Reports an error that nobody handled.
 #pragma once
 
 namespace kelo {
 
-// Gives the calling thread's stored error, if there is one, to the error storage's action and consumes it. For where a piece of
-// work is over, and with it every chance to handle what it left. Thread: any.
+// Passes the calling thread's stored error, if any, to the error storage's action and consumes it. Called where a piece of work
+// ends, because nothing can handle its errors after that. Thread: any.
 void disposeOfUnhandledError() noexcept;
 
 }  // namespace kelo

@@ -25,7 +25,7 @@ constexpr array<array<char, 2>, 256> kPairs = [] {
     return pairs;
 }();
 
-// Where in the text each byte's first digit stands.
+// The position of each byte's first digit in the text.
 constexpr array<uint8_t, UUID::byteCount> kPositions{0, 2, 4, 6, 9, 11, 14, 16, 19, 21, 24, 26, 28, 30, 32, 34};
 constexpr size_t kHyphens[] = {8, 13, 18, 23};
 
@@ -41,7 +41,7 @@ bool UUID::parse(string_view text, UUID& out) noexcept {
     for (size_t i = 0; i < byteCount; ++i) {
         const uint8_t high = kDigitValues[static_cast<unsigned char>(text[kPositions[i]])];
         const uint8_t low = kDigitValues[static_cast<unsigned char>(text[kPositions[i] + 1U])];
-        invalid |= high | low;  // only kNoDigit has any of the upper four bits
+        invalid |= high | low;  // only kNoDigit has any of the upper four bits set
         bytes[i] = static_cast<uint8_t>(high << 4U | low);
     }
     if (invalid > 15) return false;

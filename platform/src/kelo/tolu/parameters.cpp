@@ -1,7 +1,7 @@
-// Parameters come as one map. The protocol's own have members in ToluParams, any other is a value by which a list may be
-// restricted: if the list's elements have a member of that name, and the value is of a kind that this may equal. What cannot
-// change the answer is passed over and costs nothing beyond the reading. All are counted to the end, so that a refusal can tell
-// how many there were.
+// Parameters come as one map. Those that the protocol itself defines have members in ToluParams. Any other is a value that
+// restricts a list, if the list's elements have a member of that name and the value has a type that the member may equal.
+// Parameters that cannot change the answer are skipped and not kept. All parameters are counted to the end, so that a refusal can
+// give their number.
 #include "kelo/tolu/parameters.h"
 
 #include <algorithm>
@@ -61,7 +61,7 @@ bool takeNames(const Value& value, kelo::optional<std::vector<std::string>>& out
     return false;
 }
 
-// A parameter that the protocol knows: `take` reads it into its member, `isSet` and `write` go the other way.
+// A parameter that the protocol defines: `take` reads it into its member; `isSet` and `write` are for writing it.
 struct KnownParameter {
     std::string_view key;
     void (*clear)(ToluParams&);
@@ -92,7 +92,7 @@ const KnownParameter* findKnown(std::string_view key) noexcept {
     return nullptr;
 }
 
-// Reads a map of parameters; take(key) reads the value of each. The key is good until then.
+// Reads a map of parameters; take(key) reads the value of each. The key is valid until the value is read.
 template <class Take>
 bool readMap(IStructuredPullDeserializer& reader, Take take) {
     constexpr std::size_t most = Limits{}.parameters;
@@ -124,7 +124,7 @@ const record::MemberDescription* findMember(const record::Description* element, 
     return found == element->members.end() ? nullptr : &*found;
 }
 
-// Whether a value of that type may be looked for in the member: an array only in one.
+// Whether a value of this type can match the member; an array can match only an array.
 bool mayBeWanted(ValueType type, const record::MemberDescription& member) noexcept {
     const bool isScalar = type != ValueType::null && type != ValueType::array && type != ValueType::object;
     return member.kind != record::Kind::record && (isScalar || (member.isArray && type == ValueType::array));
@@ -154,7 +154,7 @@ bool serializer::serialize(IStructuredSerializer& writer, const ToluParams& valu
     bool first = true;
     for (const auto& [key, parameter] : value.values.entries()) {
         const auto* knownParameter = findKnown(key);
-        if (knownParameter != nullptr && knownParameter->isSet(value)) continue;  // its member says it better
+        if (knownParameter != nullptr && knownParameter->isSet(value)) continue;  // is written from its member
         if (writer.memberKey(key, first, -1) || serialize(writer, parameter) || writer.endMember()) return true;
         first = false;
     }
@@ -186,7 +186,7 @@ bool tolu::deserialize(IStructuredPullDeserializer& reader, const RelevantParams
         if (const auto* const known = findKnown(key)) return readKnown(reader, *known, value, params);
         const auto* const member = relevant.isList ? findMember(relevant.element, key) : nullptr;
         if (member == nullptr) return reader.skipValue();
-        params.values.erase(member->key);  // the last one counts
+        params.values.erase(member->key);  // the last one takes effect
         if (!mayBeWanted(reader.peek(), *member)) return reader.skipValue();
         if (serializer::deserialize(reader, value)) return record::detail::failedIn(member->key);
         params.values.set(member->key, std::move(value));
