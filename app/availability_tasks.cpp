@@ -1,8 +1,8 @@
-// An upstream service starts and ends any number of times, and with it the API that the bridges send through. Both tasks run on
-// the worker of the service's manager. The bridges use the same worker, so the tasks do not race with them.
+// An upstream service may come and go any number of times, and with it the API that the bridges send through. Both tasks run on
+// the worker of the service's manager. The bridges use the same worker, so the tasks cannot race with them.
 //
 // The dead task may run twice for one loss: once when the service disappears from the registry, and once when its connection
-// ends. Detaching what is detached does nothing. Requests that were in flight upstream need no help from here: the API ends
+// ends. The second time it finds nothing to detach. The tasks do nothing about requests that are in flight upstream: the API ends
 // each of them.
 #include "availability_tasks.h"
 
@@ -24,7 +24,7 @@ namespace {
 constexpr int progress = 2;
 constexpr int failure = 4;
 
-// Runs a task's body; no exception leaves it. `task`: "aliveTask" or "deadTask".
+// Runs a task's body; no exception escapes. `task`: "aliveTask" or "deadTask".
 template <class Body>
 void guarded(const char* task, const char* service, Body&& body) {
     try {
@@ -32,7 +32,7 @@ void guarded(const char* task, const char* service, Body&& body) {
     } catch (const std::exception& exception) {
         tracing::logCV(BENCH_Startup, failure, "HMX_STARTUP hmxtolubridge:main %s %s caught exception: %s ", task, service,
                        exception.what());
-        // Otherwise the bridges would be without a service that is there, and nothing would tell them again.
+        // Continuing would leave the bridges without a service that is there: the task would not be run again.
         if (dynamic_cast<const std::bad_alloc*>(&exception) != nullptr) {
             std::GlobalErrorHandler::doAbort("availability_tasks", task, exception.what());
         }

@@ -1,4 +1,4 @@
-// Attach the bridges to their upstream service when it comes, and detach them when it goes.
+// Attaches the bridges to their upstream service when it appears, and detaches them when it is lost.
 #pragma once
 
 #include <functional>
@@ -20,27 +20,27 @@ class LayersBridge;
 class InputBridge;
 class PopupBridge;
 
-// Each of the three hands its manager a task for the coming and one for the going of the service and begins to track it. All that
-// is passed by reference outlives the manager's tracking. The manager's worker must be the bridges' own. Thread: main.
+// Each sets its manager's tasks for the start and the loss of the service, and begins to track the service. Everything passed by
+// reference must outlive the tracking. The manager's worker must be the bridges' own. Thread: main.
 void trackDMService(ServiceManager& manager, DisplayBridge& displayBridge, DisplayableBridge& displayableBridge,
                     LayersBridge& layersBridge, CEventQueue<EEventID>& queue);
 void trackInputService(ServiceManager& manager, InputBridge& inputBridge, CEventQueue<EEventID>& queue);
 void trackPopupService(ServiceManager& manager, PopupBridge& popupBridge, CEventQueue<EEventID>& queue);
 
-// What the three differ in beside their bridges. Refers to literals. Thread: any (a value).
+// What differs between the three, apart from their bridges. Refers to literals. Thread: any (a value).
 struct UpstreamService {
-    const char* name;  // as messages about exceptions have it
+    const char* name;  // as it appears in messages about exceptions
     const char* noValidApi;
     const char* gotApi;
-    EEventID event;  // posted when the bridges are attached
+    EEventID event;  // posted after the bridges have been attached
 };
 
-// What the three have in common. `attach` and `detach` run on the manager's worker; what they throw is logged. A throw out of
-// `attach` leaves undone what it had not done yet, and posts no event.
+// The common part of the three. `attach` and `detach` run on the manager's worker; their exceptions are logged. If `attach`
+// throws, no event is posted.
 void trackService(ServiceManager& manager, const UpstreamService& service, std::function<void(const ServiceApi&)> attach,
                   std::function<void()> detach, CEventQueue<EEventID>& queue);
 
-// An event that may be handed to a worker any number of times. Thread: any.
+// Makes an event that may be queued any number of times. Thread: any.
 template <class F>
 util::SharedPtr<comm::ActiveObjectEvent> makeTask(F&& function) {
     return std::make_shared<kelo::FuncCallEvent<std::decay_t<F>>>(std::forward<F>(function));

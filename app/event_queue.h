@@ -1,4 +1,4 @@
-// The start-up event queue: how the workers tell main that a service is there.
+// The start-up event queue: the workers use it to tell main that a service is available.
 #pragma once
 
 #include <algorithm>
@@ -28,8 +28,8 @@ struct CEvent {
     std::uint64_t value = 0;
 };
 
-// First in, first out; one waiter. Failures of mutex and condition are recorded in the error store of the calling thread and
-// survived. Thread: any for `post`, one for `waitFor`.
+// First in, first out; one waiter. Failures of the mutex or the condition are recorded in the calling thread's error store; the
+// operation continues. Thread: any for `post`, one for `waitFor`.
 template <class EventId, class Mutex = osal::Mutex, class Condition = osal::Condition>
 class CEventQueue {
 public:
@@ -37,12 +37,12 @@ public:
     CEventQueue(const CEventQueue&) = delete;
     CEventQueue& operator=(const CEventQueue&) = delete;
 
-    // Drops an event whose id is in the queue already.
+    // Does nothing if an event with the same id is in the queue.
     void post(const CEvent& event);
-    // Blocks until an event with this id is taken from the queue. Events with other ids in front of it are lost.
+    // Blocks until an event with this id has been taken from the queue. Events with other ids before it are discarded.
     void waitFor(EventId id);
 
-    // Events posted and not yet taken.
+    // The number of events in the queue.
     std::uint64_t count();
 
 private:
@@ -55,7 +55,7 @@ private:
 
 template <class EventId, class Mutex, class Condition>
 void CEventQueue<EventId, Mutex, Condition>::post(const CEvent& event) {
-    std::list<CEvent> node{event};  // made before the lock, so that nothing can throw while it is held
+    std::list<CEvent> node{event};  // allocated before the lock, so that nothing can throw while it is held
     mutex_.lock();
     const auto isSame = [&event](const CEvent& queued) { return queued.id == event.id; };
     if (std::none_of(events_.begin(), events_.end(), isSame)) events_.splice(events_.end(), node);
@@ -74,7 +74,7 @@ CEvent CEventQueue<EventId, Mutex, Condition>::take() {
     std::list<CEvent> head;
     mutex_.lock();
     while (events_.empty()) {
-        // Bound by the waiter: who posts before there is one has nobody to wake.
+        // The waiter binds the condition: without a waiter, `post` has nobody to wake.
         if (!condition_.bind(mutex_)) condition_.wait();
     }
     head.splice(head.end(), events_, events_.begin());

@@ -1,14 +1,14 @@
-// Start-up is strictly sequential: no upstream service is looked for before the previous one has delivered its API, and nothing
-// is published before all three have. So a client that sees "/hmx" can rely on every resource having been attached. If an
-// upstream service never comes, start-up waits at its step; the log shows which. There is no way back: services that go away
-// later are detached and attached again by their tasks, while main is parked.
+// Start-up is strictly sequential: an upstream service is looked for only after the previous one has delivered its API, and
+// "/hmx" is published only after all three have. So a client that sees "/hmx" can rely on every resource having been attached. If
+// an upstream service never appears, start-up waits at its step; the log shows which. Services that are lost later are detached
+// and attached again by their tasks, while main is parked.
 //
-// Three workers do all the work. Each serves one upstream service, its manager and the bridges that use it. "/hmx" itself has
-// next to nothing to do and shares the popup worker.
+// Three workers do the work of the bridges. Each serves one upstream service: its manager and the bridges that use it. The
+// manager of "/hmx" has little to do and shares the popup worker.
 //
-// What main builds is on its stack in the order of use, so everything is destroyed before what it refers to, and the workers
-// last. Should that ever happen, the runtime is stopped first and the workers are idle, so no callback and no event finds its
-// object gone.
+// What `serve` creates is on its stack in the order of use, except the resource services. So every object is destroyed before
+// what it refers to, and the workers last. If that ever happens, the runtime is stopped and the workers are drained first, so no
+// callback or event can find its object destroyed.
 #include "startup.h"
 
 #include <cerrno>
@@ -60,7 +60,7 @@ void logProgress(const char* text) {
     tracing::logC(BENCH_Startup, progress, text);
 }
 
-// Makes an object that is never deleted: requests of clients may be inside it up to the very end of the process.
+// Creates an object that is never deleted: clients' requests may be inside it until the process ends.
 template <class T, class... Arguments>
 T* makeImmortal(Arguments&&... arguments) {
     static auto& immortals = *new std::vector<std::unique_ptr<T>>;
@@ -74,9 +74,9 @@ void startRuntime(kelo::runtime::IKeloRuntime& runtime) {
     throw std::runtime_error{"the runtime does not start: " + reason};
 }
 
-// Sees to it, before any of the objects in front of it is destroyed, that nothing uses them any more: ends the runtime's
-// callbacks, then lets the worker finish what is queued. It may be needed because memory has run out: what it needs it has from
-// the start, and what the runtime and the queue need it waits for. Thread: main.
+// Makes sure that nothing uses the objects declared before this one when they are destroyed: ends the runtime's callbacks, then
+// lets the worker finish what is queued. The reason may be lack of memory. So its own memory is allocated in the constructor, and
+// it waits until the runtime and the queue have theirs. Thread: main.
 class ShutdownGuard {
 public:
     ShutdownGuard(kelo::runtime::IKeloRuntime& runtime, comm::ActiveObject& worker)
@@ -112,7 +112,7 @@ private:
     const util::SharedPtr<comm::ActiveObjectEvent> event_;
 };
 
-// What is printed instead of serving, and where.
+// What to print instead of serving, and where.
 struct Reply {
     std::FILE* stream;
     std::string text;
@@ -189,7 +189,7 @@ void parkForEver() {
     osal::Condition condition;
     mutex.lock();
     condition.bind(mutex);
-    condition.wait();  // once: nobody signals it
+    condition.wait();  // for ever: nobody signals it
     mutex.unlock();
 }
 

@@ -1,4 +1,4 @@
-// The process from its command line to its end.
+// The process, from its command line to its end.
 #pragma once
 
 #include <chrono>
@@ -8,26 +8,26 @@
 
 namespace hmx {
 
-// Status for the shell or the init system.
+// The exit status, for the shell or the init system.
 enum ExitStatus : int { exitOk = 0, exitFailure = 1, exitUsage = 2 };
 
-// The whole process; returns its exit status. Takes no arguments but `--help` and `--version`, which print and return; any other
-// is refused before anything starts. Thread: main.
+// Runs the process and returns its exit status. The only arguments are `--help` and `--version`, which print and return; any
+// other is refused before anything starts. Thread: main.
 int run(int argc, const char* const* argv) noexcept;
 
-// Builds all that the process consists of on a runtime that is started: the workers, then one upstream service after the other,
-// each waited for, then the resources under "/hmx"; calls `park` when clients can reach them, and takes everything down when that
-// returns or something is thrown. Thread: main.
+// Builds everything on a runtime that has been started: the workers, then one upstream service after the other, waiting for each,
+// then the resources of "/hmx". Calls `park` when clients can reach them. Takes everything down when `park` returns or something
+// throws. Thread: main.
 void serve(kelo::runtime::IKeloRuntime& runtime, const std::function<void()>& park);
 
-// Waits, in normal life for ever. Thread: main.
+// Waits for ever. Thread: main.
 void parkForEver();
 
-// Calls `body` and returns exitOk. What it throws is logged, the log is flushed and given `pause` to get out before exitFailure
-// is returned.
+// Calls `body` and returns exitOk. If it throws, logs the exception, flushes the log, waits for `pause` so that it can get out,
+// and returns exitFailure.
 int guarded(const std::function<void()>& body, std::chrono::milliseconds pause = std::chrono::seconds{1}) noexcept;
 
-// Sleeps for the whole of the time, signals or not. Thread: any.
+// Sleeps for the whole duration, even if signals arrive. Thread: any.
 void sleepFor(std::chrono::milliseconds duration) noexcept;
 
 }  // namespace hmx

@@ -18,7 +18,7 @@ namespace {
 
 const std::string noName{"no_name_defined"};
 
-// The URI follows from the id.
+// The URI follows from the id, so it is kept if the id is the same.
 void identify(kelo::tolu::XObject& object, const Identity& identity) {
     if (object.id == identity.id && !object.uri.empty()) return;
     object.id = identity.id;

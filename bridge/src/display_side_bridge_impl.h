@@ -2,12 +2,12 @@
 //
 //     resource service's thread   operation: key, post
 //     worker                      which element, or all -> client stub -> upstream
-//     thread of the API           upstream handler: copy the answer, post; neither if this is the worker, as it is in the process
+//     thread of the API           upstream handler: copies the answer and posts it, unless this is the worker (here it always is)
 //     worker                      convert, record ids, handler's onNext
 //
-// An id that a client asks for must have appeared in an earlier answer: only then can it be turned into the upstream name. A
-// request for the whole resource that finds no client is left unanswered, and the platform answers it. A request for one
-// element is answered here.
+// An id that a client asks for must have appeared in an earlier answer: only then can it be turned into the upstream name. If
+// there is no client stub, a request for one element is answered here. A request for the whole resource is dropped, and the
+// platform answers it.
 //
 // This file is included only by the bridges' sources. Each of them instantiates the template for its resource, after its own
 // specialisation of DisplaySideScheme.
@@ -28,23 +28,23 @@
 
 namespace hmx {
 
-// What a resource's bridge says and does in its own way; a specialisation has
+// What is specific to one resource's bridge. A specialisation has
 //     list, listOfAll, listOfOne, listNoClient                                     the texts of retrieveList, in that order
 //     element, elementUnknown, elementUnknownReason, elementOfOne, elementNoClient those of retrieveElement
-//     channel                         where all of them but the reason are logged
+//     channel                         where these texts, except the reason, are logged
 //     Stub                            the type of the upstream client stub
 //     getAll(client, handler)         sends the request for the whole resource
 //     getOne(client, handler, key)    sends the request for one element
 //     parameter                       the query value that names one element
-//     wanted(dictionary, key)         fills in the element that it names; false for the whole resource
-//     idName(key)                     what the id of an element is made from
-//     keyOf(one, asked)               what upstream knows the element of an answer by; `asked`: what it was asked for
+//     wanted(dictionary, key)         sets `key` to the element that it names; false for the whole resource
+//     idName(key)                     the name that the id of an element is made from
+//     keyOf(one, asked)               the upstream key of the element in an answer; `asked`: the one that was asked for
 //     forEach(all, visit)             calls visit(one, key) for each element, in upstream's order
-// Beside it stands convert(one, identity, element), which fills in the element whatever was in it before.
+// There must also be a function convert(one, identity, element), which overwrites everything in the element.
 template <class Resource>
 struct DisplaySideScheme;
 
-// The texts about an upstream answer of one type: update, error and, where there is something to say, completed.
+// The texts about an upstream answer of one type: update, error and optionally completed.
 template <class Answer>
 struct DisplaySideAnswerTexts;
 
@@ -174,7 +174,7 @@ void DisplaySideBridge<Resource>::askOne(RequestKey key, std::unique_ptr<typenam
 template <class Resource>
 bool DisplaySideBridge<Resource>::deliver(RequestKey key, const All& all) {
     using Scheme = DisplaySideScheme<Resource>;
-    // Its elements are the next page's when it is over.
+    // When the page is over, its elements are kept for the next one.
     struct Page {
         ListPage page;
         SpareElements<Element>& spare;

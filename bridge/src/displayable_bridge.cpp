@@ -33,7 +33,7 @@ struct DisplaySideScheme<DisplayableResource> : DisplayableResource {
     }
 
     static constexpr std::string_view parameter = "displayableID";
-    // The smallest number stands for no number at all: who asks for it gets the whole resource.
+    // The smallest int means "not specified": a request for it gets the whole resource.
     static bool wanted(const util::config::Dictionary& query, int& number) {
         const std::int64_t* const given = find(query);
         if (given == nullptr || *given == Numbers::min() || isBeyondAll(*given)) return false;

@@ -1,32 +1,32 @@
-// "/hmx" shows what the input manager has. The input manager cannot be asked for that, so the cache is made from its answers:
-// what it has accepted is in the cache, and nothing else. A change is made on an object of its own, sent at once, and put into
-// the cache (or its object erased) when the answer says yes. The caller hears of it before the listeners do. Objects in the
-// cache are never changed: readers share them.
+// "/hmx" shows what the input manager has. The input manager cannot be asked for that, so the cache is built from its answers: it
+// contains what has been accepted, and nothing else. A change gets an object of its own and is sent at once. When it has been
+// accepted, the object is put into the cache (or erased from it). The caller is told before the listeners are. Objects in the
+// cache are never modified: readers share them.
 //
-// Order. The input manager gets changes in the order of sending, so of the changes of one configuration that it accepts, the
-// one that was sent last decides what it has. Its answers may come in any order. Each change has a number, and an accept that
-// comes after the accept of a later change of the same configuration is reported only to its caller. A refusal changes nothing:
-// updates A and B, with B refused, leave A, whichever answer comes first. A deletion is a change like any other: an update sent
-// after it brings the configuration back, one sent before it does not.
+// Order. The input manager gets changes in the order of sending, so of the accepted changes of one configuration, the one that
+// was sent last determines what it has. Its answers may come in any order. Each change has a number, and an accept that comes
+// after the accept of a later change of the same configuration is reported only to its caller. A refusal changes nothing: updates
+// A and B, with B refused, leave A, whichever answer comes first. A deletion is a change like any other: an update sent after it
+// brings the configuration back, one sent before it does not.
 //
-// What was sent is carried through. It may be carried out at any time, so we remain interested in the answer even if the client
-// cancels, dies or got 504, and however long it takes: the request upstream has no deadline, and the caller's deadline is kept
-// here. The number of unanswered changes is limited; beyond that, a change is refused and not sent.
+// What was sent is carried through. It may be carried out at any time, so the answer still matters if the client cancels, dies or
+// has got 504, and however long it takes: the request upstream has no deadline; the caller's deadline is kept here. The number of
+// unanswered changes is limited; above the limit, a change is refused and not sent.
 //
-// When the input manager is lost, nobody knows which of the unanswered changes it has carried out, and it may return with
-// nothing or with everything that it had. So when it returns, each configuration in the cache is sent again, in the order of
-// insertion, a few at a time. Where a change with an unknown outcome has left no object in the cache, its regions are cleared.
-// Afterwards the input manager has what "/hmx" has shown all the time. A change that a client makes meanwhile is sent after its
-// configuration, which moves to the head of the queue for it; so the change wins. What is refused now leaves the cache.
+// When the input manager is lost, nobody knows which of the unanswered changes it has carried out, and it may return with nothing
+// or with everything that it had. So when it returns, each configuration in the cache is sent again, in the order of insertion, a
+// few at a time. If a change with an unknown outcome has left no object in the cache, its regions are cleared. After that, the
+// input manager has what "/hmx" has shown all the time. If a client changes a configuration meanwhile, that configuration is sent
+// again first, ahead of its turn, and then the change; so the change wins. What is refused now leaves the cache.
 //
-// One id, two places. The id is made of display, HMI and subcomponent without separators, so different ones may have the same
-// id. Such a configuration replaces the other one, whose regions must not stay: they are cleared first, and the new one is sent
-// only when that has been accepted. Until then, changes of that id wait in the order of arrival. If the clearing is refused, so
-// is the change that caused it, and nothing has changed. If the new one is refused, neither is left: the old one is gone
-// upstream.
+// One id, two places. The id is made of display, HMI and subcomponent without separators, so two different places may have the
+// same id. A configuration for the second place replaces that of the first, whose regions must not stay: they are cleared first,
+// and the new configuration is sent only after that has been accepted. Until then, changes with that id wait in the order of
+// arrival. If the clearing is refused, the change that caused it is refused too, and nothing has changed. If the new
+// configuration is refused, neither is left: the old one is gone upstream.
 //
-// Memory. An object counts from its creation until nobody holds it; what would exceed the limit is refused with 507. After much
-// has been freed, it is returned to the system, on the worker but not on the path of a request.
+// Memory. An object counts from its creation until nobody holds it; what would exceed the limit is refused with 507. When much
+// has been freed, it is returned to the system, on the worker but not while a request is handled.
 #include "bridge/input_bridge.h"
 
 #include <algorithm>
@@ -66,14 +66,14 @@ RegionconfigurationObject withRegions(const RegionconfigurationObject& object,
     return copy;
 }
 
-// The configuration of that id and place without regions.
+// A configuration of that id and place without regions.
 std::shared_ptr<RegionconfigurationObject> cleared(const std::UUID& id, const RegionAddress& address) {
     auto object = std::make_shared<RegionconfigurationObject>(id, regionConfigurationUri(id));
     if (!address.subComponent.empty()) object->subComponent = address.subComponent;
     return object;
 }
 
-// Whether the error leaves open what has become of a change. The runtime says so in these words.
+// Whether the error leaves the outcome of a change unknown. The runtime uses these words.
 bool leavesOutcomeOpen(const Response& response) {
     const std::string_view reason = response.reason();
     return response.status() == serviceUnavailable && (reason.ends_with("outcome unknown") || reason.ends_with("not sent"));
@@ -280,7 +280,7 @@ void InputBridge::submit(ChangeRequest request) {
         return;
     }
     const std::UUID id = change->object->id;
-    if (configurations_[id].isToBeSentAgain) sendAgain(id);  // first, so that this one wins
+    if (configurations_[id].isToBeSentAgain) sendAgain(id);  // first, so that the new change wins
     Configuration& configuration = configurations_[id];
     const bool isElsewhere = configuration.place != nullptr && *configuration.place != change->address;
     if (!configuration.isClearing && !isElsewhere) {
@@ -304,7 +304,7 @@ void InputBridge::submit(ChangeRequest request) {
     transmit(clearing);
 }
 
-// What is thrown here ends the change: nobody knows how far it came.
+// If something is thrown here, the change ends: nobody knows how far it got.
 void InputBridge::transmit(const std::shared_ptr<Change>& change, ChangeRequest request) {
     const bool oneShot = request == nullptr || request->oneShot;
     // On nobody's account: while requests wait for room, those of different accounts overtake one another.
@@ -346,17 +346,17 @@ void InputBridge::accepted(Change& change) {
             pending_.next<kelo::url>(change.key, [&] { return change.object->uri; });
         }
     } catch (...) {
-        fault = std::current_exception();  // what is wrong with a caller is nothing to the cache
+        fault = std::current_exception();  // a caller's error must not keep the cache from being updated
     }
     decide(change, Outcome::accepted);
     if (fault) std::rethrow_exception(fault);
 }
 
-// The change's outcome is known, or never will be. Happens once.
+// Called once, when the change's outcome is known or will never be.
 void InputBridge::decide(Change& change, Outcome outcome, const Response* response) {
     if (std::exchange(change.isDecided, true)) return;
     const bool wasSent = underWay_.erase(change.number) > 0;
-    const auto object = std::move(change.object);  // however long the request stays open
+    const auto object = std::move(change.object);  // released now, even if the request stays open
     const std::UUID id = object->id;
     Configuration& configuration = configurations_.at(id);
     if (wasSent) --configuration.underWay;
@@ -364,7 +364,7 @@ void InputBridge::decide(Change& change, Outcome outcome, const Response* respon
     try {
         apply(change, object, configuration, outcome);
     } catch (...) {
-        fault = std::current_exception();  // a listener's
+        fault = std::current_exception();  // from a listener
     }
     if (change.purpose == Purpose::clearing) endClearing(id, outcome, response);
     forgetIfNothingIsLeft(id);
@@ -383,7 +383,7 @@ void InputBridge::apply(const Change& change, const std::shared_ptr<Object>& obj
         return;
     }
     if (outcome == Outcome::refused && change.purpose != Purpose::sentAgain) return;
-    if (change.number < configuration.decidedBy) return;  // a later one has decided
+    if (change.number < configuration.decidedBy) return;  // a later change has been decided
     configuration.decidedBy = change.number;
     const std::UUID& id = object->id;
     if (outcome == Outcome::accepted && !change.isRemoval) {
@@ -402,7 +402,7 @@ void InputBridge::forgetIfNothingIsLeft(const std::UUID& id) {
     if (!isBusy && !configuration.isDoubtful() && cache_.find(id) == nullptr) configurations_.erase(found);
 }
 
-// The changes that have waited go on; the first one, for which the place was to be cleared, only if it is.
+// Continues the waiting changes; the first one, for which the place was to be cleared, only if that succeeded.
 void InputBridge::endClearing(const std::UUID& id, Outcome outcome, const Response* response) {
     Configuration& configuration = configurations_.at(id);
     configuration.isClearing = false;
@@ -477,7 +477,7 @@ void InputBridge::setAlarm(Clock::time_point due) {
     isAlarmSet_ = true;
 }
 
-// Tells the callers whose time is over. Their changes go on, but for those that were not sent.
+// Tells callers whose time has expired. Changes that were sent go on; the others are dropped.
 void InputBridge::endThoseDue() {
     const auto now = Clock::now();
     auto next = Clock::time_point::max();
@@ -506,7 +506,7 @@ void InputBridge::endThoseDue() {
     showGauges();
 }
 
-// Also sees to it that memory which was given back does not stay with the process.
+// Also returns freed memory to the system when there is enough of it.
 void InputBridge::showGauges() {
     kept_.set(static_cast<std::int64_t>(cache_.objects().size()));
     changesUnderWay_.set(static_cast<std::int64_t>(underWay_.size() + waiting_.size()));

@@ -42,7 +42,7 @@ struct DisplaySideScheme<LayersResource> : LayersResource {
         return given != nullptr;
     }
     static std::string idName(const std::string& name) { return layersIdName(name); }
-    // The answer for one display need not name it.
+    // The answer for one display may leave out its name.
     static const std::string& keyOf(const One&, const std::string& asked) { return asked; }
     template <class Visit>
     static void forEach(const All& all, Visit&& visit) {

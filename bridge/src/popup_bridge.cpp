@@ -1,8 +1,8 @@
-// Upstream identifies a popup by its display and its name; here it has an id made from both. They cannot be computed from the
-// id, so an id can be resolved only after an earlier answer contained the popup.
+// Upstream identifies a popup by its display and its name; here it has an id made from both. They cannot be computed from the id,
+// so an id can be resolved only after an earlier answer contained the popup.
 //
-// A list is filtered twice: upstream by display and by name or states, which is why these query values are not applied again to
-// the answer, and here by all other query values.
+// A list is filtered twice: upstream by display and by name or states, which is why these query values are not applied to the
+// answer again, and here by all other query values.
 #include "bridge/popup_bridge.h"
 
 #include <cassert>
@@ -30,7 +30,7 @@ namespace {
 
 const tracing::Channel channel{"HMX_TOLU_BRIDGE_POPUPS"};
 
-// Two popups with one id: it means the one that was seen last.
+// Two popups have the same id: it stands for the one that was seen last.
 void reportTie(const PopupKey& known, const PopupKey& fresh) {
     tracing::logCV(channel, errorLevel, "PopupBridge popup: %s on display: %s has the id of popup: %s on display: %s",
                    fresh.name.c_str(), fresh.display.c_str(), known.name.c_str(), known.display.c_str());
@@ -210,7 +210,7 @@ void PopupBridge::start(RequestKey key, std::unique_ptr<IResponseHandler<Result>
         return;
     }
     const bool isOfAll = std::is_same_v<Upstream, GetPopups>;
-    // The path upstream would be another one.
+    // With an empty name, the upstream path would be that of something else.
     if (details.popup.display.empty() || (details.popup.name.empty() && !isOfAll)) {
         handler->onError(Response::createErrorResponse(
             404, "[PopupBridge a popup with an empty name, or on a display with an empty name, cannot be asked for]"));

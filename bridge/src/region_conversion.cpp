@@ -10,7 +10,7 @@ namespace inputregions = kelo::hmx::inputregions;
 
 namespace {
 
-// Each fills in the members that both sides have.
+// Each converts the members that both sides have.
 void convert(const kelo::hmx::PointType& from, inputregions::Point& to) {
     to.x = from.posX;
     to.y = from.posY;

@@ -1,5 +1,5 @@
-// The runtime's thread sets values under a lock, and the caller waits for them. A handler shares its value, so
-// that an answer which comes after its caller has given up still finds one; nobody reads it then.
+// The runtime's thread sets values under a lock, and the caller waits for them. A handler shares ownership of its value, so an
+// answer that comes after the caller has given up still has a place to go; nobody reads it.
 #include "core/blocking_client.h"
 
 #include <condition_variable>
@@ -30,7 +30,7 @@ public:
         }
         changed_.notify_all();
     }
-    // The value; T{} when it has not come by then.
+    // The value; T{} if it has not been set before `end`.
     T waitUntil(Time end) {
         std::unique_lock lock{mutex_};
         changed_.wait_until(lock, end, [&] { return value_ != nullptr; });
@@ -45,7 +45,7 @@ private:
 
 using Answer = Awaitable<std::shared_ptr<Response>>;
 
-// Takes the one answer. Thread: the runtime's.
+// Receives the one answer. Thread: the runtime's.
 class AnswerHandler final : public IResponseHandler<Response> {
 public:
     explicit AnswerHandler(std::shared_ptr<Answer> answer) : answer_{std::move(answer)} {}
@@ -64,7 +64,7 @@ private:
 
 }  // namespace
 
-// The service, from its first sighting on. Thread: the runtime's, but for `waitUntil`.
+// The service, from when it is first seen. Thread: the runtime's, except `waitUntil`.
 class BlockingClient::Connection final : public IKeloRuntime::IKeloServiceTracker, public IKeloRuntime::IKeloServiceResolver {
 public:
     Connection(std::string_view servicePath, runtime::RuntimeOptions options)
@@ -80,9 +80,9 @@ public:
     }
     ~Connection() override { runtime_->stop(); }
 
-    // Why there is no domain to look in; "" where there is one.
+    // Why the domain cannot be used; "" if it can.
     const std::string& failure() const noexcept { return failure_; }
-    // Null while the service is away.
+    // The API; null if the service is away until `end`.
     IKeloApi* waitUntil(Time end) { return api_.waitUntil(end); }
 
 private:
@@ -94,7 +94,7 @@ private:
 
     Awaitable<IKeloApi*> api_;
     std::string failure_;
-    std::unique_ptr<IKeloRuntime> runtime_;  // last: what it tells is there until it has stopped
+    std::unique_ptr<IKeloRuntime> runtime_;  // last, so that it stops before what its callbacks use is destroyed
 };
 
 BlockingClient::BlockingClient(std::string_view servicePath, std::chrono::milliseconds patience, runtime::RuntimeOptions options)
@@ -114,7 +114,7 @@ Response BlockingClient::request(Request request) {
     headers::appendTracingInfo(request, servicePath_, tracing::getTraceClientId());
     headers::appendAuthInfo(request);
     const auto answer = std::make_shared<Answer>();
-    // The time is watched here.
+    // The deadline is kept here.
     void* handle = api->request(request, std::make_unique<AnswerHandler>(answer), {.deadline = std::chrono::milliseconds{0}});
     if (const auto response = answer->waitUntil(end)) return *response;
     api->cancel(handle);

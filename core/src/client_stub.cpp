@@ -1,6 +1,6 @@
 // An upstream operation is one request and its answers. The request is made and sent on the caller's thread. Its answers are
-// decoded on the thread that reads the service's connection, inside the mapping handler that owns the caller's handler. So
-// nothing is kept here in between, and a stub can be replaced while requests are in flight.
+// decoded on the thread that reads the service's connection, by the mapping handler that owns the caller's handler. Nothing is
+// kept here in between, so a stub can be replaced while requests are in flight.
 #include "core/client_stub.h"
 
 #include <new>
@@ -22,15 +22,16 @@ const ::tracing::Channel channel{"KELO_CLIENT"};
 
 constexpr std::size_t bodyCapacity = 1024;
 
-// A request for the time of one sending, whose texts keep their memory for the thread's next. Sending may come round to another
-// one on the same thread, by way of a handler: that makes its own. Without it a request costs 16,860 instructions instead of
-// 16,460, most of them in the heap (callgrind, one in flight). Thread: the one that made it.
+// A Request object for one sending. The thread keeps it for the next one, so that its strings keep their memory. While a request
+// is being sent, a handler may cause another one to be sent on the same thread; that one gets an object of its own. Without this,
+// a request would cost 16,860 instructions instead of 16,460, most of them in the heap (callgrind, one in flight). Thread: the
+// one that created it.
 class SpareRequest {
 public:
     SpareRequest() : request_{kept() ? std::move(kept()) : std::make_unique<Request>()} {}
     ~SpareRequest() {
-        request_->rebindPayload({});                     // what it borrowed may go now
-        if (request_->path().capacity() > most) return;  // a name that somebody made long is not kept for the rare next one
+        request_->rebindPayload({});                     // what it borrowed may be destroyed after this
+        if (request_->path().capacity() > most) return;  // not kept: a very long path is rare
         kept() = std::move(request_);
     }
     SpareRequest(const SpareRequest&) = delete;

@@ -1,5 +1,5 @@
-// There is one reader and one writer for each encoding and thread. They are started anew for every document, and nobody is called
-// while one is being read or written, so there is never a second that would need them.
+// There is one reader and one writer for each encoding and thread. They are restarted for every document. While one is in use, no
+// foreign code is called, so a thread never needs two at once.
 #include "core/documents.h"
 
 #include <array>
@@ -13,7 +13,7 @@ namespace kelo {
 
 namespace {
 
-// The thread's own, made when it is first wanted. Null, with the error recorded, when the type has no structured encoding.
+// The calling thread's own, created when first needed. Null, with the error recorded, if the type has no structured encoding.
 template <class Coder>
 Coder* threadsOwn(const MimeType& mimeType, std::unique_ptr<Coder> (*make)(mimetypes::MimeTypeID)) {
     constexpr auto count = static_cast<std::size_t>(mimetypes::MimeTypeID::ixobin) + 1;

@@ -1,6 +1,6 @@
-// Pages are cut after filtering, so `total`, positions and hints all count matching elements. A limit below 1 counts as none
-// and an offset below 0 as 0: requests with such values are refused when they are read, and parameters made inside the process
-// need no second refusal here.
+// Pages are cut after filtering, so `total`, positions and hints count matching elements. A limit below 1 counts as none, and an
+// offset below 0 as 0: requests with such values are refused when they are read, so parameters with them can only come from
+// inside the process.
 #include "core/list_page.h"
 
 #include <algorithm>

@@ -1,10 +1,9 @@
-// A request is live until its first terminal event and terminated from then on. Each handler of a chain keeps that state for
-// itself and changes it before it passes the event on. So one terminal event ends the whole chain, and an event that comes back
-// into the chain while the first is still being delivered is already late.
+// A request is live until its first terminal event, and terminated after that. Each handler of a chain has this state for itself
+// and changes it before it passes the event on. So one terminal event ends the whole chain, and an event that comes back into the
+// chain while the first is being delivered is already late.
 //
-// A second terminal event is ignored: that of the provider and that of a lost connection may well cross. A value after the end
-// is different, because somebody has lost track of their requests: it is recorded as an error, and the answer true drops the
-// handler.
+// A second terminal event is ignored: that of the provider and that of a lost connection may cross. A value after the end is
+// different, because its sender has lost track of the request. It is recorded as an error, and the result true drops the handler.
 #include "core/response_handlers.h"
 
 #include "kelo/errors.h"

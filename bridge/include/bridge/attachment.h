@@ -8,13 +8,12 @@
 
 namespace hmx {
 
-// Owns the client stub, an implementation of `Client`; shares the API that it sends through with whoever else uses the service.
-// Thread: the bridge's worker.
+// Owns the client stub, an implementation of `Client`. The API is not owned; other users of the service share it. Thread: the
+// bridge's worker.
 template <class Client>
 class Attachment {
 public:
-    // Makes a stub of type `Stub` that sends through the API, in the mime type that the service prefers, in place of the one
-    // before.
+    // Replaces the stub by a new one of type `Stub` that sends through this API, in the mime type that the service prefers.
     template <class Stub>
     void set(const ServiceApi& service) {
         client_ = std::make_shared<Stub>(service.api, std::string{kelo::runtime::getMimeType(service.info)});
@@ -26,7 +25,7 @@ public:
     }
 
     explicit operator bool() const noexcept { return client_ != nullptr; }
-    // Only while there is one.
+    // Must not be called while there is none.
     Client& client() const noexcept { return *client_; }
     kelo::IKeloApi* api() const noexcept { return api_; }
 

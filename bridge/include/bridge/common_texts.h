@@ -1,4 +1,4 @@
-// What the bridges say in the same way: ids in log lines, and the answer when the upstream service is away.
+// Texts that all bridges use: ids in log lines, and the answer if the upstream service is not available.
 #pragma once
 
 #include <string>
@@ -15,10 +15,10 @@ namespace hmx {
 inline constexpr int progressLevel = 1;
 inline constexpr int startLevel = 2;
 inline constexpr int unknownIdLevel = 3;
-inline constexpr int errorLevel = 3;  // what a client did wrong, and upstream errors that are passed on
+inline constexpr int errorLevel = 3;  // a client's error, or an upstream error that is passed on
 inline constexpr int failureLevel = 4;
 
-// An id as log lines have it, without memory from the heap. Thread: any (a value).
+// An id as text for log lines, without allocating. Thread: any (a value).
 class IdText {
 public:
     explicit IdText(const std::UUID& id) noexcept { id.toChars(text_); }
@@ -28,15 +28,16 @@ private:
     char text_[std::UUID::textLength + 1] = {};
 };
 
-// Ends a request for what has no name, since the path upstream would be that of something else. What it returns is no request.
-// Thread: any.
+// Ends a request for an element without a name, because the upstream path would be that of something else. Returns
+// UNDEFINED_REQUEST_HANDLE. Thread: any.
 template <class T>
 void* refuseNameless(const char* reason, kelo::IResponseHandler<T>& handler) {
     handler.onError(kelo::Response::createErrorResponse(404, reason));
     return kelo::IKeloApi::UNDEFINED_REQUEST_HANDLE;
 }
 
-// Logs `text` as a failure; the response, with status 503, says the same in brackets, and that nothing was sent. Thread: any.
+// Logs `text` as a failure and returns a response with status 503 that says the same in brackets, and that nothing was sent.
+// Thread: any.
 [[nodiscard]] kelo::Response noClientResponse(const tracing::Channel& channel, const std::string& text);
 
 }  // namespace hmx

@@ -9,7 +9,7 @@
 
 namespace hmx {
 
-// The types of the displays. An element is known upstream by the display's name.
+// The types of the displays. Upstream, an element is identified by the display's name.
 struct DisplayResource {
     using Interface = kelo::hmx::IDisplays;
     using Element = kelo::hmx::DisplayObject;
@@ -31,7 +31,7 @@ public:
 
     void* retrieveDisplayObject(std::unique_ptr<kelo::IResponseHandler<kelo::hmx::DisplayObject>>&& handler, const std::UUID& id,
                                 const kelo::optional<kelo::toluglobals::ToluParams>& params) override;
-    // The query value "name" asks for the display of that name alone.
+    // The query value "name" asks for only the display of that name.
     void* retrieveDisplayObjects(std::unique_ptr<kelo::IResponseHandler<kelo::hmx::DisplayObjectListPage>>&& handler,
                                  const kelo::optional<kelo::toluglobals::ToluParams>& params) override;
 };

@@ -1,4 +1,4 @@
-// What the display manager reports, as elements of our resources.
+// Converts what the display manager reports to elements of our resources.
 #pragma once
 
 #include <string>
@@ -14,14 +14,14 @@
 
 namespace hmx {
 
-// The name that a display goes by: its own, or that of all nameless displays. Good as long as the display. Thread: any.
+// The name of a display; nameless displays share one. Valid as long as the display. Thread: any.
 [[nodiscard]] const std::string& displayName(const kelo::hmx::displaymanager::Display& display) noexcept;
-// That of the display that the configuration is of.
+// The name of the configuration's display.
 [[nodiscard]] const std::string& displayName(const kelo::hmx::displaymanager::DisplayLayers& configuration) noexcept;
 
-// Each makes `object` the element of that identity, whatever it was before. Members that upstream does not report become absent,
-// null pointers count as not reported. Objects that it holds are written over, unless somebody else holds them as well.
-// Thread: that of all who hold `object`.
+// Each turns `object` into the element with that identity and overwrites what it contained. Members that upstream does not report
+// become absent; a null pointer counts as not reported. Nested objects are reused unless somebody else holds them too. Thread:
+// that of all who hold `object`.
 void convert(const kelo::hmx::displaymanager::Display& display, const Identity& identity, kelo::hmx::DisplayObject& object);
 void convert(const kelo::hmx::displaymanager::Displayable& displayable, const Identity& identity,
              kelo::hmx::DisplayableObject& object);

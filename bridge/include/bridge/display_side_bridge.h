@@ -1,4 +1,4 @@
-// What the bridges to the display manager have in common: a resource that is asked for whole or by element, and nothing else.
+// The common part of the bridges to the display manager: a resource that can only be retrieved, as a whole or by element.
 #pragma once
 
 #include <memory>
@@ -19,27 +19,27 @@ namespace hmx {
 template <class Receiver>
 class UpstreamHandler;
 
-// `Resource` names the types that make the difference:
+// `Resource` names the types that differ:
 //     Interface, Element, ListPage   of the resource
 //     Client                         the interface of the upstream client stub
-//     All, One                       what that answers with for the whole resource and for one element
-//     Key                            what it knows an element by: std::string or int
-// Keeps no elements: every retrieve asks upstream, and one that is not one-shot passes on what upstream reports until it ends.
-// What it keeps is which ids it has seen, and the memory of the last page. The operations and `cancelRequest` post their work to
-// the worker and return at once. Thread: the bridge's worker, but for operations and `cancelRequest`: any.
+//     All, One                       the stub's answers for the whole resource and for one element
+//     Key                            identifies an element upstream: std::string or int
+// Keeps no elements: every retrieve asks upstream. One that is not one-shot passes on what upstream reports until it ends. The
+// bridge keeps only the ids it has seen, and the memory of the last page. The operations and `cancelRequest` post their work to
+// the worker and return at once. Thread: the bridge's worker; operations and `cancelRequest`: any.
 template <class Resource>
 class DisplaySideBridge : public Resource::Interface {
     using All = typename Resource::All;
     using One = typename Resource::One;
     using Key = typename Resource::Key;
 
-    // What is to be known of a request when its answer comes.
+    // What must be known about a request when its answer comes.
     struct RequestDetails {
         kelo::optional<kelo::toluglobals::ToluParams> params;
-        Key key{};  // of the element that was asked for; none for the whole resource
+        Key key{};  // of the element that was asked for; not used for the whole resource
     };
 
-    // Receives the answers of one type. Thread: the bridge's worker.
+    // Receives answers of one type. Thread: the bridge's worker.
     template <class Answer>
     struct Receiver {
         using Value = Answer;
@@ -55,15 +55,15 @@ public:
     using Element = typename Resource::Element;
     using ListPage = typename Resource::ListPage;
 
-    // Shares the worker and outlives whatever is queued there.
+    // Shares ownership of the worker, and must outlive what is queued there.
     explicit DisplaySideBridge(std::shared_ptr<comm::ActiveObject> worker);
 
-    // Sends through this API from now on. Requests that are under way keep the one that they were made with.
+    // Sends through this API from now on. Requests in progress keep the API that they were made with.
     void setApi(const ServiceApi& api);
-    // Sends nothing from now on. Harmless when nothing is attached.
+    // Stops sending. No effect if nothing is attached.
     void resetApi();
 
-    // `key`: what an operation returned. Ends its request without an event to its handler; one that is over is ignored.
+    // `key`: the result of an operation. Ends its request without an event to the handler; ignored if the request is over.
     void cancelRequest(void* key) final;
 
 protected:
@@ -71,7 +71,7 @@ protected:
     using AllHandler = UpstreamHandler<Receiver<All>>;
     using OneHandler = UpstreamHandler<Receiver<One>>;
 
-    // The two operations, under the names that the interface gives them. They return the request's key.
+    // The two operations, with the names that the interface gives them. They return the request's key.
     void* retrieveList(std::unique_ptr<kelo::IResponseHandler<ListPage>>&& handler,
                        const kelo::optional<kelo::toluglobals::ToluParams>& params);
     void* retrieveElement(std::unique_ptr<kelo::IResponseHandler<Element>>&& handler, const std::UUID& id,
@@ -81,7 +81,7 @@ private:
     using Pending = PendingRequests<RequestDetails, ListPage, Element>;
 
     void askOne(RequestKey key, std::unique_ptr<typename Pending::Request> request);
-    // False when the request is over.
+    // False if the request is over.
     bool deliver(RequestKey key, const All& all);
     bool deliver(RequestKey key, const One& one);
 

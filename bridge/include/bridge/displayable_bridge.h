@@ -7,7 +7,7 @@
 
 namespace hmx {
 
-// The types of the displayables. An element is known upstream by the displayable's number.
+// The types of the displayables. Upstream, an element is identified by the displayable's number.
 struct DisplayableResource {
     using Interface = kelo::hmx::IDisplayables;
     using Element = kelo::hmx::DisplayableObject;
@@ -29,7 +29,7 @@ public:
 
     void* retrieveDisplayableObject(std::unique_ptr<kelo::IResponseHandler<kelo::hmx::DisplayableObject>>&& handler,
                                     const std::UUID& id, const kelo::optional<kelo::toluglobals::ToluParams>& params) override;
-    // The query value "displayableID", an integer, asks for the displayable of that number alone.
+    // The query value "displayableID", an integer, asks for only the displayable with that number.
     void* retrieveDisplayableObjects(std::unique_ptr<kelo::IResponseHandler<kelo::hmx::DisplayableObjectListPage>>&& handler,
                                      const kelo::optional<kelo::toluglobals::ToluParams>& params) override;
 };

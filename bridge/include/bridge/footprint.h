@@ -9,7 +9,7 @@
 
 namespace hmx {
 
-// What the C library and a shared pointer's counts add to an object on the heap, about.
+// What the C library and a shared pointer's control block add to an object on the heap, approximately.
 inline constexpr std::size_t heapOverhead = 32;
 
 template <class Value>
@@ -24,7 +24,7 @@ std::size_t membersHeapBytes(const T& record, const kelo::record::Table<T, Rows.
 
 }  // namespace detail
 
-// What hangs on a member of a record, beyond the member itself; an object that is shared counts for each who shares it.
+// The heap memory that a member of a record holds, without the member itself. A shared object counts for each of its holders.
 // Thread: that of all who hold it.
 template <class Value>
 std::size_t heapBytes(const Value& value) {
@@ -46,7 +46,7 @@ std::size_t heapBytes(const Value& value) {
     }
 }
 
-// All that a record of its own takes. Thread: likewise.
+// The memory of a record with an allocation of its own. Thread: likewise.
 template <kelo::record::Record T>
 std::size_t footprint(const T& record) {
     return sizeof(T) + heapOverhead + heapBytes(record);

@@ -1,4 +1,4 @@
-// The ids of a resource's elements, and the upstream names behind them.
+// The ids of a resource's elements, and the upstream names that they stand for.
 #pragma once
 
 #include <cstddef>
@@ -17,14 +17,14 @@
 
 namespace hmx {
 
-// Of a name or a number.
+// Hashes a name or a number.
 struct KeyHash {
     using is_transparent = void;
     std::size_t operator()(std::string_view name) const noexcept { return std::hash<std::string_view>{}(name); }
     std::size_t operator()(int number) const noexcept { return std::hash<int>{}(number); }
 };
 
-// How long the text of a key is.
+// The length of a key's text.
 inline std::size_t lengthOf(const std::string& name) noexcept {
     return name.size();
 }
@@ -32,31 +32,31 @@ inline std::size_t lengthOf(int) noexcept {
     return 0;
 }
 
-// What one table keeps before it forgets everything and begins anew.
+// What a table may keep. If it would exceed one of these, it forgets everything first.
 inline constexpr std::size_t mostIds = 16'384;
 inline constexpr std::size_t mostIdText = std::size_t{2} << 20U;
 
-// An id becomes known when an upstream answer first brings its element, and stays known until there are too many: then all are
-// forgotten, and an answer has to bring them again. It and its URI are made once for each key.
-// Thread: the bridge's worker.
+// An id becomes known when an upstream answer first contains its element. It stays known until there are too many: then all are
+// forgotten, and answers have to bring them again. Id and URI are made once for each key. Thread: the bridge's worker.
 template <class Key, class Hash = KeyHash, class Equal = std::equal_to<>>
 class IdTable {
 public:
     // The text that the id of a key's element is made from.
     using NameOf = std::string (*)(const Key&);
     using UriOf = kelo::url (*)(const std::UUID&);
-    // Called when another key turns out to have the same id.
+    // Called if another key turns out to have the same id.
     using OnTie = void (*)(const Key& known, const Key& fresh);
 
     IdTable(NameOf nameOf, UriOf uriOf, OnTie onTie = nullptr) : nameOf_{nameOf}, uriOf_{uriOf}, onTie_{onTie} {}
     IdTable(const IdTable&) = delete;
     IdTable& operator=(const IdTable&) = delete;
 
-    // The identity of the key's element, which is known from now on; good until the next call. Of keys that share an id, the one
-    // recorded last stands behind it. `key` may be of another type that `Hash` and `Equal` take and that makes a Key.
+    // Returns the identity of the key's element, which is known from now on; valid until the next call. If several keys have the
+    // same id, it stands for the one recorded last. `key` may be of another type that `Hash` and `Equal` accept and that a Key
+    // can be made from.
     template <class View>
     const Identity& record(const View& key) {
-        // Lists come in the order of the last one: an element is mostly the one that followed then, and found without a hash.
+        // Lists usually come in the same order: an element is mostly the one that followed the last time, and then needs no hash.
         Element* element = last_ == nullptr ? nullptr : last_->next;
         if (element == nullptr || !Equal{}(*element->key, key)) {
             element = &enter(key);
@@ -66,7 +66,7 @@ public:
         return element->identity;
     }
 
-    // Null for an id that is not known.
+    // Null if the id is not known.
     const Key* find(const std::UUID& id) const {
         const auto known = byId_.find(id);
         return known == byId_.end() ? nullptr : known->second.key;
@@ -76,7 +76,7 @@ private:
     struct Element {
         Identity identity;
         const Key* key = nullptr;
-        Element* next = nullptr;  // recorded after this one, last time
+        Element* next = nullptr;  // the element that was recorded after this one, the last time
     };
 
     template <class View>
@@ -107,10 +107,10 @@ private:
     NameOf nameOf_;
     UriOf uriOf_;
     OnTie onTie_;
-    // Their entries stay where they are, so each table may point into the other.
+    // Entries of these maps do not move, so each may point into the other.
     std::unordered_map<std::UUID, Element> byId_;
     std::unordered_map<Key, Element*, Hash, Equal> byKey_;
-    Element* last_ = nullptr;  // recorded
+    Element* last_ = nullptr;  // the one recorded last
     std::size_t text_ = 0;     // of all keys
     kelo::Gauge count_{"knownIds"};
     kelo::Gauge forgotten_{"forgottenIds"};

@@ -1,4 +1,4 @@
-// What an element is known by.
+// The identity of an element.
 #pragma once
 
 #include "kelo/std/uuid.h"
@@ -6,7 +6,7 @@
 
 namespace hmx {
 
-// Stays the same for the life of the element. Thread: any (a value).
+// Does not change while the element exists. Thread: any (a value).
 struct Identity {
     std::UUID id;
     kelo::url uri;

@@ -1,4 +1,4 @@
-// Serves the resource "/regionconfigurations" and tells the input manager of every change.
+// Serves the resource "/regionconfigurations" and sends every change to the input manager.
 #pragma once
 
 #include <chrono>
@@ -25,48 +25,48 @@
 
 namespace hmx {
 
-// What the bridge may keep, and have under way. Thread: any (a value).
+// Limits of what the bridge keeps and has in progress. Thread: any (a value).
 struct RegionLimits {
-    std::size_t configurations = 1024;               // kept or on their way
-    std::size_t bytes = std::size_t{8} << 20U;       // of memory that these take
+    std::size_t configurations = 1024;               // kept, or in progress
+    std::size_t bytes = std::size_t{8} << 20U;       // the memory of these
     std::size_t changes = 256;                       // sent and not answered, or waiting to be sent
-    std::size_t sentAgain = 16;                      // not answered, of those that are sent again at the input manager's return
-    std::size_t bytesSentAgain = 256U << 10U;        // likewise; a larger one goes alone
-    std::size_t freedBytes = std::size_t{2} << 20U;  // before memory goes back to the system
-    std::chrono::milliseconds patience{10'000};      // of a change's caller, who gets 504 after it
+    std::size_t sentAgain = 16;                      // of those that are sent again when the input manager returns: not answered
+    std::size_t bytesSentAgain = 256U << 10U;        // the same in bytes; a larger one goes alone
+    std::size_t freedBytes = std::size_t{2} << 20U;  // freed before memory is returned to the system
+    std::chrono::milliseconds patience{10'000};      // until the caller of a change gets 504
 };
 
 // Keeps the configurations that the input manager has accepted; they are not read back from it. The operations and
-// `cancelRequest` post their work to the worker and return at once, the operations with the request's key. Thread: the bridge's
-// worker, but for operations and `cancelRequest`: any.
+// `cancelRequest` post their work to the worker and return at once; the operations return the request's key. Thread: the bridge's
+// worker; operations and `cancelRequest`: any.
 class InputBridge final : public kelo::hmx::IRegionconfigurations {
     using Object = kelo::hmx::RegionconfigurationObject;
     using Clock = std::chrono::steady_clock;
 
     enum class Purpose : std::uint8_t {
         asked,      // by a client
-        clearing,   // of the regions that stand where another configuration of the same id goes
+        clearing,   // of the regions of another configuration with the same id
         sentAgain,  // because the input manager has been away
     };
     enum class Outcome : std::uint8_t { accepted, refused, unknown };
 
-    // One change on its way through the input manager. Thread: the bridge's worker.
+    // One change on its way to the input manager. Thread: the bridge's worker.
     struct Change {
         RegionAddress address;
-        std::shared_ptr<Object> object;  // as it is to be; not in the cache yet
-        const char* operation;           // as texts have it
-        bool isRemoval = false;          // what is accepted is erased from the cache rather than put into it
+        std::shared_ptr<Object> object;  // the new state; not in the cache yet
+        const char* operation;           // for texts
+        bool isRemoval = false;          // once accepted, erase the object from the cache instead of adding it
         Purpose purpose = Purpose::asked;
-        RequestKey key{};          // of the caller; null when there is none
-        std::uint64_t number = 0;  // counts what is sent
+        RequestKey key{};          // of the caller; null if there is none
+        std::uint64_t number = 0;  // order of sending
         Clock::time_point due{};   // when the caller gets 504
         unsigned round = 0;        // of sending again
-        std::size_t bytes = 0;     // of memory, where it is sent again
+        std::size_t bytes = 0;     // of memory; set if it is sent again
         bool isAccepted = false;
         bool isDecided = false;
-        UpstreamRequest upstream{};  // none when that is over with its first answer
+        UpstreamRequest upstream{};  // none if the request is one-shot
     };
-    // Receives the input manager's answers to it. Thread: the bridge's worker.
+    // Receives the input manager's answers. Thread: the bridge's worker.
     struct ChangeReceiver {
         using Value = std::nullptr_t;
         void onNext(const Value&) const;
@@ -80,19 +80,19 @@ class InputBridge final : public kelo::hmx::IRegionconfigurations {
 public:
     using CUpdateInputRegionsResponseHandler = UpstreamHandler<ChangeReceiver>;
 
-    // Shares the worker and outlives whatever is queued there.
+    // Shares ownership of the worker, and must outlive what is queued there.
     explicit InputBridge(std::shared_ptr<comm::ActiveObject> worker, const RegionLimits& limits = {});
 
-    // Sends through this API from now on, all that is kept first. Changes that are under way keep the one that they were sent
-    // with.
+    // Sends through this API from now on, beginning with everything that is kept. Changes in progress keep the API that they were
+    // sent with.
     void setApi(const ServiceApi& api);
-    // Sends nothing from now on. Harmless when nothing is attached.
+    // Stops sending. No effect if nothing is attached.
     void resetApi();
 
-    // Tells the input manager to clear the configuration's regions. `fields` is not consulted.
+    // Asks the input manager to clear the configuration's regions. `fields` is ignored.
     void* deleteRegionconfigurationObject(std::unique_ptr<kelo::IResponseHandler<std::nullptr_t>>&& handler, const std::UUID& id,
                                           const kelo::optional<std::vector<std::string>>& fields) override;
-    // Replaces the configuration if there is one for the same display, HMI and subcomponent.
+    // Replaces a configuration of the same display, HMI and subcomponent, if there is one.
     void* insertRegionconfigurationObject(std::unique_ptr<kelo::IResponseHandler<kelo::url>>&& handler,
                                           const kelo::hmx::InsertRegionconfigurationObject& insert) override;
     void* retrieveRegionconfigurationObject(
@@ -100,21 +100,21 @@ public:
         const kelo::optional<kelo::toluglobals::ToluParams>& params) override;
     void* updateRegionconfigurationObject(std::unique_ptr<kelo::IResponseHandler<kelo::url>>&& handler, const std::UUID& id,
                                           const kelo::hmx::UpdateRegionconfigurationObject& update) override;
-    // `key`: what an operation returned. Its handler hears nothing more; a request that is over is ignored. A change that is on
-    // its way to the input manager is not called back.
+    // `key`: the result of an operation. Its handler gets no further event; ignored if the request is over. A change that has
+    // been sent is not revoked.
     void cancelRequest(void* key) override;
 
 private:
     using Pending = PendingRequests<std::shared_ptr<Change>, kelo::url, std::nullptr_t>;
     using ChangeRequest = std::unique_ptr<Pending::Request>;
 
-    // What is known of one id beside its object in the cache. Thread: the bridge's worker.
+    // What is known about one id, in addition to its object in the cache. Thread: the bridge's worker.
     struct Configuration {
-        std::uint64_t decidedBy = 0;           // the change that the cache shows
-        std::uint64_t insertedBy = 0;          // the one that brought the object
-        std::uint64_t lastUnknown = 0;         // the last one of which nobody knows whether it was carried out
-        std::size_t underWay = 0;              // changes sent and not answered
-        std::unique_ptr<RegionAddress> place;  // where the last change went
+        std::uint64_t decidedBy = 0;           // the change that the cache reflects
+        std::uint64_t insertedBy = 0;          // the change that added the object
+        std::uint64_t lastUnknown = 0;         // the last change with an unknown outcome
+        std::size_t underWay = 0;              // changes that were sent and not answered
+        std::unique_ptr<RegionAddress> place;  // where the last change was sent
         bool isClearing = false;               // changes wait until `place` is cleared
         bool isToBeSentAgain = false;
 
@@ -122,16 +122,16 @@ private:
     };
     using Configurations = std::unordered_map<std::UUID, Configuration>;
 
-    // Memory of configurations. Thread: the bridge's worker.
+    // The memory of configurations. Thread: the bridge's worker.
     struct Memory {
         std::size_t bytes = 0;
-        std::size_t freed = 0;  // since the system got some back
+        std::size_t freed = 0;  // since memory was last returned to the system
         kelo::Gauge gauge{"regionBytes"};
     };
-    // An object that counts as long as somebody holds it. Thread: the bridge's worker.
+    // An object that is counted as long as somebody holds it. Thread: the bridge's worker.
     struct Charged;
 
-    // What is sent again after the input manager's return. Thread: the bridge's worker.
+    // Progress of sending again after the input manager's return. Thread: the bridge's worker.
     struct Round {
         unsigned number = 0;
         std::deque<std::UUID> left{};
@@ -141,11 +141,11 @@ private:
     };
 
     std::shared_ptr<Object> charged(Object&& object);
-    // Sends a change, or says why not.
+    // Sends a change, or refuses it with the reason.
     template <class Result>
     void send(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, Change change);
     void submit(ChangeRequest request);
-    // Without a request: the bridge's own change.
+    // Without a request: a change that the bridge makes itself.
     void transmit(const std::shared_ptr<Change>& change, ChangeRequest request = nullptr);
     void accepted(Change& change);
     void decide(Change& change, Outcome outcome, const kelo::Response* response = nullptr);
@@ -170,7 +170,7 @@ private:
     kelo::tolu::ToluResourceData<Object> cache_;
     std::uint64_t lastNumber_ = 0;
     std::map<std::uint64_t, std::shared_ptr<Change>> underWay_;  // by number
-    std::deque<ChangeRequest> waiting_;                          // for a place to be cleared
+    std::deque<ChangeRequest> waiting_;                          // until a place is cleared
     Round round_;
     bool isAlarmSet_ = false;
     Pending pending_;

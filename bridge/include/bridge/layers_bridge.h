@@ -1,4 +1,4 @@
-// Serves the resource "/layerconfigurations", one for each display, from the display manager.
+// Serves the resource "/layerconfigurations" from the display manager: one configuration for each display.
 #pragma once
 
 #include <string>
@@ -10,7 +10,7 @@
 
 namespace hmx {
 
-// The types of the layer configurations. An element is known upstream by the name of its display.
+// The types of the layer configurations. Upstream, an element is identified by the name of its display.
 struct LayersResource {
     using Interface = kelo::hmx::ILayerconfigurations;
     using Element = kelo::hmx::LayerconfigurationObject;
@@ -33,7 +33,7 @@ public:
     void* retrieveLayerconfigurationObject(std::unique_ptr<kelo::IResponseHandler<kelo::hmx::LayerconfigurationObject>>&& handler,
                                            const std::UUID& id,
                                            const kelo::optional<kelo::toluglobals::ToluParams>& params) override;
-    // The query value "name" asks for the configuration of the display of that name alone.
+    // The query value "name" asks for only the configuration of the display of that name.
     void* retrieveLayerconfigurationObjects(
         std::unique_ptr<kelo::IResponseHandler<kelo::hmx::LayerconfigurationObjectListPage>>&& handler,
         const kelo::optional<kelo::toluglobals::ToluParams>& params) override;

@@ -1,4 +1,4 @@
-// The requests that a bridge has under way: who asked, what was asked upstream, and how the two ends of each end together.
+// The requests that a bridge has in progress: who asked, what was asked upstream, and how the two ends of each finish together.
 #pragma once
 
 #include <cstdint>
@@ -13,9 +13,8 @@
 
 namespace hmx {
 
-// Names a request between the resource service and its bridge: what a bridge's operation returns and `cancelRequest` is given.
-// Never null, and never the same twice in the life of the process, so that a late cancellation finds nothing rather than somebody
-// else's request.
+// Identifies a request between the resource service and its bridge: an operation returns it, and `cancelRequest` takes it. Never
+// null, and never used twice in a process, so a late cancellation cannot hit another request.
 using RequestKey = void*;
 
 // Thread: any.
@@ -23,20 +22,20 @@ using RequestKey = void*;
 
 // The upstream end of a request. Thread: the bridge's worker (a value).
 struct UpstreamRequest {
-    // The API that issued the handle, which need not be the one that is attached now; not owned.
+    // The API that issued the handle, which may not be the one attached now; not owned.
     kelo::IKeloApi* api = nullptr;
     void* handle = kelo::IKeloApi::UNDEFINED_REQUEST_HANDLE;
 
-    // Ends the request upstream, if there is one and it still runs.
+    // Ends the request upstream, if there is one that is not over.
     void cancel() const;
 };
 
-// The requests of one bridge, each with one downstream handler, for a result of one of the types `Results`, and a `Context` for
-// the bridge's own use. It is here that
-//  - a request that is finished downstream (its handler took its last value) is cancelled upstream;
-//  - a request that is cancelled downstream is cancelled upstream, and its handler hears nothing more;
-//  - a request that ends upstream, or is lost with its service, gives its handler exactly one terminal event;
-//  - events of a request that is over are ignored.
+// The requests of one bridge. Each has one downstream handler, for a result of one of the types `Results`, and a `Context` for
+// the bridge's own use. The rules:
+// - A request that is finished downstream (its handler took its last value) is cancelled upstream.
+// - A request that is cancelled downstream is cancelled upstream, and its handler gets no further event.
+// - A request that ends upstream, or is lost with its service, gives its handler exactly one terminal event.
+// - Events of a request that is over are ignored.
 // Thread: the bridge's worker.
 template <class Context, class... Results>
 class PendingRequests {
@@ -47,16 +46,16 @@ public:
     PendingRequests() = default;
     PendingRequests(const PendingRequests&) = delete;
     PendingRequests& operator=(const PendingRequests&) = delete;
-    // Destroys the handlers that are left without an event and leaves their upstream requests alone.
+    // Destroys the remaining handlers without an event; does not touch their upstream requests.
     ~PendingRequests() = default;
 
-    // A request, from the handler's making to its end.
+    // A request, from the creation of its handler to its end.
     struct Request : util::Pooled {
         template <class Result>
         Request(Handler<Result> to, Context of)
             : oneShot{to->isOneShot()}, account{to->account()}, handler{std::move(to)}, context{std::move(of)} {}
 
-        // The last event goes to the handler.
+        // Each sends the last event to the handler.
         void fail(const kelo::Response& response) const {
             std::visit([&](const auto& to) { to->onError(response); }, handler);
         }
@@ -65,15 +64,15 @@ public:
         }
 
         const bool oneShot;
-        kelo::Account* const account;  // good while the handler lives
+        kelo::Account* const account;  // valid while the handler exists
         std::variant<Handler<Results>...> handler;
         Context context;
         UpstreamRequest upstream;
     };
 
-    // Enters a request and makes its upstream one: `ask` calls the upstream stub and returns the handle that it got from it,
-    // which `api` issued. The handler of the upstream request reports to the functions below, and may do so inside the call. A
-    // throw of `ask` ends the request without an event.
+    // Enters a request and sends its upstream request: `ask` calls the upstream stub and returns the handle, which `api` issued.
+    // The handler of the upstream request calls the functions below, possibly before `ask` returns. If `ask` throws, the request
+    // ends without an event.
     template <class Ask>
     void start(RequestKey key, std::unique_ptr<Request> entry, kelo::IKeloApi* api, Ask&& ask) {
         requests_.put(idOf(key), std::move(entry));
@@ -91,15 +90,15 @@ public:
         }
     }
 
-    // The context of a request, null when it is over. Good until the next call of a function that may end the request.
+    // The context of a request; null if it is over. Valid until the next call that may end the request.
     const Context* context(RequestKey key) const noexcept {
         const Request* const request = requests_.find(idOf(key));
         return request == nullptr ? nullptr : &request->context;
     }
 
-    // Upstream has a value: hands down the Result that `make()` makes of it. False, and nothing is made, when there is no such
-    // request or it waits for another type. A throw of `make` or of the handler ends the request at both ends, downstream without
-    // an event.
+    // Upstream has sent a value: passes the Result that `make()` returns to the handler. If there is no such request, or it waits
+    // for another type, returns false without calling `make`. If `make` or the handler throws, the request ends at both ends,
+    // downstream without an event.
     template <class Result, class Make>
     bool next(RequestKey key, Make&& make) {
         Request* const request = find(key);
@@ -117,12 +116,12 @@ public:
         if (!over->oneShot) {
             over->upstream.cancel();
         } else if (!finished) {
-            over->complete();  // one value was all that was asked for upstream, so that end is over
+            over->complete();  // the one-shot request upstream has ended with this value
         }
         return true;
     }
 
-    // Upstream ended.
+    // Upstream has ended.
     void fail(RequestKey key, const kelo::Response& response) {
         if (const auto over = take(key)) over->fail(response);
     }
@@ -130,14 +129,14 @@ public:
         if (const auto over = take(key)) over->complete();
     }
 
-    // Cancelled downstream. False when there is no such request.
+    // The request was cancelled downstream. False if there is no such request.
     bool cancel(RequestKey key) {
         const auto over = take(key);
         if (over == nullptr) return false;
         over->upstream.cancel();
         return true;
     }
-    // The same, but leaves the upstream request to its end.
+    // The same, but the upstream request continues.
     bool abandon(RequestKey key) { return take(key) != nullptr; }
 
     bool empty() const noexcept { return requests_.empty(); }
@@ -145,7 +144,7 @@ public:
 private:
     static std::uint64_t idOf(RequestKey key) noexcept { return reinterpret_cast<std::uintptr_t>(key); }
     Request* find(RequestKey key) noexcept { return requests_.find(idOf(key)); }
-    // A request leaves the table before its last event goes out.
+    // A request leaves the table before its last event is sent.
     std::unique_ptr<Request> take(RequestKey key) noexcept { return requests_.take(idOf(key)); }
 
     util::IdMap<Request> requests_;

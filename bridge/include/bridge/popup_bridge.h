@@ -18,9 +18,9 @@
 
 namespace hmx {
 
-// Keeps no popups: every retrieve asks upstream, and one that is not one-shot passes on what upstream reports until it ends. All
-// it keeps is which ids it has seen. The operations and `cancelRequest` post their work to the worker and return at once, the
-// operations with the request's key. Thread: the bridge's worker, but for operations and `cancelRequest`: any.
+// Keeps no popups: every retrieve asks upstream. One that is not one-shot passes on what upstream reports until it ends. The
+// bridge keeps only the ids it has seen. The operations and `cancelRequest` post their work to the worker and return at once; the
+// operations return the request's key. Thread: the bridge's worker; operations and `cancelRequest`: any.
 class PopupBridge final : public kelo::hmx::IPopups {
     // Each receives the answers to one kind of upstream request. Thread: the bridge's worker.
     struct Receiver {
@@ -50,31 +50,31 @@ public:
     using GetPopup = UpstreamHandler<PopupReceiver>;
     using UpdatePopupState = UpstreamHandler<UpdateReceiver>;
 
-    // Shares the worker and outlives whatever is queued there.
+    // Shares ownership of the worker, and must outlive what is queued there.
     explicit PopupBridge(std::shared_ptr<comm::ActiveObject> worker);
 
-    // Sends through this API from now on. Requests that are under way keep the one that they were made with.
+    // Sends through this API from now on. Requests in progress keep the API that they were made with.
     void setApi(const ServiceApi& api);
-    // Sends nothing from now on. Harmless when nothing is attached.
+    // Stops sending. No effect if nothing is attached.
     void resetApi();
 
     void* retrievePopupObject(std::unique_ptr<kelo::IResponseHandler<kelo::hmx::PopupObject>>&& handler, const std::UUID& id,
                               const kelo::optional<kelo::toluglobals::ToluParams>& params) override;
-    // The query value "display" is required. "name" asks for the popup of that name alone; otherwise "active", "isFullscreen",
-    // "requested", "slot" and "visible" ask upstream for the popups in that state alone.
+    // The query value "display" is required. "name" asks for only the popup of that name. Without it, "active", "isFullscreen",
+    // "requested", "slot" and "visible" ask upstream for only the popups in that state.
     void* retrievePopupObjects(std::unique_ptr<kelo::IResponseHandler<kelo::hmx::PopupObjectListPage>>&& handler,
                                const kelo::optional<kelo::toluglobals::ToluParams>& params) override;
     void* updatePopupObject(std::unique_ptr<kelo::IResponseHandler<kelo::url>>&& handler, const std::UUID& id,
                             const kelo::hmx::UpdatePopupObject& update) override;
-    // `key`: what an operation returned. Ends its request without an event to its handler; one that is over is ignored.
+    // `key`: the result of an operation. Ends its request without an event to the handler; ignored if the request is over.
     void cancelRequest(void* key) override;
 
 private:
-    // What is to be known of a request when its answer comes.
+    // What must be known about a request when its answer comes.
     struct RequestDetails {
-        PopupKey popup;  // without a name when all popups of the display were asked for
+        PopupKey popup;  // without a name if all popups of the display were asked for
         kelo::optional<kelo::toluglobals::ToluParams> params;
-        kelo::url uri;  // of the element that an update is of
+        kelo::url uri;  // of the element that is updated
     };
 
     // Sends the request that `ask(client, upstream handler)` makes, or answers that there is no client.

@@ -17,13 +17,13 @@
 
 namespace hmx {
 
-// What upstream knows a popup by. Thread: any (a value).
+// Identifies a popup upstream. Thread: any (a value).
 struct PopupKey {
     std::string display;
     std::string name;
 };
 
-// The same, borrowed. Thread: any (a value).
+// The same as a reference. Thread: any (a value).
 struct PopupKeyView {
     std::string_view display;
     std::string_view name;
@@ -31,7 +31,7 @@ struct PopupKeyView {
     explicit operator PopupKey() const { return {std::string{display}, std::string{name}}; }
 };
 
-// Of either.
+// Hashes either.
 struct PopupKeyHash {
     using is_transparent = void;
     template <class Key>
@@ -48,21 +48,21 @@ struct PopupKeyEqual {
     }
 };
 
-// How long the texts of a key are.
+// The length of a key's texts.
 inline std::size_t lengthOf(const PopupKey& popup) noexcept {
     return popup.display.size() + popup.name.size();
 }
 
-// What the id of a popup is made from. Thread: any.
+// The name that a popup's id is made from. Thread: any.
 [[nodiscard]] inline std::string popupIdName(const PopupKey& popup) {
     return popupIdName(popup.display, popup.name);
 }
 
-// The element; `identity` is its own. Members that upstream does not report are absent. Thread: any.
+// Returns the element; `identity` must be its own. Members that upstream does not report are absent. Thread: any.
 [[nodiscard]] kelo::hmx::PopupObject toPopupObject(const std::string& display, const kelo::hmx::popups::Popup& popup,
                                                    const Identity& identity);
 
-// The states that a query restricts itself to; values of the wrong type restrict nothing. Thread: any.
+// The states that a query asks for; values of the wrong type are ignored. Thread: any.
 [[nodiscard]] kelo::hmx::popups::PopupStateFilter toStateFilter(const util::config::Dictionary& query);
 
 // Thread: any.

@@ -8,8 +8,8 @@
 
 namespace hmx {
 
-// The string under `key` by which a request restricts itself to one display or element. Null when there is none, it is not a
-// string, or it is "UNDEFINED", which restricts nothing. Good as long as the dictionary. Thread: any.
+// The string under `key`, which restricts a request to one display or element. Null if there is none, if it is not a string, or
+// if it is "UNDEFINED", which restricts nothing. Valid as long as the dictionary. Thread: any.
 [[nodiscard]] const std::string* restriction(const util::config::Dictionary& query, std::string_view key) noexcept;
 
 }  // namespace hmx

@@ -7,7 +7,8 @@
 
 namespace hmx {
 
-// The configuration's regions. What is absent stays absent, but for the list of layers, which is empty then. Thread: any.
+// Returns the configuration's regions. What is absent stays absent, except for the list of layers, which is then empty. Thread:
+// any.
 [[nodiscard]] kelo::hmx::inputregions::HapticAndInputInfoPerHMI toUpstreamRegions(
     const kelo::hmx::RegionconfigurationObject& object);
 

@@ -1,4 +1,4 @@
-// The objects of answers that are over, used again.
+// Reuses the objects of answers that are over.
 #pragma once
 
 #include <cstddef>
@@ -8,24 +8,24 @@
 
 namespace hmx {
 
-// What the pointer points to, for writing over: the object that is there if nobody else holds it, else a new one.
-// Thread: that of all who hold it.
+// Returns an object to be overwritten: the one that the pointer owns if nobody else holds it, otherwise a new one. Thread: that
+// of all who hold it.
 template <class T>
 T& ownObject(std::shared_ptr<T>& pointer) {
     if (pointer.use_count() != 1) pointer = std::make_shared<T>();
     return *pointer;
 }
 
-// The elements of the last page, of which the next one is made: a page of as many needs no memory then, which saves a request of
-// four displays a tenth of its instructions. The price is that whoever fills an element must write every member.
-// Thread: the bridge's worker, on which pages end, too.
+// Keeps the elements of the last page for the next one. A page of the same length then needs no memory; for four displays that
+// saves a tenth of a request's instructions. In return, the code that fills an element must write every member. Thread: the
+// bridge's worker, where pages are also destroyed.
 template <class Element>
 class SpareElements {
 public:
     using Elements = std::vector<std::shared_ptr<Element>>;
 
-    // Fills a page's list: `fill` is called with a callable that gives the next element, with whatever was in it last. The list
-    // is to be moved from.
+    // Fills a page's list: calls `fill` with a function that returns the next element, which still has its old content. The
+    // result is to be moved from.
     template <class Fill>
     Elements&& make(Fill&& fill) {
         elements_.reserve(lastSize_);
@@ -38,7 +38,7 @@ public:
         lastSize_ = count;
         return std::move(elements_);
     }
-    // Takes back the list of a page that is over; of a long one nothing, a thread does not hold on to that for a rare one's sake.
+    // Takes back the list of a page that is over; a long list is not kept, because it is rare.
     void keep(Elements&& elements) noexcept {
         if (elements.size() <= most) elements_.swap(elements);
     }
@@ -46,8 +46,8 @@ public:
 private:
     static constexpr std::size_t most = 256;
 
-    Elements elements_;         // of the last page
-    std::size_t lastSize_ = 0;  // a page is likely to be as long as the last
+    Elements elements_;         // those of the last page
+    std::size_t lastSize_ = 0;  // a page is likely to be as long as the last one
 };
 
 }  // namespace hmx

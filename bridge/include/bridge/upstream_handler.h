@@ -1,4 +1,4 @@
-// The handler of a bridge's upstream requests: carries each event to the bridge's worker.
+// The handler of a bridge's upstream requests: brings each event to the bridge's worker.
 #pragma once
 
 #include <cstddef>
@@ -10,21 +10,21 @@
 
 namespace hmx {
 
-// `Receiver` is a small value that knows the bridge and the request. It names what it receives, `Value`, and has the functions
-// onNext(const Value&), onError(const kelo::Response&) and onCompleted(), const all of them, which run on the worker. Copies of
-// it outlive the handler in the events that are queued; the bridge outlives those.
+// `Receiver` is a small value that knows the bridge and the request. It names the type that it receives, `Value`, and has the
+// const functions onNext(const Value&), onError(const kelo::Response&) and onCompleted(), which run on the worker. Copies of it
+// outlive the handler in queued events; the bridge outlives those.
 //
-// An API that is read by the worker itself calls the handler there, between events; nothing needs to be handed over then, and
-// neither copied nor queued. It makes no difference to the request: its events still come one after the other, as an API keeps to
-// one thread, and the requests of a bridge cope with an event from inside the very call that makes them. Thread: any, one call at
-// a time.
+// If the worker itself reads the API's connection, it calls the handler between events: nothing is copied or queued then. For the
+// request this makes no difference. Its events still come one after another, and a bridge's requests can handle an event that
+// comes before the call that makes them has returned. Thread: any, one call at a time.
 template <class Receiver>
 class UpstreamHandler final : public kelo::IResponseHandler<typename Receiver::Value>, public util::Pooled {
 public:
     using ReceiverType = Receiver;
     using Value = typename Receiver::Value;
 
-    // `oneShot`: one value is all that is wanted. `account`: of whoever wants it. Neither worker nor receiver's bridge is owned.
+    // `oneShot`: only one value is wanted. `account`: that of the client that wants it. Neither the worker nor the receiver's
+    // bridge is owned.
     UpstreamHandler(comm::ActiveObject& worker, bool oneShot, kelo::Account* account, Receiver receiver)
         : worker_{worker}, receiver_{std::move(receiver)}, account_{account}, oneShot_{oneShot} {}
 

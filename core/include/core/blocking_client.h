@@ -1,4 +1,4 @@
-// Requests to one service that wait for their answers: for programs that have nothing else to do meanwhile.
+// A client that waits for the answers to its requests, for programs that have nothing else to do meanwhile.
 #pragma once
 
 #include <chrono>
@@ -11,23 +11,22 @@
 
 namespace kelo {
 
-// Thread: any, one at a time; never one of a runtime's own.
+// Thread: any, one at a time; never one of a runtime's own threads.
 class BlockingClient {
 public:
-    // `options` choose the domain. `patience`: of each request, from the call to the answer; a service that is not there is
-    // waited for as long.
+    // `options`: the domain. `patience`: for each request, the time from the call to the answer, including the wait for a service
+    // that is not there.
     explicit BlockingClient(std::string_view servicePath, std::chrono::milliseconds patience = std::chrono::seconds{5},
                             runtime::RuntimeOptions options = {});
     ~BlockingClient();
     BlockingClient(const BlockingClient&) = delete;
     BlockingClient& operator=(const BlockingClient&) = delete;
 
-    // The first answer, which owns its payload. Where there is none, a status says why, with the reason as text: 503 for a
-    // service that is not to be had or was lost, 504 for one that stayed silent, 204 for one that ended the request without an
-    // answer.
+    // Returns the first answer, which owns its payload. If there is none, the status says why, with a reason as text: 503 if the
+    // service could not be reached or was lost, 504 if it did not answer in time, 204 if it ended the request without an answer.
     Response request(Request request);
 
-    // Fills `result` with the answer's document; 500 with the reason where that is of another type.
+    // Reads the answer's document into `result`; 500, with the reason, if the document is of another type.
     template <class Result>
     Response retrieve(std::string_view path, Result& result) {
         return decoded(path, request(Request{"retrieve", path}), ResultView::of(result));

@@ -1,4 +1,4 @@
-// What the stubs of all upstream services share: making requests, sending them, decoding the answers.
+// The common part of all upstream client stubs: makes requests, sends them, decodes the answers.
 #pragma once
 
 #include <initializer_list>
@@ -17,35 +17,34 @@ namespace kelo {
 // One operation of an upstream service. Refers to literals. Thread: any (a value).
 struct ClientOperation {
     std::string_view command;
-    std::string_view pattern;         // of the path; each "*" stands for an argument
-    const char* resultType = "none";  // as decoding errors name it
-    bool hasDeadline = true;          // false: its answer is waited for as long as the service lives
+    std::string_view pattern;         // of the path; each "*" stands for one argument
+    const char* resultType = "none";  // as decoding errors call it
+    bool hasDeadline = true;          // false: wait for the answer as long as the service exists
 };
 
-// Fills `result` from the payload of an answer of the service `servicePath`. True on failure, with the error in the store:
-// unknownMimeType and the mime type's text, or cannotDeserialize and "<type name>: <reason>"; either is followed by the service
-// and the operation, so that whoever reads it knows whose answer it was. The log has it too, a few times a second at most.
-// Thread: any.
+// Reads the payload of an answer of the service `servicePath` into `result`. True on failure, with the error in the store:
+// unknownMimeType and the mime type's text, or cannotDeserialize and "<type name>: <reason>", in both cases followed by the
+// service and the operation. The error is also logged, at a limited rate. Thread: any.
 [[nodiscard]] bool decodeResponse(const Response& response, ResultView result, const ClientOperation& operation,
                                   std::string_view servicePath);
 
-// A value but for the API, which it does not own and which outlives it. Thread: any.
+// A value, except for the API, which it does not own and which must outlive it. Thread: any.
 class ClientStub {
 public:
-    // `servicePath`: where the service is published; a literal. `mimeType`: of the bodies sent, and of the answers asked for.
+    // `servicePath`: where the service is published; a literal. `mimeType`: for the bodies that are sent and the answers that are
+    // wanted.
     ClientStub(IKeloApi* api, std::string_view servicePath, std::string_view mimeType);
 
-    // Sends the request; the arguments, percent-encoded, take the places of the stars. The result is its handle for
-    // IKeloApi::cancel. A handler of std::nullptr_t gets a null for every answer, whatever it holds; any other gets the answer
-    // decoded, and an error with its status from the framework error, normally 500, if it does not decode. Error answers reach
-    // the handler as they are.
+    // Sends the request; the arguments, percent-encoded, replace the stars. Returns the handle for IKeloApi::cancel. A handler of
+    // std::nullptr_t gets a null for every answer, whatever it contains. Any other handler gets the decoded answer, or, if it
+    // cannot be decoded, an error with the status of the framework error, normally 500. Error answers are passed on unchanged.
     template <class Result>
     void* request(const ClientOperation& operation, std::unique_ptr<IResponseHandler<Result>>&& handler,
                   std::initializer_list<std::string_view> arguments) const {
         return send(operation, decoding(operation, std::move(handler)), arguments, {});
     }
-    // The same with a body. One that cannot be written gives the handler 400 with the reason, at once, and
-    // UNDEFINED_REQUEST_HANDLE; nothing is sent.
+    // The same with a body. If the body cannot be written, the handler gets 400 with the reason before the call returns
+    // UNDEFINED_REQUEST_HANDLE, and nothing is sent.
     template <class Result, class Body>
     void* request(const ClientOperation& operation, std::unique_ptr<IResponseHandler<Result>>&& handler,
                   std::initializer_list<std::string_view> arguments, const Body& body) const {

@@ -1,4 +1,4 @@
-// Reading and writing whole documents, whatever they hold, with one reader and one writer for each encoding and thread.
+// Reads and writes whole documents of any type, with one reader and one writer for each encoding and thread.
 #pragma once
 
 #include <cstdint>
@@ -10,7 +10,7 @@
 
 namespace kelo {
 
-// A value of any record type, to be written. Refers to it. Thread: as the value.
+// A reference to a value of any record type that is to be written. Thread: as for the value.
 struct BodyView {
     const void* value = nullptr;
     bool (*write)(serializer::IStructuredSerializer&, const void*) = nullptr;
@@ -23,7 +23,7 @@ struct BodyView {
     }
 };
 
-// A value of any record type, to be filled. Refers to it. Thread: as the value.
+// A reference to a value of any record type that is to be filled. Thread: as for the value.
 struct ResultView {
     void* value;
     bool (*read)(serializer::IStructuredPullDeserializer&, void*);
@@ -36,11 +36,11 @@ struct ResultView {
     }
 };
 
-// Appends the value's document to `buffer`. True on failure, with the reason in the error store: unknownMimeType, with the mime
-// type's text, for a type that has no structured encoding. Thread: any.
+// Appends the value's document to `buffer`. True on failure, with the reason in the error store: unknownMimeType and the mime
+// type's text if the type has no structured encoding. Thread: any.
 [[nodiscard]] bool writeDocument(util::ByteBufferWriter& buffer, const MimeType& mimeType, BodyView body);
 
-// Fills the value from the document, which must be nothing but one. True on failure, likewise. Thread: any.
+// Reads the whole document into the value. True on failure, with the reason as above. Thread: any.
 [[nodiscard]] bool readDocument(std::span<const std::uint8_t> document, const MimeType& mimeType, ResultView result);
 
 }  // namespace kelo

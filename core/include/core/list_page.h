@@ -1,4 +1,4 @@
-// A page of a resource's elements, and the one place where pages are cut.
+// A page of a resource's elements. All pages are cut here.
 #pragma once
 
 #include <cstddef>
@@ -16,13 +16,13 @@
 
 namespace kelo::tolu {
 
-// Thread: any (a value); its elements are shared.
+// Thread: any (a value); the elements are shared.
 template <class T>
 struct ListPage {
     kelo::optional<toluglobals::RequestHint> previous;
     kelo::optional<toluglobals::RequestHint> next;
-    int total = 0;       // elements that match, on all pages
-    int totalPages = 1;  // pages of `limit` elements; 1 without a limit
+    int total = 0;       // number of matching elements on all pages
+    int totalPages = 1;  // number of pages of `limit` elements; 1 without a limit
     kelo::optional<int> offset;
     kelo::optional<std::UUID> offsetId;
     std::vector<std::shared_ptr<T>> data;
@@ -44,18 +44,18 @@ bool deserialize(serializer::IStructuredPullDeserializer& reader, ListPage<T>& p
     return record::read(reader, page);
 }
 
-// Where a page lies among the matching elements. Thread: any (a value).
+// The position of a page among the matching elements. Thread: any (a value).
 struct PageWindow {
-    std::size_t previousBegin = 0;  // of the page in front, which ends at `begin`
+    std::size_t previousBegin = 0;  // of the previous page, which ends at `begin`
     std::size_t begin = 0;
     std::size_t end = 0;
     int totalPages = 1;
-    bool isCut = false;  // a limit leaves elements out: the page names its place and its neighbours
+    bool isCut = false;  // a limit leaves elements out: the page gives its position and its neighbours
 };
-// `total`: matching elements. `behind`: how many of these stand up to and including the one that `offsetId` names.
+// `total`: the number of matching elements. `behind`: the number of these up to and including the one that `offsetId` names.
 [[nodiscard]] PageWindow placePage(const toluglobals::ToluParams& params, std::size_t total, std::size_t behind);
 
-// Whether an id stands for one element alone.
+// Whether exactly one element has this id.
 template <class T>
 [[nodiscard]] bool isOnlyOne(const std::vector<std::shared_ptr<T>>& elements, const std::UUID& id) {
     std::size_t count = 0;
@@ -63,16 +63,16 @@ template <class T>
     return count == 1;
 }
 
-// The page of `elements`, none of them null, that `params` asks for, in their order:
-//  1. The elements whose members match the query values. The values under `consumedKeys` have done their work before and
-//     decide nothing, like those that name no member.
-//  2. Of these, the ones that `limit` and `offsetId` or, without that, `offset` leave in. With `offsetId` the page begins
-//     behind the element of that id, whether it matches or not. When there is no such element the page is empty, so that a
-//     client that walks the pages while elements go comes to an end and not to the start again.
-//  3. Of their members, those in `fields`.
-// Hints name the neighbours as the request named this page, by number or by the element in front; a page at the very start has
-// none in front and is named by number, as is one that begins behind an element whose id another element has, too. The previous
-// page is short where fewer than `limit` elements lie in front, so that neighbours do not overlap.
+// Returns the page of `elements`, which must not be null, that `params` asks for. The order is kept.
+//   1. Selects the elements whose members match the query values. Values under `consumedKeys` have been applied before and are
+//      ignored here, like those that name no member.
+//   2. Of these, takes the ones given by `limit` and `offsetId` or, without offsetId, `offset`. With `offsetId` the page begins
+//      after the element with that id, whether or not that element matches. If there is no such element, the page is empty: a
+//      client that walks the pages while elements disappear then comes to an end instead of starting again.
+//   3. Of their members, keeps those named in `fields`.
+// Hints name the neighbours in the way in which the request named this page: by number, or by the element before the page. A page
+// that begins at the first element has none before it and is named by number; so is one that begins after an element whose id is
+// not unique. If fewer than `limit` elements precede this page, the previous page has only these, so that the two do not overlap.
 template <class T>
 [[nodiscard]] ListPage<T> cutPage(std::vector<std::shared_ptr<T>> elements, const kelo::optional<toluglobals::ToluParams>& params,
                                   std::initializer_list<std::string_view> consumedKeys = {}) {
@@ -88,7 +88,7 @@ template <class T>
     for (std::size_t i = 0; i < elements.size(); ++i) {
         const bool isOffset = params->offsetId && elements[i]->id == *params->offsetId;
         if (filter.admits(*elements[i])) {
-            if (matching != i) elements[matching].swap(elements[i]);  // what does not match goes to the end
+            if (matching != i) elements[matching].swap(elements[i]);  // elements that do not match move to the end
             ++matching;
         }
         if (isOffset) behind = matching;

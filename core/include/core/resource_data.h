@@ -1,11 +1,11 @@
-// A resource's objects by id, and the requests that hear of their changes.
+// A resource's objects by id, and the requests that follow their changes.
 //
-// Listeners are response handlers. Each gets the objects when it is added and again at every change of what it listens to; it
-// leaves when an onNext returns true, when its request is cancelled, or with the data itself, which sends no event. A handler may
-// call back into the data from inside an event: what is cancelled or finished during a notification hears no more at once, but is
-// only destroyed when the outermost notification is over, so that no handler is destroyed below its own feet and no walk loses
-// its place; what is added during one has got the objects as they are and joins the next. A handler that throws is dropped; the
-// others still hear of the change before the exception goes on.
+// Listeners are response handlers. Each gets the objects when it is added and again at every change of what it listens to. It
+// leaves when onNext returns true, when its request is cancelled, or when the data is destroyed, which sends no event. A handler
+// may call back into the data from inside an event. A listener that is cancelled or finished during a notification gets no
+// further event, but is destroyed only when the outermost notification is over, so that no handler is destroyed while it runs and
+// no iteration is disturbed. A listener that is added during a notification has already got the objects as they are and takes
+// part from the next one on. A handler that throws is dropped; the others are notified before the exception is passed on.
 #pragma once
 
 #include <cstddef>
@@ -31,8 +31,8 @@ namespace kelo {
 template <class Key, class Value>
 class MapResourceData;
 
-// A resource: owns its listeners, shares its objects, which nobody changes once they are in it. `Key{}` is no element's id: it
-// stands for the collection. Thread: the owner's worker.
+// A resource: owns its listeners and shares its objects, which nobody modifies after they have been added. `Key{}` must not be an
+// element's id: it stands for the collection. Thread: the owner's worker.
 template <class Key, class T>
 class MapResourceData<Key, std::shared_ptr<T>> {
 public:
@@ -42,33 +42,33 @@ public:
     MapResourceData(const MapResourceData&) = delete;
     MapResourceData& operator=(const MapResourceData&) = delete;
     ~MapResourceData() {
-        index_.clear();  // a handler that cancels while it is destroyed finds nothing to cancel
+        index_.clear();  // a handler that calls cancel from its destructor then finds nothing
         const auto doomed = std::move(listeners_);
     }
 
-    // Null when there is none.
+    // Null if there is none.
     [[nodiscard]] std::shared_ptr<T> find(const Key& id) const {
         const auto found = objects_.find(id);
         return found == objects_.end() ? nullptr : found->second;
     }
     [[nodiscard]] const Objects& objects() const noexcept { return objects_; }
 
-    // Adds or replaces the object, which is not null, and notifies the element's listeners, then the collection's.
+    // Adds or replaces the object, which must not be null; notifies the element's listeners, then the collection's.
     void put(const Key& id, std::shared_ptr<T> object) {
         objects_.insert_or_assign(id, std::move(object));
         notifyChange(id);
     }
-    // Likewise; the element's listeners get the error for an unknown id, and leave. False, and nothing happens, when there is no
-    // such object.
+    // The same for a removal; the element's listeners get the error for an unknown id and leave. If there is no such object,
+    // returns false and does nothing.
     bool erase(const Key& id) {
         if (objects_.erase(id) == 0) return false;
         notifyChange(id);
         return true;
     }
 
-    // Hands the element to the handler, now and at every change; an unknown id ends the request with its error. `requestKey`
-    // names the request to `cancel`; a null one cannot be cancelled. A request that had the key before is dropped without an
-    // event.
+    // Gives the element to the handler, now and at every change; an unknown id ends the request with an error. `requestKey`
+    // identifies the request for `cancel`; a request with a null key cannot be cancelled. An earlier request with the same key is
+    // dropped without an event.
     void addListener(void* requestKey, const Key& id, std::unique_ptr<IResponseHandler<std::shared_ptr<T>>>&& handler) {
         add(requestKey, id, responsehandlers::mapped<Objects>(std::move(handler), [id](const Objects& objects) {
                 kelo::optional<std::shared_ptr<T>> result;
@@ -81,7 +81,8 @@ public:
                 return result;
             }));
     }
-    // Hands all objects to the handler, now and at every change of any, after the changed element's own listeners.
+    // Gives all objects to the handler, now and at every change of any of them; at a change, the changed element's own listeners
+    // come first.
     void addCollectionListener(void* requestKey, std::unique_ptr<IResponseHandler<Objects>>&& handler) {
         add(requestKey, Key{}, std::move(handler));
     }
@@ -94,20 +95,20 @@ public:
     }
 
     [[nodiscard]] std::size_t listenerCount() const noexcept { return listeners_.size() - finished_.size(); }
-    // True inside the notification of the collection's listeners.
+    // Whether the collection's listeners are being notified.
     [[nodiscard]] bool isNotifyingCollection() const noexcept { return notifyingCollection_; }
 
 private:
     struct Listener {
         void* requestKey;
-        std::uint64_t number;  // counts the registrations, so that a walk knows who came after it began
+        std::uint64_t number;  // counts the registrations, so that an iteration can tell which were added after it began
         std::unique_ptr<IResponseHandler<Objects>> handler;
         bool isFinished = false;
     };
     using Listeners = std::multimap<Key, Listener>;
     using Place = typename Listeners::iterator;
 
-    // While one of these lives, no listener is destroyed.
+    // While one of these exists, no listener is destroyed.
     struct Pass {
         explicit Pass(MapResourceData& data) : data_{data} { ++data_.passes_; }
         Pass(const Pass&) = delete;
@@ -123,7 +124,7 @@ private:
     void add(void* requestKey, const Key& id, std::unique_ptr<IResponseHandler<Objects>> handler) {
         cancel(requestKey);
         const Pass pass{*this};
-        // Each listener has a place among the finished ones from the start, so that it can leave when there is no memory.
+        // Room for every listener among the finished ones is reserved in advance, so that it can leave even without memory.
         if (finished_.capacity() <= listeners_.size()) finished_.reserve(2 * listeners_.size() + 1);
         const Place place = listeners_.emplace(id, Listener{requestKey, nextNumber_++, std::move(handler)});
         try {
@@ -176,7 +177,7 @@ private:
         while (!finished_.empty()) {
             const Place place = finished_.back();
             finished_.pop_back();
-            const auto doomed = listeners_.extract(place);  // destroyed when the containers are whole again: it may call back
+            const auto doomed = listeners_.extract(place);  // destroyed when the containers are consistent, as it may call back
         }
     }
 
@@ -191,19 +192,19 @@ private:
 
 namespace tolu {
 
-// The cache of one resource's elements: requests get them as their parameters say, and only when they differ from what they got
-// last. Thread: the owner's worker.
+// The cache of one resource's elements. Requests get elements in the form that their parameters ask for, and only if they differ
+// from what they got last. Thread: the owner's worker.
 template <class T>
 class ToluResourceData : public MapResourceData<std::UUID, std::shared_ptr<T>> {
     using Base = MapResourceData<std::UUID, std::shared_ptr<T>>;
 
 public:
-    // `equal`: whether a request need not hear of the second after the first.
+    // `equal`: whether two versions of an element are the same for a request.
     explicit ToluResourceData(typename responsehandlers::ComparingPredicate<T>::Comparison equal = record::equal<T>)
         : equal_{equal} {}
 
     using Base::addListener;
-    // Like the base's, for a handler of the element itself.
+    // The same as the base's, for a handler of the element itself.
     void addListener(void* requestKey, const std::UUID& id, const kelo::optional<toluglobals::ToluParams>& params,
                      std::unique_ptr<IResponseHandler<T>>&& handler) {
         using responsehandlers::ComparingPredicate;

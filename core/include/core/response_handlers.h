@@ -1,4 +1,4 @@
-// Response handlers that wrap another one: they map, filter, and see to it that a request that has ended hears nothing more.
+// Response handlers that wrap another one: they map or filter values, and drop events after the end of a request.
 #pragma once
 
 #include <concepts>
@@ -14,13 +14,13 @@
 
 namespace kelo::responsehandlers {
 
-// The life of one request as a wrapping handler sees it: live, then terminated, never back. Every late event is traced here.
-// Thread: one at a time.
+// The state of one request as a wrapping handler sees it: live, then terminated. Late events are traced here. Thread: one at a
+// time.
 class Termination {
 public:
-    // For onNext. False on a live request; else the error store has "Request already terminated" (code 7).
+    // For onNext. False for a live request. Otherwise true, and the error store has "Request already terminated" (code 7).
     [[nodiscard]] bool refusesNext() const { return terminated_ && refuse(); }
-    // For onError and onCompleted: true for the first, which is to be passed on. `event`: "onError" or "onCompleted".
+    // For onError and onCompleted: true for the first, which is passed on. `event`: "onError" or "onCompleted".
     [[nodiscard]] bool begins(const char* event);
 
 private:
@@ -29,11 +29,12 @@ private:
     bool terminated_ = false;
 };
 
-// Consumes the stored error and makes it a response: the status of a framework error, 500 for any other. Thread: any.
+// Consumes the stored error and turns it into a response: with the status of a framework error, 500 for any other error. Thread:
+// any.
 [[nodiscard]] Response takeErrorResponse();
 
-// What both wrappers share: the wrapped handler, and terminal events that are passed on once.
-// Thread: one at a time, as the wrapped handler's.
+// The common part of both wrappers: owns the wrapped handler and passes on only one terminal event. Thread: one at a time, as for
+// the wrapped handler.
 template <class From, class To>
 class WrappingResponseHandler : public IResponseHandler<From>, public util::Pooled {
 public:
@@ -53,9 +54,9 @@ protected:
     Termination termination_;
 };
 
-// Hands the wrapped handler what `Mapping`, a callable from const From& to kelo::optional<To>, makes of a value. Where it makes
-// nothing, the request ends: with the stored error if there is one, else completed. Owns the wrapped handler, which is not null.
-// Thread: one at a time, as the wrapped handler's.
+// Passes the result of `Mapping`, a callable from const From& to kelo::optional<To>, to the wrapped handler. An empty result ends
+// the request: with the stored error if there is one, otherwise as completed. Owns the wrapped handler, which must not be null.
+// Thread: one at a time, as for the wrapped handler.
 template <class From, class To, class Mapping = std::function<kelo::optional<To>(const From&)>>
 class MappingResponseHandler final : public WrappingResponseHandler<From, To> {
 public:
@@ -68,14 +69,14 @@ private:
     Mapping mapping_;
 };
 
-// The same with the callable held in place, for one that is known where the handler is made.
+// The same with the callable stored by its own type instead of in a std::function.
 template <class From, class To, class Mapping>
 [[nodiscard]] std::unique_ptr<IResponseHandler<From>> mapped(std::unique_ptr<IResponseHandler<To>> handler, Mapping mapping) {
     return std::make_unique<MappingResponseHandler<From, To, Mapping>>(std::move(handler), std::move(mapping));
 }
 
-// Hands the wrapped handler the values for which `Predicate`, a callable from const T& to bool, is true.
-// Thread: one at a time, as the wrapped handler's.
+// Passes on those values for which `Predicate`, a callable from const T& to bool, is true. Thread: one at a time, as for the
+// wrapped handler.
 template <class T, class Predicate = std::function<bool(const T&)>>
 class FilteringResponseHandler final : public WrappingResponseHandler<T, T> {
 public:
@@ -91,16 +92,16 @@ private:
     Predicate predicate_;
 };
 
-// True for a value that differs from the last one for which it was true, so first of all for the first. Keeps a copy of that.
+// True for the first value and for every value that differs from the last one for which it was true. Keeps a copy of that one.
 // Thread: one at a time.
 template <class T>
 class ComparingPredicate {
 public:
-    // True when the two are equal. A reference: there is always one.
+    // True if the two are equal. A reference, so that it cannot be null.
     using Comparison = bool (&)(const T&, const T&);
 
     ComparingPredicate() requires std::equality_comparable<T> : ComparingPredicate{isEqual} {}
-    // A type without an equality of its own needs one.
+    // Required for a type without operator==.
     explicit ComparingPredicate(Comparison equal) : equal_{&equal} {}
 
     bool operator()(const T& value) {

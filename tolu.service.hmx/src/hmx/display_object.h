@@ -12,7 +12,7 @@
 
 namespace kelo::hmx {
 
-// What a DisplayObject has beside what every element has.
+// The members of a DisplayObject beyond those that every element has.
 struct DisplayObjectMembers {
     kelo::optional<std::string> connector;
     kelo::optional<int> displayID;

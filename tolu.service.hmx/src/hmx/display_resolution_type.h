@@ -1,4 +1,4 @@
-// The size of a display or of what is shown on one, in pixels.
+// The size of a display or displayable in pixels.
 #pragma once
 
 #include "kelo/optional.h"

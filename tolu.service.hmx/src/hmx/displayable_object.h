@@ -1,4 +1,4 @@
-// Something that can be shown on a display, as the resource "/displayables" shows it.
+// A displayable, as the resource "/displayables" shows it.
 #pragma once
 
 #include <memory>
@@ -11,7 +11,7 @@
 
 namespace kelo::hmx {
 
-// What a DisplayableObject has beside what every element has.
+// The members of a DisplayableObject beyond those that every element has.
 struct DisplayableObjectMembers {
     kelo::optional<int> displayableID;
     kelo::optional<std::shared_ptr<DisplayResolutionType>> size;

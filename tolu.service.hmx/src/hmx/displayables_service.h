@@ -15,7 +15,7 @@ using RetrieveDisplayableObjectsResponseHandler = ResponseHandler<DisplayableObj
 // Thread: as ResourceService.
 class DisplayablesService final : public ResourceService {
 public:
-    // `impl` is not owned and outlives the service.
+    // `impl` is not owned and must outlive the service.
     explicit DisplayablesService(IDisplayables* impl);
     [[nodiscard]] static std::span<const Route> routes() noexcept;
 };

@@ -15,7 +15,7 @@ using RetrieveDisplayObjectsResponseHandler = ResponseHandler<DisplayObjectListP
 // Thread: as ResourceService.
 class DisplaysService final : public ResourceService {
 public:
-    // `impl` is not owned and outlives the service.
+    // `impl` is not owned and must outlive the service.
     explicit DisplaysService(IDisplays* impl);
     [[nodiscard]] static std::span<const Route> routes() noexcept;
 };

@@ -1,4 +1,4 @@
-// What the elements of the service "/hmx" have in common.
+// The common part of all elements of the service "/hmx".
 #pragma once
 
 #include <array>
@@ -13,7 +13,7 @@ namespace kelo::hmx {
 
 inline constexpr std::string_view serviceRoot = "/hmx";
 
-// Base of an element type, which names the path of its resource here and nowhere else. Thread: any (a value).
+// Base of an element type. It is the only place where the path of the type's resource is named. Thread: any (a value).
 template <kelo::record::Key Path>
 struct Element : kelo::tolu::XObject {
     using XObject::XObject;
@@ -23,24 +23,24 @@ private:
         std::array<char, sizeof Path.text + 1> text{};
         std::size_t length = 0;
         for (const char c : Path.text) text[length++] = c;
-        text[length - 1] = '/';  // in place of the terminator
+        text[length - 1] = '/';  // instead of the terminator
         text[length] = '*';
         return text;
     }();
 
 public:
-    // Within the service: "/displays".
+    // The path of the resource within the service: "/displays".
     static constexpr std::string_view resourcePath{Path.text, sizeof Path.text - 1};
-    // Of the paths of its elements: "/displays/*".
+    // The pattern of its elements' paths: "/displays/*".
     static constexpr std::string_view elementPattern{pattern_.data(), pattern_.size()};
 
-    // "/hmx/displays/19243473-0126-5f4b-b1bf-4879152c72e5".
+    // For example "/hmx/displays/19243473-0126-5f4b-b1bf-4879152c72e5".
     [[nodiscard]] static kelo::url elementUri(const std::UUID& id) {
         return kelo::toluutils::createElementUri(serviceRoot, resourcePath, id);
     }
 };
 
-// The table of an element type: what every element has, then its own rows.
+// The table of an element type: the members of every element, then its own.
 template <class T, class... Own>
 using ElementTable = kelo::record::Table<T, kelo::record::Row<"id", &T::id>, kelo::record::Row<"name", &T::name>,
                                          kelo::record::Row<"uri", &T::uri>, Own...>;

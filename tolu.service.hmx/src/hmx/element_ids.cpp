@@ -10,7 +10,7 @@ using kelo::hmx::RegionconfigurationObjectHmiEnum;
 
 namespace {
 
-// Whatever is not the driver's display is the co-driver's, on purpose.
+// Any display other than the driver's counts as the co-driver's. This is intended.
 const char* nameOf(RegionconfigurationObjectDisplayEnum display) noexcept {
     return display == RegionconfigurationObjectDisplayEnum::Driver_Display ? "Driver_Display" : "Co_Driver_Display";
 }

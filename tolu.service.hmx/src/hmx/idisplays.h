@@ -11,9 +11,9 @@
 
 namespace kelo::hmx {
 
-// Each operation starts one request and returns its handle, UNDEFINED_REQUEST_HANDLE when there is nothing to cancel. The handler
-// gets the answers, on any thread and possibly before the operation returns; the other arguments are the caller's, and good until
-// it returns. Thread: any.
+// Each operation starts one request and returns its handle, or UNDEFINED_REQUEST_HANDLE if there is nothing to cancel. The
+// handler gets the answers on any thread, possibly before the operation returns. The other arguments belong to the caller and are
+// valid until the operation returns. Thread: any.
 class IDisplays {
 public:
     virtual ~IDisplays() = default;
@@ -21,7 +21,7 @@ public:
                                         const kelo::optional<kelo::toluglobals::ToluParams>& params) = 0;
     virtual void* retrieveDisplayObjects(std::unique_ptr<IResponseHandler<DisplayObjectListPage>>&& handler,
                                          const kelo::optional<kelo::toluglobals::ToluParams>& params) = 0;
-    // The handler of that request gets no further event. Handles of requests that are over are ignored.
+    // The handler of that request gets no further event. A handle of a request that is over is ignored.
     virtual void cancelRequest(void* handle) = 0;
 };
 

@@ -11,9 +11,7 @@
 
 namespace kelo::hmx {
 
-// Each operation starts one request and returns its handle, UNDEFINED_REQUEST_HANDLE when there is nothing to cancel. The handler
-// gets the answers, on any thread and possibly before the operation returns; the other arguments are the caller's, and good until
-// it returns. Thread: any.
+// For requests and handles see IDisplays (hmx/idisplays.h). Thread: any.
 class ILayerconfigurations {
 public:
     virtual ~ILayerconfigurations() = default;
@@ -22,7 +20,6 @@ public:
                                                    const kelo::optional<kelo::toluglobals::ToluParams>& params) = 0;
     virtual void* retrieveLayerconfigurationObjects(std::unique_ptr<IResponseHandler<LayerconfigurationObjectListPage>>&& handler,
                                                     const kelo::optional<kelo::toluglobals::ToluParams>& params) = 0;
-    // The handler of that request gets no further event. Handles of requests that are over are ignored.
     virtual void cancelRequest(void* handle) = 0;
 };
 

@@ -1,4 +1,4 @@
-// A region that takes touches.
+// A region that receives touches.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// A region configuration as a client brings it in.
+// A region configuration that a client inserts.
 #pragma once
 
 #include <memory>

@@ -10,9 +10,9 @@ namespace kelo::hmx {
 
 // Thread: any (a value).
 struct LayerType {
-    kelo::optional<int> id;  // the number of the layer, not an element's id
+    kelo::optional<int> id;  // the number of the layer, not the id of an element
     kelo::optional<std::string> name;
-    kelo::optional<int> zpos;  // a higher one lies in front
+    kelo::optional<int> zpos;  // a higher one is in front
 };
 constexpr auto recordTable(const LayerType*) {
     using kelo::record::Row;

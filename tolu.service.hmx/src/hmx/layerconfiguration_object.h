@@ -12,7 +12,7 @@
 
 namespace kelo::hmx {
 
-// What a LayerconfigurationObject has beside what every element has.
+// The members of a LayerconfigurationObject beyond those that every element has.
 struct LayerconfigurationObjectMembers {
     kelo::optional<std::vector<std::shared_ptr<LayerType>>> layers;
 };

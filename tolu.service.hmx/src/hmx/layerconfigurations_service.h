@@ -17,7 +17,7 @@ using RetrieveLayerconfigurationObjectsResponseHandler =
 // Thread: as ResourceService.
 class LayerconfigurationsService final : public ResourceService {
 public:
-    // `impl` is not owned and outlives the service.
+    // `impl` is not owned and must outlive the service.
     explicit LayerconfigurationsService(ILayerconfigurations* impl);
     [[nodiscard]] static std::span<const Route> routes() noexcept;
 };

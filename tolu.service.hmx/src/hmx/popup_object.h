@@ -10,7 +10,7 @@
 
 namespace kelo::hmx {
 
-// What a PopupObject has beside what every element has.
+// The members of a PopupObject beyond those that every element has.
 struct PopupObjectMembers {
     kelo::optional<bool> active;
     kelo::optional<std::string> display;

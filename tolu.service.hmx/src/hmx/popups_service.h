@@ -16,7 +16,7 @@ using UpdatePopupObjectResponseHandler = ResponseHandler<kelo::url, "updatePopup
 // Thread: as ResourceService.
 class PopupsService final : public ResourceService {
 public:
-    // `impl` is not owned and outlives the service.
+    // `impl` is not owned and must outlive the service.
     explicit PopupsService(IPopups* impl);
     [[nodiscard]] static std::span<const Route> routes() noexcept;
 };

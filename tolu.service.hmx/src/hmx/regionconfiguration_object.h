@@ -1,4 +1,4 @@
-// The regions that one HMI, or a component of it, has on a display, as the resource "/regionconfigurations" shows them.
+// The regions that an HMI, or a subcomponent of it, has on a display, as the resource "/regionconfigurations" shows them.
 #pragma once
 
 #include <memory>
@@ -13,7 +13,7 @@
 
 namespace kelo::hmx {
 
-// What a RegionconfigurationObject has beside what every element has.
+// The members of a RegionconfigurationObject beyond those that every element has.
 struct RegionconfigurationObjectMembers {
     kelo::optional<RegionconfigurationObjectDisplayEnum> display;
     kelo::optional<RegionconfigurationObjectHmiEnum> hmi;

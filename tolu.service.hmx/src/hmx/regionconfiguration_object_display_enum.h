@@ -1,4 +1,4 @@
-// The displays that a region configuration can be for.
+// The displays that a region configuration may be for.
 #pragma once
 
 #include <array>

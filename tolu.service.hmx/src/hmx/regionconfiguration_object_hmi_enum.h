@@ -1,4 +1,4 @@
-// The HMIs that a region configuration can be of.
+// The HMIs that a region configuration may belong to.
 #pragma once
 
 #include <array>

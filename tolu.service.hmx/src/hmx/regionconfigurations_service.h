@@ -18,7 +18,7 @@ using UpdateRegionconfigurationObjectResponseHandler = ResponseHandler<kelo::url
 // Thread: as ResourceService.
 class RegionconfigurationsService final : public ResourceService {
 public:
-    // `impl` is not owned and outlives the service.
+    // `impl` is not owned and must outlive the service.
     explicit RegionconfigurationsService(IRegionconfigurations* impl);
     [[nodiscard]] static std::span<const Route> routes() noexcept;
 };

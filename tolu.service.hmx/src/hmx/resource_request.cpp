@@ -32,7 +32,7 @@ bool ResourceRequest::read(kelo::optional<std::vector<std::string>>& fields) {
     if (request_.payload().empty()) return false;
     toluglobals::ToluParams params;
     if (readPayload(ResultView::of(params))) return true;
-    // Unlike a record, these may not have members that nobody knows: the client would delete more than it meant to.
+    // Unlike a record, a delete must not have unknown keys: the client would delete more than it meant to.
     for (const auto& [key, value] : params.values.entries()) {
         if (key != "fields") return refuseArgument("another key than \"fields\"");
     }

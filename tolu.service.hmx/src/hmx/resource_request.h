@@ -1,4 +1,4 @@
-// One request for a resource while it is being dispatched: its arguments, and the refusal when they do not read.
+// One request for a resource while it is dispatched: reads its arguments, and refuses it if they cannot be read.
 #pragma once
 
 #include <memory>
@@ -20,7 +20,7 @@ namespace kelo::hmx {
 
 struct Route;
 
-// The readers return true when the request has been refused: the client then has its answer, and the error store the reason.
+// The readers return true if the request has been refused: the client then has its answer, and the error store has the reason.
 // Thread: the one that dispatches.
 class ResourceRequest {
 public:
@@ -28,26 +28,27 @@ public:
                     std::string_view serviceName)
         : request_{request}, responder_{std::move(responder)}, tag_{tag}, serviceName_{serviceName} {}
 
-    // Whose arguments are read next; reasons name its operation. The tag must not be empty.
+    // Sets the route whose arguments are read; reasons name its operation. The tag must not be empty.
     bool enter(const Route& route);
 
-    // The id, from the path.
+    // Reads the id from the path.
     bool read(std::UUID& id);
-    // The parameters; absent when there is no payload.
+    // Reads the parameters; absent if there is no payload.
     bool read(kelo::optional<toluglobals::ToluParams>& params);
-    // The list under "fields", the only key that a delete's payload may have; absent when there is none.
+    // Reads the list under "fields", the only key that the payload of a delete may have; absent if there is no payload or no
+    // list.
     bool read(kelo::optional<std::vector<std::string>>& fields);
-    // The body, which must be there.
+    // Reads the body, which is required.
     template <record::Record Body>
     bool read(Body& body) {
         return readPayload(ResultView::of(body));
     }
 
-    // Answers with the status of the error and records it. True.
+    // Answers with the status of the error and records the error. Always true.
     bool refuse(errors::Code code, std::string_view reason);
     bool wasRefused() const noexcept { return wasRefused_; }
 
-    // The handler for the answers, which takes the responder along.
+    // Creates the handler for the answers; it takes over the responder.
     template <class Handler>
     std::unique_ptr<IResponseHandler<typename Handler::Result>> makeHandler() {
         return std::make_unique<Handler>(std::move(responder_), answerMimeType(), request_);
@@ -56,7 +57,7 @@ public:
 private:
     bool refuseArgument(std::string_view why);
     bool readPayload(ResultView result);
-    // What the client accepts, as far as it can be written.
+    // The type that the client accepts, if it can be written, otherwise a default.
     MimeType answerMimeType() const;
 
     const Request& request_;

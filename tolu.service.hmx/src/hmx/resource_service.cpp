@@ -1,10 +1,10 @@
-// A request is dispatched on the thread that delivers it, and nothing of it is kept here: its answers go from the interface's
-// implementation through the response handler, which owns the responder, directly to the client. Whatever is wrong with a
-// request is found before the implementation hears of it.
+// A request is dispatched on the thread that delivers it, and nothing of it is kept here. Its answers go from the implementation
+// of the interface through the response handler, which owns the responder, directly to the client. An error in a request is found
+// before the implementation is called.
 //
-// The services differ only in their tables. A table is made from the interface's methods. Their signatures say what is to be
-// read from the request, in which order, and what type the answers have. The table is checked against the interface at compile
-// time and type-erased after that, so there is one dispatcher.
+// The services differ only in their tables. A table is built from the interface's methods: their signatures determine what is
+// read from the request, in which order, and the type of the answers. The table is checked against the interface at compile time
+// and type-erased after that, so there is only one dispatcher.
 #include "hmx/resource_service.h"
 
 #include <algorithm>
@@ -17,7 +17,7 @@ namespace kelo::hmx {
 
 namespace {
 
-constexpr std::size_t longestReason = 1024;  // bytes; the error store has none that is longer
+constexpr std::size_t longestReason = 1024;  // bytes; the most that the error store holds
 
 std::string quoted(std::string_view command, std::string_view path) {
     return "command '" + util::printable(command) + "' and path '" + util::printable(path) + "'";

@@ -1,4 +1,4 @@
-// What the services of all resources share: dispatching a request along their routes.
+// The common part of the services of all resources: dispatches requests by their routes.
 #pragma once
 
 #include <cstddef>
@@ -20,14 +20,14 @@ public:
     ResourceService(const ResourceService&) = delete;
     ResourceService& operator=(const ResourceService&) = delete;
 
-    // A request that no route is for, or whose arguments do not read, is answered with an error, logged at level 4 on the
-    // service's channel and taken from the error store.
+    // A request that matches no route, or whose arguments cannot be read, is answered with an error; the error is logged at level
+    // 4 on the service's channel and consumed.
     void* actionRequest(const Request& request, std::unique_ptr<IResponder> responder, const std::string& tag) final;
     void cancelRequest(void* handle) final { cancel_(impl_, handle); }
 
 protected:
-    // `name`: as errors name the service. `impl` is not owned and outlives the service, as do the channel and the table.
-    // Throws std::invalid_argument when two routes have the same command and path.
+    // `name`: the service's name in error texts. `impl`, the channel and the table are not owned and must outlive the service.
+    // Throws std::invalid_argument if two routes have the same command and path.
     template <class Interface, std::size_t N>
     ResourceService(std::string_view name, Interface* impl, const RouteTable<Interface, N>& table,
                     const tracing::Channel& channel)

@@ -1,9 +1,9 @@
-// An answer is written on the thread that has it, with that thread's writer and into that thread's buffer, and handed to the
-// responder, which sends it before it returns. So an answer needs no new memory. Sending may lead to another handler on the
-// same thread; that one finds no buffer and makes its own, and of the two, the one that is returned last is kept.
+// An answer is written on the thread that has it, with that thread's writer, into that thread's buffer. The responder sends it
+// before it returns, so an answer needs no new memory. Sending may call another handler on the same thread. That one finds no
+// buffer and makes its own; of the two, the one that is returned last is kept.
 //
-// A value that cannot be written is a bug of whoever made it. Its client gets nothing for it, but is not left waiting: the
-// handler reports the request as finished, its owner drops it, and the responder ends the request as unanswered.
+// A value that cannot be written is a bug in the code that made it. The client does not get the value, but is not left waiting:
+// the handler reports the request as finished, its owner drops it, and the responder ends the request as unanswered.
 #include "hmx/response_handler_base.h"
 
 #include <cstddef>
@@ -17,11 +17,11 @@ namespace kelo::hmx {
 namespace {
 
 constexpr std::size_t initialCapacity = 1024;
-constexpr std::size_t keptCapacity = std::size_t{256} * 1024;  // a thread does not hold on to more for a rare big answer's sake
+constexpr std::size_t keptCapacity = std::size_t{256} * 1024;  // larger ones are rare, and a thread does not keep them
 
 thread_local util::ByteBufferWriter spareBuffer;
 
-// A buffer for the time of one answer. Thread: the one that made it.
+// A buffer for one answer. Thread: the one that created it.
 class AnswerBuffer {
 public:
     AnswerBuffer() : writer_{std::move(spareBuffer)} {
@@ -45,7 +45,7 @@ private:
 bool ResponseHandlerBase::sendValue(const char* operation, BodyView value) {
     AnswerBuffer buffer;
     if (writeDocument(buffer.writer(), mimeType_, value)) {
-        std::ErrorStorage::ack();  // what is wrong with the value; the operation is what is told
+        std::ErrorStorage::ack();  // replaces the detailed reason by one that names the operation
         std::ErrorOutput{errors::Error, errors::cannotSerialize, std::string{operation} + ": serialization error"};
         return true;
     }

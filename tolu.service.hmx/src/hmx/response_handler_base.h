@@ -1,4 +1,4 @@
-// The handlers that carry a bridge's answer back to the client of a resource.
+// The handlers that send a bridge's answers to the client of a resource.
 #pragma once
 
 #include <memory>
@@ -14,17 +14,17 @@
 
 namespace kelo::hmx {
 
-// What the handlers of all types of answer share. Thread: any, one call at a time.
+// The common part of the handlers of all result types. Thread: any, one call at a time.
 class ResponseHandlerBase {
 protected:
-    // `mimeType`: of the answers; one that has a structured encoding.
+    // `mimeType`: for the answers; must have a structured encoding.
     ResponseHandlerBase(std::unique_ptr<IResponder> responder, MimeType mimeType, const Request& request)
         : responder_{std::move(responder)}, mimeType_{std::move(mimeType)}, requestInfo_{request} {}
 
-    // 200 with the value; the result is the responder's. A value that cannot be written is not sent: the error store gets
-    // cannotSerialize and "<operation>: serialization error", and the result is true.
+    // Sends 200 with the value and returns the responder's result. A value that cannot be written is not sent: the error store
+    // gets cannotSerialize and "<operation>: serialization error", and the result is true.
     bool sendValue(const char* operation, BodyView value);
-    // 204; the result is the responder's.
+    // Sends 204 and returns the responder's result.
     bool sendNothing();
     void sendError(const Response& response);
     void sendCompleted();
@@ -37,8 +37,8 @@ private:
     RequestInfo requestInfo_;
 };
 
-// The handler of one operation, whose result is a T. Destroyed without a terminal event, it leaves the client to the responder's
-// "no answer". Thread: any, one call at a time.
+// The handler of one operation with the result type T. If it is destroyed without a terminal event, the responder answers "no
+// answer". Thread: any, one call at a time.
 template <class T, record::Key Operation>
 class ResponseHandler final : public IResponseHandler<T>, public util::Pooled, private ResponseHandlerBase {
 public:

@@ -1,4 +1,4 @@
-// The routes of a resource: which operation of its interface a command on a path calls.
+// The routes of a resource: which operation of its interface is called for a command and a path.
 #pragma once
 
 #include <array>
@@ -19,7 +19,7 @@
 
 namespace kelo::hmx {
 
-// Not by std::string_view::find: instrumented for undefined behaviour, that is no constant expression.
+// std::string_view::find is not a constant expression with UndefinedBehaviorSanitizer.
 constexpr bool hasStar(std::string_view path) noexcept {
     for (const char c : path) {
         if (c == '*') return true;
@@ -27,16 +27,16 @@ constexpr bool hasStar(std::string_view path) noexcept {
     return false;
 }
 
-// Refers to what has static storage. Thread: any (a value).
+// Refers to objects with static storage. Thread: any (a value).
 struct Route {
     commands::Id command;
-    std::string_view path;                         // a pattern where it has a "*", which stands for the element's id
+    std::string_view path;                         // if it contains a "*", a pattern; the "*" stands for the element's id
     const char* operation;                         // "retrieveDisplayObject"
-    const record::Description& (*body)();          // null: the operation takes none
-    const record::Description& (*result)();        // null: the result is no record
+    const record::Description& (*body)();          // null: the operation has no body
+    const record::Description& (*result)();        // null: the result is not a record
     std::string_view resultType;                   // "DisplayObject", "url" or "none"
-    const record::Description& (*element)();       // of what the result is or lists; null: the result is no record
-    void* (*start)(void* impl, ResourceRequest&);  // reads the arguments and calls the operation; the request's handle
+    const record::Description& (*element)();       // of the result or, if it is a page, of its elements; null: not a record
+    void* (*start)(void* impl, ResourceRequest&);  // reads the arguments and calls the operation; returns the request's handle
     bool isForElement = hasStar(path);
 
     bool matches(int requestCommand, std::string_view requestPath) const noexcept;
@@ -67,7 +67,7 @@ constexpr std::string_view resultTypeText() {
     }
 }
 
-// Null for a type that is no record.
+// Null for a type that is not a record.
 template <class T>
 constexpr auto descriptionOf() -> const record::Description& (*)() {
     if constexpr (record::Record<T>) {
@@ -84,7 +84,7 @@ struct ElementOf {
 template <class T>
 struct ElementOf<tolu::ListPage<T>> : ElementOf<T> {};
 
-// Reads an operation off its signature.
+// What the signature of an operation says about it.
 template <auto Method>
 struct Operation;
 
@@ -93,7 +93,7 @@ struct Operation<Method> {
     using Interface = I;
     using Result = T;
 
-    // The records among the arguments are bodies, of which there is at most one.
+    // Records among the arguments are bodies; there is at most one.
     static constexpr auto body() -> const record::Description& (*)() {
         const record::Description& (*found)() = nullptr;
         ((found = record::Record<std::decay_t<Arguments>> ? descriptionOf<std::decay_t<Arguments>>() : found), ...);
@@ -114,7 +114,7 @@ struct Operation<Method> {
 
 }  // namespace detail
 
-// The route to an operation, whose answers go through a `Handler`.
+// The route to an operation whose answers are sent by a `Handler`.
 template <class Handler, auto Method>
 constexpr auto route(commands::Id command, std::string_view path) {
     using Operation = detail::Operation<Method>;

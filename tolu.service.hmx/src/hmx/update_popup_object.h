@@ -1,4 +1,4 @@
-// What a client may change of a popup.
+// What a client can change about a popup.
 #pragma once
 
 #include <string>

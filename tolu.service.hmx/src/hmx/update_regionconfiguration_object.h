@@ -1,4 +1,4 @@
-// What a client may change of a region configuration.
+// What a client can change about a region configuration.
 #pragma once
 
 #include <memory>

@@ -25,7 +25,7 @@ struct Display {
     kelo::optional<DisplayResolution> resolution;
     kelo::optional<int> updateRate;
     kelo::optional<std::vector<std::shared_ptr<Layer>>> activelayers;
-    std::shared_ptr<DisplayTimings> timings;  // large and rarely given: in place, it would be most of a display
+    std::shared_ptr<DisplayTimings> timings;  // large and rarely present: as a direct member, it would be most of a display
     kelo::optional<std::string> connector;
     kelo::optional<DisplayPlanes> planes;
 };

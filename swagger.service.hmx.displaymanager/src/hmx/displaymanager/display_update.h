@@ -1,4 +1,4 @@
-// What may be changed of a display.
+// What can be changed about a display.
 #pragma once
 
 #include <memory>

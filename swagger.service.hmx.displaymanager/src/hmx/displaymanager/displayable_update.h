@@ -1,4 +1,4 @@
-// What may be changed of a displayable.
+// What can be changed about a displayable.
 #pragma once
 
 #include <vector>

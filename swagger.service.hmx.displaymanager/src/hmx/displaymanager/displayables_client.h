@@ -1,4 +1,4 @@
-// Asks the display manager about displayables.
+// Client stub: asks the display manager about displayables.
 #pragma once
 
 #include "core/client_stub.h"
@@ -9,7 +9,7 @@ namespace kelo::hmx::displaymanager {
 // Thread: any.
 class DisplayablesClient final : public IDisplayables {
 public:
-    // `api` is not owned and outlives the client. `mimeType`: of the bodies sent, and asked for.
+    // `api` is not owned and must outlive the client. `mimeType`: for the bodies that are sent and the answers that are wanted.
     DisplayablesClient(IKeloApi* api, const std::string& mimeType);
     void* getDisplayables(std::unique_ptr<IResponseHandler<DisplayablesInfo>>&& handler) override;
     void* getDisplayable(std::unique_ptr<IResponseHandler<Displayable>>&& handler, int displayableId) override;

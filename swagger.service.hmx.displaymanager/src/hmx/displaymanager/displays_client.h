@@ -1,4 +1,4 @@
-// Asks the display manager about displays.
+// Client stub: asks the display manager about displays.
 #pragma once
 
 #include "core/client_stub.h"
@@ -9,7 +9,7 @@ namespace kelo::hmx::displaymanager {
 // Thread: any.
 class DisplaysClient final : public IDisplays {
 public:
-    // `api` is not owned and outlives the client. `mimeType`: of the bodies sent, and asked for.
+    // `api` is not owned and must outlive the client. `mimeType`: for the bodies that are sent and the answers that are wanted.
     DisplaysClient(IKeloApi* api, const std::string& mimeType);
     void* getDisplays(std::unique_ptr<IResponseHandler<DisplaysInfo>>&& handler) override;
     void* getDisplay(std::unique_ptr<IResponseHandler<Display>>&& handler, const std::string& displayId) override;

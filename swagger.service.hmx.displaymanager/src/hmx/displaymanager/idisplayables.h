@@ -11,8 +11,7 @@
 
 namespace kelo::hmx::displaymanager {
 
-// Requests and handles as in IDisplays.
-// Thread: any.
+// For requests and handles see IDisplays. Thread: any.
 class IDisplayables {
 public:
     virtual ~IDisplayables() = default;

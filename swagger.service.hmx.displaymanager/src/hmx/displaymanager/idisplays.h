@@ -12,8 +12,8 @@
 
 namespace kelo::hmx::displaymanager {
 
-// Each operation sends one request and returns its handle, for IKeloApi::cancel; the answers come to the handler, on the thread
-// that reads the service's connection. UNDEFINED_REQUEST_HANDLE: nothing was sent, and the handler has had its error. Thread:
+// Each operation sends one request and returns its handle, for IKeloApi::cancel. The handler gets the answers on the thread that
+// reads the service's connection. UNDEFINED_REQUEST_HANDLE: nothing was sent, and the handler has already got an error. Thread:
 // any.
 class IDisplays {
 public:

@@ -11,14 +11,13 @@
 
 namespace kelo::hmx::displaymanager {
 
-// Requests and handles as in IDisplays.
-// Thread: any.
+// For requests and handles see IDisplays. Thread: any.
 class ILayerConfig {
 public:
     virtual ~ILayerConfig() = default;
     virtual void* getLayerConfigs(std::unique_ptr<IResponseHandler<std::vector<DisplayLayersArrayInner>>>&& handler) = 0;
     virtual void* getLayerConfig(std::unique_ptr<IResponseHandler<DisplayLayers>>&& handler, const std::string& displayId) = 0;
-    // Changes nothing: the same request as getLayerConfig, and the layers as they are.
+    // Changes nothing: sends the same request as getLayerConfig and returns the current layers.
     virtual void* updateLayerConfig(std::unique_ptr<IResponseHandler<DisplayLayers>>&& handler, const std::string& displayId) = 0;
 };
 

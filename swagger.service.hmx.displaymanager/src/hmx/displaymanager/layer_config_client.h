@@ -1,4 +1,4 @@
-// Asks the display manager about the layers of displays.
+// Client stub: asks the display manager about the layers of displays.
 #pragma once
 
 #include "core/client_stub.h"
@@ -9,7 +9,7 @@ namespace kelo::hmx::displaymanager {
 // Thread: any.
 class LayerConfigClient final : public ILayerConfig {
 public:
-    // `api` is not owned and outlives the client. `mimeType`: the one asked for.
+    // `api` is not owned and must outlive the client. `mimeType`: for the answers that are wanted.
     LayerConfigClient(IKeloApi* api, const std::string& mimeType);
     void* getLayerConfigs(std::unique_ptr<IResponseHandler<std::vector<DisplayLayersArrayInner>>>&& handler) override;
     void* getLayerConfig(std::unique_ptr<IResponseHandler<DisplayLayers>>&& handler, const std::string& displayId) override;

@@ -1,4 +1,4 @@
-// Where the display manager is published.
+// The service path of the display manager.
 #pragma once
 
 #include <string_view>

@@ -1,4 +1,4 @@
-// The regions of all layers of an HMI, or of one component of it.
+// The regions of all layers of an HMI, or of one subcomponent of it.
 #pragma once
 
 #include <string>

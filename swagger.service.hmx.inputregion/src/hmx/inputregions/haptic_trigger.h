@@ -1,4 +1,4 @@
-// One haptic feedback to give.
+// A haptic feedback to be given.
 #pragma once
 
 #include <memory>

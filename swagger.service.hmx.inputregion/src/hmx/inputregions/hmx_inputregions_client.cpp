@@ -55,7 +55,7 @@ void* Hmx_inputregionsClient::triggerHapticFeedback(Handler<nullptr_t>&& handler
 
 void* Hmx_inputregionsClient::updateInputRegions(Handler<nullptr_t>&& handler, const string& display, const string& hmi,
                                                  const HapticAndInputInfoPerHMI& info) {
-    // A change may be carried out however late: who sends it wants to know that.
+    // No deadline: a change may be carried out late, and the sender must know about it.
     return stub_.request({.command = "update", .pattern = "/*/*", .hasDeadline = false}, std::move(handler), {display, hmi},
                          info);
 }

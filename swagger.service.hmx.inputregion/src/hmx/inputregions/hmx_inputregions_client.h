@@ -1,4 +1,4 @@
-// Asks the input manager.
+// Client stub for the input manager.
 #pragma once
 
 #include "core/client_stub.h"
@@ -9,7 +9,7 @@ namespace kelo::hmx::inputregions {
 // Thread: any.
 class Hmx_inputregionsClient final : public IHmx_inputregions {
 public:
-    // `api` is not owned and outlives the client. `mimeType`: of the bodies sent, and asked for.
+    // `api` is not owned and must outlive the client. `mimeType`: for the bodies that are sent and the answers that are wanted.
     Hmx_inputregionsClient(IKeloApi* api, const std::string& mimeType);
     void* getActiveProximity(std::unique_ptr<IResponseHandler<bool>>&& handler, const std::string& display) override;
     void* getActiveShutter(std::unique_ptr<IResponseHandler<ShutterInfo>>&& handler, const std::string& display) override;

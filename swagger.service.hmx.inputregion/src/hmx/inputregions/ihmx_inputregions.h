@@ -14,8 +14,8 @@
 
 namespace kelo::hmx::inputregions {
 
-// Each operation sends one request and returns its handle, for IKeloApi::cancel; the answers come to the handler, on the thread
-// that reads the service's connection. UNDEFINED_REQUEST_HANDLE: nothing was sent, and the handler has had its error. Thread:
+// Each operation sends one request and returns its handle, for IKeloApi::cancel. The handler gets the answers on the thread that
+// reads the service's connection. UNDEFINED_REQUEST_HANDLE: nothing was sent, and the handler has already got an error. Thread:
 // any.
 class IHmx_inputregions {
 public:
@@ -34,7 +34,7 @@ public:
                                    bool active) = 0;
     virtual void* triggerHapticFeedback(std::unique_ptr<IResponseHandler<std::nullptr_t>>&& handler, const std::string& display,
                                         const HapticTrigger& trigger) = 0;
-    // Replaces the regions of the HMI, or of the component of it that `info` names, on the display.
+    // Replaces the regions that the HMI, or the subcomponent of it that `info` names, has on the display.
     virtual void* updateInputRegions(std::unique_ptr<IResponseHandler<std::nullptr_t>>&& handler, const std::string& display,
                                      const std::string& hmi, const HapticAndInputInfoPerHMI& info) = 0;
 };

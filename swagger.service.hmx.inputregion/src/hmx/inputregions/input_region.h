@@ -1,4 +1,4 @@
-// A region whose touches go to one layer of an HMI.
+// A region whose touches go to a layer of an HMI.
 #pragma once
 
 #include <memory>

@@ -1,4 +1,4 @@
-// Where the input manager is published.
+// The service path of the input manager.
 #pragma once
 
 #include <string_view>

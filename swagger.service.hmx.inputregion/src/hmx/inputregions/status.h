@@ -1,4 +1,4 @@
-// How far the input manager is with the hardware behind an answer.
+// The state of the hardware that an answer is about.
 #pragma once
 
 #include <array>

@@ -1,4 +1,4 @@
-// Asks the popup manager.
+// Client stub for the popup manager.
 #pragma once
 
 #include "core/client_stub.h"
@@ -9,7 +9,7 @@ namespace kelo::hmx::popups {
 // Thread: any.
 class Hmx_popupsClient final : public IHmx_popups {
 public:
-    // `api` is not owned and outlives the client. `mimeType`: of the bodies sent, and asked for.
+    // `api` is not owned and must outlive the client. `mimeType`: for the bodies that are sent and the answers that are wanted.
     Hmx_popupsClient(IKeloApi* api, const std::string& mimeType);
     void* getPopups(std::unique_ptr<IResponseHandler<std::vector<Popup>>>&& handler, const std::string& display,
                     const PopupStateFilter& filter) override;

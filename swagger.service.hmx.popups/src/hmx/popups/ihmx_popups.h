@@ -12,8 +12,8 @@
 
 namespace kelo::hmx::popups {
 
-// Each operation sends one request and returns its handle, for IKeloApi::cancel; the answers come to the handler, on the thread
-// that reads the service's connection. UNDEFINED_REQUEST_HANDLE: nothing was sent, and the handler has had its error. Thread:
+// Each operation sends one request and returns its handle, for IKeloApi::cancel. The handler gets the answers on the thread that
+// reads the service's connection. UNDEFINED_REQUEST_HANDLE: nothing was sent, and the handler has already got an error. Thread:
 // any.
 class IHmx_popups {
 public:
@@ -22,7 +22,7 @@ public:
                             const PopupStateFilter& filter) = 0;
     virtual void* getPopup(std::unique_ptr<IResponseHandler<Popup>>&& handler, const std::string& display,
                            const std::string& popupName) = 0;
-    // Answered with the popup as it is after the update.
+    // The answer is the popup after the update.
     virtual void* updatePopupState(std::unique_ptr<IResponseHandler<Popup>>&& handler, const std::string& display,
                                    const std::string& popupName, const PopupStateUpdate& update) = 0;
 };

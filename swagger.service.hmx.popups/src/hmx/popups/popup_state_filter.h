@@ -1,4 +1,4 @@
-// Which popups to list: those that have all the states that are set here.
+// Which popups to list: those that have every state that is set here.
 #pragma once
 
 #include <string>

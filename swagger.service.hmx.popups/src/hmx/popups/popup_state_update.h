@@ -1,4 +1,4 @@
-// What may be changed of a popup.
+// What can be changed about a popup.
 #pragma once
 
 #include <string>

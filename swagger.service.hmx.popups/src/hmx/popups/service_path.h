@@ -1,4 +1,4 @@
-// Where the popup manager is published.
+// The service path of the popup manager.
 #pragma once
 
 #include <string_view>

@@ -1,16 +1,14 @@
-// A client's manager tracks its path for the life of the process. When the service first appears, the manager opens a resolver.
-// The resolver stays open and reports every later incarnation by itself, so a service that restarts is resolved again without a
-// second one. A provider's manager publishes its composed service and hears about its own registration through the same
-// tracker.
+// A client's manager tracks its path as long as the process runs. When the service first appears, the manager opens a resolver.
+// That resolver stays open and reports every later incarnation, so a service that restarts needs no second one. A provider's
+// manager publishes its composed service; the same tracker reports its own registration.
 //
 //   added ──▶ (first time) open resolver          resolved ──▶ aliveTask          gone ──▶ release, deadTask
 //         └─▶ availableTask                                                     removed ──▶ deadTask
 //
-// Threads. The runtime calls tracker and resolver on threads of its own, even before the call that created the handle has
+// Threads. The runtime calls tracker and resolver on its own threads, possibly before the call that created the handle has
 // returned. The worker reads info and API in its tasks. Main creates and removes handles. So every member that more than one of
-// them touches is atomic or, in the case of the info, guarded by the tracker's lock, and no lock is held during a callback. The
-// worker determines the order: tasks run there one after another, and a task uses the API as it is then, not as it was when the
-// task was queued.
+// them uses is atomic or, like the info, guarded by the tracker's lock; no lock is held during a callback. Tasks run one after
+// another on the worker, and use the API as it is then, not as it was when they were queued.
 #include "service_tracker.h"
 
 #include <utility>
@@ -114,7 +112,7 @@ bool ServiceManager::ungetService() {
                    "ServiceManager::ungetService closing and untracking tracker for service with path: %s started",
                    path_.c_str());
     runtime_->closeResolver(resolverHandle_.exchange(IKeloRuntime::UNDEFINED_RESOLVER_HANDLE));
-    resolver_.forget();  // it ended with its handle
+    resolver_.forget();  // the API ended with the handle
     return true;
 }
 

@@ -1,4 +1,4 @@
-// Ties one service path to the runtime's registry, for a client of the service or for its provider.
+// Connects one service path with the runtime's registry, for a client of the service or for its provider.
 #pragma once
 
 #include <atomic>
@@ -20,17 +20,16 @@ class IResourceHandler;
 
 namespace hmx {
 
-// Where start-up and the coming and going of services are told.
+// The channel for start-up, and for the start and loss of services.
 extern tracing::Channel BENCH_Startup;
 
-// What it takes to talk to an upstream service: who provides it, and its API, which belongs to the runtime. Thread: any (a
-// value).
+// An upstream service as needed to talk to it: who provides it, and its API, which the runtime owns. Thread: any (a value).
 struct ServiceApi {
     kelo::runtime::KeloServiceTrackerInfo info;
     kelo::IKeloApi* api = nullptr;
 };
 
-// Enqueues a task when something comes to life and another when it dies. Thread: any.
+// Queues one task when something comes to life and another when it dies. Thread: any.
 class LifecycleListenerASI : public comm::LifecycleListener {
 public:
     LifecycleListenerASI(std::shared_ptr<comm::ActiveObject> activeObject, util::SharedPtr<comm::ActiveObjectEvent> aliveTask,
@@ -44,35 +43,35 @@ private:
     util::SharedPtr<comm::ActiveObjectEvent> deadTask_;
 };
 
-// A resource: one per service path, and a client's (setTasks, getService, ungetService) or a provider's (registerResource,
-// registerService, unRegisterService). Its own callbacks run on the runtime's threads and leave no more there than a task in the
-// worker's queue. Destroying it neither untracks nor unregisters: the runtime must be done with it, or never call it again.
-// Thread: the operations and accessors any, the tasks are set before tracking begins.
+// A resource: one for each service path, either for a client (setTasks, getService, ungetService) or for a provider
+// (registerResource, registerService, unRegisterService). Its callbacks run on the runtime's threads and only queue a task for
+// the worker. Its destructor neither untracks nor unregisters: at that time the runtime must have stopped calling it. Thread: any
+// for operations and accessors; the tasks are set before tracking begins.
 class ServiceManager {
 public:
-    // `runtime` is not owned and outlives the manager. The worker runs the tasks and reads the service's connection.
+    // `runtime` is not owned and must outlive the manager. The worker runs the tasks and reads the service's connection.
     ServiceManager(kelo::runtime::IKeloRuntime* runtime, std::shared_ptr<comm::ActiveObject> activeObject, std::string path);
     virtual ~ServiceManager();
     ServiceManager(const ServiceManager&) = delete;
     ServiceManager& operator=(const ServiceManager&) = delete;
 
-    // What is enqueued whenever the service's API is there, and whenever the service goes; the latter may come twice for one
-    // loss.
+    // Sets the tasks that are queued whenever the service's API becomes available, and whenever the service is lost. The latter
+    // may be queued twice for one loss.
     virtual void setTasks(util::SharedPtr<comm::ActiveObjectEvent> aliveTask, util::SharedPtr<comm::ActiveObjectEvent> deadTask);
-    // Begins to track the service, there or not, and resolves it when it comes. Always true.
+    // Starts to track the service, whether or not it exists, and resolves it when it appears. Always true.
     virtual bool getService();
-    // Closes the resolver: the API is gone when this returns. Always true.
+    // Closes the resolver; the API is gone when this returns. Always true.
     virtual bool ungetService();
 
-    // Adds a handler, which outlives the registration, below a root path of the service. True, or the process aborts: a root path
-    // that is taken or is none is a fault of the program.
+    // Adds a handler, which must outlive the registration, under a root path of the service. Returns true or aborts the process:
+    // a root path that is taken or malformed is a bug in the program.
     virtual bool registerResource(const std::string& rootPath, kelo::IResourceHandler* handler);
-    // Publishes what was added; `task` is enqueued when clients can reach it.
+    // Publishes what has been added; `task` is queued when clients can reach it.
     virtual void registerService(util::SharedPtr<comm::ActiveObjectEvent> task);
     // Always true.
     virtual bool unRegisterService();
 
-    // What the registry tells, on a runtime's thread.
+    // Called for the registry's events, on a thread of the runtime.
     virtual void serviceAvailable(const kelo::runtime::KeloServiceTrackerInfo& info);
     virtual void serviceRemoved();
     virtual void serviceModified(const kelo::runtime::KeloServiceTrackerInfo& info);
@@ -81,11 +80,11 @@ public:
 
     // Null while the service is not resolved.
     [[nodiscard]] kelo::IKeloApi* getApi() const noexcept { return resolver_.api(); }
-    // What was last heard of the service; empty before it was seen first.
+    // What was last reported about the service; empty if it has not been seen yet.
     [[nodiscard]] kelo::runtime::KeloServiceTrackerInfo getServiceInfo() const;
 
 private:
-    // Keeps what the registry last said about the service. Thread: any; written on a runtime's thread.
+    // Keeps what the registry last reported about the service. Thread: any; written on a thread of the runtime.
     class ServiceTracker final : public kelo::runtime::IKeloRuntime::IKeloServiceTracker {
     public:
         explicit ServiceTracker(ServiceManager* owner) : owner_{owner} {}
@@ -93,7 +92,7 @@ private:
         void modified(const kelo::runtime::KeloServiceTrackerInfo& info) override;
         void removed() override;
 
-        // A copy; null before the first.
+        // A copy; null before the first report.
         [[nodiscard]] std::unique_ptr<kelo::runtime::KeloServiceTrackerInfo> info() const;
 
     private:
@@ -104,7 +103,7 @@ private:
         mutable std::mutex mutex_;  // guards info_
     };
 
-    // Keeps the resolved API. Thread: any; written on a runtime's thread.
+    // Keeps the resolved API. Thread: any; written on a thread of the runtime.
     class ServiceResolver final : public kelo::runtime::IKeloRuntime::IKeloServiceResolver {
     public:
         explicit ServiceResolver(ServiceManager* owner) : owner_{owner} {}
