@@ -1,4 +1,4 @@
-// An answer on its way through the bridge: the upstream list is read, turned into a page, and the page is written.
+// The work on an answer in the bridge: the upstream list is read and turned into a page, and the page is written.
 #include <benchmark/benchmark.h>
 
 #include "core/documents.h"
@@ -10,7 +10,7 @@ using benchmark::State;
 using kelo::MimeType;
 using kelo::hmx::displaymanager::DisplaysInfo;
 
-// A row for each encoding and size, and the slope over the sizes.
+// One row for each encoding and size, and the slope over the sizes.
 void sizes(benchmark::internal::Benchmark* family) {
     family->Arg(4)->RangeMultiplier(10)->Range(10, 10'000)->Complexity(benchmark::oN);
 }

@@ -35,7 +35,7 @@ std::shared_ptr<RegionconfigurationObject> configuration(int number, const std::
     return object;
 }
 
-// Changes one of `stored` configurations to and fro, of which `listeners` hear.
+// Changes one of `stored` configurations back and forth, with `listeners` listening to it.
 void change(State& state, int stored, std::size_t listeners) {
     kelo::tolu::ToluResourceData<RegionconfigurationObject> cache;
     for (int i = 1; i < stored; ++i) {

@@ -13,7 +13,7 @@ using kelo::hmx::DisplayObject;
 using kelo::hmx::DisplayObjectListPage;
 using Params = kelo::optional<kelo::toluglobals::ToluParams>;
 
-// A bridge that has nothing to say.
+// A bridge that does not answer.
 struct Silent final : kelo::hmx::IDisplays {
     void* retrieveDisplayObject(std::unique_ptr<kelo::IResponseHandler<DisplayObject>>&& handler, const std::UUID&,
                                 const Params&) override {

@@ -1,4 +1,4 @@
-// What these benchmarks work on: any number of displays, and the page made of them.
+// The data of these benchmarks: any number of displays, and the page made from them.
 #pragma once
 
 #include <cstddef>

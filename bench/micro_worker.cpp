@@ -1,4 +1,4 @@
-// The hand-over to a worker: what posting and running an event costs, and what a wake-up adds.
+// Handing work to a worker: the cost of posting and running an event, and of a wake-up.
 #include <benchmark/benchmark.h>
 
 #include <semaphore>
@@ -10,7 +10,7 @@ namespace {
 
 using benchmark::State;
 
-// No other thread: the queue alone.
+// Without another thread: only the queue.
 void postAndRun(State& state) {
     comm::ActiveObject worker{"bench", comm::ActiveObject::ByHand{}};
     std::size_t count = 0;
@@ -22,7 +22,7 @@ void postAndRun(State& state) {
 }
 BENCHMARK(postAndRun);
 
-// A worker that is kept busy: it is rarely woken.
+// A busy worker, which is rarely woken.
 void postMany(State& state) {
     constexpr int batch = 1'000;
     comm::ActiveObject worker{"bench"};
@@ -37,7 +37,7 @@ void postMany(State& state) {
 }
 BENCHMARK(postMany)->UseRealTime();
 
-// A worker that sleeps: to it and back, two wake-ups.
+// A sleeping worker: two wake-ups, there and back.
 void postAndWait(State& state) {
     comm::ActiveObject worker{"bench"};
     std::binary_semaphore done{0};

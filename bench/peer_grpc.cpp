@@ -22,7 +22,7 @@ using grpc::Status;
 
 std::unique_ptr<peer::List::Stub> stubOf(const std::string& directory, const char* service) {
     grpc::ChannelArguments own;
-    own.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);  // a connection for each stub
+    own.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);  // one connection for each stub
     return peer::List::NewStub(
         grpc::CreateCustomChannel("unix:" + directory + "/" + service, grpc::InsecureChannelCredentials(), own));
 }
@@ -55,7 +55,7 @@ public:
     explicit Relay(const std::string& directory) : upstream_{stubOf(directory, "upstream")} {}
 
 private:
-    // A request on its way through.
+    // A request on its way through the relay.
     struct Passage {
         grpc::ClientContext context;
         peer::Question question;
@@ -80,7 +80,7 @@ private:
     const std::unique_ptr<peer::List::Stub> upstream_;
 };
 
-// One client: its book is kept under a lock, since answers come on threads of gRPC's.
+// One client. Its book is guarded by a lock, because answers come on gRPC's threads.
 class Client {
 public:
     Client(const std::string& directory, traffic::Book& book) : stub_{stubOf(directory, "relay")}, book_{book} {}

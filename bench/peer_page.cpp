@@ -27,7 +27,7 @@ std::string_view PageMaker::page(std::string_view displayList) {
         writer.Key(key);
         writer.Int(value);
     };
-    // A member that upstream may leave out.
+    // For a member that upstream may leave out.
     const auto copy = [&](const char* key, const Value& from, const char* fromKey) {
         const auto found = from.FindMember(fromKey);
         if (found == from.MemberEnd()) return;

@@ -1,4 +1,4 @@
-// What a relay written with RapidJSON does: it makes the page of displays from the display manager's answer.
+// The work of a relay written with RapidJSON: makes the page of displays from the display manager's answer.
 #pragma once
 
 #include <rapidjson/stringbuffer.h>
@@ -9,10 +9,10 @@
 
 namespace peer {
 
-// Makes the very page that the bridge makes. Ids are computed once for each name. Thread: one at a time.
+// Makes exactly the page that the bridge makes. Ids are computed once for each name. Thread: one at a time.
 class PageMaker {
 public:
-    // Good until the next call.
+    // The result is valid until the next call.
     std::string_view page(std::string_view displayList);
 
 private:

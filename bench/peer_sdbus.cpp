@@ -1,12 +1,11 @@
-// The bridge's job over D-Bus: a relay between a client and an upstream service on a private bus, all three over sd-bus, with
-// the page made by RapidJSON. One program with four roles:
+// The bridge's job over D-Bus: a relay between a client and an upstream service on a private bus, all three over sd-bus, with the
+// page made by RapidJSON. One program with four roles:
 //
-//     peer_sdbus broker DIR                        becomes a dbus-broker whose clients meet at DIR/bus
+//     peer_sdbus broker DIR                        becomes a dbus-broker, with its bus at DIR/bus
 //     peer_sdbus upstream|relay DIR
 //     peer_sdbus client DIR [KEY=VALUE...]         prints what it measured
 //
-// The relay has one thread, which is the cheapest way to write it: sd-bus leaves hand-overs to its users, and this relay makes
-// none.
+// The relay has one thread and makes no hand-overs, which is the cheapest way to write it: sd-bus leaves hand-overs to its users.
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <systemd/sd-bus.h>
@@ -36,7 +35,7 @@ int must(int result, const char* what) {
     traffic::fail(what);
 }
 
-// A connection to the bus of a directory. Thread: one at a time.
+// A connection to the bus in a directory. Thread: one at a time.
 class Bus {
 public:
     explicit Bus(const std::string& directory) {
@@ -51,7 +50,7 @@ public:
 
     operator sd_bus*() const noexcept { return bus_; }
 
-    // Handles messages while `goesOn`.
+    // Handles messages as long as goesOn() is true.
     template <class GoesOn>
     void run(GoesOn goesOn) {
         while (goesOn()) {
@@ -157,8 +156,7 @@ int playClient(const std::string& directory, const traffic::Options& options) {
     return 0;
 }
 
-// The policy "everybody may do everything", in the form in which the broker takes it: by user, by group, by security
-// label.
+// The policy "everybody may do everything", in the broker's format: by user, by group, by security label.
 void appendOpenPolicy(sd_bus_message* message) {
     const std::string batch = "bta(btbs)a(btssssuutt)a(btssssuutt)";
     const std::string user = "u(" + batch + ")";
@@ -183,7 +181,7 @@ void appendOpenPolicy(sd_bus_message* message) {
     for (int depth = 0; depth < 2; ++depth) must(::sd_bus_message_close_container(message), "policy");
 }
 
-// Hands the broker its listening socket and stays with it to its end.
+// Passes the listening socket to the broker and stays connected until the broker ends.
 int control(int fd, int listener) {
     sd_bus* bus = nullptr;
     sd_bus_message* call = nullptr;

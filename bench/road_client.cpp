@@ -44,7 +44,7 @@ struct Question {
     [[nodiscard]] Bytes frame(std::uint64_t id) const { return frame(id, body); }
 };
 
-// Asks one question and waits for the answer.
+// Asks one question and waits for its answer.
 std::string ask(int fd, FrameReader& reader, const Question& question) {
     sendAll(fd, question.frame(1));
     std::string answer;
@@ -55,7 +55,7 @@ std::string ask(int fd, FrameReader& reader, const Question& question) {
     return answer;
 }
 
-// Makes the frames of a client's requests: one that is numbered anew, or one with the number in its body.
+// Makes the frames of a client's requests: either only the request id changes, or the number is in the body as well.
 class Questions {
 public:
     explicit Questions(Question question) : question_{std::move(question)}, frame_{question_.frame(1)} {}
@@ -146,7 +146,7 @@ int playWatchers(const std::string& directory, const std::string& service, const
     const std::size_t changes = options.number("changes", 1);
     const std::chrono::microseconds interval{options.number("interval_us", 0)};
 
-    // The popup is known by its id once an answer has shown it.
+    // The popup can be asked for by its id only after an answer has shown it.
     FrameReader changerReader;
     const int changer = greet(directory, service, changerReader);
     const std::string list =

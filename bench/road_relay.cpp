@@ -1,5 +1,5 @@
-// The relay makes the bridge's hand-overs: its I/O thread reads, a worker writes, and an answer comes back the same way. It
-// does nothing else: frames are forwarded as they are, and each answer is padded to the size of the bridge's answer.
+// The relay makes the same hand-overs as the bridge: its I/O thread reads, a worker writes, and an answer comes back the same
+// way. It does nothing else: frames are forwarded as they are, and each answer is padded to the size of the bridge's answer.
 #include <sys/epoll.h>
 #include <sys/eventfd.h>
 #include <sys/socket.h>
@@ -56,7 +56,7 @@ private:
                 if (::read(wake_, &count, sizeof count) != sizeof count) traffic::fail("eventfd");
                 continue;
             }
-            // One send a destination.
+            // One send for each destination.
             for (std::size_t i = 0; i < batch.size(); ++i) {
                 if (batch[i].bytes.empty()) continue;
                 for (std::size_t j = i + 1; j < batch.size(); ++j) {
@@ -98,8 +98,7 @@ int playRelay(const std::string& directory, const std::string& service, const st
         bool open = false;
     };
     std::vector<Client> clients;
-    // The upstream's id of a request is its client's socket and the client's own id, which is all the book-keeping that a relay
-    // needs.
+    // The upstream id of a request is made of its client's socket and the client's own id. A relay needs no other bookkeeping.
     constexpr unsigned shift = 40;
     std::vector<Parcel> parcels;
     const Bytes greeting = helloAnswer();

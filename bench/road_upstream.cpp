@@ -40,7 +40,7 @@ public:
     }
 
 private:
-    // A retrieve that is not one-shot goes on; an update is for those.
+    // A retrieve that is not one-shot stays open; an update is sent to all of these.
     void answerPopup(const Frame& frame) {
         const bool isUpdate = frame.body().substr(0, frame.body().find('{')).find("update") != std::string_view::npos;
         if (isUpdate) ++changes_;

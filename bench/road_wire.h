@@ -1,5 +1,5 @@
-// The protocol of docs/wire.md, written by hand over blocking sockets: it costs little, and the same whatever is between the
-// peers.
+// The protocol of docs/wire.md, written by hand over blocking sockets. It costs little, and always the same, whatever is between
+// the peers.
 #pragma once
 
 #include <cstddef>
@@ -14,7 +14,7 @@ namespace road {
 
 using namespace testing_support;
 
-// A whole frame that somebody else owns.
+// A whole frame in somebody else's memory.
 struct Frame {
     const std::uint8_t* bytes;
     std::size_t size;
@@ -30,22 +30,22 @@ inline void setId(Bytes& frame, std::uint64_t id) {
 
 std::string socketName(std::string_view service);
 int listenAt(const std::string& directory, std::string_view service);
-// Waits for the service for up to ten seconds.
+// Waits up to ten seconds for the service.
 int connectTo(const std::string& directory, std::string_view service);
 bool sendAll(int fd, const Bytes& bytes);
 
-// How a peer sends several frames: all of them at once, as one does that has gathered them, or each by a call of its own, as
-// several do that know nothing of each other.
+// How a peer sends several frames: all in one call, like a peer that has gathered them, or each in a call of its own, like
+// several independent peers.
 enum class Sends : std::uint8_t { gathered, single };
 Sends sendsOf(std::string_view name);
 
-// Frames on their way out. Thread: one at a time.
+// Frames to be sent. Thread: one at a time.
 class Outbox {
 public:
     explicit Outbox(Sends sends) : sends_{sends} {}
 
     void add(const Bytes& frame);
-    // False when the peer is gone.
+    // False if the peer is gone.
     bool flush(int fd);
 
 private:
@@ -53,10 +53,10 @@ private:
     Bytes bytes_;
 };
 
-// Collects what a socket says and hands out whole frames. Thread: one at a time.
+// Collects the bytes of a socket and returns whole frames. Thread: one at a time.
 class FrameReader {
 public:
-    // Receives once; false at the end.
+    // Receives once; false at the end of the stream.
     bool receive(int fd);
 
     template <class Handle>
@@ -77,7 +77,7 @@ private:
     std::size_t kept_ = 0;
 };
 
-// A client's connection that has said hello and been greeted.
+// Connects as a client and exchanges hellos.
 int greet(const std::string& directory, std::string_view service, FrameReader& reader);
 
 }  // namespace road

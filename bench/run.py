@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Measures the road of a request and prints one table; `--json FILE` keeps it. Usage: run.py BUILD_DIR [--seconds N] [--json FILE]
+"""Measures the path of a request and prints one table; `--json FILE` keeps the figures. Usage: run.py BUILD_DIR [--seconds N] [--json FILE]
 
-What is measured stands beside the floor, a relay that does the same hand-overs and nothing else, and what counts is the ratio of the two in
-the same round: absolute times depend on the machine and its mood. In a round, the systems are shuffled for every task; the table shows
-medians with minimum and maximum.
-docs/performance.md says what each figure means.
+Each figure is compared with the floor, a relay that makes the same hand-overs and does nothing else. What counts is the ratio of the two in
+the same round, because absolute times depend on the machine and its load. In a round, the systems are shuffled for every task; the table
+shows medians with minimum and maximum.
+docs/performance.md explains each figure.
 """
 
 import argparse
@@ -31,7 +31,7 @@ POLICY = '<policy context="default"><allow send_destination="*"/><allow receive_
 
 
 class Process:
-    """A process of ours, and what the kernel has written down about it."""
+    """A process that we started, and what the kernel has counted for it."""
 
     def __init__(self, command, cpu, directory, ready):
         pinned = ["taskset", "-c", str(cpu)] if cpu is not None else []
@@ -69,7 +69,7 @@ class Process:
 
 
 class Stage:
-    """Everything between which one system is measured: its upstream service, what stands in the middle, and a directory to meet in."""
+    """Everything needed to measure one system: its upstream service, the system in the middle, and a directory for their sockets."""
 
     def __init__(self, binaries, system, cpu=None, sends="gathered"):
         self.system, self.cpu, self.sends, self.slow = system, cpu, sends, system in PEERS
@@ -85,7 +85,7 @@ class Stage:
             self.middle_command = relay if system == FLOOR else [binaries / "hmxtolubridge"]
 
     def __enter__(self):
-        """With the upstream service up."""
+        """Starts the upstream service."""
         try:
             if self.system == DBUS:
                 self.middle.append(self.start(self.bus()))
@@ -102,7 +102,7 @@ class Stage:
         shutil.rmtree(self.directory, ignore_errors=True)
 
     def bus(self):
-        """A private bus at DIR/bus: dbus-broker where there is one."""
+        """The command of a private bus at DIR/bus: dbus-broker if it is installed."""
         if shutil.which("dbus-broker"):
             return [*self.tool, "broker", self.domain]
         config = self.directory / "bus.conf"
@@ -115,7 +115,7 @@ class Stage:
         return process
 
     def ready(self):
-        """With the middle up and used."""
+        """Starts the system in the middle and warms it up."""
         command = [*self.tool, "relay", self.domain] if self.slow else self.middle_command
         self.middle.append(self.start(command, ready=self.system not in MIMES))
         self.client(200)
@@ -133,7 +133,7 @@ class Stage:
         return json.loads(done.stdout.splitlines()[-1])
 
     def client(self, count, **options):
-        """The client's figures and, per request, what the others have spent on it."""
+        """The client's figures and, per request, what the other processes spent on it."""
         if self.system in MIMES:
             options.setdefault("mime", MIMES[self.system])
         before = self.spent()
@@ -146,7 +146,7 @@ class Stage:
         return middle, middle + self.upstream.cpu_seconds(), sum(process.switches("voluntary") for process in self.middle)
 
     def system_calls(self, count):
-        """System calls per request; None where strace is missing or not permitted."""
+        """System calls per request; None if strace is missing or not permitted."""
         if shutil.which("strace") is None:
             return None
         output = self.directory / "strace"
@@ -161,11 +161,11 @@ class Stage:
 
 
 def quietest(measure):
-    """Of a few tries: what else runs on the machine can only make them slower."""
+    """The best of a few tries, because other programs can only make them slower."""
     return min(measure() for _ in range(3))
 
 
-# The tasks of a round: what of a stage's road is measured while it stands. Peers are slow, and asked less.
+# The tasks of a round: what is measured while a stage is running. Peers are slow, so they get fewer requests.
 def one_in_flight(stage):
     one = stage.client(1000 if stage.slow else 3000)
     return {"p50 pinned, us": one["p50_us"], "p99 pinned, us": one["p99_us"], "CPU in the middle, us": one["middle_us"],
@@ -202,7 +202,7 @@ def start_to_first_answer(stage):
 
 
 def measure_road(binaries, systems):
-    """What is compared with the floor. Each task is done with all systems, one right after the other, before the next one."""
+    """The figures that are compared with the floor. Each task runs with all systems, directly one after another, before the next task."""
     ours = [system for system in systems if system not in PEERS]
     plan = [
         (systems, {"cpu": 0}, [one_in_flight, many_in_flight, many_clients, system_calls]),
@@ -223,7 +223,7 @@ def measure_road(binaries, systems):
 
 
 def measure_rest(binaries):
-    """What is measured of the bridge alone."""
+    """The figures of the bridge alone."""
     figures = {}
     with Stage(binaries, BRIDGE) as free:
         bridge = free.ready().middle[0]
@@ -240,7 +240,7 @@ def measure_rest(binaries):
 
 
 def measure_growth(binaries):
-    """By what is measured, and by how many there are of what grows."""
+    """How figures grow: by name, and by the number of what grows."""
     series = {}
 
     def note(name, number, value):
@@ -266,7 +266,7 @@ def measure_growth(binaries):
 
 
 def measure_parts(binaries):
-    """The benchmarks of the parts, as they print themselves, in nanoseconds of CPU."""
+    """The micro-benchmarks, with the names that they print, in nanoseconds of CPU time."""
     command = [binaries / "micro", "--benchmark_format=json", "--benchmark_min_time=0.1"]
     done = subprocess.run(command, capture_output=True, text=True, check=True)
     parts, slopes = {}, {}
@@ -283,7 +283,7 @@ def spread(values):
 
 
 def compare(rounds, systems):
-    """For each figure and system the values and the ratios to the floor; for the bridge also those to the peers."""
+    """For each figure and system, the values and the ratios to the floor; for the bridge also the ratios to the peers."""
     table = {}
     for system in systems:
         for figure in rounds[0][system]:
@@ -297,7 +297,7 @@ def compare(rounds, systems):
 
 
 def slope(points):
-    """Of the least-squares line."""
+    """The slope of the least-squares line."""
     numbers = [float(number) for number in points]
     mean_x, mean_y = statistics.mean(numbers), statistics.mean(points.values())
     return sum((float(x) - mean_x) * (y - mean_y) for x, y in points.items()) / sum((x - mean_x) ** 2 for x in numbers)

@@ -35,7 +35,7 @@ int complain(std::string_view what) {
     return 2;
 }
 
-// The same for a promise whether it runs alone or with others.
+// A promise gets the same seed whether it runs alone or with others.
 std::uint64_t seedOf(const campaign::Promise& promise, std::uint64_t seed) {
     for (const char c : promise.name) seed = seed * 1'099'511'628'211U + static_cast<unsigned char>(c);
     return seed;
@@ -46,8 +46,7 @@ bool drive(const campaign::Promise& promise, const campaign::Scope& scope) {
         std::printf("passed over %s: not under sanitizers\n", std::string{promise.name}.c_str());
         return true;
     }
-    // The cut runs beside other tests, so that its times are not the programs' doing alone; the whole campaign has the machine to
-    // itself.
+    // The short run shares the machine with other tests, so its times include theirs. The whole campaign runs alone.
     constexpr double beside = 5;
     campaign::Report report{campaign::Scope::slowness * (scope.isCut ? beside : 1)};
     campaign::Random random{seedOf(promise, scope.seed)};
@@ -70,7 +69,7 @@ bool drive(const campaign::Promise& promise, const campaign::Scope& scope) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    // What the runtimes inside this process log does not belong into our output.
+    // The log lines of runtimes inside this process must not appear in our output.
     ::setenv("KELO_TRACE", "*=5", 0);
     if (const int status = campaign::play(argc, argv); status >= 0) return status;
     campaign::Scope scope;

@@ -1,4 +1,4 @@
-// What the system promises, and the driver that tests each promise: declared once, for running, listing and documents.
+// What the system promises, and the driver that tests each promise. Declared once, for running, listing and the documents.
 #pragma once
 
 #include <span>
@@ -13,9 +13,8 @@ struct Promise {
     std::string_view name;
     std::string_view text;
     void (*drive)(const Scope& scope, Random& random, Report& report);
-    // Does not work together with sanitizers: it needs the faults library, or it limits memory, of which they keep much, or it
-    // runs without free descriptors, and then UBSan takes every object for a broken one, because it checks memory through a
-    // pipe.
+    // Does not work with sanitizers. Reasons: it needs the faults library; it limits memory, of which sanitizers use much; or it
+    // runs without free descriptors, where UBSan considers every object invalid, because it checks memory through a pipe.
     bool isBareOnly = false;
 };
 

@@ -1,10 +1,10 @@
-// Races the cancellation of each of 200,000 requests against its answer: a consumer and a provider in one process, so a
-// sanitizer sees both. Then the same while the provider dies 1,000 times and the thread that reads the connection keeps
-// changing. Prints one line for each. Exit status 0 if every request ended as it should. Arguments: races, seed, deaths.
+// Races the cancellation of each of 200,000 requests against its answer, with consumer and provider in one process, so that a
+// sanitizer sees both. Then does the same while the provider dies 1,000 times and the connection is moved from reader to reader.
+// Prints one line for each. Exit status 0 if every request ended correctly. Arguments: races, seed, deaths.
 //
 // What is checked: a handler gets at most one end and nothing after it, is destroyed once, and, if its cancellation came first,
-// gets at most the answer that was on its way. The tracker hears of every death, strictly in turn. Whoever opens and closes
-// resolvers returns from it, on whatever thread that is.
+// gets at most the answer that was being delivered. The tracker is told of every death, strictly in turn. Opening and closing
+// resolvers returns on every thread.
 #include <atomic>
 #include <chrono>
 #include <cstdio>
@@ -37,7 +37,7 @@ struct Tally {
     std::atomic<std::uint64_t> asked{0};
     std::atomic<std::uint64_t> answered{0};
     std::atomic<std::uint64_t> failed{0};
-    std::atomic<std::uint64_t> silent{0};  // destroyed without an event: the cancellation won
+    std::atomic<std::uint64_t> silent{0};  // destroyed without an event: it was cancelled first
     std::atomic<std::uint64_t> destroyed{0};
     std::atomic<std::uint64_t> wrong{0};
 };
@@ -73,7 +73,7 @@ private:
     unsigned values_ = 0;
 };
 
-// Answers at once, later from a thread of its own, or never; streams get more values than they want.
+// Answers at once, later on a thread of its own, or never; streams get more values than they want.
 class Resource final : public kelo::IResourceHandler {
 public:
     void* actionRequest(const kelo::Request& request, std::unique_ptr<kelo::IResponder> responder, const std::string&) override {
@@ -118,7 +118,7 @@ public:
         if (!api_.waitFor([](kelo::IKeloApi* api) { return api != nullptr; })) std::abort();
         return *api_.get();
     }
-    // Waits until the service has gone, or come, so many times. False when it does not, or not in turn.
+    // Waits until the service has appeared and disappeared so many times. False if that does not happen, or not in turn.
     bool waitFor(std::uint64_t added, std::uint64_t removed) {
         const auto arrived = [=](const Turns& turns) { return turns.added == added && turns.removed == removed; };
         return turns_.waitFor(arrived) && !turns_.get().isWrong;
@@ -138,7 +138,7 @@ private:
     Watched<Turns> turns_;
 };
 
-// Opens and closes resolvers that bring readers: on the caller's thread, on the readers, and in the resolvers' own callbacks.
+// Opens and closes resolvers with readers: on the caller's thread, on the readers, and in the resolvers' own callbacks.
 class Mover final : public kelo::runtime::IKeloRuntime::IKeloServiceResolver {
 public:
     Mover(kelo::runtime::IKeloRuntime& runtime, std::vector<comm::ActiveObject*> readers, std::uint64_t seed)
@@ -158,7 +158,7 @@ public:
     void resolved(std::uint64_t handle, kelo::IKeloApi*) override {
         const std::uint64_t draw = below(4);
         if (draw > 1) return;
-        // Takes hold of the reader, if that sleeps.
+        // Runs in the reader's place, if the reader sleeps.
         kelo::postBrief(*any(), [] {});
         runtime_.closeResolver(handle);
     }
@@ -214,7 +214,7 @@ void spin(std::uint64_t turns) {
     }
 }
 
-// Asks, and cancels a moment later, from one thread of several.
+// Sends requests and cancels them a moment later; run by several threads.
 void race(kelo::IKeloApi& api, Tally& tally, std::uint64_t count, std::uint64_t seed) {
     hmxsim::Random random{seed};
     constexpr const char* paths[] = {"/r/now", "/r/later", "/r/now", "/r/never"};
@@ -224,7 +224,7 @@ void race(kelo::IKeloApi& api, Tally& tally, std::uint64_t count, std::uint64_t 
         void* const handle = api.request(request, std::make_unique<Handler>(tally, random.below(2) == 0));
         open.push_back(handle);
         spin(random.below(15000));
-        // Now and then late, so that answers win too, and some twice.
+        // Sometimes late, so that answers win too, and some twice.
         if (open.size() > random.below(8)) {
             for (void* each : open) api.cancel(each);
             if (random.below(4) == 0) api.cancel(open.front());
@@ -245,7 +245,7 @@ bool report(const Tally& tally, bool isRight, const char* what) {
     return held;
 }
 
-// Requests while the provider dies and the connection moves.
+// Sends requests while the provider dies and the connection moves.
 bool moveAndDie(const std::string& directory, std::uint64_t deaths, std::uint64_t seed) {
     Tally tally;
     bool isRight = true;

@@ -1,5 +1,5 @@
-// Any bytes as the body of each request that has one, and as each upstream answer: what can be read is written in every
-// encoding and must read back as the same.
+// Any bytes as the body of each request that has one, and as each upstream answer: what can be read is written in every encoding
+// and must read back as the same.
 #include <string>
 
 #include "hmx/displaymanager/display_layers_array_inner.h"
@@ -22,7 +22,7 @@ bool areSame(const Body& one, const Body& other) {
     if constexpr (kelo::record::Record<Body>) {
         return kelo::record::equal(one, other);
     } else {
-        // Of any type: compared as JSON writes them, which tells 2 from 2.0, and 0 from -0.0.
+        // Of any type: compared as JSON text, which distinguishes 2 from 2.0, and 0 from -0.0.
         const auto text = [](const Body& body) {
             const auto writer = kelo::serializer::Factory::createSerializer(fuzz::MimeTypeID::json);
             util::ByteBufferWriter out;
@@ -68,7 +68,7 @@ constexpr Kind kinds[] = {
 
 }  // namespace
 
-// The first byte says as what, the second in which encoding.
+// The first byte selects the type, the second the encoding.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     if (size < 2) return 0;
     kinds[data[0] % std::size(kinds)](encodings[data[1] % std::size(encodings)], {data + 2, size - 2});

@@ -8,12 +8,12 @@ namespace {
 using kelo::wire::FrameType;
 
 constexpr std::uint64_t requestId = 7;
-// As many as a map may have, less those that a writer adds if they were not there.
+// The most fields that a map may have, minus those that a writer may add.
 constexpr std::size_t mostOtherHeaders = 50;
 
 util::ByteBufferWriter frame;
 
-// The body of the frame just written, whose header must read as what was written.
+// The body of the frame that was just written; its header must read back as what was written.
 fuzz::Bytes writtenBody(FrameType type, std::uint64_t id) {
     kelo::wire::FrameHeader header;
     fuzz::require(frame.size() >= kelo::wire::headerSize && kelo::wire::readHeader(frame.bytes(), header) == nullptr,
@@ -38,7 +38,7 @@ bool areSame(const kelo::Response& one, const kelo::Response& other) {
            one.headers().entries() == other.headers().entries() && areSame(one.payload(), other.payload());
 }
 
-// `mapEnd`: where in the body the header map ends. `refuses`: whether a body is refused.
+// `mapEnd`: where the header map ends in the body. `refuses`: whether a body is refused.
 template <class Refuses>
 void requireWholeMap(fuzz::Bytes body, std::size_t mapEnd, Refuses refuses) {
     const std::size_t step = mapEnd / 32 + 1;
@@ -60,7 +60,7 @@ void hello(fuzz::Bytes body) {
 }
 
 void request(fuzz::Bytes body, bool oneShot) {
-    // Both are reused from input to input, as the runtime does it: nothing may be left over from the last one.
+    // The first one is reused for every input, as the runtime does: nothing may be left over from the input before.
     static kelo::Request first;
     static kelo::Request second;
     static kelo::wire::LastFields last;
@@ -101,7 +101,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     const fuzz::Bytes bytes{data, size};
     kelo::wire::FrameHeader header;
     if (size < kelo::wire::headerSize || kelo::wire::readHeader(bytes, header) != nullptr) return 0;
-    // The length says where the next frame begins; here there is none, so that no mutation is lost to a wrong one.
+    // The length only says where the next frame begins. There is none here, so a wrong length is ignored and no mutation is
+    // wasted.
     const fuzz::Bytes body = bytes.subspan(kelo::wire::headerSize);
     frame.clear();
     switch (header.type) {

@@ -1,6 +1,6 @@
-// Any bytes as everything that a peer sends: to the provider's end of a connection, or to a consumer's end that has sent a
-// request. The bytes arrive in pieces, and the peer may read or not. Whatever it does, each request ends at most once, and in
-// the end all have ended.
+// Any bytes as everything that a peer sends: to the provider's end of a connection, or to a consumer's end that has sent
+// requests. The bytes arrive in pieces, and the peer may read or not. Each request must end at most once, and finally all must
+// have ended.
 #include <sys/socket.h>
 
 #include <memory>
@@ -16,7 +16,7 @@ namespace {
 
 using kelo::Response;
 
-// Answers by the path's length: at once, never, with two values, or with an error.
+// Depending on the path's length, answers at once, never, with two values, or with an error.
 class Resource final : public kelo::IResourceHandler {
 public:
     void* actionRequest(const kelo::Request& request, std::unique_ptr<kelo::IResponder> responder, const std::string&) override {
@@ -69,7 +69,7 @@ private:
     bool over_ = false;
 };
 
-// Says the bytes in pieces, and lets the worker run in between.
+// Sends the bytes in pieces and lets the worker run in between.
 void say(int fd, fuzz::Bytes bytes, std::size_t piece, comm::ActiveObject& worker) {
     while (!bytes.empty()) {
         const std::size_t size = std::min(piece, bytes.size());
@@ -124,7 +124,8 @@ void asConsumer(kelo::net::Descriptor ours, int theirs, fuzz::Bytes bytes, std::
     bool isClosed = false;
     std::shared_ptr<kelo::net::ClientConnection> connection;
     kelo::net::ClientConnection::Events events;
-    // Requests as soon as they may be sent, so that the peer can answer them; it knows their ids when it has seen them before.
+    // Requests are sent as soon as possible, so that the peer can answer them. Their ids are the same in every run, so a corpus
+    // can contain them.
     events.ready = [&](kelo::net::ClientConnection& ready, const kelo::wire::Hello&) {
         for (unsigned i = 0; i < 3; ++i) ready.request(kelo::Request{"retrieve", "/r"}, std::make_unique<Handler>(ends), {});
     };

@@ -10,8 +10,8 @@ enum class Verdict { document, none, undecided };
 // Thread: one at a time.
 class Judge final : public nlohmann::json_sax<nlohmann::json> {
 public:
-    // Undecided where the two may differ: a number beyond a double's range, which is valid all the same, more levels than are
-    // read here, a byte order mark, and a zero byte, which it takes for the end.
+    // Undecided where the two may differ: a number beyond a double's range, which is valid JSON; more levels than we read; a byte
+    // order mark; and a zero byte, which the other parser takes for the end.
     Verdict judge(fuzz::Bytes bytes) {
         if (std::find(bytes.begin(), bytes.end(), 0) != bytes.end()) return Verdict::undecided;
         if (bytes.size() >= 3 && bytes[0] == 0xef && bytes[1] == 0xbb && bytes[2] == 0xbf) return Verdict::undecided;

@@ -1,5 +1,5 @@
-// Any bytes as a path and a pattern, separated by the first end of line: what is encoded decodes to the same, and what matches
-// has parts.
+// Any bytes as a path and a pattern, separated by the first newline: what is encoded must decode to the same, and what matches
+// must have parts.
 #include <string>
 #include <string_view>
 
@@ -9,7 +9,7 @@
 
 namespace {
 
-// The number of a path's parts, counted in another way than the code does.
+// The number of a path's parts, counted in a different way than in the code.
 int partsOf(std::string_view path) {
     int slashes = 0;
     for (const char c : path) slashes += c == '/' ? 1 : 0;

@@ -1,5 +1,5 @@
-// Gives a fuzzer the files of a corpus, one by one, in a build without a fuzzing engine: what once broke something is tried in
-// every run of the tests.
+// Feeds a fuzzer the files of a corpus, one by one, in a build without a fuzzing engine. So every run of the tests repeats inputs
+// that once broke something.
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>

@@ -1,4 +1,4 @@
-// What every fuzzer of an encoding checks, for any bytes.
+// What the fuzzers of all encodings check, for any bytes.
 #pragma once
 
 #include <cstdio>
@@ -22,7 +22,7 @@ inline void require(bool holds, const char* what) {
     std::abort();
 }
 
-// Whether `read` makes a whole document of the bytes. A failure must have been recorded, success must not.
+// Whether `read` reads the bytes as a whole document. A failure must be recorded, success must not.
 template <class Read>
 bool accepts(util::serializer::IStructuredPullDeserializer& reader, Bytes bytes, Read read) {
     const bool failed = reader.start(util::ByteBufferReader{bytes}) || read(reader) || reader.finish();
@@ -33,15 +33,15 @@ bool accepts(util::serializer::IStructuredPullDeserializer& reader, Bytes bytes,
         return true;
     }
     require(error.category == &kelo::errors::Error && error.code == kelo::errors::readFailure, "a failure says that it is one");
-    // By its place in the bytes, or, where a record wants what the document does not have, by the path to the member.
+    // The place is a byte offset or, if a record needs what the document does not have, the path of the member.
     const auto says = [&](std::string_view what) { return error.text.find(what) != std::string_view::npos; };
     require(says(" at byte ") || says(": "), "a failure says where it is");
     std::ErrorStorage::ack();
     return false;
 }
 
-// Reads the bytes as a document, by looking at every value and by skipping it, and writes and reads what was there again.
-// Whether it is a document.
+// Reads the bytes as a document, by looking at every value and by skipping it; then writes what was there and reads it again.
+// Returns whether it is a document.
 inline bool walk(MimeTypeID mimeType, Bytes bytes) {
     static const auto reader = kelo::serializer::Factory::createDeserializer(mimeType);
     static const auto writer = kelo::serializer::Factory::createSerializer(mimeType);
@@ -60,7 +60,7 @@ inline bool walk(MimeTypeID mimeType, Bytes bytes) {
     return true;
 }
 
-// The same for an encoding in which no document is the beginning of another one.
+// The same for an encoding in which no document is a prefix of another one.
 inline bool walkWithPrefixes(MimeTypeID mimeType, Bytes bytes) {
     if (!walk(mimeType, bytes)) return false;
     const auto reader = kelo::serializer::Factory::createDeserializer(mimeType);

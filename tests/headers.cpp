@@ -1,1 +1,1 @@
-// Nothing: this library is only there for the headers that it compiles for the tests.
+// Empty: this library exists only for the precompiled headers of the tests.

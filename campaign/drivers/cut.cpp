@@ -12,9 +12,9 @@
 #include "harness/stage.h"
 #include "harness/wire.h"
 
-// Upstream, every byte passes through a relay. The relay ends the connection after each byte of each message in turn: of the
-// hellos, and of a request and its answer, for each kind of request. Downstream, a client ends the connection after each byte
-// that it sends, and after each byte that it reads.
+// Upstream, every byte passes through a relay. For each kind of request, the relay ends the connection after each byte of each
+// message in turn: of the hellos, of the request and of its answer. Downstream, a client ends the connection after each byte that
+// it sends, and after each byte that it reads.
 //
 // What an error says must be true. "not sent" is false for a request that arrived complete. A request that is still almost
 // completely here when the connection ends must be called "not sent", not "outcome unknown".
@@ -67,7 +67,7 @@ void cutUpstream(RelayedStage& stage, Client& client, const Question& question, 
     const auto before = passed();
     awaitAnswer(client, question, ledger);
     const auto after = passed();
-    // What a client asks for once more, and what a connection begins with: the hellos, of which it knows that they are longer.
+    // Cuts a request on the existing connection, then the first bytes of a new connection, which begins with the hellos.
     constexpr std::uint64_t helloLength = 100;
     for (const bool isHello : {false, true}) {
         for (const auto way : {Relay::Way::toProvider, Relay::Way::toClient}) {
@@ -92,7 +92,7 @@ void cutUpstream(RelayedStage& stage, Client& client, const Question& question, 
     }
 }
 
-// A request that is much larger than the socket buffers, and of which the provider reads little or nothing.
+// A request that is much larger than the socket buffers; the provider reads little or nothing of it.
 void cutLargeRequests(RelayedStage& stage, Client& client, unsigned step, Ledger& ledger) {
     std::string regions;
     while (regions.size() < 900'000) {

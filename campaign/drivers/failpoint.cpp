@@ -12,10 +12,10 @@
 #include "harness/questions.h"
 #include "harness/stage.h"
 
-// One upstream service at a time is killed, stopped or cut off at one step of its life: while it enters the directory, when it
-// is connected to, at its hello, and before and after each call with which it receives a request and answers it. Meanwhile a
-// client asks for everything, and every request has to end: at once if the service died, at its deadline if the service is
-// stopped. Then the service is continued or replaced, and everything has to work as before.
+// One upstream service at a time is killed, stopped or cut off at one step of its life: while it enters the directory, when it is
+// connected to, at its hello, and before and after each call with which it receives a request and answers it. Meanwhile a client
+// asks for everything, and every request must end: at once if the service died, at its deadline if the service is stopped. Then
+// the service is continued or replaced, and everything must work as before.
 //
 // Each case has a stage of its own, so the cases that wait for a deadline can wait in parallel.
 
@@ -25,11 +25,11 @@ namespace {
 struct Step {
     const char* name;
     Call call;
-    std::uint64_t number;  // which of these calls
-    bool isBirth;          // before anybody can ask it anything
+    std::uint64_t number;  // which one of these calls
+    bool isBirth;          // before anybody can ask the service anything
 };
 
-// The first message that a service receives is a hello, the first that it sends the answer to that.
+// The first message that a service receives is a hello, and the first that it sends is its answer.
 constexpr Step steps[] = {
     {"unlink", Call::unlink, 1, true},          {"bind", Call::bind, 1, true},
     {"rename", Call::rename, 1, true},          {"connect", Call::accept, 1, true},

@@ -10,8 +10,8 @@
 
 #include "harness/stage.h"
 
-// One client exceeds each limit in turn. Meanwhile another client keeps asking and has to be answered every time. The service
-// itself tells the limits, and how often they were exceeded.
+// One client exceeds each limit in turn. Meanwhile another client keeps asking and must always be answered. The service itself
+// reports the limits and how often they were exceeded.
 
 namespace campaign {
 namespace {
@@ -30,7 +30,7 @@ public:
     unsigned scale() const noexcept { return scale_; }
     Report& report() noexcept { return report_; }
 
-    // The other client asks; `path`: of what.
+    // The other client asks for `path`.
     void witness(const char* path = "/displays") {
         const Asked& asked = witness_->call("retrieve", path);
         ++asked_;
@@ -59,7 +59,7 @@ private:
     double slowest_ = 0;
 };
 
-// What a client hears about requests beyond the limit.
+// The number of this client's requests that were refused because of the limit.
 unsigned refused(const Client& client) {
     unsigned count = 0;
     for (const auto& [id, asked] : client.all()) {
@@ -69,12 +69,12 @@ unsigned refused(const Client& client) {
     return count;
 }
 
-// More requests than allowed that their provider does not answer; then as many that are cancelled.
+// Sends more requests than allowed to a provider that does not answer; then cancels them.
 void requestsInFlight(Floods& floods, const char* limitName, bool oneShot) {
     const auto limit = static_cast<unsigned>(floods.limit(limitName));
     const auto clients = static_cast<unsigned>(floods.limit("connections"));
-    // One-shot requests wait for room upstream. Of the streams one client may have its equal part of one half, and of the other
-    // half one half.
+    // One-shot requests wait for room upstream. Of streams, one client may have its equal part of one half of the limit, and half
+    // of the other half.
     const unsigned most = oneShot ? limit : limit / 2 / clients + limit / 4;
     const unsigned more = limit + 100 - most;
     const double before = floods.counter("requestsRefused");
@@ -85,13 +85,13 @@ void requestsInFlight(Floods& floods, const char* limitName, bool oneShot) {
     floods.report().atMost(std::string{"beyond "} + limitName + " not refused", std::abs(double(refused(*client)) - more), 0);
     floods.report().atMost("not counted", std::abs(floods.counter("requestsRefused") - before - more), 0);
     floods.witness();
-    // Another client has its share all the same.
+    // Another client still has its share.
     const auto another = floods.client();
     for (unsigned i = 0; i < 20; ++i) another->ask("retrieve", "/popups", oneShot, R"({"display":"Driver_Display"})");
     another->serveUntil([&] { return refused(*another) > 0; }, milliseconds{100});
     floods.report().atMost("another refused", refused(*another), 0);
     another->close();
-    // A client that cancels has room again only when the request has been given up, not because it cancelled.
+    // Cancelling gives a client no room by itself: the room is free when the request has been given up.
     for (const auto& [id, asked] : std::unordered_map{client->all()}) {
         if (!asked.isOver()) client->cancel(id);
     }
@@ -101,8 +101,8 @@ void requestsInFlight(Floods& floods, const char* limitName, bool oneShot) {
     floods.witness();
 }
 
-// Three clients constantly have as many requests in flight as they may, to the same slow service that the other client asks:
-// together more than one connection to that service can carry.
+// Three clients constantly have as many requests in flight as allowed, to the same slow service that the other client asks.
+// Together these are more than one connection to that service can carry.
 void steadyLoad(Floods& floods) {
     const auto limit = static_cast<unsigned>(floods.limit("oneShotRequests"));
     const std::array clients{floods.client(), floods.client(), floods.client()};
@@ -166,10 +166,10 @@ void connections(Floods& floods) {
     for (unsigned i = 0; i < limit - 1 + more; ++i) {
         peers.push_back(std::make_unique<RawPeer>(connectTo(floods.stage().socket("/hmx"))));
         peers.back()->send(hello);
-        // One that has not been heard yet gives way to the next one, and the reserve does not fill.
+        // A client in the reserve that has not been answered yet gives way to the next one, so the reserve does not fill.
         peers.back()->receive();
     }
-    // Of those beyond the limit the last few remain, in the reserve.
+    // Of those beyond the limit, only the last few remain, in the reserve.
     const auto reserve = static_cast<unsigned>(floods.limit("reservedConnections"));
     const bool ended = eventually([&] { return floods.counter("peersRefused") - before >= more - reserve; }, milliseconds{5000});
     floods.report().atMost("too few ended", ended ? 0 : 1, 0);

@@ -16,8 +16,8 @@
 #include "kelo/uuid.h"
 
 // One client, or as many as may connect, make the bridge keep as much as it will. Meanwhile another client keeps asking the same
-// upstream service. The bridge's memory may grow only a little, and the other client must be served, almost as soon as before.
-// Each attack has a bridge and a world of its own, with a thousand displays.
+// upstream service. The bridge's memory may grow only a little, and the other client must be served almost as fast as before.
+// Each attack has its own bridge, and its own world with a thousand displays.
 
 namespace campaign {
 namespace {
@@ -29,12 +29,12 @@ constexpr std::size_t large = 900'000;
 constexpr std::size_t mostOfOneMiB = 16;
 constexpr std::size_t mostOfAllMiB = 64;
 
-// The other client, which asks and watches, and the bridge's memory meanwhile. Thread: any.
+// The other client, which asks and watches; also observes the bridge's memory. Thread: any.
 class Witness {
 public:
     struct Seen {
         std::string refusal;        // the last one
-        std::vector<double> waits;  // of those questions during which the host did not stand still
+        std::vector<double> waits;  // of those questions during which the host did not stall
         unsigned unserved = 0;
         std::size_t memoryKiB = 0;
 
@@ -54,7 +54,7 @@ public:
         thread_.join();
     }
 
-    // Since the last call.
+    // What was seen since the last call.
     Seen take() {
         const std::lock_guard lock{mutex_};
         return std::exchange(seen_, {});
@@ -102,13 +102,13 @@ struct Ground {
     const Process& popupManager;
     Client& control;
     Report& report;
-    std::string display;  // the path of one
+    std::string display;  // the path of one display
     double startKiB = 0;
 
     double grownMiB(std::size_t memoryKiB) const { return (static_cast<double>(memoryKiB) - startKiB) / 1024; }
     double limit(const char* name) const { return stage.status().at("limits").at(name); }
     std::unique_ptr<Client> client() const { return std::make_unique<Client>(stage.socket("/hmx")); }
-    // One that never reads, and sends as much as the bridge takes.
+    // A client that never reads, and sends as much as the bridge accepts.
     RawPeer peer(const Bytes& hello) const {
         RawPeer peer{stage.socket("/hmx")};
         const timeval patience{1, 0};
@@ -129,7 +129,7 @@ double answeredWith(const Client& client, int status) {
                                              [&](const auto& entry) { return entry.second.status == status; }));
 }
 
-// Asks as often as the bridge reads it. Each question has an answer of its own, in which nearly all is what upstream sent.
+// Asks as often as the bridge reads it. Each question has a different answer, most of which comes from upstream.
 void askAndLeaveUnread(RawPeer& peer, unsigned count, bool oneShot) {
     for (unsigned i = 1; i <= count; ++i) {
         if (!peer.send(requestFrame(i, "retrieve", i % 2 == 0 ? "/displays" : "/layerconfigurations", oneShot,
@@ -140,7 +140,7 @@ void askAndLeaveUnread(RawPeer& peer, unsigned count, bool oneShot) {
 
 void longName(Ground& ground) {
     Bytes body = fieldMap({"$version", 1}, {{"$service-path", "/hmx"}});
-    ++body[0];  // one field more
+    ++body[0];  // one field more than there are
     appendCborText(body, "$application");
     for (const std::size_t byte : {std::size_t{0x7a}, std::size_t{0}, large >> 16U, large >> 8U, large})
         body.push_back(static_cast<std::uint8_t>(byte));
@@ -166,7 +166,7 @@ void unreadLists(Ground& ground) {
     std::this_thread::sleep_for(milliseconds{1000});
 }
 
-// As many as one client may have in flight, for a while; it reads them.
+// Keeps as many requests in flight as one client may, for a while, and reads the answers.
 void manyRequests(Ground& ground, const std::string& path) {
     const auto client = ground.client();
     client->keepsAnswers = false;
@@ -246,7 +246,7 @@ void largeRegions(Ground& ground) {
     ground.report.atMost("left after deleting", left, 4, "MiB");
 }
 
-// As many clients as may connect, but for a few.
+// As many clients as may connect, minus a few.
 std::vector<RawPeer> allPeers(Ground& ground) {
     std::vector<RawPeer> peers;
     const auto count = static_cast<unsigned>(ground.limit("connections")) - 6;
@@ -319,7 +319,7 @@ void driveGreed(const Scope& scope, Random& /*random*/, Report& report) {
         attack.make(ground);
         std::this_thread::sleep_for(milliseconds{200});
         Witness::Seen seen = witness.take();
-        // A wait that nobody notices is none, however many times the quiet one it is.
+        // A wait that nobody would notice is acceptable, even if it is many times the wait without an attack.
         constexpr double unnoticed = 50;
         report.fact("p99", seen.p99(), "ms");
         report.atMost("as a multiple", seen.p99() / std::max(quiet.p99(), unnoticed), 5);

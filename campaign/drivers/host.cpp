@@ -18,8 +18,8 @@
 #include "harness/questions.h"
 #include "harness/stage.h"
 
-// What the host may refuse: descriptors, and space in the directory. What it may interrupt: any system call. What it may do to
-// an upstream service and to the clock.
+// What the host may refuse (descriptors, and space in the directory), what it may interrupt (any system call), and what it may do
+// to an upstream service and to the clock.
 
 namespace campaign {
 namespace {
@@ -31,7 +31,7 @@ void limitDescriptors(const Process& process, rlim_t count) {
     if (::prlimit(process.pid(), RLIMIT_NOFILE, &limit, nullptr) != 0) throw Failure{"cannot limit a process's descriptors"};
 }
 
-// A file system of our own, mounted at the stage's directory if we are allowed to, which soon has no space left.
+// A file system that soon has no space left, mounted at the stage's directory if we have the privilege.
 class SmallDisk {
 public:
     explicit SmallDisk(std::string directory)
@@ -92,7 +92,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
     const auto witness = stage.connect();
     const std::size_t before = bridge->descriptors();
     limitDescriptors(*bridge, before);
-    // From here on new clients cannot be accepted, and an upstream service that returns cannot be connected to.
+    // From here on, new clients cannot be accepted, and an upstream service that returns cannot be connected to.
     std::vector<std::unique_ptr<RawPeer>> waiting;
     const Bytes hello = testing_support::helloFrame("/hmx");
     for (unsigned i = 0; i < 20; ++i) {
@@ -121,7 +121,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
 
     // The same with an upstream service that dies and returns in the meantime.
     sim->kill();
-    // Its three connections are closed by then, and those of the clients that have gone.
+    // By then, its three connections are closed, and those of the clients that are gone.
     const bool isGone =
         eventually([&] { return bridge->descriptors() + 3 <= before; }) && witness->call("retrieve", "/displays").status == 503;
     limitDescriptors(*bridge, bridge->descriptors() - 3);
@@ -143,7 +143,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
 
 void driveDisk(const Scope& scope, Random& /*random*/, Report& report) {
     Stage stage{scope};
-    // First refused by calls that fail, which needs no privileges; then by a file system that is really full or read-only.
+    // First, calls fail, which needs no privileges; then the file system is really full or read-only.
     struct Refusal {
         std::string name;
         std::function<void()> begin;

@@ -15,9 +15,9 @@
 #include "harness/scripted_provider.h"
 #include "harness/stage.h"
 
-// Three users: root, the owner of the services, and somebody else. Who may connect, and who is trusted as a provider, is tested
-// in a directory where the file system allows everybody everything that a sticky directory allows, with sockets that are open
-// to all. So only what the kernel says about a peer makes a difference.
+// Three users: root, the owner of the services, and a stranger. Who may connect, and who is trusted as a provider, is tested in a
+// directory where the file system allows everybody everything that a sticky directory allows, with sockets that are open to all.
+// So only what the kernel says about a peer makes a difference.
 
 namespace campaign {
 namespace {
@@ -31,7 +31,7 @@ void own(const std::string& path, uid_t uid, mode_t mode) {
     if (::chown(path.c_str(), uid, uid) != 0 || ::chmod(path.c_str(), mode) != 0) throw Failure{"cannot give away " + path};
 }
 
-// A stage that every user can reach: `sticky`: and publish in.
+// A stage that every user can reach and, if `sticky`, publish in.
 class OpenStage {
 public:
     OpenStage(const Scope& scope, uid_t uid, bool sticky) : stage{scope}, scope_{scope} {
@@ -55,7 +55,8 @@ private:
     const Scope& scope_;
 };
 
-// Whether a client of that user is answered. Our own programs would not even try in a directory that belongs to somebody else.
+// Whether a client of that user is answered. It uses a socket directly, because our own programs do not even try in a directory
+// that belongs to somebody else.
 bool isServed(const OpenStage& open, uid_t uid) {
     const auto client = open.start("hmxcampaign", uid, {"--ask", open.stage.socket("/hmx")});
     return client->waitForEnd(8000) && client->status() == 0;
@@ -105,7 +106,7 @@ bool isAlive(const OpenStage& open, std::string_view path) {
     return false;
 }
 
-// A provider of the popup manager's path, run by each user before a bridge of each user: trusted or not.
+// For each user, a provider of the popup manager's path, started before a bridge of each user: is it trusted?
 void whoIsTrusted(const Scope& scope, Tally& tally) {
     const std::string path = "/hmxpopupmanager";
     for (const uid_t bridgeUid : {uid_t{0}, owner}) {
@@ -119,7 +120,7 @@ void whoIsTrusted(const Scope& scope, Tally& tally) {
             open.openSockets();
             const auto bridge = open.start("hmxtolubridge", bridgeUid);
             const bool should = squatter == 0 || squatter == bridgeUid;
-            // A bridge that trusts the provider publishes; a bridge that does not, waits for the right one.
+            // A bridge that trusts the provider publishes; otherwise it waits for the right one.
             const bool trusts = eventually([&] { return isAlive(open, path); }, milliseconds{should ? 8000 : 1500});
             tally.expect(trusts, should, nameOf(bridgeUid) + "'s bridge trusts " + nameOf(squatter));
             if (should) continue;
@@ -132,15 +133,15 @@ void whoIsTrusted(const Scope& scope, Tally& tally) {
     }
 }
 
-// Whatever is at a service's name is replaced while a bridge works. The bridge must not trust any of the replacements, and must
-// find the right provider again.
+// While a bridge works, what is at a service's name is replaced. The bridge must not trust any of the replacements, and must find
+// the right provider again.
 void whatIsReplaced(const Scope& scope, Tally& tally) {
     const OpenStage open{scope, owner, false};
     auto sim = open.start("hmxsim", owner);
     const auto bridge = open.start("hmxtolubridge", owner);
     if (!eventually([&] { return fs::exists(open.stage.socket("/hmx")); })) throw Failure{"no bridge"};
     const std::string socket = open.stage.socket("/hmxpopupmanager");
-    // A stranger's provider elsewhere, which answers anything.
+    // A stranger's provider in another directory, which answers everything.
     const OpenStage elsewhere{scope, stranger, true};
     const auto strange = elsewhere.start("hmxsim", stranger);
     if (!eventually([&] { return fs::exists(elsewhere.stage.socket("/hmxpopupmanager")); })) throw Failure{"no stranger"};
@@ -168,7 +169,7 @@ void whatIsReplaced(const Scope& scope, Tally& tally) {
     }
 }
 
-// Nothing that a peer says changes who it is.
+// Nothing that a peer says may change who it is.
 void whatIsClaimed(const Scope& scope, Tally& tally) {
     const OpenStage open{scope, owner, false};
     const auto sim = open.start("hmxsim", owner);
@@ -178,7 +179,7 @@ void whatIsClaimed(const Scope& scope, Tally& tally) {
     for (const auto& tracked : status.at("tracked")) {
         tally.expect(tracked.at("uid") == owner && tracked.at("pid") == sim->pid(), true, "a provider is who the kernel says");
     }
-    // A provider that claims about itself what only the kernel can tell.
+    // A provider that makes claims about itself that only the kernel can know.
     {
         const Stage other{scope};
         const auto helloAndMore = [] {
@@ -221,9 +222,9 @@ void whatIsUnsafe(const Scope& scope, Tally& tally) {
         own(at, uid, mode);
     };
     struct Layout {
-        std::string name;  // of what is given as KELO_RUNTIME_DIR, whose "local" is the domain
+        std::string name;  // of the KELO_RUNTIME_DIR, whose "local" is the domain
         std::function<void()> make;
-        const char* reason;  // empty: it is safe
+        const char* reason;  // empty: the directory is safe
     };
     const std::vector<Layout> layouts{
         {"link",

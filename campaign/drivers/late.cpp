@@ -12,9 +12,9 @@
 #include "harness/scripted_provider.h"
 #include "harness/stage.h"
 
-// The display manager follows a script: around each right answer it sends others, to requests that are over, to requests that
-// never existed, to ids that belong to another place in the table, and the right answer again. None of them may reach a client.
-// A cancelled request is answered all the same, and after that a new request may use its place.
+// The display manager follows a script. With each correct answer it sends others: to requests that are over, to requests that
+// never existed, to ids that belong to another place in the table, and the correct answer again. None of these may reach a
+// client. A cancelled request is still answered, and after that a new request may use its place.
 
 namespace campaign {
 namespace {
@@ -22,8 +22,8 @@ namespace {
 const std::string rightAnswer = R"({"displays":[{"id":1,"name":"Right"}]})";
 const std::string wrongAnswer = R"({"displays":[{"id":1,"name":"Wrong"}]})";
 
-// The popup manager stands still for longer than requests wait for it, then takes what has gathered at its socket. None of that
-// may be an update that was called "not sent".
+// The popup manager is stopped for longer than requests wait for it, then reads what has accumulated in its socket. None of this
+// may be an update that was reported as "not sent".
 void notSent(const Scope& scope, Report& report) {
     constexpr unsigned updates = 200;
     Stage stage{scope};
@@ -56,7 +56,7 @@ void notSent(const Scope& scope, Report& report) {
     }
     client->serveUntil([&] { return client->open() == 0; }, milliseconds{20'000});
     isStopped = false;
-    // What is answered comes after all of them.
+    // This request is answered after all of them.
     report.atMost("does not go on", list().status == 200 ? 0 : 1, 0);
     unsigned called = 0;
     unsigned falsely = 0;
@@ -95,10 +95,10 @@ void driveLate(const Scope& scope, Random& random, Report& report) {
             }
         };
         for (unsigned i = 0; i < 5; ++i) {
-            lie(frame.id + 65536 * (1 + random.below(5)));            // this place in the table, at another time
+            lie(frame.id + 65536 * (1 + random.below(5)));            // this place in the table, earlier or later
             lie(frame.id ^ (1U << random.below(16)));                 // another place
-            lie(random.below(~std::uint64_t{0}) | 1);                 // anything
-            if (!past.empty()) lie(past[random.below(past.size())]);  // what is over
+            lie(random.below(~std::uint64_t{0}) | 1);                 // any id
+            if (!past.empty()) lie(past[random.below(past.size())]);  // a request that is over
         }
         send(answerFrame(next, endFlag, frame.id, 200, rightAnswer));
         lie(frame.id);
@@ -116,7 +116,7 @@ void driveLate(const Scope& scope, Random& random, Report& report) {
     unsigned delivered = 0;
     unsigned unanswered = 0;
     while (wrong - before < wanted) {
-        // One after the other, so the false answers to other places in the table are about free ones.
+        // One after the other, so that the false answers for other places in the table are about free ones.
         const Asked& answer = client->call("retrieve", "/displays");
         ++asked;
         if (!answer.isOver() || answer.status != 200 || answer.values != 1) ++unanswered;
@@ -126,7 +126,7 @@ void driveLate(const Scope& scope, Random& random, Report& report) {
     client->serveUntil([] { return false; }, milliseconds{50});
     const bool counted =
         eventually([&] { return Stage::counter(stage.status(), "lateFrames") - late >= wrong - before; }, milliseconds{2000});
-    // Downstream: a client that sends answers loses its connection, and cancels of unknown requests are counted.
+    // Downstream, a client that sends answers must lose its connection, and cancels of unknown requests must be counted.
     report.fact("requests", asked);
     report.fact("wrong answers", wrong - before);
     report.atMost("delivered", delivered + static_cast<double>(client->endedTwice() + client->foreign()), 0);

@@ -12,9 +12,9 @@
 #include "harness/relay.h"
 #include "harness/stage.h"
 
-// Valid frames of every kind are damaged in every way that bytes can be, and sent to a working bridge. A witness asks the
-// bridge the same question again and again and must always get the same answer. Upstream, a relay damages the display manager's
-// answers: the request must still end once, and the next one must be answered.
+// Valid frames of every kind are damaged in many ways and sent to a working bridge. A witness repeats the same question and must
+// always get the same answer. Upstream, a relay damages the display manager's answers: the request must still end once, and the
+// next one must be answered.
 
 namespace campaign {
 namespace {
@@ -42,7 +42,7 @@ std::vector<Bytes> soundFrames(const std::vector<Question>& questions) {
 void damage(Bytes& bytes, Random& random) {
     if (bytes.empty()) return;
     const auto place = [&] { return bytes.begin() + static_cast<std::ptrdiff_t>(random.below(bytes.size())); };
-    // Most of the damage is done where the bytes have a meaning: in the header and the map after it.
+    // Most of the damage is done where bytes have a meaning: in the header and the map after it.
     const auto early = [&] {
         return bytes.begin() + static_cast<std::ptrdiff_t>(random.below(std::min<std::size_t>(bytes.size(), 40)));
     };
@@ -74,7 +74,7 @@ void damage(Bytes& bytes, Random& random) {
             append(bytes, copy);
             break;
         }
-        case 7:  // another length than it has
+        case 7:  // a length that is not the frame's
             for (std::size_t i = 0; i < std::min<std::size_t>(bytes.size(), 3); ++i)
                 bytes[i] = static_cast<std::uint8_t>(random.below(i == 2 ? 17 : 256));
             break;
@@ -83,7 +83,7 @@ void damage(Bytes& bytes, Random& random) {
     }
 }
 
-// Asks the same question again and again.
+// Repeats the same question.
 class Witness {
 public:
     explicit Witness(const Stage& stage) : client_{stage.connect()}, expected_{client_->get("/displayables")} {}
@@ -107,7 +107,7 @@ private:
     double slowest_ = 0;
 };
 
-// Sends damaged frames until that many have been sent.
+// Sends this number of damaged frames.
 void floodWithDamage(const Stage& stage, Witness& witness, unsigned frames, Random& random) {
     const auto client = stage.connect();
     const std::vector<Bytes> sound = soundFrames(everyQuestion(*client));
@@ -173,8 +173,8 @@ void driveDamagedAnswers(const Scope& scope, Random& random, Report& report) {
         const Asked& asked = client->at(id);
         const auto isOver = [&] { return asked.isOver(); };
         if (!client->serveUntil(isOver, milliseconds{50})) {
-            // A damaged length makes the bridge wait for bytes that never come, a damaged id for an answer that never comes.
-            // Before the deadline, only the end of the connection shows either.
+            // With a damaged length, the bridge waits for bytes that never come; with a damaged id, for an answer that never
+            // comes. Before the deadline, only the end of the connection reveals either.
             ++silent;
             display.drop();
             if (!client->serveUntil(isOver, milliseconds{5'000})) ++lost;

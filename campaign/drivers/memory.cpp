@@ -11,10 +11,10 @@
 #include "harness/questions.h"
 #include "harness/stage.h"
 
-// The same scenario many times: the bridge starts, answers a client's requests of every kind, loses an upstream service and
-// gets it back, and answers again. Each time another allocation fails, starting with the first. The bridge may then continue as
-// if nothing had happened, or end a request with an error, or end a connection, or end itself with a message. It must not say
-// anything wrong, leave a request without an end, or hang.
+// The same scenario many times: the bridge starts, answers a client's requests of every kind, loses an upstream service and gets
+// it back, and answers again. Each time another allocation fails, starting with the first. The bridge may then continue as if
+// nothing had happened, end a request with an error, end a connection, or end itself with a message. It must not give a wrong
+// answer, leave a request without an end, or hang.
 
 namespace campaign {
 namespace {
@@ -34,7 +34,7 @@ public:
         stage_.awaitServing();
         const auto client = stage_.connect();
         questions_ = everyQuestion(*client);
-        // Twice, because the first time changes what the second one gets.
+        // Twice, because the first round changes what the second one gets.
         for (unsigned round = 0; round < 2; ++round) {
             expected_.clear();
             for (const Question& question : questions_)
@@ -51,7 +51,7 @@ public:
         faults_.clear();
         if (!bridge->isRunning()) return deathOf(*bridge);
         if (outcome.kind == Outcome::Kind::wrong) return outcome;
-        // Whatever happened in the scenario, the bridge has to work afterwards.
+        // Whatever happened in the scenario, the bridge must work afterwards.
         if (!eventually([&] { return stage_.isServing() || !bridge->isRunning(); }, milliseconds{3000}))
             return {Outcome::Kind::stoodStill, "does not serve afterwards"};
         return bridge->isRunning() ? outcome : deathOf(*bridge);
@@ -80,7 +80,7 @@ private:
             },
             milliseconds{3000});
         if (!came) return {Outcome::Kind::stoodStill, "does not come to serve"};
-        // The lists that it asks for make the bridge learn its elements.
+        // From these lists, the bridge learns its elements.
         for (const Question& question : questions_) {
             if (client && question.command == "retrieve" && question.path.find('/', 1) == std::string::npos)
                 client->call(question.command, question.path, question.payload, milliseconds{3000});

@@ -8,13 +8,13 @@
 #include "harness/stage.h"
 #include "harness/stall_meter.h"
 
-// Two providers of the same path are started at the same moment. One of them must publish and say so; the other must say that
-// it waits. Then the owner is killed, and the other has to be reachable soon.
+// Two providers of the same path are started at the same moment. One of them must publish and say so; the other must say that it
+// waits. Then the owner is killed, and the other must soon be reachable.
 
 namespace campaign {
 namespace {
 
-// Who answers at the path now; 0 for nobody.
+// The process that answers at the path now; 0 if there is none.
 pid_t ownerOf(const std::string& socket) {
     const testing_support::RawPeer peer{connectTo(socket)};
     ucred credentials{};
@@ -53,7 +53,7 @@ void driveOwner(const Scope& scope, Random& random, Report& report) {
     constexpr double stall = 30;
     StallMeter meter;
     unsigned stalled = 0;
-    // If the host itself stands still repeatedly, more rounds replace those that prove nothing.
+    // If the host itself stalls repeatedly, more rounds replace those that prove nothing.
     const unsigned most = 3 * pairs;
     unsigned round = 0;
     for (; round < pairs || (tookOver < takeOvers && round < most); ++round) {
@@ -67,7 +67,8 @@ void driveOwner(const Scope& scope, Random& random, Report& report) {
         if (said.published > 1) ++doubled;
         const pid_t owner = ownerOf(stage.socket(path));
         if (!settled || said.published == 0 || (owner != one->pid() && owner != other->pid())) ++unowned;
-        // The last rounds skip this, the first do it repeatedly, so that locks and sockets of all ages occur.
+        // Takeovers come at random until there are enough of them, and in every round if the rest is needed for them. So locks
+        // and sockets of all ages occur.
         if (tookOver < takeOvers && (round + takeOvers - tookOver >= pairs || random.below(2) == 0)) {
             if (owner == other->pid()) std::swap(one, other);
             meter.takeLongest();
@@ -76,7 +77,7 @@ void driveOwner(const Scope& scope, Random& random, Report& report) {
             if (!eventually([&] { return ownerOf(stage.socket(path)) == other->pid(); })) ++unowned;
             const double took = millisecondsSince(since);
             if (meter.takeLongest() > stall) {
-                ++stalled;  // and is done again
+                ++stalled;  // and is repeated
             } else {
                 ++tookOver;
                 slowest = std::max(slowest, took);

@@ -7,9 +7,9 @@
 #include "harness/stage.h"
 #include "kelo/uuid.h"
 
-// Clients change region configurations while the input manager answers late and out of order, is killed and comes back with
-// nothing, goes away and comes back with all it had, or stands still. Clients cancel and die meanwhile. Whenever all is quiet
-// again, what "/hmx" shows is compared with what the input manager says that it has.
+// Clients change region configurations while the input manager answers late and out of order, is killed and returns with nothing,
+// goes away and returns with everything it had, or is stopped. Clients cancel and die meanwhile. Whenever everything is quiet
+// again, what "/hmx" shows is compared with what the input manager reports.
 
 namespace campaign {
 namespace {
@@ -22,7 +22,7 @@ struct Place {
     std::string path() const {
         return "/regionconfigurations/" + kelo::uuid::createFromName(display + hmi + component).toString();
     }
-    // Of a display and an HMI, as the input manager has it.
+    // The input manager's path for the display and HMI.
     std::string target() const { return "/" + display + "/" + hmi; }
 };
 
@@ -34,12 +34,12 @@ std::vector<Place> allPlaces() {
                 places.push_back({display, hmi, component});
             }
         }
-        places.push_back({display, "HMI_ID_ANDROID_DRIVER", "_POPUP"});  // has the id of another one
+        places.push_back({display, "HMI_ID_ANDROID_DRIVER", "_POPUP"});  // has the same id as another one
     }
     return places;
 }
 
-// Regions that no other change has: their layer is named after it.
+// Regions that no other change has: their layer has the change's number.
 std::string regions(unsigned change) {
     return R"({"infoForAllLayers":[{"layer":"change)" + std::to_string(change) + R"(","inputRegions":[{"translateX":1}]}]})";
 }
@@ -74,7 +74,7 @@ Regions had(const Stage& stage, const std::vector<Place>& places) {
         const auto sorted = nlohmann::json::parse(client.get(place.target()));
         for (const auto& region : sorted.at("regionInfoSorted")) {
             const auto layer = region.at("layer").get<std::string>();
-            if (layer.starts_with("change")) found.insert(place.target() + " " + layer);  // not the world's own
+            if (layer.starts_with("change")) found.insert(place.target() + " " + layer);  // not from the world file
         }
     }
     return found;
@@ -146,7 +146,7 @@ void driveRegions(const Scope& scope, Random& random, Report& report) {
         const bool isQuiet = eventually([&] { return stage.status().at("gauges").at("regionChangesUnderWay") == 0; });
         if (!isQuiet) throw Failure{"changes that never end:\n" + stage.log()};
         Regions ofBridge, ofManager;
-        // What is sent again at a return may not have begun yet.
+        // Sending again after a return may not have begun yet.
         eventually(
             [&] {
                 try {
@@ -154,7 +154,7 @@ void driveRegions(const Scope& scope, Random& random, Report& report) {
                     ofManager = had(stage, places);
                     return ofBridge == ofManager;
                 } catch (const Failure&) {
-                    return false;  // an input manager that is just about to go or to come
+                    return false;  // the input manager is about to go or to return
                 }
             },
             milliseconds{5000});

@@ -7,9 +7,8 @@
 
 #include "harness/stage.h"
 
-// One client asks for every list as a stream, several times, and never reads. Changes are made upstream in batches; between two
-// batches another client asks, and its waiting time is measured. The same is done before with everybody reading, for
-// comparison.
+// One client asks for every list as a stream, several times, and never reads. Changes are made upstream in batches. Between two
+// batches another client asks, and its waiting time is measured. For comparison, the same is done before with everybody reading.
 
 namespace campaign {
 namespace {
@@ -24,7 +23,7 @@ struct Load {
     unsigned value = 0;
     std::size_t mostMemory = 0;
 
-    // Makes that many changes. The result is the witness's waiting times, sorted, in milliseconds.
+    // Makes this number of changes. Returns the witness's waiting times, sorted, in milliseconds.
     std::vector<double> run(unsigned changes, Client* reader) {
         std::vector<double> waits;
         for (unsigned done = 0; done < changes; done += batch) {

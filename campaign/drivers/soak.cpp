@@ -8,9 +8,9 @@
 #include "harness/questions.h"
 #include "harness/stage.h"
 
-// Ordinary operation, speeded up: eight clients ask for everything, some of it as streams. Four times a second one of them
-// leaves and another arrives, and every few seconds an upstream service is killed and returns. Nothing may be lost, and nothing
-// may accumulate.
+// Normal operation, accelerated: eight clients ask for everything, some of it as streams. Four times a second one of them leaves
+// and another one arrives, and every few seconds an upstream service is killed and returns. Nothing may be lost, and nothing may
+// accumulate.
 
 namespace campaign {
 namespace {
@@ -21,7 +21,7 @@ constexpr milliseconds changePause{250};
 constexpr milliseconds killPause{5000};
 constexpr milliseconds lookPause{1000};
 
-// How much the values grow from the first to the last, by linear regression.
+// The growth of the values from the first to the last, by linear regression.
 double growth(const std::vector<double>& values) {
     const auto count = static_cast<double>(values.size());
     double meanY = 0;
@@ -64,7 +64,7 @@ void driveSoak(const Scope& scope, Random& random, Report& report) {
     double twice = 0;
     unsigned cut = 0;
     const auto settle = [&](Client& client) {
-        // Before the client leaves, its one-shot requests have to end; it abandons its streams.
+        // Before a client leaves, its one-shot requests must end; it abandons its streams.
         client.serveUntil(
             [&] {
                 return std::all_of(client.all().begin(), client.all().end(),
@@ -82,7 +82,7 @@ void driveSoak(const Scope& scope, Random& random, Report& report) {
     auto nextAsk = begin;
     auto nextChange = begin + changePause;
     auto nextKill = begin + killPause;
-    auto nextLook = begin + duration / 5;  // by then caches and buffers are as large as they get
+    auto nextLook = begin + duration / 5;  // by then, caches and buffers have reached their full size
     while (Clock::now() < begin + duration) {
         const auto now = Clock::now();
         if (now >= nextAsk) {

@@ -13,12 +13,12 @@
 #include "harness/tracker.h"
 
 // Four trackers, each with a runtime of its own, watch one provider that is killed and restarted. In three of four rounds the
-// provider lives until all trackers have seen it, so each has to see it appear, get an answer from it, and see it disappear. In
-// the fourth round it is killed at a random moment, even during its start, so the trackers need not have seen it but must not
+// provider lives until all trackers have seen it, so each must see it appear, get an answer from it, and see it disappear. In the
+// fourth round it is killed at a random moment, possibly during its start. The trackers need not have seen it then, but must not
 // have seen anything wrong.
 //
-// What a tracker does when the directory itself fails is tested with the bridge: what it says about which services are alive,
-// and whether it answers within half a second after its upstream services can be connected to.
+// What a tracker does if the directory itself fails is tested with the bridge: which services it reports as alive, and whether it
+// answers within half a second after its upstream services can be connected to.
 
 namespace campaign {
 namespace {
@@ -121,7 +121,7 @@ void driveDirectory(const Scope& scope, Random& random, Report& report) {
     double removed = 0;
     double emptied = 0;
     for (unsigned round = 0; round < rounds; ++round) {
-        // More happens than the kernel keeps for a process that does not read, and the event that matters is among those lost.
+        // More happens than the kernel queues for a process that does not read; the important event is among those lost.
         bridge->stop();
         const std::size_t files = eventsThatAreQueued() / 2 + 100;
         const std::string file = stage.domain() + "/.file";
@@ -135,7 +135,7 @@ void driveDirectory(const Scope& scope, Random& random, Report& report) {
         bridge->signal(SIGCONT);
         overflow = std::max(overflow, timeToServe(stage, Clock::now()));
 
-        std::error_code error;  // those who publish again may be quicker
+        std::error_code error;  // services that publish again may be faster
         do {
             std::filesystem::remove_all(random.below(2) == 0 ? stage.domain() : stage.folder() + "/run", error);
         } while (error);

@@ -26,9 +26,9 @@
 #include "hmx/update_popup_object.h"
 #include "support/documents.h"
 
-// Random records of every kind pass through all three encodings in every order: the result must equal the original. Numbers at
-// every limit are written by another library and read into a member of each type, which must either have the same value or be
-// refused. Every character passes through each encoding, and byte sequences that only look like characters are refused.
+// Random records of every kind pass through all three encodings in every order; the result must equal the original. Numbers at
+// every limit are written by another library and read into a member of each type, which must either have the same value or refuse
+// it. Every character passes through each encoding, and byte sequences that only look like characters must be refused.
 
 namespace campaign {
 namespace {
@@ -177,7 +177,7 @@ void throughAll(Random& random, Tally& tally, Report& report) {
     for (std::size_t i = order.size(); i > 1; --i) std::swap(order[i - 1], order[random.below(i)]);
     ++tally.records;
     T value = kelo::record::deepCopy(first);
-    // In a circle, so the last step leads from the third encoding back to the first.
+    // In a circle: the last step leads from the third encoding back to the first.
     for (const std::size_t step : {0U, 1U, 2U, 0U}) {
         std::string document;
         T read{};
@@ -227,7 +227,8 @@ std::vector<Json> edgeNumbers() {
     return numbers;
 }
 
-// Whether a member of type V may hold this number: exactly, except that a float may hold the nearest value to a fraction.
+// Whether a member of type V may have this value for the number: the exact one, except that a float may have the value nearest to
+// a fraction.
 template <class V>
 bool mayHold(const Json& number, V held) {
     if constexpr (std::is_same_v<V, int>) {
@@ -242,7 +243,7 @@ bool mayHold(const Json& number, V held) {
     }
 }
 
-// Whether it must be accepted: a number that the member can hold exactly.
+// Whether the number must be accepted, because the member can hold it exactly.
 template <class V>
 bool mustHold(const Json& number) {
     if constexpr (std::is_same_v<V, int>) {
@@ -338,7 +339,7 @@ void everyImpostor(unsigned step, unsigned& strings, unsigned& wrong, Report& re
             refuse(text);
             continue;
         }
-        // The same code in more bytes than necessary.
+        // The same code in more bytes than needed.
         if (code < 0x80) refuse({byte(0xc0U | code >> 6U), byte(0x80U | (code & 63U))});
         if (code < 0x800) refuse({byte(0xe0), byte(0x80U | code >> 6U), byte(0x80U | (code & 63U))});
         if (code < 0x10000)

@@ -10,14 +10,13 @@
 #include "harness/watcher.h"
 
 // Each upstream service is a process of its own that changes all the time: values change, elements appear and disappear.
-// Meanwhile these processes are killed one after the other, independently of one another, and restarted. At the end they are
-// replaced by services that have the world as it was at the beginning and do not change. Whatever the watchers saw before, they
-// all have to end up with that world and nothing else.
+// Meanwhile these processes are killed and restarted, each at times of its own. At the end they are replaced by services with the
+// initial world, which do not change. Whatever the watchers saw before, they must all end up with exactly that world.
 
 namespace campaign {
 namespace {
 
-// Changes for ten minutes, which is longer than any process lives here.
+// Changes for ten minutes, longer than any process lives here.
 Json scenarioOf(std::string_view manager) {
     if (manager == "displaymanager") {
         Json extra = Json::parse(R"({"id":77,"name":"Extra_Display"})");
@@ -138,7 +137,7 @@ void driveWatch(const Scope& scope, Random& random, Report& report) {
     unsigned outOfTurn = 0;
     unsigned seen = 0;
     for (std::size_t i = 0; i < lists.size(); ++i) {
-        // Upstream, a layer configuration contains its display, whose changes the resource does not show.
+        // Upstream, a layer configuration contains its display. The resource does not show the display's changes.
         const bool hasUnseenChanges = lists[i].first == std::string_view{"/layerconfigurations"};
         duplicates += (hasUnseenChanges ? 0 : raw[i]->repeats()) + raw[i]->duplicates() + programs[i]->duplicates();
         outOfTurn += programs[i]->outOfTurn();

@@ -16,7 +16,7 @@ Faults::Faults(const Scope& scope, std::string file) : library_{scope.faultsLibr
     }
     if (fd >= 0) ::close(fd);
     if (memory == MAP_FAILED) throw Failure{"cannot map " + file_};
-    page_ = static_cast<FaultPage*>(memory);  // a new file is all zero, as a page without rules is
+    page_ = static_cast<FaultPage*>(memory);  // a new file is all zero, like a page without rules
 }
 
 Faults::~Faults() {
@@ -29,7 +29,7 @@ std::vector<std::string> Faults::environment() const {
 
 void Faults::set(Call call, const What& what) {
     FaultRule& to = rule(call);
-    to.times = 0;  // quiet while it changes
+    to.times = 0;  // inactive while it changes
     to.error = what.error;
     to.action = what.action;
     to.every = what.every;

@@ -1,4 +1,4 @@
-// Makes the system calls of a running program fail one by one: the driver's side of the page in preload/fault_page.h.
+// Makes system calls of a running program fail, one by one: the driver's side of the page in preload/fault_page.h.
 #pragma once
 
 #include <string>
@@ -12,26 +12,26 @@ namespace campaign {
 // A resource. Thread: any.
 class Faults {
 public:
-    // `file`: where the page is; one a program.
+    // `file`: the file of the page; one for each program.
     Faults(const Scope& scope, std::string file);
     Faults(const Faults&) = delete;
     Faults& operator=(const Faults&) = delete;
     ~Faults();
 
-    // What a program is started with to be under these faults.
+    // The environment in which a program has these faults.
     std::vector<std::string> environment() const;
 
     struct What {
         Action action = Action::fail;
         int error = EIO;
-        std::uint64_t from = 1;  // the first call from now on that it is about, from 1
+        std::uint64_t from = 1;  // the first call, counted from now on, starting with 1
         std::uint64_t times = ~std::uint64_t{0};
         std::uint64_t every = 1;
     };
-    // From now on, and in place of what was said about these calls before.
+    // Takes effect at once and replaces the earlier rule for these calls.
     void set(Call call, const What& what);
     void clear();
-    // Calls made since `set` or `clear`.
+    // The number of calls since `set` or `clear`.
     std::uint64_t calls(Call call) const;
     std::uint64_t hits() const { return page_->hits; }
     void setClockOffset(std::int64_t seconds) { page_->clockOffset = seconds; }

@@ -16,8 +16,8 @@
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not every C library declares it
 
-// Everything that a child needs is prepared before the fork: between fork and exec, in a process with several threads, nothing
-// may be allocated.
+// Everything that a child needs is prepared before the fork: between fork and exec, a process with several threads must not
+// allocate.
 
 namespace campaign {
 namespace {
@@ -54,7 +54,7 @@ std::size_t numberIn(const std::string& file, std::string_view name) {
 
 Process::Process(const Start& start) {
     std::vector<std::string> command = start.command;
-    // If a name occurs twice, the last value counts.
+    // If a name occurs twice, the last value is used.
     std::map<std::string, std::string> settings;
     const auto set = [&](std::string_view text) { settings[std::string{text.substr(0, text.find('='))}] = text; };
     for (char** entry = environ; *entry != nullptr; ++entry) set(*entry);

@@ -10,15 +10,14 @@
 
 namespace campaign {
 
-// A resource; what is still running at its end is killed. Children also end with the thread that started them. Thread: one at a
-// time.
+// A resource: its destructor kills the program. A child also ends with the thread that started it. Thread: one at a time.
 class Process {
 public:
     struct Start {
-        std::vector<std::string> command;      // the program's file first
+        std::vector<std::string> command;      // beginning with the program's file
         std::vector<std::string> environment;  // "NAME=value", in addition to ours
-        std::string log;                       // where its output goes, appended
-        uid_t uid = 0;                         // to run as, where that is not 0
+        std::string log;                       // the file that its output is appended to
+        uid_t uid = 0;                         // the user to run as; 0: unchanged
     };
 
     explicit Process(const Start& start);
@@ -28,20 +27,20 @@ public:
 
     pid_t pid() const noexcept { return pid_; }
     bool isRunning();
-    // Kills and waits until it is gone.
+    // Kills the program and waits until it is gone.
     void kill();
     void signal(int number) const;
-    // Stops it, until SIGCONT, and waits until it has: the signal alone leaves it running for a while.
+    // Stops it until SIGCONT, and waits until it has stopped: after the signal it runs on for a while.
     void stop() const;
-    // Waits for its end; false when it still runs after so many milliseconds.
+    // Waits for its end; false if it still runs after `patience` milliseconds.
     bool waitForEnd(int patience);
-    // As waitpid gave it; of a process that has ended.
+    // The status from waitpid; only for a process that has ended.
     int status() const noexcept { return status_; }
 
-    std::size_t memoryKiB() const;  // resident, its own and changed
+    std::size_t memoryKiB() const;  // resident private memory that was written to
     std::size_t descriptors() const;
     std::size_t threads() const;
-    // How often its threads have gone to sleep by themselves.
+    // How often its threads have gone to sleep voluntarily.
     std::size_t sleeps() const;
 
 private:

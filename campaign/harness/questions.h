@@ -9,7 +9,7 @@
 
 namespace campaign {
 
-// The upstream services by the names that hmxsim uses for them.
+// The upstream services, with hmxsim's names for them.
 inline constexpr std::string_view managers[] = {"displaymanager", "inputmanager", "popupmanager"};
 
 // Thread: any (a value).
@@ -18,7 +18,7 @@ struct Question {
     std::string path;
     std::string payload;
     bool oneShot = true;
-    std::string_view upstream;  // the manager whose answer it needs
+    std::string_view upstream;  // the manager whose answer is needed
 };
 
 // Learns the ids from the bridge and makes one question of each kind that needs an upstream service.

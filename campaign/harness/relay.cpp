@@ -12,8 +12,8 @@
 
 #include "harness/wire.h"
 
-// A cut is exact: the byte after it is not read. So the end that sent it may see a reset, and the other end sees the end of the
-// stream after the last byte that was passed on.
+// A cut is exact: the byte after it is not read. So the end that sent that byte may see a reset, and the other end sees the end
+// of the stream after the last byte that was passed on.
 
 namespace campaign {
 
@@ -103,7 +103,7 @@ void Relay::pass(Link& link, Way way) {
     }
     for (std::size_t sent = 0; sent < count;) {
         const auto more = ::send(link.ends[1 - index], buffer.data() + sent, count - sent, MSG_NOSIGNAL);
-        if (more <= 0) break;  // that end is gone, which its own reading tells
+        if (more <= 0) break;  // that end is gone; reading from it will report this
         sent += static_cast<std::size_t>(more);
     }
     passed_[index] += count;

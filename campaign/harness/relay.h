@@ -1,4 +1,4 @@
-// A service's socket that passes every byte on to another socket, until it is told to cut a connection in the middle.
+// A service's socket that passes every byte on to another socket, until it is told to cut a connection at some byte.
 #pragma once
 
 #include <atomic>
@@ -12,7 +12,7 @@
 
 namespace campaign {
 
-// Thread: any; it passes bytes on a thread of its own.
+// Thread: any; bytes are passed on by a thread of its own.
 class Relay {
 public:
     enum class Way : std::uint8_t { toProvider, toClient };
@@ -23,17 +23,17 @@ public:
     Relay& operator=(const Relay&) = delete;
     ~Relay();
 
-    // Passes `bytes` more that way on the connections that stand, or from the start of the next one, and ends them then.
+    // Passes `bytes` more in that direction, on the existing connections or from the start of the next one, and then ends them.
     void cutAfter(Way way, std::uint64_t bytes);
     void cutNextAfter(Way way, std::uint64_t bytes);
-    // Flips the bits in `mask` of the byte that passes that way after `bytes` more, on the connections that stand; a mask of 0
-    // takes that back.
+    // On the existing connections, flips the bits in `mask` of the byte that comes after `bytes` more in that direction. A mask
+    // of 0 cancels this.
     void damage(Way way, std::uint64_t bytes, std::uint8_t mask);
-    // Ends the connections that stand.
+    // Ends the existing connections.
     void drop();
-    // How many bytes have passed that way, on all connections.
+    // The number of bytes passed in that direction, on all connections.
     std::uint64_t passed(Way way) const noexcept { return passed_[static_cast<std::size_t>(way)]; }
-    // Connections ended so far, by us or by either end.
+    // The number of connections ended so far, by us or by either end.
     unsigned ended() const noexcept { return ended_; }
 
 private:

@@ -1,4 +1,4 @@
-// The result of a driver: figures with their limits, and the line that is printed.
+// The result of a driver: figures, their limits, and the line that is printed.
 #pragma once
 
 #include <string>
@@ -10,19 +10,19 @@ namespace campaign {
 // Thread: one at a time.
 class Report {
 public:
-    // `room`: what limits in milliseconds are multiplied by.
+    // `room`: the factor for limits in milliseconds.
     explicit Report(double room = 1) : room_{room} {}
 
     void atMost(std::string_view name, double figure, double limit, std::string_view unit = {});
     void atLeast(std::string_view name, double figure, double limit, std::string_view unit = {});
-    // A figure that is printed and has no limit.
+    // A figure without a limit, for information.
     void fact(std::string_view name, double figure, std::string_view unit = {});
-    // What broke the promise, or the driver, apart from figures.
+    // A broken promise, or a failed driver, that is not about a figure.
     void broken(std::string_view what);
-    // For anyone who looks for the cause: printed below the line of a broken promise.
+    // Helps to find the cause: printed below the line of a broken promise.
     void note(std::string what);
 
-    // A driver that checked nothing against a limit has proved nothing.
+    // A driver that has checked no limit has proved nothing.
     bool held() const noexcept { return limits_ > 0 && broken_ == 0; }
     const std::string& line() const noexcept { return line_; }
     const std::vector<std::string>& notes() const noexcept { return notes_; }

@@ -1,4 +1,4 @@
-// What every driver gets: where the programs are, how much to do, and its random numbers.
+// What every driver gets: where the programs are, how much to do, and random numbers.
 #pragma once
 
 #include <chrono>
@@ -18,7 +18,7 @@ inline double millisecondsSince(Clock::time_point begin) {
     return std::chrono::duration<double, std::milli>(Clock::now() - begin).count();
 }
 
-// Ends a driver: something that it needs is missing, or a promise is broken so that it cannot continue.
+// Ends a driver: something that it needs is missing, or a promise is broken in such a way that it cannot continue.
 struct Failure : std::runtime_error {
     using std::runtime_error::runtime_error;
 };
@@ -26,19 +26,19 @@ struct Failure : std::runtime_error {
 struct Scope {
     std::uint64_t seed = 1;
     bool isCut = false;         // the short run of `make test`
-    bool keep = false;          // leave the stages' directories behind
+    bool keep = false;          // do not delete the stages' directories
     std::string programs;       // the folder of the programs under test
-    std::string faultsLibrary;  // to be loaded before a program: see fault_page.h
+    std::string faultsLibrary;  // to be preloaded into a program: see fault_page.h
 
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-    static constexpr bool isSanitized = true;  // so memory is another measure
-    static constexpr double slowness = 5;      // and everything takes longer
+    static constexpr bool isSanitized = true;  // memory figures are not comparable
+    static constexpr double slowness = 5;      // and everything is slower
 #else
     static constexpr bool isSanitized = false;
     static constexpr double slowness = 1;
 #endif
 
-    // How often to do something: all of it, or a cut.
+    // How often to do something: `all` in the full campaign, `cut` in the short one.
     unsigned times(unsigned all, unsigned cut) const noexcept {
         return isCut ? cut : all;
     }

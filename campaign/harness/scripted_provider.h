@@ -11,10 +11,10 @@
 
 namespace campaign {
 
-// Serves one connection after the other, on a thread of its own, on which the script runs too. Thread: any.
+// Serves one connection after the other on a thread of its own, where the script runs too. Thread: any.
 class ScriptedProvider {
 public:
-    // Called with each frame behind the hello; `send` writes to its connection.
+    // Called with each frame after the hello; `send` writes to its connection.
     using Send = std::function<void(const Bytes&)>;
     using Script = std::function<void(const Frame&, const Send& send)>;
 

@@ -79,7 +79,7 @@ bool Stage::isServing() const {
         Client client{socket("/hmx")};
         const auto status = nlohmann::json::parse(client.get("/$platform/status"));
         for (const auto& tracked : status.at("tracked")) {
-            // One that was just killed may still be thought alive.
+            // The bridge may still believe that a process is alive which has just been killed.
             if (!tracked.at("alive") || ::kill(tracked.at("pid"), 0) != 0) return false;
         }
         return client.call("retrieve", "/displays").status == 200 &&

@@ -1,4 +1,4 @@
-// A domain of its own with the programs under test.
+// A domain of its own, with the programs under test.
 #pragma once
 
 #include <memory>
@@ -22,12 +22,12 @@ public:
     Stage& operator=(const Stage&) = delete;
     ~Stage();
 
-    const std::string& folder() const noexcept { return folder_; }  // for whatever files a driver needs
+    const std::string& folder() const noexcept { return folder_; }  // for any files that a driver needs
     std::string domain() const { return folder_ + "/run/local"; }
     std::string socket(std::string_view servicePath) const;
 
-    // Each starts a program in this domain; `environment` in addition; `log`: the file for its output, named after the program if
-    // empty; `uid`: as whom, if not as ourselves.
+    // Each starts a program in this domain. `environment`: additions. `log`: the file for its output; if empty, named after the
+    // program. `uid`: the user to run as; 0: unchanged.
     std::unique_ptr<Process> start(std::vector<std::string> command, std::vector<std::string> environment = {},
                                    const std::string& log = {}, uid_t uid = 0) const;
     std::unique_ptr<Process> startBridge(std::vector<std::string> environment = {}) const;
@@ -36,19 +36,19 @@ public:
     // A provider of one service that echoes: see roles.h.
     std::unique_ptr<Process> startProvider(const std::string& servicePath) const;
 
-    // Whether the bridge knows of all upstream services, and answers what it has to ask them for.
+    // Whether the bridge has all upstream services and answers questions that need them.
     bool isServing() const;
     void awaitServing(milliseconds patience = milliseconds{10'000}) const;
-    // A client of a service, as soon as it is there.
+    // Connects to a service as soon as it exists.
     std::unique_ptr<Client> connect(std::string_view service = "/hmx") const;
-    // Sets a fault rule of the simulator's for every manager.
+    // Sets a fault rule of the simulator for every manager.
     void setFaults(std::string_view rule) const;
-    // The bridge's own word on itself, over a new connection.
+    // The bridge's own status, over a new connection.
     nlohmann::json status(std::string_view service = "/hmx") const;
-    // A counter of that word.
+    // A counter from a status.
     static double counter(const nlohmann::json& status, const char* name) { return status.at("counters").at(name); }
 
-    // What the programs wrote lately.
+    // The most recent output of the programs.
     std::string log() const;
     static std::string read(const std::string& file);
 

@@ -9,7 +9,7 @@
 
 namespace campaign {
 
-// A thread that wakes up every millisecond and sees how late it is. Thread: any.
+// A thread that wakes up every millisecond and measures how late it is. Thread: any.
 class StallMeter {
 public:
     StallMeter() : thread_{[this] { run(); }} {}

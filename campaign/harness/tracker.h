@@ -1,4 +1,4 @@
-// A consumer of one service that records when the service appears and disappears, and sends a request each time it appears.
+// A consumer of one service: records when the service appears and disappears, and sends a request each time it appears.
 #pragma once
 
 #include <memory>
@@ -10,7 +10,7 @@
 
 namespace campaign {
 
-// A runtime of its own, as another process would have it. Thread: any.
+// It has a runtime of its own, as in another process. Thread: any.
 class Tracker final : public kelo::runtime::IKeloRuntime::IKeloServiceTracker,
                       public kelo::runtime::IKeloRuntime::IKeloServiceResolver {
 public:
@@ -22,9 +22,9 @@ public:
         unsigned outOfTurn = 0;  // added while alive, or removed while not
         unsigned resolved = 0;
         unsigned gone = 0;
-        unsigned answered = 0;  // what it asked, by what came of it
-        unsigned refused = 0;   // "not sent"
-        unsigned lost = 0;      // 503 for a connection that ended
+        unsigned answered = 0;  // of its requests: answered
+        unsigned refused = 0;   // ended as "not sent"
+        unsigned lost = 0;      // ended with 503 because a connection ended
         Clock::time_point aliveAt;
     };
 

@@ -15,22 +15,22 @@ using Json = nlohmann::json;
 // The elements of a list, by id.
 using Elements = std::map<std::string, Json>;
 
-// False in `distinct` when an id occurs twice.
+// Sets `distinct` to false if an id occurs twice.
 Elements elementsOf(const Json& list, bool& distinct);
 
-// Keeps a retrieve open and asks again whenever it has ended. Thread: one at a time.
+// Keeps a retrieve open and repeats it whenever it has ended. Thread: one at a time.
 class RawWatcher {
 public:
     RawWatcher(const Stage& stage, std::string path, std::string payload = {});
 
-    // Takes what has arrived; connects and asks again where need be.
+    // Reads what has arrived; connects and asks again if necessary.
     void serve();
-    // Goes away without a word, and comes back at the next `serve`.
+    // Disconnects without notice; the next `serve` connects again.
     void restart() { client_.reset(); }
 
     const std::optional<Elements>& state() const noexcept { return state_; }
-    unsigned duplicates() const noexcept { return duplicates_; }  // lists in which an element stood twice
-    unsigned repeats() const noexcept { return repeats_; }        // states that were the same as the one before
+    unsigned duplicates() const noexcept { return duplicates_; }  // lists that contained an element twice
+    unsigned repeats() const noexcept { return repeats_; }        // states that equal the previous one
     unsigned values() const noexcept { return values_; }
 
 private:
@@ -47,7 +47,7 @@ private:
     unsigned values_ = 0;
 };
 
-// `hmxctl watch … -o jsonl`, whose events are applied to what it has shown before. Thread: one at a time.
+// `hmxctl watch … -o jsonl`; its events are applied to the previous state. Thread: one at a time.
 class ProgramWatcher {
 public:
     ProgramWatcher(const Stage& stage, std::string name, std::vector<std::string> arguments);
@@ -56,9 +56,9 @@ public:
     void restart();
 
     bool isRunning() { return process_->isRunning(); }
-    // What its events lead to; none while its source is down.
+    // The state according to its events; none while its source is down.
     const std::optional<Elements>& state() const noexcept { return state_; }
-    unsigned duplicates() const noexcept { return duplicates_; }  // changes that change nothing, removals of what is not there
+    unsigned duplicates() const noexcept { return duplicates_; }  // changes that change nothing, removals of unknown elements
     unsigned outOfTurn() const noexcept { return outOfTurn_; }    // down while down, up while up, changes without a snapshot
     unsigned events() const noexcept { return events_; }
 

@@ -13,7 +13,7 @@ namespace campaign {
 
 using namespace testing_support;
 
-// A frame whose body has been taken apart. Views of the buffer that it was found in. Thread: any (a value).
+// A frame whose body has been parsed. It has views of the buffer that it was found in. Thread: any (a value).
 struct Frame {
     std::uint8_t type = 0;
     std::uint8_t flags = 0;
@@ -24,16 +24,16 @@ struct Frame {
 
     int status() const;
     std::string_view text(std::string_view key) const;
-    // A one-shot's last value, an error or a completion.
+    // The last value of a one-shot request, an error or a completion.
     bool isEnd() const noexcept { return type == error || type == completed || (type == next && (flags & endFlag) != 0); }
 };
 
-// The bytes received on one connection, cut into frames. Throws Failure for what is not a frame: our peers must not send it.
+// Cuts the bytes of one connection into frames. Throws Failure for anything else: our peers must not send it.
 class FrameReader {
 public:
-    // Takes what the socket has, without waiting; false at the end of the connection.
+    // Reads what the socket has, without waiting; false at the end of the connection.
     bool receive(int fd);
-    // The next whole frame; its views are good until the next call of either function.
+    // The next whole frame; its views are valid until the next call of either function.
     std::optional<Frame> take();
 
 private:

@@ -1,5 +1,5 @@
-// What the library that makes system calls fail is told, and what it reports: a page of memory that it shares with the
-// program's driver.
+// Tells the library that makes system calls fail what to do, and receives its counts: a page of memory shared with the program's
+// driver.
 #pragma once
 
 #include <atomic>
@@ -27,17 +27,17 @@ inline constexpr std::size_t callCount = 13;
 
 enum class Action : std::uint8_t {
     none,
-    fail,     // with the rule's error, without being made
-    shorten,  // to a single byte
+    fail,     // with the rule's error; the call is not made
+    shorten,  // the call transfers a single byte
     kill,     // the process, before the call
     killAfter,
-    stop,  // likewise, as with SIGSTOP
+    stop,  // likewise, with SIGSTOP
     stopAfter,
-    reset,  // the connection: its socket is closed for good, whatever lies in it unread
+    reset,  // the connection: its socket is closed for good; unread data is discarded
 };
 
-// Counts the calls of one kind and acts on those numbered `from` and above (the first is 1): on `times` of them, on each
-// `every`-th. All zero: counts only.
+// Counts the calls of one kind and acts on those numbered `from` and above (the first is 1): on every `every`-th, at most `times`
+// times. All zero: only counts.
 struct FaultRule {
     std::atomic<std::uint64_t> calls;
     std::atomic<std::uint64_t> from;
@@ -50,7 +50,7 @@ struct FaultRule {
 struct FaultPage {
     FaultRule rules[callCount];
     std::atomic<std::uint64_t> hits;        // calls that were acted on
-    std::atomic<std::int64_t> clockOffset;  // seconds that the time of day is ahead of what it is
+    std::atomic<std::int64_t> clockOffset;  // added to the time of day, in seconds
 };
 static_assert(std::atomic<std::uint64_t>::is_always_lock_free, "the page is shared by processes");
 

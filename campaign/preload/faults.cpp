@@ -1,7 +1,7 @@
-// Sits between a program and the C library (LD_PRELOAD), so that the released programs can be driven into rare situations: a
-// call that fails, or does less than it was asked to, or in the middle of which the process dies, is stopped or loses its peer.
+// Preloaded between a program and the C library (LD_PRELOAD), so that the released programs can be brought into rare situations:
+// a call fails, does less than it was asked to, or meanwhile the process dies, is stopped or loses its peer.
 //
-// Nothing here may allocate or call anything that allocates: it runs inside malloc. So system calls are made directly.
+// Nothing here may allocate or call anything that allocates, because it runs inside malloc. So system calls are made directly.
 #include "preload/fault_page.h"
 
 #include <fcntl.h>
@@ -22,7 +22,6 @@
 
 extern "C" {
 // The C library's own functions, which those below replace.
-// NOLINTBEGIN(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): these are their names
 void* __libc_malloc(std::size_t size);
 void* __libc_calloc(std::size_t count, std::size_t size);
 void* __libc_realloc(void* memory, std::size_t size);
@@ -65,8 +64,8 @@ void raise(int signal) noexcept {
     ::syscall(SYS_kill, ::syscall(SYS_getpid), signal);
 }
 
-// Replaces this socket with one that has no peer, and closes the original: its peer sees a reset if anything that it sent was
-// not read, else the end of the stream.
+// Replaces this socket with one that has no peer, and closes the original. Its peer sees a reset if anything that it sent has not
+// been read, otherwise the end of the stream.
 void cutOff(int fd) noexcept {
     int pair[2];
     if (::syscall(SYS_socketpair, AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, pair) != 0) return;
@@ -77,7 +76,7 @@ void cutOff(int fd) noexcept {
 
 constexpr int noSocket = -1;
 
-// Makes the call, unless it is to fail. `make(true)`: as short as possible.
+// Makes the call, unless it is to fail. make(true) transfers as little as possible.
 template <class Make>
 long through(Call call, int fd, Make make) noexcept {
     int error = 0;
@@ -122,7 +121,7 @@ int openFile(int directory, const char* path, int flags, unsigned mode) noexcept
         through(Call::open, noSocket, [&](bool) { return ::syscall(SYS_openat, directory, path, flags, mode); }));
 }
 
-// The mode of a file that is made stands behind the flags.
+// If a file is created, its mode follows the flags.
 unsigned modeOf(int flags, std::va_list arguments) noexcept {
     return (flags & (O_CREAT | O_TMPFILE)) != 0 ? va_arg(arguments, unsigned) : 0;
 }
@@ -145,7 +144,7 @@ int connect(int fd, const sockaddr* address, socklen_t size) {
 }
 
 int epoll_ctl(int epoll, int operation, int fd, epoll_event* event) noexcept {
-    // Only what asks for room can be refused it.
+    // Only adding needs memory and can fail.
     if (operation != EPOLL_CTL_ADD) return static_cast<int>(::syscall(SYS_epoll_ctl, epoll, operation, fd, event));
     return static_cast<int>(
         through(Call::epollControl, noSocket, [&](bool) { return ::syscall(SYS_epoll_ctl, epoll, operation, fd, event); }));

@@ -19,7 +19,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// A service that the test lets come and go, its manager, and the bridges that could use it.
+// A service that the test starts and ends, its manager, and the bridges that could use it.
 class AvailabilityTasks : public testing::Test {
 protected:
     void come(kelo::IKeloApi* newApi) {
@@ -28,12 +28,12 @@ protected:
         if (runtime.resolver == nullptr) runtime.tracker->added(info);
         runtime.resolver->resolved(support::FakeRuntime::resolveHandle, newApi);
     }
-    // As the registry tells it: from the tracker and from the resolver.
+    // Both reports of a loss: from the tracker and from the resolver.
     void go() {
         runtime.tracker->removed();
         runtime.resolver->gone();
     }
-    // The lines of the tasks alone; those of the manager have their own tests.
+    // Only the lines of the tasks; the manager's lines have their own tests.
     Lines takeLines() {
         Lines result;
         for (auto& line : lines.take()) {
@@ -108,7 +108,7 @@ TEST_F(AvailabilityTasks, AttachOnEveryComingAndDetachOnEveryGoing) {
             EXPECT_EQ(attached(), 0U);
             EXPECT_EQ(takeLines(), (Lines{service.gotApi, service.removed, service.removed}));
         }
-        // Gone again before the worker got round to attaching it.
+        // The service is gone again before the worker attaches it.
         come(&api);
         runtime.resolver->gone();
         EXPECT_EQ(attached(), 0U);
@@ -122,7 +122,7 @@ TEST_F(AvailabilityTasks, NothingThatIsThrownLeavesATask) {
         int thrown = 0;
         const auto fail = [&thrown] {
             if (thrown++ % 2 == 0) throw std::runtime_error{"out of order"};
-            throw 7;  // what nobody expects
+            throw 7;  // not derived from std::exception
         };
         hmx::trackService(
             manager, {.name = name, .noValidApi = "", .gotApi = "got", .event = hmx::EVENT_DM_AVAILABLE},

@@ -15,7 +15,7 @@ TEST(EventQueue, EventsInFrontOfTheOneThatIsWaitedForAreLost) {
         queue.post({.id = id});
     queue.waitFor(hmx::EVENT_DM_AVAILABLE);
     EXPECT_EQ(queue.count(), 0U);
-    // 13 went with the first wait: only another one ends this.
+    // The first wait has discarded this event, so only another one ends this wait.
     std::thread waiter{[&] { queue.waitFor(hmx::EVENT_INPUT_AVAILABLE); }};
     queue.post({.id = hmx::EVENT_INPUT_AVAILABLE});
     waiter.join();

@@ -22,7 +22,7 @@ namespace {
 using Lines = std::vector<std::string>;
 using testing_support::Watched;
 
-// A runtime whose services come when the test says so, with callbacks on a thread of its own.
+// A runtime whose services appear when the test says so, with callbacks on a thread of its own.
 class PlayedRuntime final : public kelo::runtime::IKeloRuntime {
 public:
     bool start(int) override { return true; }
@@ -91,7 +91,7 @@ private:
     comm::ActiveObject thread_{"played-runtime"};
 };
 
-// What main itself says, in order; what the workers say in between comes when it comes.
+// Only main's own lines, in order; those of the workers may come in between at any time.
 Lines ofMain(const Lines& all) {
     Lines result;
     std::copy_if(all.begin(), all.end(), std::back_inserter(result), [](const std::string& line) {
@@ -121,7 +121,7 @@ TEST(StartUp, TakesOneServiceAfterTheOtherInWhateverOrderTheyCome) {
         }};
         std::vector<std::string> come;
         for (const std::string& path : order) {
-            // No further than to the first service that is not there yet.
+            // Start-up must not go further than the first service that is missing.
             std::size_t reached = 0;
             while (reached < 3 && std::count(come.begin(), come.end(), tracked[reached].substr(6)) != 0) ++reached;
             EXPECT_TRUE(runtime.calls.waitFor([&](const Lines& calls) { return calls.size() > reached; }));

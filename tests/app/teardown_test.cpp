@@ -1,4 +1,4 @@
-// The whole process on real sockets, taken down while clients ask: nothing may be used after it is gone.
+// The whole process on real sockets, taken down while clients send requests: nothing may be used after it has been destroyed.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -26,7 +26,7 @@ std::unique_ptr<IKeloRuntime> startRuntime(const std::string& directory) {
     return runtime;
 }
 
-// The three upstream services: something empty for every request, which then stays open for whoever watches.
+// The three upstream services: answers every request with something empty and keeps streams open.
 class Upstream final : public kelo::IResourceHandler {
 public:
     explicit Upstream(const std::string& directory) : runtime_{startRuntime(directory)} {
@@ -52,7 +52,7 @@ private:
     std::unique_ptr<IKeloRuntime> runtime_;
 };
 
-// Asks "/hmx" for everything, again and again, whether it is there or not.
+// Repeatedly asks "/hmx" for everything, whether or not it is there.
 class Client final : IKeloRuntime::IKeloServiceTracker, IKeloRuntime::IKeloServiceResolver {
 public:
     explicit Client(const std::string& directory) : runtime_{startRuntime(directory)} {

@@ -1,4 +1,4 @@
-// What is made over for the next answer: elements, and the order in which ids were last met.
+// What is reused for the next answer: elements, and the order in which ids were last recorded.
 #include <gtest/gtest.h>
 
 #include <array>
@@ -21,7 +21,7 @@ using kelo::hmx::DisplayObject;
 const hmx::Identity first{std::UUID{{1}}, kelo::url{"/hmx/first"}};
 const hmx::Identity second{std::UUID{{2}}, kelo::url{"/hmx/second"}};
 
-// Whatever the element was before, it becomes what a fresh one would be.
+// Whatever the element was before, converting must make it equal to a new one.
 template <class Element, class Upstream>
 void expectMadeOver(const std::vector<const char*>& documents) {
     for (const char* before : documents) {
@@ -68,7 +68,7 @@ TEST(Conversion, AnElementThatSomebodyHoldsIsLeftAlone) {
     EXPECT_EQ(elements[1]->resolution.value()->width.value(), 800);
     const auto other = elements[0];
 
-    // Of an element that is free again, what it shares is left alone likewise.
+    // If the element is not shared but its nested object is, that object must not be changed.
     const auto shared = *other->resolution;
     hmx::convert(wide, first, *other);
     EXPECT_EQ(shared->width.value(), 800);

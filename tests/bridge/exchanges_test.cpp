@@ -1,5 +1,5 @@
-// Whole exchanges, from a client's request to its end, as the files in exchanges/ tell them: what is logged (level and text),
-// sent upstream, answered, and heard. The exchanges of a file follow one another on one bridge.
+// Whole exchanges, from a client's request to its end, as described by the files in exchanges/: what is logged (level and text),
+// sent upstream, answered, and received. The exchanges of a file follow one another on one bridge.
 #include "stage.h"
 
 namespace {
@@ -33,7 +33,7 @@ INSTANTIATE_TEST_SUITE_P(Of, Exchanges,
                          testing::Values("displays", "displayables", "layerconfigurations", "regionconfigurations", "popups"),
                          [](const auto& resource) { return std::string{resource.param}; });
 
-// "ab" + "c" and "a" + "bc" are one id: whichever was seen last is behind it.
+// "ab" + "c" and "a" + "bc" give the same id: it stands for the one that was seen last.
 TEST(PopupBridge, AnIdSharedByTwoPopupsMeansTheLastSeen) {
     Stage stage{"popups"};
     Events ties;

@@ -19,7 +19,7 @@ std::string map(const std::string& regions) {
            R"(,"display":"Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":)" + regions + R"(,"subComponent":"map"})";
 }
 
-// With the configuration `mapId` in the cache, and one who watches it.
+// The configuration `mapId` is in the cache, and one client watches it.
 class WatchedRegion : public testing::Test {
 protected:
     WatchedRegion() {
@@ -49,16 +49,16 @@ protected:
 };
 
 TEST_F(WatchedRegion, TheCallerHearsBeforeTheWatchersAndBothOnlyWhenUpstreamHasAccepted) {
-    Downstream both{.oneShot = false, .finishes = false};  // one book for both, to see the order
+    Downstream both{.oneShot = false, .finishes = false};  // one record for both, to see the order
     stage.cancel(watcherKey);
     ask("element " + mapId, both);
     both.take();
     ask(updateToB, both);
     EXPECT_TRUE(both.events.empty());
-    EXPECT_EQ(now(), map(layerA));  // what is on its way is not there yet
+    EXPECT_EQ(now(), map(layerA));  // a change in progress is not visible yet
     stage.answer(1, "{}");
     EXPECT_EQ(both.take(), (Events{mapUri, map(layerB)}));
-    stage.answer(1, "{}");  // said twice, it is done and heard of once
+    stage.answer(1, "{}");  // repeated: the change is applied and reported only once
     stage.answer(1, "completed");
     EXPECT_EQ(both.take(), (Events{"completed", "gone"}));
     ask(remove, both);
@@ -71,7 +71,7 @@ TEST_F(WatchedRegion, TheCallerHearsBeforeTheWatchersAndBothOnlyWhenUpstreamHasA
 TEST_F(WatchedRegion, WatchersHearOfChangesOnlyAndUntilTheyCancel) {
     ask(insertMap, caller);
     stage.answer(1, "{}");
-    EXPECT_TRUE(watcher.events.empty());  // replaced by its equal
+    EXPECT_TRUE(watcher.events.empty());  // replaced by an equal one
     ask(updateToB, caller);
     stage.answer(2, "{}");
     EXPECT_EQ(watcher.take(), Events{map(layerB)});
@@ -83,7 +83,8 @@ TEST_F(WatchedRegion, WatchersHearOfChangesOnlyAndUntilTheyCancel) {
     EXPECT_EQ(caller.take(), (Events{mapUri, "gone", mapUri, "gone", mapUri, "gone"}));
 }
 
-// Two changes are sent, "B" and "C" for updates and "-" for the deletion; each answer is the change's and whether it is accepted.
+// Two changes are sent, "B" and "C" for updates and "-" for a deletion. Each answer names its change and says whether it is
+// accepted.
 TEST_F(WatchedRegion, TheLastThatWasSentAndIsAcceptedDecidesWhicheverAnswerComesFirst) {
     const struct {
         const char* sent;
@@ -132,7 +133,7 @@ TEST_F(WatchedRegion, AChangeThatIsAcceptedAndHasNoCallerIsOverUpstreamToo) {
     Downstream open{.oneShot = false, .finishes = false};
     const auto handle = [&](std::size_t index) { return stage.api.sent.at(index).handle; };
     stage.cancel(ask(updateToB, open));
-    EXPECT_TRUE(stage.api.cancelled.empty());  // it may not have been done yet
+    EXPECT_TRUE(stage.api.cancelled.empty());  // it may not have been carried out yet
     stage.answer(1, "{}");
     EXPECT_EQ(stage.api.cancelled, std::vector{handle(1)});
     void* const key = ask(updateToC, open);
@@ -183,7 +184,7 @@ std::string insert(const std::string& component, const std::string& hmi = "HMI_I
            layerA + "}";
 }
 
-// What an API was sent, as "<component>:<layers>", and "(empty)" for no regions.
+// What was sent through an API, as "<component>:<layers>", with "(empty)" for no regions.
 Events sentTo(const support::FakeKeloApi& api) {
     Events all;
     for (const auto& sent : api.sent) {
@@ -211,9 +212,9 @@ TEST_F(WatchedRegion, WhatIsKeptIsSentAgainWhenTheInputManagerReturns) {
     support::FakeKeloApi returned;
     stage.lines.take();
     stage.attach(returned);
-    // In the order of insertion, and without those regions that nobody is shown.
+    // In the order of insertion; regions that nobody is shown are cleared.
     EXPECT_EQ(sentTo(returned), (Events{"map:B", "one:A", "two:A", "lost:-"}));
-    ask(updateToC, caller);  // a change meanwhile wins, though it is answered first
+    ask(updateToC, caller);  // a change meanwhile wins, although it is answered first
     stage.answer(returned, 4, "{}");
     EXPECT_EQ(watcher.take(), Events{map("{}")});
     stage.answer(returned, 0, "{}");
@@ -246,7 +247,7 @@ TEST(InputBridge, SendsAgainAFewAtATimeAndWhatAClientChangesFirst) {
     EXPECT_EQ(sentTo(returned), (Events{"1:A", "2:A", "4:A", "4:A", "3:A"}));
 }
 
-// "…DRIVER" + "_POPUP" and "…DRIVER_POPUP" + "" are one id.
+// "…DRIVER" + "_POPUP" and "…DRIVER_POPUP" + "" give the same id.
 TEST(InputBridge, OneIdForTwoPlacesMeansTheLastAndTheOtherIsClearedFirst) {
     const std::string one = insert("_POPUP");
     const std::string other = insert("", "HMI_ID_ANDROID_DRIVER_POPUP");
@@ -256,7 +257,7 @@ TEST(InputBridge, OneIdForTwoPlacesMeansTheLastAndTheOtherIsClearedFirst) {
         stage.ask(one, first);
         stage.answer(0, "{}");
         stage.ask(other, second);
-        stage.ask(other, third);  // waits as well
+        stage.ask(other, third);  // waits too
         EXPECT_EQ(sentTo(stage.api), (Events{"_POPUP:A", "_POPUP:-"}));
         EXPECT_EQ(stage.lines.take().at(3),
                   "3 InputBridge::insertRegionconfigurationObject display: Driver_Display hmi : HMI_ID_ANDROID_DRIVER_POPUP "
@@ -297,7 +298,7 @@ TEST(InputBridge, WhatIsTooMuchIsRefused) {
         stage.ask(insert("2"), second);
         EXPECT_EQ(second.take(), (Events{each.refusal, "gone"}));
         if (!each.isAnswered) stage.answer(0, "{}");
-        stage.ask(R"(delete 6b5d9ab8-6f2c-5d0c-a4a8-b8a1a3b7b0aa)", second);  // of what is not there
+        stage.ask(R"(delete 6b5d9ab8-6f2c-5d0c-a4a8-b8a1a3b7b0aa)", second);  // of something that does not exist
         stage.ask("delete " + first.events.front().substr(26, 36), second);
         stage.answer(1, "{}");
         stage.ask(insert("2"), second);  // there is room again

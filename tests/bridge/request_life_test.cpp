@@ -1,4 +1,4 @@
-// The life of a request that goes upstream, for every bridge and operation alike: who ends it, when, and what is left.
+// The life of an upstream request, for every bridge and operation: who ends it, when, and what is left.
 #include "bridge/pending_requests.h"
 
 #include <algorithm>
@@ -101,17 +101,17 @@ TEST_P(RequestLife, CancellingBeforeOrAfterTheFirstAnswerEndsBothEndsWithoutAnEv
         stage.cancel(key);
         EXPECT_EQ(downstream.take(), answered ? (Events{heardFirst, "gone"}) : Events{"gone"});
         EXPECT_EQ(stage.api.cancelled.back(), stage.api.sent.at(sent).handle);
-        stage.cancel(key);  // nothing is there any more
+        stage.cancel(key);  // nothing is left to cancel
     }
     EXPECT_EQ(stage.api.cancelled.size(), 2U);
 }
 
 TEST_P(RequestLife, CancellationsAndAnswersMayCrossInTheQueue) {
-    // The request's own event has not run yet when it is cancelled.
+    // The request is cancelled before its own event has run.
     void* key = stage.post(request, downstream);
     stage.cancel(key);
     EXPECT_EQ(downstream.take(), Events{"gone"});
-    // An answer is on its way to the worker when the cancellation comes behind it, then one that is overtaken by it.
+    // First, an answer is queued for the worker before the cancellation; then one comes after it.
     key = stage.ask(request, downstream);
     auto handler = std::move(stage.api.sent.back().handler);
     const auto response = kelo::Response{200, kelo::Payload::copyOf(first, kelo::MimeType{"application/json"})};
@@ -194,7 +194,7 @@ TEST(PendingRequests, AThrowOnTheWayDownEndsTheRequestAtBothEnds) {
     EXPECT_TRUE(pending.empty());
 }
 
-// Answers every request on a thread of its own, soon, often twice; a cancelled one not at all.
+// Answers every request soon, on a thread of its own, often twice; does not answer cancelled ones.
 class BusyApi final : public kelo::IKeloApi {
 public:
     void* request(const kelo::Request& request, std::unique_ptr<kelo::IResponseHandler<kelo::Response>>&& handler,
@@ -260,7 +260,7 @@ TEST(RequestLifeUnderLoad, ClientsUpstreamAndItsReturnsMayRaceAndEveryRequestSti
             idle.wait();
         };
         drain();      // the cancellations
-        api.reset();  // its last answers, which nobody waits for any more
+        api.reset();  // its last answers, for which nobody waits
         drain();
     }
     for (const Downstream& downstream : requests) {

@@ -1,5 +1,5 @@
-// The stage of the bridges' tests: one bridge between a client and an upstream service that the test plays, on a worker that it
-// cranks.
+// The stage of the bridges' tests: one bridge between a client and an upstream service, both played by the test, on a worker that
+// the test cranks.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -30,7 +30,7 @@
 
 namespace stage {
 
-// Channels read their thresholds when they are made, which is before main.
+// Channels read their thresholds when they are created, which is before main.
 [[gnu::constructor(101), gnu::used, maybe_unused]] static void traceEverything() {
     setenv("KELO_TRACE", "*=0", 1);
 }
@@ -43,7 +43,7 @@ inline Json load(const std::string& file) {
     return Json::parse(stream);
 }
 
-// An event as the files have it: "503 <reason>" and "completed" stand for themselves, all else is a value.
+// An event as the files describe it: "503 <reason>" and "completed" are ends; everything else is a value.
 inline bool isEnd(const std::string& text) {
     return text == "completed" || (text.size() > 4 && text[3] == ' ');
 }
@@ -58,11 +58,11 @@ inline std::string requestOf(const Json& exchange) {
     return request;
 }
 
-// The client's end of one request.
+// The client's end of one request. Records its events.
 struct Downstream {
-    bool oneShot = true;   // what the handler says of itself
-    bool finishes = true;  // what its onNext returns
-    bool throws = false;   // from its onNext, once it has noted the value
+    bool oneShot = true;   // the handler's isOneShot
+    bool finishes = true;  // the result of its onNext
+    bool throws = false;   // from its onNext, after recording the value
     std::function<void()> onValue{};
     Events events{};  // values as JSON, "404 <reason>", "completed", and "gone" when the handler is destroyed
 
@@ -94,7 +94,7 @@ private:
     Downstream& downstream_;
 };
 
-// An operation's argument from JSON; "" is the empty one.
+// An operation's argument from JSON; "" gives the empty one.
 template <class T>
 T argument(std::string_view json) {
     T value{};
@@ -111,7 +111,7 @@ T argument(std::string_view json) {
 
 class Stage {
 public:
-    // `resource`: which of the bridges, by what it serves. With the API attached.
+    // `resource`: selects the bridge by what it serves. The API is attached.
     explicit Stage(const std::string& resource, const hmx::RegionLimits& limits = {}) : lines{channelOf(resource)} {
         using namespace hmx;
         if (resource == "displays") {
@@ -138,7 +138,7 @@ public:
     }
     void detach() { worker.run(resetApi_); }
 
-    // Calls the operation; its event waits for the crank.
+    // Calls the operation; its event runs when the worker is cranked.
     void* post(const std::string& request, Downstream& downstream) {
         const std::string head = request.substr(0, request.find('{'));
         const auto blank = head.find(' ');
@@ -154,7 +154,7 @@ public:
         cancel_(key);
         worker.crank();
     }
-    // An event for the upstream request at `index`, on a thread that is not the worker.
+    // Sends an event for the upstream request at `index`, on a thread that is not the worker.
     void answer(std::size_t index, const std::string& event) { answer(api, index, event); }
     void answer(support::FakeKeloApi& from, std::size_t index, const std::string& event) {
         if (event == "completed") {
@@ -166,11 +166,11 @@ public:
         }
         worker.crank();
     }
-    // The same on the worker, as by an API that it reads itself.
+    // The same on the worker, as if the worker itself read the API's connection.
     void answerOnWorker(std::size_t index, const std::string& event) {
         worker.run([&] { api.next(index, event); });
     }
-    // "<command> <path> [<body>]" of the request that was sent last; "" if there is none at or behind `since`.
+    // "<command> <path> [<body>]" of the last request sent; "" if none was sent since the first `since`.
     std::string lastSent(std::size_t since = 0) const {
         if (api.sent.size() <= since) return "";
         const kelo::Request& request = api.sent.back().request;

@@ -1,4 +1,4 @@
-// A client that waits, against a service that answers, refuses, stays silent, comes late and goes.
+// A waiting client, against a service that answers, refuses, does not answer, starts late and disappears.
 #include "core/blocking_client.h"
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
-// Answers with the text behind the status in its path: "/r/200/{...}"; "/r/silent" never.
+// Answers with the text after the status in its path: "/r/200/{...}"; "/r/silent" is never answered.
 class Resource final : public kelo::IResourceHandler {
 public:
     void* actionRequest(const kelo::Request& request, std::unique_ptr<kelo::IResponder> responder, const std::string&) override {
@@ -87,7 +87,7 @@ TEST_F(BlockingClientTest, WaitsForAServiceThatIsAway) {
     EXPECT_EQ(answer.status(), 200);
     provider = nullptr;
     provider = std::make_unique<Provider>(options);
-    // It may still be the old one that is asked; either way the next is found again.
+    // The old provider may still be asked here; in either case, the next request must reach the new one.
     const std::uint16_t between = client.request(kelo::Request{"retrieve", "/r/page"}).status();
     EXPECT_TRUE(between == 200 || between == 503) << between;
     EXPECT_EQ(client.request(kelo::Request{"retrieve", "/r/page"}).status(), 200);

@@ -1,4 +1,4 @@
-// An element type for tests of what holds for every resource.
+// An element type for tests that apply to every resource.
 #pragma once
 
 #include <memory>

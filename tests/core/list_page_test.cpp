@@ -41,7 +41,7 @@ std::string names(const Page& page) {
     return result;
 }
 
-// The page as a client gets it, with the names of the elements in place of these.
+// The page as a client gets it, with the elements' names instead of the elements.
 std::string summary(const Page& page) {
     Page frame = page;
     frame.data.clear();
@@ -75,7 +75,7 @@ TEST(ListPage, IsCutFromWhatMatches) {
         {R"({"limit":2,"offsetId":")" + b + R"("})", R"({"previous":{"limit":2,"offset":0},"next":{"limit":2,"offsetId":")" + d +
                                                          R"("},"total":5,"totalPages":3,"offsetId":")" + b + R"(","data":[cd]})"},
         {R"({"offsetId":")" + id("gone") + R"("})", R"({"total":5,"totalPages":1,"data":[]})"},
-        {R"({"size":1,"limit":1,"offsetId":")" + b + R"("})",  // behind an element that does not match itself
+        {R"({"size":1,"limit":1,"offsetId":")" + b + R"("})",  // after an element that does not match itself
          R"({"previous":{"limit":1,"offset":0},"next":{"limit":1,"offsetId":")" + c +
              R"("},"total":3,"totalPages":3,"offsetId":")" + b + R"(","data":[c]})"},
         {R"({"colour":"red"})", R"({"total":2,"totalPages":1,"data":[ae]})"},
@@ -136,7 +136,7 @@ TEST(ListPage, HintsLeadOverAllElementsAndBack) {
             std::string forward = names(page);
             while (page.next) {
                 auto request = follow(*page.next);
-                if (byId) {  // a client may change over to ids at any page
+                if (byId) {  // a client may change to ids at any page
                     request->offset = {};
                     request->offsetId = page.data.back()->id;
                 }

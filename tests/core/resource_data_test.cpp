@@ -17,7 +17,7 @@
 
 namespace {
 
-// Of this thread, before one fails.
+// The calling thread's remaining allocations before one fails.
 constexpr int unlimited = -1;
 thread_local int allocationsLeft = unlimited;
 
@@ -61,14 +61,14 @@ protected:
     }
     void* key(std::size_t request) { return &heard.at(request); }
 
-    std::array<Heard<Element>, 4> heard;  // outlives the data: handlers note their end
+    std::array<Heard<Element>, 4> heard;  // outlives the data: handlers record their destruction
     ToluResourceData<Element> data;
 };
 
 TEST_F(ResourceData, AListenerHearsTheElementNowAndWhenItChanges) {
     put("a", 1);
     listen(0);
-    put("a", 1);  // another object, but equal
+    put("a", 1);  // another object, but an equal one
     put("b", 5);
     put("a", 2);
     EXPECT_THAT(sizes(heard[0]), ElementsAre(1, 2));
@@ -88,7 +88,7 @@ TEST_F(ResourceData, ARequestThatEndsAtOnceIsNotRegistered) {
     heard[0].finishOnNext = true;
     listen(0);
     listen(1, "unknown");
-    data.addListener(key(2), std::UUID{}, {}, support::record(heard[2]));  // the collection is no element
+    data.addListener(key(2), std::UUID{}, {}, support::record(heard[2]));  // the collection is not an element
     EXPECT_EQ(data.listenerCount(), 0U);
     EXPECT_THAT(sizes(heard[0]), ElementsAre(1));
     EXPECT_THAT(heard[0].ends(), IsEmpty());
@@ -144,7 +144,7 @@ TEST_F(ResourceData, CancellingDropsTheHandlerWithoutAnEvent) {
     data.cancel(key(0));
     data.cancel(key(0));
     EXPECT_EQ(heard[0].destroyed, 1);
-    listen(1, "a");  // the key's earlier request is over
+    listen(1, "a");  // ends the earlier request with this key
     EXPECT_EQ(heard[1].destroyed, 1);
     put("a", 2);
     EXPECT_THAT(sizes(heard[0]), ElementsAre(1));
@@ -153,7 +153,7 @@ TEST_F(ResourceData, CancellingDropsTheHandlerWithoutAnEvent) {
     for (const auto& request : heard) EXPECT_THAT(request.ends(), IsEmpty());
 }
 
-// What handlers may do from inside an event. Requests 0, 1 and 2 listen to "a"; 1 acts, once, while size 2 is delivered.
+// What handlers may do from inside an event. Requests 0, 1 and 2 listen to "a"; 1 acts once, while size 2 is delivered.
 TEST_F(ResourceData, HandlersMayCallBackDuringANotification) {
     struct Case {
         const char* name;
@@ -225,7 +225,7 @@ TEST_F(ResourceData, AHandlerThatThrowsIsDroppedAndKeepsNothingFromTheOthers) {
     EXPECT_EQ(heard[1].destroyed + all.destroyed, 2);
 }
 
-// A handler that cancels another, and adds one, when it is destroyed: as a bridge's does that owns a request of its own.
+// A handler that cancels another one and adds one when it is destroyed, like a handler of a bridge that owns a request.
 class MeddlingHandler final : public kelo::IResponseHandler<Element> {
 public:
     explicit MeddlingHandler(std::function<void()> atEnd) : atEnd_{std::move(atEnd)} {}

@@ -24,7 +24,7 @@ using Ends = std::vector<std::string>;
 
 constexpr std::ErrorCategory foreignErrors{"test::Error", [](int) { return "foreign"; }};
 
-// Filter around mapping, as the cache and the clients build their chains.
+// A filter around a mapping, as the cache and the clients build their chains.
 std::unique_ptr<kelo::IResponseHandler<int>> chain(Heard<std::string>& heard) {
     auto mapping = std::make_unique<MappingResponseHandler<int, std::string>>(
         support::record(heard), [](const int& value) -> kelo::optional<std::string> { return std::to_string(value); });
@@ -140,7 +140,7 @@ TEST(ResponseHandlers, EachRefusesAValueAfterTheEnd) {
     EXPECT_THAT(heard.values, IsEmpty());
 }
 
-// Nothing to compare with must not compile.
+// A predicate without a comparison must not compile.
 struct NoEquality {};
 static_assert(!std::is_default_constructible_v<ComparingPredicate<NoEquality>>);
 static_assert(!std::is_constructible_v<ComparingPredicate<NoEquality>, std::nullptr_t>);

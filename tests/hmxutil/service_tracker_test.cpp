@@ -48,7 +48,7 @@ protected:
         auto run = [this, name] { ran.push_back(name); };
         return std::make_shared<kelo::FuncCallEvent<decltype(run)>>(run);
     }
-    // What the runtime was asked and the worker ran since the last call.
+    // The calls to the runtime, and the tasks that the worker ran, since the last call.
     std::vector<std::string> calls() { return std::exchange(runtime.calls, {}); }
     std::vector<std::string> tasks() {
         EXPECT_THAT(ran, IsEmpty()) << "a task ran before its turn";
@@ -152,7 +152,7 @@ TEST_F(ServiceManager, AbortsWhereItCannotGoOn) {
                  "service_tracker:serviceResolved: we have no valid API resolved");
 }
 
-// The runtime tells on its thread what the worker reads on its own.
+// The runtime writes on its thread what the worker reads on its own.
 TEST_F(ServiceManager, InfoAndApiAreReadWhileTheyChange) {
     constexpr std::uint64_t last = 2000;
     hmx::BENCH_Startup.setThreshold(9);

@@ -1,4 +1,4 @@
-// Documents of any shape, written out by hand: what every encoding's tests ask of them.
+// Documents of any shape, written by hand: what the tests of every encoding have in common.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -16,7 +16,7 @@ namespace any_document {
 
 using support::MimeTypeID;
 
-// The cases of a list: between bars and ends of lines, without the blanks around them.
+// The cases of a list: separated by bars and newlines, without surrounding blanks.
 inline std::vector<std::string_view> casesOf(std::string_view list) {
     std::vector<std::string_view> cases;
     while (!list.empty()) {
@@ -45,8 +45,8 @@ inline std::string fromHex(std::string_view hex) {
     return bytes;
 }
 
-// The reason why the bytes are no document; "" if they are one. They stand in memory of just their size, so that a sanitizer sees
-// who looks beyond them.
+// Why the bytes are not a document; "" if they are one. They are in memory of exactly their size, so that a sanitizer detects
+// reading beyond them.
 inline std::string read(MimeTypeID mimeType, std::string_view document, support::Any& any) {
     const std::vector<char> bytes{document.begin(), document.end()};
     return support::readDocument(mimeType, {bytes.data(), bytes.size()}, any);
@@ -79,7 +79,7 @@ inline void expectPrefixesRefused(MimeTypeID mimeType, std::string_view document
     }
 }
 
-// The same document in several forms, in hexadecimal, of an encoding in which none is the beginning of another.
+// The same document in several forms, in hexadecimal. For encodings in which no document is a prefix of another one.
 struct Forms {
     const char* expected;  // as JSON
     const char* list;
@@ -96,7 +96,7 @@ inline void expectForms(MimeTypeID mimeType, std::initializer_list<Forms> docume
     }
 }
 
-// Well-formed maps whose keys are no strings: they may stand in what nobody looks into.
+// Well-formed maps whose keys are not strings: allowed only in what is skipped.
 inline void expectOnlySkipped(MimeTypeID mimeType, std::string_view list) {
     for (const auto hex : casesOf(list)) {
         SCOPED_TRACE(hex);

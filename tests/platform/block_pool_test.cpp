@@ -25,7 +25,7 @@ Taken take(std::size_t size, unsigned char mark) {
     return {block, size, mark};
 }
 
-// False when somebody else has written into the block meanwhile.
+// False if somebody else has written to the block.
 bool give(const Taken& taken) {
     bool isWhole = true;
     for (std::size_t i = 0; i < taken.size; ++i) isWhole = isWhole && taken.block[i] == taken.mark;
@@ -39,7 +39,7 @@ TEST(BlockPool, NobodysBlockIsSomebodyElsesToo) {
     std::condition_variable more;
     std::deque<Taken> onTheWay;
     bool damaged = false;
-    // One makes, the other one destroys, in bursts; both also for themselves.
+    // One thread creates, the other destroys, in bursts; both also use the pool for themselves.
     std::thread destroyer{[&] {
         for (int i = 0; i < count; ++i) {
             std::unique_lock lock{mutex};
@@ -66,7 +66,7 @@ TEST(BlockPool, NobodysBlockIsSomebodyElsesToo) {
     EXPECT_FALSE(damaged);
 }
 
-// A destructor that runs as one of its thread's last, after the pool's own.
+// A destructor that runs as one of the last on its thread, after the pool's own.
 struct Late {
     ~Late() {
         const Taken own = take(40, 0x11);
@@ -88,7 +88,7 @@ TEST(BlockPool, AThreadsLastDestructorsMayTakeAndGive) {
             damaged = !give(late.held.back()) || damaged;
             late.held.pop_back();
         }
-        // Of what this thread leaves behind, others may have some already.
+        // Others may already have some of the blocks that this thread leaves.
         std::thread{[&] {
             for (int i = 0; i < 100; ++i) elsewhere.push_back(take(40, 0x33));
         }}.join();

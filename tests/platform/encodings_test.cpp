@@ -1,4 +1,4 @@
-// What holds in every encoding alike.
+// What every encoding has in common.
 #include <cfloat>
 #include <cmath>
 #include <limits>
@@ -22,7 +22,7 @@ using util::serializer::ValueType;
 
 class EveryEncoding : public testing::TestWithParam<MimeTypeID> {
 protected:
-    // Writes a document through `write`, which must not fail.
+    // The document that `write` writes; it must not fail.
     template <class Write>
     std::string written(Write write) {
         util::ByteBufferWriter bytes;
@@ -37,7 +37,7 @@ protected:
     std::string written(const Json& value) {
         return written([&](Writer& writer) { return support::writeAny(writer, value); });
     }
-    // The document as an independent parser reads it, and as an independent writer would have written it.
+    // The document as an independent parser reads it, and as an independent writer would write it.
     static Json parsed(const std::string& document) {
         switch (GetParam()) {
             case MimeTypeID::msgpack:
@@ -89,7 +89,7 @@ TEST_P(EveryEncoding, NumbersAtTheEdgesComeBackAsTheyWere) {
         for (const double value : {magnitude, -magnitude}) {
             double got = 1;
             read(written([&](Writer& writer) { return writer.writeDouble(value); }), [&](Reader& from) {
-                EXPECT_EQ(from.peek(), util::serializer::ValueType::floating) << value;  // so that -0.0 stays one
+                EXPECT_EQ(from.peek(), util::serializer::ValueType::floating) << value;  // so that -0.0 keeps its sign
                 return from.readDouble(got);
             });
             EXPECT_EQ(std::bit_cast<std::uint64_t>(got), std::bit_cast<std::uint64_t>(value)) << value;
@@ -116,7 +116,7 @@ TEST_P(EveryEncoding, StringsAndContainersOfEverySizeComeBackAsTheyWere) {
         EXPECT_EQ(parsed(document), value);
         expectDocument(GetParam(), document, value);
     }
-    // An object that outgrows its header; that its members have one key keeps the test quick.
+    // An object that outgrows its header. All members have the same key, which keeps the test fast.
     const std::string document = written([](Writer& writer) {
         if (writer.beginObject()) return true;
         for (int i = 0; i < 65'536; ++i) {
@@ -181,7 +181,7 @@ TEST_P(EveryEncoding, ADocumentHasSoManyElementsAndNoMore) {
     constexpr std::size_t most = 100'000;
     for (const bool nested : {false, true}) {
         for (const std::size_t count : {most, most + 1}) {
-            // In one array, or in two of which the second is the last element of the first.
+            // In one array, or in two, the second of which is the last element of the first.
             Json value = Json::array();
             for (std::size_t i = 0; i < (nested ? 999 : count); ++i) value.push_back(Json::object());
             if (nested) {
@@ -263,7 +263,7 @@ TEST_P(EveryEncoding, AWriterOutOfTurnFailsUntilItIsStartedAgain) {
 TEST(Encodings, NumbersReadAsWhatHoldsThem) {
     struct Case {
         const char* json;
-        const char* msgpack;  // in hexadecimal; empty where the encoding has no such number
+        const char* msgpack;  // in hexadecimal; empty if the encoding has no such number
         const char* ixobin;
         std::optional<std::int64_t> integer;
         std::optional<double> floating;
@@ -308,7 +308,7 @@ TEST(Encodings, NumbersReadAsWhatHoldsThem) {
     }
 }
 
-// Makes values of any shape; the same seed makes the same ones.
+// Makes values of any shape; the same seed gives the same values.
 class Random {
 public:
     explicit Random(std::uint64_t seed) : engine_{seed} {}
@@ -369,7 +369,7 @@ TEST_P(EveryEncoding, AgreesWithIndependentReadersAndWriters) {
             expectPrefixesRefused(GetParam(), theirs);
             expectPrefixesRefused(GetParam(), ours);
         }
-        // A byte that changed is refused, or it makes another document: it never does harm.
+        // A document with a changed byte is refused or is another document: it never does harm.
         for (int i = 0; i < 20; ++i) {
             std::string spoilt = i % 2 == 0 ? theirs : ours;
             spoilt[random.below(spoilt.size())] = static_cast<char>(random.below(256));

@@ -73,7 +73,7 @@ TEST_F(ErrorStorageTest, LongTextsAreCutAtACharacter) {
         EXPECT_EQ(reason.size(), 1024 / unit.size() * unit.size()) << unit;
         EXPECT_EQ(text.substr(0, reason.size()), reason) << unit;
     }
-    std::ErrorOutput{Error, 11, std::string(1100, '\x80')};  // no UTF-8 at all
+    std::ErrorOutput{Error, 11, std::string(1100, '\x80')};  // not UTF-8
     EXPECT_EQ(std::ErrorStorage::reason().size(), 1024U);
 }
 
@@ -87,11 +87,11 @@ TEST_F(ErrorStorageTest, PathGrowsFromTheInsideOut) {
     std::ErrorStorage::prependPath("layers");
     std::ErrorStorage::prependPath("regions");
     EXPECT_EQ(std::ErrorStorage::reason(), "regions.layers[10][2].width: a: b");
-    // The next error's path begins anew, even if its text is a piece of the last one's.
+    // The next error's path starts again, even if its text is a piece of the last one's.
     std::ErrorOutput{Error, 18, std::ErrorStorage::current().text.substr(8, 6)};
     std::ErrorStorage::prependPath("x");
     EXPECT_EQ(std::ErrorStorage::reason(), "x: layers");
-    // Neither depth nor length pushes out what is wrong.
+    // Neither depth nor length may push out what is wrong.
     for (int i = 0; i < 1000; ++i) std::ErrorStorage::prependPath("deeper");
     const std::string full = std::ErrorStorage::reason();
     EXPECT_GT(full.size(), 1010U);

@@ -1,4 +1,4 @@
-// Frames as bytes: what is written is what the wire's description says, and what deviates from it is refused.
+// Frames as bytes: what is written matches the description of the wire format, and deviations are refused.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -46,7 +46,7 @@ TEST(Frame, ARequestReadsBackWhole) {
     EXPECT_EQ(read.authToken(), "uid=0");
     ASSERT_NE(read.headers().find("x-extra"), nullptr);
     EXPECT_EQ(read.payload().text(), R"({"visible":true})");
-    // What the payload borrows from may go; a copy stays.
+    // The bytes that the payload borrows may be overwritten; a copy is not affected.
     const kelo::Payload kept = read.payload();
     std::memset(out.claim(0) - out.size(), 0, out.size());
     EXPECT_EQ(kept.text(), R"({"visible":true})");

@@ -10,14 +10,14 @@ namespace {
 
 TEST(IdMap, HoldsWhatAnOrderedMapHoldsWhateverTheOrderOfComingAndGoing) {
     std::mt19937_64 random{7};
-    // Counted ids; ids in steps, as a connection's are; ids of which all begin at the same place of a small table.
+    // Sequential ids; ids in steps, like a connection's; ids that all have the same home in a small table.
     for (const std::uint64_t step : {std::uint64_t{1}, std::uint64_t{1} << 16U, std::uint64_t{1} << 36U}) {
         util::IdMap<std::string> map;
         std::map<std::uint64_t, std::string> model;
         for (int i = 0; i < 20'000; ++i) {
             const std::uint64_t id = random() % 200 * step;
             const auto known = model.find(id);
-            // Crowded for a while, then nearly empty, and so on.
+            // Alternately crowded and nearly empty.
             const bool coming = random() % 100 < (i / 2000 % 2 == 0 ? 70U : 20U);
             if (coming) {
                 const std::string text = "value " + std::to_string(i) + " of an entry, too long to be held without memory";

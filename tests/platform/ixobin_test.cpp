@@ -1,10 +1,10 @@
-// The binary form as other writers of CBOR write it, well and badly.
+// The binary form as other CBOR writers write it, correctly or not.
 #include "platform/any_document.h"
 
 namespace any_document {
 namespace {
 
-// The examples of RFC 8949, appendix A, and more of their kind.
+// The examples of RFC 8949, appendix A, and similar ones.
 TEST(Ixobin, EveryFormIsRead) {
     expectForms(
         MimeTypeID::ixobin,
@@ -37,7 +37,7 @@ TEST(Ixobin, EveryFormIsRead) {
             Forms{"false", "f4"},
             Forms{"true", "f5"},
             Forms{"null", "f6 | c1f6"},
-            // Only skipped: undefined, simple values, infinities and NaN, bytes, large numbers.
+            // Can only be skipped: undefined, simple values, infinities and NaN, byte strings, large numbers.
             Forms{"null",
                   "f7 | e0 | f0 | f3 | f820 | f8ff | f97c00 | f97e00 | f9fc00 | fa7f800000 | faff800000 | fb7ff8000000000000"},
             Forms{"null",
@@ -61,7 +61,7 @@ TEST(Ixobin, EveryFormIsRead) {
     expectOnlySkipped(MimeTypeID::ixobin, "a201020304 | bf0102ff | a1f600 | bf9f00ff00ff | a1410061 61");
 }
 
-// RFC 8949, appendix F, and what is not text.
+// RFC 8949, appendix F, and text that is not valid.
 TEST(Ixobin, WhatIsNotWellFormedIsRefused) {
     for (const auto hex : casesOf(R"(
         18 | 19 | 1a | 1b | 1901 | 1a0102 | 1b01020304050607 | 38 | 58 | 78 | 98 | 9a01ff00 | b8 | d8 | f8 | f900 | fa0000 | fb000000

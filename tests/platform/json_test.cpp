@@ -1,4 +1,4 @@
-// JSON as others write it, well and badly.
+// JSON as others write it, correctly or not.
 #include "platform/any_document.h"
 #include "serializer/json_text.h"
 
@@ -27,7 +27,7 @@ TEST(Json, WhatIsValidIsReadAsAnotherParserReadsIt) {
         expectDocument(MimeTypeID::json, inArray, nlohmann::json::parse(inArray));
         expectPrefixesRefused(MimeTypeID::json, inArray);
     }
-    // Valid, but the value of no number of ours.
+    // Valid, but none of our number types can hold the value.
     for (const auto text : casesOf("1e999 | -1e999 | 1e99999999999999999999 | 9007199254740993000000 | -9223372036854775809")) {
         expectDocument(MimeTypeID::json, text, nullptr);
     }
@@ -47,8 +47,8 @@ TEST(Json, WhatIsNotValidIsRefused) {
         "\u00e)")~")) {
         texts.emplace_back(text);
     }
-    // In strings: lone and missing continuations, overlong forms, surrogates, beyond the last code point, and characters that an
-    // escape interrupts or seems to complete.
+    // In strings: lone and missing continuation bytes, overlong forms, surrogates, values above the last code point, and
+    // characters that an escape interrupts or seems to complete.
     for (const auto hex : casesOf(R"(
         80 | bf | c2 | c220 | e282 | e28220 | f09f98 | c080 | c1bf | e09fbf | f08fbfbf | eda080 | edbfbf | f4908080 | f5808080 | fe | ff
         f888808080 | c35c7530306134 | 5c7530306534a4 | e25c6e82ac | 61626364656667686970eda0806162636465666768 | 00 | 6100)")) {
@@ -60,7 +60,7 @@ TEST(Json, WhatIsNotValidIsRefused) {
         expectRefused(MimeTypeID::json, text);
         expectRefused(MimeTypeID::json, "[" + text + "]");
     }
-    // No byte order marks, no other encodings, no blanks but the four.
+    // No byte order marks, no other encodings, no blanks other than the four.
     for (const auto hex :
          casesOf("efbbbf5b5d | fffe5b005d00 | 5b005d00 | 005b005d | 5b5d00 | c2a05b5d | 5be281a05d | efbc91 | 20")) {
         SCOPED_TRACE(hex);
@@ -92,7 +92,7 @@ TEST(Json, ReasonsSayWhatWasExpectedAndWhatWasFound) {
               "expected an integer, found a number with a fraction or exponent at byte 1");
 }
 
-// One odd character among plain ones, at every place of texts of every length that matters to blocks.
+// One special character among plain ones, at every position of texts of every length that matters to blocks.
 template <class Block>
 void expectBlocksLookAtEachCharacter() {
     using namespace kelo::serializer;
@@ -114,7 +114,7 @@ void expectBlocksLookAtEachCharacter() {
             }
         }
     }
-    // What stands behind the special does not count.
+    // What comes after the special character must not matter.
     bool ascii = true;
     const std::string_view text = "plain\"and then \xc3\xa4 and more";
     EXPECT_EQ(findJsonSpecial<Block>(text.data(), text.data() + text.size(), ascii), text.data() + 5);
@@ -132,7 +132,7 @@ TEST(Json, WritesNoMoreThanIsNeeded) {
     EXPECT_EQ(support::toJson(support::Any{value}), R"({"a":[1,-2.5,1e+22,0.1,true,null],"b":{"\"\\/\b\f\n\r\t\u0001\u001f)"
                                                     "\x7f"
                                                     R"(":"","ä":"plain, and longer than a word"}})");
-    // Whole numbers that no reader shall take for integers.
+    // Whole numbers that a reader must not take for integers.
     const nlohmann::json whole{12345678901234567168.0, -9007199254740992.0, 2.0, -0.0};
     EXPECT_EQ(support::toJson(support::Any{whole}), "[12345678901234567168.0,-9007199254740992.0,2.0,-0.0]");
     EXPECT_EQ(support::toJson(0.1F), "0.1");

@@ -1,4 +1,4 @@
-// Workers and their loops: order, draining, timers, and the wake-ups that must not be lost.
+// Workers and their loops: order, draining, timers, and wake-ups that must not be lost.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -86,7 +86,7 @@ TEST(ActiveObject, NoPostIsLostAndEachPosterKeepsItsOrder) {
                         ordered = ordered && previous == i - 1;
                         previous = i;
                     });
-                    // Now and then the worker gets the time to fall asleep, which is when a wake-up could be lost.
+                    // Sometimes the worker gets time to fall asleep, because that is when a wake-up could be lost.
                     if (i % 1000 == 0) std::this_thread::yield();
                 }
             });
@@ -119,7 +119,7 @@ TEST(Loop, TimersFireOnceInTimeAndMayChangeOneAnother) {
     EXPECT_TRUE(fired.waitFor([](const auto& all) { return all.size() == 2; }));
     EXPECT_GE(kelo::net::Clock::now() - begin, std::chrono::milliseconds{40});
     EXPECT_EQ(fired.get(), (std::vector<int>{1, 2}));
-    // Timers belong to the worker's thread, also in their end.
+    // Timers must also be destroyed on the worker's thread.
     Watched<bool> gone;
     kelo::post(worker, [&] {
         first.reset();
@@ -140,7 +140,7 @@ protected:
         run(borrower_, [this] { borrowerThread_ = std::this_thread::get_id(); });
     }
 
-    // Runs it on the worker and waits.
+    // Runs the function on the worker and waits for it.
     template <class F>
     static void run(comm::ActiveObject& worker, F function) {
         const auto done = std::make_shared<std::promise<void>>();
@@ -151,8 +151,8 @@ protected:
         done->get_future().get();
     }
 
-    // Posts from the lender's thread until the borrower is found asleep, so that `brief` runs there. False when that never
-    // happens.
+    // Posts `brief` from the lender's thread until the borrower happens to be asleep, so that it runs on the lender. False if
+    // that never happens.
     template <class F>
     bool runOnLender(F brief) {
         for (int attempt = 0; attempt < 1'000; ++attempt) {
@@ -179,7 +179,7 @@ protected:
 };
 
 TEST_F(Lending, RunsWhatIsBriefForOneThatSleepsAndWhatMayWaitNever) {
-    // What a brief event posts in its turn need not be brief.
+    // What a brief event posts need not be brief.
     EXPECT_TRUE(runOnLender([&] { kelo::post(borrower_, [&] { EXPECT_EQ(std::this_thread::get_id(), borrowerThread_); }); }));
     std::vector<int> order;
     run(lender_, [&] {
@@ -202,7 +202,7 @@ TEST_F(Lending, TimersArmedOnTheBorrowedThreadFireOnTheOwnOne) {
                                                    [&] { firedOn.change([](auto& id) { id = std::this_thread::get_id(); }); });
     });
     const auto due = kelo::net::Clock::now() + std::chrono::milliseconds{30};
-    // An early one that is disarmed in time, then the one that counts: the alarm must follow both.
+    // An early timer that is disarmed in time, then the one that counts: the alarm must follow both.
     EXPECT_TRUE(runOnLender([&] { timer->arm(due); }));
     EXPECT_TRUE(runOnLender([&] { timer->disarm(); }));
     EXPECT_TRUE(runOnLender([&] { timer->arm(due); }));
@@ -230,7 +230,7 @@ TEST_F(Lending, WhatAnotherPostsToAWorkerThatIsHeldIsRunAfterwards) {
         std::promise<void> posted;
         std::promise<void> ran;
         std::unique_ptr<kelo::net::Timer> timer;
-        // The borrower's own thread wakes while it is held, or sleeps on.
+        // The borrower's own thread wakes up while it is held, or continues to sleep.
         run(borrower_, [&] {
             timer = std::make_unique<kelo::net::Timer>(borrower_.loop(), [] {});
             if (isWoken) timer->arm(kelo::net::Clock::now() + std::chrono::milliseconds{30});
@@ -258,7 +258,7 @@ TEST_F(Lending, AWorkerMayEndWhileItIsHeld) {
         if (i % 2 == 0) std::this_thread::sleep_for(std::chrono::microseconds{200});
         run(lender_, [&] {
             kelo::postBrief(*worker, [&] { ++runs; });
-            if (i % 4 < 2) worker.reset();  // on the lender's own thread, which has not come to run anything yet
+            if (i % 4 < 2) worker.reset();  // on the lender's own thread, before it has run anything
         });
         worker.reset();
         EXPECT_EQ(runs, 1);
@@ -292,7 +292,7 @@ TEST_F(Lending, NoEventIsLostDoubledOrOvertakenWhoeverRunsIt) {
                 kelo::postBrief(borrower_, event(1, i));
             }
         });
-        // Now and then the borrower gets the time to fall asleep.
+        // Sometimes the borrower gets time to fall asleep.
         if (i % 64 == 0) std::this_thread::sleep_for(std::chrono::microseconds{50});
     }
     anyThread.join();

@@ -1,4 +1,4 @@
-// msgpack as others write it, well and badly.
+// msgpack as others write it, correctly or not.
 #include "platform/any_document.h"
 
 namespace any_document {
@@ -28,7 +28,7 @@ TEST(Msgpack, EveryFormIsRead) {
             Forms{"[1,[2]]", "92019102 | dc000201dc000102 | dd0000000201dd0000000102"},
             Forms{"{}", "80 | de0000 | df00000000"},
             Forms{R"({"a":{"":1},"b":2})", "82a16181a001a16202 | de0002a161de0001a001a16202 | df00000002d9016181a001da00016202"},
-            // Only skipped: bytes, extensions, a timestamp, numbers that are none of ours.
+            // Can only be skipped: byte strings, extensions, a timestamp, numbers that none of our types can hold.
             Forms{"null", "c400 | c40100 | c5000100 | c600000001ff | c700ff | c8000105ff | c90000000100ff | d4ff00 | d5ff0000"},
             Forms{"null", "d6ff00000000 | d7ff0000000000000000 | d80500000000000000000000000000000000 | cfffffffffffffffff"},
             Forms{"null", "ca7f800000 | caffc00000 | cb7ff8000000000000 | cbfff0000000000000"},

@@ -17,7 +17,7 @@ std::string read(std::string_view json, ToluParams& params) {
 
 TEST(ParamsTest, EveryKeyIsAValueAndTheKnownOnesAreMembersToo) {
     ToluParams params;
-    params.limit = 99;  // of a request before
+    params.limit = 99;  // left over from an earlier request
     ASSERT_EQ(read(R"({"limit":2147483647,"offset":0,"offsetId":"19243473-0126-5f4b-b1bf-4879152c72e5","fields":["a","b"],)"
                    R"("name":"x","deep":{"list":[1,2.5,null,{"k":true}]},"limit":1})",
                    params),
@@ -63,7 +63,7 @@ TEST(ParamsTest, OnlyWhatCanChangeTheAnswerIsKept) {
                   R"({"active":false,"name":"n","limit":3})", R"({"limit":3})"},
              Case{R"({"name":{"a":1},"active":null,"tags":["a"],"side":[],"priority":2.5,"layers":[1],"position":1})",
                   R"({"priority":2.5,"tags":["a"]})", "{}"},
-             Case{R"({"name":"n","name":[1]})", "{}", "{}"},  // the last one counts
+             Case{R"({"name":"n","name":[1]})", "{}", "{}"},  // the last one takes effect
              Case{R"({"fields":["tags","nobody","tags","active"]})", R"({"fields":["active","tags"]})",
                   R"({"fields":["active","tags"]})"},
              Case{R"({"fields":["nobody"]})", R"({"fields":[]})", R"({"fields":[]})"},
@@ -97,7 +97,7 @@ TEST(ParamsTest, TooManyOrTooLongOnesAreRefused) {
 
 TEST(ParamsTest, WhatIsWrittenReadsBackInEveryEncoding) {
     ToluParams params;
-    params.values.set("limit", 7);  // the member goes before it
+    params.values.set("limit", 7);  // the member takes precedence
     params.values.set("display", "Driver_Display");
     params.values.set("ratio", 0.25);
     params.values.set("list", util::config::Array{Value{}, Value{false}, Value{"x"}});

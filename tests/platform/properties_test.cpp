@@ -37,7 +37,7 @@ TEST(PropertiesTest, QueryValuesMatchExactlyOrDecideNothing) {
         const char* key;
         Value value;
         Match full;
-        Match empty;  // what it says about an element whose optional members are absent
+        Match empty;  // the result for an element without its optional members
     };
     const std::string id = sample::fullElement().id.toString();
     const Case cases[] = {

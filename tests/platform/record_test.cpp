@@ -31,8 +31,8 @@ struct Forgetful {
 }
 static_assert(!kelo::record::covers<Forgetful>);
 
-// Nor that of an element: whether the member comes last, where it hides in padding, or amid others of its kind, or stands beside
-// those that are counted.
+// The same for an element's table, whether the forgotten member is the last, hidden in padding, among others of its type, or
+// beside the members that are counted.
 struct ForgetfulMembers {
     kelo::optional<int> first;
     kelo::optional<bool> second;
@@ -251,7 +251,7 @@ TEST(RecordTest, EqualityLooksBehindPointersAndTellsAbsentFromPresent) {
         const Element original = sample::fullElement();
         Element changed = kelo::record::deepCopy(original);
         EXPECT_TRUE(kelo::record::equal(original, changed)) << what;
-        change(changed);  // must not reach the original
+        change(changed);  // must not affect the original
         EXPECT_FALSE(kelo::record::equal(original, changed)) << what;
         EXPECT_EQ(toJson(original), kFullElement) << what;
     }

@@ -1,4 +1,5 @@
-// Providers and consumers over real sockets: how requests end, how services come and go, and what peers that misbehave cannot do.
+// Providers and consumers over real sockets: how requests end, how services come and go, and what misbehaving peers must not be
+// able to do.
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
@@ -43,8 +44,8 @@ kelo::Payload text(std::string_view content) {
     return kelo::Payload::copyOf(content, kelo::MimeType{"plain/text"});
 }
 
-// Answers by path: "/r/echo" the payload, "/r/slow" never, "/r/drop" by destroying the responder, "/r/fail" with an error,
-// "/r/open" with what the test says later through `responders`.
+// Answers by path: "/r/echo" with the payload, "/r/slow" never, "/r/drop" by destroying the responder, "/r/fail" with an error,
+// "/r/open" with what the test sends later through `responders`.
 class Resource final : public kelo::IResourceHandler {
 public:
     void* actionRequest(const kelo::Request& request, std::unique_ptr<kelo::IResponder> responder,
@@ -81,7 +82,7 @@ private:
     std::uintptr_t serial_ = 0;
 };
 
-// A provider process, but for the process.
+// Like a provider process, but in this process.
 struct Provider {
     explicit Provider(const std::string& directory, kelo::Limits limits = {}) {
         RuntimeOptions options;
@@ -115,7 +116,7 @@ struct Provider {
     bool started = false;
 };
 
-// What a handler was told, as text: "next:hello", "error:503 …", "completed".
+// What a handler received, as text: "next:hello", "error:503 …", "completed".
 struct Events {
     std::vector<std::string> told;
     bool destroyed = false;
@@ -152,7 +153,7 @@ private:
     std::size_t taken_ = 0;
 };
 
-// A consumer process, but for the process: tracks the provider and writes down what it hears of it.
+// Like a consumer process, but in this process: tracks the provider and records what it receives.
 class Consumer final : public IKeloRuntime::IKeloServiceTracker, public IKeloRuntime::IKeloServiceResolver {
 public:
     explicit Consumer(const std::string& directory, comm::ActiveObject* reader = nullptr, kelo::Limits limits = {})
@@ -305,13 +306,13 @@ TEST_F(RuntimeTest, AProviderThatGreetsAndHangsUpIsTriedAgainWithGrowingPauses) 
         Clock::time_point begin;
         for (int i = 0; i < 5; ++i) {
             RawPeer caller = listener.accept();
-            if (i == 1) begin = Clock::now();  // the first two may follow at once: the socket has just appeared
+            if (i == 1) begin = Clock::now();  // the first two may follow at once, because the socket has just appeared
             ASSERT_TRUE(caller.receive());
             caller.send(testing_support::helloFrame(servicePath));
         }
         EXPECT_GE(Clock::now() - begin, std::chrono::milliseconds{10 + 20 + 40});
     }
-    Provider successor{directory.path()};  // noticed by its appearance, not by the next try
+    Provider successor{directory.path()};  // noticed because it appears, not because of the next try
     EXPECT_TRUE(consumer.info.waitFor([](const auto& found) { return found.applicationName == "provider"; }));
     EXPECT_TRUE(consumer.heard.waitFor([](const auto& all) { return all.back() == "resolved"; }));
     EXPECT_EQ(ended(*consumer.ask("/r/echo", true, 1, "x")), (Told{"next:x"}));
@@ -350,10 +351,10 @@ TEST_F(RuntimeTest, AReaderReadsEachIncarnation) {
     }
 }
 
-// A provider made of bytes, for a consumer with a reader of its own.
+// A provider made of bytes, and a consumer with a reader of its own.
 class CarriedReader : public RuntimeTest {
 protected:
-    // Accepts the consumer and says hello, and whatever else is to come with it.
+    // Accepts the consumer and sends a hello, followed by `more`.
     RawPeer greet(const Bytes& more = {}) {
         RawPeer peer = listener_.accept();
         EXPECT_TRUE(peer.receive());
@@ -400,7 +401,7 @@ TEST_F(CarriedReader, WhatWasReceivedMovesWithTheConnection) {
     RawPeer peer = greet();
     const auto events = consumer.ask("/r/open", false, values);
     const std::uint64_t id = peer.receive().value().id;
-    // The end of a frame comes after the move, and more frames than are handled at a time are waiting for their turn during it.
+    // The end of a frame arrives after the move, and during it more frames wait than are handled at a time.
     const Bytes all = answers(id, 0, values);
     const auto half = all.begin() + static_cast<std::ptrdiff_t>(all.size() / 2 + 5);
     ASSERT_TRUE(peer.send(Bytes(all.begin(), half)));
@@ -422,7 +423,7 @@ TEST_F(CarriedReader, WhatIsBlockedIsSentAfterTheMoveToo) {
 }
 
 TEST_F(CarriedReader, AResolverMayBeClosedAndReopenedInItsOwnCallbacks) {
-    // Closed where the thread that calls back has just taken hold of the reader, and on the reader itself.
+    // Closed while the thread that calls back has just taken hold of the reader, and on the reader itself.
     struct Closing final : IKeloRuntime::IKeloServiceResolver {
         Closing(Consumer& owner, comm::ActiveObject& worker) : consumer{owner}, reader{worker} {}
         void resolved(std::uint64_t handle, kelo::IKeloApi*) override {
@@ -472,8 +473,8 @@ TEST_F(RuntimeTest, ADirectoryThatIsRemovedIsMadeAgainAndServicesReturn) {
     Provider provider{inner};
     Consumer before{inner};
     ASSERT_NE(before.waitForApi(), nullptr);
-    // A connection that lives keeps the removed directory alive in the kernel, which then says nothing of its removal. Twice,
-    // since what is made again has to be watched too.
+    // A live connection keeps the removed directory alive in the kernel, which then does not report its removal. Twice, because
+    // the new directory must be watched too.
     for (int round = 0; round < 2; ++round) {
         std::error_code error;
         EXPECT_TRUE(testing_support::eventually([&] { return std::filesystem::remove_all(inner, error) > 0 && !error; }))
@@ -636,7 +637,7 @@ TEST_F(RuntimeTest, RequestsBeyondTheLimitAreRefusedAndCancelledOnesStillCount) 
     }
 }
 
-// Does `onValue` with a value, and tells what else it hears as Handler does.
+// Calls `onValue` for a value; records other events as Handler does.
 class Meddling final : public kelo::IResponseHandler<Response> {
 public:
     Meddling(std::shared_ptr<Watched<Events>> events, bool oneShot, std::function<void()> onValue)
@@ -749,7 +750,8 @@ TEST_F(RuntimeTest, AClientThatAsksForMuchLeavesRoomForAnother) {
     const auto arrive = [&](std::size_t count) {
         return responders.waitFor([count](const auto& all) { return all.size() == count; });
     };
-    // Of each kind half of what there is, and each one's own part: two streams, which await an answer, and four that are held.
+    // Of each kind, half of the common half and the account's own part: two streams, which await an answer, and four held
+    // requests.
     for (int i = 0; i < 3; ++i) ask(greedy, false, "/r/open");
     for (int i = 0; i < 5; ++i) ask(greedy, true, "/r/open");
     EXPECT_EQ(ended(*asked[2]), Told{refused});
@@ -759,7 +761,7 @@ TEST_F(RuntimeTest, AClientThatAsksForMuchLeavesRoomForAnother) {
     EXPECT_EQ(ended(*asked.back()), Told{"next:"});
     ask(polite, false, "/r/open");
     ASSERT_TRUE(arrive(3));
-    // Nothing of what was held is forgotten; the first answer makes room, be it a stream's.
+    // No held request is forgotten. The first answer makes room, also that of a stream.
     std::size_t arrived = 3;
     for (const std::size_t index : {0U, 1U, 3U, 4U, 5U, 6U}) {
         responders.get().all[index]->next(Response{200, text("done")});
@@ -778,7 +780,7 @@ TEST_F(RuntimeTest, WhatIsCalledNotSentNeverArrives) {
     RawPeer provider = listener.accept();
     ASSERT_TRUE(provider.receive());
     provider.send(testing_support::helloFrame(servicePath));
-    // More than the socket and the queue take together, while the provider does not read.
+    // More than the socket and the queue can take, while the provider does not read.
     constexpr int count = 200;
     const std::string filling(4096, '.');
     std::vector<std::shared_ptr<Watched<Events>>> asked;
@@ -872,7 +874,7 @@ TEST_F(RuntimeTest, ASlowReaderGetsTheNewestValueAndCostsNobodyMemory) {
     ASSERT_EQ(peer.receive().value().type, 1);
     int received = 0;
     int newest = 0;
-    // False at the end of the stream. What comes must be newer each time.
+    // False at the end of the stream. Each value must be newer than the last.
     const auto receiveOne = [&] {
         const auto next = peer.receive();
         if (!next || next->type != 3) return false;
@@ -884,7 +886,7 @@ TEST_F(RuntimeTest, ASlowReaderGetsTheNewestValueAndCostsNobodyMemory) {
     };
     for (int i = 1; i <= values; ++i) {
         ASSERT_FALSE(responder->next(Response{200, text(filling + "value " + std::to_string(i))}));
-        // At times it reads a little, so that its queue is now too long and now not.
+        // Sometimes it reads a little, so that its queue is alternately too long and not.
         for (int j = 0; i % 100 == 0 && j < 20 && newest < i; ++j) ASSERT_TRUE(receiveOne());
     }
     responder->completed();
@@ -894,7 +896,7 @@ TEST_F(RuntimeTest, ASlowReaderGetsTheNewestValueAndCostsNobodyMemory) {
     EXPECT_LT(received, values / 2) << "values that nobody had read were kept";
 }
 
-// A provider that keeps little, and a client that has asked so often and reads only when it is told to.
+// A provider that keeps little, and a client that sends many requests and reads only when the test says so.
 class UnreadAnswers : public RuntimeTest {
 protected:
     static constexpr std::uint64_t requests = 40;
@@ -916,7 +918,7 @@ protected:
     bool answer(std::size_t index, const std::string& value) {
         return responders().get().all[index]->next(Response{200, text(value)});
     }
-    // What the client is told next about a request: "3:" and a value, with the number of its frame's type, or the reason.
+    // The client's next frame: its request, and the number of the frame's type with the end of its value or with the reason.
     std::pair<std::uint64_t, std::string> read() {
         const auto frame = peer->receive();
         if (!frame) return {};
@@ -960,7 +962,7 @@ TEST_F(UnreadAnswers, EqualValuesOfStreamsAreKeptOnceAndOthersEndTheirStreamAlon
     for (std::size_t i = 0; i < requests / 2; ++i) ended += answer(i, large + std::string(i, '.') + '3') ? 1 : 0;
     EXPECT_GT(ended, requests / 4);
     EXPECT_LT(ended, requests / 2);
-    // A stream's end comes after its newest value, also where the client ends its side.
+    // A stream's end comes after its newest value, also if the client ends its side.
     responders().get().all[requests - 1]->completed();
     ::shutdown(peer->fd(), SHUT_WR);
     std::vector<std::string> newest(requests + 1);
@@ -1040,7 +1042,7 @@ TEST_F(RuntimeTest, AClientThatWasNotReadForAWhileIsReadAgain) {
         for (std::uint64_t id = 1; id <= requests; ++id)
             EXPECT_TRUE(peer.send(testing_support::requestFrame(id, "retrieve", "/r/echo", true, large)));
     }};
-    std::this_thread::sleep_for(std::chrono::milliseconds{50});  // until nothing moves any more
+    std::this_thread::sleep_for(std::chrono::milliseconds{50});  // until everything has settled
     for (std::uint64_t id = 1; id <= requests; ++id) {
         const auto answer = peer.receive();
         EXPECT_TRUE(answer && answer->id == id) << id;

@@ -1,4 +1,4 @@
-// Records in every shape that tables may have, for the tests of what folds over tables.
+// Records of every shape that tables may have, for the tests of operations on tables.
 #pragma once
 
 #include "kelo/record.h"

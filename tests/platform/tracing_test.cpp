@@ -48,7 +48,7 @@ TEST(TracingTest, ThresholdsComeFromTheEnvironment) {
 }
 
 TEST(TracingDeathTest, MalformedEntriesAreReportedOnce) {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process in which no channel has read the variable yet
+    GTEST_FLAG_SET(death_test_style, "threadsafe");  // runs in a process in which no channel has read the variable yet
     setenv("KELO_TRACE", "good=1,b\nad,other=1x", 1);
     EXPECT_EXIT(
         {
@@ -79,7 +79,7 @@ TEST_F(TracingLineTest, OneMessageIsOneLine) {
                                                   R"(name='a\\nb\\x1b\[31m\\x7f\\t)"
                                                   "\u00e4' n=7\n"}))
         << line;
-    // Nor may what a terminal obeys reach it in any other form.
+    // Characters that a terminal obeys must not reach it in any other form either.
     logC(channel_, 3, "\u0085 \u009b2J \u202e \u2066 \u2028 \u200f \x9b \xc3");
     EXPECT_THAT(output_.take(), EndsWith(" 3 \\x85 \\x9b2J \\u202e \\u2066 \\u2028 \\u200f \\x9b \\xc3\n"));
     EXPECT_EQ(util::printable(std::string_view{"a\0\u202eb\u00e4c", 9}, 100), "a\\x00\\u202eb\u00e4c");
@@ -149,7 +149,7 @@ TEST_F(TracingLineTest, NoCallIsUnderWayOnceTheSinkIsReplaced) {
         tracing::setSink([](const char*, int, const char*, void* at) { ++**static_cast<std::atomic<int>**>(at); }, context.get());
         while (calls == 0) std::this_thread::yield();
         tracing::setSink(nullptr, nullptr);
-        context.reset();  // a call that came later would read freed memory
+        context.reset();  // a later call would read freed memory
         output_.take();
     }
     stop = true;

@@ -4,7 +4,7 @@
 
 namespace {
 
-// From Python's uuid.uuid5(uuid.NAMESPACE_URL, name).
+// The expected ids are from Python's uuid.uuid5(uuid.NAMESPACE_URL, name).
 TEST(UuidTest, NamesGiveTheSameIdsAsEverybodyElses) {
     struct Case {
         const char* name;

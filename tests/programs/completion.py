@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Presses the completion key in the shells that this machine has. Usage: completion.py BIN_DIR"""
+"""Completes command lines in the shells that are installed. Usage: completion.py BIN_DIR"""
 
 import json
 import shutil
@@ -7,14 +7,14 @@ import sys
 
 from cockpit import Cockpit
 
-# What readline, the line editor of zsh and fish's own tool hand to the scripts, and print what they offer in the end.
+# Passes to the scripts what readline, zsh's line editor and fish's own tool pass, and prints what the scripts offer.
 SHELLS = {
     "bash": r"""
         source <(hmxctl completion bash)
         compopt() { :; }
         complete -p hmxctl | grep -q _hmxctl || exit 9
         COMP_LINE=$1 COMP_POINT=${#1}
-        # As readline divides a line: also at = and :, and not at a blank behind a backslash.
+        # Splits a line as readline does: also at = and :, and not at a blank after a backslash.
         mapfile -t COMP_WORDS < <(grep -oP '(\\.|[^\s=:\\])+|[=:]+' <<<"$1")
         [[ $1 == *[[:space:]] ]] && COMP_WORDS+=("")
         COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
@@ -36,7 +36,7 @@ SHELLS = {
     """,
 }
 
-# What is typed, and the words that are offered for the last one. (To bash only what follows = or : is offered.)
+# The input, and the words offered for its last word. (bash is offered only what follows = or :.)
 CASES = [
     ("hmxctl li", ["list"]),
     ("hmxctl get displays/C", ["displays/Cluster_Display", "displays/Co_Driver_Display"]),

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Installs into a folder of its own and builds the example against that, as a stranger would: with find_package and with
+"""Installs into a separate folder and builds the example against that, as a user would: with find_package and with
 pkg-config. Both must print the displays of a running bridge, which is the installed one. Usage: installed_package.py BUILD_DIR"""
 
 import json
@@ -51,7 +51,7 @@ def main():
         prefix, work = Path(folder) / "prefix", Path(folder) / "work"
         run("cmake", "--install", build, "--prefix", prefix)
         complaints = complaints_about_files(prefix)
-        # The example as it was installed, far from the tree; moved, because nothing may rely on where that was first.
+        # Builds the example as installed, outside the source tree. The installation is moved first: it must work in any place.
         moved = Path(folder) / "moved"
         prefix.rename(moved)
         example = moved / "share/doc/hmxtolubridge/examples"

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Holds the man pages against the programs: what `--help` shows stands in the page, and the page promises nothing else.
+"""Compares the man pages with the programs: a page has everything that `--help` shows, and nothing else.
 Usage: man_pages.py BIN_DIR MAN_DIR PAGE_MAKER"""
 
 import os

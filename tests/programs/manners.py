@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""How the client behaves as a process: exit codes, what goes to which output, closed and full outputs, terminals, services that
-are late, foreign or gone. Usage: manners.py BIN_DIR"""
+"""How the client behaves as a process: exit codes, standard output and error, closed and full outputs, terminals, services that
+start late, belong to another user or are gone. Usage: manners.py BIN_DIR"""
 
 import json
 import os
@@ -16,7 +16,7 @@ from cockpit import Cockpit
 REGION = 'regions:={"infoForAllLayers":[{"layer":"Home","inputRegions":[{"bounds":{"width":9,"height":9}}]}]}'
 CONFIGURATION = "regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER"
 
-# Exit code and words, in this order. With -o json a success is one document on standard output and nothing else; a failure is
+# Exit code and words, in this order. With -o json, a success prints one document on standard output and nothing else. A failure prints
 # nothing there, and on standard error what was tried and what would help.
 COMMANDS = [
     (0, "list displays"), (0, "list popups"), (2, "list"), (2, "list displayz"), (2, "list displays terminal=x"), (2, "list displays limit=0"),
@@ -66,7 +66,7 @@ def check_commands(cockpit, complaints):
             lines = done.stderr.splitlines()
             helps = len(lines) == 2 or code == 5 and lines
             complaints.unless(done.stdout == "" and helps and all(each.startswith("hmxctl: ") for each in lines), f"unhelpful: {said}")
-        # The same with nothing to read and nowhere to print to, which is an error for whatever has to be printed.
+        # The same with standard input and output closed, which is an error if something has to be printed.
         closed = cockpit.run(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", "hmxctl", *line.split()])
         silent = line.startswith(("delete", "wait", "sim set"))
         expected = 3 if line.startswith("delete regionconf") else code if silent or code else 1
@@ -126,7 +126,7 @@ def check_other_user(cockpit, complaints):
     for folder in (cockpit.directory, cockpit.directory / "run", cockpit.directory / "run/local"):
         folder.chmod(0o1777)
     shared = cockpit.run([*nobody, cockpit.binaries / "hmxctl", "list", "displays"], cwd="/")
-    if shared.returncode != 126:  # where another user may not even look into the build folder
+    if shared.returncode != 126:  # skipped if the other user cannot access the build folder
         complaints.unless(shared.returncode == 6 and "run by root" in shared.stderr, f"another user's service: {shared}")
 
 

@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""The Python client against the programs themselves, and against providers that misbehave. Usage: python_client.py BIN_DIR"""
+"""The Python client with the real programs, and with providers that misbehave. Usage: python_client.py BIN_DIR"""
 
 import contextlib
 import json
@@ -28,7 +28,7 @@ CONFIGURATION = f"regionconfigurations/Driver_Display/{HMI}"
 REGIONS = {"infoForAllLayers": [{"layer": "Home", "inputRegions": [{"bounds": {"width": 9, "height": 9}}]}]}
 WIDER = {"infoForAllLayers": [{"layer": "Home", "inputRegions": [{"bounds": {"width": 99, "height": 9}}]}]}
 
-# What fails at once: the call, the class of its error and a word of it.
+# Calls that fail at once: the call, the class of its error, and a word of it.
 FAILURES = [
     (lambda c: c.retrieve("displayz"), hmx.UsageError, "popups"), (lambda c: c.get("displays"), hmx.UsageError, "displays/NAME"),
     (lambda c: c.get("popups/Volume"), hmx.UsageError, "DISPLAY/NAME"), (lambda c: c.get("displayables/Map"), hmx.UsageError, "NUMBER"),
@@ -164,7 +164,7 @@ def answer(payload, mime=b"\x70application/json"):
 
 HELLO = frame(1, 0, b"\xa2\x68$version\x01\x6b$mime-types\x70application/json")
 PAGE = b'{"total":0,"totalPages":1,"data":[]}'
-# What a provider says at once, the class of the error that a retrieve ends with, and a word of it.
+# What a provider sends at once, the class of the error that a retrieve ends with, and a word of it.
 PROVIDERS = [
     (HELLO + answer(PAGE), type(None), ""), (HELLO + frame(5, 7, b"", 0) + answer(PAGE), hmx.ProtocolError, "7"),
     (frame(1, 0, b"\xa1\x68$version\x02"), hmx.ProtocolError, "version"), (frame(1, 0, b"\xa1\x68$version\x01"), hmx.ProtocolError, "JSON"),
@@ -183,7 +183,7 @@ PROVIDERS = [
     (HELLO + answer(PAGE)[:-1], hmx.ConnectionLost, "outcome unknown"),
     (HELLO + frame(4, 1, b"\xa1\x67$status\x19\x01\xf7upstream: \x1b[1m request not sent"), hmx.Refused, "\\x1b[1m request not sent"),
     (HELLO, hmx.ConnectionLost, "outcome unknown"), (HELLO + answer(PAGE), hmx.Timeout, "outcome unknown"),
-    (b"", hmx.Timeout, "not sent"),  # the last, since it is connected to again and again
+    (b"", hmx.Timeout, "not sent"),  # last, because the client connects to it repeatedly
 ]
 
 
@@ -206,7 +206,7 @@ def check_providers(_, __, complaints):
                         pass
 
             for said, kind, word in PROVIDERS:
-                endless = kind is hmx.Timeout and len(said) > len(HELLO)  # repeats its first answer, whatever it is asked
+                endless = kind is hmx.Timeout and len(said) > len(HELLO)  # repeats its first answer to every request
                 provider = threading.Thread(target=serve, args=(said, endless), daemon=True)
                 provider.start()
 

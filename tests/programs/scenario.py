@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""A seeded plan is the same sequence of events for whoever watches, run after run; and what was asked meanwhile is on record.
+"""A plan with a seed gives every watcher the same sequence of events in every run, and the requests made meanwhile are recorded.
 Usage: scenario.py BIN_DIR"""
 
 import json
@@ -10,7 +10,7 @@ from pathlib import Path
 
 from cockpit import Cockpit
 
-# All that a plan can leave to chance: times, repetition, whether and with which value.
+# Everything in a plan that can be random: times, repetition, whether a step happens, and its value.
 PLAN = [
     {"at_ms": 0, "jitter_ms": 40, "every_ms": 15, "times": 12, "chance": 0.7, "popup": "Driver_Display/Incoming_Call",
      "values": [{"requested": True}, {"requested": False}, {"requested": True, "requestData": "caller=Ada"}]},

@@ -1,9 +1,10 @@
 #!/usr/bin/env python3
-"""Types what a document has its reader type, and compares what comes with what the document shows.
+"""Types the commands that a document shows, and compares their output with the document.
 
-In indented blocks "$ " is typed in a terminal and "2$ " in a second one; lines behind "> " go on with the command. What follows is
-the command's whole output, standard error included; a "…" stands for anything within a line, a line with nothing else for any lines.
-A command of the second terminal may go on running: shown again, it is not typed again, but the terminal is looked at once more.
+In indented blocks, text after "$ " is typed in a terminal and text after "2$ " in a second one; lines that begin with "> " continue the
+command. The lines after it are its whole output, including standard error. A "…" stands for anything within a line; a line with nothing
+else stands for any number of lines. A command in the second terminal may keep running: if it is shown again, it is not typed again, but
+the terminal's output is compared again.
 Usage: shown_commands.py BUILD_DIR DOCUMENT"""
 
 import os
@@ -61,7 +62,7 @@ class Terminal:
     def type(self, command):
         self.serial += 1
         self.running, self.shown = command, ""
-        # What goes on running is not followed by anything that it could read.
+        # Nothing is typed after a command that keeps running, because it could read it.
         self.shell.stdin.write(command + (f"\necho end-of-step-{self.serial}\n" if self.is_first else "\n"))
         self.shell.stdin.flush()
 
@@ -80,7 +81,7 @@ class Terminal:
         return self.shown, bool(wanted.fullmatch(self.shown))
 
     def close(self):
-        # What was started in it ends with it.
+        # Ends everything that was started in the terminal.
         os.killpg(self.shell.pid, signal.SIGTERM)
         self.shell.kill()
         self.shell.wait()
@@ -91,7 +92,7 @@ def main():
     failed = 0
     steps = steps_of(document)
     with tempfile.TemporaryDirectory(prefix="hmx_shown_") as folder:
-        # As after `make build`, whatever is built in truth.
+        # Looks as after `make build`, wherever the build really is.
         Path(folder, "build").mkdir()
         Path(folder, "build/release").symlink_to(build)
         Path(folder, "examples").symlink_to(Path(__file__).resolve().parents[2] / "examples")

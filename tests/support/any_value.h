@@ -1,4 +1,4 @@
-// A value of any shape, for tests and fuzzers that read and write documents without knowing what is in them.
+// A value of any shape, for tests and fuzzers that read and write documents without knowing their content.
 #pragma once
 
 #include <nlohmann/json.hpp>
@@ -10,8 +10,8 @@
 
 namespace support {
 
-// What record operations and documents take. Null also stands for what our documents do not have (plain bytes, say) and for
-// numbers that neither type holds; such values are only skipped.
+// Accepted by record operations and documents. Null also stands for values that our documents do not have (such as byte strings)
+// and for numbers that fit neither type; such values are only skipped.
 struct Any {
     nlohmann::json value;
 };

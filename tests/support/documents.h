@@ -1,4 +1,4 @@
-// Documents for tests: any value that a record's member may have, and records themselves, to text and back.
+// Documents for tests: converts values that a record's member may have, and records, to text and back.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@ namespace support {
 
 using kelo::mimetypes::MimeTypeID;
 
-// "" on success, else the reason of the failure, which is consumed.
+// "" on success, otherwise the reason of the failure, which is consumed.
 template <class T>
 std::string writeDocument(MimeTypeID mimeType, const T& value, std::string& document) {
     util::ByteBufferWriter bytes;
@@ -35,7 +35,7 @@ std::string readDocument(MimeTypeID mimeType, std::string_view document, T& valu
     return "";
 }
 
-// The value's JSON, as short as it comes; a failure fails the test.
+// The value as compact JSON; a failure fails the test.
 template <class T>
 std::string toJson(const T& value) {
     std::string document;

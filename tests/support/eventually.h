@@ -1,4 +1,4 @@
-// Waiting in tests for what other threads or processes bring about: bounded, and never longer than it takes.
+// Waits in tests for what other threads or processes do: with a time limit, and no longer than needed.
 #pragma once
 
 #include <chrono>
@@ -11,7 +11,7 @@ namespace testing_support {
 
 inline constexpr std::chrono::seconds patience{10};
 
-// Asks every millisecond; for what nobody reports. True once it holds, false when patience ends.
+// Checks every millisecond, for conditions that nobody signals. True once it holds, false at the time limit.
 template <class Predicate>
 bool eventually(Predicate holds, std::chrono::milliseconds limit = patience) {
     const auto end = std::chrono::steady_clock::now() + limit;
@@ -22,7 +22,7 @@ bool eventually(Predicate holds, std::chrono::milliseconds limit = patience) {
     return true;
 }
 
-// A value that threads change and a test waits on. Thread: any.
+// A value that threads change and a test waits for. Thread: any.
 template <class T>
 class Watched {
 public:
@@ -30,9 +30,9 @@ public:
     void change(Change change) {
         const std::lock_guard lock{mutex_};
         change(value_);
-        changed_.notify_all();  // still locked: whoever waits may destroy this as soon as the lock is free
+        changed_.notify_all();  // still locked: a waiter may destroy this as soon as the lock is free
     }
-    // True once the predicate holds; false when patience ends.
+    // True once the predicate holds; false at the time limit.
     template <class Predicate>
     bool waitFor(Predicate holds, std::chrono::milliseconds limit = patience) {
         std::unique_lock lock{mutex_};

@@ -1,4 +1,4 @@
-// An upstream service that does nothing but write down requests; the test answers for it.
+// An upstream service that only records requests; the test answers for it.
 #pragma once
 
 #include <chrono>
@@ -41,12 +41,12 @@ public:
         }
     }
 
-    // The events of the request at `index`, in the order of sending. A request that is over hears nothing.
+    // Each sends an event to the request at `index`, in the order of sending. A request that is over gets nothing.
     bool next(std::size_t index, std::string_view body, std::string_view mimeType = "application/json") {
         return next(index, kelo::Response{200, kelo::Payload::copyOf(body, kelo::MimeType{mimeType})});
     }
     bool next(std::size_t index, const kelo::Response& response) {
-        auto handler = std::move(sent.at(index).handler);  // out of reach of a cancel from inside the event
+        auto handler = std::move(sent.at(index).handler);  // so that a cancel from inside the event does not find it
         if (!handler) return true;
         const std::size_t cancellations = cancelled.size();
         const bool finished = handler->onNext(response);
@@ -72,7 +72,7 @@ public:
 
     std::vector<Sent> sent;
     std::vector<void*> cancelled;
-    std::uint16_t refuseWith = 0;  // status with which new requests are refused before they are sent; 0: they are not
+    std::uint16_t refuseWith = 0;  // the status with which new requests are refused before they are sent; 0: not refused
 
 private:
     std::uintptr_t lastHandle_ = 0;

@@ -1,4 +1,4 @@
-// A runtime that does nothing but write down what it is asked; the test makes its callbacks.
+// A runtime that only records what it is asked; the test makes its callbacks.
 #pragma once
 
 #include <cstdint>
@@ -11,7 +11,7 @@
 
 namespace support {
 
-// Thread: one at a time; the callbacks are called by the test, on threads of its choice.
+// Thread: one at a time; the test calls the callbacks on threads of its choice.
 class FakeRuntime final : public kelo::runtime::IKeloRuntime {
 public:
     static constexpr std::uint64_t trackHandle = 11;

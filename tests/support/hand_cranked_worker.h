@@ -1,4 +1,4 @@
-// A bridge's worker that runs when the test says so.
+// A bridge's worker that runs only when the test says so.
 #pragma once
 
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 
 namespace support {
 
-// Fails the test if work is left over when it ends. Thread: one at a time.
+// Fails the test if events are left at its end. Thread: one at a time.
 class HandCrankedWorker {
 public:
     HandCrankedWorker() = default;
@@ -21,7 +21,7 @@ public:
 
     const std::shared_ptr<comm::ActiveObject>& shared() const noexcept { return worker_; }
 
-    // Runs what is queued and what that queues.
+    // Runs what is queued, and what that queues.
     void crank() { worker_->runPending(); }
     // Runs everything that is queued, then `function`, on the worker.
     template <class F>

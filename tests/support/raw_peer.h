@@ -1,4 +1,4 @@
-// A peer made of bytes: says exactly what a test gives it, frame or not, and shows what comes back.
+// A peer made of bytes: sends exactly what a test gives it, whether or not it is a frame, and returns what comes back.
 #pragma once
 
 #include <poll.h>
@@ -47,7 +47,7 @@ public:
         return ::send(fd_, bytes.data(), bytes.size(), MSG_NOSIGNAL) == static_cast<ssize_t>(bytes.size());
     }
 
-    // The next frame; nothing when the other end closed first, or patience ended.
+    // The next frame; nothing if the other end closed first or the time limit was reached.
     std::optional<RawFrame> receive(int milliseconds = 10'000) {
         for (;;) {
             if (const std::size_t size = wholeFrame(received_.data(), received_.size())) {
@@ -60,7 +60,7 @@ public:
             if (!fill(milliseconds)) return std::nullopt;
         }
     }
-    // Whether the other end closes the connection, whatever it says before.
+    // Whether the other end closes the connection, whatever it sends before.
     bool seesEnd() {
         while (fill(10'000)) received_.clear();
         return ended_;
@@ -83,7 +83,7 @@ private:
     Bytes received_;
 };
 
-// Where a peer is waited for. Thread: the test's.
+// A socket that listens for a peer. Thread: the test's.
 class RawListener {
 public:
     explicit RawListener(const std::string& socketPath) : fd_{listenAt(socketPath)} {

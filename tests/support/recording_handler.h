@@ -1,4 +1,4 @@
-// A response handler that writes down what it hears.
+// A response handler that records its events.
 #pragma once
 
 #include <cstddef>
@@ -11,13 +11,13 @@
 
 namespace support {
 
-// What one or several handlers have heard; outlives them.
+// The events of one or several handlers; outlives them.
 template <class T>
 struct Heard {
     std::vector<T> values;
     std::vector<kelo::Response> errors;
     int completed = 0;
-    int destroyed = 0;           // handlers that are no more
+    int destroyed = 0;           // handlers that have been destroyed
     bool finishOnNext = false;   // what onNext returns, after `then`
     bool oneShot = false;        // what isOneShot returns
     std::function<void()> then;  // called at the end of every onNext, if set

@@ -1,4 +1,4 @@
-// A responder that writes down what goes back to the client.
+// A responder that records what is sent to the client.
 #pragma once
 
 #include <functional>
@@ -13,13 +13,13 @@
 
 namespace support {
 
-// What the client of one or several requests gets; outlives their responders.
+// What the clients of one or several requests get; outlives their responders.
 struct Answers {
     std::vector<std::string> events;  // "next", "error" or "completed" with `describe` of the response, and "gone"
     std::vector<kelo::Response> responses;
-    int errorCode = 0;           // what the error store held at the last error
+    int errorCode = 0;           // the code in the error store at the last error
     bool finishOnNext = false;   // what next returns
-    std::function<void()> then;  // called first of all in every next, if set, as if sending came round to somebody else
+    std::function<void()> then;  // called first in every next, if set, as if sending had called another handler
 
     std::vector<std::string> take() { return std::exchange(events, {}); }
 };

@@ -1,4 +1,4 @@
-// Standard error (or another descriptor) led into a pipe for as long as a test wants.
+// Redirects standard error (or another descriptor) into a pipe while a test wants it.
 #pragma once
 
 #include <fcntl.h>
@@ -32,7 +32,7 @@ public:
     Redirect(const Redirect&) = delete;
     Redirect& operator=(const Redirect&) = delete;
 
-    // What has been written and not yet taken; does not wait.
+    // What has been written and not yet been taken; does not wait.
     std::string take() {
         std::string text;
         char buffer[4096];
@@ -45,7 +45,7 @@ public:
         return text;
     }
 
-    // Makes the pipe like one whose reader is stuck: it has no room for a single byte more.
+    // Fills the pipe completely, as if its reader were stuck.
     void fill() {
         fcntl(descriptor_, F_SETPIPE_SZ, 4096);
         const std::string page(4096, '.');

@@ -1,4 +1,4 @@
-// Services that answer from a script, at once or when the test wants it, and the domain that they are in.
+// Services that answer from a script, at once or when the test says so, and their domain.
 #pragma once
 
 #include <algorithm>
@@ -21,15 +21,15 @@ namespace scripted {
 
 using hmx::client::Json;
 
-// What one request is answered with: "{...}" is a value, "404 reason" an error, "completed" the end. A request that is still open
-// after its last event stays so.
+// The answers to one request: "{...}" is a value, "404 reason" an error, "completed" the end. If its last event does not end a
+// request, it stays open.
 using Events = std::vector<std::string>;
 
 // Thread: one at a time. Answers come before `request` returns, or, if `late`, one by one when `deliver` is called.
 class ScriptedApi final : public kelo::IKeloApi {
 public:
-    // Answers `question`, "command path" or "command path body", with each of `answers` in turn, and with the last one ever
-    // after.
+    // Answers `question`, "command path" or "command path body", with each of `answers` in turn, and then always with the last
+    // one.
     void on(const std::string& question, std::vector<Events> answers) { script_[question] = {std::move(answers), 0}; }
     void on(const std::string& question, const std::string& answer) { on(question, std::vector<Events>{{answer}}); }
 
@@ -49,7 +49,7 @@ public:
         cancelled += static_cast<int>(std::erase_if(open_, [&](const Open& each) { return toHandle(each.handle) == handle; }));
     }
 
-    // Hands out one event of the oldest request that still has one; false if there is none.
+    // Delivers one event of the oldest request that still has one; false if there is none.
     bool deliver() {
         for (const Open& each : open_) {
             if (!each.events.empty()) return deliverTo(each.handle);
@@ -64,7 +64,7 @@ public:
     int cancelled = 0;
 
 private:
-    // A request with what is still to be said to it.
+    // A request and its remaining events.
     struct Open {
         std::uintptr_t handle;
         std::unique_ptr<kelo::IResponseHandler<kelo::Response>> handler;
@@ -76,7 +76,7 @@ private:
         return std::any_of(open_.begin(), open_.end(), [&](const Open& each) { return each.handle == handle; });
     }
 
-    // False when nothing is left to say to that request.
+    // False if the request has no event left.
     bool deliverTo(std::uintptr_t handle) {
         const auto found = std::find_if(open_.begin(), open_.end(), [&](const Open& each) { return each.handle == handle; });
         if (found == open_.end() || found->events.empty()) return false;

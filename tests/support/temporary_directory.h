@@ -1,4 +1,4 @@
-// A directory that lasts as long as a test.
+// A directory that exists as long as a test.
 #pragma once
 
 #include <cstdlib>

@@ -1,4 +1,4 @@
-// The lines that one tracing channel emits while a test looks.
+// The lines that one tracing channel writes during a test.
 #pragma once
 
 #include <mutex>
@@ -10,7 +10,7 @@
 
 namespace support {
 
-// One at a time. Thread: any.
+// Only one at a time may exist. Thread: any.
 class TracedLines {
 public:
     explicit TracedLines(std::string channel) : channel_{std::move(channel)} { tracing::setSink(&TracedLines::sink, this); }
@@ -18,8 +18,8 @@ public:
     TracedLines(const TracedLines&) = delete;
     TracedLines& operator=(const TracedLines&) = delete;
 
-    // "<level> <text>" of each line since the last time. Lines are counted anew from here on, so that many cases in one second
-    // are not held back.
+    // "<level> <text>" of each line since the last call. Restarts the counting of lines, so that many cases in one second are not
+    // held back.
     std::vector<std::string> take() {
         tracing::setSink(&TracedLines::sink, this);
         const std::lock_guard lock{mutex_};

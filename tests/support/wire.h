@@ -1,5 +1,4 @@
-// Frames and sockets as docs/wire.md has them, written out by hand without the platform's help: for tests, campaign and
-// benchmarks.
+// Frames and sockets according to docs/wire.md, written by hand without the platform's code: for tests, campaign and benchmarks.
 #pragma once
 
 #include <sys/socket.h>
@@ -35,14 +34,14 @@ inline void putNumber(std::uint8_t* at, std::uint64_t value, std::size_t size) {
     for (std::size_t i = 0; i < size; ++i) at[i] = static_cast<std::uint8_t>(value >> (8 * i));
 }
 
-// The size of the frame that begins there; 0 while not all of it has come.
+// The size of the frame that begins here; 0 while it is not complete.
 inline std::size_t wholeFrame(const std::uint8_t* bytes, std::size_t size) {
     if (size < headerSize) return 0;
     const std::size_t whole = headerSize + numberAt(bytes, 4);
     return size < whole ? 0 : whole;
 }
 
-// CBOR text and unsigned integers of less than 64 KiB, and small maps of them.
+// Writes the head of a CBOR text, unsigned integer or map, with a number below 64 Ki.
 inline void appendCborHead(Bytes& out, unsigned major, std::size_t value) {
     const unsigned type = major << 5U;
     const auto put = [&](std::size_t byte) { out.push_back(static_cast<std::uint8_t>(byte)); };
@@ -56,7 +55,7 @@ inline void appendCborText(Bytes& out, std::string_view text) {
     out.insert(out.end(), text.begin(), text.end());
 }
 
-// A body. `number`: a field with a number, which comes first; none without a key.
+// A body. `number`: a field with a number, which comes first; left out if its key is empty.
 using NumberField = std::pair<std::string_view, std::size_t>;
 using TextFields = std::initializer_list<std::pair<std::string_view, std::string_view>>;
 inline Bytes fieldMap(NumberField number, TextFields fields, std::string_view payload = {}) {
@@ -103,7 +102,7 @@ inline Bytes answerFrame(std::uint8_t type, std::uint8_t flags, std::uint64_t id
     return frame(type, flags, id, fieldMap({"$status", status}, {{"$mime-type", mimeType}}, payload));
 }
 
-// A socket that `use` has bound or connected to the path's address, for which it returns 0; else -1 with errno.
+// A socket that `use` has bound or connected to the path's address (`use` returns 0 on success); otherwise -1 with errno.
 template <class Use>
 int socketAt(const std::string& path, Use use) {
     sockaddr_un address{};

@@ -44,19 +44,19 @@ using Ends = std::vector<std::string>;
 
 const std::string json = "application/json";
 
-// One operation as a bridge sees it and as the upstream service does.
+// One operation, as a bridge sees it and as the upstream service sees it.
 struct Operation {
     std::string name;
     std::string servicePath;
     std::string command;
     std::string path;
     std::string body;    // JSON; "" for none
-    std::string answer;  // JSON; "" for a handler of no value
-    // Calls the operation on a client of its own and lets `answers` answer; gives back what the handler heard, as JSON.
+    std::string answer;  // JSON; "" if the handler gets no value
+    // Calls the operation on a client of its own, lets `answers` answer, and returns what the handler received, as JSON.
     std::function<std::vector<std::string>(FakeKeloApi&, const std::string& mimeType, const std::function<void()>& answers)> run;
 };
 
-// `args`: those of the operation but its handler and its body, which is made of the JSON.
+// `args`: the operation's arguments except the handler and the body, which is made from the JSON.
 template <class Client, class Result, class... Params, class... Args>
 Operation operation(std::string name, std::string servicePath, std::string command, std::string path,
                     void* (Client::*member)(std::unique_ptr<kelo::IResponseHandler<Result>>&&, Params...), std::string body,
@@ -82,13 +82,13 @@ Operation operation(std::string name, std::string servicePath, std::string comma
             }
         }
         for (auto& end : heard.ends()) result.push_back(std::move(end));
-        for (auto& sent : api.sent) sent.handler.reset();  // what is still open refers to `heard`
+        for (auto& sent : api.sent) sent.handler.reset();  // handlers that are still open refer to `heard`
         return result;
     };
     return {name, servicePath, command, path, body, answer, run};
 }
 
-// Every key of every record, in the order of the wire.
+// Every key of every record, in wire order.
 const std::string layers = R"([{"id":3,"name":"map","active":true,"zpos":-2},{"id":4}])";
 const std::string display =
     R"({"id":1,"internalid":2,"name":"Driver_Display","touchSupport":true,"terminal":3,"compositing":false,)"
@@ -232,7 +232,7 @@ TEST(UpstreamClients, AnAnswerThatDoesNotDecodeIsAnError) {
         const char* mimeType;
         const char* body;
         int code;
-        const char* reason;  // null stands for the type's name, ": " and whatever the reader says
+        const char* reason;  // null: the type's name, ": " and the reader's text
     };
     const Case cases[] = {
         {"text/html", "{}", 16, "text/html"},

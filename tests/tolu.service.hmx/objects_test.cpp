@@ -103,7 +103,7 @@ TEST(ResourceObjects, ReadingIsLenientAboutKeysAndStrictAboutValues) {
     struct Case {
         std::string (*read)(const std::string&);
         std::string json;
-        std::string expected;  // the document written again, or "! " and how the reason begins
+        std::string expected;  // the document written again, or "! " and the beginning of the reason
     };
     const std::string insert = R"("display":"Driver_Display","hmi":"HMI_ID_ANDROID_DRIVER","regions":{})";
     const Case cases[] = {

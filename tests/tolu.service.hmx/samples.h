@@ -1,4 +1,4 @@
-// One full object of each type, and its document as it goes over the wire.
+// One complete object of each type, and its document as sent over the wire.
 #pragma once
 
 #include <memory>
@@ -26,7 +26,7 @@ std::shared_ptr<T> shared(T value) {
     return std::make_shared<T>(std::move(value));
 }
 
-// An element of which nothing is known but its id.
+// An element with nothing but its id.
 template <class T>
 T bare() {
     const std::UUID id = kelo::uuid::createFromName("hmx/displays/Driver_Display");

@@ -36,7 +36,7 @@ using Handler = std::unique_ptr<IResponseHandler<T>>;
 
 const std::string json = "application/json";
 
-// All five interfaces at once: writes down what it is asked and answers on the spot, as scripted.
+// Implements all five interfaces: records its calls and answers at once, as scripted.
 class Bridge final : public IDisplays,
                      public IDisplayables,
                      public ILayerconfigurations,
@@ -46,7 +46,7 @@ public:
     std::string script;              // n: onNext with the sample, e: onError, c: onCompleted
     std::vector<std::string> calls;  // "retrieveDisplayObject <id> <other argument>"
     std::vector<bool> finished;      // what each onNext returned
-    bool oneShot = false;            // what the last handler says
+    bool oneShot = false;            // of the last handler
     std::vector<void*> cancelled;
     DisplayObject displaySample = display();
 
@@ -115,7 +115,7 @@ private:
     }
 };
 
-// A service, and the road to it.
+// A service and its paths.
 struct Resource {
     std::string name;
     std::string path;
@@ -145,7 +145,7 @@ protected:
         return ask(*resource(request.path()).service, request, tag);
     }
 
-    // That the request was refused: the client's answer, the log line, and nothing else.
+    // Expects a refusal: the client's answer, the log line, and nothing else.
     void expectRefusal(TracedLines& traced, const kelo::Request& request, void* handle, int status, const std::string& reason) {
         EXPECT_EQ(handle, kelo::IKeloApi::UNDEFINED_REQUEST_HANDLE);
         EXPECT_THAT(bridge.calls, IsEmpty());
@@ -314,7 +314,7 @@ TEST_F(ResourceServices, BadArgumentsAreRefusedBeforeTheBridgeHearsOfThem) {
         const auto asked = request(c.command, c.path, c.body, c.mimeType);
         void* const handle = ask(asked, c.tag);
         ASSERT_FALSE(answers.responses.empty());
-        // Reasons that end with a colon go on with the reader's words.
+        // A reason that ends with a colon is followed by the reader's text.
         const std::string reason{answers.responses.back().reason()};
         if (c.reason.ends_with(": ")) {
             EXPECT_THAT(reason, testing::StartsWith(c.reason));
@@ -326,7 +326,7 @@ TEST_F(ResourceServices, BadArgumentsAreRefusedBeforeTheBridgeHearsOfThem) {
     }
 }
 
-// A service with routes of a test's own.
+// A service with routes made for a test.
 constexpr auto misplaced =
     kelo::hmx::route<RetrievePopupObjectResponseHandler, &IPopups::retrievePopupObject>(kelo::commands::retrieve, "/popups");
 constexpr auto listed =
@@ -411,7 +411,7 @@ TEST_F(ResourceServices, AnswersAreWrittenAsTheClientAccepts) {
         {"update", "/popups/" + idText, R"("/popup")"},
     };
     const std::pair<const char*, MimeTypeID> accepts[] = {
-        {"", MimeTypeID::json},  // that of the request
+        {"", MimeTypeID::json},  // the request's own type
         {"application/json", MimeTypeID::json},
         {"application/vnd.msgpack", MimeTypeID::msgpack},
         {"text/html, application/octet-stream, application/vnd.ixobin;q=1", MimeTypeID::ixobin},
@@ -482,7 +482,7 @@ TEST_F(ResourceServices, AValueThatCannotBeWrittenIsNotSentAndEndsTheRequest) {
     EXPECT_EQ(unhandled, 0) << "what was wrong with the value is part of that error";
     EXPECT_EQ(std::ErrorStorage::takeReason(), "retrieveDisplayObject: serialization error");
 
-    bridge.displaySample = display();  // and what was half written leaves no trace in the next answer
+    bridge.displaySample = display();  // nothing of the failed answer may be left in the next one
     ask(request("retrieve", "/displays/" + idText));
     EXPECT_THAT(answers.take(), ElementsAre("next 200 application/json " + displayJson + " to client-1", "gone"));
 }
