@@ -1,4 +1,4 @@
-# The front door: each command does its own set-up on a fresh Debian 12 machine. CMake, behind the presets of CMakePresets.json, does the work.
+# The entry point: every command sets up a fresh Debian 12 machine by itself. CMake, with the presets of CMakePresets.json, does the work.
 .DEFAULT_GOAL := help
 SHELL := /bin/bash
 .SHELLFLAGS := -euo pipefail -c
@@ -39,22 +39,22 @@ test: setup ## Build everything and run all tests; with SANITIZE=address or SANI
 	@packaging/build.sh $(PRESET) $(JOBS) all
 	@packaging/test.sh $(PRESET) $(JOBS)
 
-campaign: setup ## Hold the programs to what they promise, at most half an hour; CAMPAIGN='--seed N --only NAME' repeats
+campaign: setup ## Check everything that the programs promise, in at most half an hour; CAMPAIGN='--seed N --only NAME' repeats one check
 	@packaging/build.sh $(PRESET) $(JOBS) hmxcampaign
 	@packaging/campaign.sh $(BUILD) $(JOBS) $(CAMPAIGN)
 
-coverage: setup ## Build for counting, run the tests but for the campaign, tell which lines they have run
+coverage: setup ## Build with coverage, run all tests except the campaign, and report which lines they ran
 	@packaging/build.sh coverage $(JOBS) all
 	@find build/coverage -name '*.gcda' -delete
 	@packaging/test.sh coverage $(JOBS)
 	@python3 packaging/coverage.py build/coverage
 
-lint: ## Check format, clang-tidy, scripts and the rules of the house; quick where nothing changed
+lint: ## Check format, clang-tidy, scripts and the house rules; fast if little has changed
 	@packaging/setup.sh run test lint
 	@cmake --preset lint >/dev/null
 	@packaging/lint.sh build/lint $(JOBS)
 
-bench: ## Measure a request's way through the bridge against a bare relay and against peers
+bench: ## Compare a request's path through the bridge with a bare relay and with peers
 	@packaging/setup.sh run test
 	@packaging/setup.sh bench || echo "bench: not all packages are there; what needs them is left out"
 	@cmake --preset release -DHMX_BUILD_BENCH=ON >/dev/null
@@ -72,5 +72,5 @@ install: build ## Install programs, samples and documents below PREFIX (/usr/loc
 	@cmake --install $(BUILD) --prefix $(PREFIX) >/dev/null
 	@echo "installed below $(PREFIX)"
 
-clean: ## Remove all that was built
+clean: ## Remove everything that was built
 	@rm -rf build .cache inspector/dist inspector/node_modules

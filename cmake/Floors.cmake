@@ -1,13 +1,14 @@
-# Quick builds, HMX_QUICK: what is the same in many sources is compiled once for all of them. The commands of the Makefile build so;
-# without it every source is compiled for itself, which lint and editors need.
+# Quick builds, HMX_QUICK: what many sources have in common is compiled once for all of them. The Makefile's commands build this
+# way. Lint and editors need the other way, in which every source is compiled by itself.
 
-# hmx_precompiled(NAME HEADER.h | FROM TARGET): cmake/precompiled/HEADER.h for NAME, or the one of TARGET, which has the same options.
+# hmx_precompiled(NAME HEADER.h | FROM TARGET): precompiles cmake/precompiled/HEADER.h for NAME, or uses the one of TARGET,
+# which must have the same options.
 function(hmx_precompiled name header)
   if(NOT HMX_QUICK)
     return()
   endif()
-  # GCC 12, with precompiled headers, reports more of the copies that its optimiser takes for overlong in "literal" + std::string;
-  # builds without them have these warnings on.
+  # With precompiled headers, GCC 12 reports more of the false overflows that its optimiser sees in "literal" + std::string; builds
+  # without them keep these warnings on.
   target_compile_options(${name} PRIVATE -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
   if(header STREQUAL "FROM")
     target_precompile_headers(${name} REUSE_FROM ${ARGN})
@@ -16,8 +17,8 @@ function(hmx_precompiled name header)
   endif()
 endfunction()
 
-# hmx_together(NAME COUNT [ALONE REGEX]): compiles up to COUNT sources as one, but those whose path matches REGEX: what they
-# declare for themselves has names that others have too, or they are large.
+# hmx_together(NAME COUNT [ALONE REGEX]): compiles up to COUNT sources as one. Sources whose path matches REGEX are compiled
+# alone, because they are large or their local names clash with those of others.
 function(hmx_together name count)
   if(NOT HMX_QUICK)
     return()
@@ -60,7 +61,7 @@ function(hmx_program name)
   target_link_libraries(${name} PRIVATE ${ARG_LINKS} hmx_options)
   set_target_properties(${name} PROPERTIES RUNTIME_OUTPUT_DIRECTORY "${CMAKE_BINARY_DIR}/bin")
   if(CMAKE_BUILD_TYPE STREQUAL "Release" AND HMX_SANITIZE STREQUAL "")
-    # To load and bind the C++ library is a quarter of a program's way to its first answer, and 0.8 MiB.
+    # Loading and binding the C++ library would take a quarter of the time to a program's first answer, and 0.8 MiB.
     target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
   endif()
 endfunction()

@@ -1,4 +1,4 @@
-# Language level, warnings, hardening and sanitizers: one place for every target.
+# Language level, warnings, hardening and sanitizers, for all targets.
 option(HMX_BUILD_TESTS "Build the tests" ON)
 option(HMX_BUILD_BENCH "Build the benchmarks" OFF)
 option(HMX_BUILD_FUZZERS "Build the fuzzers (clang only)" OFF)
@@ -22,13 +22,13 @@ endif()
 
 find_program(HMX_CCACHE ccache)
 if(HMX_CCACHE)
-  # Every checkout uses the same cache, whatever its directory is called.
+  # All checkouts share the cache, whatever their directory is called.
   set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR})
   if(CMAKE_BUILD_TYPE STREQUAL "Release")
-    list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_NOHASHDIR=1)  # of the others a debugger has to find the sources
+    list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_NOHASHDIR=1)  # in other builds, a debugger must find the sources
   endif()
   if(HMX_QUICK)
-    # Without this the cache leaves alone what uses a precompiled header.
+    # Without this, the cache does not handle sources that use a precompiled header.
     list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_SLOPPINESS=pch_defines,time_macros)
     # It must compare files, not preprocessed text, in which comments are missing: GCC remembers the files of a precompiled header
     # by their bytes, and does not recognise one whose comments have changed.
@@ -44,30 +44,30 @@ endif()
 add_library(hmx_options INTERFACE)
 target_compile_options(hmx_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror
                                              -ffunction-sections -fdata-sections)
-# Nobody puts functions of his own before ours, so the compiler may look into them.
+# Our functions are never interposed, so the compiler may inline them.
 target_compile_options(hmx_options INTERFACE -fno-semantic-interposition)
-# GCC for x86-64 clears an object of some ten words by "rep stosq", which takes longer to begin than memset does in all; a request
-# clears eight such objects, a twentieth of its time.
+# To clear an object of about ten words, GCC for x86-64 uses "rep stosq", whose start-up takes longer than a whole memset. A
+# request clears eight such objects, which would take a twentieth of its time.
 include(CheckCXXCompilerFlag)
 check_cxx_compiler_flag(-mmemset-strategy=libcall:-1:noalign HMX_HAS_MEMSET_STRATEGY)
 if(HMX_HAS_MEMSET_STRATEGY)
   target_compile_options(hmx_options INTERFACE -mmemset-strategy=libcall:-1:noalign)
 endif()
 target_link_options(hmx_options INTERFACE -Wl,--gc-sections -Wl,--as-needed)
-# What no request of the bridge runs through only has to be built soon.
+# For code that is not on the path of a request: fast compilation matters more.
 add_library(hmx_quick_options INTERFACE)
 target_compile_options(hmx_quick_options INTERFACE $<$<CONFIG:Release>:-O1>)
 if(CMAKE_BUILD_TYPE STREQUAL "Release")
   target_compile_options(hmx_options INTERFACE -fstack-protector-strong -fstack-clash-protection -D_FORTIFY_SOURCE=2)
   if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13)
-    # The optimiser of GCC 12 sees overlapping copies in every "literal" + std::string.
+    # GCC 12's optimiser sees overlapping copies in every "literal" + std::string.
     target_compile_options(hmx_options INTERFACE -Wno-restrict)
   endif()
   target_compile_definitions(hmx_options INTERFACE _GLIBCXX_ASSERTIONS)
   target_link_options(hmx_options INTERFACE -Wl,-z,relro -Wl,-z,now)
 endif()
 if(HMX_BUILD_FUZZERS)
-  # The code under the fuzzers tells them where it has been, and is watched for faults; only they themselves link the engine.
+  # The code under test is instrumented to report coverage and faults; only the fuzzers themselves link the engine.
   if(NOT CMAKE_CXX_COMPILER_ID MATCHES "Clang")
     message(FATAL_ERROR "HMX_BUILD_FUZZERS needs clang: configure with -DCMAKE_CXX_COMPILER=clang++")
   endif()
@@ -75,7 +75,7 @@ if(HMX_BUILD_FUZZERS)
   add_compile_options(-fsanitize=fuzzer-no-link)
 endif()
 if(HMX_COVERAGE)
-  # Threads count too; and a compiler cache would have the counts of one tree land in another's.
+  # Threads are counted too. A compiler cache would write the counts of one tree to another.
   add_compile_options(--coverage -fprofile-update=atomic)
   add_link_options(--coverage)
   unset(CMAKE_CXX_COMPILER_LAUNCHER)

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
-# Configures a preset's build if it has to be, then builds targets of it, showing how far it is; says nothing where nothing is to do.
-# A build begins without tests, so that people who only want the programs need not have what tests need; once configured with
-# tests, it stays so. It begins as a quick build (cmake/Floors.cmake), unless it was configured otherwise before.
+# Configures a preset's build if necessary, then builds targets of it and shows the progress; silent if there is nothing to do.
+# A new build is configured without tests if only the programs are wanted, because tests need more packages; once it is
+# configured with tests, it stays so. A new build is a quick build (cmake/Floors.cmake), unless it was configured otherwise
+# before.
 # Usage: build.sh PRESET JOBS programs|all|TARGET...
 set -euo pipefail
 cd "$(dirname "$0")/.."

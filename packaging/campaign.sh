@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Holds the programs of a build to what they promise, then races requests under both sanitizers. With arguments, which are those of
-# hmxcampaign, no more than that. Usage: campaign.sh BUILD_DIR JOBS [ARGUMENT...]
+# Checks the promises of a build's programs, then races requests under both sanitizers. With arguments, runs only hmxcampaign,
+# with these arguments.
+# Usage: campaign.sh BUILD_DIR JOBS [ARGUMENT...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=$1

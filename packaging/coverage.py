@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Tells which lines of the product the tests have run: by folder, and what is below its measure. Usage: coverage.py BUILD_DIR"""
+"""Reports which lines of the product the tests have run: by folder, and the files below the limit. Usage: coverage.py BUILD_DIR"""
 
 import collections
 import gzip
@@ -11,10 +11,10 @@ from concurrent.futures import ThreadPoolExecutor
 from pathlib import Path
 
 TOP = Path(__file__).resolve().parent.parent
-# What is not the product, or is nothing but the start of a program.
+# Folders that are not part of the product.
 APART = ("tests/", "campaign/", "fuzz/", "bench/", "build/")
 MEASURE = 90.0
-# Folders that decode what a peer sent, and those through which every request goes.
+# Folders that decode what a peer sent, and folders on the path of every request.
 CORE = ("platform/src/serializer", "platform/include/kelo/serializer", "platform/src/wire", "platform/src/net", "core/", "bridge/")
 CORE_MEASURE = 95.0
 

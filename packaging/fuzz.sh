@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Runs every fuzzer of a build for a bounded time, each from the seeds in fuzz/corpus/NAME. What it learns is kept in the build, and with it
-# the inputs that broke something. Usage: fuzz.sh BUILD_DIR SECONDS
+# Runs every fuzzer of a build for a limited time, each starting from the seeds in fuzz/corpus/NAME. New inputs, and inputs that
+# broke something, are kept in the build directory.
+# Usage: fuzz.sh BUILD_DIR SECONDS
 set -euo pipefail
 build=$1
 seconds=$2

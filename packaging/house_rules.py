@@ -1,5 +1,5 @@
 #!/usr/bin/env python3
-"""Checks what neither compiler nor formatter does: what each floor includes, and how headers begin. Usage: house_rules.py SOURCE..."""
+"""Checks what neither compiler nor formatter checks: what each floor includes, and how headers begin. Usage: house_rules.py SOURCE..."""
 
 import re
 import sys
@@ -7,7 +7,7 @@ from pathlib import Path
 
 TOP = Path(__file__).resolve().parent.parent
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
-# A dot or a slash in its name tells the system's or a package's header from the standard library's, but for these.
+# A standard header's name has neither a dot nor a slash, except these.
 STANDARD = re.compile(r"(experimental/)?[a-z_0-9]+$|(assert|errno|math|stdlib|string|time)\.h$")
 PACKAGED = re.compile(r"(cbor|uuid|nlohmann|CLI|gtest|gmock|benchmark)\b")
 
@@ -26,7 +26,7 @@ class Floor:
         self.sources = lists["SOURCES"]
         self.roots = lists["INCLUDE"] or self.sources
         self.links = lists["LINKS"]
-        # What a floor's public headers show of a package, its users see too.
+        # A package that a floor's public headers use is visible to the floor's users too.
         self.shown_packages = [link for link in self.links if "::" in link and not link.startswith("Threads")]
         self.has_packages = bool(lists["PRIVATE"] or self.shown_packages)
 
@@ -40,7 +40,7 @@ def read_floors():
 
 
 def visible(floor, floors):
-    """The floor itself and all below it that it can see."""
+    """The floor itself and all floors below that it can see."""
     seen, queue = [], [floor.name]
     while queue:
         name = queue.pop()
@@ -58,7 +58,7 @@ def complaints_about_includes(path, text, floors):
         elif floor is None:
             continue
         elif kind == "<" and floor.has_packages:
-            # The platform stands on the system, and hides the packages that it uses behind its sources.
+            # Floors with packages may use the system too; their public headers include only the packages that they show.
             shown = any(name.split("/")[0] in package for package in floor.shown_packages)
             if PACKAGED.match(name) and not shown and not path.startswith(tuple(folder + "/" for folder in floor.sources)):
                 yield f"includes <{name}> in a public header"

@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Format, clang-tidy, scripts and the rules of the house over everything that belongs to the tree. All of it is looked at before the verdict.
+# Checks format, clang-tidy, scripts and the house rules for everything in the tree. All checks run, even if one fails.
 # Usage: lint.sh BUILD_DIR JOBS
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -7,7 +7,7 @@ build=$1
 jobs=$2
 failed=0
 
-# What git knows or would add, so that a new file is held to the rules before it is committed. `ls` drops what is deleted only on the disk.
+# Files that git knows or would add, so that new files are checked before they are committed. `ls` leaves out deleted files.
 list() {
     git ls-files --cached --others --exclude-standard -z -- "$@" | xargs -0 -r ls -d 2>/dev/null || true
 }

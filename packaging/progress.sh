@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
-# Reads what a long command prints (ninja with NINJA_STATUS='[%f/%t] ', ctest, apt-get with APT::Status-Fd=1) and passes on what a
-# person has to read: of the lines that only say how far it is, one that is redrawn on a terminal, elsewhere one every 10 s; nothing
-# at all of what takes less than 2 s. With RESULT_FILE, counts go there. Usage: COMMAND | progress.sh WHAT
+# Filters the output of a long command (ninja with NINJA_STATUS='[%f/%t] ', ctest, apt-get with APT::Status-Fd=1). Lines that
+# only report progress become one line, which is redrawn on a terminal and printed every 10 s elsewhere; nothing is shown in the
+# first 2 s on a terminal. Other lines are passed on.
+# Usage: COMMAND | progress.sh WHAT
 set -euo pipefail
 what=$1
-trap '' INT # the command in front of the pipe is interrupted, and its last words are wanted
+trap '' INT # the interrupt is for the command before the pipe, whose last output is still wanted
 step='^\[([0-9]+)/([0-9]+)\] '
 passed='^ *([0-9]+)/([0-9]+) Test +#[0-9]+: .* (Passed|\*\*\*Skipped) +[0-9.]+ sec *$'
 noise='^( *Start +[0-9]+: .*|Test project .*|ninja: no work to do\.|ninja: Entering directory.*)$'
@@ -36,7 +37,7 @@ while :; do
     code=0
     IFS= read -r -t 1 part || code=$?
     line+=$part
-    if [ "$code" -gt 128 ]; then # nothing for a second
+    if [ "$code" -gt 128 ]; then # no input for a second
         [ -z "$state" ] || draw
         continue
     fi

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
-# Shows a cockpit: starts the simulator, the bridge and the HTTP gateway in a runtime directory of their own, prints every resource
-# through hmxctl and runs until interrupted; without a terminal on standard input it ends after printing. Usage: run.sh BIN_DIR
+# Shows a cockpit: starts the simulator, the bridge and the HTTP gateway in a runtime directory of their own, prints every
+# resource with hmxctl, and runs until interrupted. If standard input is not a terminal, it ends after printing.
+# Usage: run.sh BIN_DIR
 set -euo pipefail
 bin=$(cd "$1" && pwd)
 top=$(cd "$(dirname "$0")/.." && pwd)
@@ -10,8 +11,8 @@ export KELO_RUNTIME_DIR="$dir/run"
 export PATH="$bin:$PATH"
 
 children=()
-helpers=() # what must not outlive us either, but is not waited for
-interrupted=130 # the status of an interruption; none to complain about once everything has been shown
+helpers=() # killed at the end too, but not waited for
+interrupted=130 # the exit status after an interrupt; 0 once everything has been shown
 
 # shellcheck disable=SC2317 # the trap calls it
 finish() {
@@ -20,7 +21,7 @@ finish() {
     trap '' INT TERM HUP
     kill "${children[@]}" "${helpers[@]}" 2>/dev/null || true
     for child in "${children[@]}"; do
-        # It ends at once on SIGTERM. Should it not, it is given no more than this.
+        # It ends at once on SIGTERM; if it does not, it is killed after 5 s.
         timeout 5 tail -s 0.02 --pid="$child" -f /dev/null || kill -KILL "$child" 2>/dev/null || true
     done
     if [ "$code" -ne 0 ] && [ "$code" -ne 130 ]; then
@@ -38,7 +39,7 @@ start() {
     children+=($!)
 }
 
-# On the usual port, or on a free one where that is taken. Sets $address.
+# On the usual port, or on a free one if that is taken. Sets $address.
 start_gateway() {
     local listen
     for listen in 127.0.0.1:8780 127.0.0.1:0; do
@@ -63,7 +64,7 @@ start hmxsim --world "$top/share/worlds/cockpit.json"
 start hmxtolubridge
 start_gateway
 
-# Until the bridge answers, but no longer than it and the simulator live.
+# Waits until the bridge answers, or until one of the programs ends.
 hmxctl --timeout 20s wait --appear displays/Driver_Display 'name != null' &
 answers=$!
 helpers+=("$answers")

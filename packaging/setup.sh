@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Installs those packages of some sets of packages.txt that this machine lacks; needs root or sudo only then. Usage: setup.sh [SET...]
+# Installs the packages of the given sets of packages.txt that this machine lacks. Needs root or sudo only if there are any.
+# Usage: setup.sh [SET...]
 set -euo pipefail
 cd "$(dirname "$0")"
 
@@ -24,10 +25,10 @@ if [ "$(id -u)" -ne 0 ]; then
         exit 1
     fi
     as_root=(sudo "${as_root[@]}")
-    sudo true # asks for the password while nothing else is printed
+    sudo true # asks for the password before anything else is printed
 fi
 echo "setup: installing ${missing[*]}"
 "${as_root[@]}" apt-get -qq -o DPkg::Lock::Timeout=300 update
-# Progress goes to descriptor 3, and from there through the filter; what goes wrong is on standard error.
+# APT reports its progress on standard output, to the filter; errors go to standard error.
 "${as_root[@]}" apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 -o APT::Status-Fd=1 install --no-install-recommends -y \
     "${missing[@]}" | ./progress.sh setup

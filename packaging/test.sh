@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# Runs the tests of a preset's build: how far it is, what failed, and at the end ctest's summary. Usage: test.sh PRESET JOBS [CTEST_OPTION...]
+# Runs the tests of a preset's build; shows the progress, failures and ctest's summary.
+# Usage: test.sh PRESET JOBS [CTEST_OPTION...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
 preset=$1

@@ -1,10 +1,10 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy over the sources that have changed since they last passed. Usage: tidy.py BUILD_DIR JOBS SOURCE...
+"""Runs clang-tidy on the sources that have changed since they last passed. Usage: tidy.py BUILD_DIR JOBS SOURCE...
 
-A pass is kept in .cache/tidy under a hash of all that it depends on: the source, the project's headers that it includes, directly or not, how
-it is compiled, the rules, and clang-tidy itself. So a change in a header has just its users looked at again, and switching branches costs
-nothing. Sources that the build does not compile are left out, and tests: what matters in them, they find out themselves; and what puts functions
-in the C library's place, since clang sees them defined twice.
+A pass is recorded in .cache/tidy under a hash of everything that it depends on: the source, the project's headers that it includes, directly or
+indirectly, the compile options, the rules, and clang-tidy itself. So after a change in a header only its users are checked again, and switching
+branches costs nothing. Left out are sources that the build does not compile, tests and the like (LEFT_OUT), and the library that replaces
+functions of the C library, which clang sees as defined twice.
 """
 
 import concurrent.futures
@@ -50,7 +50,7 @@ def fingerprint(command, rules):
     words = command["command"].split()
     roots = [Path(word[2:]) for word in words if word.startswith("-I")]
     digest = hashlib.sha256(rules)
-    top = f"{TOP}/"  # left out, so that a pass holds in another clone too
+    top = f"{TOP}/"  # left out, so that a pass is also valid in another clone
     digest.update(" ".join(word for word in words if word.startswith("-")).replace(top, "").encode())
     for path, text in dependencies(source, roots):
         digest.update(str(path).replace(top, "").encode() + b"\0" + text)
@@ -58,7 +58,7 @@ def fingerprint(command, rules):
 
 
 def tidy(commands, source):
-    """What clang-tidy has to say; empty when the source is clean. `commands`: the folder that has the compile commands."""
+    """The output of clang-tidy; empty if the source is clean. `commands`: the folder of the compile commands."""
     run = subprocess.run(["clang-tidy", "-p", str(commands), "--quiet", str(source)], cwd=TOP, capture_output=True, text=True, check=False)
     return run.stdout if run.returncode != 0 else ""
 
@@ -78,7 +78,7 @@ def main():
             if not passed.exists():
                 todo[name] = passed
 
-    said = set()  # a finding in a header comes with every source that includes it
+    said = set()  # a finding in a header is reported for every source that includes it
     failed = 0
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
         runs = {pool.submit(tidy, CACHE, name): name for name in todo}
