@@ -23,20 +23,20 @@ Targets name a whole resource ("displays") or one element of it:
     regionconfigurations/DISPLAY/HMI[/SUBCOMPONENT]
     popups/DISPLAY/NAME
 
-An element is a plain dict with the members that the service sent: `id`, `name` and `uri` always, the others when they are known.
+An element is a plain dict with the members that the service sent: always `id`, `name` and `uri`, and the others if they are known.
 
-Time. Every call has a limit in seconds, on the monotonic clock: the client's `timeout` unless the call is given its own. A service that
-is not there is waited for within that limit, so a restart of the service goes unnoticed by the calls around it. Iterating a watch is the
-only wait without a limit; `Watch.next` has one.
+Time. Every call has a limit in seconds, on the monotonic clock: the client's `timeout`, unless the call has its own. Within that limit a
+call waits for a service that is not there, so callers do not notice a restart of the service. Iterating a watch is the only wait without
+a limit; `Watch.next` has one.
 
 Errors are all subclasses of `Error`. Each says what was tried, the reason, the status if the service answered, and its `outcome`: whether
 the service may have carried the request out. No call repeats a request that may have been carried out.
 
-Threads. A client and its watches belong to one thread at a time; nothing in here locks. Give each thread its own client. After a fork,
+Threads. A client and its watches must be used by one thread at a time; there are no locks. Give each thread its own client. After a fork,
 the child must not use its parent's clients.
 
 Memory. Frames, nesting, arrays and header fields are limited, see the constants; a watch keeps one state of what it watches. A watch has
-a connection of its own. If its reader is slow, the service passes over states and sends the newest.
+a connection of its own. If its reader is slow, the service skips states and sends the newest.
 """
 
 from __future__ import annotations
@@ -62,7 +62,7 @@ __all__ = ["connect", "Client", "Page", "Watch", "Element", "Event", "Snapshot",
            "ProtocolError", "element_id"]
 
 PROTOCOL_VERSION = 1
-MAX_FRAME = 1_048_576  # bytes of a frame without the 16 in front
+MAX_FRAME = 1_048_576  # bytes of a frame after its 16-byte header
 MAX_FIELDS = 64        # of a header map
 MAX_DEPTH = 64         # of a document
 MAX_ITEMS = 100_000    # of all arrays of a document together
@@ -143,8 +143,8 @@ class _Wait(NamedTuple):
     until: float
 
 
-# All input and output is written once, as generators that yield what they wait for. A call drives one to its end; a watch keeps one and
-# drives it as far as its caller has time.
+# All input and output is written as generators that yield what they wait for. A call runs one to its end; a watch keeps one and runs it
+# as long as its caller has time.
 _Steps = Generator[_Wait, None, T]
 
 
@@ -181,7 +181,7 @@ def _sleep(until: float) -> _Steps[None]:
 
 
 class _Call:
-    """One thing that is tried, until when, and how far it has got."""
+    """An attempt: what is tried, until when, and its outcome so far."""
 
     def __init__(self, attempt: str, limit: float) -> None:
         self.attempt, self.limit = attempt, _seconds(limit, attempt)
@@ -292,7 +292,7 @@ def _encode_frame(kind: int, flags: int, number: int, header: Optional[Mapping[s
 
 
 def _take_frame(buffer: bytearray) -> Optional[_Frame]:
-    """Takes the first frame out of `buffer`; None while it is not complete. Errors: _Malformed."""
+    """Removes the first frame from `buffer` and returns it; None while it is not complete. Errors: _Malformed."""
     if len(buffer) < _HEAD.size:
         return None
     length, kind, flags, reserved, number = _HEAD.unpack_from(buffer)
@@ -380,7 +380,7 @@ def _socket_path(service: str, runtime_dir: Optional[str], domain: str) -> str:
 # ---- One connection ----
 
 class _Connection:
-    """From hello to the first failure; then it is closed and stays so."""
+    """A connection, from the hello to the first failure; after that it stays closed."""
 
     def __init__(self, sock: socket.socket) -> None:
         self._socket = sock
@@ -426,7 +426,7 @@ class _Connection:
             raise call.error(NotPermitted, f"the service is run by user {user}, not by {os.geteuid()} or root")
 
     def _send(self, call: _Call, frame: bytes) -> _Steps[None]:
-        """All of it, or an error: a frame that is cut short is never carried out, and ends the connection."""
+        """Sends all of it, or raises an error: an incomplete frame is never carried out, and ends the connection."""
         rest = memoryview(frame)
         try:
             while True:
@@ -446,7 +446,7 @@ class _Connection:
             raise
 
     def receive(self, call: _Call) -> _Steps[_Frame]:
-        """The next frame. Errors: ConnectionLost, Timeout (the connection stays good), ProtocolError."""
+        """The next frame. Errors: ConnectionLost, Timeout (the connection can still be used), ProtocolError."""
         while True:
             try:
                 frame = _take_frame(self._input)
@@ -487,7 +487,7 @@ class _Connection:
         return self._last_id
 
     def value(self, call: _Call, frame: _Frame) -> Any:
-        """What an answer says; None for one without payload. Errors: Refused, ProtocolError."""
+        """The value of an answer; None if it has no payload. Errors: Refused, ProtocolError."""
         if frame.type == _COMPLETED:
             raise call.error(ProtocolError, "the service ended the request without an answer")
         status = frame.header.get("$status")
@@ -541,7 +541,7 @@ def _is_json(mime_type: str) -> bool:
 
 # ---- Resources and their elements ----
 
-# Of which text an element's id is made, from the parts of its name; None where they do not name one.
+# The text that an element's id is made from, by the parts of its name; None if they do not name one.
 _NAMES: Dict[str, Tuple[str, Callable[[str], Optional[str]]]] = {
     "displays": ("NAME", lambda name: "hmx/displays/" + name),
     "displayables": ("NUMBER", lambda name: f"hmx/displayables/{int(name)}" if re.fullmatch(r"-?[0-9]{1,10}", name) else None),
@@ -555,7 +555,7 @@ _UUID = re.compile(r"[0-9a-fA-F]{8}(-[0-9a-fA-F]{4}){3}-[0-9a-fA-F]{12}")
 class _Target(NamedTuple):
     resource: str
     id: Optional[str]       # None for the whole resource
-    display: Optional[str]  # of a popup that goes by its name
+    display: Optional[str]  # of a popup that is named by its name
 
     @property
     def path(self) -> str:
@@ -582,7 +582,7 @@ def _parse(text: str, verb: str, element: bool = False) -> _Target:
 
 
 def element_id(target: str) -> uuid.UUID:
-    """The id of an element by its name, computed without asking anybody. Errors: UsageError."""
+    """The id of an element by its name, computed without asking a service. Errors: UsageError."""
     return uuid.UUID(_parse(target, "id of", element=True).id or "")
 
 
@@ -616,7 +616,7 @@ def _elements(call: _Call, data: Any) -> Tuple[Element, ...]:
 
 
 def _queries(ask: _Ask, call: _Call, target: _Target, parameters: Parameters) -> _Steps[List[Tuple[str, Parameters]]]:
-    """The requests that show `target`: one, or for the popups of all displays one for each. Errors: UsageError, as ask."""
+    """The requests that show `target`: one, or one per display for the popups of all displays. Errors: UsageError, as ask."""
     if target.id is None and target.resource == "regionconfigurations":
         raise call.error(UsageError, f"the service shows region configurations one by one only, as {_NAMES[target.resource][0]}")
     if target.id is not None or target.resource != "popups" or "display" in parameters:
@@ -636,7 +636,7 @@ def _gather(ask: _Ask, call: _Call, target: _Target, parameters: Parameters) -> 
             pages.append(_page(call, (yield from ask(call, "retrieve", path, each))))
         except NotFound:
             if len(queries) == 1:
-                raise  # of several displays, one may be unknown where popups are managed: it has none
+                raise  # one of several displays may be unknown to the popup manager: it has no popups
     if len(queries) == 1:
         return pages[0]
     elements = tuple(element for page in pages for element in page)
@@ -644,7 +644,7 @@ def _gather(ask: _Ask, call: _Call, target: _Target, parameters: Parameters) -> 
 
 
 def _ask_element(ask: _Ask, call: _Call, command: str, target: _Target, body: Any) -> _Steps[Any]:
-    """The service answers for an id only once it has seen it in a list; where it has not, it is shown one. Errors: as ask."""
+    """The service knows an id only after it has listed the element, so this lists it if necessary. Errors: as ask."""
     try:
         return (yield from ask(call, command, target.path, body))
     except NotFound:
@@ -657,8 +657,8 @@ def _ask_element(ask: _Ask, call: _Call, command: str, target: _Target, body: An
 
 @dataclasses.dataclass(frozen=True)
 class Page(Sequence[Element]):
-    """What a retrieve shows: a sequence of elements. `total`: that match, on all pages. `next` and `previous`: limit and offset of the
-    pages beside this one, None where there is none. Fields and filters are given again:
+    """The answer to a retrieve: a sequence of elements. `total`: the number that match, on all pages. `next` and `previous`: limit and offset
+    of the neighbouring pages, None if there is none. Fields and filters must be given again:
 
         page = client.retrieve("displayables", type=1, limit=100)
         if page.next: page = client.retrieve("displayables", type=1, **page.next)"""
@@ -691,7 +691,7 @@ def connect(service: str = "/hmx", runtime_dir: Optional[str] = None, domain: st
             application: Optional[str] = None) -> Client:
     """Connects to `service`, waiting for it up to `timeout` seconds, which is also the limit of each later call.
 
-    `runtime_dir`: where the domains are, in place of KELO_RUNTIME_DIR. `application`: how the service's log calls this program.
+    `runtime_dir`: where the domains are, instead of KELO_RUNTIME_DIR. `application`: the name of this program in the service's log.
     Errors: ServiceAbsent, NotPermitted, ConnectionLost, Timeout, ProtocolError, UsageError."""
     client = Client(service, runtime_dir, domain, timeout, application)
     client.open()
@@ -699,7 +699,7 @@ def connect(service: str = "/hmx", runtime_dir: Optional[str] = None, domain: st
 
 
 class Client:
-    """Requests to one service; see `connect`. Connects when it must, again after a loss. Thread: one at a time. Every method may raise
+    """Requests to one service; see `connect`. Connects when needed, also after a loss. Thread: one at a time. Every method may raise
     ServiceAbsent, NotPermitted, ConnectionLost, Timeout, Refused, ProtocolError and UsageError; `timeout` is in seconds, None for the
     client's."""
 
@@ -725,16 +725,16 @@ class Client:
             self._connection.close()
 
     def open(self) -> None:
-        """Connects now rather than with the first request."""
+        """Connects now instead of with the first request."""
         _run(self._connected(self._call("connect", None)))
 
     def retrieve(self, target: str, /, *, fields: Iterable[str] = (), limit: Optional[int] = None, offset: Optional[int] = None,
                  offset_id: Union[str, uuid.UUID, None] = None, timeout: Optional[float] = None, **filters: Any) -> Page:
         """The elements of a resource, or the one that `target` names.
 
-        `fields`: of the optional members only these. `limit`: elements a page, from 1; `offset`: elements left out in front, or
-        `offset_id`: the page begins after this element. `filters`: members and the values that elements must have. Popups are kept by
-        display: without display=NAME those of all displays are gathered into one page."""
+        `fields`: the optional members to return. `limit`: elements per page, at least 1. `offset`: elements to skip, or `offset_id`: the page
+        begins after this element. `filters`: members and the values that elements must have. Popups can be listed for one display at a time:
+        without display=NAME, those of all displays are collected into one page."""
         parsed = _parse(target, "retrieve")
         call = self._call(f"retrieve {target}", timeout)
         parameters = _parameters(fields, filters, limit=limit, offset=offset, offsetId=offset_id)
@@ -764,7 +764,7 @@ class Client:
         _run(_ask_element(self._ask, self._call(f"delete {target}", timeout), "delete", parsed, None))
 
     def status(self, *, timeout: Optional[float] = None) -> Element:
-        """What the service's process tells of itself: counters, limits, connections."""
+        """The status of the service's process: counters, limits, connections."""
         call = self._call("retrieve /$platform/status", timeout)
         document: Any = _run(self._ask(call, "retrieve", "/$platform/status", None))
         if not isinstance(document, dict):
@@ -775,17 +775,17 @@ class Client:
               **filters: Any) -> Watch:
         """Follows a resource or an element; see Watch. `fields`, `filters`: as in retrieve.
 
-        `give_up`: after so many seconds without the source the watch ends with the error that began them; None: never. `appear`: waits
-        for an element that is not there yet, instead of NotFound. Popups without display=NAME are those of the displays that are there
-        when the watch connects. Errors come when the watch is read, but for UsageError."""
+        `give_up`: after so many seconds without the source, the watch ends with the error of the loss; None: never. `appear`: wait for an
+        element that does not exist yet, instead of raising NotFound. Popups without display=NAME are those of the displays that exist when
+        the watch connects. Errors are raised when the watch is read, except UsageError."""
         parsed = _parse(target, "watch")
         return Watch(self._address, self._call(f"watch {target}", None), parsed, _parameters(fields, filters), give_up, appear)
 
     def wait(self, target: str, predicate: Optional[Callable[[Element], object]] = None, /, *, timeout: Optional[float] = None,
              **filters: Any) -> Element:
-        """Waits until `target`, or an element of a whole resource, is there and `predicate` holds of it, and returns that element.
+        """Waits until `target`, or an element of a whole resource, exists and `predicate` is true for it, and returns that element.
 
-        Goes on through losses of the service. Errors: Timeout, which says what was missing; Refused and others as in watch."""
+        Continues after losses of the service. Errors: Timeout, which says what was missing; Refused and others as in watch."""
         call = self._call(f"wait for {target}", timeout)
         reason = "the service did not answer"
         outcome = Outcome.ANSWERED
@@ -829,7 +829,7 @@ class Client:
             try:
                 return (yield from connection.ask(call, command, path, body))
             except ConnectionLost as error:
-                # The service went since the last call: nothing was sent, so another one may be asked.
+                # The service was lost since the last call. Nothing was sent, so its successor may be asked.
                 if error.outcome is not Outcome.NOT_SENT or call.over():
                     raise
             yield from _sleep(time.monotonic() + _SHORTEST_PAUSE)
@@ -845,7 +845,7 @@ class Client:
 
 @dataclasses.dataclass(frozen=True)
 class Snapshot:
-    """All there is: first of all, and after each return of the source."""
+    """All elements: the first event, and again after each return of the source."""
 
     elements: Tuple[Element, ...]
 
@@ -863,14 +863,14 @@ class Changed:
 
 @dataclasses.dataclass(frozen=True)
 class Removed:
-    """`element`: as it was last."""
+    """`element`: its last state."""
 
     element: Element
 
 
 @dataclasses.dataclass(frozen=True)
 class Lost:
-    """The source went away, or has not answered yet; what was told before may be out of date."""
+    """The source is lost, or has not answered yet; earlier events may be out of date."""
 
     error: Error
 
@@ -884,19 +884,19 @@ Event = Union[Snapshot, Added, Changed, Removed, Lost, Back]
 
 
 class Watch(Iterator[Event]):
-    """The events of a resource or an element. Reconnects by itself: 20 to 400 ms after a loss, once a second where the service ends a
-    request without an error. Between two events of one element states may be left out; the last is always told. Elements that only change
-    their order are no event. A service that is stopped, and not gone, looks like one without news.
+    """The events of a resource or an element. Reconnects by itself: 20 to 400 ms after a loss, once a second if the service ends a request
+    without an error. States between two events of one element may be left out, but never the last one. A change of the order alone is not an
+    event. A service that is stopped, but not gone, looks like one without changes.
 
-    What cannot come right by itself ends the watch with an error when it is read: a request that is refused (4xx), a service that breaks
-    the protocol or belongs to another user, NotFound for an element that was never there."""
+    Errors that cannot go away by themselves are raised when the watch is read, and end it: a request that is refused (4xx), a service that
+    breaks the protocol or belongs to another user, NotFound for an element that never existed."""
 
     def __init__(self, address: _Address, call: _Call, target: _Target, parameters: Parameters, give_up: Optional[float],
                  appear: bool) -> None:
         self._address, self._attempt, self._limit = address, call.attempt, call.limit
         self._target, self._parameters, self._appear = target, parameters, appear
         self._give_up = math.inf if give_up is None else _seconds(give_up, call.attempt)
-        self._told: Optional[Dict[Tuple[str, int], Element]] = None  # by id, and number among those with that id
+        self._told: Optional[Dict[Tuple[str, int], Element]] = None  # by id, and by number among those with the same id
         self._lost: Optional[Error] = None
         self._lost_at = 0.0
         self._pause = 0.0
@@ -929,7 +929,7 @@ class Watch(Iterator[Event]):
                 return step
             if last or not _poll(step, until):
                 break
-            last = time.monotonic() >= until  # what has arrived by now is read, but no more
+            last = time.monotonic() >= until  # reads what has arrived by now, but nothing more
         return None
 
     def _run(self) -> Generator[Union[_Wait, Event], None, None]:
@@ -956,7 +956,7 @@ class Watch(Iterator[Event]):
             yield from _sleep(time.monotonic() + self._pause)
 
     def _follow(self, connection: _Connection, call: _Call) -> Generator[Union[_Wait, Event], None, None]:
-        """Until the service ends a request without an error. Errors: why it cannot be followed (any longer)."""
+        """Follows until the service ends a request without an error. Errors: why it cannot be followed (any longer)."""
         if self._target.id is not None:
             yield from _ask_element(connection.ask, call, "retrieve", self._target, self._parameters)
         queries = yield from _queries(connection.ask, call, self._target, self._parameters)
@@ -970,7 +970,7 @@ class Watch(Iterator[Event]):
             try:
                 frame = yield from connection.receive(call)
             except Timeout as error:
-                # The service is there and has not answered. Asking again would only add to what it has to do.
+                # The service is there but has not answered. Asking again would only add to its work.
                 yield from self._lose(error)
                 call.until = self._lost_at + self._give_up
                 continue
@@ -992,7 +992,7 @@ class Watch(Iterator[Event]):
                 yield from self._tell(element for each in known for element in each)
 
     def _tell(self, elements: Iterable[Element]) -> Iterator[Event]:
-        """How `elements` differ from what was told before."""
+        """The differences between `elements` and the last state reported."""
         now: Dict[Tuple[str, int], Element] = {}
         count: Dict[str, int] = {}
         for element in elements:
@@ -1025,7 +1025,7 @@ class Watch(Iterator[Event]):
 # ---- The command line ----
 
 def _members(words: Sequence[str]) -> Dict[str, Any]:
-    """KEY=VALUE with JSON values; what is no JSON is text."""
+    """KEY=VALUE with JSON values; a value that is not JSON is text."""
     members: Dict[str, Any] = {}
     for word in words:
         key, equals, value = word.partition("=")
