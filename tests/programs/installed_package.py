@@ -1,6 +1,6 @@
 #!/usr/bin/env python3
-"""Installs into a separate folder and builds the example against that, as a user would: with find_package and with
-pkg-config. Both must print the displays of a running bridge, which is the installed one. Usage: installed_package.py BUILD_DIR"""
+"""Installs into a separate folder and builds the examples against that, as a user would: with find_package and with
+pkg-config. They must print what a running bridge has, which is the installed one. Usage: installed_package.py BUILD_DIR"""
 
 import json
 import os
@@ -23,16 +23,14 @@ def run(*words, **options):
 def build_with_cmake(example, prefix, work):
     run("cmake", "-S", example, "-B", work, f"-DCMAKE_PREFIX_PATH={prefix}")
     run("cmake", "--build", work)
-    return work / "list_displays"
 
 
 def build_with_pkg_config(example, prefix, work):
     environment = dict(os.environ, PKG_CONFIG_PATH=str(next(prefix.glob("lib*/**/pkgconfig"))))
-    flags = run("pkg-config", "--cflags", "--libs", "hmxtolubridge", env=environment).split()
-    program = work / "list_displays"
     compiler = os.environ.get("CXX", "c++")
-    run(compiler, "-std=c++20", "-Wall", "-Wextra", "-Werror", example / "list_displays.cpp", *flags, "-o", program)
-    return program
+    for name, package in (("list_displays", "hmxtolubridge"), ("list_popups", "hmxtolubridge-client")):
+        flags = run("pkg-config", "--cflags", "--libs", package, env=environment).split()
+        run(compiler, "-std=c++20", "-Wall", "-Wextra", "-Werror", example / f"{name}.cpp", *flags, "-o", work / name)
 
 
 def complaints_about_files(prefix):
@@ -58,16 +56,31 @@ def main():
         clients = []
         for name, build_client in (("find_package", build_with_cmake), ("pkg-config", build_with_pkg_config)):
             (work / name).mkdir(parents=True)
-            clients.append((name, build_client(example, moved, work / name)))
-        lonely = subprocess.Popen([clients[0][1]], env=dict(os.environ, KELO_RUNTIME_DIR=folder + "/empty"),
+            build_client(example, moved, work / name)
+            clients.append(work / name)
+        lonely = subprocess.Popen([clients[0] / "list_displays"], env=dict(os.environ, KELO_RUNTIME_DIR=folder + "/empty"),
                                   stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
         with Cockpit(moved / "bin") as cockpit:
-            rows = cockpit.ctl("list", "displays", "fields=id", "-o", "json").stdout
-            expected = "".join(f"{each['id']}  {each['name']}\n" for each in json.loads(rows)["data"])
-            for name, client in clients:
-                done = cockpit.run([client])
-                if done.stdout != expected or not expected or done.stderr:
-                    complaints.append(f"{name}: printed\n{done.stdout}{done.stderr}instead of\n{expected}")
+            def listed(resource, line):
+                rows = json.loads(cockpit.ctl("list", resource, "-o", "json").stdout)["data"]
+                return "".join(line(each) for each in rows)
+
+            expected = {"list_displays": listed("displays", lambda each: f"{each['id']}  {each['name']}\n"),
+                        "list_popups": listed("popups", lambda each: f"{each['display']}/{each['name']}"
+                                                                     f"{'  visible' if each.get('visible') else ''}\n")}
+            for program in [built / name for built in clients for name in expected]:
+                done = cockpit.run([program])
+                if done.stdout != expected[program.name] or not done.stdout or done.stderr:
+                    complaints.append(f"{program}: printed\n{done.stdout}{done.stderr}instead of\n{expected[program.name]}")
+            # What follows popups from a loop of its own ends with its input, but not before it has seen a change.
+            watcher = subprocess.Popen([clients[0] / "watch_popups"], env=cockpit.environment, stdin=subprocess.PIPE,
+                                       stdout=subprocess.PIPE, text=True)
+            watched = watcher.stdout.readline()
+            cockpit.ctl("update", "popups/Driver_Display/Volume", "requested=true")
+            watched += watcher.stdout.readline()
+            watcher.communicate("", timeout=30)
+            if not watched.startswith("snapshot of ") or "\nchanged {" not in watched or watcher.returncode != 0:
+                complaints.append(f"watch_popups: {watcher.returncode}, printed {watched}")
         output, errors = lonely.communicate(timeout=30)
         if lonely.returncode != 1 or output or "503" not in errors:
             complaints.append(f"without a bridge: {lonely.returncode}, {output}{errors}")

@@ -1,16 +1,18 @@
-// CLI11 gets the command line declared from the table of verbs. Words that are not options are left to the verbs: CLI11 would
-// take apart a JSON array given as one. Global options are accepted before and after the verb.
+// The command line is declared from the table of verbs. Words that are not options are left to the verbs: the parser would take
+// apart a JSON array given as one. Global options are accepted before and after the verb.
 
 #include "args.h"
 
-#include <CLI/CLI.hpp>
+#include <algorithm>
 #include <charconv>
 #include <cmath>
+#include <sstream>
 
 #include "failure.h"
 #include "hmx/client/suggest.h"
 #include "kelo/mimetypes.h"
 #include "kelo/runtime/domain_view.h"
+#include "program_options.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -23,17 +25,13 @@ constexpr const char* rootFooter =
     "7 rejected by the service, 9 stream ended, 10 differences found, 130 interrupted.\n"
     "`hmxctl help VERB` explains a verb.";
 
-// Usage lines and lists in the form of this tool's own documents.
-class HelpFormatter final : public CLI::Formatter {
-public:
-    std::string make_usage(const CLI::App* app, std::string /*name*/) const override {
-        const Verb* verb = findVerb(app->get_name());
-        std::string usage = "Usage: hmxctl [GLOBAL] ";
-        usage += verb == nullptr ? "VERB [RESOURCE[/ELEMENT]] [KEY=VALUE | KEY:=JSON ...]" : std::string{verb->name};
-        if (verb != nullptr && !verb->words.empty()) usage += " " + std::string{verb->words};
-        return usage + "\n";
-    }
-};
+std::string usageLine(const std::string& name) {
+    const Verb* verb = findVerb(name);
+    std::string usage = "Usage: hmxctl [GLOBAL] ";
+    usage += verb == nullptr ? "VERB [RESOURCE[/ELEMENT]] [KEY=VALUE | KEY:=JSON ...]" : std::string{verb->name};
+    if (verb != nullptr && !verb->words.empty()) usage += " " + std::string{verb->words};
+    return usage + "\n";
+}
 
 // "json", "msgpack", "ixobin" or a full name, as a full name. Errors: Failure (usage) for a type without structure.
 std::string mimeTypeNamed(std::string_view name) {
@@ -54,11 +52,7 @@ std::string mimeTypeNamed(std::string_view name) {
 class CommandLine {
 public:
     CommandLine() {
-        root_.formatter(std::make_shared<HelpFormatter>());
-        root_.get_formatter()->column_width(26);
-        root_.fallthrough();
-        root_.allow_extras();
-        root_.require_subcommand(0, 1);
+        root_.takeVerbs();
         root_.footer(rootFooter);
         declareGlobals();
         for (const Verb& verb : verbs()) declare(verb);
@@ -70,11 +64,12 @@ public:
         while (optionsEnd < argc && std::string_view{argv[optionsEnd]} != "--") ++optionsEnd;
         const std::vector<std::string> verbatim(argv + std::min(argc, optionsEnd + 1), argv + argc);
         try {
-            root_.parse(optionsEnd, argv);
-        } catch (const CLI::CallForHelp&) {
-            arguments_.help = helpOf(root_);
-            return arguments_;
-        } catch (const CLI::ParseError& error) {
+            std::ostringstream ignored;  // the program's own help, even after a verb
+            if (root_.parse(optionsEnd, argv, ignored)) {
+                arguments_.help = helpOf(root_);
+                return arguments_;
+            }
+        } catch (const options::UsageError& error) {
             throw usageError(error.what(), "`hmxctl help` shows the options");
         }
         takeWords();
@@ -84,79 +79,71 @@ public:
         return arguments_;
     }
 
-    std::string help(const Verb* verb) {
-        return helpOf(verb == nullptr ? root_ : *root_.get_subcommand(std::string{verb->name}));
-    }
+    std::string help(const Verb* verb) { return helpOf(commandOf(verb)); }
 
     std::vector<std::string> options(const Verb* verb) {
-        std::vector<std::string> names;
-        const auto take = [&](const CLI::App& app) {
-            for (const CLI::Option* option : app.get_options()) {
-                for (const std::string& name : option->get_lnames()) names.push_back("--" + name);
-            }
-        };
-        if (verb != nullptr) take(*root_.get_subcommand(std::string{verb->name}));
-        take(root_);
+        std::vector<std::string> names = root_.longNames();
+        if (verb != nullptr) {
+            for (std::string& name : commandOf(verb).longNames()) names.push_back(std::move(name));
+        }
         std::sort(names.begin(), names.end());
         names.erase(std::unique(names.begin(), names.end()), names.end());
         return names;
     }
 
 private:
-    static std::string helpOf(const CLI::App& app) {
-        std::string text = app.help();
+    static std::string helpOf(const options::Command& command) {
+        std::string text = command.help();
         while (text.ends_with('\n')) text.pop_back();
         return text + "\n";
     }
 
+    // Null: the program itself.
+    const options::Command& commandOf(const Verb* verb) const {
+        return verb == nullptr ? root_ : perVerb_.at(static_cast<std::size_t>(verb - verbs().data()));
+    }
+
     void declareGlobals() {
-        root_.add_option("-o,--output", format_, "The format of the output: table, json, jsonl or raw (table)")
-            ->type_name("FORMAT");
-        root_.add_option("--timeout", timeout_, "How long to wait for a service and an answer, e.g. 3s or 500ms (5s)")
-            ->type_name("DURATION");
-        root_.add_option("--mime", mime_, "The encoding on the wire: json, msgpack, ixobin or a full name (json)")
-            ->type_name("TYPE");
-        root_.add_flag("--no-color", noColour_, "No colours, even on a terminal (like NO_COLOR)");
-        root_.add_option("--runtime-dir", arguments_.runtimeDirectory, "Where the domains are (KELO_RUNTIME_DIR)")
-            ->type_name("DIR");
-        root_.add_option("--domain", arguments_.domain, "The domain of the services (KELO_DOMAIN, else local)")
-            ->type_name("NAME");
-        root_.add_flag("-v,--verbose", arguments_.verbose, "Show on standard error what is asked and what comes back");
-        root_.set_help_flag("-h,--help", "Show this help");
-        root_.add_flag("--version", version_, "Show the version");
+        root_.value("-o,--output", format_, "The format of the output: table, json, jsonl or raw (table)", "FORMAT");
+        root_.value("--timeout", timeout_, "How long to wait for a service and an answer, e.g. 3s or 500ms (5s)", "DURATION");
+        root_.value("--mime", mime_, "The encoding on the wire: json, msgpack, ixobin or a full name (json)", "TYPE");
+        root_.flag("--no-color", noColour_, "No colours, even on a terminal (like NO_COLOR)");
+        root_.value("--runtime-dir", arguments_.runtimeDirectory, "Where the domains are (KELO_RUNTIME_DIR)", "DIR");
+        root_.value("--domain", arguments_.domain, "The domain of the services (KELO_DOMAIN, else local)", "NAME");
+        root_.flag("-v,--verbose", arguments_.verbose, "Show on standard error what is asked and what comes back");
+        root_.helpFlag("-h,--help", "Show this help");
+        root_.flag("--version", version_, "Show the version");
     }
 
     void declare(const Verb& verb) {
-        CLI::App* app = root_.add_subcommand(std::string{verb.name}, std::string{verb.summary});
-        app->group(verb.hidden ? "" : "Verbs");
-        app->footer(std::string{verb.details} + "`hmxctl --help` shows the global options.");
+        options::Command command = root_.verb(std::string{verb.name}, std::string{verb.summary}, verb.hidden ? "" : "Verbs");
+        command.footer(std::string{verb.details} + "`hmxctl --help` shows the global options.");
         const auto has = [&](VerbOption option) { return (verb.options & option) != 0; };
         if (has(bodyFile)) {
-            app->add_option("-f,--file", arguments_.file, "Take the body from this file, - for standard input")
-                ->type_name("FILE");
+            command.value("-f,--file", arguments_.file, "Take the body from this file, - for standard input", "FILE");
         }
-        if (has(validation)) app->add_flag("--no-validate", noValidate_, "Send keys and values unchecked");
+        if (has(validation)) command.flag("--no-validate", noValidate_, "Send keys and values unchecked");
         if (has(watching)) {
-            app->add_option("--count", count_, "End after this many events")->type_name("N");
-            app->add_flag("--once", arguments_.once, "End after the first event");
-            app->add_option("--for", duration_, "End after this time, e.g. 30s")->type_name("DURATION");
-            app->add_flag("--no-reconnect", noReconnect_, "End when the source goes away");
+            command.value("--count", count_, "End after this many events", "N");
+            command.flag("--once", arguments_.once, "End after the first event");
+            command.value("--for", duration_, "End after this time, e.g. 30s", "DURATION");
+            command.flag("--no-reconnect", noReconnect_, "End when the source goes away");
         }
-        if (has(appearing)) app->add_flag("--appear", arguments_.appear, "Wait for the service and the element to appear, too");
+        if (has(appearing)) command.flag("--appear", arguments_.appear, "Wait for the service and the element to appear, too");
         if (has(idParts)) {
-            app->add_option("--name", name_, "The id of any text")->type_name("TEXT");
-            app->add_flag("--id", arguments_.idOnly, "Print the id only");
-            app->add_flag("--uri", arguments_.uriOnly, "Print the URI only");
+            command.value("--name", name_, "The id of any text", "TEXT");
+            command.flag("--id", arguments_.idOnly, "Print the id only");
+            command.flag("--uri", arguments_.uriOnly, "Print the URI only");
         }
-        if (has(keepOpen)) app->add_flag("--stream", arguments_.stream, "Keep the request open and print every answer as a line");
-        perVerb_.push_back(app);
+        if (has(keepOpen)) command.flag("--stream", arguments_.stream, "Keep the request open and print every answer as a line");
+        perVerb_.push_back(std::move(command));
     }
 
     void takeWords() {
-        for (const CLI::App* app : perVerb_) {
-            if (app->parsed()) arguments_.verb = findVerb(app->get_name());
+        for (const Verb& verb : verbs()) {
+            if (commandOf(&verb).isChosen()) arguments_.verb = &verb;
         }
-        for (std::string& word : root_.remaining(true)) {
+        for (std::string& word : root_.unknown()) {
             const bool negative = word.size() > 1 && (word[1] == '.' || (word[1] >= '0' && word[1] <= '9'));
             if (word.size() > 1 && word.front() == '-' && !negative) {
                 const std::string bare = word.substr(0, word.find('='));
@@ -199,13 +186,13 @@ private:
             }
             arguments_.count = count;
         }
-        if (root_.count("--domain") == 0) arguments_.domain = kelo::runtime::domainName(kelo::runtime::usualDomain);
+        if (!root_.isGiven("--domain")) arguments_.domain = kelo::runtime::domainName(kelo::runtime::usualDomain);
         if (!kelo::runtime::isDomainName(arguments_.domain)) {
-            const std::string origin = root_.count("--domain") == 0 ? "KELO_DOMAIN" : "--domain";
+            const std::string origin = !root_.isGiven("--domain") ? "KELO_DOMAIN" : "--domain";
             throw usageError(origin + ": '" + arguments_.domain + "' is not the name of a domain", "a plain name such as local");
         }
-        const CLI::App& app = *root_.get_subcommand(std::string{arguments_.verb->name});
-        if ((arguments_.verb->options & idParts) != 0 && app.count("--name") > 0) arguments_.name = name_;
+        const bool takesName = (arguments_.verb->options & idParts) != 0;
+        if (takesName && commandOf(arguments_.verb).isGiven("--name")) arguments_.name = name_;
         arguments_.colour = !noColour_;
         arguments_.validate = !noValidate_;
         arguments_.reconnect = !noReconnect_;
@@ -226,8 +213,9 @@ private:
                          usage);
     }
 
-    CLI::App root_{"hmxctl: look at and change displays, layers, touch regions and popups of a running system", "hmxctl"};
-    std::vector<CLI::App*> perVerb_;
+    options::Command root_{"hmxctl: look at and change displays, layers, touch regions and popups of a running system", "hmxctl",
+                           usageLine};
+    std::vector<options::Command> perVerb_;  // in the order of the verbs
     Arguments arguments_;
     std::string format_;
     std::string timeout_;

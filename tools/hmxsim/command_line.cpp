@@ -1,11 +1,12 @@
 #include "command_line.h"
 
-#include <CLI/CLI.hpp>
 #include <algorithm>
 #include <charconv>
+#include <ostream>
 
 #include "kelo/mimetypes.h"
 #include "make_world.h"
+#include "program_options.h"
 
 namespace hmxsim {
 
@@ -37,28 +38,24 @@ int usageError(std::ostream& err, const std::string& what) {
 }  // namespace
 
 std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLine& line, std::ostream& out, std::ostream& err) {
-    CLI::App app{description, "hmxsim"};
-    app.footer(examples);
-    app.set_version_flag("--version", version);
+    options::Command program{description, "hmxsim"};
+    program.footer(examples);
+    program.versionFlag("--version", version);
     std::vector<std::string> managers;
     std::string seed;
-    app.add_option("--world", line.world, "World to simulate: a file, or a sample's name (default: cockpit)")->type_name("FILE");
-    app.add_option("--mime", line.mimeType, "Preferred mime type, which clients then use")->type_name("TYPE");
-    app.add_option("--record-requests", line.recordFile, "Write each request, one JSON object per line; - is standard output")
-        ->type_name("FILE");
-    app.add_option("--scenario", line.scenarioFile, "Changes and faults at set times")->type_name("FILE");
-    app.add_option("--make-world", line.worldSize,
-                   "Print a world of this size and end; SIZE is displays=N,displayables=N,popups=N,regions=N")
-        ->type_name("SIZE");
-    app.add_option("--seed", seed, "Seed of all random choices: faults, scenarios, generated worlds (1, or the scenario's own)")
-        ->type_name("N");
-    app.add_option("MANAGER", managers, "displaymanager, inputmanager or popupmanager (default: all three)")->type_name("");
+    program.value("--world", line.world, "World to simulate: a file, or a sample's name (default: cockpit)", "FILE");
+    program.value("--mime", line.mimeType, "Preferred mime type, which clients then use", "TYPE");
+    program.value("--record-requests", line.recordFile, "Write each request, one JSON object per line; - is standard output",
+                  "FILE");
+    program.value("--scenario", line.scenarioFile, "Changes and faults at set times", "FILE");
+    program.value("--make-world", line.worldSize,
+                  "Print a world of this size and end; SIZE is displays=N,displayables=N,popups=N,regions=N", "SIZE");
+    program.value("--seed", seed, "Seed of all random choices: faults, scenarios, generated worlds (1, or the scenario's own)",
+                  "N");
+    program.values("MANAGER", managers, "displaymanager, inputmanager or popupmanager (default: all three)", "");
     try {
-        app.parse(argc, argv);
-    } catch (const CLI::Success& success) {
-        app.exit(success, out, err);
-        return 0;
-    } catch (const CLI::ParseError& error) {
+        if (const std::optional<int> status = program.parse(argc, argv, out)) return status;
+    } catch (const options::UsageError& error) {
         return usageError(err, error.what());
     }
     if (!line.mimeType.empty() && !kelo::mimetypes::isStructured(kelo::mimetypes::typename2id(line.mimeType))) {
@@ -71,7 +68,7 @@ std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLin
             return usageError(err, "--seed: \"" + seed + "\" is not a number from 0");
         }
     }
-    if (app.count("--make-world") > 0 && line.worldSize.empty()) {
+    if (program.isGiven("--make-world") && line.worldSize.empty()) {
         return usageError(err, "--make-world: the size is missing, for example displays=4,popups=500");
     }
     WorldSize size;
