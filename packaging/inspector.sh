@@ -21,7 +21,7 @@ command -v npm >/dev/null || { echo "inspector: npm is not installed; \`make set
         npm ci --ignore-scripts --no-audit --no-fund --loglevel=error
         touch "$kept/.fetched"
     fi
-) 9<package-lock.json
+) 9<package.json
 
 case "$1" in
 check)
