@@ -63,11 +63,11 @@ GatewayOptions gatewayOptions(const Options& options, const Listening& listening
     return made;
 }
 
-// So that the first request does not have to. Without a bridge there is nothing to wait for.
+// So that the first request does not have to. A bridge that is not there is waited for no longer than this.
 void findBridge(hmx::client::Client& client) {
     try {
         (void)client.run(
-            client.domain().attach(std::string{hmx::client::hmxService}, hmx::client::Deadline{std::chrono::seconds{2}}));
+            client.domain().attach(std::string{hmx::client::hmxService}, hmx::client::Deadline{std::chrono::seconds{1}}));
     } catch (const hmx::client::Error&) {  // whoever asks is told
     }
 }
@@ -85,7 +85,6 @@ int serve(const Options& options) {
     access.domain.runtimeDirectory = options.runtimeDirectory;
     access.style.patient = false;  // an HTTP client is told at once, and decides itself whether to ask again
     access.appearance = std::chrono::milliseconds{250};
-    access.domain.patient = false;
     hmx::client::Client client{access};
     findBridge(client);
 
