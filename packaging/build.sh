@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # Configures a preset's build if necessary, then builds targets of it and shows the progress; silent if there is nothing to do.
 # A new build is configured without tests if only the programs are wanted, because tests need more packages; once it is
-# configured with tests, it stays so. A new build is a quick build (cmake/Floors.cmake), unless it was configured otherwise
-# before.
+# configured with tests, it stays so. A new release build is a quick build (cmake/Floors.cmake), unless it was configured
+# otherwise before. With sanitizers GCC does not get along with precompiled headers.
 # Usage: build.sh PRESET JOBS programs|all|TARGET...
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -19,7 +19,7 @@ fi
 options=()
 configure=
 case "$preset" in
-release | address | thread) [ -f "$cache" ] || options+=(-DHMX_QUICK=ON) ;;
+release) [ -f "$cache" ] || options+=(-DHMX_QUICK=ON) ;;
 esac
 # Ninja notices changed CMake files and new sources by itself, but not changed presets.
 if [ ! -f "$build/build.ninja" ] || [ CMakePresets.json -nt "$build/build.ninja" ]; then
