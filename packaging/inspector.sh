@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Builds, checks or tests the page in inspector/, with what its lock file names; does nothing again that is done.
-# Usage: inspector.sh build|check|units|page [BIN_DIR]
+# Builds, checks, tests or measures the page in inspector/, with what its lock file names; does nothing again that is done.
+# Usage: inspector.sh build|check|units|page|bench [BIN_DIR]
 set -euo pipefail
 [ -z "${2:-}" ] || HMX_BIN=$(cd "$2" && pwd)
 export HMX_BIN
@@ -37,8 +37,9 @@ build)
     ;;
 units) npm run --silent test ;;
 page) npm run --silent test:page ;;
+bench) node bench/page.mjs ;;
 *)
-    echo "inspector: '$1' is not one of build, check, units, page" >&2
+    echo "inspector: '$1' is not one of build, check, units, page, bench" >&2
     exit 2
     ;;
 esac
