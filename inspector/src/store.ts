@@ -154,6 +154,8 @@ function remember(key: string, value: string): void {
 
 export type Theme = 'system' | 'light' | 'dark';
 export const theme = signal<Theme>((remembered('theme') ?? 'system') as Theme);
+const systemIsDark = signal(false);
+export const dark = computed(() => theme.value === 'dark' || (theme.value === 'system' && systemIsDark.value));
 export const singleKeys = signal(remembered('keys') !== 'off');
 
 // The address, both ways.
@@ -184,8 +186,12 @@ export function start(): void {
         const hash = linkHere();
         if (hash !== location.hash && !(hash === '#/' && location.hash === '')) globalThis.history.replaceState(null, '', hash);
     });
+    const scheme = matchMedia('(prefers-color-scheme: dark)');
+    const follows = (): void => void (systemIsDark.value = scheme.matches);
+    scheme.addEventListener('change', follows);
+    follows();
     effect(() => {
-        document.documentElement.dataset['theme'] = theme.value;
+        document.documentElement.dataset['theme'] = dark.value ? 'dark' : 'light';
         remember('theme', theme.value);
         remember('keys', singleKeys.value ? 'on' : 'off');
     });

@@ -29,14 +29,13 @@ interface Drag {
 
 const dragged = signal<{ display: string; layer: string; bounds: Rectangle } | undefined>(undefined);
 const size = signal({ width: 0, height: 0 });
-const colourScheme = signal(0); // goes up when colours may have changed
 const moving = signal(false);
 
 class View {
     private readonly painter: Painter;
     private figure: Figure = { layout: { scale: 1, columns: 1, cells: [] }, displays: [], regions: 0 };
     private colours = readColours();
-    private coloursOf = 0;
+    private coloursOf: boolean | undefined;
     private columns: { key: string; count: number } = { key: '', count: 1 };
     private frame = 0;
     private drag: Drag | undefined;
@@ -50,12 +49,8 @@ class View {
             size.value = { width: canvas.clientWidth, height: canvas.clientHeight };
         });
         resized.observe(canvas);
-        const scheme = matchMedia('(prefers-color-scheme: dark)');
-        const recolour = (): void => void colourScheme.value++;
-        scheme.addEventListener('change', recolour);
         this.stops.push(
             () => resized.disconnect(),
-            () => scheme.removeEventListener('change', recolour),
             effect(() => {
                 this.depend();
                 if (this.frame === 0) this.frame = requestAnimationFrame(() => this.paint());
@@ -72,7 +67,7 @@ class View {
 
     // What painting depends on.
     private depend(): void {
-        const { scene, onlyDisplay, pose, hovered, selected, mode, probe, hits, theme, about, position } = store;
+        const { scene, onlyDisplay, pose, hovered, selected, mode, probe, hits, dark, about, position } = store;
         const all = [
             scene,
             onlyDisplay,
@@ -82,12 +77,11 @@ class View {
             mode,
             probe,
             hits,
-            theme,
+            dark,
             about,
             position,
             dragged,
             size,
-            colourScheme,
             moving,
         ];
         for (const each of all) void each.value;
@@ -139,9 +133,8 @@ class View {
         const keep = this.columns.key === key && pose.spread === 1;
         this.figure = makeFigure(scene, store.onlyDisplay.value, size.value, pose, keep ? this.columns.count : undefined);
         this.columns = { key, count: this.figure.layout.columns };
-        if (this.coloursOf !== colourScheme.value || this.canvas.dataset['theme'] !== store.theme.value) {
-            this.coloursOf = colourScheme.value;
-            this.canvas.dataset['theme'] = store.theme.value;
+        if (this.coloursOf !== store.dark.value) {
+            this.coloursOf = store.dark.value;
             this.colours = readColours();
         }
         const at = store.probe.value;

@@ -54,7 +54,7 @@ function Line() {
     useEffect(() => {
         let timer = 0;
         const stop = effect(() => {
-            for (const each of [store.span, store.theme]) void each.value;
+            for (const each of [store.span, store.dark]) void each.value;
             if (timer !== 0) return;
             timer = window.setTimeout(() => {
                 timer = 0;

@@ -4,7 +4,7 @@ import { fromHash, toHash } from '../../src/model/address';
 import { locate, makeFigure, pick } from '../../src/model/figure';
 import { apartPose, flatPose, project, turned, unproject } from '../../src/model/geometry';
 import { configurationId, SceneMaker, watches } from '../../src/model/scene';
-import { taken } from '../../src/model/state';
+import { stateOf } from './world';
 
 const area = { width: 800, height: 600 };
 
@@ -37,14 +37,7 @@ function makeScene(displays: number, popups: number) {
             },
         ],
     };
-    const arrivals = Object.entries(world).map(([watch, elements]) => ({
-        watch,
-        event: 'snapshot',
-        data: { elements },
-        time: 0,
-        size: 0,
-    }));
-    return new SceneMaker().make(taken(new Map(), arrivals).state);
+    return new SceneMaker().make(stateOf(world));
 }
 
 test.each([

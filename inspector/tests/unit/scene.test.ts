@@ -4,8 +4,9 @@ import { memberChanges } from '../../src/model/diff';
 import type { Document } from '../../src/model/documents';
 import { ancestors, outline } from '../../src/model/outline';
 import { configurationId, find, type Scene, SceneMaker, type ScenePopup, watches } from '../../src/model/scene';
-import { gateway, type State, taken } from '../../src/model/state';
+import { gateway, taken } from '../../src/model/state';
 import { why } from '../../src/model/why';
+import { stateOf } from './world';
 
 const layers = [
     { id: 10, name: 'Map', zpos: 10 },
@@ -48,17 +49,6 @@ const usual: Record<string, Document[]> = {
         },
     ],
 };
-
-function stateOf(world: Record<string, Document[]>): State {
-    const arrivals = Object.entries(world).map(([watch, elements]) => ({
-        watch,
-        event: 'snapshot',
-        data: { elements },
-        time: 0,
-        size: 0,
-    }));
-    return taken(new Map(), arrivals).state;
-}
 
 function sceneOf(...popups: Document[]): Scene {
     return new SceneMaker().make(stateOf({ ...usual, [watches.popups]: popups }));
