@@ -47,7 +47,7 @@ bool drive(const campaign::Promise& promise, const campaign::Scope& scope) {
         return true;
     }
     // The short run shares the machine with other tests, so its times include theirs. The whole campaign runs alone.
-    constexpr double beside = 5;
+    constexpr double beside = 10;
     campaign::Report report{campaign::Scope::slowness * (scope.isCut ? beside : 1)};
     campaign::Random random{seedOf(promise, scope.seed)};
     const auto begin = Clock::now();

@@ -322,7 +322,7 @@ void driveGreed(const Scope& scope, Random& /*random*/, Report& report) {
         // A wait that nobody would notice is acceptable, even if it is many times the wait without an attack.
         constexpr double unnoticed = 50;
         report.fact("p99", seen.p99(), "ms");
-        report.atMost("as a multiple", seen.p99() / std::max(quiet.p99(), unnoticed), 5);
+        report.atMost("as a multiple", seen.p99() / std::max(quiet.p99(), unnoticed), 5, "times");
         report.atMost("not served", seen.unserved, 0);
         if (seen.unserved > 0) report.note(std::string{attack.name} + ": the witness heard " + seen.refusal);
         report.atMost("memory above the start", ground.grownMiB(seen.memoryKiB), static_cast<double>(attack.mostMiB), "MiB");

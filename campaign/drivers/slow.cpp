@@ -100,7 +100,7 @@ void driveSlow(const Scope& scope, Random& /*random*/, Report& report) {
     report.fact("values read at last", read);
     report.atMost("memory above the start", grown, scope.isSanitized ? 64 : 8, "MiB");
     report.fact("p99 of another client without", without, "ms");
-    report.atMost("with, as a multiple", with / without, 5);
+    report.atMost("with, as a multiple", with / without, 5, "times");
     report.atMost("newest value missed", resumed ? 0 : 1, 0);
     report.atMost("caught up after", caughtUp, 1000, "ms");
 }

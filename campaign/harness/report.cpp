@@ -31,7 +31,7 @@ void Report::add(std::string_view name, double figure, std::string_view unit, st
 }
 
 void Report::atMost(std::string_view name, double figure, double limit, std::string_view unit) {
-    if (unit.starts_with("ms")) limit *= room_;
+    if (unit.starts_with("ms") || unit == "times") limit *= room_;
     const bool holds = figure <= limit;
     add(name, figure, unit, (holds ? " (limit " : " (OVER the limit ") + withUnit(limit, unit) + ")");
     ++limits_;

@@ -10,7 +10,7 @@ namespace campaign {
 // Thread: one at a time.
 class Report {
 public:
-    // `room`: the factor for limits in milliseconds.
+    // `room`: the factor for limits of time, in "ms" or "times" another one.
     explicit Report(double room = 1) : room_{room} {}
 
     void atMost(std::string_view name, double figure, double limit, std::string_view unit = {});
