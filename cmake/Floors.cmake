@@ -7,9 +7,9 @@ function(hmx_precompiled name header)
   if(NOT HMX_QUICK)
     return()
   endif()
-  # With precompiled headers, GCC 12 reports more of the false overflows that its optimiser sees in "literal" + std::string; builds
-  # without them keep these warnings on.
-  target_compile_options(${name} PRIVATE -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
+  # -fpch-preprocess is for the compiler cache, which hashes preprocessed sources. With precompiled headers, GCC 12 reports more
+  # of the false overflows that its optimiser sees in "literal" + std::string; builds without them keep these warnings on.
+  target_compile_options(${name} PRIVATE -fpch-preprocess -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)
   if(header STREQUAL "FROM")
     target_precompile_headers(${name} REUSE_FROM ${ARGN})
   else()

@@ -30,9 +30,9 @@ if(HMX_CCACHE)
   if(HMX_QUICK)
     # Without this, the cache does not handle sources that use a precompiled header.
     list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_SLOPPINESS=pch_defines,time_macros)
-    # It must compare files, not preprocessed text, in which comments are missing: GCC remembers the files of a precompiled header
-    # by their bytes, and does not recognise one whose comments have changed.
-    list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_DEPEND=1)
+    # And comments count: GCC remembers the files of a precompiled header by their bytes, and does not recognise one of which a
+    # comment has changed.
+    list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_COMMENTS=1)
   endif()
   list(APPEND CMAKE_CXX_COMPILER_LAUNCHER "${HMX_CCACHE}")
 endif()
