@@ -15,7 +15,9 @@ import { readColours } from './colours';
 import { changeRegion, drawing } from './editing';
 import { gripsOf, Painter, spotOf } from './painter';
 
-const settled = 120; // milliseconds without motion until a large figure is painted completely
+// Milliseconds without motion, after a frame was painted, until a large figure is painted completely. That takes long, so a pause
+// of the hand that drags, or of the machine, must not count as the end.
+const settled = { free: 150, dragged: 600 };
 const reach = 9; // how near a pointer must come to a grip
 
 interface Drag {
@@ -115,8 +117,12 @@ class View {
 
     private stir(): void {
         moving.value = true;
+        this.settle();
+    }
+
+    private settle(): void {
         clearTimeout(this.rest);
-        this.rest = window.setTimeout(() => (moving.value = false), settled);
+        this.rest = window.setTimeout(() => (moving.value = false), this.drag ? settled.dragged : settled.free);
     }
 
     private paint(): void {
@@ -155,6 +161,7 @@ class View {
             drawn: dragged.value ?? (store.mode.value === 'draw' ? draft : undefined),
             grips: this.grippable() !== undefined,
         });
+        if (moving.value) this.settle();
     }
 
     // The selected touch region, if it can be dragged.
