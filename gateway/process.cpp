@@ -1,7 +1,6 @@
 #include "process.h"
 
 #include <sys/epoll.h>
-#include <sys/resource.h>
 #include <sys/signalfd.h>
 
 #include <csignal>
@@ -24,22 +23,12 @@ namespace {
 
 constexpr const char* name = "hmxgateway";
 
-// Each connection takes a descriptor, and the usual limit is smaller than ours.
-void raiseDescriptorLimit() {
-    rlimit limit{};
-    if (::getrlimit(RLIMIT_NOFILE, &limit) != 0) return;
-    limit.rlim_cur = limit.rlim_max;
-    (void)::setrlimit(RLIMIT_NOFILE, &limit);
-}
-
-// Before any thread is there, so that all of them leave the signals to the loop.
-Descriptor takeSignals() {
+// The signals that end the process. They are blocked, so that all threads leave them to the loop.
+Descriptor endingSignals() {
     sigset_t ending;
     sigemptyset(&ending);
     sigaddset(&ending, SIGINT);
     sigaddset(&ending, SIGTERM);
-    (void)::pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-    (void)std::signal(SIGPIPE, SIG_IGN);
     return Descriptor{::signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK)};
 }
 
@@ -73,8 +62,7 @@ void findBridge(hmx::client::Client& client) {
 }
 
 int serve(const Options& options) {
-    const Descriptor signals = takeSignals();
-    raiseDescriptorLimit();
+    const Descriptor signals = endingSignals();
     Listening listening{options.listen};
     GatewayOptions made = gatewayOptions(options, listening);
     const bool hasPage = made.page.size() > 0;
@@ -100,6 +88,7 @@ int serve(const Options& options) {
 }  // namespace
 
 int runProcess(int argc, char** argv) {
+    // Each connection takes a descriptor, and the usual limit is smaller than ours.
     const osal::Osal osal{true, true};
     const auto utilities = util::Util::init(name, true, false, true, false);
     Options options;
