@@ -9,7 +9,7 @@
 // The snapshots come before the events. As long as something with a lower number remains to be read, a snapshot carries the id 0,
 // which is no event's: who comes back with it begins anew, and misses nothing.
 //
-// A topic keeps its last events. A viewer that comes back with an id goes on behind it where all events since are still there.
+// A topic keeps its last events. A viewer that comes back with an id goes on after it if all events since then are still there.
 // A topic whose last viewer has gone is kept for a while, so that a reader who lost the connection finds it.
 //
 // A source that is lost leaves the topic's state as it was: viewers are told of the loss, and of the return, before the snapshot
@@ -18,6 +18,7 @@
 #include "event_hub.h"
 
 #include <algorithm>
+#include <array>
 #include <charconv>
 #include <cstdio>
 #include <cstring>
@@ -33,16 +34,16 @@ namespace {
 using hmx::client::compact;
 using Json = hmx::client::Json;
 
-constexpr const char* snapshotKind = "snapshot";
-constexpr const char* changedKind = "changed";
-constexpr const char* removedKind = "removed";
-constexpr const char* lostKind = "lost";
-constexpr const char* backKind = "back";
+// As the client sees it.
+constexpr std::string_view nameOf(EventKind kind) noexcept {
+    constexpr std::array<std::string_view, 5> names{"snapshot", "changed", "removed", "lost", "back"};
+    return names[static_cast<std::size_t>(kind)];
+}
 
-std::string lines(const char* kind, const std::string& id, std::string_view watch, std::string_view data) {
+std::string lines(EventKind kind, const std::string& id, std::string_view watch, std::string_view data) {
     std::string text;
     text.reserve(data.size() + watch.size() + 96);
-    text.append("id: ").append(id).append("\nevent: ").append(kind).append("\ndata: ");
+    text.append("id: ").append(id).append("\nevent: ").append(nameOf(kind)).append("\ndata: ");
     if (!watch.empty()) text.append("{\"watch\":").append(watch).append(",\"data\":");
     text.append(data);
     if (!watch.empty()) text += '}';
@@ -70,9 +71,9 @@ void Topic::snapshot(const std::vector<Json>& elements) {
     for (const Json& element : elements) elements_->push_back({hmx::client::text(element, "id"), compact(element)});
     if (lost_) {
         lost_.reset();
-        tell(backKind, {}, "{}");
+        tell(EventKind::back, {}, "{}");
     }
-    tell(snapshotKind, {}, {});
+    tell(EventKind::snapshot, {}, {});
 }
 
 void Topic::changed(const Json& element) {
@@ -86,7 +87,7 @@ void Topic::changed(const Json& element) {
     } else {
         found->json = std::move(json);
     }
-    tell(changedKind, std::move(id), std::move(data));
+    tell(EventKind::changed, std::move(id), std::move(data));
 }
 
 void Topic::removed(const std::string& id) {
@@ -94,19 +95,19 @@ void Topic::removed(const std::string& id) {
     const auto found = std::find_if(elements_->begin(), elements_->end(), [&](const Element& each) { return each.id == id; });
     if (found == elements_->end()) return;
     elements_->erase(found);
-    tell(removedKind, id, json::object({{"id", json::text(id)}}));
+    tell(EventKind::removed, id, json::object({{"id", json::text(id)}}));
 }
 
 void Topic::lost(std::string_view service, std::string_view reason) {
     if (lost_) return;
-    tell(lostKind, {},
+    tell(EventKind::lost, {},
          json::object({{"service", json::text(service)},
                        {"reason", json::text(reason)},
                        {"since", json::text(timestamp(std::chrono::system_clock::now()))}}));
     lost_ = history_.back();
 }
 
-void Topic::tell(const char* kind, std::string element, std::string data) {
+void Topic::tell(EventKind kind, std::string element, std::string data) {
     auto event = std::make_shared<Event>(Event{kind, ++hub_.number_, std::move(element), std::move(data)});
     historyBytes_ += event->data.size();
     history_.push_back(event);
@@ -142,7 +143,7 @@ SharedText Topic::snapshotText(std::uint64_t number, bool wrapped) {
         data += element.json;
     }
     data += "]}";
-    SharedText text = hub_.makeText(lines(snapshotKind, hub_.idOf(number), wrapped ? json::text(name_) : "", data));
+    SharedText text = hub_.makeText(lines(EventKind::snapshot, hub_.idOf(number), wrapped ? json::text(name_) : "", data));
     kept = {state, number, text};
     return text;
 }
@@ -165,7 +166,7 @@ void Viewer::restart(Place& place) {
 void Viewer::put(Topic& topic, const std::shared_ptr<Event>& event) {
     Place& place = placeIn(topic);
     if (!place.needsSnapshot) {
-        if (event->kind == snapshotKind) {
+        if (event->kind == EventKind::snapshot) {
             restart(place);
         } else {
             if (!event->element.empty()) {
@@ -212,7 +213,7 @@ bool Viewer::fetchSnapshot() {
     place.knowsLoss = topic.isLost();
     const bool isLast = pending_.empty() && std::none_of(places_.begin(), places_.end(), isDue);
     const std::uint64_t reached = isLast ? hub_.number_ : 0;
-    if (isBack) texts_.push_back(topic.textOf(Event{backKind, 0, {}, "{}"}, 0, wrapped_));
+    if (isBack) texts_.push_back(topic.textOf(Event{EventKind::back, 0, {}, "{}"}, 0, wrapped_));
     if (topic.isKnown()) texts_.push_back(topic.snapshotText(topic.isLost() ? 0 : reached, wrapped_));
     if (topic.isLost()) texts_.push_back(topic.textOf(*topic.lost_, reached, wrapped_));
     return true;
@@ -223,8 +224,8 @@ bool Viewer::fetchNext() {
     if (pending_.empty()) return false;
     const Pending next = pending_.front();
     pending_.erase(pending_.begin());
-    if (next.event->kind == lostKind) placeIn(*next.topic).knowsLoss = true;
-    if (next.event->kind == backKind) placeIn(*next.topic).knowsLoss = false;
+    if (next.event->kind == EventKind::lost) placeIn(*next.topic).knowsLoss = true;
+    if (next.event->kind == EventKind::back) placeIn(*next.topic).knowsLoss = false;
     texts_.push_back(next.topic->textOf(*next.event, wrapped_));
     return true;
 }

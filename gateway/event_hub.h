@@ -49,9 +49,11 @@ private:
 using SharedText = std::shared_ptr<const EventText>;
 using WeakText = std::weak_ptr<const EventText>;
 
+enum class EventKind : std::uint8_t { snapshot, changed, removed, lost, back };
+
 // One event of a topic. Thread: the gateway's.
 struct Event {
-    const char* kind;  // as the client sees it
+    EventKind kind = EventKind::snapshot;
     std::uint64_t number = 0;
     std::string element;  // the id that it is about, "" for the topic as a whole
     std::string data;     // JSON; "" of a snapshot, which is made when it is read
@@ -81,7 +83,7 @@ private:
         std::string json;
     };
 
-    void tell(const char* kind, std::string element, std::string data);
+    void tell(EventKind kind, std::string element, std::string data);
     bool isCompleteSince(std::uint64_t number) const noexcept { return number >= forgotten_; }
     SharedText textOf(Event& event, bool wrapped) const;
     // With another id than the event's own: how far the reader has come.

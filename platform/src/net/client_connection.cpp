@@ -352,12 +352,12 @@ Response ClientConnection::lossResponse(bool sent) const {
 
 void ClientConnection::handleClosed(const char* why) {
     timer_.reset();
-    struct Lost {
+    struct LostRequest {
         std::uint64_t id;
         Handler handler;
         bool sent;
     };
-    std::vector<Lost> ended;
+    std::vector<LostRequest> ended;
     {
         std::unique_lock lock{mutex_};
         settledQueueLocked(lock).forEachUnsentRequest([this](std::uint64_t id) {
@@ -375,9 +375,10 @@ void ClientConnection::handleClosed(const char* why) {
         }
     }
     // In the order in which the requests were made.
-    std::sort(ended.begin(), ended.end(), [](const Lost& a, const Lost& b) { return a.id >> indexBits < b.id >> indexBits; });
+    std::sort(ended.begin(), ended.end(),
+              [](const LostRequest& a, const LostRequest& b) { return a.id >> indexBits < b.id >> indexBits; });
     counters_.endedByLoss += ended.size();
-    for (Lost& request : ended) {
+    for (LostRequest& request : ended) {
         guarded("onError", [&] { request.handler->onError(lossResponse(request.sent)); });
         request.handler.reset();
     }
@@ -393,12 +394,12 @@ void ClientConnection::handleArrived() {
 }
 
 void ClientConnection::expire() {
-    struct Late {
+    struct LateRequest {
         Handler handler;
         std::chrono::milliseconds deadline;
         bool sent;
     };
-    std::vector<Late> ended;
+    std::vector<LateRequest> ended;
     auto next = Clock::time_point::max();
     const auto now = Clock::now();
     {
@@ -429,7 +430,7 @@ void ClientConnection::expire() {
     if (ended.empty()) return;
     commit();
     counters_.deadlinesMissed += ended.size();
-    for (Late& request : ended) {
+    for (LateRequest& request : ended) {
         const auto response =
             Response::createErrorResponse(504, servicePath_ + ": no answer within " + std::to_string(request.deadline.count()) +
                                                    " ms, " + (request.sent ? "outcome unknown" : "request not sent"));

@@ -52,7 +52,8 @@ bool SendQueue::send(std::unique_lock<std::mutex>& lock, int fd, const bool& isO
     return false;
 }
 
-bool SendQueue::findRequest(const util::ByteBufferWriter& buffer, std::size_t at, std::size_t begin, Found& found) noexcept {
+bool SendQueue::findRequest(const util::ByteBufferWriter& buffer, std::size_t at, std::size_t begin,
+                            QueuedRequest& found) noexcept {
     while (at < buffer.size()) {
         wire::FrameHeader header;
         if (wire::readHeader(buffer.bytes().subspan(at), header) != nullptr) return false;  // cannot happen: we wrote it

@@ -40,14 +40,14 @@ public:
     // Calls visit(id) for each request of which the kernel lacks a byte. No thread may be sending.
     template <class Visit>
     void forEachUnsentRequest(Visit visit) const {
-        forEachRequest(sending_, offset_, [&](const Found& found) { visit(found.id); });
-        forEachRequest(out_, 0, [&](const Found& found) { visit(found.id); });
+        forEachRequest(sending_, offset_, [&](const QueuedRequest& found) { visit(found.id); });
+        forEachRequest(out_, 0, [&](const QueuedRequest& found) { visit(found.id); });
     }
     // Removes each request for which isMeant(id) is true and of which the kernel has no byte. No thread may be sending.
     template <class IsMeant>
     void withdraw(IsMeant isMeant) {
         const auto withdrawFrom = [&](util::ByteBufferWriter& buffer, std::size_t begin) {
-            forEachRequest(buffer, begin, [&](Found& found) {
+            forEachRequest(buffer, begin, [&](QueuedRequest& found) {
                 if (found.at < begin || !isMeant(found.id)) return;
                 buffer.erase(found.at, found.size);
                 found.size = 0;
@@ -64,16 +64,17 @@ public:
 
 private:
     // A request's frame in a buffer.
-    struct Found {
+    struct QueuedRequest {
         std::uint64_t id;
         std::size_t at;
         std::size_t size;  // 0: it has been removed
     };
     // Finds the next request that has a byte at or after `begin`. `at`: where to start, at the beginning of a frame.
-    static bool findRequest(const util::ByteBufferWriter& buffer, std::size_t at, std::size_t begin, Found& found) noexcept;
+    static bool findRequest(const util::ByteBufferWriter& buffer, std::size_t at, std::size_t begin,
+                            QueuedRequest& found) noexcept;
     template <class Visit>
     static void forEachRequest(const util::ByteBufferWriter& buffer, std::size_t begin, Visit visit) {
-        Found found{};
+        QueuedRequest found{};
         for (std::size_t at = 0; findRequest(buffer, at, begin, found); at = found.at + found.size) visit(found);
     }
 

@@ -20,7 +20,7 @@ constexpr std::uint64_t uuidTag = 37;
 }  // namespace
 
 // One item as the decoder reports it.
-struct IxobinReader::Found {
+struct IxobinReader::DecodedItem {
     enum class Form : std::uint8_t { none, value, tag, bytes, bytesStart, textStart, stop };
 
     BinaryItem& value;
@@ -28,8 +28,8 @@ struct IxobinReader::Found {
     std::uint64_t tag = 0;
     std::size_t size = 0;  // of the item in bytes, without its content
 
-    static Found& of(void* context, BinaryItem::Type type) noexcept {
-        auto& found = *static_cast<Found*>(context);
+    static DecodedItem& of(void* context, BinaryItem::Type type) noexcept {
+        auto& found = *static_cast<DecodedItem*>(context);
         found.form = Form::value;
         found.value.type = type;
         return found;
@@ -48,7 +48,7 @@ struct IxobinReader::Found {
     }
     template <BinaryItem::Type type, Form form>
     static void string(void* context, cbor_data data, std::size_t size) {
-        Found& found = of(context, type);
+        DecodedItem& found = of(context, type);
         found.form = form;
         found.value.text = {reinterpret_cast<const char*>(data), size};
     }
@@ -68,11 +68,11 @@ struct IxobinReader::Found {
     }
     template <Form form>
     static void mark(void* context) {
-        static_cast<Found*>(context)->form = form;
+        static_cast<DecodedItem*>(context)->form = form;
     }
     static void tagged(void* context, std::uint64_t tag) {
         mark<Form::tag>(context);
-        static_cast<Found*>(context)->tag = tag;
+        static_cast<DecodedItem*>(context)->tag = tag;
     }
     static void boolean(void* context, bool value) { of(context, BinaryItem::Type::boolean).value.integer = value ? 1 : 0; }
 
@@ -80,7 +80,7 @@ struct IxobinReader::Found {
     const char* decode(std::span<const std::uint8_t> bytes) noexcept;
 };
 
-const char* IxobinReader::Found::decode(std::span<const std::uint8_t> bytes) noexcept {
+const char* IxobinReader::DecodedItem::decode(std::span<const std::uint8_t> bytes) noexcept {
     using Type = BinaryItem::Type;
     static constexpr cbor_callbacks callbacks = {
         .uint8 = natural<std::uint8_t>,
@@ -124,28 +124,28 @@ const char* IxobinReader::Found::decode(std::span<const std::uint8_t> bytes) noe
 }
 
 const char* IxobinReader::decode(BinaryItem& item) {
-    Found found{item};
+    DecodedItem found{item};
     std::uint64_t tag = 0;
     std::size_t at = offset();
     for (;;) {
         if (at == bytes().size()) return cutShort;
         if (const char* what = found.decode(bytes().subspan(at))) return what;
         at += found.size;
-        if (found.form != Found::Form::tag) break;
+        if (found.form != DecodedItem::Form::tag) break;
         tag = found.tag;
     }
     item.end = at;
     switch (found.form) {
-        case Found::Form::textStart:
-        case Found::Form::bytesStart:
-            if (const char* what = joinPieces(found.form == Found::Form::textStart, at, item)) return what;
+        case DecodedItem::Form::textStart:
+        case DecodedItem::Form::bytesStart:
+            if (const char* what = joinPieces(found.form == DecodedItem::Form::textStart, at, item)) return what;
             break;
-        case Found::Form::stop:
+        case DecodedItem::Form::stop:
             return "a break where a value is due";
         default:
             break;
     }
-    const bool isBytes = found.form == Found::Form::bytes || found.form == Found::Form::bytesStart;
+    const bool isBytes = found.form == DecodedItem::Form::bytes || found.form == DecodedItem::Form::bytesStart;
     if (isBytes && tag == uuidTag && item.text.size() == std::UUID::byteCount) item.type = BinaryItem::Type::uuid;
     return nullptr;
 }
@@ -154,12 +154,12 @@ const char* IxobinReader::joinPieces(bool isText, std::size_t at, BinaryItem& it
     const auto type = isText ? BinaryItem::Type::text : BinaryItem::Type::opaque;
     scratch_.clear();
     for (;;) {
-        Found piece{item};
+        DecodedItem piece{item};
         if (at == bytes().size()) return cutShort;
         if (const char* what = piece.decode(bytes().subspan(at))) return what;
         at += piece.size;
-        if (piece.form == Found::Form::stop) break;
-        if (piece.form != (isText ? Found::Form::value : Found::Form::bytes) || item.type != type) {
+        if (piece.form == DecodedItem::Form::stop) break;
+        if (piece.form != (isText ? DecodedItem::Form::value : DecodedItem::Form::bytes) || item.type != type) {
             return "a string has a piece of another type";
         }
         if (isText && !isValidUtf8(item.text)) return fault::notUtf8;

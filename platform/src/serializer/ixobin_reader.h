@@ -11,7 +11,7 @@ public:
     IxobinReader() noexcept : BinaryReader{{.head = 0x60, .limit = 24}} {}
 
 private:
-    struct Found;
+    struct DecodedItem;
 
     const char* decode(BinaryItem& item) override;
     // Joins the chunks of a string of indefinite length; `at` is the offset after its start.
