@@ -1,9 +1,10 @@
 #include "bridge/display_bridge.h"
 
 #include "bridge/display_conversion.h"
-#include "bridge/query.h"
 #include "display_side_bridge_impl.h"
 #include "hmx/displaymanager/displays_client.h"
+#include "hmx/query.h"
+#include "hmx/refusals.h"
 
 namespace hmx {
 
@@ -16,7 +17,7 @@ struct DisplaySideScheme<DisplayResource> : DisplayResource {
     static constexpr char element[] = "DisplayBridge::retrieveDisplayObject id : %s ";
     static constexpr char elementUnknown[] =
         "DisplayBridge::retrieveDisplayObject id : %s for display is not known on hmx brigde";
-    static constexpr char elementUnknownReason[] = "[DisplayBridge::retrieveDisplayObject: display id not found]";
+    static constexpr const auto& elementUnknownReason = refusals::displayUnknown;
     static constexpr char elementOfOne[] = "DisplayBridge::retrieveDisplayObject requesting display via swagger for display: %s";
     static constexpr char elementNoClient[] = "DisplayBridge::retrieveDisplayObject no display client available";
 
@@ -27,9 +28,7 @@ struct DisplaySideScheme<DisplayResource> : DisplayResource {
         return client.getDisplays(std::move(handler));
     }
     static void* getOne(Client& client, std::unique_ptr<kelo::IResponseHandler<One>> handler, const std::string& name) {
-        if (name.empty())
-            return refuseNameless("[DisplayBridge::retrieveDisplayObject a display with an empty name cannot be asked for]",
-                                  *handler);
+        if (name.empty()) return refuseNameless(refusals::displayNameless, *handler);
         return client.getDisplay(std::move(handler), name);
     }
 

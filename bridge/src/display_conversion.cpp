@@ -16,8 +16,6 @@ namespace displaymanager = kelo::hmx::displaymanager;
 
 namespace {
 
-const std::string noName{"no_name_defined"};
-
 // The URI follows from the id, so it is kept if the id is the same.
 void identify(kelo::tolu::XObject& object, const Identity& identity) {
     if (object.id == identity.id && !object.uri.empty()) return;
@@ -41,11 +39,11 @@ void convert(const kelo::optional<Size>& size, kelo::optional<std::shared_ptr<Di
 }  // namespace
 
 const std::string& displayName(const displaymanager::Display& display) noexcept {
-    return display.name ? *display.name : noName;
+    return display.name ? *display.name : namelessDisplay;
 }
 
 const std::string& displayName(const displaymanager::DisplayLayers& configuration) noexcept {
-    return configuration.display ? displayName(*configuration.display) : noName;
+    return configuration.display ? displayName(*configuration.display) : namelessDisplay;
 }
 
 void convert(const displaymanager::Display& display, const Identity& identity, DisplayObject& object) {

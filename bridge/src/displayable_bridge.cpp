@@ -1,10 +1,10 @@
 #include "bridge/displayable_bridge.h"
 
-#include <limits>
-
 #include "bridge/display_conversion.h"
 #include "display_side_bridge_impl.h"
 #include "hmx/displaymanager/displayables_client.h"
+#include "hmx/query.h"
+#include "hmx/refusals.h"
 
 namespace hmx {
 
@@ -18,7 +18,7 @@ struct DisplaySideScheme<DisplayableResource> : DisplayableResource {
     static constexpr char element[] = "DisplayableBridge::retrieveDisplayableObject id : %s ";
     static constexpr char elementUnknown[] =
         "DisplayableBridge::retrieveDisplayableObject id : %s for displayable is not known on hmx brigde";
-    static constexpr char elementUnknownReason[] = "[DisplayableBridge::retrieveDisplayableObject displayable id not found]";
+    static constexpr const auto& elementUnknownReason = refusals::displayableUnknown;
     static constexpr char elementOfOne[] = "DisplayableBridge::retrieveDisplayableObject requesting displayable: %i via swagger";
     static constexpr char elementNoClient[] = "DisplayableBridge::retrieveDisplayableObject no display client available";
 
@@ -32,27 +32,8 @@ struct DisplaySideScheme<DisplayableResource> : DisplayableResource {
         return client.getDisplayable(std::move(handler), number);
     }
 
-    static constexpr std::string_view parameter = "displayableID";
-    // The smallest int means "not specified": a request for it gets the whole resource.
-    static bool wanted(const util::config::Dictionary& query, int& number) {
-        const std::int64_t* const given = find(query);
-        if (given == nullptr || *given == Numbers::min() || isBeyondAll(*given)) return false;
-        number = static_cast<int>(*given);
-        return true;
-    }
-    // Whether the query is for a number that no displayable can have.
-    static bool wantsNone(const util::config::Dictionary& query) {
-        const std::int64_t* const given = find(query);
-        return given != nullptr && isBeyondAll(*given);
-    }
-
-    using Numbers = std::numeric_limits<int>;
-    static const std::int64_t* find(const util::config::Dictionary& query) {
-        const util::config::Value* const value = query.find(parameter);
-        return value == nullptr ? nullptr : value->asInt();
-    }
-    static bool isBeyondAll(std::int64_t number) { return number < Numbers::min() || number > Numbers::max(); }
-
+    static constexpr std::string_view parameter = displayableParameter;
+    static bool wanted(const util::config::Dictionary& query, int& number) { return wantsDisplayable(query, number); }
     static std::string idName(const int& number) { return displayableIdName(number); }
     static int keyOf(const One& displayable, int) { return displayable.id; }
     template <class Visit>
@@ -88,7 +69,7 @@ void* DisplayableBridge::retrieveDisplayableObjects(
     std::unique_ptr<kelo::IResponseHandler<kelo::hmx::DisplayableObjectListPage>>&& handler,
     const kelo::optional<kelo::toluglobals::ToluParams>& params) {
     using Scheme = DisplaySideScheme<DisplayableResource>;
-    if (params && Scheme::wantsNone(params->values)) {
+    if (params && wantsNoDisplayable(params->values)) {
         tracing::logC(Scheme::channel, progressLevel, Scheme::list);
         const auto none = kelo::tolu::cutPage(std::vector<std::shared_ptr<kelo::hmx::DisplayableObject>>{}, params);
         if (!handler->onNext(none)) handler->onCompleted();

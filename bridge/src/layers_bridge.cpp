@@ -1,9 +1,10 @@
 #include "bridge/layers_bridge.h"
 
 #include "bridge/display_conversion.h"
-#include "bridge/query.h"
 #include "display_side_bridge_impl.h"
 #include "hmx/displaymanager/layer_config_client.h"
+#include "hmx/query.h"
+#include "hmx/refusals.h"
 
 namespace hmx {
 
@@ -17,7 +18,7 @@ struct DisplaySideScheme<LayersResource> : LayersResource {
     static constexpr char element[] = "LayersBridge::retrieveLayerconfigurationObject id : %s ";
     static constexpr char elementUnknown[] =
         "LayersBridge::retrieveLayerconfigurationObject id : %s for layerconfig is not known on hmx brigde";
-    static constexpr char elementUnknownReason[] = "[LayersBridge::retrieveLayerconfigurationObject layer config id not found]";
+    static constexpr const auto& elementUnknownReason = refusals::layersUnknown;
     static constexpr char elementOfOne[] =
         "LayersBridge::retrieveLayerconfigurationObject requesting layers for display: %s via swagger";
     static constexpr char elementNoClient[] = "LayersBridge::retrieveLayerconfigurationObject no display client available";
@@ -29,9 +30,7 @@ struct DisplaySideScheme<LayersResource> : LayersResource {
         return client.getLayerConfigs(std::move(handler));
     }
     static void* getOne(Client& client, std::unique_ptr<kelo::IResponseHandler<One>> handler, const std::string& name) {
-        if (name.empty())
-            return refuseNameless(
-                "[LayersBridge::retrieveLayerconfigurationObject a display with an empty name cannot be asked for]", *handler);
+        if (name.empty()) return refuseNameless(refusals::layersNameless, *handler);
         return client.getLayerConfig(std::move(handler), name);
     }
 

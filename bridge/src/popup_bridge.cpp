@@ -10,9 +10,10 @@
 #include <utility>
 
 #include "bridge/common_texts.h"
-#include "bridge/query.h"
 #include "core/list_page.h"
 #include "hmx/popups/hmx_popups_client.h"
+#include "hmx/query.h"
+#include "hmx/refusals.h"
 #include "kelo/func_call_event.h"
 #include "kelo/tolu/transform.h"
 #include "tracing/channel.h"
@@ -124,7 +125,7 @@ void* PopupBridge::retrievePopupObject(std::unique_ptr<IResponseHandler<PopupObj
         if (popup == nullptr) {
             tracing::logCV(channel, unknownIdLevel,
                            "PopupBridge::retrievePopupObject id : %s for popup is not known on hmx brigde", IdText{id}.c_str());
-            handler->onError(Response::createErrorResponse(404, "[PopupBridge::retrievePopupObject: popup id not found]"));
+            handler->onError(Response::createErrorResponse(404, refusals::popupUnknown));
             return;
         }
         tracing::logCV(channel, progressLevel,
@@ -147,8 +148,7 @@ void* PopupBridge::retrievePopupObjects(std::unique_ptr<IResponseHandler<PopupOb
         const std::string* const display = params ? restriction(params->values, "display") : nullptr;
         if (display == nullptr) {
             tracing::logC(channel, errorLevel, "PopupBridge::retrievePopupObjects display has to be specified in tolu params");
-            handler->onError(Response::createErrorResponse(
-                400, "[PopupBridge::retrievePopupObjects display has to be specified in tolu params]"));
+            handler->onError(Response::createErrorResponse(400, refusals::popupsNeedDisplay));
             return;
         }
         const std::string* const name = restriction(params->values, "name");
@@ -212,8 +212,7 @@ void PopupBridge::start(RequestKey key, std::unique_ptr<IResponseHandler<Result>
     const bool isOfAll = std::is_same_v<Upstream, GetPopups>;
     // With an empty name, the upstream path would be that of something else.
     if (details.popup.display.empty() || (details.popup.name.empty() && !isOfAll)) {
-        handler->onError(Response::createErrorResponse(
-            404, "[PopupBridge a popup with an empty name, or on a display with an empty name, cannot be asked for]"));
+        handler->onError(Response::createErrorResponse(404, refusals::popupNameless));
         return;
     }
     auto upstream = std::make_unique<Upstream>(*worker_, handler->isOneShot(), handler->account(),

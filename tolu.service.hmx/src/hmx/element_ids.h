@@ -11,6 +11,9 @@
 
 namespace hmx {
 
+// What a display without a name is called; its display manager does not know it under that name.
+inline const std::string namelessDisplay{"no_name_defined"};
+
 // The ids are the version-5 UUIDs of these texts. Thread: any, as for everything here.
 [[nodiscard]] std::string displayIdName(const std::string& name);
 [[nodiscard]] std::string displayableIdName(const int& number);
