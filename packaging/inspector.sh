@@ -9,7 +9,7 @@ kept=node_modules
 
 # True if nothing of the page is newer than the file.
 upToDate() {
-    [ -e "$1" ] && [ -z "$(find . -path ./node_modules -prune -o -path ./dist -prune -o -newer "$1" -type f -print -quit)" ]
+    [ -e "$1" ] && [ -z "$(find . ../client/rules -path ./node_modules -prune -o -path ./dist -prune -o -newer "$1" -type f -print -quit)" ]
 }
 
 command -v npm >/dev/null || { echo "inspector: npm is not installed; \`make setup\` installs it" >&2; exit 1; }

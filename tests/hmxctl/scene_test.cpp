@@ -100,6 +100,32 @@ TEST_F(Scene, LayersThatAreSwitchedOffTakeNoTouch) {
     EXPECT_NE(services.run({"tree"}).out.find("layer Top  z 2  #2  inactive"), std::string::npos);
 }
 
+TEST_F(Scene, ExplainFindsWhatWasNamed) {
+    services.service("/hmxinputmanager").on("retrieve /Driver_Display", regions);
+    const std::string driver = "19243473-0126-5f4b-b1bf-4879152c72e5";
+    const std::vector<std::tuple<std::string, ExitCode, std::string>> cases{
+        {"displays/Driver_Display", ExitCode::ok, "displays/Driver_Display can show pictures.\nWARNING"},
+        {"displays/1924", ExitCode::ok, "OK       Its resolution is 200x100."},
+        {"layerconfigurations/Driver_Display", ExitCode::ok, "OK       layer Map: It is at z 1, below Top."},
+        {"regions/Driver_Display/2", ExitCode::ok, "regions/Driver_Display/2 (#2) receives touches."},
+        {"regions/Driver_Display/H", ExitCode::ok,
+         "WARNING  No touch reaches 20 % of it: these are kept by #2 above it.\n"
+         "         → Move or shrink"},
+        {"regions/Driver_Display/3", ExitCode::notFound, "regions of the display: 1, 2"},
+        {"regions/Driver/1", ExitCode::notFound, "did you mean 'Driver_Display'?"},
+        {"regions/Driver_Display", ExitCode::usage, "which region?"},
+        {"popups/Driver_Display/None", ExitCode::notFound, "no such element"},
+    };
+    for (const auto& [word, code, text] : cases) {
+        const hmxctl_test::Outcome outcome = services.run({"explain", word.c_str()});
+        EXPECT_EQ(outcome.code, code) << word;
+        EXPECT_NE((outcome.out + outcome.err).find(text), std::string::npos) << word << ": " << outcome.out << outcome.err;
+    }
+    const Json document = Json::parse(services.run({"explain", "regions/Driver_Display/1", "-o", "json"}).out);
+    EXPECT_EQ(document["findings"][0]["rule"], "region.partly-covered");
+    EXPECT_EQ(document["findings"][0]["values"], Json({{"percent", 20}, {"others", {"#2"}}}));
+}
+
 TEST_F(Scene, TreeLeavesOutWhatIsAway) {
     const hmxctl_test::Outcome without = services.run({"tree"});
     EXPECT_EQ(without.code, ExitCode::ok);
@@ -133,6 +159,8 @@ TEST(Completion, OffersWhatCanComeNext) {
         {"hmxctl --timeout 3s get displa", "displays/ displayables/"},
         {"hmxctl watch displ", "displays displayables"},
         {"hmxctl get displays/", "displays/Driver_Display displays/Cluster_Display"},
+        {"hmxctl explain re", "regions/ regionconfigurations/"},
+        {"hmxctl explain regions/C", "regions/Cluster_Display/"},
         {"hmxctl get popups/Dri", "popups/Driver_Display/Phone"},
         {"hmxctl list popups act", "active="},
         {"hmxctl list popups active=", "active=true active=false"},

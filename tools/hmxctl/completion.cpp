@@ -130,6 +130,13 @@ void offerElements(Offers& out, NameSource& names, bool elementNeeded) {
     }
 }
 
+// Touch regions: of the displays that have some, their numbers are not known without asking.
+void offerRegions(Offers& out, NameSource& names) {
+    const std::string before = "regions/";
+    if (!out.current().starts_with(before)) return out.offer(before);
+    for (const std::string& display : names.elements(*findResource("displays"))) out.offer(before + display + "/");
+}
+
 void offerKeys(Offers& out, Members members) {
     for (const MemberDescription& member : members) out.offer(std::string{member.key} + "=", kelo::record::typeText(member));
 }
@@ -197,6 +204,7 @@ void offerFirstWord(Offers& out, const Verb& verb, NameSource& names) {
             }
             return;
         case FirstWord::element:
+            if (verb.name == "explain") offerRegions(out, names);
             return offerElements(out, names, true);
         case FirstWord::target:
             return offerElements(out, names, false);

@@ -6,7 +6,6 @@
 #include "columns.h"
 #include "hmx/client/input_regions.h"
 #include "hmx/client/resources.h"
-#include "region_text.h"
 #include "text.h"
 
 namespace hmxctl {

@@ -1,22 +1,14 @@
 // Displays, layers, popups and touch regions as one tree.
 #pragma once
 
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "failure.h"
 #include "hmx/client/document.h"
+#include "hmx/client/scene.h"
 
 namespace hmxctl {
-
-// What one display shows. Thread: any (a value).
-struct DisplayScene {
-    Json display;                                // its element
-    Json layers{};                               // of its layer configuration, as listed
-    std::optional<std::vector<Json>> popups{};   // elements; nothing when they could not be had
-    std::optional<std::vector<Json>> regions{};  // in the input manager's keys; likewise
-};
 
 // The display with its layers from top to bottom (highest zpos first, those without one last), each with the "popups" and
 // "regions" on it; those that name no layer of the display stand beside the layers. A popup belongs to the layer that it names as

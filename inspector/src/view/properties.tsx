@@ -1,10 +1,10 @@
 // The properties of what is selected: what it is, why it is not shown, its members, and what can be done with it.
 
 import { breakable, type Document, isDocument, shown } from '../model/documents';
+import { explain } from '../model/explain';
 import { detailOf, markOf } from '../model/outline';
 import { stateMarks, stateWords } from '../model/popup_state';
-import type { Item, ScenePopup } from '../model/scene';
-import { why } from '../model/why';
+import type { Item } from '../model/scene';
 import * as store from '../store';
 import { PopupActions, RegionActions } from './editing';
 
@@ -16,21 +16,27 @@ function flattened(document: Document, path = ''): [string, unknown][] {
     });
 }
 
-function Why({ popup }: { popup: ScenePopup }) {
-    const reasons = why(store.scene.value, popup);
+// What keeps it from being shown or touched, and what would change that.
+function Why({ item }: { item: Item }) {
+    const findings = explain(store.scene.value, item).filter(({ level }) => level !== 'OK');
+    const state = item.kind === 'popup' ? item.state : undefined;
+    if (findings.length === 0 && state === undefined) return null;
     return (
-        <div class={`why ${popup.state}`}>
-            <p class="state">
-                {stateMarks[popup.state]} {stateWords[popup.state]}
-            </p>
-            {reasons.map(({ words, rival }) => (
-                <p key={words}>
-                    {words}{' '}
-                    {rival && (
-                        <button class="link" onClick={() => (store.selected.value = rival.address)}>
-                            Show {rival.label}
+        <div class={`why ${state ?? ''}`}>
+            {state && (
+                <p class="state">
+                    {stateMarks[state]} {stateWords[state]}
+                </p>
+            )}
+            {findings.map(({ rule, level, text, remedy, item: other }) => (
+                <p key={rule} class={level}>
+                    {text}{' '}
+                    {other && (
+                        <button class="link" onClick={() => (store.selected.value = other.address)}>
+                            Show {other.label}
                         </button>
                     )}
+                    <span class="note">{remedy}</span>
                 </p>
             ))}
         </div>
@@ -101,7 +107,7 @@ export function Properties() {
                 </button>
             </p>
             {item && sourceOf(item) !== '' && <p class="note">{sourceOf(item)}</p>}
-            {item?.kind === 'popup' && <Why popup={item} />}
+            {item && <Why item={item} />}
             {item?.kind === 'popup' && changes && <PopupActions popup={item} />}
             {item?.kind === 'region' && changes && <RegionActions key={item.address} region={item} />}
             {item && <Members item={item} />}

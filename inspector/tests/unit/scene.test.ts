@@ -3,9 +3,8 @@ import { expect, test } from 'vitest';
 import { memberChanges } from '../../src/model/diff';
 import type { Document } from '../../src/model/documents';
 import { ancestors, outline } from '../../src/model/outline';
-import { configurationId, find, type Scene, SceneMaker, type ScenePopup, watches } from '../../src/model/scene';
+import { configurationId, find, type Scene, SceneMaker, watches } from '../../src/model/scene';
 import { gateway, taken } from '../../src/model/state';
-import { why } from '../../src/model/why';
 import { stateOf } from './world';
 
 const layers = [
@@ -49,10 +48,6 @@ const usual: Record<string, Document[]> = {
         },
     ],
 };
-
-function sceneOf(...popups: Document[]): Scene {
-    return new SceneMaker().make(stateOf({ ...usual, [watches.popups]: popups }));
-}
 
 function lines(scene: Scene, opened = new Map<string, boolean>(), filter = ''): string[] {
     return outline(scene, opened, filter).map(
@@ -136,41 +131,6 @@ test('what is lost is told by its reason, and only that is stale', () => {
     ]);
     expect([...some.stale].sort()).toEqual(['display', 'popup', 'region']);
     expect(new SceneMaker().make(taken(stateOf(usual), [lost(gateway, 'c', 1)]).state).stale.size).toBe(5);
-});
-
-test.each<[string, Document, Document[], string[]]>([
-    ['shown', { visible: true, active: true, requested: true }, [], []],
-    ['nobody wants it', {}, [], ['Nobody has requested it.']],
-    [
-        'another has the slot',
-        { requested: true, suppressed: true },
-        [popup('Other', { active: true, slot: 'top' }), popup('Rival', { active: true, priorityInlayer: 80 })],
-        ['Suppressed: Rival (priority 80) has the slot "center".'],
-    ],
-    [
-        'suppressed by nobody',
-        { requested: true, suppressed: true },
-        [],
-        ['Suppressed, although no other popup has the slot "center".'],
-    ],
-    ['hidden', { requested: true, active: true }, [], ['It has the slot "center", but "visible" was set to false.']],
-    ['undecided', { requested: true, slot: '' }, [], ['Requested; the popup manager has not made it active yet.']],
-    [
-        'shown where it cannot be seen',
-        { visible: true, popupLayerCompositing: 'Camera' },
-        [],
-        ['Its layer Camera is switched off.'],
-    ],
-    [
-        'no layer of this display',
-        { popupLayerCompositing: 'Gone', popupLayerLogical: 'PHONE' },
-        [],
-        ['Nobody has requested it.', 'Its layer is not on this display: D has no layer Gone or PHONE.'],
-    ],
-    ['no layer at all', { visible: true, popupLayerCompositing: '' }, [], []],
-])('why a popup is not shown: %s', (_, members, others, reasons) => {
-    const scene = sceneOf(popup('Asked', members), ...others);
-    expect(why(scene, find(scene, '/popups/D/Asked') as ScenePopup).map(({ words }) => words)).toEqual(reasons);
 });
 
 test.each<[string, Document, Document, string[]]>([

@@ -7,7 +7,6 @@
 #include "hmx/client/hit_test.h"
 #include "hmx/client/input_regions.h"
 #include "layer_notes.h"
-#include "region_text.h"
 #include "render.h"
 #include "table.h"
 #include "targets.h"

@@ -124,6 +124,18 @@ constexpr std::array table{
          .most = 3,
          .first = FirstWord::display,
          .run = runHit},
+    Verb{.name = "explain",
+         .words = "RESOURCE/ELEMENT | regions/DISPLAY/NUMBER",
+         .summary = "Show why an element is, or is not, shown or touched",
+         .details = "Each line is OK, WARNING or PROBLEM, the most decisive first, with what would change it. A touch region is\n"
+                    "named by its display and the number that `hmxctl tree` shows, or by its HMI for all of them.\n"
+                    "Examples: hmxctl explain popups/Driver_Display/Incoming_Call\n"
+                    "          hmxctl explain displayables/Map_Main\n"
+                    "          hmxctl explain regions/Driver_Display/3\n",
+         .fewest = 1,
+         .most = 1,
+         .first = FirstWord::element,
+         .run = runExplain},
     Verb{.name = "uuid",
          .words = "RESOURCE/NAME ... | --name TEXT",
          .summary = "Compute the ids and URIs of elements, offline",

@@ -54,6 +54,7 @@ ExitCode runComplete(Context& context);
 ExitCode runCompletion(Context& context);
 ExitCode runDelete(Context& context);
 ExitCode runDescribe(Context& context);
+ExitCode runExplain(Context& context);
 ExitCode runGet(Context& context);
 ExitCode runHelp(Context& context);
 ExitCode runHit(Context& context);

@@ -22,4 +22,8 @@ namespace hmx::client {
 // Thread: any.
 [[nodiscard]] const Json* findLayer(const Json& layers, const std::string& name);
 
+// What a region is called, "HMI_ID_ANDROID_DRIVER #3", and where it is, "200x100 at 10,20". Thread: any.
+[[nodiscard]] std::string regionName(const Json& region);
+[[nodiscard]] std::string boundsText(const Json& region);
+
 }  // namespace hmx::client
