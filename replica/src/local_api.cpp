@@ -2,6 +2,7 @@
 // interleave. A call that is being answered is held by who answers it, because the consumer may cancel it meanwhile.
 #include "hmx/replica/local_api.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <map>
 #include <utility>
@@ -97,6 +98,10 @@ void* LocalApi::request(const kelo::Request& request, std::unique_ptr<kelo::IRes
 void LocalApi::cancel(void* handle) {
     const auto call = calls_->take(reinterpret_cast<Calls::Number>(handle));
     if (call != nullptr && call->handle != UNDEFINED_REQUEST_HANDLE) call->provider->cancelRequest(call->handle);
+}
+
+bool LocalApi::hasStreams() const noexcept {
+    return std::any_of(calls_->open.begin(), calls_->open.end(), [](const auto& each) { return !each.second->isOneShot; });
 }
 
 }  // namespace hmx::replica

@@ -49,8 +49,10 @@ public:
         std::vector<const char*> argv{"hmxctl"};
         argv.insert(argv.end(), words.begin(), words.end());
         std::ostringstream err;
-        const auto client = [&](const hmxctl::Arguments&, const hmx::client::ClientOptions& options) {
-            return std::make_unique<hmx::client::Client>(options, [&](auto&) { return std::make_unique<ScriptedDomain>(apis_); });
+        const auto client = [&](const hmxctl::Arguments&, const hmx::client::ClientOptions& options,
+                                const hmx::client::Client::DomainMaker& domain) {
+            const auto scripted = [&](auto&) { return std::make_unique<ScriptedDomain>(apis_); };
+            return std::make_unique<hmx::client::Client>(options, domain ? domain : scripted);
         };
         const ExitCode code = hmxctl::runCommand(static_cast<int>(argv.size()), argv.data(), client, descriptor, err);
         return {code, "", err.str()};

@@ -110,6 +110,10 @@ private:
         root_.flag("--no-color", noColour_, "No colours, even on a terminal (like NO_COLOR)");
         root_.value("--runtime-dir", arguments_.runtimeDirectory, "Where the domains are (KELO_RUNTIME_DIR)", "DIR");
         root_.value("--domain", arguments_.domain, "The domain of the services (KELO_DOMAIN, else local)", "NAME");
+        root_.value("--from", arguments_.from, "Ask a recording instead of running services; - is standard input", "FILE");
+        root_.value("--at", arguments_.at,
+                    "The time that is shown: 12.5s, -3s (before the end), 12:34:56 (the end; watch, wait: the start)", "TIME");
+        root_.value("--speed", speed_, "How fast watch and wait play it: a factor, or max (watch 1, wait max)", "N");
         root_.flag("-v,--verbose", arguments_.verbose, "Show on standard error what is asked and what comes back");
         root_.helpFlag("-h,--help", "Show this help");
         root_.flag("--version", version_, "Show the version");
@@ -175,6 +179,7 @@ private:
             arguments_.timeoutGiven = true;
         }
         if (!duration_.empty()) arguments_.duration = parseDuration(duration_);
+        interpretRecording();
         // Verbs that look for a service again and again want to know of its absence at once.
         arguments_.patient = arguments_.timeoutGiven && (arguments_.verb->options & (watching | appearing)) == 0;
         if (!mime_.empty()) arguments_.mimeType = mimeTypeNamed(mime_);
@@ -196,6 +201,32 @@ private:
         arguments_.colour = !noColour_;
         arguments_.validate = !noValidate_;
         arguments_.reconnect = !noReconnect_;
+    }
+
+    void interpretRecording() {
+        const std::string verb{arguments_.verb->name};
+        if (arguments_.from.empty()) {
+            for (const char* option : {"--from", "--at", "--speed"}) {
+                if (root_.isGiven(option)) {
+                    throw usageError(
+                        option == std::string_view{"--from"} ? "--from: which file?" : std::string{option} + " is of a recording",
+                        "hmxctl --from FILE " + verb);
+                }
+            }
+            return;
+        }
+        if ((arguments_.verb->options & liveOnly) != 0) {
+            throw usageError(verb + " needs a running system; a recording can only be looked at",
+                             "leave out --from " + arguments_.from);
+        }
+        if (speed_.empty() && (arguments_.verb->options & appearing) == 0) arguments_.speed = 1;
+        if (speed_.empty() || speed_ == "max") return;
+        double speed = 0;
+        const auto end = std::from_chars(speed_.data(), speed_.data() + speed_.size(), speed);
+        if (end.ec != std::errc{} || end.ptr != speed_.data() + speed_.size() || !(speed >= 0.001 && speed <= 1e6)) {
+            throw usageError("--speed: '" + speed_ + "' is no speed", "a factor from 0.001 to 1000000, or max");
+        }
+        arguments_.speed = speed;
     }
 
     void checkWords() const {
@@ -222,6 +253,7 @@ private:
     std::string mime_;
     std::string count_;
     std::string duration_;
+    std::string speed_;
     std::string name_;
     bool noColour_ = false;
     bool noValidate_ = false;

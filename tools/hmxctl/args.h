@@ -28,6 +28,9 @@ struct Arguments {
     std::string runtimeDirectory;  // "": from the environment
     std::string domain;
     bool verbose = false;
+    std::string from;             // a recording instead of running services; "": none
+    std::string at;               // the time of it that is shown; "": as the verb wants it
+    std::optional<double> speed;  // at which it is played; nothing: as fast as it can be followed
 
     const Verb* verb = nullptr;
     std::vector<std::string> words;  // what follows the verb and is no option

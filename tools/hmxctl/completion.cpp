@@ -38,7 +38,7 @@ constexpr std::string_view zshScript = R"script(#compdef hmxctl
 _hmxctl() {
     local -a whole begun shown
     local word about
-    if [[ ${words[CURRENT-1]} == (-f|--file|--runtime-dir) ]]; then
+    if [[ ${words[CURRENT-1]} == (-f|--file|--from|--runtime-dir) ]]; then
         _files
         return
     fi
@@ -69,13 +69,15 @@ constexpr std::string_view fishScript = R"script(# fish completion of hmxctl
 complete -c hmxctl -f -a '(hmxctl __complete -- (commandline -cp) 2>/dev/null)'
 complete -c hmxctl -s f -l file -r -F
 complete -c hmxctl -l runtime-dir -r -F
+complete -c hmxctl -l from -r -F
 )script";
 
 constexpr std::array<std::pair<std::string_view, std::string_view>, 3> scripts{
     {{"bash", bashScript}, {"zsh", zshScript}, {"fish", fishScript}}};
 
-constexpr std::array<std::string_view, 10> optionsWithValue{"-o",       "--output", "--timeout", "--mime",  "--runtime-dir",
-                                                            "--domain", "-f",       "--file",    "--count", "--name"};
+constexpr std::array<std::string_view, 13> optionsWithValue{"--from",    "--at",    "--speed",       "-o",       "--output",
+                                                            "--timeout", "--mime",  "--runtime-dir", "--domain", "-f",
+                                                            "--file",    "--count", "--name"};
 
 bool takesValue(const std::string& option) {
     return std::find(optionsWithValue.begin(), optionsWithValue.end(), option) != optionsWithValue.end();
@@ -105,6 +107,7 @@ private:
 
 void offerOptionValues(Offers& out, const std::string& option) {
     if (option == "-o" || option == "--output") out.offerAll(std::array{"table", "json", "jsonl", "raw"});
+    if (option == "--speed") out.offerAll(std::array{"max"});
     if (option == "--mime") out.offerAll(std::array{"json", "msgpack", "ixobin"});
 }
 

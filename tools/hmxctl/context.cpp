@@ -1,8 +1,11 @@
 #include "context.h"
 
+#include <sys/time.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
+#include <ctime>
 #include <exception>
 #include <ostream>
 
@@ -47,6 +50,24 @@ private:
     std::ostream& err_;
 };
 
+// Says what is wrong with a recording when all else has been said. Thread: main.
+class Complaints {
+public:
+    explicit Complaints(Context& context) : context_{context} {}
+    Complaints(const Complaints&) = delete;
+    Complaints& operator=(const Complaints&) = delete;
+    ~Complaints() {
+        if (context_.recording == nullptr) return;
+        const std::vector<std::string> all = context_.recording->complaints();
+        for (std::size_t i = 0; i < std::min(all.size(), most); ++i) context_.err << "hmxctl: " + printable(all[i]) + "\n";
+        if (all.size() > most) context_.err << "hmxctl: and " + std::to_string(all.size() - most) + " lines more\n";
+    }
+
+private:
+    static constexpr std::size_t most = 10;
+    Context& context_;
+};
+
 }  // namespace
 
 ClientOptions clientOptions(const Arguments& arguments, IObserver* observer) {
@@ -74,6 +95,18 @@ bool Context::waitForNews(const std::optional<Deadline>& until) const {
     return woken == Dispatcher::Woken::news;
 }
 
+std::string Context::clockTime() const {
+    if (recording != nullptr) return recording->clock();
+    timeval now{};
+    ::gettimeofday(&now, nullptr);
+    std::tm local{};
+    ::localtime_r(&now.tv_sec, &local);
+    std::array<char, 32> text{};
+    const std::size_t length = std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
+    const std::string milliseconds = std::to_string(1000 + now.tv_usec / 1000);
+    return std::string{text.data(), length} + "." + milliseconds.substr(1);
+}
+
 std::string Context::action() const {
     std::string text{arguments.verb->name};
     if (!arguments.words.empty()) text += " " + arguments.words.front();
@@ -99,9 +132,22 @@ ExitCode runCommand(int argc, const char* const* argv, const ClientMaker& makeCl
             return ExitCode::ok;
         }
         Tracer tracer{err};
+        RecordedDomain* recording = nullptr;
+        Client::DomainMaker domain;
+        if (!arguments.from.empty()) {
+            domain = [&](Dispatcher& dispatcher) {
+                auto made = openRecording(dispatcher, {.file = arguments.from,
+                                                       .at = arguments.at,
+                                                       .plays = (arguments.verb->options & (watching | appearing)) != 0,
+                                                       .speed = arguments.speed});
+                recording = made.get();
+                return made;
+            };
+        }
         const std::unique_ptr<Client> client =
-            makeClient(arguments, clientOptions(arguments, arguments.verbose ? &tracer : nullptr));
-        Context context{arguments, *client, out, err};
+            makeClient(arguments, clientOptions(arguments, arguments.verbose ? &tracer : nullptr), domain);
+        Context context{arguments, *client, out, err, recording};
+        Complaints complaints{context};
         action = context.action();
         verb = arguments.verb->name;
         const ExitCode code = arguments.verb->run(context);

@@ -13,6 +13,7 @@
 #include "hmx/client/client.h"
 #include "hmx/client/resources.h"
 #include "output.h"
+#include "recorded_domain.h"
 #include "verbs/verbs.h"
 
 namespace hmxctl {
@@ -23,6 +24,7 @@ struct Context {
     Client& client;
     Output& out;
     std::ostream& err;
+    RecordedDomain* recording = nullptr;  // that is asked instead of running services; null: none
     Deadline deadline{arguments.timeout};
 
     // Does the task. Errors: Failure.
@@ -45,6 +47,11 @@ struct Context {
     // nobody reads the output any more. Errors: Failure.
     bool waitForNews(const std::optional<Deadline>& until) const;
 
+    // The time of day that is shown: "12:34:56.789".
+    std::string clockTime() const;
+    // Whether a recording has been played to its end.
+    bool isOver() const { return recording != nullptr && recording->isOver(); }
+
     // A remark for people, on standard error.
     void note(std::string_view text);
 
@@ -55,8 +62,10 @@ struct Context {
 // How the arguments want services to be found and asked. `observer` may be null.
 [[nodiscard]] ClientOptions clientOptions(const Arguments& arguments, IObserver* observer);
 
+// Makes the client. `domain`: makes what services are found in, in place of the usual; null: none.
+using ClientMaker =
+    std::function<std::unique_ptr<Client>(const Arguments& arguments, ClientOptions options, const Client::DomainMaker& domain)>;
 // Runs a whole command line: parses it, runs the verb, reports failures on `err`. Never throws.
-using ClientMaker = std::function<std::unique_ptr<Client>(const Arguments& arguments, ClientOptions options)>;
 [[nodiscard]] ExitCode runCommand(int argc, const char* const* argv, const ClientMaker& makeClient, int outputDescriptor,
                                   std::ostream& err);
 

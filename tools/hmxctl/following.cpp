@@ -7,7 +7,7 @@ std::optional<Update> nextUpdate(Context& context, Subscription& subscription, c
     for (;;) {
         std::optional<Update> update = subscription.tryNext();
         if (update && update->kind == Update::Kind::failed) throw failureOf(*update->error);
-        if (update || (until && until->passed())) return update;
+        if (update || (until && until->passed()) || context.isOver()) return update;
         (void)context.waitForNews(until);
     }
 }

@@ -36,12 +36,14 @@ int runProcess(int argc, char** argv) {
     fillStandardDescriptors();
     (void)std::signal(SIGPIPE, SIG_IGN);
     (void)std::signal(SIGINT, onInterrupt);
-    const auto makeClient = [](const hmxctl::Arguments& arguments, hmx::client::ClientOptions options) {
+    const auto makeClient = [](const hmxctl::Arguments& arguments, hmx::client::ClientOptions options,
+                               const hmx::client::Client::DomainMaker& domain) {
         // The platform's own lines are for services; here an error is said once, in the words of the command.
         if (!arguments.verbose && std::getenv("KELO_TRACE") == nullptr) {
             tracing::setSink([](const char*, int, const char*, void*) {}, nullptr);
         }
-        return std::make_unique<hmx::client::Client>(std::move(options));
+        return domain ? std::make_unique<hmx::client::Client>(std::move(options), domain)
+                      : std::make_unique<hmx::client::Client>(std::move(options));
     };
     return static_cast<int>(hmxctl::runCommand(argc, argv, makeClient, STDOUT_FILENO, std::cerr));
 }

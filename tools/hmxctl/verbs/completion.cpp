@@ -63,14 +63,22 @@ ExitCode runCompletion(Context& context) {
 
 ExitCode runComplete(Context& context) {
     const std::string line = joined(context.arguments.words, " ");
-    // Whoever is looking into another domain wants the names of that one.
+    // Whoever is looking into another domain, or a recording, wants the names of that one.
     Arguments arguments = context.arguments;
     const std::string directory = optionValue(line, "--runtime-dir");
     const std::string domain = optionValue(line, "--domain");
     if (!directory.empty()) arguments.runtimeDirectory = directory;
     if (!domain.empty()) arguments.domain = domain;
-    const bool elsewhere = !directory.empty() || !domain.empty();
-    const std::unique_ptr<Client> client = elsewhere ? std::make_unique<Client>(clientOptions(arguments, nullptr)) : nullptr;
+    const std::string from = optionValue(line, "--from");
+    const bool elsewhere = !directory.empty() || !domain.empty() || !from.empty();
+    std::unique_ptr<Client> client;
+    if (!from.empty()) {
+        if (from == "-") return ExitCode::ok;  // not ours to read
+        const auto recorded = [&](Dispatcher& dispatcher) { return openRecording(dispatcher, {.file = from}); };
+        client = std::make_unique<Client>(clientOptions(arguments, nullptr), recorded);
+    } else if (elsewhere) {
+        client = std::make_unique<Client>(clientOptions(arguments, nullptr));
+    }
     Context there{arguments, elsewhere ? *client : context.client, context.out, context.err};
     LiveNames names{there};
     for (const Candidate& candidate : complete(line, names)) {

@@ -23,6 +23,7 @@ enum VerbOption : std::uint32_t {
     appearing = 1U << 3U,   // --appear
     idParts = 1U << 4U,     // --name, --id, --uri
     keepOpen = 1U << 5U,    // --stream
+    liveOnly = 1U << 6U,    // not with --from
 };
 
 // What the first word behind a verb is, for completion.

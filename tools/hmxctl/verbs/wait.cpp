@@ -26,10 +26,13 @@ ExitCode runWait(Context& context) {
     Subscription subscription{context.client, {.target = target}};
     Json last;
     std::string lost;
+    // A recording ends by itself.
+    const bool endsByItself = context.recording != nullptr && !context.arguments.timeoutGiven;
+    const std::optional<Deadline> patience = endsByItself ? std::nullopt : std::optional{context.deadline};
     // An element and a service that are not there from the start are a slip of the one who asks, unless told otherwise; once
     // seen, both may go and come back.
     bool patient = context.arguments.appear;
-    while (const std::optional<Update> update = nextUpdate(context, subscription, context.deadline)) {
+    while (const std::optional<Update> update = nextUpdate(context, subscription, patience)) {
         if (update->error) {
             const Failure failure = failureOf(*update->error);
             if (!patient && update->kind != Update::Kind::ended) throw Failure{failure};
@@ -43,11 +46,12 @@ ExitCode runWait(Context& context) {
         print(context, *update);
         return ExitCode::ok;
     }
-    throw Failure{ExitCode::timeout,
-                  "'" + context.arguments.words[1] + "' did not hold within " + durationText(context.arguments.timeout) + ": " +
-                      (last.is_null() ? "the element was never seen" : expression.valuesIn(last)) +
-                      (lost.empty() ? "" : "; " + lost),
-                  "--timeout gives it longer"};
+    throw Failure{
+        ExitCode::timeout,
+        "'" + context.arguments.words[1] + "' did not hold " +
+            (context.isOver() ? "until the end of the recording" : "within " + durationText(context.arguments.timeout)) + ": " +
+            (last.is_null() ? "the element was never seen" : expression.valuesIn(last)) + (lost.empty() ? "" : "; " + lost),
+        context.isOver() ? "" : "--timeout gives it longer"};
 }
 
 }  // namespace hmxctl

@@ -5,11 +5,7 @@
 // of the return. An upstream service that is away from the start is down first; if the service itself is, that is a failure,
 // unless the command line says how long to wait for it. What stays the same between two states is not an event.
 
-#include <sys/time.h>
-
 #include <algorithm>
-#include <array>
-#include <ctime>
 
 #include "columns.h"
 #include "following.h"
@@ -23,17 +19,6 @@
 
 namespace hmxctl {
 namespace {
-
-std::string clockTime() {
-    timeval now{};
-    ::gettimeofday(&now, nullptr);
-    std::tm local{};
-    ::localtime_r(&now.tv_sec, &local);
-    std::array<char, 32> text{};
-    const std::size_t length = std::strftime(text.data(), text.size(), "%H:%M:%S", &local);
-    std::string milliseconds = std::to_string(1000 + now.tv_usec / 1000);
-    return std::string{text.data(), length} + "." + milliseconds.substr(1);
-}
 
 // Shows events in one of the output forms. Thread: main.
 class Presenter {
@@ -108,7 +93,7 @@ private:
     }
 
     void line(const std::string& event, const std::string& text, Style style) {
-        std::string out = styled(clockTime(), Style::dim, out_.colour()) + " " + styled(event, style, out_.colour());
+        std::string out = styled(context_.clockTime(), Style::dim, out_.colour()) + " " + styled(event, style, out_.colour());
         if (!text.empty()) out += " " + printable(text);
         out_.line(out);
         out_.flush();
@@ -134,7 +119,7 @@ private:
         const TerminalSize size = out_.size();
         const bool colour = out_.colour();
         std::vector<std::string> lines;
-        lines.push_back(styled(target_.text(), Style::bold, colour) + "  " + clockTime());
+        lines.push_back(styled(target_.text(), Style::bold, colour) + "  " + context_.clockTime());
         if (!fault.empty()) lines.push_back(styled("source down: " + printable(fault), Style::red, colour));
         for (std::string& row : elementLines(*target_.resource, elements_, fields_, colour)) lines.push_back(std::move(row));
         if (lines.size() >= size.rows && size.rows > 2) {
@@ -270,6 +255,10 @@ ExitCode runWatch(Context& context) {
         const std::optional<Update> update = nextUpdate(context, subscription, until);
         if (update && watch.handle(*update)) return ExitCode::ok;
         if (end && end->passed()) return ExitCode::ok;
+        if (!update && context.isOver()) {
+            context.note("the recording ends here");
+            return ExitCode::ok;
+        }
         if (!update && watch.patience() && watch.patience()->passed()) throw watch.absence();
     }
 }

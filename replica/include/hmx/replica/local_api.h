@@ -22,6 +22,8 @@ public:
     void* request(const kelo::Request& request, std::unique_ptr<kelo::IResponseHandler<kelo::Response>>&& handler,
                   kelo::RequestLimits limits = {}) override;
     void cancel(void* handle) override;
+    // Whether a request is open that wants more than one answer.
+    bool hasStreams() const noexcept;
 
 private:
     struct Calls;
