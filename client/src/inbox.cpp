@@ -8,24 +8,24 @@
 namespace hmx::client {
 namespace {
 
-// How many intermediate states of its requests a reader that is slow still gets to see.
+// How many intermediate states of its requests a reader that is slow gets to see in any case.
 constexpr std::size_t mostKept = 16;
 
 }  // namespace
 
 // What readers and handlers share. Thread: any.
 struct Inbox::Mail {
-    explicit Mail(Signal::Raiser raiser) : arrival{std::move(raiser)} {}
+    Mail(Signal::Raiser raiser, std::size_t itsRoom) : arrival{std::move(raiser)}, room{itsRoom} {}
 
     void put(Event event) {
         {
             const std::lock_guard lock{mutex};
             if (isClosed) return;
-            const auto last = std::find_if(events.rbegin(), events.rend(), [&](const Event& each) {
-                return each.source == event.source && each.kind == Event::Kind::next;
-            });
-            if (event.kind == Event::Kind::next && events.size() >= mostKept && last != events.rend()) {
-                *last = std::move(event);
+            event.at = Deadline::Clock::now();
+            bytes += event.response.payload().bytes().size();
+            if (Event* const passedOver = olderOf(event)) {
+                bytes -= passedOver->response.payload().bytes().size();
+                *passedOver = std::move(event);
             } else {
                 events.push_back(std::move(event));
             }
@@ -33,9 +33,20 @@ struct Inbox::Mail {
         arrival.raise();
     }
 
+    // The value that `event` replaces, because too many wait; null if it has room.
+    Event* olderOf(const Event& event) {
+        if (event.kind != Event::Kind::next || events.size() < mostKept || bytes < room) return nullptr;
+        const auto last = std::find_if(events.rbegin(), events.rend(), [&](const Event& each) {
+            return each.source == event.source && each.kind == Event::Kind::next;
+        });
+        return last == events.rend() ? nullptr : &*last;
+    }
+
     const Signal::Raiser arrival;
+    const std::size_t room;
     std::mutex mutex;
     std::deque<Event> events;
+    std::size_t bytes = 0;  // of their payloads
     bool isClosed = false;
 };
 
@@ -46,11 +57,11 @@ public:
         : mail_{std::move(mail)}, source_{source}, oneShot_{oneShot} {}
 
     bool onNext(const kelo::Response& response) override {
-        mail_->put({source_, Event::Kind::next, response});
+        mail_->put({source_, Event::Kind::next, response, {}});
         return oneShot_;
     }
-    void onError(const kelo::Response& response) override { mail_->put({source_, Event::Kind::error, response}); }
-    void onCompleted() override { mail_->put({source_, Event::Kind::completed, {}}); }
+    void onError(const kelo::Response& response) override { mail_->put({source_, Event::Kind::error, response, {}}); }
+    void onCompleted() override { mail_->put({source_, Event::Kind::completed, {}, {}}); }
     bool isOneShot() const override { return oneShot_; }
 
 private:
@@ -59,7 +70,8 @@ private:
     bool oneShot_;
 };
 
-Inbox::Inbox(Dispatcher& dispatcher) : arrival_{dispatcher}, mail_{std::make_shared<Mail>(arrival_.raiser())} {}
+Inbox::Inbox(Dispatcher& dispatcher, std::size_t keptBytes)
+    : arrival_{dispatcher}, mail_{std::make_shared<Mail>(arrival_.raiser(), keptBytes)} {}
 
 Inbox::~Inbox() {
     const std::lock_guard lock{mail_->mutex};
@@ -76,6 +88,7 @@ std::optional<Event> Inbox::tryTake() {
     if (mail_->events.empty()) return {};
     Event event = std::move(mail_->events.front());
     mail_->events.pop_front();
+    mail_->bytes -= event.response.payload().bytes().size();
     return event;
 }
 

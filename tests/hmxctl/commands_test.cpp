@@ -7,9 +7,11 @@
 
 #include <algorithm>
 #include <csignal>
+#include <fstream>
 #include <tuple>
 
 #include "scripted_services.h"
+#include "support/temporary_directory.h"
 
 namespace hmxctl_test {
 namespace {
@@ -336,6 +338,117 @@ TEST(Wait, EndsWhenTheExpressionHolds) {
     EXPECT_EQ(services.run({"wait", "popups/D/Nope", "visible"}).code, ExitCode::notFound);
     EXPECT_EQ(services.run({"wait", "popups/D/Nope", "visible", "--appear", "--timeout", "30ms"}).code, ExitCode::timeout);
     EXPECT_EQ(ScriptedServices{}.run({"wait", "popups/D/Phone", "visible"}).code, ExitCode::serviceAbsent);
+}
+
+TEST(Wait, IsAboutResourcesAndRemovals) {
+    const std::string shown = popup("D", "A", R"(,"visible":true)");
+    const std::string hidden = popup("D", "A", R"(,"visible":false)");
+    const std::string other = popup("E", "B", R"(,"visible":false)");
+    const std::vector<std::tuple<std::vector<const char*>, ExitCode, std::string>> cases{
+        {{"wait", "popups", "display=D", "any visible == true", "-o", "jsonl"}, ExitCode::ok, shown + "\n"},
+        {{"wait", "popups", "visible", "-o", "jsonl"}, ExitCode::ok, shown + "\n" + other + "\n"},
+        {{"wait", "popups", "none visible && name == 'B'"}, ExitCode::ok, ""},
+        {{"wait", "popups", "count(visible) == 2"}, ExitCode::timeout, "(visible) holds for 1 of 2 elements"},
+        {{"wait", "popups", "display=E", "all visible"}, ExitCode::timeout, "visible holds for 0 of 1 element\n"},
+        {{"wait", "popups", "count == 3"}, ExitCode::timeout, "did not hold within 60 ms: there are 2 elements"},
+        {{"wait", "popups", "any visibel"}, ExitCode::usage, "did you mean 'visible'?"},
+        {{"wait", "popups", "removed"}, ExitCode::usage, "for all of them: 'count == 0'"},
+        {{"wait", "popups/D/A", "display=D", "removed"}, ExitCode::timeout, "did not hold within 60 ms: the element is there"},
+        {{"wait", "popups/E/B", "removed"}, ExitCode::ok, ""},
+        {{"wait", "popups/D/Nope", "removed"}, ExitCode::ok, ""},
+        {{"wait", "regionconfigurations", "count == 0"}, ExitCode::usage, "which element?"},
+        {{"watch", "popups", "display=D", "--until", "any visible"}, ExitCode::ok, "snapshot 1 element"},
+        {{"watch", "popups/D/A", "--until", "visible"}, ExitCode::ok, "changed D/A visible=yes"},
+        {{"watch", "popups", "--until", "count > 2", "--for", "60ms"}, ExitCode::timeout, "--for gives it longer"},
+    };
+    for (const auto& [words, code, text] : cases) {
+        ScriptedServices services;
+        services.hmx().on("retrieve /displays", page({display("D"), display("E")}));
+        services.hmx().on(R"(retrieve /popups {"display":"D"})", std::vector<Events>{{page({hidden}), page({shown})}});
+        services.hmx().on(R"(retrieve /popups {"display":"D","name":"A"})", page({hidden}));
+        services.hmx().on(R"(retrieve /popups {"display":"E"})", page({other}));
+        services.hmx().on(R"(retrieve /popups {"display":"E","name":"B"})", page({other}));
+        services.hmx().on("retrieve /popups/" + idOf("DA"), std::vector<Events>{{hidden}, {hidden, shown}});
+        services.hmx().on("retrieve /popups/" + idOf("EB"), std::vector<Events>{{other}, {other, "404 gone"}});
+        std::vector<const char*> all = words;
+        all.insert(all.end(), {"--timeout", "60ms"});
+        const Outcome outcome = services.run(all);
+        EXPECT_EQ(outcome.code, code) << words[1] << " " << words.back() << ": " << outcome.err;
+        EXPECT_NE((outcome.out + outcome.err).find(text), std::string::npos)
+            << words.back() << ": " << outcome.out << outcome.err;
+    }
+}
+
+// What `record` writes, line by line, without its times.
+std::vector<std::string> linesOf(const std::string& file) {
+    std::ifstream in{file};
+    std::vector<std::string> lines;
+    for (std::string line; std::getline(in, line);) {
+        const std::size_t number = line.find(",\"n\":");
+        if (number != std::string::npos) line.replace(0, number + 1, "{");
+        lines.push_back(line);
+    }
+    return lines;
+}
+
+TEST(Record, WritesWhatTheSourcesSay) {
+    const testing_support::TemporaryDirectory directory;
+    ScriptedServices services;
+    const std::string two = page({display("D"), display("E")});
+    const std::string hidden = R"({"id":"7","name":"A","visible":false})";
+    const std::string shown = R"({"id":"7","name":"A","visible":true})";
+    services.hmx().on("retrieve /displays", std::vector<Events>{{page({display("D")}), "503 upstream gone"}, {two}});
+    services.hmx().on(R"(retrieve /popups {"display":"D"})",
+                      std::vector<Events>{{page({popup("D", "Z"), hidden}), page({popup("D", "Z"), shown})}});
+    const std::string file = directory / "r.jsonl";
+    const Outcome outcome = services.run({"record", "popups", "-o", file.c_str(), "--until", "count == 4"});
+    EXPECT_EQ(services.run({"record", "-o", file.c_str()}).code, ExitCode::usage) << "what exists is not replaced";
+    EXPECT_EQ(outcome.code, ExitCode::ok) << outcome.err;
+    EXPECT_NE(outcome.err.find("'count == 4' is true after"), std::string::npos) << outcome.err;
+    const std::string displays = R"("service":"/hmx","path":"/displays","event":)";
+    const std::string popups = R"("service":"/hmx","path":"/popups","parameters":{"display":"D"},"event":)";
+    const std::vector<std::string> lines = linesOf(file);
+    EXPECT_NE(lines[0].find(R"({"recording":1,"programs":{"hmxctl":")"), std::string::npos) << lines[0];
+    const Asked expected{
+        R"({"n":1,)" + displays + R"("state","status":200,"document":)" + page({display("D")}) + "}",
+        R"({"n":2,)" + displays + R"("lost","status":503,"reason":"upstream gone"})",
+        R"({"n":1,)" + popups + R"("state","status":200,"document":)" + page({popup("D", "Z"), hidden}) + "}",
+        R"({"n":2,)" + popups + R"("change","status":200,"array":"data","steps":[{"step":"set","at":1,"element":)" + shown +
+            "}]}",
+        R"({"n":3,)" + displays + R"("state","status":200,"back":true,"document":)" + two + "}",
+        R"({"n":1,"service":"/hmx","path":"/popups","parameters":{"display":"E"},"event":"missing","status":404,"reason":"[not known]"})"};
+    EXPECT_EQ(Asked(lines.begin() + 1, lines.end()), expected);
+}
+
+// The ring begins with whole answers, whatever has fallen out of it.
+TEST(Record, KeepsTheLatestInMemory) {
+    const testing_support::TemporaryDirectory directory;
+    ScriptedServices services;
+    services.hmx().on("retrieve /displays", std::vector<Events>{{page({driver}), page({cluster}), page({})}});
+    const std::string file = directory / "r.jsonl";
+    const std::vector<const char*> words{"record", "displays", "-o", file.c_str(), "--last", "20ms", "--for", "120ms"};
+    EXPECT_EQ(services.run(words).code, ExitCode::ok);
+    const std::vector<std::string> lines = linesOf(file);
+    ASSERT_EQ(lines.size(), 2U);
+    EXPECT_EQ(lines[1],
+              R"({"n":3,"service":"/hmx","path":"/displays","event":"state","status":200,"document":)" + page({}) + "}");
+}
+
+TEST(Record, SaysWhatItCannotDo) {
+    const std::vector<std::tuple<std::vector<const char*>, ExitCode, const char*>> cases{
+        {{"record", "displays/X", "-o", "-"}, ExitCode::usage, "a recording holds whole resources"},
+        {{"record", "regionconfigurations/X", "-o", "-"}, ExitCode::usage, "DISPLAY/HMI[/SUBCOMPONENT]"},
+        {{"record", "popups", "--until", "visibel", "-o", "-"}, ExitCode::usage, "did you mean 'visible'?"},
+        {{"record", "-o", "/nowhere/r.jsonl"}, ExitCode::usage, "cannot create /nowhere/r.jsonl"},
+        {{"record", "-o", "/dev/full"}, ExitCode::unexpected, "cannot write /dev/full: No space left on device"},
+        {{"record", "-o", "-", "--for", "20ms"}, ExitCode::serviceAbsent, "no service /hmx in the test"},
+        {{"record", "--until", "count > 9", "-o", "-", "--for", "20ms"}, ExitCode::serviceAbsent, "no service /hmx"},
+    };
+    for (const auto& [words, code, text] : cases) {
+        const Outcome outcome = ScriptedServices{}.run(words);
+        EXPECT_EQ(outcome.code, code) << words.back() << outcome.err;
+        EXPECT_NE(outcome.err.find(text), std::string::npos) << outcome.err;
+    }
 }
 
 TEST(Status, ShowsClientsAsOneTable) {

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "failure.h"
 
 namespace hmxctl {
@@ -55,6 +57,38 @@ TEST(Expression, HoldsOrNot) {
     for (const auto& [text, holds] : cases) EXPECT_EQ(Expression::parse(text).holdsFor(element), holds) << text;
 }
 
+TEST(Expression, IsAboutSeveralElements) {
+    const std::vector<Json> all{Json{{"name", "A"}, {"visible", true}, {"z", 1}},
+                                Json{{"name", "B"}, {"visible", false}, {"z", 2}}, Json{{"name", "C"}, {"z", 2}}};
+    const std::vector<const Json*> three{&all[0], &all[1], &all[2]};
+    const std::vector<std::tuple<const char*, bool, bool>> cases{
+        // of three elements, and of none
+        {"any visible == true", true, false},
+        {"visible == true", true, false},
+        {"visible && z == 2", false, false},
+        {"any visible && z == 2", false, false},
+        {"any (visible) && any (z == 2)", true, false},
+        {"all z > 0", true, true},
+        {"all(z > 1)", false, true},
+        {"none name == 'D'", true, true},
+        {"!any visible", false, true},
+        {"none visible || count > 2", false, true},
+        {"none (visible) || count > 2", true, true},
+        {"count == 3", true, false},
+        {"count", true, false},
+        {"count(z == 2) >= 2 && count < 4", true, false},
+        {"(count == 0 || all (z > 0)) && !any (z > 2)", true, true},
+        {"true", true, true},
+    };
+    for (const auto& [text, holds, holdsForNone] : cases) {
+        EXPECT_EQ(Expression::parseForSeveral(text).holdsFor(three), holds) << text;
+        EXPECT_EQ(Expression::parseForSeveral(text).holdsFor(std::vector<const Json*>{}), holdsForNone) << text;
+    }
+    EXPECT_EQ(Expression::parseForSeveral("any visible || z > 1 ").countsIn(three), "visible || z > 1 holds for 3 of 3 elements");
+    EXPECT_EQ(Expression::parseForSeveral("any (visible) || count > 3").countsIn({}), "(visible) holds for 0 of 0 elements");
+    EXPECT_EQ(Expression::parseForSeveral("count > 3").countsIn({three[0]}), "there is 1 element");
+}
+
 TEST(Expression, SaysWhereItCannotBeRead) {
     const std::vector<std::pair<const char*, const char*>> cases{
         {"", "expected a value at column 1"},
@@ -79,6 +113,9 @@ TEST(Expression, SaysWhereItCannotBeRead) {
             EXPECT_EQ(failure.code(), ExitCode::usage);
             EXPECT_NE(std::string{failure.what()}.find(reason), std::string::npos) << text << ": " << failure.what();
         }
+    }
+    for (const char* text : {"visible && count > 2", "any (visible) && z == 2", "count(", "any", "any (visible"}) {
+        EXPECT_THROW((void)Expression::parseForSeveral(text), Failure) << text;
     }
     EXPECT_THROW((void)Expression::parse(std::string(100'000, '(')), Failure);
     EXPECT_THROW((void)Expression::parse(std::string(100'000, '!')), Failure);

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cmath>
 #include <sstream>
+#include <utility>
 
 #include "failure.h"
 #include "hmx/client/suggest.h"
@@ -76,6 +77,10 @@ public:
         arguments_.words.insert(arguments_.words.end(), verbatim.begin(), verbatim.end());
         interpret();
         checkWords();
+        if (takes(condition)) {
+            arguments_.condition = arguments_.words.back();
+            arguments_.words.pop_back();
+        }
         return arguments_;
     }
 
@@ -130,8 +135,15 @@ private:
         if (has(watching)) {
             command.value("--count", count_, "End after this many events", "N");
             command.flag("--once", arguments_.once, "End after the first event");
-            command.value("--for", duration_, "End after this time, e.g. 30s", "DURATION");
             command.flag("--no-reconnect", noReconnect_, "End when the source goes away");
+        }
+        if (has(lasting)) {
+            command.value("--for", duration_, "End after this time, e.g. 30s", "DURATION");
+            command.value("--until", arguments_.condition, "End when this expression is true", "EXPRESSION");
+        }
+        if (has(filing)) {
+            command.flag("--upstream", arguments_.upstream, "Record the upstream services, too");
+            command.value("--last", last_, "Keep this much in memory, and write it at the end or on SIGUSR1", "DURATION");
         }
         if (has(appearing)) command.flag("--appear", arguments_.appear, "Wait for the service and the element to appear, too");
         if (has(idParts)) {
@@ -167,7 +179,9 @@ private:
     void interpret() {
         static const std::vector<std::pair<std::string, Format>> formats{
             {"table", Format::table}, {"json", Format::json}, {"jsonl", Format::jsonl}, {"raw", Format::raw}};
-        if (!format_.empty()) {
+        if (takes(filing)) {
+            arguments_.recording = std::exchange(format_, {});
+        } else if (!format_.empty()) {
             const auto found =
                 std::find_if(formats.begin(), formats.end(), [&](const auto& each) { return each.first == format_; });
             if (found == formats.end()) throw usageError("-o: no format '" + format_ + "'", "one of table, json, jsonl, raw");
@@ -180,8 +194,9 @@ private:
         }
         if (!duration_.empty()) arguments_.duration = parseDuration(duration_);
         interpretRecording();
+        if (!last_.empty()) arguments_.last = parseDuration(last_);
         // Verbs that look for a service again and again want to know of its absence at once.
-        arguments_.patient = arguments_.timeoutGiven && (arguments_.verb->options & (watching | appearing)) == 0;
+        arguments_.patient = arguments_.timeoutGiven && !takes(watching) && !takes(appearing);
         if (!mime_.empty()) arguments_.mimeType = mimeTypeNamed(mime_);
         if (!count_.empty()) {
             std::uint64_t count = 0;
@@ -196,8 +211,7 @@ private:
             const std::string origin = !root_.isGiven("--domain") ? "KELO_DOMAIN" : "--domain";
             throw usageError(origin + ": '" + arguments_.domain + "' is not the name of a domain", "a plain name such as local");
         }
-        const bool takesName = (arguments_.verb->options & idParts) != 0;
-        if (takesName && commandOf(arguments_.verb).isGiven("--name")) arguments_.name = name_;
+        if (takes(idParts) && commandOf(arguments_.verb).isGiven("--name")) arguments_.name = name_;
         arguments_.colour = !noColour_;
         arguments_.validate = !noValidate_;
         arguments_.reconnect = !noReconnect_;
@@ -215,7 +229,7 @@ private:
             }
             return;
         }
-        if ((arguments_.verb->options & liveOnly) != 0) {
+        if (takes(liveOnly)) {
             throw usageError(verb + " needs a running system; a recording can only be looked at",
                              "leave out --from " + arguments_.from);
         }
@@ -237,12 +251,18 @@ private:
             "usage: hmxctl " + std::string{verb.name} + (verb.words.empty() ? "" : " ") + std::string{verb.words};
         if (given > verb.most)
             throw usageError(std::string{verb.name} + ": what is '" + arguments_.words[verb.most] + "'?", usage);
-        // The first word of the synopsis that was not given.
+        // The first word of the synopsis that was not given, of those that must be.
         std::string_view missing = verb.words;
-        for (std::size_t i = 0; i < given; ++i) missing.remove_prefix(std::min(missing.size(), missing.find(' ') + 1));
+        const auto drop = [&](std::size_t count) { missing.remove_prefix(std::min(missing.size(), count)); };
+        for (std::size_t i = 0; i < given; ++i) {
+            drop(missing.find(' ') + 1);
+            if (missing.starts_with('[')) drop(missing.find("] ") + 2);
+        }
         throw usageError(std::string{verb.name} + ": " + std::string{missing.substr(0, missing.find(' '))} + " is missing",
                          usage);
     }
+
+    bool takes(VerbOption option) const { return (arguments_.verb->options & option) != 0; }
 
     options::Command root_{"hmxctl: look at and change displays, layers, touch regions and popups of a running system", "hmxctl",
                            usageLine};
@@ -254,6 +274,7 @@ private:
     std::string count_;
     std::string duration_;
     std::string speed_;
+    std::string last_;
     std::string name_;
     bool noColour_ = false;
     bool noValidate_ = false;

@@ -40,7 +40,11 @@ struct Arguments {
     std::string file;  // "": none; "-": standard input
     bool validate = true;
     std::optional<std::uint64_t> count;
-    std::optional<std::chrono::milliseconds> duration;  // of a watch
+    std::optional<std::chrono::milliseconds> duration;  // of a watch or a recording
+    std::string condition;                              // to wait for; "": none
+    std::optional<std::chrono::milliseconds> last;      // how much of a recording is kept in memory; nothing: none
+    std::string recording;                              // the file; "": a new one, "-": standard output
+    bool upstream = false;
     bool once = false;
     bool reconnect = true;
     bool appear = false;

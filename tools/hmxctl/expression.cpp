@@ -1,8 +1,10 @@
 #include "expression.h"
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "failure.h"
@@ -20,13 +22,18 @@ enum class Operator : std::uint8_t {
     less,
     lessEqual,
     greater,
-    greaterEqual
+    greaterEqual,
+    any,
+    all,
+    none,
+    count
 };
 
 struct Expression::Node {
     Operator kind = Operator::literal;
     Json literal;
     std::vector<std::string> path;  // of a member; an index is its digits behind a "["
+    std::string text;               // of the condition at the left, where that is about one of several elements
     std::shared_ptr<const Node> left;
     std::shared_ptr<const Node> right;
 };
@@ -50,16 +57,20 @@ bool isName(char c) noexcept {
 
 class Parser {
 public:
-    explicit Parser(std::string_view text) : text_{text} {}
+    explicit Parser(std::string_view text, bool several = false) : text_{text}, several_{several} {}
 
     NodePtr parse() {
         NodePtr root = condition(0);
         skipBlanks();
         if (at_ < text_.size()) fail("unexpected '" + std::string{text_.substr(at_, 1)} + "'");
-        return root;
+        if (!bare_) return root;
+        if (!isQuantified_) return counting(Operator::any, std::move(root), 0);
+        at_ = *bare_;
+        fail("a member, without any (...), all (...), none (...) or count (...) around it,");
     }
 
     std::vector<std::string> takeMembers() { return std::move(members_); }
+    std::vector<NodePtr> takeCounted() { return std::move(counted_); }
 
 private:
     [[noreturn]] void fail(const std::string& what) const {
@@ -83,6 +94,17 @@ private:
         made->kind = kind;
         made->left = std::move(left);
         made->right = std::move(right);
+        return made;
+    }
+
+    // `from`: where the condition begins.
+    NodePtr counting(Operator kind, NodePtr condition, std::size_t from) {
+        auto made = std::make_shared<Node>();
+        made->kind = kind;
+        made->left = std::move(condition);
+        made->text = text_.substr(from, at_ - from);
+        while (made->text.ends_with(' ')) made->text.pop_back();
+        counted_.push_back(made);
         return made;
     }
 
@@ -142,7 +164,7 @@ private:
         const char first = text_[at_];
         if (first == '"' || first == '\'') return literal(quoted(first));
         if (isDigit(first) || first == '-') return literal(number());
-        if (isNameStart(first)) return named();
+        if (isNameStart(first)) return named(depth);
         fail("expected a value");
     }
 
@@ -178,12 +200,32 @@ private:
         return text_.substr(start, at_ - start);
     }
 
-    NodePtr named() {
+    // The condition of a quantifier is about one element.
+    NodePtr quantified(Operator kind, int depth) {
+        several_ = false;
+        isQuantified_ = true;
+        skipBlanks();
+        const std::size_t start = at_;
+        const bool isEnclosed = take("(");
+        NodePtr inner;
+        if (kind != Operator::count || isEnclosed) inner = condition(depth + 1);
+        if (isEnclosed && !take(")")) fail("expected ')'");
+        several_ = true;
+        return inner == nullptr ? node(kind, nullptr) : counting(kind, std::move(inner), start);
+    }
+
+    NodePtr named(int depth) {
         const std::size_t start = at_;
         const std::string_view word = name();
         if (word == "true") return literal(true);
         if (word == "false") return literal(false);
         if (word == "null") return literal(nullptr);
+        if (several_) {
+            for (const auto& [name, kind] : quantifiers) {
+                if (word == name) return quantified(kind, depth);
+            }
+            if (!bare_) bare_ = start;
+        }
         auto made = std::make_shared<Node>();
         made->kind = Operator::member;
         made->path.emplace_back(word);
@@ -207,9 +249,16 @@ private:
         return made;
     }
 
+    static constexpr std::array<std::pair<std::string_view, Operator>, 4> quantifiers{
+        {{"any", Operator::any}, {"all", Operator::all}, {"none", Operator::none}, {"count", Operator::count}}};
+
     std::string_view text_;
+    bool several_;  // whether what is read is about several elements
+    bool isQuantified_ = false;
     std::size_t at_ = 0;
     std::vector<std::string> members_;
+    std::vector<NodePtr> counted_;
+    std::optional<std::size_t> bare_;  // where a member stands that is about no element in particular
 };
 
 const Json& lookUp(const Json& element, const std::vector<std::string>& path) {
@@ -238,23 +287,43 @@ bool ordered(const Json& a, const Json& b) {
     return (a.is_number() && b.is_number()) || (a.is_string() && b.is_string());
 }
 
-Json evaluate(const Node& node, const Json& element) {
+using Elements = std::vector<const Json*>;
+
+Json evaluate(const Node& node, const Elements& elements);
+
+// How many of the elements the condition holds for; all of them without one.
+std::size_t countOf(const NodePtr& condition, const Elements& elements) {
+    if (condition == nullptr) return elements.size();
+    return static_cast<std::size_t>(std::count_if(elements.begin(), elements.end(),
+                                                  [&](const Json* element) { return holds(evaluate(*condition, {element})); }));
+}
+
+// Members are those of the first element.
+Json evaluate(const Node& node, const Elements& elements) {
     switch (node.kind) {
         case Operator::literal:
             return node.literal;
         case Operator::member:
-            return lookUp(element, node.path);
+            return elements.empty() ? Json{} : lookUp(*elements.front(), node.path);
+        case Operator::any:
+            return countOf(node.left, elements) > 0;
+        case Operator::all:
+            return countOf(node.left, elements) == elements.size();
+        case Operator::none:
+            return countOf(node.left, elements) == 0;
+        case Operator::count:
+            return countOf(node.left, elements);
         case Operator::negation:
-            return !holds(evaluate(*node.left, element));
+            return !holds(evaluate(*node.left, elements));
         case Operator::both:
-            return holds(evaluate(*node.left, element)) && holds(evaluate(*node.right, element));
+            return holds(evaluate(*node.left, elements)) && holds(evaluate(*node.right, elements));
         case Operator::either:
-            return holds(evaluate(*node.left, element)) || holds(evaluate(*node.right, element));
+            return holds(evaluate(*node.left, elements)) || holds(evaluate(*node.right, elements));
         default:
             break;
     }
-    const Json left = evaluate(*node.left, element);
-    const Json right = evaluate(*node.right, element);
+    const Json left = evaluate(*node.left, elements);
+    const Json right = evaluate(*node.right, elements);
     switch (node.kind) {
         case Operator::equal:
             return left == right;
@@ -273,11 +342,12 @@ Json evaluate(const Node& node, const Json& element) {
 
 }  // namespace
 
-Expression Expression::parse(std::string_view text) {
-    Parser parser{text};
+Expression Expression::read(std::string_view text, bool several) {
+    Parser parser{text, several};
     Expression expression;
     expression.root_ = parser.parse();
     expression.members_ = parser.takeMembers();
+    expression.counted_ = parser.takeCounted();
     return expression;
 }
 
@@ -290,8 +360,22 @@ std::string Expression::valuesIn(const Json& element) const {
     return values;
 }
 
+std::string Expression::countsIn(const std::vector<const Json*>& elements) const {
+    const std::string all = std::to_string(elements.size()) + (elements.size() == 1 ? " element" : " elements");
+    std::string counts;
+    for (const NodePtr& node : counted_) {
+        counts += (counts.empty() ? "" : ", ") + node->text + " holds for " + std::to_string(countOf(node->left, elements)) +
+                  " of " + all;
+    }
+    return counts.empty() ? (elements.size() == 1 ? "there is " : "there are ") + all : counts;
+}
+
 bool Expression::holdsFor(const Json& element) const {
-    return holds(evaluate(*root_, element));
+    return holds(evaluate(*root_, {&element}));
+}
+
+bool Expression::holdsFor(const std::vector<const Json*>& elements) const {
+    return holds(evaluate(*root_, elements));
 }
 
 }  // namespace hmxctl

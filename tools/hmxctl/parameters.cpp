@@ -50,6 +50,11 @@ ElementParameters elementParameters(const Context& context, const Resource& reso
     return found;
 }
 
+ElementParameters parametersFor(const Context& context, const Target& target) {
+    if (target.element.empty()) return {retrieveParameters(context, *target.resource)};
+    return elementParameters(context, *target.resource);
+}
+
 Json requestBody(const Context& context, std::size_t firstWord, Members members) {
     Json body;
     const std::string& file = context.arguments.file;

@@ -22,6 +22,9 @@ struct ElementParameters {
 };
 [[nodiscard]] ElementParameters elementParameters(const Context& context, const Resource& resource);
 
+// The one or the other, depending on what the target is. Errors: Failure (usage).
+[[nodiscard]] ElementParameters parametersFor(const Context& context, const Target& target);
+
 // The body that -f and the words from `firstWord` on make, keys from the words going before those of the file. Null when there is
 // neither. Errors: Failure (usage).
 [[nodiscard]] Json requestBody(const Context& context, std::size_t firstWord, Members members);

@@ -12,6 +12,10 @@ constexpr std::string_view version{HMX_VERSION};
 
 }  // namespace
 
+std::string_view programVersion() noexcept {
+    return version;
+}
+
 ExitCode runHelp(Context& context) {
     const std::vector<std::string>& words = context.arguments.words;
     const Verb* verb = words.empty() ? nullptr : findVerb(words.front());

@@ -44,26 +44,54 @@ constexpr std::array table{
                     "source-up. A slow reader may miss intermediate states, never the last one.\n"
                     "Fails with 4 if the service is not there at the start. Later it waits for the service to return. With\n"
                     "--timeout, it waits at most that long both times. With --no-reconnect, it does not wait: it ends with 4\n"
-                    "(lost) or 9 (ended by the service). --for sets how long to watch; then it ends with 0.\n"
+                    "(lost) or 9 (ended by the service). --for sets how long to watch; then it ends with 0, or with 5 if\n"
+                    "--until was given. --until ends it with 0 when the expression is true; see `hmxctl help wait`.\n"
                     "Of one element, the only key is fields=a,b.\n",
          .fewest = 1,
          .most = anyNumber,
-         .options = validation | watching,
+         .options = validation | watching | lasting,
          .first = FirstWord::target,
          .run = runWatch},
     Verb{.name = "wait",
-         .words = "RESOURCE/ELEMENT EXPRESSION",
-         .summary = "Wait until an expression about an element's members is true",
+         .words = "RESOURCE[/ELEMENT] [KEY=VALUE ...] EXPRESSION",
+         .summary = "Wait until an expression about an element or a resource is true, or until an element is removed",
          .details =
              "Operators: == != < <= > >= && || ! and parentheses; values: true, false, null, numbers, 'text', members such\n"
-             "as visible or resolution.width. An absent member is null. Prints the element if -o is given.\n"
+             "as visible or resolution.width. An absent member is null. Prints what it has waited for if -o is given.\n"
+             "Of a whole resource: any CONDITION, all CONDITION, none CONDITION, and count or count(CONDITION), which is a\n"
+             "number. A condition alone is one about any element. KEY=VALUE chooses the elements, as for `list`.\n"
+             "The expression `removed` waits until the element is not there any more, or has never been.\n"
              "Ends with 5 if the expression does not become true within --timeout.\n"
-             "Example: hmxctl wait popups/Driver_Display/Incoming_Call 'visible == true' --timeout 3s\n",
+             "Examples: hmxctl wait popups/Driver_Display/Incoming_Call 'visible == true' --timeout 3s\n"
+             "          hmxctl wait popups display=Driver_Display 'none visible == true'\n"
+             "          hmxctl wait popups 'count(requested == true) >= 2'\n"
+             "          hmxctl wait regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER removed\n",
          .fewest = 2,
-         .most = 2,
-         .options = validation | appearing,
-         .first = FirstWord::element,
+         .most = anyNumber,
+         .options = validation | appearing | condition,
+         .first = FirstWord::target,
          .run = runWait},
+    Verb{.name = "record",
+         .words = "[RESOURCE ...]",
+         .summary = "Record in a file what the resources show and how it changes",
+         .details =
+             "Without RESOURCE, everything: displays, displayables, layer configurations, the popups of every display, and\n"
+             "the region configurations without a subcomponent. One with a subcomponent must be named, and is recorded\n"
+             "besides the others: regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER/climate.\n"
+             "-o names the file (hmx-DATE-TIME.jsonl); - is standard output. A file that exists is not replaced.\n"
+             "It ends with SIGINT (Ctrl-C) or SIGTERM, after --for, or when the expression of --until is true for the\n"
+             "elements recorded; see `hmxctl help wait`. With --until, it ends with 5 if --for is over first.\n"
+             "--last keeps the latest part in memory, and writes it at the end or on SIGUSR1, then each time into a new\n"
+             "file: hmx.jsonl, hmx-2.jsonl, ... How far back it reaches is limited by memory, and said when it is written.\n"
+             "Services that are away are waited for. `man hmxctl` tells more; docs/recording.md is the format.\n"
+             "Examples: hmxctl record -o cockpit.jsonl --for 10m --upstream\n"
+             "          hmxctl record --last 60s --until 'suppressed == true' -o fault.jsonl\n"
+             "          hmxctl record -o - | zstd >cockpit.jsonl.zst\n",
+         .fewest = 0,
+         .most = anyNumber,
+         .options = validation | lasting | filing | liveOnly,
+         .first = FirstWord::target,
+         .run = runRecord},
     Verb{.name = "insert",
          .words = "regionconfigurations [-f FILE] [KEY=VALUE | KEY:=JSON ...]",
          .summary = "Add an element",

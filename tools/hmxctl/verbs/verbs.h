@@ -19,11 +19,14 @@ enum VerbOption : std::uint32_t {
     noOptions = 0,
     bodyFile = 1U << 0U,    // -f
     validation = 1U << 1U,  // --no-validate
-    watching = 1U << 2U,    // --count, --once, --for, --no-reconnect
+    watching = 1U << 2U,    // --count, --once, --no-reconnect
     appearing = 1U << 3U,   // --appear
     idParts = 1U << 4U,     // --name, --id, --uri
     keepOpen = 1U << 5U,    // --stream
     liveOnly = 1U << 6U,    // not with --from
+    lasting = 1U << 7U,     // --for, --until
+    filing = 1U << 8U,      // --upstream, --last; -o is a file
+    condition = 1U << 9U,   // the last word is an expression
 };
 
 // What the first word behind a verb is, for completion.
@@ -50,6 +53,9 @@ inline constexpr std::size_t anyNumber = static_cast<std::size_t>(-1);
 // The names, without the hidden ones.
 [[nodiscard]] std::vector<std::string> verbNames();
 
+// "0.1.0".
+[[nodiscard]] std::string_view programVersion() noexcept;
+
 ExitCode runCall(Context& context);
 ExitCode runComplete(Context& context);
 ExitCode runCompletion(Context& context);
@@ -61,6 +67,7 @@ ExitCode runHelp(Context& context);
 ExitCode runHit(Context& context);
 ExitCode runInsert(Context& context);
 ExitCode runList(Context& context);
+ExitCode runRecord(Context& context);
 ExitCode runServices(Context& context);
 ExitCode runSim(Context& context);
 ExitCode runStatus(Context& context);

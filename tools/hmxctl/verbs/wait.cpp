@@ -1,8 +1,9 @@
-// `wait`: until an expression about an element's members is true.
+// `wait`: until an expression about an element's members, or about the elements of a resource, is true, or until an element is
+// gone.
 
-#include "expression.h"
 #include "following.h"
 #include "hmx/client/elements.h"
+#include "parameters.h"
 #include "render.h"
 #include "targets.h"
 #include "verbs/verbs.h"
@@ -10,21 +11,30 @@
 namespace hmxctl {
 namespace {
 
-void print(Context& context, const Update& update) {
+// In place of an expression.
+constexpr std::string_view removal = "removed";
+
+void print(Context& context, const Target& target, const Json& parameters, const Update& update) {
     if (!context.arguments.formatGiven) return;
-    printAnswer(context, {200, update.payload});
+    const bool isGathered =
+        target.element.empty() && target.resource->path == "/popups" && member(parameters, "display").is_null();
+    if (!isGathered) return printAnswer(context, {200, update.payload});
+    printDocument(context, Json{{"total", update.elements.size()}, {"totalPages", 1}, {"data", update.elements}});
 }
 
 }  // namespace
 
 ExitCode runWait(Context& context) {
-    const Target target = parseElement(context.arguments.words[0], "wait");
-    const Expression expression = Expression::parse(context.arguments.words[1]);
-    if (context.arguments.validate) {
-        for (const std::string& path : expression.members()) checkMemberPath(path, target.resource->element(), "expression");
+    const bool isForRemoval = context.arguments.condition == removal;
+    const Target target = parseTarget(context.arguments.words.front(), "wait");
+    if (target.element.empty() && isForRemoval) {
+        throw usageError("wait " + target.text() + ": one element is removed, not a resource", "for all of them: 'count == 0'");
     }
-    Subscription subscription{context.client, {.target = target}};
-    Json last;
+    if (target.element.empty() && !isListable(*target.resource)) (void)parseElement(context.arguments.words.front(), "wait");
+    const std::optional<Expression> condition = isForRemoval ? std::nullopt : conditionAbout(context, target);
+    const auto [parameters, display] = parametersFor(context, target);
+    Subscription subscription{context.client, {.target = target, .parameters = parameters, .display = display}};
+    std::optional<std::vector<Json>> last;
     std::string lost;
     // A recording ends by itself.
     const bool endsByItself = context.recording != nullptr && !context.arguments.timeoutGiven;
@@ -33,6 +43,7 @@ ExitCode runWait(Context& context) {
     // seen, both may go and come back.
     bool patient = context.arguments.appear;
     while (const std::optional<Update> update = nextUpdate(context, subscription, patience)) {
+        if (update->kind == Update::Kind::missing && isForRemoval) return ExitCode::ok;
         if (update->error) {
             const Failure failure = failureOf(*update->error);
             if (!patient && update->kind != Update::Kind::ended) throw Failure{failure};
@@ -41,17 +52,12 @@ ExitCode runWait(Context& context) {
         }
         patient = true;
         lost.clear();
-        last = update->elements.front();
-        if (!expression.holdsFor(last)) continue;
-        print(context, *update);
+        last = update->elements;
+        if (!isTrue(condition, target, *last)) continue;
+        print(context, target, parameters, *update);
         return ExitCode::ok;
     }
-    throw Failure{
-        ExitCode::timeout,
-        "'" + context.arguments.words[1] + "' did not hold " +
-            (context.isOver() ? "until the end of the recording" : "within " + durationText(context.arguments.timeout)) + ": " +
-            (last.is_null() ? "the element was never seen" : expression.valuesIn(last)) + (lost.empty() ? "" : "; " + lost),
-        context.isOver() ? "" : "--timeout gives it longer"};
+    throw conditionLate(context, context.arguments.timeout, instead(condition, target, last) + (lost.empty() ? "" : "; " + lost));
 }
 
 }  // namespace hmxctl

@@ -238,8 +238,8 @@ private:
 ExitCode runWatch(Context& context) {
     const Target target = parseTarget(context.arguments.words.front(), "watch");
     if (target.element.empty() && !isListable(*target.resource)) (void)parseElement(context.arguments.words.front(), "watch");
-    const auto [parameters, display] = target.element.empty() ? ElementParameters{retrieveParameters(context, *target.resource)}
-                                                              : elementParameters(context, *target.resource);
+    const auto [parameters, display] = parametersFor(context, target);
+    const std::optional<Expression> condition = conditionAbout(context, target);
     std::vector<std::string> fields;
     for (const Json& field : member(parameters, "fields")) {
         if (field.is_string()) fields.push_back(field.get<std::string>());
@@ -249,14 +249,22 @@ ExitCode runWatch(Context& context) {
     Subscription subscription{context.client, {.target = target, .parameters = parameters, .display = display}};
     std::optional<Deadline> end;
     if (context.arguments.duration) end.emplace(*context.arguments.duration);
+    std::optional<std::vector<Json>> last;
     for (;;) {
         const std::optional<Deadline>& patience = watch.patience();
         const std::optional<Deadline> until = end && patience ? end->atMost(patience->left()) : end ? end : patience;
         const std::optional<Update> update = nextUpdate(context, subscription, until);
         if (update && watch.handle(*update)) return ExitCode::ok;
-        if (end && end->passed()) return ExitCode::ok;
-        if (!update && context.isOver()) {
-            context.note("the recording ends here");
+        if (condition && update && !update->error) {
+            last = update->elements;
+            if (isTrue(condition, target, *last)) return ExitCode::ok;
+        }
+        const bool isOver = !update && context.isOver();
+        if (isOver || (end && end->passed())) {
+            if (condition)
+                throw conditionLate(context, context.arguments.duration.value_or(std::chrono::milliseconds{0}),
+                                    instead(condition, target, last));
+            if (isOver) context.note("the recording ends here");
             return ExitCode::ok;
         }
         if (!update && watch.patience() && watch.patience()->passed()) throw watch.absence();

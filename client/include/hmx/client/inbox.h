@@ -16,14 +16,17 @@ struct Event {
     enum class Kind : unsigned char { next, error, completed };
     std::size_t source = 0;  // which of the requests
     Kind kind = Kind::next;
-    kelo::Response response;  // owns its payload
+    kelo::Response response{};         // owns its payload
+    Deadline::Clock::time_point at{};  // when it arrived
 };
 
 // Requests' handlers put events in on the runtime's threads, one reader takes them out. What a handler puts in after the inbox is
 // gone is dropped. A resource. Thread: the dispatcher's.
 class Inbox {
 public:
-    explicit Inbox(Dispatcher& dispatcher);
+    // `keptBytes`: how much of intermediate states of its requests a reader that is slow still gets to see, besides the newest
+    // few.
+    explicit Inbox(Dispatcher& dispatcher, std::size_t keptBytes = 0);
     ~Inbox();
     Inbox(const Inbox&) = delete;
     Inbox& operator=(const Inbox&) = delete;

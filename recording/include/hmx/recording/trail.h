@@ -27,6 +27,8 @@ public:
     std::string event(std::chrono::nanoseconds at, Kind kind, int status, std::string reason);
     // What was noted last; nothing at first.
     std::optional<Kind> last() const noexcept { return last_; }
+    // The answer that stands; null after anything else but `ended`.
+    const Json* document() const noexcept { return document_ ? &*document_ : nullptr; }
 
 private:
     Entry begin(std::chrono::nanoseconds at, Kind kind, int status);
