@@ -45,6 +45,13 @@ std::string userName(uid_t uid) {
     return user == nullptr ? "#" + std::to_string(uid) : user->pw_name;
 }
 
+RuntimeOptions placeOf(const DomainOptions& options) {
+    RuntimeOptions place;
+    place.domain = options.domain.empty() ? kelo::runtime::domainName(kelo::runtime::usualDomain) : options.domain;
+    if (!options.runtimeDirectory.empty()) place.directory = options.runtimeDirectory + "/" + place.domain;
+    return place;
+}
+
 // What the runtime's thread tells the dispatcher's. Thread: any.
 struct News {
     std::mutex mutex;
@@ -94,9 +101,7 @@ private:
 class RuntimeDomain final : public Domain {
 public:
     RuntimeDomain(Dispatcher& dispatcher, const DomainOptions& options)
-        : dispatcher_{dispatcher}, isPatient_{options.patient}, probe_{options.probe} {
-        options_.domain = options.domain.empty() ? kelo::runtime::domainName(kelo::runtime::usualDomain) : options.domain;
-        if (!options.runtimeDirectory.empty()) options_.directory = options.runtimeDirectory + "/" + options_.domain;
+        : dispatcher_{dispatcher}, options_{placeOf(options)}, isPatient_{options.patient}, probe_{options.probe} {
         options_.applicationName = options.applicationName.empty() ? program_invocation_short_name : options.applicationName;
     }
 
@@ -280,6 +285,10 @@ private:
 std::string_view nameOf(Life life) noexcept {
     constexpr std::array<std::string_view, 5> names{"alive", "stale", "hung", "full", "refused"};
     return names.at(static_cast<std::size_t>(life));
+}
+
+std::string domainDirectory(const DomainOptions& options) {
+    return kelo::runtime::domainDirectory(placeOf(options));
 }
 
 std::unique_ptr<Domain> makeDomain(Dispatcher& dispatcher, const DomainOptions& options) {

@@ -23,7 +23,7 @@ constexpr const char* rootFooter =
     "RESOURCE is displays, displayables, layerconfigurations, regionconfigurations or popups.\n"
     "KEY=VALUE has the type that the resource declares for the key; KEY:=JSON is any JSON.\n"
     "Exit codes: 0 ok, 1 unexpected, 2 usage, 3 not found, 4 service absent or lost, 5 timeout, 6 not permitted,\n"
-    "7 rejected by the service, 9 stream ended, 10 differences found, 130 interrupted.\n"
+    "7 rejected by the service, 9 stream ended, 10 differences or problems found, 130 interrupted.\n"
     "`hmxctl help VERB` explains a verb.";
 
 std::string usageLine(const std::string& name) {
@@ -110,6 +110,7 @@ private:
 
     void declareGlobals() {
         root_.value("-o,--output", format_, "The format of the output: table, json, jsonl or raw (table)", "FORMAT");
+        root_.flag("--json", json_, "The same as -o json");
         root_.value("--timeout", timeout_, "How long to wait for a service and an answer, e.g. 3s or 500ms (5s)", "DURATION");
         root_.value("--mime", mime_, "The encoding on the wire: json, msgpack, ixobin or a full name (json)", "TYPE");
         root_.flag("--no-color", noColour_, "No colours, even on a terminal (like NO_COLOR)");
@@ -151,6 +152,10 @@ private:
             command.flag("--id", arguments_.idOnly, "Print the id only");
             command.flag("--uri", arguments_.uriOnly, "Print the URI only");
         }
+        if (has(reporting)) {
+            command.value("--report", arguments_.report, "Write a report to this file, too", "FILE");
+            command.flag("--with-payloads", arguments_.withPayloads, "Put what is on the displays into the report");
+        }
         if (has(keepOpen)) command.flag("--stream", arguments_.stream, "Keep the request open and print every answer as a line");
         perVerb_.push_back(std::move(command));
     }
@@ -179,6 +184,7 @@ private:
     void interpret() {
         static const std::vector<std::pair<std::string, Format>> formats{
             {"table", Format::table}, {"json", Format::json}, {"jsonl", Format::jsonl}, {"raw", Format::raw}};
+        if (json_ && format_.empty() && !takes(filing)) format_ = "json";
         if (takes(filing)) {
             arguments_.recording = std::exchange(format_, {});
         } else if (!format_.empty()) {
@@ -276,6 +282,7 @@ private:
     std::string speed_;
     std::string last_;
     std::string name_;
+    bool json_ = false;
     bool noColour_ = false;
     bool noValidate_ = false;
     bool noReconnect_ = false;

@@ -52,6 +52,8 @@ struct Arguments {
     bool idOnly = false;
     bool uriOnly = false;
     bool stream = false;
+    std::string report;  // a file; "": none
+    bool withPayloads = false;
 };
 
 // Takes the command line apart. Errors: Failure (usage). Thread: main.

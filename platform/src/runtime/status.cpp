@@ -163,6 +163,7 @@ void answerStatus(const Status& status, const Counters& counters, const Request&
         ObjectWriter::writeObject(*writer,
                                   [&](ObjectWriter& object) {
                                       object.text("application", status.application);
+                                      object.text("version", HMX_VERSION);
                                       object.number("pid", static_cast<std::uint64_t>(::getpid()));
                                       object.text("directory", status.directory);
                                       object.array("published", status.published, writePublished);

@@ -202,6 +202,17 @@ constexpr std::array table{
          .options = liveOnly,
          .first = FirstWord::service,
          .run = runStatus},
+    Verb{.name = "doctor",
+         .words = "",
+         .summary = "Show what is wrong with the services and their surroundings",
+         .details =
+             "Looks at the runtime directory, the services and their processes, limits that were met, slow upstream\n"
+             "services, versions and environment. Each line is OK, WARNING or PROBLEM, with what to do. Ends with 10 if\n"
+             "there is a PROBLEM, else with 0. --report also writes a JSON document for a bug report: what was found, the\n"
+             "facts it rests on, the status of each service, and the last lines of their logs. It contains no documents\n"
+             "of clients or services unless --with-payloads is given.\n",
+         .options = reporting | liveOnly,
+         .run = runDoctor},
     Verb{.name = "sim",
          .words = "set|add|remove|popup|fault|plan|world|requests [...]",
          .summary = "Drive the simulated services of hmxsim",

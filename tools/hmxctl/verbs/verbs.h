@@ -27,6 +27,7 @@ enum VerbOption : std::uint32_t {
     lasting = 1U << 7U,     // --for, --until
     filing = 1U << 8U,      // --upstream, --last; -o is a file
     condition = 1U << 9U,   // the last word is an expression
+    reporting = 1U << 10U,  // --report, --with-payloads
 };
 
 // What the first word behind a verb is, for completion.
@@ -61,6 +62,7 @@ ExitCode runComplete(Context& context);
 ExitCode runCompletion(Context& context);
 ExitCode runDelete(Context& context);
 ExitCode runDescribe(Context& context);
+ExitCode runDoctor(Context& context);
 ExitCode runExplain(Context& context);
 ExitCode runGet(Context& context);
 ExitCode runHelp(Context& context);

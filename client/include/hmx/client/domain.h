@@ -67,6 +67,9 @@ struct DomainOptions {
     std::chrono::milliseconds probe{0};
 };
 
+// The directory of the domain that the options choose, whether or not there is one.
+[[nodiscard]] std::string domainDirectory(const DomainOptions& options);
+
 // The domain that the options choose. Nothing is opened before it is needed. `dispatcher` outlives it.
 [[nodiscard]] std::unique_ptr<Domain> makeDomain(Dispatcher& dispatcher, const DomainOptions& options);
 
