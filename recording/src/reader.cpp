@@ -18,6 +18,7 @@
 #include <cstring>
 #include <deque>
 #include <map>
+#include <set>
 #include <unordered_map>
 #include <utility>
 
@@ -257,6 +258,17 @@ std::chrono::nanoseconds endOf(const std::string& file) {
         }
     }
     return end;
+}
+
+std::chrono::nanoseconds beginningOf(const std::string& file) {
+    Reader reader{file};
+    std::set<std::string> seen;
+    std::chrono::nanoseconds last{0};
+    while (const std::optional<Entry> entry = reader.next()) {
+        if (!seen.insert(entry->source.key()).second) break;
+        last = entry->at;
+    }
+    return last;
 }
 
 }  // namespace hmx::recording

@@ -171,6 +171,8 @@ void offerSimWord(Offers& out, const std::vector<std::string>& words, NameSource
     const std::string& action = words.front();
     if (action == "requests" || action == "plan") {
         if (words.size() == 1) out.offer("clear");
+    } else if (action == "replay") {
+        if (words.size() == 1) out.offerAll(std::array{"run", "pause"});
     } else if (action == "fault") {
         if (words.size() == 1) return out.offerAll(simManagers);
         if (words.size() == 2) out.offer("clear");

@@ -10,7 +10,6 @@
 #include <algorithm>
 #include <cmath>
 #include <map>
-#include <set>
 
 #include "hmx/client/dispatcher.h"
 #include "hmx/client/error.h"
@@ -175,7 +174,7 @@ public:
         if (!options.at.empty()) {
             at = hmx::recording::parseTime(options.at, reader_->head(), end);
         } else if (options.plays) {
-            at = beginning();
+            at = hmx::recording::beginningOf(file_);
         }
         std::vector<hmx::recording::Problem> problems;
         moment_ = hmx::recording::momentAt(file_, at, &problems);
@@ -232,18 +231,6 @@ private:
             if (std::find(paths.begin(), paths.end(), service) == paths.end()) paths.push_back(service);
         }
         return paths;
-    }
-
-    // When every source has said something: before the first that says more.
-    nanoseconds beginning() const {
-        Reader reader{file_};
-        std::set<std::string> seen;
-        nanoseconds last{0};
-        while (const std::optional<Entry> entry = reader.next()) {
-            if (!seen.insert(entry->source.key()).second) break;
-            last = entry->at;
-        }
-        return last;
     }
 
     void complain(const hmx::recording::Problem& problem) {

@@ -26,8 +26,8 @@ struct Collection {
 // Null when there is none of that name.
 [[nodiscard]] const Collection* findCollection(std::string_view name) noexcept;
 
-inline constexpr std::array<std::string_view, 8> simActions{"set",   "add",  "remove", "popup",
-                                                            "fault", "plan", "world",  "requests"};
+inline constexpr std::array<std::string_view, 9> simActions{"set",  "add",   "remove",   "popup", "fault",
+                                                            "plan", "world", "requests", "replay"};
 inline constexpr std::array<std::string_view, 3> simManagers{"displaymanager", "inputmanager", "popupmanager"};
 inline constexpr std::array<std::string_view, 12> faultKeys{"delay_ms", "jitter_ms", "silence", "status",      "garble", "close",
                                                             "crash",    "reopen_ms", "count",   "probability", "seed",   "now"};

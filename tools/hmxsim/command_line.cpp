@@ -25,6 +25,7 @@ constexpr const char* examples =
     "  hmxsim --world one_screen popupmanager         another sample, the popup manager alone\n"
     "  hmxsim --world ./my.json --mime application/vnd.ixobin\n"
     "  hmxsim --scenario calls.json --seed 7          changes at set times, the same for the same seed\n"
+    "  hmxsim --replay drive.hmxrec --speed 4         what the managers said in a recording, four times as fast\n"
     "  hmxsim --record-requests - | grep popup        watch what arrives\n"
     "  hmxsim --make-world displays=4,popups=500 --seed 3 > big.json\n"
     "\n"
@@ -43,6 +44,7 @@ std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLin
     program.versionFlag("--version", version);
     std::vector<std::string> managers;
     std::string seed;
+    std::string speed;
     program.value("--world", line.world, "World to simulate: a file, or a sample's name (default: cockpit)", "FILE");
     program.value("--mime", line.mimeType, "Preferred mime type, which clients then use", "TYPE");
     program.value("--record-requests", line.recordFile, "Write each request, one JSON object per line; - is standard output",
@@ -50,6 +52,13 @@ std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLin
     program.value("--scenario", line.scenarioFile, "Changes and faults at set times", "FILE");
     program.value("--make-world", line.worldSize,
                   "Print a world of this size and end; SIZE is displays=N,displayables=N,popups=N,regions=N", "SIZE");
+    program.value("--replay", line.replay.file,
+                  "Replay what the managers said in a recording, in place of a world; - is standard input", "FILE");
+    program.value("--speed", speed, "Of the replay: a factor, or max (1)", "N");
+    program.flag("--loop", line.replay.loops, "Begin the replay again at its end");
+    program.value("--start", line.replay.start, "Where the replay begins: 12.5s, -3s (before the end), 12:34:56", "TIME");
+    program.value("--end", line.replay.end, "Where it ends", "TIME");
+    program.flag("--paused", line.replay.isPaused, "Wait at the start, until `hmxctl sim replay run`");
     program.value("--seed", seed, "Seed of all random choices: faults, scenarios, generated worlds (1, or the scenario's own)",
                   "N");
     program.values("MANAGER", managers, "displaymanager, inputmanager or popupmanager (default: all three)", "");
@@ -61,6 +70,23 @@ std::optional<int> readCommandLine(int argc, const char* const* argv, CommandLin
     if (!line.mimeType.empty() && !kelo::mimetypes::isStructured(kelo::mimetypes::typename2id(line.mimeType))) {
         return usageError(err, "--mime: \"" + line.mimeType +
                                    "\" is none of application/json, application/vnd.msgpack, application/vnd.ixobin");
+    }
+    const bool replays = program.isGiven("--replay");
+    if (replays && (program.isGiven("--world") || program.isGiven("--make-world"))) {
+        return usageError(err, "--replay: the world is the recording's");
+    }
+    for (const char* option : {"--speed", "--loop", "--start", "--end", "--paused"}) {
+        if (!replays && program.isGiven(option)) return usageError(err, std::string{option} + " is of a --replay");
+    }
+    if (replays && line.replay.file.empty()) return usageError(err, "--replay: which recording?");
+    if (speed == "max") {
+        line.replay.speed.reset();
+    } else if (!speed.empty()) {
+        const auto end = std::from_chars(speed.data(), speed.data() + speed.size(), line.replay.speed.emplace());
+        if (end.ec != std::errc{} || end.ptr != speed.data() + speed.size() || !(*line.replay.speed >= 0.001) ||
+            !(*line.replay.speed <= 1e6)) {
+            return usageError(err, "--speed: \"" + speed + "\" is neither max nor a factor from 0.001 to 1000000");
+        }
     }
     if (!seed.empty()) {
         const auto end = std::from_chars(seed.data(), seed.data() + seed.size(), line.seed.emplace());

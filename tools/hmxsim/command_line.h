@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "managers.h"
+#include "replay.h"
 
 namespace hmxsim {
 
@@ -20,7 +21,8 @@ struct CommandLine {
     std::string mimeType;      // offered first; "" for the usual order
     std::string recordFile;    // "" for none
     std::string scenarioFile;  // "" for none
-    std::string worldSize;     // print a world of this size instead of serving; "" to serve
+    ReplayOptions replay;
+    std::string worldSize;  // print a world of this size instead of serving; "" to serve
     std::optional<std::uint64_t> seed;
     std::vector<ManagerId> managers;  // to simulate; all, if none was named
 };

@@ -5,6 +5,7 @@
 //     retrieve /faults                         the rules in force, by service
 //     update   /faults/<service>               a rule (FaultRule), in place of the one before; delete takes it away
 //     insert   /plan                           a plan, which starts at once; retrieve says what is pending; delete cancels all
+//     retrieve /replay                         what the replay of a recording is at; update it with true to run, false to pause
 //     insert   /state/displaymanager/displays               a Display; likewise displayables, layerConfig (a DisplayLayers)
 //     update   /state/displaymanager/displays/<name>        displayables by id or name, layerConfig by its display's name
 //     insert   /state/inputmanager/displays                 an InputDisplay; update and delete by its name
@@ -130,6 +131,8 @@ const Route<Control> Control::routes[] = {
     {retrieve, "/plan", &Control::plan},
     {insert, "/plan", &Control::insertPlan},
     {remove, "/plan", &Control::cancelPlans},
+    {retrieve, "/replay", &Control::replay},
+    {update, "/replay", &Control::runReplay},
     {insert, "/state/displaymanager/displays", &Control::insertDisplay},
     {update, "/state/displaymanager/displays/*", &Control::changeDisplay},
     {remove, "/state/displaymanager/displays/*", &Control::removeDisplay},
@@ -242,6 +245,18 @@ Response Control::cancelPlans(const Call&) {
     return done();
 }
 
+Response Control::replay(const Call& call) {
+    return replay_ != nullptr ? json(replay_->status()) : unknown(call);
+}
+
+Response Control::runReplay(const Call& call) {
+    if (replay_ == nullptr) return unknown(call);
+    const Document body = bodyOf(call);
+    body.expect(body.root(), Node::Type::boolean, "");
+    replay_->run(ordered_json::parse(call.request.payload().text()).get<bool>());
+    return done();
+}
+
 // --- Displays, displayables, layers --------------------------------------------------------------------------------------------
 
 Response Control::insertDisplay(const Call& call) {
@@ -314,11 +329,13 @@ Response Control::changeInputDisplay(const Call& call) {
     if (display == nullptr) return unknown(call);
     InputDisplay changed = patched(*display, bodyOf(call));
     assignRegionIds(changed);
+    world_.surfaces.erase(call.first);
     return put(world_.inputDisplays, std::move(changed), display);
 }
 
 Response Control::removeInputDisplay(const Call& call) {
     const InputDisplay* const display = world_.findInputDisplay(call.first);
+    world_.surfaces.erase(call.first);
     return display != nullptr ? removeFrom(world_.inputDisplays, display) : unknown(call);
 }
 
@@ -328,6 +345,7 @@ Response Control::insertPopup(const Call& call) {
     auto popup = bodyAs<Popup>(call);
     PopupDisplay* display = world_.findPopupDisplay(call.first);
     if (display == nullptr) display = &world_.popupDisplays.emplace_back(PopupDisplay{call.first, {}});
+    world_.refusedPopups.erase(call.first);
     PopupState state;
     state.popup.name = popup.name;
     if (clashesInList(display->popups, state)) return taken();

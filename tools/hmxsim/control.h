@@ -6,6 +6,7 @@
 
 #include "managers.h"
 #include "plan.h"
+#include "replay.h"
 #include "service.h"
 #include "world.h"
 
@@ -25,6 +26,8 @@ public:
 
     kelo::Response answer(const kelo::Request& request) override;
     void startPlan(Plan plan) { plans_.start(std::move(plan)); }
+    // Lets clients ask for it, and pause it. Outlives this.
+    void show(Replay& replay) noexcept { replay_ = &replay; }
 
 private:
     static const Route<Control> routes[];
@@ -38,6 +41,8 @@ private:
     kelo::Response plan(const Call& call);
     kelo::Response insertPlan(const Call& call);
     kelo::Response cancelPlans(const Call& call);
+    kelo::Response replay(const Call& call);
+    kelo::Response runReplay(const Call& call);
     kelo::Response insertDisplay(const Call& call);
     kelo::Response changeDisplay(const Call& call);
     kelo::Response removeDisplay(const Call& call);
@@ -64,6 +69,7 @@ private:
     const std::uint64_t seed_;
     const std::function<void()> worldChanged_;
     PlanRunner plans_;
+    Replay* replay_ = nullptr;
 };
 
 }  // namespace hmxsim

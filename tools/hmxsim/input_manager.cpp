@@ -57,6 +57,13 @@ private:
     std::vector<std::pair<int, Region>> found_;
 };
 
+// Leaves only the regions of one HMI, or of all.
+template <class Region>
+void keepOf(std::string_view hmi, kelo::optional<std::vector<Region>>& regions) {
+    if (regions && !hmi.empty())
+        std::erase_if(*regions, [&](const Region& region) { return region.hmiName.value_or("") != hmi; });
+}
+
 using Layers = std::vector<upstream::HapticAndInputInfoPerLayer>;
 
 // Gives regions without an id the ids of the regions whose places they take.
@@ -73,6 +80,12 @@ void keepIds(Layers& fresh, const Layers& replaced) {
 }  // namespace
 
 upstream::HapticAndInputInfoSorted sortedRegions(World& world, const InputDisplay& display, std::string_view hmi) {
+    if (const auto recorded = world.surfaces.find(display.name); recorded != world.surfaces.end()) {
+        upstream::HapticAndInputInfoSorted surface = recorded->second;
+        keepOf(hmi, surface.regionInfoSorted);
+        keepOf(hmi, surface.hapticInfoSorted);
+        return surface;
+    }
     Sorter<upstream::InputRegion> inputs;
     Sorter<upstream::HapticRegion> haptics;
     const auto* const configuration = world.findLayers(display.name);
@@ -177,6 +190,7 @@ Response InputManager::triggerHaptic(const Call& call) {
 Response InputManager::setRegions(const Call& call) {
     return changeDisplay<upstream::HapticAndInputInfoPerHMI>(
         call, "HapticAndInputInfoPerHMI", [&](InputDisplay& display, upstream::HapticAndInputInfoPerHMI&& info) {
+            world_.surfaces.erase(display.name);
             if (!display.regions) display.regions.emplace();
             auto& sets = *display.regions;
             const auto set = std::find_if(sets.begin(), sets.end(), [&](const HmiRegions& candidate) {

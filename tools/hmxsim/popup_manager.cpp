@@ -44,6 +44,9 @@ Response PopupManager::answer(const kelo::Request& request) {
 
 Response PopupManager::popups(const Call& call) {
     const PopupDisplay* const display = world_.findPopupDisplay(call.first);
+    if (const auto refused = world_.refusedPopups.find(call.first); refused != world_.refusedPopups.end()) {
+        return notFound(refused->second);
+    }
     if (display == nullptr && world_.findDisplay(call.first) == nullptr) return notFound("no such display: " + call.first);
     Response answer;
     upstream::PopupStateFilter filter;

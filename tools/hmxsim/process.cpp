@@ -38,10 +38,16 @@ void waitForSignal() {
 }
 
 int serve(const hmxsim::CommandLine& line) {
-    const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
-    const std::string file = hmxsim::findWorld(line.world, hmxsim::worldFolders(program));
     hmxsim::ServerOptions options;
-    options.world = hmxsim::readWorld(hmxsim::Document::fromFile(file));
+    std::string file = line.replay.file;
+    if (file.empty()) {
+        const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
+        file = hmxsim::findWorld(line.world, hmxsim::worldFolders(program));
+        options.world = hmxsim::readWorld(hmxsim::Document::fromFile(file));
+    } else {
+        options.replay = hmxsim::planReplay(line.replay);
+        for (const std::string& complaint : options.replay->complaints) std::cerr << name << ": " << complaint << '\n';
+    }
     if (!line.scenarioFile.empty()) {
         options.scenario = hmxsim::readPlan(hmxsim::Document::fromFile(line.scenarioFile), hmxsim::usualSeed, line.seed);
     }
@@ -57,6 +63,12 @@ int serve(const hmxsim::CommandLine& line) {
         types.insert(types.begin(), preferred);
     }
     std::string serving;
+    if (options.replay) {
+        std::erase_if(options.managers, [&](hmxsim::ManagerId id) {
+            const auto& held = options.replay->managers;
+            return std::find(held.begin(), held.end(), id) == held.end();
+        });
+    }
     for (const hmxsim::ManagerId id : options.managers) (serving += hmxsim::servicePathOf(id)) += ", ";
     options.onServing = [=] {
         std::cerr << std::string{name} + ": serving " + serving + std::string{hmxsim::controlPath} + " from " + file + "\n"
@@ -82,6 +94,10 @@ int runProcess(int argc, char** argv) {
     if (const auto status = hmxsim::readCommandLine(argc, argv, line, std::cout, std::cerr)) return *status;
     try {
         return line.worldSize.empty() ? serve(line) : printWorld(line);
+    } catch (const hmx::client::Error& error) {
+        std::cerr << name << ": " << error.what() << (error.hint().empty() ? "" : "\n" + std::string{name} + ": " + error.hint())
+                  << std::endl;
+        return error.kind() == hmx::client::Error::Kind::invalid ? 2 : 1;
     } catch (const std::exception& error) {
         std::cerr << name << ": " << error.what() << std::endl;
         return 1;

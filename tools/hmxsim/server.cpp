@@ -5,6 +5,7 @@
 
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <future>
@@ -52,11 +53,48 @@ std::string Server::start() {
         return options_.recordFile + ": " + std::strerror(errno);
     }
     runOnWorker([this] {
-        for (Publication& publication : publications_) publish(publication);
+        if (options_.replay) prepareReplay();
+        for (Publication& publication : publications_) {
+            if (!publication.isAway) publish(publication);
+            if (publication.handle != 0) ++awaited_;
+        }
     });
     if (!runtime_->start(0)) return std::ErrorStorage::takeReason();
-    kelo::post(worker_, [this] { simulator_.control().startPlan(std::move(options_.scenario)); });
+    kelo::post(worker_, [this] {
+        simulator_.control().startPlan(std::move(options_.scenario));
+        if (replay_ && !isPaused_) replay_->run(true);
+    });
     return {};
+}
+
+// A manager that the recording does not have is not published, and one that was away at the start is not yet.
+void Server::prepareReplay() {
+    const auto publicationOf = [this](ManagerId manager) {
+        return std::find_if(publications_.begin(), publications_.end(),
+                            [&](const Publication& each) { return each.path == servicePathOf(manager); });
+    };
+    isPaused_ = options_.replay->options.isPaused;
+    replay_ =
+        std::make_unique<Replay>(std::move(*options_.replay), simulator_.world(), timers_,
+                                 Replay::Stage{.changed = [this](ManagerId manager) { simulator_.service(manager).refresh(); },
+                                               .setPublished =
+                                                   [this, publicationOf](ManagerId manager, bool isPublished) {
+                                                       const auto publication = publicationOf(manager);
+                                                       if (publication == publications_.end()) return;
+                                                       isPublished ? publish(*publication) : unpublish(*publication);
+                                                   },
+                                               .changes =
+                                                   [this] {
+                                                       std::uint64_t changes = 0;
+                                                       for (const ManagerId manager : allManagers)
+                                                           changes += simulator_.service(manager).changes();
+                                                       return changes;
+                                                   }});
+    simulator_.control().show(*replay_);
+    for (const ManagerId manager : allManagers) {
+        const auto publication = publicationOf(manager);
+        if (publication != publications_.end()) publication->isAway = !replay_->isThere(manager);
+    }
 }
 
 void Server::publish(Publication& publication) {
@@ -67,7 +105,7 @@ void Server::publish(Publication& publication) {
 // Another process may have the path; then the runtime waits for it to end.
 void Server::published(Publication& publication) {
     if (std::exchange(publication.wasPublished, true)) return;
-    if (++published_ == used_ && options_.onServing) options_.onServing();
+    if (++published_ == awaited_ && options_.onServing) options_.onServing();
 }
 
 void Server::unpublish(Publication& publication) {

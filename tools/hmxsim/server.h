@@ -4,11 +4,13 @@
 #include <array>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "comm/active_object.h"
 #include "kelo/runtime/kelo_runtime.h"
+#include "replay.h"
 #include "simulator.h"
 #include "timers.h"
 
@@ -20,6 +22,7 @@ struct ServerOptions {
     std::vector<ManagerId> managers;
     std::uint64_t seed = 1;
     std::string recordFile;  // "" for none
+    std::optional<ReplayPlan> replay;
     kelo::runtime::RuntimeOptions runtime;
     std::function<void()> onServing;  // called once, on the runtime's thread, when all services are published for the first time
 };
@@ -48,8 +51,10 @@ private:
         kelo::SimpleComposedKeloService composed;
         std::uint64_t handle = 0;   // 0 while nothing is to be published
         bool wasPublished = false;  // the runtime's thread's
+        bool isAway = false;        // at the start
     };
 
+    void prepareReplay();
     void publish(Publication& publication);
     void unpublish(Publication& publication);
     void published(Publication& publication);
@@ -62,9 +67,12 @@ private:
     std::unique_ptr<kelo::runtime::IKeloRuntime> runtime_;
     std::array<Publication, allManagers.size() + 1> publications_;  // the worker's, as is the next
     std::size_t used_ = 0;                                          // of them
+    std::size_t awaited_ = 0;                                       // of these, at the start
     std::size_t published_ = 0;                                     // of these, at least once; the runtime's thread's
     bool isEnding_ = false;
+    bool isPaused_ = false;
     Simulator simulator_;
+    std::unique_ptr<Replay> replay_;
     SteadyTimers timers_;
     comm::ActiveObject worker_;  // last, so that what it still runs finds all else
 };

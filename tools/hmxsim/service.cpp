@@ -56,6 +56,7 @@ void Service::begin(Number number, const kelo::Request& request, std::unique_ptr
     open_[number].responder = std::move(responder);
     const Response answer = manager_.answer(request);
     if (kelo::commands::toId(request.command()) != kelo::commands::retrieve) {
+        ++changes_;
         send(number, answer, Ending::ends);
         if (!isError(answer)) refresh();
     } else if (watching_ == Watching::none || request.isOneShot() || isError(answer)) {

@@ -55,6 +55,8 @@ public:
     // The service was taken away: forgets the open requests.
     void closed();
     Faults& faults() noexcept { return faults_; }
+    // Requests that were to change something, whatever became of them.
+    std::uint64_t changes() const noexcept { return changes_; }
 
 private:
     using Number = std::uintptr_t;
@@ -84,6 +86,7 @@ private:
     const Watching watching_;
     Faults faults_;
     std::atomic<Number> numbers_{0};
+    std::uint64_t changes_ = 0;
     std::unordered_map<Number, Open> open_;
     std::unordered_map<std::string, View> views_;
 };

@@ -23,6 +23,7 @@ public:
     Service& service(ManagerId id) noexcept { return services_[static_cast<std::size_t>(id)]; }
     Service& controlService() noexcept { return controlService_; }
     Control& control() noexcept { return control_; }
+    World& world() noexcept { return world_; }
 
 private:
     void refresh();

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <map>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "hmx/displaymanager/display_layers_array_inner.h"
 #include "hmx/displaymanager/displayables_info.h"
 #include "hmx/displaymanager/displays_info.h"
+#include "hmx/inputregions/haptic_and_input_info_sorted.h"
 #include "input_display.h"
 #include "popup_state.h"
 
@@ -23,6 +25,9 @@ struct World {
     std::vector<InputDisplay> inputDisplays;
     std::vector<PopupDisplay> popupDisplays;
     std::uint64_t popupRequests = 0;  // counts them, for their order
+    // What a recording says, in place of what follows from the rest; by display.
+    std::map<std::string, kelo::hmx::inputregions::HapticAndInputInfoSorted, std::less<>> surfaces;
+    std::map<std::string, std::string, std::less<>> refusedPopups;  // why
 
     std::vector<kelo::hmx::displaymanager::Display>& displays() noexcept { return *displaysInfo.infoForAllDisplays; }
     std::vector<kelo::hmx::displaymanager::Displayable>& displayables() noexcept {

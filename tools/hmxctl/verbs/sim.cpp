@@ -113,6 +113,14 @@ public:
         ask(clear ? "delete" : "retrieve", "/requests", nullptr);
     }
 
+    void replay() {
+        if (words_.size() == 1) return ask("retrieve", "/replay", nullptr);
+        if (words_.size() > 2 || (words_[1] != "run" && words_[1] != "pause")) {
+            throw usageError("sim replay: what is '" + words_.back() + "'?", "sim replay [run | pause]");
+        }
+        ask("update", "/replay", words_[1] == "run");
+    }
+
     // For a file, unless asked for otherwise.
     void world() {
         const Answer world = answer("retrieve", "/world", nullptr);
@@ -196,6 +204,7 @@ ExitCode runSim(Context& context) {
     if (action == "plan") simulation.plan();
     if (action == "world") simulation.world();
     if (action == "requests") simulation.requests();
+    if (action == "replay") simulation.replay();
     return ExitCode::ok;
 }
 

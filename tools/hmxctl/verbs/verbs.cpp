@@ -214,7 +214,7 @@ constexpr std::array table{
          .options = reporting | liveOnly,
          .run = runDoctor},
     Verb{.name = "sim",
-         .words = "set|add|remove|popup|fault|plan|world|requests [...]",
+         .words = "set|add|remove|popup|fault|plan|world|requests|replay [...]",
          .summary = "Drive the simulated services of hmxsim",
          .details =
              "set COLLECTION/NAME KEY=VALUE ...    change an element; KEY:=null removes a member\n"
@@ -227,6 +227,7 @@ constexpr std::array table{
              "plan [-f FILE | clear]               show, start or cancel changes at set times\n"
              "world                                the world as it is now, as the JSON of a world file\n"
              "requests [clear]                     what arrived at the simulated services\n"
+             "replay [run | pause]                 what a replay is at, and what clients have changed meanwhile\n"
              "COLLECTION is displays, displayables, layers, input or popups; SERVICE is displaymanager, inputmanager or\n"
              "popupmanager. With -f, the body is the document in the file.\n"
              "Example: hmxctl sim popup Driver_Display/Incoming_Call requested=true\n"

@@ -52,4 +52,8 @@ private:
 // The time of the last entry; 0 if there is none. Errors: as of Reader.
 [[nodiscard]] std::chrono::nanoseconds endOf(const std::string& file);
 
+// The time at which every source had said something: that of the entry before the first with which a source says more. Errors:
+// as of Reader.
+[[nodiscard]] std::chrono::nanoseconds beginningOf(const std::string& file);
+
 }  // namespace hmx::recording
