@@ -4,6 +4,8 @@
 
 #include <fcntl.h>
 
+#include <fstream>
+
 #include "hmx/recording/writer.h"
 #include "scripted_services.h"
 #include "support/temporary_directory.h"
@@ -44,10 +46,15 @@ void writeRecording(const std::string& file, bool upstream) {
 
 TEST(FromARecording, VerbsWorkAsOnARunningSystem) {
     const testing_support::TemporaryDirectory directory;
-    const std::string plain = directory / "plain.hmxrec";
-    const std::string whole = directory / "whole.hmxrec";
+    const std::string plain = directory / "plain.jsonl";
+    const std::string whole = directory / "whole.jsonl";
     writeRecording(plain, false);
     writeRecording(whole, true);
+    const std::string spoiled = directory / "spoiled.jsonl";
+    writeRecording(spoiled, false);
+    std::ofstream{spoiled, std::ios::app} << R"({"t":5000000000,"service":"/hmx","path":"/displayables","event":"state",)"
+                                          << R"("status":200,"document":{"data":[null]}})"
+                                          << "\nforeign\n";
     const std::string popups = page({popup("Driver_Display", "Hint", R"(,"requested":true)")});
     const char* const hint = "popups/Driver_Display/Hint";
     struct Row {
@@ -64,6 +71,8 @@ TEST(FromARecording, VerbsWorkAsOnARunningSystem) {
         {plain, {"get", hint, "--at", "12:30:01"}, ExitCode::ok, "requested  no\n", ""},
         {plain, {"get", hint, "--at", "-1.5s"}, ExitCode::ok, "requested  yes\n", ""},
         {plain, {"list", "displays", "--at", "1ms"}, ExitCode::serviceAbsent, "", "says nothing until then"},
+        {spoiled, {"list", "displayables"}, ExitCode::rejected, "", "data[0]: expected an object"},
+        {spoiled, {"list", "displays", "-o", "jsonl"}, ExitCode::ok, driver, "spoiled.jsonl, line 8: no "},
         {plain, {"list", "layerconfigurations"}, ExitCode::serviceAbsent, "", "does not hold /layerconfigurations"},
         {plain, {"hit", "Driver_Display", "1", "1"}, ExitCode::serviceAbsent, "", "does not hold /layerconfigurations"},
         {plain, {"call", "/hmxinputmanager", "retrieve", "/Driver_Display"}, ExitCode::serviceAbsent, "", "record --upstream"},

@@ -39,7 +39,7 @@ std::string popup(const char* name, const char* more) {
 class Replaying : public testing::Test {
 protected:
     void replay(const std::vector<Entry>& entries, hmxsim::ReplayOptions options = {}) {
-        options.file = directory_ / "file.hmxrec";
+        options.file = directory_ / "file.jsonl";
         const int descriptor = ::open(options.file.c_str(), O_CREAT | O_WRONLY | O_TRUNC | O_CLOEXEC, 0600);
         hmx::recording::Writer writer{descriptor, options.file, {}};
         for (const Entry& entry : entries) writer.write(entry);

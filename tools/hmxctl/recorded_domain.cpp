@@ -147,13 +147,25 @@ private:
     template <class Element>
     static void showList(hmx::replica::Resource<Element>& resource, const std::string& part, const SourceState& state) {
         if (!isAnswering(state)) return resource.lose(part, refusal(state));
-        resource.set(part, recordOf<kelo::tolu::ListPage<Element>>(state.document).data);
+        showRead(resource, part, [&] { return recordOf<kelo::tolu::ListPage<Element>>(state.document).data; });
     }
     template <class Element>
     static void showOne(hmx::replica::Resource<Element>& resource, const std::string& part, const SourceState& state) {
         if (state.kind == Kind::missing) return resource.set(part, {});
         if (!isAnswering(state)) return resource.lose(part, refusal(state));
-        resource.set(part, {std::make_shared<Element>(recordOf<Element>(state.document))});
+        showRead(resource, part, [&] { return std::vector{std::make_shared<Element>(recordOf<Element>(state.document))}; });
+    }
+    // `read()` returns the elements. What cannot be read is refused, as a service would that cannot read its upstream.
+    template <class Element, class Read>
+    static void showRead(hmx::replica::Resource<Element>& resource, const std::string& part, Read read) {
+        std::vector<std::shared_ptr<Element>> elements;
+        try {
+            elements = read();
+        } catch (const Error& error) {
+            resource.lose(part, Response::createErrorResponse(500, error.what()));
+            throw;
+        }
+        resource.set(part, std::move(elements));
     }
 
     NoChanges noChanges_;
@@ -234,7 +246,11 @@ private:
     }
 
     void complain(const hmx::recording::Problem& problem) {
-        complaints_.push_back(name_ + ", line " + std::to_string(problem.line) + ": " + problem.what);
+        complain(name_ + ", line " + std::to_string(problem.line) + ": " + problem.what);
+    }
+    void complain(std::string text) {
+        // A file that is played is read more than once.
+        if (std::find(complaints_.begin(), complaints_.end(), text) == complaints_.end()) complaints_.push_back(std::move(text));
     }
 
     void show(const SourceState& state) {
@@ -243,7 +259,7 @@ private:
             const auto service = services_.find(state.source.service);
             if (service != services_.end()) service->second.renew(state.source);
         } catch (const Error& error) {
-            complaints_.push_back(name_ + ": " + state.source.path + " of " + state.source.service + ": " + error.what());
+            complain(name_ + ": " + state.source.path + " of " + state.source.service + ": " + error.what());
         }
     }
 
@@ -278,7 +294,7 @@ private:
         try {
             show(moment_.apply(entry));
         } catch (const Error& error) {
-            complaints_.push_back(name_ + ", line " + std::to_string(reader_->line()) + ": " + error.what());
+            complain(name_ + ", line " + std::to_string(reader_->line()) + ": " + error.what());
         }
     }
 

@@ -25,7 +25,7 @@ constexpr const char* examples =
     "  hmxsim --world one_screen popupmanager         another sample, the popup manager alone\n"
     "  hmxsim --world ./my.json --mime application/vnd.ixobin\n"
     "  hmxsim --scenario calls.json --seed 7          changes at set times, the same for the same seed\n"
-    "  hmxsim --replay drive.hmxrec --speed 4         what the managers said in a recording, four times as fast\n"
+    "  hmxsim --replay drive.jsonl --speed 4         what the managers said in a recording, four times as fast\n"
     "  hmxsim --record-requests - | grep popup        watch what arrives\n"
     "  hmxsim --make-world displays=4,popups=500 --seed 3 > big.json\n"
     "\n"
