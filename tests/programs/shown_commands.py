@@ -95,7 +95,8 @@ def main():
         # Looks as after `make build`, wherever the build really is.
         Path(folder, "build").mkdir()
         Path(folder, "build/release").symlink_to(build)
-        Path(folder, "examples").symlink_to(Path(__file__).resolve().parents[2] / "examples")
+        for name in ("examples", "share"):
+            Path(folder, name).symlink_to(Path(__file__).resolve().parents[2] / name)
         environment = dict(os.environ, TMPDIR=folder, LC_ALL="C.UTF-8", TERM="dumb")
         for name in ("KELO_RUNTIME_DIR", "KELO_TRACE", "XDG_RUNTIME_DIR"):
             environment.pop(name, None)
