@@ -26,6 +26,7 @@ constexpr const char* help =
     "  --host NAME              Further name that the server goes by in the Host header\n"
     "  --allow-origin ORIGIN    Foreign origin whose pages may use the server\n"
     "  --page DIRECTORY         The inspector's page (default: the one that belongs to the program)\n"
+    "  --service PATH           Where /hmx is: /hmx@ORIGIN for that of another machine (/hmx)\n"
     "  --domain NAME            Domain in which the services meet (default: $KELO_DOMAIN, or local)\n"
     "  --runtime-dir DIRECTORY  Directory of the domains (default: $KELO_RUNTIME_DIR, ...)\n"
     "  -h, --help               Show this help\n"
@@ -53,13 +54,14 @@ std::string_view version() noexcept {
 }
 
 std::optional<int> readCommandLine(int argc, char* const* argv, Options& options, std::ostream& out, std::ostream& err) {
-    const std::array<option, 11> known{{
+    const std::array<option, 12> known{{
         {"listen", required_argument, nullptr, 'l'},
         {"allow-changes", no_argument, nullptr, 'c'},
         {"token-file", required_argument, nullptr, 't'},
         {"host", required_argument, nullptr, 'n'},
         {"allow-origin", required_argument, nullptr, 'o'},
         {"page", required_argument, nullptr, 'p'},
+        {"service", required_argument, nullptr, 's'},
         {"domain", required_argument, nullptr, 'd'},
         {"runtime-dir", required_argument, nullptr, 'r'},
         {"help", no_argument, nullptr, 'h'},
@@ -88,6 +90,9 @@ std::optional<int> readCommandLine(int argc, char* const* argv, Options& options
             case 'p':
                 options.page = optarg;
                 break;
+            case 's':
+                options.service = optarg;
+                break;
             case 'd':
                 options.domain = optarg;
                 break;
@@ -110,6 +115,9 @@ std::optional<int> readCommandLine(int argc, char* const* argv, Options& options
     if (options.domain.empty()) options.domain = kelo::runtime::domainName(kelo::runtime::usualDomain);
     if (!kelo::runtime::isDomainName(options.domain)) {
         return usageError(err, "--domain: \"" + options.domain + "\" cannot be the name of a domain");
+    }
+    if (options.service.size() < 2 || options.service.front() != '/') {
+        return usageError(err, "--service: \"" + options.service + "\" is not the path of a service, such as /hmx@cluster");
     }
     for (const std::string& origin : options.origins) {
         const std::size_t name = origin.starts_with("https://") ? 8 : origin.starts_with("http://") ? 7 : origin.size();

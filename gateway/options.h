@@ -17,6 +17,7 @@ struct Options {
     std::string tokenFile{};
     std::vector<std::string> hosts{};
     std::vector<std::string> origins{};
+    std::string service{"/hmx"};
     std::string domain{};
     std::string runtimeDirectory{};
 };

@@ -55,8 +55,7 @@ GatewayOptions gatewayOptions(const Options& options, const Listening& listening
 // So that the first request does not have to. A bridge that is not there is waited for no longer than this.
 void findBridge(hmx::client::Client& client) {
     try {
-        (void)client.run(
-            client.domain().attach(std::string{hmx::client::hmxService}, hmx::client::Deadline{std::chrono::seconds{1}}));
+        (void)client.run(client.domain().attach(client.options().service, hmx::client::Deadline{std::chrono::seconds{1}}));
     } catch (const hmx::client::Error&) {  // whoever asks is told
     }
 }
@@ -71,6 +70,7 @@ int serve(const Options& options) {
     access.domain.applicationName = name;
     access.domain.domain = options.domain;
     access.domain.runtimeDirectory = options.runtimeDirectory;
+    access.service = options.service;
     access.style.patient = false;  // an HTTP client is told at once, and decides itself whether to ask again
     access.appearance = std::chrono::milliseconds{250};
     hmx::client::Client client{access};

@@ -43,6 +43,7 @@ kelo::Request Service::makeRequest(const Query& query, bool oneShot) const {
     request.setMimeType(style_.mimeType);
     request.setAccept(style_.mimeType);
     request.setOneShot(oneShot);
+    if (style_.acceptStale) request.headers().set("$stale", "accept");
     kelo::headers::appendTracingInfo(request, path_, kelo::tracing::getTraceClientId());
     kelo::headers::appendAuthInfo(request);
     return request;

@@ -116,6 +116,8 @@ private:
         root_.flag("--no-color", noColour_, "No colours, even on a terminal (like NO_COLOR)");
         root_.value("--runtime-dir", arguments_.runtimeDirectory, "Where the domains are (KELO_RUNTIME_DIR)", "DIR");
         root_.value("--domain", arguments_.domain, "The domain of the services (KELO_DOMAIN, else local)", "NAME");
+        root_.value("--service", arguments_.service, "Where /hmx is: /hmx@ORIGIN for that of another machine (/hmx)", "PATH");
+        root_.flag("--stale", arguments_.stale, "Show what was last known of an origin that is lost");
         root_.value("--from", arguments_.from, "Ask a recording instead of running services; - is standard input", "FILE");
         root_.value("--at", arguments_.at,
                     "The time that is shown: 12.5s, -3s (before the end), 12:34:56 (the end; watch, wait: the start)", "TIME");
@@ -211,6 +213,9 @@ private:
                 throw usageError("--count: '" + count_ + "' is not a number of events", "a number from 1, e.g. --count 3");
             }
             arguments_.count = count;
+        }
+        if (arguments_.service.size() < 2 || arguments_.service.front() != '/') {
+            throw usageError("--service: '" + arguments_.service + "' is not the path of a service", "such as /hmx@cluster");
         }
         if (!root_.isGiven("--domain")) arguments_.domain = kelo::runtime::domainName(kelo::runtime::usualDomain);
         if (!kelo::runtime::isDomainName(arguments_.domain)) {

@@ -25,6 +25,8 @@ struct Arguments {
     bool patient = false;                      // what is away is asked again until the timeout
     std::string mimeType{"application/json"};  // full name
     bool colour = true;
+    std::string service{"/hmx"};  // "/hmx@ORIGIN": of another machine
+    bool stale = false;
     std::string runtimeDirectory;  // "": from the environment
     std::string domain;
     bool verbose = false;

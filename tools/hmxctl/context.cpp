@@ -29,17 +29,23 @@ void report(std::ostream& err, const std::string& action, const Failure& failure
     err << lines << std::flush;  // in one piece, so that others' lines do not come between
 }
 
-// Says on `err` what is asked and answered. Thread: main.
+// Says on `err` what is asked and answered, if that is wanted, and in any case how old an answer is that is not of now.
+// Thread: main.
 class Tracer final : public IObserver {
 public:
-    explicit Tracer(std::ostream& err) : err_{err} {}
+    Tracer(std::ostream& err, bool isVerbose) : err_{err}, isVerbose_{isVerbose} {}
 
     void asked(const std::string& service, const Query& query) override {
+        if (!isVerbose_) return;
         err_ << "hmxctl: > " << query.command << ' ' << query.path << " at " << service;
         if (!query.body.is_null()) err_ << ' ' << printable(compact(query.body));
         err_ << '\n';
     }
     void answered(const kelo::Response& response, std::chrono::steady_clock::duration after) override {
+        if (const std::string* const age = response.headers().find("$age"); age != nullptr && !std::exchange(isOld_, true)) {
+            err_ << "hmxctl: the origin is lost; this was known " + printable(*age) + " ms ago\n" << std::flush;
+        }
+        if (!isVerbose_) return;
         const std::chrono::duration<double, std::milli> elapsed = after;
         std::array<char, 32> time{};
         std::snprintf(time.data(), time.size(), "%.1f", elapsed.count());
@@ -48,6 +54,8 @@ public:
 
 private:
     std::ostream& err_;
+    bool isVerbose_;
+    bool isOld_ = false;  // that was said
 };
 
 // Says what is wrong with a recording when all else has been said. Thread: main.
@@ -78,7 +86,11 @@ ClientOptions clientOptions(const Arguments& arguments, IObserver* observer) {
                        .applicationName = "hmxctl",
                        .patient = arguments.patient,
                        .probe = probe},
-            .style = {.mimeType = arguments.mimeType, .patient = arguments.patient, .observer = observer},
+            .style = {.mimeType = arguments.mimeType,
+                      .acceptStale = arguments.stale,
+                      .patient = arguments.patient,
+                      .observer = observer},
+            .service = arguments.service,
             .timeout = arguments.timeout};
 }
 
@@ -131,7 +143,7 @@ ExitCode runCommand(int argc, const char* const* argv, const ClientMaker& makeCl
             out.flush();
             return ExitCode::ok;
         }
-        Tracer tracer{err};
+        Tracer tracer{err, arguments.verbose};
         RecordedDomain* recording = nullptr;
         Client::DomainMaker domain;
         if (!arguments.from.empty()) {
@@ -145,7 +157,7 @@ ExitCode runCommand(int argc, const char* const* argv, const ClientMaker& makeCl
             };
         }
         const std::unique_ptr<Client> client =
-            makeClient(arguments, clientOptions(arguments, arguments.verbose ? &tracer : nullptr), domain);
+            makeClient(arguments, clientOptions(arguments, arguments.verbose || arguments.stale ? &tracer : nullptr), domain);
         Context context{arguments, *client, out, err, recording};
         Complaints complaints{context};
         action = context.action();

@@ -1,4 +1,4 @@
-// `services`: the services of the domain.
+// `services`: the services of the domain, and of those that a relay publishes, how near they are to their originals.
 
 #include "hmx/client/domain.h"
 #include "hmx/client/suggest.h"
@@ -8,6 +8,25 @@
 
 namespace hmxctl {
 namespace {
+
+using hmx::client::member;
+using hmx::client::text;
+
+// What a relay tells of the origin behind a service; null for any other service, and if it does not tell.
+Json originOf(Context& context, const ServiceState& state) {
+    const bool isCopy = state.life == Life::alive && state.application == "hmxrelay" &&
+                        (state.path == hmxService || state.path.starts_with(std::string{hmxService} + "@"));
+    if (!isCopy) return nullptr;
+    try {
+        const Deadline deadline = context.deadline.atMost(std::chrono::milliseconds{500});
+        const Service service{context.client.dispatcher(),
+                              *context.client.run(context.client.domain().attach(state.path, deadline)), state.path,
+                              context.client.options().style};
+        return hmx::client::decode(context.client.run(service.request({"retrieve", "/relay"}, deadline)).payload);
+    } catch (const Error&) {
+        return nullptr;
+    }
+}
 
 Json asJson(const ServiceState& state) {
     Json json{{"path", state.path}, {"state", nameOf(state.life)}};
@@ -26,7 +45,10 @@ ExitCode runServices(Context& context) {
     const std::vector<ServiceState> states = context.wait(context.client.domain().list(context.deadline));
     if (context.arguments.format != Format::table) {
         Json services = Json::array();
-        for (const ServiceState& state : states) services.push_back(asJson(state));
+        for (const ServiceState& state : states) {
+            services.push_back(asJson(state));
+            if (Json origin = originOf(context, state); !origin.is_null()) services.back()["origin"] = std::move(origin);
+        }
         printDocument(context, services);
         return ExitCode::ok;
     }
@@ -47,6 +69,31 @@ ExitCode runServices(Context& context) {
         }
     }
     printLines(context.out, table.lines(context.out.colour()));
+    Table origins{{{"ORIGIN"},
+                   {"SERVICE"},
+                   {"STATE"},
+                   {"AGE ms", Align::right},
+                   {"LAG ms", Align::right},
+                   {"LOST", Align::right},
+                   {"HOST"}}};
+    bool hasOrigins = false;
+    for (const ServiceState& state : states) {
+        const Json origin = originOf(context, state);
+        if (origin.is_null()) continue;
+        hasOrigins = true;
+        const std::string life = text(origin, "state");
+        origins.addRow({{text(origin, "origin")},
+                        {state.path},
+                        {life, life == "live" ? Style::green : Style::red},
+                        {compact(member(origin, "age"))},
+                        {compact(member(origin, "lag"))},
+                        {compact(member(origin, "lost"))},
+                        {text(origin, "host")}});
+    }
+    if (hasOrigins) {
+        context.out.line("");
+        printLines(context.out, origins.lines(context.out.colour()));
+    }
     if (states.empty()) context.note("no service has a place in " + context.client.domain().where());
     return ExitCode::ok;
 }

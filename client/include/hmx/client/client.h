@@ -15,6 +15,7 @@
 
 #include "hmx/client/dispatcher.h"
 #include "hmx/client/domain.h"
+#include "hmx/client/resources.h"
 #include "hmx/client/service.h"
 
 namespace hmx::client {
@@ -23,6 +24,9 @@ namespace hmx::client {
 struct ClientOptions {
     DomainOptions domain{};
     RequestStyle style{};
+    // The path under which /hmx is asked for. With "/hmx@cluster", the upstream services are those of that origin, too:
+    // "/hmxinputmanager@cluster".
+    std::string service{hmxService};
     std::chrono::milliseconds timeout{5000};  // of what is asked without a deadline
     // How long a service that is away is waited for; nothing: as long as the deadline allows.
     std::optional<std::chrono::milliseconds> appearance{};
@@ -44,9 +48,12 @@ public:
     Domain& domain() noexcept { return *domain_; }
     const ClientOptions& options() const noexcept { return options_; }
 
-    // The service, waited for until the deadline if it is away. Errors: see Domain::attach.
+    // The service, waited for until the deadline if it is away; see ClientOptions::service. Errors: see Domain::attach.
     Task<Service> service(std::string path, Deadline deadline) { return service(std::move(path), deadline, options_.style); }
     Task<Service> service(std::string path, Deadline deadline, RequestStyle style);
+
+    // Where the options look for the service of this path.
+    std::string placeOf(std::string path) const;
 
     // `timeout` from now.
     Deadline deadline() const { return Deadline{options_.timeout}; }
