@@ -16,7 +16,7 @@ ifneq ($(filter-out address thread,$(SANITIZE)),)
 $(error SANITIZE is '$(SANITIZE)'; it takes address or thread)
 endif
 
-.PHONY: help setup build inspector run test campaign coverage lint bench fuzz install clean
+.PHONY: help setup build inspector relay run test campaign coverage lint bench fuzz install clean
 
 help: ## Show this list
 	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-9s %s\n' "$$name" "$$text"; done
@@ -31,6 +31,10 @@ build: ## Build the programs into build/release/bin
 inspector: ## Build the page that the gateway serves into inspector/dist
 	@packaging/setup.sh inspector
 	@packaging/inspector.sh build
+
+relay: ## Build hmxrelay, which carries /hmx between machines, into build/release/bin
+	@packaging/setup.sh run relay
+	@packaging/build.sh $(PRESET) $(JOBS) hmxrelay
 
 run: build ## Start the simulator, the bridge and the gateway, show a cockpit's resources, run until interrupted
 	@packaging/run.sh $(BUILD)/bin

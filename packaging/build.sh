@@ -25,8 +25,12 @@ esac
 if [ ! -f "$build/build.ninja" ] || [ CMakePresets.json -nt "$build/build.ninja" ]; then
     configure=yes
 fi
+# What was not there then may have been installed since.
+if grep -qs '^HMX_\(DDSC\|IDLC\):FILEPATH=.*-NOTFOUND$' "$cache" && command -v idlc >/dev/null; then
+    configure=yes
+fi
 case "$1" in
-programs | installed_files)
+programs | installed_files | hmxrelay)
     [ -n "$with_tests" ] || options+=(-DHMX_BUILD_TESTS=OFF)
     ;;
 fuzz/all) ;;

@@ -84,7 +84,7 @@ def warnings_of(path, maker):
 def main():
     binaries, pages, maker = Path(sys.argv[1]), Path(sys.argv[2]), sys.argv[3]
     complaints = []
-    for name, check in (("hmxctl.1", check_hmxctl), ("hmxsim.1", check_plain), ("hmxgateway.1", check_plain),
+    for name, check in (("hmxctl.1", check_hmxctl), ("hmxsim.1", check_plain), ("hmxgateway.1", check_plain), ("hmxrelay.1", check_plain),
                         ("hmxtolubridge.8", check_plain)):
         path = pages / f"{name}.scd"
         page = path.read_text()

@@ -1,0 +1,372 @@
+// Before anything is written, the network is listened to: if another export of this name is alive, this one refuses to begin. A
+// dead one is waited for until its lease has run out. What two exports of one name write is never mixed even if they could not
+// see each other when they began, because each writes to a partition of its own.
+//
+// A part's answer is compared with what was written last, element by element. New and changed elements are written, those that
+// are gone are disposed, and then the part's state says how many there are now and what the sum over all of them is. So a reader
+// knows when it has seen the whole of a transition, whatever order the topics arrive in.
+//
+// If readers are so far behind that a sample cannot be sent, the answer is kept, and what is missing of it is written a little
+// later; a newer answer takes its place. So what waits is bounded by the size of the lists.
+#include "exporter.h"
+
+#include <algorithm>
+#include <chrono>
+#include <string_view>
+
+#include "hmx/client/elements.h"
+#include "hmx/client/resources.h"
+#include "kelo/path.h"
+#include "kelo/std/uuid.h"
+#include "list_text.h"
+#include "order.h"
+
+namespace hmxrelay {
+namespace {
+
+using hmx::client::Heard;
+using hmx::client::Json;
+using hmx::client::Outcome;
+using hmx::client::Query;
+using std::chrono::milliseconds;
+
+const std::string hmxPath{hmx::client::hmxService};
+
+// How long others have to be found before this one begins.
+constexpr milliseconds discovery{400};
+// How long past its lease another export may still seem to live.
+constexpr milliseconds leeway{500};
+constexpr milliseconds retryPause{20};
+constexpr std::size_t mostParts = 4096;
+constexpr std::size_t mostInterests = 1024;
+
+Bytes16 idIn(const hmxrelay_Uuid& id) {
+    Bytes16 bytes{};
+    std::copy(std::begin(id), std::end(id), bytes.begin());
+    return bytes;
+}
+
+void setKey(hmxrelay_Element& sample, const ElementKey& key) {
+    std::copy(key.id.begin(), key.id.end(), std::begin(sample.id));
+    sample.occurrence = key.occurrence;
+}
+
+std::int64_t wallClock() {
+    return std::chrono::nanoseconds{std::chrono::system_clock::now().time_since_epoch()}.count();
+}
+
+std::uint64_t hashOf(std::string_view text) {
+    return std::hash<std::string_view>{}(text);
+}
+
+std::string within(const std::string& name, const Bytes16& life) {
+    return name + "/" + std::UUID{life}.toString();
+}
+
+}  // namespace
+
+Exporter::Exporter(hmx::client::Client& client, const Participant& participant, ExportOptions options,
+                   std::function<void(const std::string&)> refused, std::function<void()> begun)
+    : client_{client},
+      participant_{participant},
+      options_{std::move(options)},
+      refused_{std::move(refused)},
+      begun_{std::move(begun)},
+      life_{randomId()},
+      started_{wallClock()},
+      originArrived_{client.dispatcher()},
+      interestArrived_{client.dispatcher()},
+      unwritten_{client.dispatcher()},
+      commonPublisher_{participant.publisher("")},
+      commonSubscriber_{participant.subscriber("")},
+      publisher_{participant.publisher(within(options_.name, life_))},
+      subscriber_{participant.subscriber(within(options_.name, life_))},
+      origins_{participant, commonSubscriber_, originArrived_.raiser()},
+      retrieves_{client, [this](const Heard& heard) { this->heard(heard); }} {
+    originArrived_.onRaised([this] { watchNamesakes(); });
+    interestArrived_.onRaised([this] { watchInterest(); });
+    life1_ = client_.start(live(), [](const Outcome<void>&) {});
+}
+
+Exporter::~Exporter() {
+    if (!origin_) return;
+    hmxrelay_Origin sample{};
+    sample.name = lent(options_.name);
+    std::copy(life_.begin(), life_.end(), std::begin(sample.life));
+    origin_->dispose(sample);
+}
+
+hmx::client::Task<> Exporter::live() {
+    co_await client_.dispatcher().pause(discovery);
+    const hmx::client::Deadline patience{participant_.network().lease + leeway};
+    while (!namesakes_.empty() && !patience.passed()) co_await client_.dispatcher().pause(retryPause);
+    if (!namesakes_.empty()) {
+        refused_("the origin '" + options_.name + "' is exported already, by " + namesakes_.begin()->second);
+        co_return;
+    }
+    begin();
+    begun_();
+    co_await beat();
+}
+
+void Exporter::begin() {
+    origin_.emplace(participant_, commonPublisher_);
+    states_.emplace(participant_, publisher_);
+    elements_.emplace(participant_, publisher_);
+    interest_.emplace(participant_, subscriber_, interestArrived_.raiser());
+    desk_.emplace(client_, participant_, publisher_, subscriber_, hmxPath, options_.isReadOnly);
+    for (const char* resource : {"displays", "displayables", "layerconfigurations"}) {
+        follow({resource, ""}, hmxPath, {"retrieve", std::string{"/"} + resource});
+    }
+    follow({std::string{displayManager}, "/layerConfig"}, "/" + std::string{displayManager}, {"retrieve", "/layerConfig"});
+    writeOrigin();
+    life2_ = client_.start(retry(), [](const Outcome<void>&) {});
+}
+
+hmx::client::Task<> Exporter::beat() {
+    for (;;) {
+        co_await client_.dispatcher().pause(participant_.network().lease);
+        writeOrigin();
+    }
+}
+
+hmx::client::Task<> Exporter::retry() {
+    for (;;) {
+        co_await unwritten_.raised();
+        co_await client_.dispatcher().pause(retryPause);
+        for (const auto& [name, part] : parts_) {
+            if (const std::optional<kelo::Payload> answer = std::exchange(part->unwritten, {})) (void)write(*part, *answer);
+            if (part->isStateUnwritten) writeState(*part);
+        }
+    }
+}
+
+// Another export of this name that appears after this one has begun is told apart by those who import; here it is only reported.
+void Exporter::watchNamesakes() {
+    origins_.takeAll([this](const hmxrelay_Origin& origin, const dds_sample_info_t& info) {
+        const Bytes16 life = idIn(origin.life);
+        if (textOf(origin.name) != options_.name || life == life_) return;
+        if (info.instance_state != DDS_ALIVE_INSTANCE_STATE) {
+            namesakes_.erase(life);
+        } else if (info.valid_data && namesakes_.size() < 16 &&
+                   namesakes_.emplace(life, std::string{textOf(origin.host)}).second && origin_) {
+            tracing::logC(channel, 4,
+                          ("another export of '" + options_.name + "' has appeared, on " + namesakes_[life] +
+                           "; importers follow the one that began first")
+                              .c_str());
+        }
+    });
+}
+
+void Exporter::watchInterest() {
+    std::size_t onDemand = 0;
+    for (const auto& [name, part] : parts_) onDemand += part->isOnDemand ? 1U : 0U;
+    interest_->takeAll([&](const hmxrelay_Interest& interest, const dds_sample_info_t& info) {
+        const PartName name{std::string{textOf(interest.resource)}, std::string{textOf(interest.part)}};
+        std::UUID id;
+        if (name.resource != regions || !std::UUID::parse(name.part, id) || id.toString() != name.part) return;
+        const bool isWanted = info.instance_state == DDS_ALIVE_INSTANCE_STATE;
+        if (!isWanted) {
+            leave(name);
+        } else if (info.valid_data && !parts_.contains(name) && onDemand < mostInterests) {
+            ++onDemand;
+            follow(name, hmxPath, {"retrieve", "/" + name.resource + "/" + name.part}, true);
+        }
+    });
+}
+
+Exporter::Part& Exporter::follow(PartName name, std::string service, Query query, bool isOnDemand) {
+    std::unique_ptr<Part>& part = parts_[name];
+    if (part) return *part;
+    part = std::make_unique<Part>();
+    part->name = std::move(name);
+    part->isOnDemand = isOnDemand;
+    part->retrieve = retrieves_.follow(std::move(service), std::move(query));
+    byRetrieve_[part->retrieve] = part.get();
+    if (!isOnDemand) writeState(*part);  // others wait until something is known
+    return *part;
+}
+
+template <class Sample>
+Sample Exporter::sampleOf(const Part& part) const {
+    Sample sample{};
+    sample.origin = lent(options_.name);
+    sample.resource = lent(part.name.resource);
+    sample.part = lent(part.name.part);
+    return sample;
+}
+
+void Exporter::leave(const PartName& name) {
+    const auto found = parts_.find(name);
+    if (found == parts_.end()) return;
+    const Part& part = *found->second;
+    retrieves_.leave(part.retrieve);
+    byRetrieve_.erase(part.retrieve);
+    for (const auto& [key, entry] : part.entries) disposeElement(part, key);
+    hmxrelay_State sample = sampleOf<hmxrelay_State>(part);
+    states_->dispose(sample);
+    parts_.erase(found);
+}
+
+void Exporter::heard(const Heard& heard) {
+    const auto found = byRetrieve_.find(heard.which);
+    if (found == byRetrieve_.end()) return;
+    Part& part = *found->second;
+    switch (heard.kind) {
+        case Heard::Kind::answer:
+            (void)write(part, heard.response.payload());
+            if (part.name.resource == "displays") followDisplays(heard.response.payload());
+            return;
+        case Heard::Kind::ended:  // asked again soon; what it said last still holds
+            return;
+        case Heard::Kind::missing:
+            return setCondition(part, Condition::missing, 404, heard.error->reason());
+        case Heard::Kind::lost:
+        case Heard::Kind::failed: {
+            const std::uint16_t status = heard.error->status() == 0 ? 503 : heard.error->status();
+            return setCondition(part, Condition::lost, status,
+                                heard.error->reason().empty() ? heard.error->what() : heard.error->reason());
+        }
+    }
+}
+
+// The popups and the touch regions are asked for by display.
+void Exporter::followDisplays(const kelo::Payload& displays) {
+    std::vector<std::string> names;
+    for (const Json& display : hmx::client::elementsOf(hmx::client::decode(displays))) {
+        std::string name = hmx::client::text(display, "name");
+        if (!name.empty() && std::find(names.begin(), names.end(), name) == names.end()) names.push_back(std::move(name));
+    }
+    if (names == displays_) return;
+    const auto pathOf = [](const std::string& name) { return kelo::Path::replacePattern("/*", {name}); };
+    for (const std::string& name : std::exchange(displays_, names)) {
+        if (std::find(names.begin(), names.end(), name) != names.end()) continue;
+        leave({"popups", name});
+        leave({std::string{inputManager}, pathOf(name)});
+    }
+    for (const std::string& name : names) {
+        if (parts_.size() + 2 > mostParts) break;
+        follow({"popups", name}, hmxPath, {"retrieve", "/popups", Json{{"display", name}}});
+        follow({std::string{inputManager}, pathOf(name)}, "/" + std::string{inputManager}, {"retrieve", pathOf(name)});
+    }
+    writeOrigin();
+}
+
+bool Exporter::write(Part& part, const kelo::Payload& answer) {
+    std::optional<std::vector<ElementText>> elements;
+    if (part.name.resource == inputManager || part.name.resource == displayManager) {
+        elements.emplace().push_back({{}, answer.text()});
+    } else if (answer.mimeType().id() == kelo::mimetypes::MimeTypeID::json) {
+        elements = elementTexts(answer.text());
+    }
+    if (!elements) {
+        setCondition(part, Condition::lost, 500, "unreadable answer");
+        return true;
+    }
+    std::vector<std::optional<std::uint64_t>> before;
+    before.reserve(elements->size());
+    for (const ElementText& element : *elements) {
+        const auto found = part.entries.find(element.key);
+        before.push_back(found == part.entries.end() ? std::nullopt : std::optional{found->second.position});
+    }
+    const std::vector<std::uint64_t> positions = positionsFor(before);
+    const std::uint64_t revision = part.revision + 1;
+    bool isChanged = part.condition != Condition::live || part.isUnfinished;
+    bool isWritten = true;
+    std::map<ElementKey, Entry> now;
+    for (std::size_t i = 0; i < elements->size(); ++i) {
+        const auto& [key, text] = (*elements)[i];
+        const auto found = part.entries.find(key);
+        Entry entry{hashOf(text), positions[i], revision};
+        if (found != part.entries.end() && found->second.hash == entry.hash && found->second.position == entry.position) {
+            entry = found->second;
+        } else {
+            isChanged = true;
+            // What could not be written must not look as if it were.
+            if (isWritten && !writeElement(part, key, entry, answer, text)) isWritten = false;
+            if (!isWritten) entry.hash = ~entry.hash;
+        }
+        now.emplace(key, entry);
+    }
+    for (const auto& [key, entry] : part.entries) {
+        if (now.contains(key)) continue;
+        disposeElement(part, key);
+        isChanged = true;
+    }
+    part.entries = std::move(now);
+    part.isUnfinished = !isWritten;
+    if (!isWritten) {
+        part.revision = revision;
+        part.unwritten = answer;
+        unwritten_.raiseHere();
+        return false;
+    }
+    part.unwritten.reset();
+    if (!isChanged) return true;
+    part.condition = Condition::live;
+    part.status = 0;
+    part.reason.clear();
+    part.revision = revision;
+    part.digest = 0;
+    for (const auto& [key, entry] : part.entries) part.digest += digestOf(key, entry.revision);
+    writeState(part);
+    return true;
+}
+
+void Exporter::setCondition(Part& part, Condition condition, std::uint16_t status, const std::string& reason) {
+    part.unwritten.reset();
+    if (part.condition == condition && part.status == status && part.reason == reason && part.revision != 0) return;
+    part.condition = condition;
+    part.status = status;
+    part.reason = reason;
+    ++part.revision;
+    writeState(part);
+}
+
+void Exporter::writeState(Part& part) {
+    hmxrelay_State sample = sampleOf<hmxrelay_State>(part);
+    sample.condition = static_cast<std::uint8_t>(part.condition);
+    sample.status = part.status;
+    sample.reason = lent(part.reason);
+    sample.revision = part.revision;
+    sample.count = static_cast<std::uint32_t>(part.entries.size());
+    sample.digest = part.digest;
+    part.isStateUnwritten = !states_->write(sample);
+    if (part.isStateUnwritten) unwritten_.raiseHere();
+}
+
+bool Exporter::writeElement(const Part& part, const ElementKey& key, const Entry& entry, const kelo::Payload& answer,
+                            std::string_view text) {
+    hmxrelay_Element sample = sampleOf<hmxrelay_Element>(part);
+    setKey(sample, key);
+    sample.revision = entry.revision;
+    sample.position = entry.position;
+    const std::string encoding{answer.mimeType().text()};
+    sample.encoding = lent(encoding);
+    lend(sample.document, text);
+    return elements_->write(sample);
+}
+
+void Exporter::disposeElement(const Part& part, const ElementKey& key) {
+    hmxrelay_Element sample = sampleOf<hmxrelay_Element>(part);
+    setKey(sample, key);
+    elements_->dispose(sample);
+}
+
+void Exporter::writeOrigin() {
+    hmxrelay_Origin sample{};
+    const std::string host = hostName();
+    sample.name = lent(options_.name);
+    std::copy(life_.begin(), life_.end(), std::begin(sample.life));
+    sample.version = formatVersion;
+    sample.started = started_;
+    sample.beat = ++beats_;
+    sample.lease = static_cast<std::uint32_t>(participant_.network().lease.count());
+    for (const auto& [name, part] : parts_) sample.parts += part->isOnDemand ? 0U : 1U;
+    sample.readOnly = options_.isReadOnly;
+    sample.program = lent(options_.program);
+    sample.host = lent(host);
+    (void)origin_->write(sample);  // the next one says the same
+}
+
+}  // namespace hmxrelay

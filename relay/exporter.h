@@ -1,0 +1,115 @@
+// One side of the relay: follows /hmx on this machine and writes what there is to the network.
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "change_desk.h"
+#include "hmx/client/client.h"
+#include "hmx/client/retrieves.h"
+#include "names.h"
+#include "participant.h"
+
+namespace hmxrelay {
+
+// Thread: any (a value).
+struct ExportOptions {
+    std::string name{};
+    std::string program{};
+    bool isReadOnly = false;
+};
+
+// A resource. Thread: the dispatcher's.
+class Exporter {
+public:
+    // `client` and `participant` outlive it. `refused(why)` is called when another export has the name; nothing was written then.
+    // `begun` is called when the origin is on the network.
+    Exporter(hmx::client::Client& client, const Participant& participant, ExportOptions options,
+             std::function<void(const std::string& why)> refused, std::function<void()> begun);
+    ~Exporter();
+    Exporter(const Exporter&) = delete;
+    Exporter& operator=(const Exporter&) = delete;
+
+private:
+    struct Entry {
+        std::uint64_t hash = 0;
+        std::uint64_t position = 0;
+        std::uint64_t revision = 0;
+    };
+    struct Part {
+        PartName name;
+        bool isOnDemand = false;
+        std::size_t retrieve = 0;
+        Condition condition = Condition::lost;
+        std::uint16_t status = 503;
+        std::string reason{"not asked yet, request not sent"};
+        std::uint64_t revision = 0;
+        std::uint64_t digest = 0;
+        std::map<ElementKey, Entry> entries;
+        std::optional<kelo::Payload> unwritten;  // an answer that the network did not take as a whole yet
+        bool isUnfinished = false;               // some of its elements are newer than its state
+        bool isStateUnwritten = false;
+    };
+
+    hmx::client::Task<> live();
+    hmx::client::Task<> beat();
+    hmx::client::Task<> retry();
+
+    void begin();
+    void watchNamesakes();
+    void watchInterest();
+    Part& follow(PartName name, std::string service, hmx::client::Query query, bool isOnDemand = false);
+    void leave(const PartName& name);
+    void heard(const hmx::client::Heard& heard);
+    void followDisplays(const kelo::Payload& displays);
+
+    // False if the network did not take all of it; it is tried again.
+    bool write(Part& part, const kelo::Payload& answer);
+    // With the names of the part, which it refers to.
+    template <class Sample>
+    Sample sampleOf(const Part& part) const;
+    void writeState(Part& part);
+    void writeOrigin();
+    bool writeElement(const Part& part, const ElementKey& key, const Entry& entry, const kelo::Payload& answer,
+                      std::string_view text);
+    void disposeElement(const Part& part, const ElementKey& key);
+    void setCondition(Part& part, Condition condition, std::uint16_t status, const std::string& reason);
+
+    hmx::client::Client& client_;
+    const Participant& participant_;
+    ExportOptions options_;
+    std::function<void(const std::string&)> refused_;
+    std::function<void()> begun_;
+    const Bytes16 life_;
+    const std::int64_t started_;
+    std::uint64_t beats_ = 0;
+
+    hmx::client::Signal originArrived_;
+    hmx::client::Signal interestArrived_;
+    hmx::client::Signal unwritten_;
+    Entity commonPublisher_;
+    Entity commonSubscriber_;
+    Entity publisher_;
+    Entity subscriber_;
+    Reader<hmxrelay_Origin> origins_;
+    std::map<Bytes16, std::string> namesakes_;  // other exports of the name that are alive: their machines
+    std::optional<Writer<hmxrelay_Origin>> origin_;
+    std::optional<Writer<hmxrelay_State>> states_;
+    std::optional<Writer<hmxrelay_Element>> elements_;
+    std::optional<Reader<hmxrelay_Interest>> interest_;
+    std::optional<ChangeDesk> desk_;
+
+    std::map<PartName, std::unique_ptr<Part>> parts_;
+    std::map<std::size_t, Part*> byRetrieve_;
+    std::vector<std::string> displays_;
+    hmx::client::Retrieves retrieves_;
+    hmx::client::Operation life1_;
+    hmx::client::Operation life2_;
+};
+
+}  // namespace hmxrelay

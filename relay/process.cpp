@@ -1,0 +1,144 @@
+// One thread does everything; the threads of the engine and of the runtime only wake it.
+#include "process.h"
+
+#include <malloc.h>
+#include <poll.h>
+#include <sys/signalfd.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <csignal>
+#include <exception>
+#include <iostream>
+#include <optional>
+
+#include "exporter.h"
+#include "hmx/client/client.h"
+#include "importer.h"
+#include "kelo/runtime/kelo_runtime.h"
+#include "kelo/std/error_storage.h"
+#include "options.h"
+#include "osal/osal.h"
+#include "util/util.h"
+
+namespace hmxrelay {
+namespace {
+
+constexpr const char* name = "hmxrelay";
+
+// The end of the process, when something else than a signal brings it about. Thread: any (a value).
+class StartFailure : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+// Readable when the process is to end. The signals are blocked, so that all threads leave them to it. A resource.
+class EndingSignals {
+public:
+    EndingSignals() {
+        sigset_t ending;
+        sigemptyset(&ending);
+        sigaddset(&ending, SIGINT);
+        sigaddset(&ending, SIGTERM);
+        pthread_sigmask(SIG_BLOCK, &ending, nullptr);
+        descriptor_ = ::signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
+    }
+    EndingSignals(const EndingSignals&) = delete;
+    EndingSignals& operator=(const EndingSignals&) = delete;
+    ~EndingSignals() { ::close(descriptor_); }
+    int descriptor() const noexcept { return descriptor_; }
+
+private:
+    int descriptor_ = -1;
+};
+
+// Until a signal, or until `failure` is set.
+void loop(hmx::client::Client& client, const EndingSignals& signals, const std::optional<std::string>& failure) {
+    using Clock = std::chrono::steady_clock;
+    while (!failure) {
+        client.dispatch();
+        int timeout = -1;
+        if (const auto timer = client.nextTimer()) {
+            const auto left = std::chrono::ceil<std::chrono::milliseconds>(*timer - Clock::now());
+            timeout = static_cast<int>(std::clamp<std::int64_t>(left.count(), 0, 60'000));
+        }
+        std::array<pollfd, 2> watched{{{client.descriptor(), POLLIN, 0}, {signals.descriptor(), POLLIN, 0}}};
+        if (::poll(watched.data(), watched.size(), timeout) > 0 && watched[1].revents != 0) return;
+    }
+    throw StartFailure{*failure};
+}
+
+void runExport(const Options& options, hmx::client::Client& client, const EndingSignals& signals) {
+    const Participant participant{options.network};
+    std::optional<std::string> failure;
+    Exporter exporter{client, participant, ExportOptions{options.name, std::string{programVersion()}, options.isReadOnly},
+                      [&](const std::string& why) { failure = why; },
+                      [&] {
+                          std::cerr << std::string{name} + ": exporting /hmx as '" + options.name + "' on " +
+                                           options.network.interface + "\n"
+                                    << std::flush;
+                      }};
+    loop(client, signals, failure);
+}
+
+// What would be published under the bridge's own paths must not wait there until the bridge ends, and then take its place.
+void checkFree(hmx::client::Client& client, const std::string& path) {
+    try {
+        for (const hmx::client::ServiceState& state : client.run(client.domain().list(client.deadline()))) {
+            if (state.path != path || state.life != hmx::client::Life::alive) continue;
+            throw StartFailure{path + " is served here already, by " + state.application + " with the process id " +
+                               std::to_string(state.pid)};
+        }
+    } catch (const hmx::client::Error&) {  // no domain yet
+    }
+}
+
+void runImport(const Options& options, hmx::client::Client& client, const EndingSignals& signals) {
+    if (options.suffix.find("ORIGIN") == std::string::npos) checkFree(client, "/hmx" + options.suffix);
+    const Participant participant{options.network};
+    kelo::runtime::RuntimeOptions access;
+    access.directory = options.runtimeDirectory.empty() ? "" : options.runtimeDirectory + "/" + options.domain;
+    access.domain = options.domain;
+    access.applicationName = name;
+    const auto runtime = kelo::runtime::createRuntime(access);
+    if (!runtime->start(0)) throw std::runtime_error{std::ErrorStorage::takeReason()};
+    Surroundings surroundings{client.dispatcher(), participant, *runtime, options.isReadOnly};
+    Importer importer{surroundings, ImportOptions{options.suffix, options.origins}};
+    std::cerr << std::string{name} + ": importing " +
+                     (options.origins.empty() ? std::string{"every origin"}
+                                              : std::to_string(options.origins.size()) + " origin(s)") +
+                     " on " + options.network.interface + "\n"
+              << std::flush;
+    loop(client, signals, {});
+}
+
+}  // namespace
+
+int runProcess(int argc, char** argv) {
+    // The engine's threads would each have a heap of their own, most of it unused.
+    (void)::mallopt(M_ARENA_MAX, 2);
+    const osal::Osal osal{true, true};
+    const auto utilities = util::Util::init(name, true, false, true, false);
+    Options options;
+    if (const auto status = readCommandLine(argc, argv, options, std::cout, std::cerr)) return *status;
+    try {
+        const EndingSignals signals;
+        hmx::client::ClientOptions access;
+        access.domain.applicationName = name;
+        access.domain.domain = options.domain;
+        access.domain.runtimeDirectory = options.runtimeDirectory;
+        access.style.patient = false;
+        hmx::client::Client client{access};
+        (options.isExport ? runExport : runImport)(options, client, signals);
+        return exitOk;
+    } catch (const StartFailure& failure) {
+        std::cerr << name << ": " << failure.what() << std::endl;
+        return exitTaken;
+    } catch (const std::exception& error) {
+        std::cerr << name << ": " << error.what() << std::endl;
+        return exitUnexpected;
+    }
+}
+
+}  // namespace hmxrelay
