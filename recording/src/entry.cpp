@@ -1,15 +1,20 @@
 // One line is one JSON object, written in one order of members so that readers can find an entry's time and source without
 // parsing its document, and read in any. Texts are UTF-8; what is not is replaced.
 //
-// The JSON parser has no limit of its own for the depth of a document, but what is done with the tree afterwards is recursive. So
-// lines are looked through before: services send nothing that is nested deeper than 64.
+// Lines are read with the platform's pull reader, member by member; only documents become trees. What it does not read is read
+// again with a parser that is slower and takes a little more: a line is deeper than its document, which may be as deep as a
+// service may send it. It also says what is wrong. This parser has no limit of its own for the depth, but what is done with its
+// tree afterwards is recursive, so lines are looked through before.
 
 #include "hmx/recording/entry.h"
 
 #include <algorithm>
 #include <array>
 #include <limits>
+#include <optional>
 #include <utility>
+
+#include "json_text.h"
 
 namespace hmx::recording {
 namespace {
@@ -56,11 +61,16 @@ Json objectIn(std::string_view line) {
 }
 
 template <std::size_t count>
+std::optional<std::size_t> placeOf(const std::array<std::string_view, count>& names, std::string_view name) {
+    const auto* found = std::find(names.begin(), names.end(), name);
+    return found == names.end() ? std::nullopt : std::optional{static_cast<std::size_t>(found - names.begin())};
+}
+
+template <std::size_t count>
 std::size_t indexIn(const std::array<std::string_view, count>& names, const Json& name, const char* what) {
-    const auto* found =
-        name.is_string() ? std::find(names.begin(), names.end(), name.get_ref<const std::string&>()) : names.end();
-    if (found == names.end()) throw unreadable("no " + std::string{what} + " is called " + compact(name));
-    return static_cast<std::size_t>(found - names.begin());
+    const std::optional<std::size_t> found = name.is_string() ? placeOf(names, name.get_ref<const std::string&>()) : std::nullopt;
+    if (!found) throw unreadable("no " + std::string{what} + " is called " + compact(name));
+    return *found;
 }
 
 std::int64_t integer(const Json& object, const char* key, std::int64_t least) {
@@ -84,6 +94,85 @@ Step stepOf(Json& object) {
     return step;
 }
 
+std::optional<Step> readStep(JsonText& text) {
+    Step step;
+    std::optional<std::size_t> kind;
+    std::int64_t at = -1;
+    bool hasElement = false;
+    text.members([&](const std::string& key) {
+        if (key == "step") {
+            kind = placeOf(stepKinds, text.string());
+        } else if (key == "at") {
+            at = text.integer();
+        } else if (key == "element") {
+            step.element = text.tree();
+            hasElement = true;
+        } else {
+            (void)text.value();
+        }
+    });
+    if (!kind || at < 0) return {};
+    step.kind = static_cast<Step::Kind>(*kind);
+    step.at = static_cast<std::size_t>(at);
+    return hasElement || step.kind == Step::Kind::erase ? std::optional{std::move(step)} : std::nullopt;
+}
+
+// Nothing for what has to be looked at more closely.
+std::optional<Entry> readEntry(std::string_view line) {
+    JsonText text{line};
+    Entry entry;
+    std::optional<std::size_t> kind;
+    std::int64_t at = -1;
+    bool isGood = true;
+    bool hasDocument = false;
+    bool hasSteps = false;
+    const auto natural = [&] {
+        const std::int64_t number = text.integer();
+        isGood = isGood && number >= 0;
+        return number;
+    };
+    text.members([&](const std::string& key) {
+        if (key == "t") {
+            at = text.integer();
+        } else if (key == "n") {
+            entry.number = static_cast<std::uint64_t>(natural());
+        } else if (key == "service") {
+            entry.source.service = text.string();
+        } else if (key == "path") {
+            entry.source.path = text.string();
+        } else if (key == "parameters") {
+            entry.source.parameters = text.tree();
+        } else if (key == "event") {
+            kind = placeOf(kinds, text.string());
+        } else if (key == "status") {
+            entry.status = static_cast<int>(std::min<std::int64_t>(natural(), 999));
+        } else if (key == "reason") {
+            entry.reason = text.string();
+        } else if (key == "back") {
+            entry.isBack = text.boolean();
+        } else if (key == "array") {
+            entry.array = text.string();
+        } else if (key == "document") {
+            entry.document = text.tree();
+            hasDocument = true;
+        } else if (key == "steps") {
+            hasSteps = true;
+            text.elements([&] {
+                std::optional<Step> step = readStep(text);
+                isGood = isGood && step;
+                if (isGood) entry.steps.push_back(std::move(*step));
+            });
+        } else {
+            (void)text.value();
+        }
+    });
+    if (!text.isDone() || !isGood || !kind || at < 0 || entry.source.service.empty() || entry.source.path.empty()) return {};
+    entry.at = std::chrono::nanoseconds{at};
+    entry.kind = static_cast<Kind>(*kind);
+    if (entry.kind == Kind::state ? !hasDocument : entry.kind == Kind::change && !hasSteps) return {};
+    return entry;
+}
+
 // Moves the member out, which may be large.
 Json taken(Json& object, const char* key) {
     const auto found = object.find(key);
@@ -99,7 +188,9 @@ std::string_view nameOf(Kind kind) noexcept {
 std::string Source::key() const {
     std::string key = service + ' ' + path;
     if (!parameters.is_object() || parameters.empty()) return key;
-    return key + ' ' + nlohmann::json(parameters).dump(-1, ' ', false, Json::error_handler_t::replace);  // sorted
+    const bool isSorted = parameters.size() == 1 && parameters.front().is_primitive();
+    if (isSorted) return key + ' ' + compact(parameters);
+    return key + ' ' + nlohmann::json(parameters).dump(-1, ' ', false, Json::error_handler_t::replace);
 }
 
 std::string lineOf(const Head& head) {
@@ -164,6 +255,7 @@ Head headOf(std::string_view line) {
 }
 
 Entry entryOf(std::string_view line) {
+    if (std::optional<Entry> entry = readEntry(line)) return std::move(*entry);
     Json object = objectIn(line);
     Entry entry;
     entry.at = std::chrono::nanoseconds{integer(object, "t", 0)};

@@ -90,26 +90,26 @@ const SourceState* Moment::find(const Source& source) const {
     return found == sources_.end() ? nullptr : &found->second;
 }
 
-const SourceState& Moment::apply(const Entry& entry) {
+const SourceState& Moment::apply(Entry entry) {
     SourceState& state = sources_[entry.source.key()];
     if (state.source.path.empty()) state.source = entry.source;
     at_ = std::max(at_, entry.at);
     std::optional<std::string> fault;
     if (entry.kind == Kind::state) {
-        state.document = entry.document;
+        state.document = std::move(entry.document);
         state.isKnown = true;
-    } else if (entry.kind == Kind::change) {
-        fault = state.isKnown ? applySteps(state.document, entry) : "there is none before it";
     }
+    const bool isChange = entry.kind == Kind::change;
+    state.since = entry.at;
+    state.status = entry.status;
+    state.kind = isChange ? Kind::state : entry.kind;
+    state.reason = std::move(entry.reason);
+    if (isChange) fault = state.isKnown ? applySteps(state.document, std::move(entry)) : "there is none before it";
     if (fault) {
         state.isKnown = false;
         state.document = nullptr;
-        throw Error{Error::Kind::unreadable, "a change of " + entry.source.path + " does not fit the answer before: " + *fault};
+        throw Error{Error::Kind::unreadable, "a change of " + state.source.path + " does not fit the answer before: " + *fault};
     }
-    state.kind = entry.kind == Kind::change ? Kind::state : entry.kind;
-    state.status = entry.status;
-    state.reason = entry.reason;
-    state.since = entry.at;
     return state;
 }
 
@@ -119,10 +119,10 @@ Moment momentAt(const std::string& file, std::optional<std::chrono::nanoseconds>
     Reader reader{name};
     Moment moment;
     std::vector<Problem> faults;
-    while (const std::optional<Entry> entry = reader.next()) {
+    while (std::optional<Entry> entry = reader.next()) {
         if (at && entry->at > *at) continue;
         try {
-            (void)moment.apply(*entry);
+            (void)moment.apply(std::move(*entry));
         } catch (const Error& error) {
             faults.push_back({reader.line(), error.what()});
         }

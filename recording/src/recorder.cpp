@@ -20,6 +20,7 @@
 #include "hmx/recording/trail.h"
 #include "hmx/regionconfiguration_object_display_enum.h"
 #include "hmx/regionconfiguration_object_hmi_enum.h"
+#include "json_text.h"
 #include "kelo/path.h"
 
 namespace hmx::recording {
@@ -102,7 +103,9 @@ public:
         std::vector<const Json*> documents;
         for (const auto& [key, follower] : followers_) {
             const Trail& trail = follower->trail;
-            if (trail.source().service == hmxPath && trail.document() != nullptr) documents.push_back(trail.document());
+            if (trail.source().service != hmxPath || trail.text().empty()) continue;
+            if (!follower->document) follower->document = treeOf(trail.text());
+            documents.push_back(&*follower->document);
         }
         return documents;
     }
@@ -118,6 +121,7 @@ private:
         Trail trail;
         client::Query query;
         client::Signal closed;
+        std::optional<Json> document;  // the trail's, made when it is wanted
         std::optional<client::Service> service;
         client::Stream stream;
         std::size_t number = 0;  // of the open request; 0: none is open
@@ -221,21 +225,27 @@ private:
         }
         if (error) return fail(follower, at, *error);
         try {
-            answered(follower, at, event.response.status(), client::decode(event.response.payload()));
+            const kelo::Payload& payload = event.response.payload();
+            const bool isJson = payload.mimeType().id() == kelo::mimetypes::MimeTypeID::json && !payload.empty();
+            answered(follower, at, event.response.status(),
+                     isJson ? std::string{payload.text()} : client::compact(client::decode(payload)));
         } catch (const Error& unreadable) {
             fail(follower, at, unreadable);
         }
     }
 
-    void answered(Follower& follower, nanoseconds at, int status, Json document) {
+    // Errors: Error, unreadable.
+    void answered(Follower& follower, nanoseconds at, int status, std::string text) {
         const bool isTurn = follower.trail.last() != Kind::state && follower.trail.last() != Kind::change;
+        std::string line = follower.trail.answer(at, status, std::move(text));
         hasAnswered_ = true;
         follower.pause = milliseconds{0};
-        callbacks_.line(at, follower.trail.answer(at, status, std::move(document)));
+        follower.document.reset();
+        callbacks_.line(at, std::move(line));
         const Source& source = follower.trail.source();
         if (isTurn) callbacks_.turn(source, Kind::state, "");
         if (source.path != "/displays") return;
-        const std::vector<std::string> names = namesIn(*follower.trail.document());
+        const std::vector<std::string> names = namesIn(treeOf(follower.trail.text()));
         if (source.service == hmxPath && plan_.popups) {
             show(popupDisplays_, names, [](const std::string& name) {
                 return std::vector<Source>{{hmxPath, "/popups", Json{{"display", name}}}};

@@ -198,6 +198,28 @@ TEST(Trail, LeadsToEveryDocument) {
     }
 }
 
+TEST(Trail, TakesAnyTextThatIsADocument) {
+    const std::vector<std::pair<std::string, std::string>> cases{
+        {"{\n  \"data\": [ {\"id\": 1} ,\r\n {\"id\": 2} ] }", R"({"data":[{"id":1},{"id":2}]})"},
+        {R"({ "data" : [ ] })", R"({ "data" : [ ] })"},
+        {"null", "null"},
+        {"7", "7"},
+        {"{", ""},
+        {"[1,]", ""},
+        {"{\"a\":\"\xFF\"}", ""},
+        {"", ""},
+        {std::string(64, '[') + std::string(64, ']'), std::string(64, '[') + std::string(64, ']')},
+    };
+    for (const auto& [text, expected] : cases) {
+        Trail trail{popups};
+        std::string line;
+        EXPECT_EQ(reasonOf([&, sent = text] { line = trail.answer(1s, 200, sent); }).empty(), !expected.empty()) << text;
+        if (expected.empty()) continue;
+        EXPECT_NE(line.find(",\"document\":" + expected + "}\n"), std::string::npos) << line;
+        EXPECT_EQ(compact(entryOf(line).document), compact(Json::parse(text))) << line;
+    }
+}
+
 TEST(Trail, WritesWholeAnswersSoOftenThatReadersNeedNotGoBackFar) {
     Trail trail{popups};
     Json document = page(std::string(30, '-'));

@@ -13,6 +13,7 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
+#include <cstdio>
 #include <cstring>
 #include <ctime>
 #include <set>
@@ -131,7 +132,9 @@ std::string amount(std::uint64_t bytes) {
 }
 
 std::string lengthText(nanoseconds time) {
-    return durationText(std::chrono::milliseconds{time.count() / 100'000'000 * 100});
+    std::array<char, 32> text{};
+    std::snprintf(text.data(), text.size(), "%.1f s", std::chrono::duration<double>{time}.count());
+    return text.data();
 }
 
 // An open file, or standard output. A resource. Thread: main.

@@ -35,7 +35,7 @@ public:
 
     // Returns the state of the entry's source after it. Errors: Error, unreadable, when a change does not fit the answer before;
     // the source then counts as unknown until its next whole answer.
-    const SourceState& apply(const Entry& entry);
+    const SourceState& apply(Entry entry);
 
 private:
     std::map<std::string, SourceState> sources_;
