@@ -52,6 +52,8 @@ CASES = [
     ("hmxctl list displays fields=name,touchSupport,to", []),
     ("hmxctl list displays fields=name,to", ["fields=name,touchSupport"]),
     ("hmxctl --domain other get displays/C", []),
+    ("hmxctl record popups --for 3s lay", ["layerconfigurations"]),
+    ("hmxctl wait popups/Driver_Display/Volume re", ["removed", "requested", "requestData"]),
     ("hmxctl get displayables/Map\\ o", ["displayables/Map of Rome"]),
 ]
 

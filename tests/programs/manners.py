@@ -30,6 +30,8 @@ COMMANDS = [
     (2, "update popups/Driver_Display/Volume -f /nowhere/x.json"), (0, f"delete {CONFIGURATION}"), (3, f"delete {CONFIGURATION}"),
     (2, "delete displays/Driver_Display"), (0, "wait popups/Driver_Display/Volume visible==true"), (2, "wait popups/Driver_Display/Volume"),
     (5, "wait popups/Driver_Display/Volume visible==false --timeout 50ms"), (2, "wait popups/Driver_Display/Volume visibel==true"),
+    (0, "wait popups display=Driver_Display count>=6"), (5, "wait popups count>99 --timeout 50ms"), (0, "wait popups/Driver_Display/Nope removed"),
+    (2, "record displays/Driver_Display"), (2, "record -o /nowhere/x"),
     (0, "watch displays --once"), (0, "watch displays --timeout 9s --once"), (4, "--domain other watch displays"), (3, "watch displays/Nope"), (2, "watch displays --count no"), (0, "describe"), (0, "describe popups"),
     (2, "describe x"), (0, "tree"), (0, "tree Cluster_Display"), (3, "tree Nope"), (0, "hit Driver_Display 900 640"), (2, "hit Driver_Display 1"),
     (2, "hit Driver_Display a b"), (3, "hit Nope 1 1"), (0, "uuid displays/A popups/A/B"), (0, "uuid displays/A --id"), (2, "uuid"),

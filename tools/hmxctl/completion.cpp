@@ -75,9 +75,9 @@ complete -c hmxctl -l from -r -F
 constexpr std::array<std::pair<std::string_view, std::string_view>, 3> scripts{
     {{"bash", bashScript}, {"zsh", zshScript}, {"fish", fishScript}}};
 
-constexpr std::array<std::string_view, 13> optionsWithValue{"--from",    "--at",    "--speed",       "-o",       "--output",
-                                                            "--timeout", "--mime",  "--runtime-dir", "--domain", "-f",
-                                                            "--file",    "--count", "--name"};
+constexpr std::array<std::string_view, 16> optionsWithValue{
+    "--from",   "--at", "--speed", "-o",      "--output", "--timeout", "--mime",  "--runtime-dir",
+    "--domain", "-f",   "--file",  "--count", "--name",   "--for",     "--until", "--last"};
 
 bool takesValue(const std::string& option) {
     return std::find(optionsWithValue.begin(), optionsWithValue.end(), option) != optionsWithValue.end();
@@ -105,8 +105,9 @@ private:
     std::vector<Candidate> found_;
 };
 
-void offerOptionValues(Offers& out, const std::string& option) {
-    if (option == "-o" || option == "--output") out.offerAll(std::array{"table", "json", "jsonl", "raw"});
+void offerOptionValues(Offers& out, const std::string& option, const Verb* verb) {
+    const bool isFile = verb != nullptr && (verb->options & filing) != 0;  // the shell knows files
+    if ((option == "-o" || option == "--output") && !isFile) out.offerAll(std::array{"table", "json", "jsonl", "raw"});
     if (option == "--speed") out.offerAll(std::array{"max"});
     if (option == "--mime") out.offerAll(std::array{"json", "msgpack", "ixobin"});
 }
@@ -233,12 +234,18 @@ void offerFurtherWord(Offers& out, const Verb& verb, const std::vector<std::stri
     if (verb.name == "sim") return offerSimWord(out, words, names);
     if (verb.name == "tree") return out.offerAll(names.elements(*findResource("displays")));
     if (verb.name == "uuid") return offerElements(out, names, true);
+    if (verb.name == "record") return offerElements(out, names, false);
     const Resource* resource = findResource(words.front().substr(0, words.front().find('/')));
     if (resource == nullptr) return;
     const kelo::hmx::Route* changes = verb.name == "insert"   ? findRoute(*resource, kelo::commands::insert, false)
                                       : verb.name == "update" ? findRoute(*resource, kelo::commands::update, true)
                                                               : nullptr;
     if (changes != nullptr) offerAssignments(out, names, changes->body().members);
+    if (verb.name == "wait" && words.front().find('/') == std::string::npos) {
+        out.offerAll(std::array{"any", "all", "none", "count"});
+        return offerAssignments(out, names, parametersOf(*resource), resource->element().members);
+    }
+    if (verb.name == "wait") out.offer("removed");
     if (verb.name == "wait") return out.offerAll(keysOf(resource->element().members));
     if (verb.name == "list" || verb.name == "watch" || verb.name == "get") {
         offerAssignments(out, names, parametersOf(*resource), resource->element().members);
@@ -310,7 +317,7 @@ std::vector<Candidate> complete(std::string_view line, NameSource& names) {
     }
     if (typed.size() < 2) return {};
     if (!option.empty()) {
-        offerOptionValues(out, option);
+        offerOptionValues(out, option, verb);
     } else if (out.current().starts_with('-')) {
         out.offerAll(optionNames(verb));
     } else if (verb == nullptr) {

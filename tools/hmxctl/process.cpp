@@ -35,6 +35,7 @@ namespace hmxctl {
 int runProcess(int argc, char** argv) {
     fillStandardDescriptors();
     (void)std::signal(SIGPIPE, SIG_IGN);
+    (void)std::signal(SIGXFSZ, SIG_IGN);  // a file that may not grow is an error like a full disk
     (void)std::signal(SIGINT, onInterrupt);
     const auto makeClient = [](const hmxctl::Arguments& arguments, hmx::client::ClientOptions options,
                                const hmx::client::Client::DomainMaker& domain) {

@@ -17,10 +17,14 @@
 #include <cstring>
 #include <ctime>
 #include <set>
+#include <utility>
 
 #include "following.h"
 #include "hmx/client/elements.h"
 #include "hmx/client/schema.h"
+#include "hmx/displaymanager/service_path.h"
+#include "hmx/inputregions/service_path.h"
+#include "hmx/popups/service_path.h"
 #include "hmx/recording/recorder.h"
 #include "hmx/recording/ring.h"
 #include "hmx/recording/times.h"
@@ -44,6 +48,9 @@ using std::chrono::nanoseconds;
 // How much of lines the ring holds, and how much is gathered before it is written.
 constexpr std::size_t ringBytes = std::size_t{4} * 1024U * 1024U;
 constexpr std::size_t pieceBytes = std::size_t{256} * 1024U;
+
+constexpr std::array managers{kelo::hmx::displaymanager::servicePath, kelo::hmx::inputregions::servicePath,
+                              kelo::hmx::popups::servicePath};
 
 Plan planFor(const Context& context) {
     Plan plan;
@@ -137,7 +144,27 @@ std::string lengthText(nanoseconds time) {
     return text.data();
 }
 
-// An open file, or standard output. A resource. Thread: main.
+// The versions of the programs whose services are there and are recorded, as far as they say.
+Json programsThere(const Context& context, const Plan& plan) {
+    constexpr std::chrono::milliseconds patience{300};
+    Json programs{{"hmxctl", programVersion()}};
+    const Deadline deadline{patience};
+    try {
+        for (const ServiceState& state : context.client.run(context.client.domain().list(deadline))) {
+            const bool isRecorded = state.path == hmxService ||
+                                    (plan.upstream && std::find(managers.begin(), managers.end(), state.path) != managers.end());
+            if (!isRecorded || state.life != Life::alive) continue;
+            const Service service = context.client.run(context.client.service(state.path, deadline));
+            const Json status = decode(context.client.run(service.request({"retrieve", "/$platform/status"}, deadline)).payload);
+            if (!text(status, "version").empty()) programs[text(status, "application")] = text(status, "version");
+        }
+    } catch (const Error&) {  // nobody is there, or nobody says; the recording begins all the same
+    }
+    return programs;
+}
+
+// An open file, or standard output. A new file has its name only once it is shown, so that whoever finds it finds a recording;
+// where the file system cannot do this, it has it from the start. A resource. Errors: Failure. Thread: main.
 class File {
 public:
     File(const std::string& name, int standardOutput) : name_{name == "-" ? "standard output" : name} {
@@ -145,15 +172,19 @@ public:
             descriptor_ = standardOutput;
             return;
         }
-        // What is no file, a pipe for example, cannot be created.
-        struct stat status {};
-        const bool isOther = ::stat(name.c_str(), &status) == 0 && !S_ISREG(status.st_mode);
-        descriptor_ = ::open(name.c_str(), isOther ? O_WRONLY | O_CLOEXEC : O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         isOwned_ = true;
-        if (descriptor_ >= 0) return;
-        if (errno == EEXIST)
-            throw usageError("record: " + name + " exists, and is not replaced", "remove it, or choose another name");
-        throw usageError("record: cannot create " + name + ": " + std::strerror(errno));
+        struct stat status {};
+        if (::stat(name.c_str(), &status) == 0) {
+            if (S_ISREG(status.st_mode)) throw exists();
+            descriptor_ = ::open(name.c_str(), O_WRONLY | O_CLOEXEC);  // what is no file, a pipe for example, is used as it is
+        } else {
+            const std::size_t slash = name.rfind('/');
+            const std::string directory = slash == std::string::npos ? "." : name.substr(0, slash + 1);
+            descriptor_ = ::open(directory.c_str(), O_TMPFILE | O_WRONLY | O_CLOEXEC, 0666);
+            isHidden_ = descriptor_ >= 0;
+            if (!isHidden_) descriptor_ = ::open(name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        }
+        if (descriptor_ < 0) throw errno == EEXIST ? exists() : cannotCreate();
     }
     File(const File&) = delete;
     File& operator=(const File&) = delete;
@@ -161,13 +192,26 @@ public:
         if (isOwned_) ::close(descriptor_);
     }
 
+    void show() {
+        if (!std::exchange(isHidden_, false)) return;
+        const std::string self = "/proc/self/fd/" + std::to_string(descriptor_);
+        if (::linkat(AT_FDCWD, self.c_str(), AT_FDCWD, name_.c_str(), AT_SYMLINK_FOLLOW) == 0) return;
+        throw errno == EEXIST ? exists() : cannotCreate();
+    }
+
     int descriptor() const noexcept { return descriptor_; }
     const std::string& name() const noexcept { return name_; }
 
 private:
+    Failure exists() const {
+        return usageError("record: " + name_ + " exists, and is not replaced", "remove it, or choose another name");
+    }
+    Failure cannotCreate() const { return usageError("record: cannot create " + name_ + ": " + std::strerror(errno)); }
+
     std::string name_;
     int descriptor_ = -1;
     bool isOwned_ = false;
+    bool isHidden_ = false;
 };
 
 // One recording. Thread: main.
@@ -177,20 +221,21 @@ public:
         : context_{context},
           name_{context.arguments.recording.empty() ? nameByTime() : context.arguments.recording},
           plan_{planFor(context)},
-          condition_{conditionFor(context, plan_)},
-          head_{recording::headNow()} {
-        head_.programs["hmxctl"] = programVersion();
+          condition_{conditionFor(context, plan_)} {
+        const Json programs = programsThere(context, plan_);
+        head_ = recording::headNow();
+        head_.programs = programs;
         head_.domain = context.arguments.domain;
         head_.upstream = plan_.upstream;
         if (context.arguments.last) {
             ring_.emplace(*context.arguments.last, ringBytes);
         } else {
             open();
+            file_->show();
         }
     }
 
     ExitCode run() {
-        const Signals signals{SIGINT, SIGTERM, SIGUSR1};
         std::optional<Deadline> end;
         if (context_.arguments.duration) end.emplace(*context_.arguments.duration);
         Recorder recorder{
@@ -200,8 +245,8 @@ public:
             {.line = [&](nanoseconds at, std::string line) { take(recorder, at, std::move(line)); },
              .turn = [&](const auto& source, auto kind, const std::string& reason) { tell(source, kind, reason); }}};
         while (!isOver_ && !(end && end->passed())) {
-            wait(signals, end);
-            while (const std::optional<int> signal = signals.take()) obey(*signal);
+            wait(end);
+            while (const std::optional<int> signal = signals_.take()) obey(*signal);
             context_.client.dispatch();
             flush();
         }
@@ -227,7 +272,7 @@ private:
     }
 
     // Until something has happened, or `end`. Throws OutputClosed when nobody reads standard output any more.
-    void wait(const Signals& signals, const std::optional<Deadline>& end) const {
+    void wait(const std::optional<Deadline>& end) const {
         std::optional<Deadline::Clock::time_point> until = context_.client.nextTimer();
         if (end) until = std::min(until.value_or(end->at()), end->at());
         int milliseconds = -1;
@@ -236,7 +281,7 @@ private:
             milliseconds = static_cast<int>(std::clamp<std::int64_t>(left, 0, 60L * 60L * 1000L));
         }
         const int watched = file_ && name_ == "-" ? file_->descriptor() : -1;
-        std::array<pollfd, 3> waits{pollfd{context_.client.descriptor(), POLLIN, 0}, pollfd{signals.descriptor(), POLLIN, 0},
+        std::array<pollfd, 3> waits{pollfd{context_.client.descriptor(), POLLIN, 0}, pollfd{signals_.descriptor(), POLLIN, 0},
                                     pollfd{watched, 0, 0}};
         if (::poll(waits.data(), waits.size(), milliseconds) > 0 && (waits[2].revents & (POLLERR | POLLHUP)) != 0)
             throw OutputClosed{};
@@ -282,6 +327,7 @@ private:
     void writeRing() {
         open();
         ring_->write(now(), *writer_);
+        file_->show();
         const nanoseconds reach = ring_->reach(now());
         say("wrote the last " + lengthText(reach) + " into " + file_->name() +
             (ring_->isFull(now()) ? ": memory holds no more than " + amount(ringBytes) + " of it" : ""));
@@ -314,6 +360,7 @@ private:
     }
 
     Context& context_;
+    Signals signals_{SIGINT, SIGTERM, SIGUSR1};
     std::string name_;
     Plan plan_;
     std::optional<Expression> condition_;

@@ -43,7 +43,10 @@ ExitCode runWait(Context& context) {
     // seen, both may go and come back.
     bool patient = context.arguments.appear;
     while (const std::optional<Update> update = nextUpdate(context, subscription, patience)) {
-        if (update->kind == Update::Kind::missing && isForRemoval) return ExitCode::ok;
+        if (update->kind == Update::Kind::missing && isForRemoval) {
+            if (context.arguments.formatGiven) printAnswer(context, {204, {}});
+            return ExitCode::ok;
+        }
         if (update->error) {
             const Failure failure = failureOf(*update->error);
             if (!patient && update->kind != Update::Kind::ended) throw Failure{failure};
