@@ -260,7 +260,7 @@ void incompleteFrames(Ground& ground) {
     auto peers = allPeers(ground);
     const auto since = Clock::now();
     for (RawPeer& peer : peers) peer.send(most);
-    ground.report.atMost("nobody else gets in", ground.client()->call("retrieve", "/$platform/status").status == 200 ? 0 : 1, 0);
+    ground.report.atMost("newcomers not let in", ground.client()->call("retrieve", "/$platform/status").status == 200 ? 0 : 1, 0);
     const double patience = ground.limit("incompleteFrameMilliseconds");
     std::this_thread::sleep_until(since + milliseconds{static_cast<int>(patience)});
     unsigned held = 0;

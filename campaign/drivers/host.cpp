@@ -241,7 +241,7 @@ void driveInterrupted(const Scope& scope, Random& random, Report& report) {
     }
     report.fact("calls interrupted or cut short", static_cast<double>(bridgeFaults.hits() + simFaults.hits()));
     report.fact("requests", requests);
-    report.atMost("not answered as ever", wrong, 0);
+    report.atMost("not answered as before", wrong, 0);
     report.atLeast("faults met", static_cast<double>(bridgeFaults.hits() + simFaults.hits()), requests);
 }
 

@@ -57,7 +57,7 @@ void notSent(const Scope& scope, Report& report) {
     client->serveUntil([&] { return client->open() == 0; }, milliseconds{20'000});
     isStopped = false;
     // This request is answered after all of them.
-    report.atMost("does not go on", list().status == 200 ? 0 : 1, 0);
+    report.atMost("did not continue", list().status == 200 ? 0 : 1, 0);
     unsigned called = 0;
     unsigned falsely = 0;
     const std::lock_guard lock{mutex};

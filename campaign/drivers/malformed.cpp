@@ -187,8 +187,8 @@ void driveDamagedAnswers(const Scope& scope, Random& random, Report& report) {
         client->forgetEnded();
     }
     report.fact("damaged answers", rounds);
-    report.fact("answered all the same", answered);
-    report.fact("waiting for what never comes", silent);
+    report.fact("answered nevertheless", answered);
+    report.fact("waiting without an answer", silent);
     report.atMost("lost", lost, 0);
     report.atMost("ended twice", static_cast<double>(client->endedTwice() + client->foreign()), 0);
     report.atMost("other service disturbed", otherDisturbed, 0);

@@ -133,13 +133,13 @@ void driveMemory(const Scope& scope, Random& /*random*/, Report& report) {
     }
     using Kind = Outcome::Kind;
     report.fact("allocations in the scenario", static_cast<double>(allocations));
-    report.fact("served all the same", outcomes[Kind::served]);
+    report.fact("served nevertheless", outcomes[Kind::served]);
     report.fact("ended a request or a connection", outcomes[Kind::endedSomething]);
-    report.fact("ended itself with a word", outcomes[Kind::endedOrderly]);
+    report.fact("ended itself with a message", outcomes[Kind::endedOrderly]);
     report.fact("aborted", outcomes[Kind::aborted]);
     report.atMost("broke down", outcomes[Kind::brokeDown], 0);
     report.atMost("stood still", outcomes[Kind::stoodStill], 0);
-    report.atMost("said something wrong", outcomes[Kind::wrong], 0);
+    report.atMost("reported something wrong", outcomes[Kind::wrong], 0);
 }
 
 }  // namespace campaign

@@ -89,7 +89,7 @@ void driveOwner(const Scope& scope, Random& random, Report& report) {
     }
     report.fact("pairs", round);
     report.atLeast("take-overs", tookOver, takeOvers * 0.9);
-    report.fact("more while the host stood still", stalled);
+    report.fact("extra time, host paused", stalled);
     report.atMost("double owners", doubled, 0);
     report.atMost("without an owner", unowned, 0);
     report.atMost("slowest take-over", slowest, 100, "ms");

@@ -97,7 +97,7 @@ void driveSlow(const Scope& scope, Random& /*random*/, Report& report) {
     unsigned read = 0;
     for (const std::uint64_t id : ids) read += slow.at(id).values;
     report.fact("changes", changes);
-    report.fact("values read at last", read);
+    report.fact("values read in the end", read);
     report.atMost("memory above the start", grown, scope.isSanitized ? 64 : 8, "MiB");
     report.fact("p99 of another client without", without, "ms");
     report.atMost("with, as a multiple", with / without, 5, "times");

@@ -102,7 +102,7 @@ void driveTrack(const Scope& scope, Random& random, Report& report) {
     report.fact("trackers", trackers.size());
     report.atMost("missed", missed, 0);
     report.atMost("doubled", outOfTurn, 0);
-    report.atMost("refused connects surfaced", refused, 0);
+    report.atMost("refused connections shown", refused, 0);
     report.atMost("slowest", slowest, promptly, "ms");
 }
 
