@@ -6,12 +6,14 @@ import contextlib
 import http.client
 import json
 import os
+import random
 import re
 import select
 import socket
 import subprocess
 import sys
 import tempfile
+import threading
 import time
 from pathlib import Path
 from urllib.parse import quote
@@ -277,6 +279,63 @@ def check_streams(cockpit, complaints):
         cockpit.wait_for("/hmx")
 
 
+def check_kills(cockpit, complaints):
+    """Bridge and simulator are killed at random while things change: every viewer ends at the true state and never sees an empty one."""
+    chance = random.Random(os.environ.get("SEED", "1"))
+    paths = ["/hmx/popups", "/hmx/displays", "/hmx/layerconfigurations", "/hmx/displayables", "/input/Driver_Display"]
+    with Gateway(cockpit, "--allow-changes") as gateway:
+        viewers = [(path, Watch(gateway, path)) for path in paths * 10]
+        faults = [[] for _ in viewers]
+        states = [{} for _ in viewers]
+        done = threading.Event()
+
+        def follow(number, watch):
+            lost = False
+            while True:
+                try:
+                    kind, data = watch.next()
+                except (EOFError, OSError):
+                    return faults[number].append("cut") if not done.is_set() else None
+                if kind == "snapshot":
+                    states[number] = {each["id"]: each for each in data["elements"]}
+                    if not states[number] or len(states[number]) != len(data["elements"]):
+                        faults[number].append(f"snapshot of {len(data['elements'])} elements with {len(states[number])} ids")
+                elif kind == "changed":
+                    states[number][data["element"]["id"]] = data["element"]
+                elif kind == "removed":
+                    faults[number].append(f"removed: {data}")
+                if kind in ("lost", "back"):
+                    if lost == (kind == "lost"):
+                        faults[number].append(f"{kind} twice")
+                    lost = kind == "lost"
+
+        threads = [threading.Thread(target=follow, args=(number, watch), daemon=True) for number, (_, watch) in enumerate(viewers)]
+        for thread in threads:
+            thread.start()
+        for number in range(8):
+            for _ in range(chance.randrange(20)):
+                gateway.ask("PATCH", VOLUME, JSON, json.dumps({"requested": chance.random() < 0.5, "requestData": str(number)}))
+            victim, restart = chance.choice((("hmxtolubridge", ["hmxtolubridge"]), ("hmxsim", ["hmxsim", "--world", "cockpit"])))
+            cockpit.stop(victim, 9)
+            time.sleep(chance.random() / 4)
+            cockpit.start(*restart)
+            time.sleep(chance.random() / 2)
+        cockpit.wait_for("/hmx")
+        truth = {}
+        for path in paths:
+            while (answer := gateway.ask("GET", path))[0] != 200:
+                time.sleep(0.05)
+            document = json.loads(answer[2])
+            truth[path] = {each["id"]: each for each in document.get("data", document.get("elements"))}
+        until = time.monotonic() + 10
+        while time.monotonic() < until and any(states[number] != truth[path] for number, (path, _) in enumerate(viewers)):
+            time.sleep(0.05)
+        done.set()
+        for number, (path, _) in enumerate(viewers):
+            complaints.unless(states[number] == truth[path], f"{path}: {states[number]} is not {truth[path]}")
+            complaints.unless(not faults[number], f"{path}: {faults[number]}")
+
+
 def check_crowd(cockpit, complaints):
     """Viewers that read, viewers that never do, connections that send nothing or too slowly: nobody holds up another."""
     with Gateway(cockpit, "--allow-changes") as gateway:
@@ -357,7 +416,7 @@ def check_admission(cockpit, complaints):
 def main():
     complaints = Complaints()
     with Cockpit(sys.argv[1]) as cockpit:
-        for check in (check_answers, check_documents, check_page, check_admission, check_streams, check_crowd):
+        for check in (check_answers, check_documents, check_page, check_admission, check_streams, check_kills, check_crowd):
             begun = time.monotonic()
             check(cockpit, complaints)
             print(f"{check.__name__}: {time.monotonic() - begun:.1f} s", flush=True)
