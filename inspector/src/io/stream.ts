@@ -4,13 +4,18 @@
 // connection is opened, and the first one is closed once the second stands; meanwhile nothing is missed, and what arrives twice
 // changes nothing. EventSource connects again by itself after a loss, unless the gateway answered with an error: then we do.
 //
+// A gateway that does not answer any more is lost, too, although the connection stands. When it answers again, another connection
+// is opened: nobody knows what became of the first.
+//
 // Arrivals are collected and handed over once a frame. A page in the background has no frames; there a timer does.
 
 import { type Document, isDocument, text } from '../model/documents';
 import { type Arrival, gateway } from '../model/state';
+import { Pulse } from './pulse';
 
 const events = ['snapshot', 'changed', 'removed', 'lost', 'back'];
 const retryAfter = 1000;
+const patience = 5000;
 const backgroundPace = 250;
 
 export class Stream {
@@ -18,6 +23,10 @@ export class Stream {
     private watching = '';
     private waiting: Arrival[] = [];
     private handOver: (() => void) | undefined;
+    private readonly pulse = new Pulse(
+        () => fetch('/healthz', { cache: 'no-store', signal: AbortSignal.timeout(patience) }),
+        (answers) => this.heardOf(answers),
+    );
 
     constructor(private readonly taker: (arrivals: readonly Arrival[]) => void) {
         // What a hidden page has asked a frame for would wait until it is seen again.
@@ -31,6 +40,17 @@ export class Stream {
         this.open();
     }
 
+    private heardOf(answers: boolean): void {
+        if (this.source?.readyState !== EventSource.OPEN) return;
+        if (answers) this.open();
+        else this.lose('it does not answer');
+    }
+
+    private lose(reason: string): void {
+        const data = { service: 'the gateway', reason };
+        this.arrived({ watch: gateway, event: 'lost', data, time: Date.now(), size: 0 });
+    }
+
     private open(): void {
         const before = this.source;
         const source = new EventSource(`${gateway}?${this.watching}`);
@@ -42,8 +62,7 @@ export class Stream {
         source.onerror = (): void => {
             before?.close();
             if (this.source !== source) return;
-            const data = { service: 'the gateway', reason: 'no connection' };
-            this.arrived({ watch: gateway, event: 'lost', data, time: Date.now(), size: 0 });
+            this.lose('no connection');
             if (source.readyState === EventSource.CLOSED) {
                 setTimeout(() => {
                     if (this.source === source) this.open();
@@ -53,6 +72,7 @@ export class Stream {
         for (const event of events) {
             source.addEventListener(event, (message: MessageEvent<string>) => {
                 if (this.source !== source && source.readyState === EventSource.CLOSED) return;
+                this.pulse.beat();
                 const wrapped = parsed(message.data);
                 const data = wrapped['data'];
                 if (!isDocument(data)) return;
