@@ -49,6 +49,7 @@ struct Shared {
     const int wakeUp;
     std::mutex mutex;
     std::vector<std::shared_ptr<Flag>> raised;
+    bool isOver = false;  // the dispatcher is gone: flags kept here would keep this, and this them
 };
 
 struct Flag {
@@ -89,7 +90,11 @@ bool Operation::isOpen() const noexcept {
 
 Dispatcher::Dispatcher() : shared_{std::make_shared<detail::Shared>()} {}
 
-Dispatcher::~Dispatcher() = default;
+Dispatcher::~Dispatcher() {
+    const std::lock_guard lock{shared_->mutex};
+    shared_->isOver = true;
+    shared_->raised.clear();
+}
 
 int Dispatcher::descriptor() const noexcept {
     return shared_->wakeUp;
@@ -181,7 +186,7 @@ void Signal::Raiser::raise() const {
     bool isFirst = false;
     {
         const std::lock_guard lock{shared.mutex};
-        if (flag_->isRaised) return;
+        if (flag_->isRaised || shared.isOver) return;
         flag_->isRaised = true;
         isFirst = shared.raised.empty();
         shared.raised.push_back(flag_);

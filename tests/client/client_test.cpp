@@ -1,8 +1,10 @@
 // Lookups and subscriptions whose answers come late, many at once on one thread.
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 
 #include <deque>
+#include <optional>
 
 #include "hmx/client/elements.h"
 #include "hmx/client/records.h"
@@ -264,6 +266,22 @@ TEST_F(SubscriptionTest, NobodyWhoTakesStatesAndACallbackThatEndsIt) {
     crank();
     EXPECT_EQ(called, 1);
     EXPECT_EQ(hmx.cancelled, before + 1);
+}
+
+TEST(Dispatcher, WhatIsRaisedAfterItsLastTurnKeepsNothingOpen) {
+    int descriptor = -1;
+    {
+        auto dispatcher = std::make_unique<Dispatcher>();
+        descriptor = dispatcher->descriptor();
+        std::optional<Signal> signal{*dispatcher};
+        const Signal::Raiser early = signal->raiser();
+        const Signal::Raiser late = Signal{*dispatcher}.raiser();
+        signal.reset();
+        early.raise();
+        dispatcher.reset();
+        late.raise();
+    }
+    EXPECT_EQ(::fcntl(descriptor, F_GETFD), -1);
 }
 
 }  // namespace
