@@ -14,6 +14,7 @@ from pathlib import Path
 from cockpit import Cockpit
 
 REGION = 'regions:={"infoForAllLayers":[{"layer":"Home","inputRegions":[{"bounds":{"width":9,"height":9}}]}]}'
+RECORDING = str(Path(__file__).resolve().parents[2] / "share/recordings/phone_call.jsonl")
 CONFIGURATION = "regionconfigurations/Driver_Display/HMI_ID_ANDROID_DRIVER"
 
 # Exit code and words, in this order. With -o json, a success prints one document on standard output and nothing else. A failure prints
@@ -36,6 +37,8 @@ COMMANDS = [
     (2, "describe x"), (0, "tree"), (0, "tree Cluster_Display"), (3, "tree Nope"), (0, "hit Driver_Display 900 640"), (2, "hit Driver_Display 1"),
     (2, "hit Driver_Display a b"), (3, "hit Nope 1 1"), (0, "uuid displays/A popups/A/B"), (0, "uuid displays/A --id"), (2, "uuid"),
     (0, "explain popups/Driver_Display/Hint"), (0, "explain regions/Driver_Display/1"), (3, "explain displays/Nope"), (2, "explain regions"),
+    (0, "diff live live"), (10, f"diff {RECORDING}@0.5s {RECORDING}"), (0, f"diff {RECORDING} {RECORDING}"), (2, "diff live"),
+    (2, "diff live /nowhere/x"),
     (0, "doctor"), (10, "--domain other doctor"), (2, "doctor x"), (1, "doctor --report /nowhere/x"),
     (0, "services"), (2, "services x"), (0, "call /hmx retrieve /displays"), (3, "call /hmx retrieve /nothing"), (2, "call /hmx retrieve x"),
     (4, "call /nothing retrieve /x"), (0, "status"), (4, "status /nothing"), (0, "sim world"), (0, "sim set displays/Driver_Display terminal=3"),
@@ -72,7 +75,7 @@ def check_commands(cockpit, complaints):
             complaints.unless(done.stdout == "" and helps and all(each.startswith("hmxctl: ") for each in lines), f"unhelpful: {said}")
         # The same with standard input and output closed, which is an error if something has to be printed.
         closed = cockpit.run(["sh", "-c", 'exec "$@" <&- >&- 2>&-', "sh", "hmxctl", *line.split()])
-        silent = line.startswith(("delete", "wait", "sim set"))
+        silent = line.startswith(("delete", "wait", "sim set")) or line.startswith("diff") and code == 0
         expected = 3 if line.startswith("delete regionconf") else 1 if code in (0, 10) and not silent else code
         complaints.unless(closed.returncode == expected, f"closed: {closed.returncode}, not {expected}: {said}")
 

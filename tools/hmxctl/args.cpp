@@ -154,6 +154,10 @@ private:
             command.flag("--id", arguments_.idOnly, "Print the id only");
             command.flag("--uri", arguments_.uriOnly, "Print the URI only");
         }
+        if (has(comparing)) {
+            command.values("--ignore", arguments_.ignored, "Do not compare this member; may be repeated", "MEMBER");
+            command.flag("--strict", arguments_.strict, "States that only one of two recordings has are differences, too");
+        }
         if (has(reporting)) {
             command.value("--report", arguments_.report, "Write a report to this file, too", "FILE");
             command.flag("--with-payloads", arguments_.withPayloads, "Put what is on the displays into the report");

@@ -54,6 +54,8 @@ struct Arguments {
     bool idOnly = false;
     bool uriOnly = false;
     bool stream = false;
+    std::vector<std::string> ignored;  // members, or paths of them
+    bool strict = false;
     std::string report;  // a file; "": none
     bool withPayloads = false;
 };

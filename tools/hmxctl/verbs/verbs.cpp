@@ -164,6 +164,22 @@ constexpr std::array table{
          .most = 1,
          .first = FirstWord::element,
          .run = runExplain},
+    Verb{.name = "diff",
+         .words = "A B",
+         .summary = "Show the differences between recordings, world files and the running system",
+         .details =
+             "A and B are recordings (FILE, or FILE@TIME for the state at that time), world files of hmxsim, or live.\n"
+             "Elements are compared by id, members by value. Two whole recordings are compared as sequences of states,\n"
+             "element by element, whenever they came: both must end alike, and where one has states between two that both\n"
+             "have, the other must have the same or none, since a slow reader skips states. World files are compared with\n"
+             "what the upstream services say. Ends with 10 if there are differences.\n"
+             "Examples: hmxctl diff before.jsonl after.jsonl --ignore requestData\n"
+             "          hmxctl diff fault.jsonl@12.5s live\n",
+         .fewest = 2,
+         .most = 2,
+         .options = comparing | liveOnly,
+         .first = FirstWord::none,
+         .run = runDiff},
     Verb{.name = "uuid",
          .words = "RESOURCE/NAME ... | --name TEXT",
          .summary = "Compute the ids and URIs of elements, offline",

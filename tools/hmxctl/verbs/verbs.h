@@ -28,6 +28,7 @@ enum VerbOption : std::uint32_t {
     filing = 1U << 8U,      // --upstream, --last; -o is a file
     condition = 1U << 9U,   // the last word is an expression
     reporting = 1U << 10U,  // --report, --with-payloads
+    comparing = 1U << 11U,  // --ignore, --strict
 };
 
 // What the first word behind a verb is, for completion.
@@ -62,6 +63,7 @@ ExitCode runComplete(Context& context);
 ExitCode runCompletion(Context& context);
 ExitCode runDelete(Context& context);
 ExitCode runDescribe(Context& context);
+ExitCode runDiff(Context& context);
 ExitCode runDoctor(Context& context);
 ExitCode runExplain(Context& context);
 ExitCode runGet(Context& context);
