@@ -73,7 +73,7 @@ TEST(FromARecording, VerbsWorkAsOnARunningSystem) {
         {plain, {"list", "displays", "--at", "1ms"}, ExitCode::serviceAbsent, "", "says nothing until then"},
         {spoiled, {"list", "displayables"}, ExitCode::rejected, "", "data[0]: expected an object"},
         {spoiled, {"list", "displays", "-o", "jsonl"}, ExitCode::ok, driver, "spoiled.jsonl, line 8: no "},
-        {plain, {"list", "layerconfigurations"}, ExitCode::serviceAbsent, "", "does not hold /layerconfigurations"},
+        {plain, {"list", "layerconfigurations"}, ExitCode::serviceAbsent, "", "services` shows what it holds"},
         {plain, {"hit", "Driver_Display", "1", "1"}, ExitCode::serviceAbsent, "", "does not hold /layerconfigurations"},
         {plain, {"call", "/hmxinputmanager", "retrieve", "/Driver_Display"}, ExitCode::serviceAbsent, "", "record --upstream"},
         {whole, {"call", "/hmxinputmanager", "retrieve", "/Driver_Display"}, ExitCode::ok, "Radio           7\n", ""},

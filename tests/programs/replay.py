@@ -58,40 +58,17 @@ def random_plan(seed):
     return sorted(steps, key=lambda step: step["at_ms"])
 
 
-def applied(document, entry):
-    """The document after a change."""
-    document = json.loads(json.dumps(document))
-    for key, value in entry.get("document", {}).items():
-        if value is None:
-            document.pop(key, None)
-        else:
-            document[key] = value
-    array = document[entry["array"]] if entry.get("array") else document
-    for step in entry["steps"]:
-        if step["step"] == "insert":
-            array.insert(step["at"], step["element"])
-        elif step["step"] == "erase":
-            del array[step["at"]]
-        else:
-            array[step["at"]] = step["element"]
-    return document
-
-
-def states_of(file):
-    """By source of /hmx: what it said, one after the other, without repetitions."""
-    states, documents = {}, {}
+def said_by_hmx(file):
+    """By source of /hmx: what kinds of things it said, one after the other."""
+    said = {}
     for line in file.read_text().splitlines()[1:]:
-        entry = json.loads(line)
-        if entry["service"] != "/hmx":
-            continue
-        key = entry["path"] + json.dumps(entry.get("parameters", {}))
-        said = entry["event"]
-        if said in ("state", "change"):
-            documents[key] = entry["document"] if said == "state" else applied(documents[key], entry)
-            said = documents[key]
-        if states.setdefault(key, [])[-1:] != [said]:
-            states[key].append(said)
-    return states
+        try:
+            entry = json.loads(line)
+        except json.JSONDecodeError:
+            break  # it is being written
+        if entry["service"] == "/hmx":
+            said.setdefault(entry["path"] + json.dumps(entry.get("parameters", {})), []).append(entry["event"])
+    return said
 
 
 class Recording:
@@ -112,7 +89,10 @@ class Recording:
         return self
 
     def __exit__(self, *_):
+        end = time.monotonic() + 10
         time.sleep(0.3)
+        while any(events[-1] == "lost" for events in said_by_hmx(self.file).values()) and time.monotonic() < end:
+            time.sleep(0.1)
         self.process.send_signal(signal.SIGINT)
         self.process.communicate(timeout=20)
 
@@ -135,18 +115,14 @@ def wait_until(cockpit, word, done):
 
 
 def differences(binaries, recording, again, speed):
-    """Between what /hmx said in the recording, and what a bridge beside its replay says, which is recorded in the file `again`."""
+    """Between the recording and one of its replay beside a bridge, which is kept in the file `again`."""
     with Replay(binaries, sim_options=["--replay", str(recording), "--speed", speed, "--paused"]) as replay:
         with Recording(replay, again):
             replay.ctl("sim", "replay", "run")
             wait_until(replay, "replay", lambda status: status["state"] == "over")
-    one, other = states_of(recording), states_of(again)
-    for key in sorted(one.keys() | other.keys()):
-        here, there = one.get(key, []), other.get(key, [])
-        if here != there:
-            at = next((i for i, pair in enumerate(zip(here, there)) if pair[0] != pair[1]), min(len(here), len(there)))
-            yield (f"{recording.name} at speed {speed}, {key}: {len(here)} and {len(there)} states; state {at}: "
-                   f"{json.dumps(here[at:at + 1])} and {json.dumps(there[at:at + 1])}")
+        compared = replay.ctl("diff", str(recording), str(again))
+        if compared.returncode != 0:
+            yield f"{recording.name} and its replay at speed {speed}: {compared.stdout}{compared.stderr}"
 
 
 def complaints_of(binaries, seed, speed):
@@ -157,7 +133,7 @@ def complaints_of(binaries, seed, speed):
             if started.returncode != 0:
                 sys.exit(started.stderr)
             wait_until(cockpit, "plan", lambda status: status["pending"] == 0)
-        if (count := sum(map(len, states_of(first).values()))) < 60:
+        if (count := sum(map(len, said_by_hmx(first).values()))) < 60:
             yield f"seed {seed}: only {count} states"
         yield from differences(binaries, first, second, speed)
 
@@ -168,7 +144,7 @@ def main():
     with tempfile.TemporaryDirectory(prefix="hmx_replay_") as folder:
         complaints += differences(sys.argv[1], sample, Path(folder) / "again.jsonl", "max")
     for seed in seeds:
-        complaints += complaints_of(sys.argv[1], seed, "max" if seed % 3 == 0 else "4" if seed % 3 == 1 else "1")
+        complaints += complaints_of(sys.argv[1], seed, "max" if seed % 3 == 0 else "4" if seed % 2 == 1 else "1")
     print("\n".join(complaints) or f"{len(seeds) + 1} recordings, each the same when it is replayed")
     sys.exit(1 if complaints else 0)
 

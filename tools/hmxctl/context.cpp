@@ -128,7 +128,14 @@ std::string Context::action() const {
 ExitCode runCommand(int argc, const char* const* argv, const ClientMaker& makeClient, int outputDescriptor, std::ostream& err) {
     std::string action;
     std::string verb;
+    std::string from;
     const auto reported = [&](const Failure& failure) {
+        // What would help with running services does not help with a recording.
+        if (!from.empty() && failure.code() == ExitCode::serviceAbsent && failure.status() != 0) {
+            report(err, action,
+                   Failure{failure.code(), failure.what(), "`hmxctl --from " + from + " services` shows what it holds"});
+            return failure.code();
+        }
         // Whoever typed it wrong can always look up how it is right.
         const bool needsHelp = failure.code() == ExitCode::usage && failure.hint().empty();
         const std::string help = "`hmxctl help" + (verb.empty() ? "" : " " + verb) + "` explains it";
@@ -138,6 +145,7 @@ ExitCode runCommand(int argc, const char* const* argv, const ClientMaker& makeCl
     try {
         const Arguments arguments = parseArguments(argc, argv);
         Output out{outputDescriptor, arguments.colour};
+        from = arguments.from;
         if (!arguments.help.empty()) {
             out.write(arguments.help);
             out.flush();
