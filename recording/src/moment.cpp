@@ -6,6 +6,7 @@
 #include "hmx/recording/moment.h"
 
 #include <algorithm>
+#include <set>
 #include <unordered_map>
 #include <utility>
 
@@ -21,10 +22,15 @@ using client::Error;
 
 // The lines of a source from which its state can be made.
 struct Kept {
-    std::uint64_t last = 0;
+    std::optional<std::uint64_t> last;
     bool isWhole = false;
     std::vector<std::pair<std::uint64_t, std::string>> lines;  // with their places among those of all sources
 };
+
+// One source may be written in different ways.
+std::string keyOf(const std::string& source) {
+    return entryOf("{\"t\":0" + source + ",\"event\":\"lost\"}").source.key();
+}
 
 bool isCut(std::string_view line) {
     try {
@@ -59,7 +65,7 @@ std::optional<Moment> fastMoment(const std::string& file, std::optional<std::chr
         latest = prefix.at;
         key = prefix.source;
         Kept& kept = sources[key];
-        if (kept.last != 0 && prefix.number != kept.last + 1) return {};
+        if (kept.last && prefix.number != *kept.last + 1) return {};
         kept.last = prefix.number;
         if (until && prefix.at > *until) continue;
         if (prefix.kind == Kind::state) {
@@ -75,7 +81,11 @@ std::optional<Moment> fastMoment(const std::string& file, std::optional<std::chr
     }
     std::sort(lines.begin(), lines.end());
     Moment moment;
+    std::set<std::string> keys;
     try {
+        for (const auto& [source, kept] : sources) {
+            if (!keys.insert(keyOf(source)).second) return {};
+        }
         for (const auto& [number, text] : lines) (void)moment.apply(entryOf(text));
     } catch (const Error&) {
         return {};
