@@ -209,7 +209,7 @@ private:
             if (!event) return;
             take(*event);
         }
-        more_.raiseHere();
+        more_.raiser().raise();  // in the next dispatch, so that others get their turn
     }
 
     void take(const client::Event& event) {
@@ -224,35 +224,34 @@ private:
             return;
         }
         if (error) return fail(follower, at, *error);
+        const bool isTurn = follower.trail.last() != Kind::state && follower.trail.last() != Kind::change;
+        std::string line;
         try {
             const kelo::Payload& payload = event.response.payload();
             const bool isJson = payload.mimeType().id() == kelo::mimetypes::MimeTypeID::json && !payload.empty();
-            answered(follower, at, event.response.status(),
-                     isJson ? std::string{payload.text()} : client::compact(client::decode(payload)));
+            line = follower.trail.answer(at, event.response.status(),
+                                         isJson ? std::string{payload.text()} : client::compact(client::decode(payload)));
         } catch (const Error& unreadable) {
-            fail(follower, at, unreadable);
+            return fail(follower, at, unreadable);
         }
-    }
-
-    // Errors: Error, unreadable.
-    void answered(Follower& follower, nanoseconds at, int status, std::string text) {
-        const bool isTurn = follower.trail.last() != Kind::state && follower.trail.last() != Kind::change;
-        std::string line = follower.trail.answer(at, status, std::move(text));
         hasAnswered_ = true;
         follower.pause = milliseconds{0};
         follower.document.reset();
         callbacks_.line(at, std::move(line));
-        const Source& source = follower.trail.source();
-        if (isTurn) callbacks_.turn(source, Kind::state, "");
-        if (source.path != "/displays") return;
+        if (isTurn) callbacks_.turn(follower.trail.source(), Kind::state, "");
+        if (follower.trail.source().path == "/displays") showDisplays(follower);
+    }
+
+    // The popups of the displays of /hmx, and what the managers say of those of the display manager.
+    void showDisplays(const Follower& follower) {
         const std::vector<std::string> names = namesIn(treeOf(follower.trail.text()));
-        if (source.service == hmxPath && plan_.popups) {
-            show(popupDisplays_, names, [](const std::string& name) {
-                return std::vector<Source>{{hmxPath, "/popups", Json{{"display", name}}}};
-            });
-        } else if (source.service == displayManager) {
+        if (follower.trail.source().service == displayManager) {
             show(upstreamDisplays_, names, [](const std::string& name) {
                 return std::vector<Source>{{inputManager, partOf(name)}, {popupManager, partOf(name)}};
+            });
+        } else if (plan_.popups) {
+            show(popupDisplays_, names, [](const std::string& name) {
+                return std::vector<Source>{{hmxPath, "/popups", Json{{"display", name}}}};
             });
         }
     }

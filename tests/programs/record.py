@@ -68,9 +68,9 @@ def end_cleanly(cockpit):
 def write_the_ring_when_told(cockpit):
     """Each SIGUSR1 writes a recording of its own, which begins with whole answers."""
     path = cockpit.directory / "ring.jsonl"
-    recorder = start(cockpit, "popups", "--last", "200ms", "-o", str(path))
+    recorder = start(cockpit, "popups", "--last", "1s", "-o", str(path))
     paths = [path, path.with_name("ring-2.jsonl"), path.with_name("ring-3.jsonl")]
-    time.sleep(0.8)
+    time.sleep(2)
     for each, number in zip(paths, (signal.SIGUSR1, signal.SIGUSR1, signal.SIGTERM)):
         recorder.send_signal(number)
         end = time.monotonic() + 20
@@ -79,7 +79,7 @@ def write_the_ring_when_told(cockpit):
             time.sleep(0.01)
         time.sleep(0.3)
     notes = recorder.communicate(timeout=20)[1]
-    assert recorder.returncode == 0 and notes.count("wrote the last 0.2 s into") == 3, notes
+    assert recorder.returncode == 0 and notes.count("wrote the last 1.0 s into") == 3, notes
     for each in paths:
         begun = set()
         for entry in entries_of(each):
@@ -88,7 +88,7 @@ def write_the_ring_when_told(cockpit):
             begun.add(source)
         assert cockpit.ctl("--from", str(each), "list", "popups", "display=Driver_Display").returncode == 0
     times = [entry["t"] for entry in entries_of(paths[2]) if entry["event"] == "change"]
-    assert times and times[-1] - times[0] <= 200_000_000, f"older changes have fallen out: {times[:3]} {times[-1:]}"
+    assert times and times[-1] - times[0] <= 1_000_000_000, f"older changes have fallen out: {times[:3]} {times[-1:]}"
 
 
 def pipe_it(cockpit):

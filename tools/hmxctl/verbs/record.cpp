@@ -45,9 +45,8 @@ using recording::Ring;
 using recording::Writer;
 using std::chrono::nanoseconds;
 
-// How much of lines the ring holds, and how much is gathered before it is written.
+// How much of lines the ring holds.
 constexpr std::size_t ringBytes = std::size_t{4} * 1024U * 1024U;
-constexpr std::size_t pieceBytes = std::size_t{256} * 1024U;
 
 constexpr std::array managers{kelo::hmx::displaymanager::servicePath, kelo::hmx::inputregions::servicePath,
                               kelo::hmx::popups::servicePath};
@@ -304,7 +303,6 @@ private:
             ring_->add(at, std::move(line));
         } else {
             lines_ += line;
-            if (lines_.size() > pieceBytes) flush();
         }
         if (condition_ && !isTrue_ && condition_->holdsFor(elementsOf(recorder))) {
             isTrue_ = isOver_ = true;
@@ -326,7 +324,12 @@ private:
 
     void writeRing() {
         open();
-        ring_->write(now(), *writer_);
+        try {
+            ring_->write(now(), *writer_);
+        } catch (const Error&) {
+            file_->show();  // as far as it came
+            throw;
+        }
         file_->show();
         const nanoseconds reach = ring_->reach(now());
         say("wrote the last " + lengthText(reach) + " into " + file_->name() +

@@ -26,7 +26,7 @@ struct Plan {
 // a second at first. A resource. Thread: the dispatcher's; callbacks come from `dispatch`.
 class Recorder {
 public:
-    struct Callbacks {
+    struct Callbacks {  // they throw nothing
         // A line, with its time.
         std::function<void(std::chrono::nanoseconds at, std::string line)> line;
         // Something that people may want to know: a source answers (again), or does not.
