@@ -108,7 +108,7 @@ def main():
     with Cockpit(sys.argv[1]) as cockpit:
         plan = [{"at_ms": 1, "every_ms": 2, "times": 40_000, "popup": f"Driver_Display/{name}", "values": [{"requested": True}, {"requested": False}]}
                 for name in ("Incoming_Call", "Volume")]
-        planned = cockpit.run(["hmxctl", "sim", "plan", "-f", "-"], input=json.dumps(plan), stdin=None)
+        planned = cockpit.run(["hmxctl", "--timeout", "30s", "sim", "plan", "-f", "-"], input=json.dumps(plan), stdin=None)
         assert planned.returncode == 0, planned
         end_cleanly(cockpit)
         write_the_ring_when_told(cockpit)

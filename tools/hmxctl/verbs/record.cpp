@@ -323,17 +323,17 @@ private:
     }
 
     void writeRing() {
+        const nanoseconds at = now();
         open();
         try {
-            ring_->write(now(), *writer_);
+            ring_->write(at, *writer_);
         } catch (const Error&) {
             file_->show();  // as far as it came
             throw;
         }
         file_->show();
-        const nanoseconds reach = ring_->reach(now());
-        say("wrote the last " + lengthText(reach) + " into " + file_->name() +
-            (ring_->isFull(now()) ? ": memory holds no more than " + amount(ringBytes) + " of it" : ""));
+        say("wrote the last " + lengthText(ring_->reach(at)) + " into " + file_->name() +
+            (ring_->isFull(at) ? ": memory holds no more than " + amount(ringBytes) + " of it" : ""));
         writer_.reset();
         file_.reset();
     }
