@@ -65,6 +65,7 @@ bench: ## Compare a request's path through the bridge with a bare relay and with
 	@packaging/build.sh release $(JOBS) benchmarks
 	@python3 bench/run.py $(BUILD)
 	@python3 bench/gateway.py $(BUILD)
+	@[ ! -x $(BUILD)/bin/hmxrelay ] || python3 bench/relay.py $(BUILD)
 	@packaging/inspector.sh build && packaging/inspector.sh bench
 
 fuzz: ## Run every fuzzer for FUZZ_SECONDS (30)

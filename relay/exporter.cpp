@@ -37,6 +37,7 @@ constexpr milliseconds discovery{400};
 // How long past its lease another export may still seem to live.
 constexpr milliseconds leeway{500};
 constexpr milliseconds retryPause{20};
+constexpr std::uint64_t beatsBetweenTidying = 4;
 constexpr std::size_t mostParts = 4096;
 constexpr std::size_t mostInterests = 1024;
 
@@ -109,10 +110,23 @@ hmx::client::Task<> Exporter::live() {
     co_await beat();
 }
 
+template <class Sample>
+Sample Exporter::sampleOf(const Part& part) const {
+    Sample sample{};
+    sample.origin = lent(options_.name);
+    sample.resource = lent(part.name.resource);
+    sample.part = lent(part.name.part);
+    return sample;
+}
+
 void Exporter::begin() {
     origin_.emplace(participant_, commonPublisher_);
     states_.emplace(participant_, publisher_);
     elements_.emplace(participant_, publisher_);
+    const Part nothing;
+    hmxrelay_Element sample = sampleOf<hmxrelay_Element>(nothing);
+    sample.encoding = lent(nothing.name.part);
+    exact_.emplace(participant_, topicOf<hmxrelay_Element>, &sample);
     interest_.emplace(participant_, subscriber_, interestArrived_.raiser());
     desk_.emplace(client_, participant_, publisher_, subscriber_, hmxPath, options_.isReadOnly);
     for (const char* resource : {"displays", "displayables", "layerconfigurations"}) {
@@ -127,6 +141,7 @@ hmx::client::Task<> Exporter::beat() {
     for (;;) {
         co_await client_.dispatcher().pause(participant_.network().lease);
         writeOrigin();
+        if (beats_ % beatsBetweenTidying == 0) giveBackMemory();
     }
 }
 
@@ -185,15 +200,6 @@ Exporter::Part& Exporter::follow(PartName name, std::string service, Query query
     byRetrieve_[part->retrieve] = part.get();
     if (!isOnDemand) writeState(*part);  // others wait until something is known
     return *part;
-}
-
-template <class Sample>
-Sample Exporter::sampleOf(const Part& part) const {
-    Sample sample{};
-    sample.origin = lent(options_.name);
-    sample.resource = lent(part.name.resource);
-    sample.part = lent(part.name.part);
-    return sample;
 }
 
 void Exporter::leave(const PartName& name) {
@@ -344,7 +350,7 @@ bool Exporter::writeElement(const Part& part, const ElementKey& key, const Entry
     const std::string encoding{answer.mimeType().text()};
     sample.encoding = lent(encoding);
     lend(sample.document, text);
-    return elements_->write(sample);
+    return exact_->write(elements_->get(), &sample) == DDS_RETCODE_OK;
 }
 
 void Exporter::disposeElement(const Part& part, const ElementKey& key) {

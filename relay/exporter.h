@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "change_desk.h"
+#include "exact_samples.h"
 #include "hmx/client/client.h"
 #include "hmx/client/retrieves.h"
 #include "names.h"
@@ -101,6 +102,7 @@ private:
     std::optional<Writer<hmxrelay_Origin>> origin_;
     std::optional<Writer<hmxrelay_State>> states_;
     std::optional<Writer<hmxrelay_Element>> elements_;
+    std::optional<ExactSamples> exact_;  // of the elements, of which there may be many
     std::optional<Reader<hmxrelay_Interest>> interest_;
     std::optional<ChangeDesk> desk_;
 

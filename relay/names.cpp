@@ -1,5 +1,6 @@
 #include "names.h"
 
+#include <malloc.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -43,6 +44,10 @@ std::uint64_t digestOf(const ElementKey& key, std::uint64_t revision) noexcept {
     for (unsigned shift = 0; shift < 32; shift += 8) hash = mixed(hash, static_cast<std::uint8_t>(key.occurrence >> shift));
     for (unsigned shift = 0; shift < 64; shift += 8) hash = mixed(hash, static_cast<std::uint8_t>(revision >> shift));
     return hash;
+}
+
+void giveBackMemory() noexcept {
+    (void)::malloc_trim(0);
 }
 
 Bytes16 randomId() {

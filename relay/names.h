@@ -59,4 +59,7 @@ inline constexpr std::string_view regions{"regionconfigurations"};
 
 [[nodiscard]] Bytes16 randomId();
 
+// Gives back to the system what a large amount of reading has left unused.
+void giveBackMemory() noexcept;
+
 }  // namespace hmxrelay

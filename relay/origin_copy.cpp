@@ -28,7 +28,7 @@ using std::chrono::milliseconds;
 // After how many leases without a beat an export counts as lost, though the engine still hears of its machine.
 constexpr int beatsMissed = 3;
 // How long the rest of a transition may take.
-constexpr milliseconds patience{400};
+constexpr milliseconds patience{700};
 constexpr milliseconds longestRepairPause{30'000};
 constexpr std::size_t mostExports = 8;
 constexpr std::size_t mostElements = 40'000;
@@ -260,6 +260,7 @@ void OriginCopy::takeAll() {
     }
     if (attachment_->isComplete || known < attachment_->announced) return;
     attachment_->isComplete = true;
+    giveBackMemory();
     lastParts_.clear();
     stale_.reset();
     // What this export does not have was a former one's.

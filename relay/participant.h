@@ -121,6 +121,7 @@ public:
 
     // False if it could not be sent now: the readers are behind with what was sent before.
     bool write(const Sample& sample) { return dds_write(writer_.get(), &sample) == DDS_RETCODE_OK; }
+    dds_entity_t get() const noexcept { return writer_.get(); }
     // The instance is gone.
     void dispose(const Sample& sample) { (void)dds_dispose(writer_.get(), &sample), leave(sample); }
     // The instance is no longer this writer's.
