@@ -48,13 +48,63 @@ bool isList(const Json& value) {
     return value.is_array() && std::all_of(value.begin(), value.end(), [](const Json& each) { return each.is_object(); });
 }
 
-void eraseAt(Json& element, std::string_view path) {
-    const std::size_t dot = path.find('.');
-    if (!element.is_object()) return;
-    if (dot == std::string_view::npos) {
-        element.erase(std::string{path});
-    } else if (const auto found = element.find(std::string{path.substr(0, dot)}); found != element.end()) {
-        eraseAt(*found, path.substr(dot + 1));
+// As compact(text) writes it: what needs no escapes as it is.
+void writeText(const std::string& text, std::string& out) {
+    const bool isPlain =
+        std::all_of(text.begin(), text.end(), [](char c) { return c >= ' ' && c <= '~' && c != '"' && c != '\\'; });
+    if (!isPlain) {
+        out += compact(text);
+        return;
+    }
+    out += '"';
+    out += text;
+    out += '"';
+}
+
+// As compact(value) writes it, but without the members below these paths, and several times faster where values are simple.
+void writeState(const Json& value, const std::vector<std::string_view>& ignored, std::string& out) {
+    switch (value.type()) {
+        case Json::value_t::object: {
+            char divider = '{';
+            for (const auto& [key, each] : value.get_ref<const Json::object_t&>()) {
+                std::vector<std::string_view> below;
+                bool isLeftOut = false;
+                for (const std::string_view path : ignored) {
+                    if (!path.starts_with(key)) continue;
+                    isLeftOut = isLeftOut || path.size() == key.size();
+                    if (path.size() > key.size() && path[key.size()] == '.') below.push_back(path.substr(key.size() + 1));
+                }
+                if (isLeftOut) continue;
+                out += divider;
+                divider = ',';
+                writeText(key, out);
+                out += ':';
+                writeState(each, below, out);
+            }
+            if (divider == '{') out += '{';
+            out += '}';
+            return;
+        }
+        case Json::value_t::array: {
+            out += '[';
+            for (const Json& each : value) {
+                if (&each != &value.front()) out += ',';
+                writeState(each, {}, out);
+            }
+            out += ']';
+            return;
+        }
+        case Json::value_t::boolean:
+            out += value.get<bool>() ? "true" : "false";
+            return;
+        case Json::value_t::number_integer:
+            out += std::to_string(value.get<std::int64_t>());
+            return;
+        case Json::value_t::string:
+            writeText(value.get_ref<const std::string&>(), out);
+            return;
+        default:
+            out += compact(value);
     }
 }
 
@@ -67,8 +117,14 @@ Texts::Number Texts::numberOf(const std::string& text) {
 }
 
 SourceHistory& History::of(const Source& source) {
+    // Most entries are from the source of the one before.
+    const auto isSame = [&](const Source& last) {
+        return last.path == source.path && last.service == source.service && last.parameters == source.parameters;
+    };
+    if (last_ != nullptr && isSame(last_->source)) return *last_;
     SourceHistory& history = sources_[source.key()];
     if (history.source.service.empty()) history.source = source;
+    last_ = &history;
     return history;
 }
 
@@ -76,11 +132,10 @@ void History::push(Track& track, nanoseconds at, Texts::Number state) const {
     if (track.empty() || track.back().state != state) track.push_back({at, state});
 }
 
-Texts::Number History::stateOf(const Json& element) const {
-    if (ignored_.empty()) return texts_->numberOf(compact(element));
-    Json kept = element;
-    for (const std::string& path : ignored_) eraseAt(kept, path);
-    return texts_->numberOf(compact(kept));
+Texts::Number History::stateOf(const Json& element) {
+    scratch_.clear();
+    writeState(element, {ignored_.begin(), ignored_.end()}, scratch_);
+    return texts_->numberOf(scratch_);
 }
 
 // All elements of the document anew.

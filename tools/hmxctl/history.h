@@ -60,6 +60,8 @@ struct SourceHistory {
 class History {
 public:
     // `ignored`: members, or paths of them, that do not count. `texts` outlives it.
+    History(History&&) = default;
+    History& operator=(History&&) = default;
     History(Texts& texts, std::vector<std::string> ignored) : texts_{&texts}, ignored_{std::move(ignored)} {}
 
     void take(hmx::recording::Entry entry);
@@ -77,13 +79,15 @@ public:
 private:
     SourceHistory& of(const hmx::recording::Source& source);
     void push(Track& track, std::chrono::nanoseconds at, Texts::Number state) const;
-    Texts::Number stateOf(const hmx::client::Json& element) const;
+    Texts::Number stateOf(const hmx::client::Json& element);
     void takeWhole(SourceHistory& history, std::chrono::nanoseconds at);
     void takeSteps(SourceHistory& history, hmx::recording::Entry& entry);
 
     Texts* texts_;
     std::vector<std::string> ignored_;
     std::map<std::string, SourceHistory> sources_;
+    SourceHistory* last_ = nullptr;  // that an entry was from; in `sources_`
+    std::string scratch_;
 };
 
 }  // namespace hmxctl
