@@ -160,6 +160,7 @@ TEST(Completion, OffersWhatCanComeNext) {
         {"hmxctl watch displ", "displays displayables"},
         {"hmxctl get displays/", "displays/Driver_Display displays/Cluster_Display"},
         {"hmxctl explain re", "regions/ regionconfigurations/"},
+        {"hmxctl diff --ignore x li", "live"},
         {"hmxctl explain regions/C", "regions/Cluster_Display/"},
         {"hmxctl get popups/Dri", "popups/Driver_Display/Phone"},
         {"hmxctl list popups act", "active="},

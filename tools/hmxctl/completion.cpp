@@ -38,7 +38,7 @@ constexpr std::string_view zshScript = R"script(#compdef hmxctl
 _hmxctl() {
     local -a whole begun shown
     local word about
-    if [[ ${words[CURRENT-1]} == (-f|--file|--from|--runtime-dir) ]]; then
+    if [[ ${words[CURRENT-1]} == (-f|--file|--from|--report|--runtime-dir) ]]; then
         _files
         return
     fi
@@ -70,14 +70,15 @@ complete -c hmxctl -f -a '(hmxctl __complete -- (commandline -cp) 2>/dev/null)'
 complete -c hmxctl -s f -l file -r -F
 complete -c hmxctl -l runtime-dir -r -F
 complete -c hmxctl -l from -r -F
+complete -c hmxctl -l report -r -F
 )script";
 
 constexpr std::array<std::pair<std::string_view, std::string_view>, 3> scripts{
     {{"bash", bashScript}, {"zsh", zshScript}, {"fish", fishScript}}};
 
-constexpr std::array<std::string_view, 16> optionsWithValue{
-    "--from",   "--at", "--speed", "-o",      "--output", "--timeout", "--mime",  "--runtime-dir",
-    "--domain", "-f",   "--file",  "--count", "--name",   "--for",     "--until", "--last"};
+constexpr std::array<std::string_view, 18> optionsWithValue{
+    "--from", "--at",   "--speed", "-o",     "--output", "--timeout", "--mime", "--runtime-dir", "--domain",
+    "-f",     "--file", "--count", "--name", "--for",    "--until",   "--last", "--report",      "--ignore"};
 
 bool takesValue(const std::string& option) {
     return std::find(optionsWithValue.begin(), optionsWithValue.end(), option) != optionsWithValue.end();
@@ -225,6 +226,7 @@ void offerFirstWord(Offers& out, const Verb& verb, NameSource& names) {
         case FirstWord::simCommand:
             return out.offerAll(simActions);
         case FirstWord::none:
+            if (verb.name == "diff") out.offer("live");
             return;
     }
 }

@@ -200,6 +200,7 @@ private:
 std::vector<Side> readSides(Context& context, const std::vector<std::string>& words, Texts& texts) {
     std::vector<Named> names;
     for (const std::string& word : words) names.push_back(named(word));
+    if (words[0] == "-" && words[1] == "-") throw usageError("diff: standard input can be only one of the two");
     // Files are read beside each other. A running system is asked for what they hold.
     std::vector<Texts> own(names.size());
     std::vector<std::future<Side>> files(names.size());
