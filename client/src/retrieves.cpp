@@ -26,12 +26,12 @@ constexpr int mostAtOnce = 64;
 
 class Retrieves::Followers {
 public:
-    Followers(Client& client, std::function<void(const Heard&)> heard)
+    Followers(Client& client, std::function<void(const Heard&)> heard, std::size_t keptBytes)
         : client_{client},
           heard_{std::move(heard)},
           begin_{client.dispatcher()},
           more_{client.dispatcher()},
-          inbox_{client.dispatcher()} {
+          inbox_{client.dispatcher(), keptBytes} {
         inbox_.onArrival([this] { takeAll(); });
         more_.onRaised([this] { takeAll(); });
     }
@@ -50,6 +50,11 @@ public:
         if (found == followers_.end()) return;
         open_.erase(found->second->number);
         followers_.erase(found);
+    }
+
+    void askAgain(std::size_t which) {
+        const auto found = followers_.find(which);
+        if (found != followers_.end() && found->second->number != 0) close(*found->second, longer(found->second->pause));
     }
 
 private:
@@ -103,14 +108,14 @@ private:
 
     void takeAll() {
         for (const auto& [which, error] : std::exchange(failures_, {})) {
-            if (followers_.contains(which)) heard_(failed(which, error));
+            if (followers_.contains(which)) heard_(failed(which, Deadline::Clock::now(), error));
         }
         for (int left = mostAtOnce; left > 0; --left) {
             const std::optional<Event> event = inbox_.tryTake();
             if (!event) return;
             take(*event);
         }
-        more_.raiseHere();
+        more_.raiser().raise();  // in the next dispatch, so that others get their turn
     }
 
     void take(const Event& event) {
@@ -120,21 +125,21 @@ private:
         const std::optional<Error> error = follower.service->errorOf(follower.query, event);
         if (!error) {
             follower.pause = milliseconds{0};
-            heard_({.which = follower.which, .kind = Heard::Kind::answer, .response = event.response});
+            heard_({.which = follower.which, .kind = Heard::Kind::answer, .at = event.at, .response = event.response});
         } else if (event.kind == Event::Kind::completed) {
             close(follower, endedPause);
-            heard_({.which = follower.which, .kind = Heard::Kind::ended, .error = error});
+            heard_({.which = follower.which, .kind = Heard::Kind::ended, .at = event.at, .error = error});
         } else {
             close(follower, longer(follower.pause));
-            heard_(failed(follower.which, *error));
+            heard_(failed(follower.which, event.at, *error));
         }
     }
 
-    static Heard failed(std::size_t which, const Error& error) {
+    static Heard failed(std::size_t which, Deadline::Clock::time_point at, const Error& error) {
         const Heard::Kind kind = error.isNotFound()  ? Heard::Kind::missing
                                  : error.isPassing() ? Heard::Kind::lost
                                                      : Heard::Kind::failed;
-        return {.which = which, .kind = kind, .error = error};
+        return {.which = which, .kind = kind, .at = at, .error = error};
     }
 
     Client& client_;
@@ -149,13 +154,17 @@ private:
     std::map<std::size_t, std::unique_ptr<Follower>> followers_;
 };
 
-Retrieves::Retrieves(Client& client, std::function<void(const Heard&)> heard)
-    : followers_{std::make_unique<Followers>(client, std::move(heard))} {}
+Retrieves::Retrieves(Client& client, std::function<void(const Heard&)> heard, std::size_t keptBytes)
+    : followers_{std::make_unique<Followers>(client, std::move(heard), keptBytes)} {}
 
 Retrieves::~Retrieves() = default;
 
 std::size_t Retrieves::follow(std::string service, Query query) {
     return followers_->follow(std::move(service), std::move(query));
+}
+
+void Retrieves::askAgain(std::size_t which) {
+    followers_->askAgain(which);
 }
 
 void Retrieves::leave(std::size_t which) {

@@ -1,6 +1,4 @@
-// Every source is a task that finds its service, opens the request, waits until it has ended, and begins anew after a pause. What
-// the requests bring goes through one inbox, in the order of arrival; requests are numbered, so what is left of a closed one is
-// recognised. Times are those of arrival, and never go back.
+// Every source is a retrieve that is kept open. Times are those of arrival, and never go back.
 //
 // The displays decide what else is followed. A display that is new gets its sources at once. One that goes takes them along; the
 // numbers of their entries are kept, in case it returns.
@@ -13,6 +11,7 @@
 
 #include "hmx/client/elements.h"
 #include "hmx/client/resources.h"
+#include "hmx/client/retrieves.h"
 #include "hmx/displaymanager/service_path.h"
 #include "hmx/inputregions/service_path.h"
 #include "hmx/popups/service_path.h"
@@ -27,19 +26,12 @@ namespace hmx::recording {
 namespace {
 
 using client::Error;
+using client::Heard;
 using client::Json;
-using std::chrono::milliseconds;
 using std::chrono::nanoseconds;
 
-constexpr milliseconds shortestPause{20};
-constexpr milliseconds longestPause{400};
-constexpr milliseconds endedPause{1000};
-// How long one attempt to find a service may take.
-constexpr milliseconds attempt{2000};
 // How much of what has arrived waits to be written.
 constexpr std::size_t waitingBytes = std::size_t{2} * 1024U * 1024U;
-// How much of it is looked at before anything else gets a turn.
-constexpr int mostAtOnce = 256;
 // How many sources there may be, whatever names displays take.
 constexpr std::size_t mostSources = 4096;
 
@@ -83,16 +75,10 @@ Plan Plan::everything() {
 class Recorder::Followers {
 public:
     Followers(client::Client& client, const Head& head, Plan plan, Callbacks callbacks)
-        : client_{client},
-          origin_{std::chrono::steady_clock::time_point{nanoseconds{head.origin}}},
+        : origin_{std::chrono::steady_clock::time_point{nanoseconds{head.origin}}},
           plan_{std::move(plan)},
           callbacks_{std::move(callbacks)},
-          begin_{client.dispatcher()},
-          more_{client.dispatcher()},
-          inbox_{client.dispatcher(), waitingBytes} {
-        inbox_.onArrival([this] { takeAll(); });
-        more_.onRaised([this] { takeAll(); });
-        begin_.raiseHere();
+          retrieves_{client, [this](const Heard& heard) { this->heard(heard); }, waitingBytes} {
         for (const Source& source : plan_.sources) follow(source);
         if (plan_.popups) follow({hmxPath, "/displays"});
         if (!plan_.upstream) return;
@@ -115,18 +101,11 @@ public:
 private:
     // One source. Its address stays.
     struct Follower {
-        Follower(client::Dispatcher& dispatcher, Source source)
-            : trail{source}, query{"retrieve", source.path, source.parameters}, closed{dispatcher} {}
+        explicit Follower(Source source) : trail{std::move(source)} {}
 
         Trail trail;
-        client::Query query;
-        client::Signal closed;
+        std::size_t retrieve = 0;      // its number; 0: it is not followed any more
         std::optional<Json> document;  // the trail's, made when it is wanted
-        std::optional<client::Service> service;
-        client::Stream stream;
-        std::size_t number = 0;  // of the open request; 0: none is open
-        milliseconds pause{0};
-        client::Operation life;  // ends first
     };
 
     void follow(const Source& source) {
@@ -136,57 +115,44 @@ private:
                 followers_.erase(source.key());
                 return;
             }
-            follower = std::make_unique<Follower>(client_.dispatcher(), source);
+            follower = std::make_unique<Follower>(source);
         }
-        if (!follower->life.isOpen()) follower->life = client_.start(live(*follower), [](const client::Outcome<void>&) {});
+        if (follower->retrieve != 0) return;
+        follower->retrieve = retrieves_.follow(source.service, {"retrieve", source.path, source.parameters});
+        byRetrieve_[follower->retrieve] = follower.get();
     }
 
     void leave(const Source& source, const std::string& reason) {
         const auto found = followers_.find(source.key());
-        if (found == followers_.end() || !found->second->life.isOpen()) return;
+        if (found == followers_.end() || found->second->retrieve == 0) return;
         Follower& follower = *found->second;
-        follower.life = {};
-        close(follower, milliseconds{0});
-        put(follower, now(), Kind::missing, 404, reason);
+        retrieves_.leave(follower.retrieve);
+        byRetrieve_.erase(std::exchange(follower.retrieve, 0));
+        put(follower, timeOf(std::chrono::steady_clock::now()), Kind::missing, 404, reason);
     }
 
-    client::Task<> live(Follower& follower) {
-        co_await begun();
-        for (;;) {
-            std::optional<Error> failure;
-            try {
-                const client::Deadline deadline{attempt};
-                follower.service.emplace(co_await client_.service(follower.trail.source().service, deadline));
-                follower.number = ++lastNumber_;
-                open_[follower.number] = &follower;
-                follower.stream = follower.service->open(follower.query, inbox_, follower.number);
-            } catch (const Error& error) {
-                failure = error;
-            }
-            if (failure) fail(follower, now(), *failure);
-            while (follower.number != 0) co_await follower.closed.raised();
-            co_await client_.dispatcher().pause(follower.pause);
+    void heard(const Heard& heard) {
+        const auto found = byRetrieve_.find(heard.which);
+        if (found == byRetrieve_.end()) return;
+        Follower& follower = *found->second;
+        const nanoseconds at = timeOf(heard.at);
+        switch (heard.kind) {
+            case Heard::Kind::answer:
+                return take(follower, at, heard.response);
+            case Heard::Kind::ended:
+                if (follower.trail.last() != Kind::ended) put(follower, at, Kind::ended, 0, heard.error->what());
+                return;
+            case Heard::Kind::missing:
+                return fail(follower, at, Kind::missing, *heard.error);
+            case Heard::Kind::lost:
+                return fail(follower, at, Kind::lost, *heard.error);
+            case Heard::Kind::failed:
+                return fail(follower, at, Kind::failed, *heard.error);
         }
     }
 
-    // Nothing is asked before the first dispatch.
-    client::Task<> begun() {
-        if (!isBegun_) co_await begin_.raised();
-        isBegun_ = true;
-    }
-
-    void close(Follower& follower, milliseconds pause) {
-        open_.erase(follower.number);
-        follower.number = 0;
-        follower.stream = {};
-        follower.pause = pause;
-        follower.closed.raiseHere();
-    }
-
-    void fail(Follower& follower, nanoseconds at, const Error& error) {
-        close(follower, std::clamp(follower.pause * 2, shortestPause, longestPause));
+    void fail(Follower& follower, nanoseconds at, Kind kind, const Error& error) {
         if (!failure_ || error.status() == 0) failure_ = error;
-        const Kind kind = error.isNotFound() ? Kind::missing : error.isPassing() ? Kind::lost : Kind::failed;
         const int status = error.status() != 0 ? error.status() : kind == Kind::lost ? 503 : 0;
         const std::string reason = error.reason().empty() ? error.what() : error.reason();
         if (follower.trail.last() != kind) put(follower, at, kind, status, reason);
@@ -201,41 +167,20 @@ private:
         latest_ = std::max(latest_, nanoseconds{at - origin_});
         return latest_;
     }
-    nanoseconds now() { return timeOf(std::chrono::steady_clock::now()); }
 
-    void takeAll() {
-        for (int left = mostAtOnce; left > 0; --left) {
-            const std::optional<client::Event> event = inbox_.tryTake();
-            if (!event) return;
-            take(*event);
-        }
-        more_.raiser().raise();  // in the next dispatch, so that others get their turn
-    }
-
-    void take(const client::Event& event) {
-        const auto found = open_.find(event.source);
-        if (found == open_.end()) return;
-        Follower& follower = *found->second;
-        const nanoseconds at = timeOf(event.at);
-        const std::optional<Error> error = follower.service->errorOf(follower.query, event);
-        if (event.kind == client::Event::Kind::completed) {
-            close(follower, endedPause);
-            if (follower.trail.last() != Kind::ended) put(follower, at, Kind::ended, 0, error->what());
-            return;
-        }
-        if (error) return fail(follower, at, *error);
+    void take(Follower& follower, nanoseconds at, const kelo::Response& response) {
         const bool isTurn = follower.trail.last() != Kind::state && follower.trail.last() != Kind::change;
         std::string line;
         try {
-            const kelo::Payload& payload = event.response.payload();
+            const kelo::Payload& payload = response.payload();
             const bool isJson = payload.mimeType().id() == kelo::mimetypes::MimeTypeID::json && !payload.empty();
-            line = follower.trail.answer(at, event.response.status(),
+            line = follower.trail.answer(at, response.status(),
                                          isJson ? std::string{payload.text()} : client::compact(client::decode(payload)));
         } catch (const Error& unreadable) {
-            return fail(follower, at, unreadable);
+            retrieves_.askAgain(follower.retrieve);
+            return fail(follower, at, Kind::failed, unreadable);
         }
         hasAnswered_ = true;
-        follower.pause = milliseconds{0};
         follower.document.reset();
         callbacks_.line(at, std::move(line));
         if (isTurn) callbacks_.turn(follower.trail.source(), Kind::state, "");
@@ -269,22 +214,17 @@ private:
         known = names;
     }
 
-    client::Client& client_;
     std::chrono::steady_clock::time_point origin_;
     Plan plan_;
     Callbacks callbacks_;
-    client::Signal begin_;
-    client::Signal more_;
-    client::Inbox inbox_;
     std::vector<std::string> popupDisplays_;
     std::vector<std::string> upstreamDisplays_;
     nanoseconds latest_{0};
-    bool isBegun_ = false;
     bool hasAnswered_ = false;
     std::optional<Error> failure_;
-    std::size_t lastNumber_ = 0;
-    std::map<std::size_t, Follower*> open_;  // by the numbers of their requests
     std::map<std::string, std::unique_ptr<Follower>> followers_;
+    std::map<std::size_t, Follower*> byRetrieve_;
+    client::Retrieves retrieves_;
 };
 
 Recorder::Recorder(client::Client& client, const Head& head, Plan plan, Callbacks callbacks)

@@ -25,8 +25,9 @@ struct Heard {
     };
     std::size_t which = 0;  // the number that `follow` returned
     Kind kind = Kind::answer;
-    kelo::Response response{};     // of an answer
-    std::optional<Error> error{};  // for all else, why
+    Deadline::Clock::time_point at{};  // when it arrived
+    kelo::Response response{};         // of an answer
+    std::optional<Error> error{};      // for all else, why
 };
 
 // Whatever is followed is asked for again, at once the first time, then more and more rarely, a few times a second at least; what
@@ -34,14 +35,17 @@ struct Heard {
 // with the next dispatch. Thread: the dispatcher's.
 class Retrieves {
 public:
-    // `client` outlives it. `heard` is called from `dispatch`; it may follow and leave, but not destroy this object.
-    Retrieves(Client& client, std::function<void(const Heard&)> heard);
+    // `client` outlives it. `heard` is called from `dispatch`; it may follow and leave, but not destroy this object. `keptBytes`:
+    // see Inbox.
+    Retrieves(Client& client, std::function<void(const Heard&)> heard, std::size_t keptBytes = 0);
     Retrieves(const Retrieves&) = delete;
     Retrieves& operator=(const Retrieves&) = delete;
     ~Retrieves();
 
     // Never 0, never the same twice.
     std::size_t follow(std::string service, Query query);
+    // Of an answer that could not be read: it is asked for again as if it had failed.
+    void askAgain(std::size_t which);
     // Nothing more is heard of it.
     void leave(std::size_t which);
 
