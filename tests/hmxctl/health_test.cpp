@@ -43,6 +43,8 @@ TEST(Doctor, SaysWhatIsWrong) {
          "/run/x/local has mode 0500: services cannot be added or found there.|There is no room on the disk of /run/x/local: 100 "
          "MiB "
          "and 0 files are left.|In /run/x/local are leftovers of processes that have ended: .1.2.new."},
+        {R"({"directory": {"writable": false}, "shell": {"uid": 2}})",
+         "/run/x/local belongs to user 1, and this is user 2: services and clients have to be of one user."},
         {R"({"inotify": {"watches": 8000}})", "This user has 1 of 128 inotify instances, and 8000 of 8192 watches."},
         {R"({"services": [{"path": "/hmx", "state": "absent", "pid": null}, {"path": "/hmxinputmanager", "state": "stale", "lock": "pid 5 im"}]})",
          "hmxtolubridge (pid 8) waits for /hmxinputmanager, and publishes /hmx only after that.|/hmxinputmanager: its process, "

@@ -94,7 +94,13 @@ private:
         if (state == "refused") return add("directory.refused", values);
         if (state != "usable") return;
         const bool closed = member(directory, "writable") == false;
-        if (closed) add("directory.closed", values);
+        const Json& you = member(member(facts_, "shell"), "uid");
+        if (closed && !you.is_null() && you != values["uid"]) {
+            values["you"] = you;
+            add("directory.foreign", values);
+        } else if (closed) {
+            add("directory.closed", values);
+        }
         const bool full = number(directory, "freeMiB") == 0 || number(directory, "freeFiles") == 0;
         if (full) {
             add("directory.full", values);

@@ -21,7 +21,7 @@ struct Expected {
 // The facts, an object whose members may all be absent:
 //   "directory": {"path", "state": "usable", "absent" or "refused", "reason", "uid", "mode", "writable", "freeMiB", "freeFiles",
 //                 "leftovers"}
-//   "inotify": as inotifyFacts. "shell": {"environment", "version"}. "processes": as processFacts
+//   "inotify": as inotifyFacts. "shell": {"environment", "version", "uid"}. "processes": as processFacts
 //   "services": [{"path", "state" as in `hmxctl services`, "application", "pid", "uid", "lock": what its lock file says,
 //                 "holder": the process that has the lock open, "status": its own, "answer": {"question", "ms", "error"}}…]
 // The rules stand in rules/doctor.json. The most decisive findings come first. Thread: any.

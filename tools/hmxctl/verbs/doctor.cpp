@@ -38,7 +38,7 @@ public:
     Json facts() {
         Json facts{{"directory", directory()}, {"services", services()}};
         facts["inotify"] = inotifyFacts(directory_);
-        facts["shell"] = Json{{"version", programVersion()}, {"environment", meetingEnvironment()}};
+        facts["shell"] = Json{{"version", programVersion()}, {"uid", ::geteuid()}, {"environment", meetingEnvironment()}};
         facts["processes"] = processes(facts["services"]);
         return facts;
     }
