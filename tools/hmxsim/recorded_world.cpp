@@ -18,13 +18,6 @@ using hmx::client::recordOf;
 using hmx::recording::Kind;
 using hmx::recording::SourceState;
 
-// The list that a recorded document holds; empty if there is none.
-template <class List, class Info>
-void takeList(Info& to, Info&& from, List Info::*list) {
-    to = std::move(from);
-    if (!(to.*list)) to.*list = List{std::in_place};
-}
-
 template <class Region>
 void addTo(std::vector<HmiRegions>& sets, const Region& region,
            kelo::optional<std::vector<Region>> inputs::HapticAndInputInfoPerLayer::*list) {
