@@ -287,10 +287,9 @@ private:
     }
 
     void obey(int signal) {
-        if (signal != SIGUSR1) {
+        // On standard output, a second recording after the first would be no recording.
+        if (signal != SIGUSR1 || (ring_ && name_ == "-")) {
             isOver_ = true;
-        } else if (ring_ && name_ == "-") {
-            isOver_ = true;  // a second recording after the first would be no recording
         } else if (ring_) {
             writeRing();
         } else {
