@@ -47,7 +47,7 @@ public:
 // How requests are made. Thread: any (a value).
 struct RequestStyle {
     std::string mimeType{"application/json"};  // of bodies, and of the answers asked for
-    bool acceptStale = false;  // what was known of an origin that is lost is better than nothing
+    bool acceptStale = false;                  // what was known of an origin that is lost is better than nothing
     bool patient = true;  // what fails because something is away is asked again until the deadline, if that does no harm
     IObserver* observer = nullptr;  // not owned; may be null
 };
