@@ -400,11 +400,13 @@ TEST(Record, WritesWhatTheSourcesSay) {
     services.hmx().on("retrieve /displays", std::vector<Events>{{page({display("D")}), "503 upstream gone"}, {two}});
     services.hmx().on(R"(retrieve /popups {"display":"D"})",
                       std::vector<Events>{{page({popup("D", "Z"), hidden}), page({popup("D", "Z"), shown})}});
+    const std::string later = page({popup("E", "B")});
+    services.hmx().on(R"(retrieve /popups {"display":"E"})", later);
     const std::string file = directory / "r.jsonl";
-    const Outcome outcome = services.run({"record", "popups", "-o", file.c_str(), "--until", "count == 4"});
+    const Outcome outcome = services.run({"record", "popups", "-o", file.c_str(), "--until", "count == 5"});
     EXPECT_EQ(services.run({"record", "-o", file.c_str()}).code, ExitCode::usage) << "what exists is not replaced";
     EXPECT_EQ(outcome.code, ExitCode::ok) << outcome.err;
-    EXPECT_NE(outcome.err.find("'count == 4' is true after"), std::string::npos) << outcome.err;
+    EXPECT_NE(outcome.err.find("'count == 5' is true after"), std::string::npos) << outcome.err;
     const std::string displays = R"("service":"/hmx","path":"/displays","event":)";
     const std::string popups = R"("service":"/hmx","path":"/popups","parameters":{"display":"D"},"event":)";
     const std::vector<std::string> lines = linesOf(file);
@@ -416,7 +418,8 @@ TEST(Record, WritesWhatTheSourcesSay) {
         R"({"n":2,)" + popups + R"("change","status":200,"array":"data","steps":[{"step":"set","at":1,"element":)" + shown +
             "}]}",
         R"({"n":3,)" + displays + R"("state","status":200,"back":true,"document":)" + two + "}",
-        R"({"n":1,"service":"/hmx","path":"/popups","parameters":{"display":"E"},"event":"missing","status":404,"reason":"[not known]"})"};
+        R"({"n":1,"service":"/hmx","path":"/popups","parameters":{"display":"E"},"event":"state","status":200,"document":)" +
+            later + "}"};
     EXPECT_EQ(Asked(lines.begin() + 1, lines.end()), expected);
 }
 
