@@ -34,7 +34,7 @@ public:
     explicit Admission(Rules rules) : rules_{std::move(rules)} {}
 
     // Why the request is refused; nothing when it is not. A preflight, by which a browser asks whether it may ask, has no token.
-    [[nodiscard]] std::optional<Refusal> refusal(const Credentials& credentials, bool isPreflight = false) const;
+    [[nodiscard]] std::optional<Refusal> refusal(const Credentials& asked, bool isPreflight = false) const;
     // Whether answers may be shown to this origin, which is not ours.
     [[nodiscard]] bool isAllowedOrigin(std::string_view origin) const;
 

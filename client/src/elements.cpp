@@ -81,7 +81,7 @@ Task<std::vector<Query>> Elements::listQueries(const Resource& resource, Json pa
     }
     std::vector<Query> queries;
     if (resource.path != "/popups" || !member(parameters, "display").is_null()) {
-        queries.push_back({"retrieve", path, std::move(parameters)});
+        queries.emplace_back("retrieve", path, std::move(parameters));
         co_return queries;
     }
     for (const char* key : {"limit", "offset", "offsetId"}) {
@@ -91,7 +91,7 @@ Task<std::vector<Query>> Elements::listQueries(const Resource& resource, Json pa
     }
     const std::vector<std::string> displays = co_await displayNames();
     for (const std::string& display : displays) {
-        queries.push_back({"retrieve", path, withKey(parameters, "display", display)});
+        queries.emplace_back("retrieve", path, withKey(parameters, "display", display));
     }
     co_return queries;
 }
@@ -124,6 +124,7 @@ Task<std::vector<std::string>> Elements::displayNames() {
     if (!displayNames_) {
         const std::vector<Json> displays = co_await list(resourceNamed("displays"), nullptr);
         std::vector<std::string> names;
+        names.reserve(displays.size());
         for (const Json& display : displays) names.push_back(text(display, "name"));
         displayNames_ = std::move(names);
     }

@@ -169,13 +169,13 @@ private:
             queries = co_await elements.listQueries(resource, followed_.parameters);
             if (resource.path == "/popups" && member(followed_.parameters, "display").is_null()) {
                 displays_ = co_await elements.displayNames();
-                queries.push_back({"retrieve", std::string{resourceNamed("displays").path}, nullptr});
+                queries.emplace_back("retrieve", std::string{resourceNamed("displays").path}, nullptr);
             }
         } else {
             const std::UUID id = co_await elements.find(followed_.target, followed_.display);
             // Makes the service know the id, and says so where it does not.
             (void)co_await elements.request("retrieve", resource, id, followed_.parameters);
-            queries.push_back({"retrieve", elementPath(resource, id), followed_.parameters});
+            queries.emplace_back("retrieve", elementPath(resource, id), followed_.parameters);
         }
         co_return queries;
     }
