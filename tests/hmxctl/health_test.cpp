@@ -35,9 +35,10 @@ TEST(Doctor, SaysWhatIsWrong) {
     // The facts, and the problems and warnings that are found, as far as given.
     const std::vector<std::tuple<const char*, const char*>> cases{
         {R"({})", ""},
-        {R"({"directory": {"state": "absent"}, "processes": [{"pid": 9, "program": "hmxsim", "directories": ["/other"], "environment": {}}]})",
-         "There is no runtime directory /run/x/local: no service has been started there.|hmxsim (pid 9) uses /other, this shell "
-         "/run/x/local: KELO_DOMAIN is not set there and a here."},
+        {R"({"directory": {"state": "absent"}, "processes": [{"pid": 9, "program": "hmxsim", "directories": ["/other"], "environment": {}},
+             {"pid": 10, "program": "hmxgateway", "directories": ["/other"], "environment": {}}]})",
+         "There is no runtime directory /run/x/local: no service has been started there.|hmxsim (pid 9), hmxgateway (pid 10): in "
+         "/other. This shell looks in /run/x/local: KELO_DOMAIN is not set there and a here."},
         {R"({"directory": {"state": "refused", "reason": "it is a link"}})", "The runtime directory is not used: it is a link."},
         {R"({"directory": {"writable": false, "mode": "0500", "freeFiles": 0, "leftovers": [".1.2.new"]}})",
          "/run/x/local has mode 0500: services cannot be added or found there.|There is no room on the disk of /run/x/local: 100 "

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <map>
 #include <set>
 #include <string>
 
@@ -247,22 +248,30 @@ private:
     void reportElsewhere() {
         if (std::exchange(isElsewhereReported_, true)) return;
         const Json& shell = member(member(facts_, "shell"), "environment");
+        struct Place {
+            std::vector<std::string> programs;
+            std::vector<std::string> differences;  // of the first of them
+        };
+        std::map<std::string, Place> places;
         for (const Json& each : processes_) {
             const Json& directories = member(each, "directories");
             if (member(each, "here") == true || directories.empty()) continue;
-            std::vector<std::string> differences;
+            Place& place = places[directories.front().get<std::string>()];
+            place.programs.push_back(text(each, "program") + " (pid " + std::to_string(number(each, "pid")) + ")");
+            if (place.programs.size() > 1) continue;
             for (const char* key : {"KELO_RUNTIME_DIR", "KELO_DOMAIN", "XDG_RUNTIME_DIR", "TMPDIR"}) {
                 const std::string there = text(member(each, "environment"), key);
                 const std::string here = text(shell, key);
                 const auto said = [](const std::string& value) { return value.empty() ? "not set" : value; };
-                if (there != here)
-                    differences.push_back(std::string{key} + " is " + said(there) + " there and " + said(here) + " here");
+                if (there == here) continue;
+                place.differences.push_back(std::string{key} + " is " + said(there) + " there and " + said(here) + " here");
             }
-            add("environment.differs", {{"program", text(each, "program")},
-                                        {"pid", number(each, "pid")},
-                                        {"directory", directories.front()},
+        }
+        for (const auto& [directory, place] : places) {
+            add("environment.differs", {{"directory", directory},
+                                        {"programs", joined(place.programs)},
                                         {"ours", text(member(facts_, "directory"), "path")},
-                                        {"variables", differences.empty() ? "" : ": " + joined(differences)}});
+                                        {"variables", place.differences.empty() ? "" : ": " + joined(place.differences)}});
         }
     }
 
