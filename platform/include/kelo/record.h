@@ -197,19 +197,22 @@ constexpr std::size_t dataSize() {
     }
 }
 
+// Where the data of classes ends that follow each other after `size` bytes; repetitions of one count once.
+template <class Before, class Class, class... Others>
+constexpr std::size_t endOfBases(std::size_t size) {
+    if constexpr (!std::is_same_v<Before, Class>) {
+        size = (size + alignof(Class) - 1) / alignof(Class) * alignof(Class) + dataSize<Class>();
+    }
+    if constexpr (sizeof...(Others) == 0) {
+        return size;
+    } else {
+        return endOfBases<Class, Others...>(size);
+    }
+}
 // Whether a T consists of nothing but the classes that declare the members.
-template <class Class>
-inline constexpr char className = 0;  // its address tells classes apart
 template <class T, class... Rows>
 constexpr bool isMadeOfBases() {
-    std::size_t size = 0;
-    const auto place = [&](bool isNew, std::size_t alignment, std::size_t bytes) {
-        if (isNew) size = (size + alignment - 1) / alignment * alignment + bytes;
-    };
-    const void* last = nullptr;
-    const auto isNew = [&](const void* name) { return std::exchange(last, name) != name; };
-    (place(isNew(&className<typename Rows::Class>), alignof(typename Rows::Class), dataSize<typename Rows::Class>()), ...);
-    return size == dataSize<T>();
+    return endOfBases<void, typename Rows::Class...>(0) == dataSize<T>();
 }
 
 template <class T, class... Rows>
