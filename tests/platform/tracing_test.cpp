@@ -2,16 +2,20 @@
 
 #include <gmock/gmock.h>
 #include <sched.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdlib>
+#include <fstream>
 #include <regex>
 #include <thread>
 #include <vector>
 
 #include "kelo/tracing.h"
 #include "support/redirect.h"
+#include "support/temporary_directory.h"
 #include "tracing/client_helper.h"
+#include "tracing/levels.h"
 #include "util/text.h"
 #include "util/util.h"
 
@@ -62,6 +66,41 @@ TEST(TracingDeathTest, MalformedEntriesAreReportedOnce) {
     unsetenv("KELO_TRACE");
 }
 
+TEST(TracingTest, ThresholdsChangeAtRunTimeAndComeBackFromTheFile) {
+    const testing_support::TemporaryDirectory directory;
+    const std::string file = directory.path() + "/trace";
+    std::ofstream{file} << "# for a day\nA_LEVEL = 0, *=3\nB_LEVEL=1 # louder\nNONE=1,nonsense\n";
+    setenv("KELO_TRACE_FILE", file.c_str(), 1);
+    setenv("KELO_TRACE", "C_LEVEL=4", 1);
+    Redirect output{STDERR_FILENO};
+    const Channel a{"A_LEVEL"}, b{"B_LEVEL"}, c{"C_LEVEL"}, again{"A_LEVEL"};
+    const auto levels = [] {
+        std::string all;
+        for (const auto& [channel, threshold] : tracing::channelLevels()) {
+            if (channel.ends_with("_LEVEL")) all += channel.substr(0, 1) + std::to_string(threshold);
+        }
+        return all;
+    };
+    EXPECT_EQ(levels(), "A2B2C4");
+    EXPECT_TRUE(tracing::setThreshold("A_LEVEL", 1));
+    EXPECT_FALSE(tracing::setThreshold("D_LEVEL", 1));
+    EXPECT_EQ(again.threshold(), 1) << "two channels of one name have one threshold";
+    EXPECT_EQ(Channel{"A_LEVEL"}.threshold(), 1) << "and so has one that is made later";
+    EXPECT_TRUE(tracing::setThreshold("*", 5));
+    EXPECT_EQ(levels(), "A5B5C5");
+    tracing::reloadThresholds();
+    EXPECT_EQ(levels(), "A3B1C4");
+    const std::string said = output.take();
+    EXPECT_THAT(said, HasSubstr("4 " + file + ": ignoring \"nonsense\", which is not CHANNEL=LEVEL\n"));
+    EXPECT_THAT(said, HasSubstr("3 " + file + ": no channel is called \"NONE\"\n"));
+    unsetenv("KELO_TRACE");
+    setenv("KELO_TRACE_FILE", "/nowhere", 1);
+    tracing::reloadThresholds();
+    EXPECT_EQ(levels(), "A2B2C2");
+    EXPECT_THAT(output.take(), HasSubstr("4 cannot read /nowhere: No such file or directory\n"));
+    unsetenv("KELO_TRACE_FILE");
+}
+
 class TracingLineTest : public testing::Test {
 protected:
     TracingLineTest() { channel_.setThreshold(2); }
@@ -85,6 +124,23 @@ TEST_F(TracingLineTest, OneMessageIsOneLine) {
     EXPECT_EQ(util::printable(std::string_view{"a\0\u202eb\u00e4c", 9}, 100), "a\\x00\\u202eb\u00e4c");
     EXPECT_EQ(util::printable("abc\u00e4\u00e4", 6), "abc\u00e4…");
     EXPECT_EQ(kelo::tracing::getTraceClientId(), "bench_app-" + std::to_string(getpid()));
+}
+
+TEST_F(TracingLineTest, TheJournalGetsAPriorityAndWhatItDoesNotKnowItself) {
+    struct stat status {};
+    ASSERT_EQ(fstat(STDERR_FILENO, &status), 0);
+    const std::string stream = std::to_string(status.st_dev) + ":" + std::to_string(status.st_ino);
+    setenv("JOURNAL_STREAM", stream.c_str(), 1);
+    channel_.setThreshold(0);
+    for (int level = 0; level <= 4; ++level) logC(channel_, level, "x");
+    EXPECT_EQ(output_.take(),
+              "<7>BENCH_Startup 0 x\n<7>BENCH_Startup 1 x\n<6>BENCH_Startup 2 x\n<4>BENCH_Startup 3 x\n<3>BENCH_Startup 4 x\n");
+    for (const std::string& other : {stream + "1", "1" + stream, std::string{"0:0"}, std::string{"x"}, std::string{}}) {
+        setenv("JOURNAL_STREAM", other.c_str(), 1);
+        logC(channel_, 4, "x");
+        EXPECT_THAT(output_.take(), HasSubstr(" bench_app BENCH_Startup 4 x\n")) << "standard error leads elsewhere";
+    }
+    unsetenv("JOURNAL_STREAM");
 }
 
 TEST_F(TracingLineTest, LongLinesAreCut) {

@@ -7,21 +7,29 @@ namespace tracing {
 
 // A resource with static storage, usually at namespace scope: `tracing::Channel channel{"BENCH_Startup"};`. Its threshold comes
 // from KELO_TRACE ("*=2,HMX_TOLU_BRIDGE_POPUPS=1": "*" means every channel, later entries override earlier ones); without a
-// matching entry it is 2. Levels: 1 progress, 2 start-up progress, 3 unknown ids, 4 failures. Thread: any.
+// matching entry it is 2. It may be changed at any time, see levels.h. Levels: 1 progress, 2 start-up progress, 3 unknown ids,
+// 4 failures. Thread: any.
 class Channel {
 public:
+    // `name` must live as long.
     explicit Channel(const char* name) noexcept;
+    ~Channel();
     Channel(const Channel&) = delete;
     Channel& operator=(const Channel&) = delete;
 
     // A line of level L is written if the threshold is below L + 1.
     bool isEnabled(int level) const noexcept { return threshold_.load(std::memory_order_relaxed) < level + 1; }
-    void setThreshold(int threshold) noexcept { threshold_.store(threshold, std::memory_order_relaxed); }
+    int threshold() const noexcept { return threshold_.load(std::memory_order_relaxed); }
+    // Of a constant channel, too: what is written is the operator's choice, not that of the code that declares the channel.
+    void setThreshold(int threshold) const noexcept { threshold_.store(threshold, std::memory_order_relaxed); }
     const char* name() const noexcept { return name_; }
 
 private:
-    const char* name_;
-    std::atomic<int> threshold_;
+    friend class ChannelList;
+
+    const char* const name_;
+    mutable std::atomic<int> threshold_;
+    mutable const Channel* next_ = nullptr;  // in the list of all channels
 };
 
 // Writes one line to standard error: time (local, milliseconds), application, channel, level, text. Nothing is formatted for a

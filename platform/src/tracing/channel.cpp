@@ -5,8 +5,6 @@
 // The recent lines of each kind are counted in a table whose entries are never removed. There are about a hundred kinds, each a
 // literal in the program. If there is no room for a kind, it shares an entry.
 //
-// Channels are created during static initialisation, in any order, so everything that they use is constant-initialised.
-//
 // A sink replaces standard error. It is called without the lock held. setSink waits until all calls of the old sink have
 // returned, so what that sink refers to may then be destroyed.
 
@@ -16,78 +14,29 @@
 #include <unistd.h>
 
 #include <array>
-#include <charconv>
 #include <condition_variable>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <mutex>
-#include <string_view>
 
 #include "tracing/client_helper.h"
+#include "tracing/journal.h"
 #include "tracing/output.h"
 #include "util/line_buffer.h"
-#include "util/text.h"
 #include "util/util.h"
 
 namespace tracing {
 
 namespace {
 
-constexpr int kDefaultThreshold = 2;
+constexpr int levelOfLoss = 3;
 
 constinit std::atomic<bool> outputEnabled{true};
 constinit std::atomic<std::uint64_t> lostLines{0};
-
-// --- Thresholds ---
-
-std::string_view trim(std::string_view text) noexcept {
-    while (!text.empty() && text.front() == ' ') text.remove_prefix(1);
-    while (!text.empty() && text.back() == ' ') text.remove_suffix(1);
-    return text;
-}
-
-// "NAME=LEVEL"; false for anything else.
-bool parseEntry(std::string_view entry, std::string_view& name, int& level) noexcept {
-    const auto equals = entry.find('=');
-    if (equals == std::string_view::npos) return false;
-    name = trim(entry.substr(0, equals));
-    const std::string_view number = trim(entry.substr(equals + 1));
-    const auto result = std::from_chars(number.data(), number.data() + number.size(), level);
-    return !name.empty() && result.ec == std::errc{} && result.ptr == number.data() + number.size();
-}
-
-void reportMalformed(std::string_view entry) noexcept {
-    util::LineBuffer line;
-    line.append("KELO_TRACE: ignoring \"");
-    line.appendEscaped(entry);
-    line.append("\", which is not CHANNEL=LEVEL");
-    (void)line.writeTo(STDERR_FILENO);
-}
-
-int thresholdFor(std::string_view channel) noexcept {
-    static constinit std::atomic<bool> reported{false};
-    int threshold = kDefaultThreshold;
-    const char* variable = std::getenv("KELO_TRACE");
-    if (variable == nullptr) return threshold;
-    const bool report = !reported.exchange(true);
-    for (std::string_view rest = variable; !rest.empty();) {
-        const std::string_view entry = trim(util::takeEntry(rest));
-        std::string_view name;
-        int level = 0;
-        if (entry.empty()) continue;
-        if (!parseEntry(entry, name, level)) {
-            if (report) reportMalformed(entry);
-        } else if (name == "*" || name == channel) {
-            threshold = level;
-        }
-    }
-    return threshold;
-}
 
 // --- The sink ---
 
@@ -120,6 +69,15 @@ void appendTime(util::LineBuffer& line) noexcept {
                              static_cast<char>('0' + milliseconds % 10)};
     line.append(cached.text);
     line.append({fraction, sizeof fraction});
+}
+
+// What every line begins with. The journal records time and program itself, and sorts by priority.
+void beginLine(util::LineBuffer& line, int level) noexcept {
+    if (journal::isStandardError()) return journal::appendPriority(line, level);
+    appendTime(line);
+    line.append(" ");
+    line.append(util::Util::applicationName());
+    line.append(" ");
 }
 
 // --- Limits ---
@@ -184,10 +142,7 @@ void writeLine(const Channel& channel, int level, std::uint64_t held, const char
     if (hasSink.load(std::memory_order_acquire) && output::toSink(channel.name(), level, text)) return;
     if (!outputEnabled.load(std::memory_order_relaxed)) return;
     util::LineBuffer line;
-    appendTime(line);
-    line.append(" ");
-    line.append(util::Util::applicationName());
-    line.append(" ");
+    beginLine(line, level);
     line.append(channel.name());
     line.append(" ");
     line.appendNumber(level);
@@ -234,8 +189,6 @@ void setSink(Sink sink, void* context) noexcept {
     }
 }
 
-Channel::Channel(const char* name) noexcept : name_{name}, threshold_{thresholdFor(name)} {}
-
 void logCV(const Channel& channel, int level, const char* format, ...) noexcept {
     std::uint64_t held = 0;
     if (!channel.isEnabled(level) || !admits(level, format, held)) return;
@@ -255,10 +208,7 @@ void Client::flush(bool wait) noexcept {
     pollfd ready{STDERR_FILENO, POLLOUT, 0};
     if (wait) (void)poll(&ready, 1, patienceMs);
     util::LineBuffer line;
-    appendTime(line);
-    line.append(" ");
-    line.append(util::Util::applicationName());
-    line.append(" ");
+    beginLine(line, levelOfLoss);
     appendLost(line, lost);
     if (!line.writeTo(STDERR_FILENO)) lostLines.fetch_add(lost, std::memory_order_relaxed);
 }
