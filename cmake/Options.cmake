@@ -1,14 +1,24 @@
 # Language level, warnings, hardening and sanitizers, for all targets.
-option(HMX_BUILD_TESTS "Build the tests" ON)
+option(HMX_BUILD_TOOLS "Build the programs around the bridge, and the client library" ON)
+option(HMX_BUILD_SHARED "Build libhmx.so, too, which holds what clients link" OFF)
+option(HMX_BUILD_TESTS "Build the tests; needs the tools" ${HMX_BUILD_TOOLS})
 option(HMX_BUILD_BENCH "Build the benchmarks" OFF)
 option(HMX_BUILD_FUZZERS "Build the fuzzers (clang only)" OFF)
 option(HMX_QUICK "Precompile headers, compile small sources together, optimise the tools less (GCC only)" OFF)
 option(HMX_COVERAGE "Count which lines are run" OFF)
+option(HMX_WERROR "Treat warnings as errors" OFF)
+option(HMX_CCACHE "Use ccache, where it is installed" OFF)
+option(HMX_MOLD "Link with mold, where it is installed" OFF)
 set(HMX_SANITIZE "" CACHE STRING "Sanitizers to build with: empty, address or thread")
 set_property(CACHE HMX_SANITIZE PROPERTY STRINGS "" address thread)
 
 if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   set(HMX_QUICK OFF)
+endif()
+
+if(HMX_CCACHE MATCHES "/")
+  # A directory that was configured when these were not options yet.
+  set(HMX_WERROR ON CACHE BOOL "" FORCE)
 endif()
 
 set(CMAKE_CXX_STANDARD 20)
@@ -20,8 +30,8 @@ if(NOT CMAKE_BUILD_TYPE)
   set(CMAKE_BUILD_TYPE Release CACHE STRING "" FORCE)
 endif()
 
-find_program(HMX_CCACHE ccache)
-if(HMX_CCACHE)
+find_program(HMX_CCACHE_PROGRAM ccache)
+if(HMX_CCACHE AND HMX_CCACHE_PROGRAM)
   # All checkouts share the cache, whatever their directory is called.
   set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR})
   if(CMAKE_BUILD_TYPE STREQUAL "Release")
@@ -34,15 +44,15 @@ if(HMX_CCACHE)
     # comment has changed.
     list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_COMMENTS=1)
   endif()
-  list(APPEND CMAKE_CXX_COMPILER_LAUNCHER "${HMX_CCACHE}")
+  list(APPEND CMAKE_CXX_COMPILER_LAUNCHER "${HMX_CCACHE_PROGRAM}")
 endif()
-find_program(HMX_MOLD mold)
-if(HMX_MOLD)
+find_program(HMX_MOLD_PROGRAM mold)
+if(HMX_MOLD AND HMX_MOLD_PROGRAM)
   add_link_options(-fuse-ld=mold)
 endif()
 
 add_library(hmx_options INTERFACE)
-target_compile_options(hmx_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wformat=2 -Werror
+target_compile_options(hmx_options INTERFACE -Wall -Wextra -Wconversion -Wshadow -Wformat=2 $<$<BOOL:${HMX_WERROR}>:-Werror>
                                              -ffunction-sections -fdata-sections)
 # Our functions are never interposed, so the compiler may inline them.
 target_compile_options(hmx_options INTERFACE -fno-semantic-interposition)

@@ -36,7 +36,7 @@ class Floor:
 
 def read_floors():
     text = (TOP / "CMakeLists.txt").read_text()
-    return {floor.name: floor for floor in map(Floor, re.findall(r"^hmx_floor\(([^)]*)\)", text, re.M))}
+    return {floor.name: floor for floor in map(Floor, re.findall(r"^ *hmx_floor\(([^)]*)\)", text, re.M))}
 
 
 def visible(floor, floors):

@@ -44,12 +44,40 @@ def complaints_about_files(prefix):
             if not (prefix / name).is_file() or (prefix / name).stat().st_size == 0]
 
 
+# What `systemd-analyze security` may find at most, in tenths.
+EXPOSURE = {"hmxtolubridge.service": 5, "hmxgateway.service": 15}
+
+
+def complaints_about_units(prefix):
+    if not shutil.which("systemd-analyze"):
+        print("systemd's tools are not here: its units are not checked")
+        return
+    for unit, most in EXPOSURE.items():
+        path = prefix / "lib/systemd/system" / unit
+        for words in (["verify", "--man=no"], ["security", "--offline=true", f"--threshold={most}"]):
+            done = subprocess.run(["systemd-analyze", *words, path], capture_output=True, text=True, check=False)
+            about_it = [line for line in done.stderr.splitlines() if "hmx" in line]
+            if done.returncode != 0 or about_it:
+                yield f"{' '.join(words)} {unit}: {done.returncode} {about_it or done.stdout[-400:]}"
+
+
+def complaints_about_components(build, folder):
+    """The bridge alone: nothing of the programs around it, and nothing to build with."""
+    run("cmake", "--install", build, "--prefix", folder, "--component", "bridge")
+    found = {str(path.relative_to(folder)) for path in folder.rglob("*") if path.is_file()}
+    wanted = {"bin/hmxtolubridge", "lib/systemd/system/hmx.target", "lib/systemd/system/hmxtolubridge.service",
+              "lib/sysusers.d/hmxtolubridge.conf", "lib/tmpfiles.d/hmxtolubridge.conf"}
+    wanted |= found & {"share/man/man8/hmxtolubridge.8"}
+    return [f"component bridge: {name}" for name in wanted ^ found]
+
+
 def main():
     build = Path(sys.argv[1])
     with tempfile.TemporaryDirectory(prefix="hmx_package_") as folder:
         prefix, work = Path(folder) / "prefix", Path(folder) / "work"
         run("cmake", "--install", build, "--prefix", prefix)
-        complaints = complaints_about_files(prefix)
+        complaints = complaints_about_files(prefix) + list(complaints_about_units(prefix))
+        complaints += complaints_about_components(build, Path(folder) / "bridge")
         # Builds the example as installed, outside the source tree. The installation is moved first: it must work in any place.
         moved = Path(folder) / "moved"
         prefix.rename(moved)
