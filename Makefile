@@ -16,7 +16,7 @@ ifneq ($(filter-out address thread,$(SANITIZE)),)
 $(error SANITIZE is '$(SANITIZE)'; it takes address or thread)
 endif
 
-.PHONY: help setup build inspector relay run test campaign coverage lint bench fuzz install clean
+.PHONY: help setup build inspector relay dlt run test campaign coverage lint bench fuzz install clean
 
 help: ## Show this list
 	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-9s %s\n' "$$name" "$$text"; done
@@ -35,6 +35,10 @@ inspector: ## Build the page that the gateway serves into inspector/dist
 relay: ## Build hmxrelay, which carries /hmx between machines, into build/release/bin
 	@packaging/setup.sh run relay
 	@packaging/build.sh $(PRESET) $(JOBS) hmxrelay
+
+dlt: ## Build the module that puts the log into DLT, for KELO_TRACE_SINK=dlt
+	@packaging/setup.sh run dlt
+	@packaging/build.sh $(PRESET) $(JOBS) kelo-trace-dlt
 
 run: build ## Start the simulator, the bridge and the gateway, show a cockpit's resources, run until interrupted
 	@packaging/run.sh $(BUILD)/bin

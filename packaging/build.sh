@@ -29,8 +29,11 @@ fi
 if grep -qs '^HMX_\(DDSC\|IDLC\):FILEPATH=.*-NOTFOUND$' "$cache" && command -v idlc >/dev/null; then
     configure=yes
 fi
+if grep -qs '^DLT_FOUND:INTERNAL=$' "$cache" && pkg-config --exists automotive-dlt; then
+    configure=yes
+fi
 case "$1" in
-programs | installed_files | hmxrelay)
+programs | installed_files | hmxrelay | kelo-trace-dlt)
     [ -n "$with_tests" ] || options+=(-DHMX_BUILD_TESTS=OFF)
     ;;
 fuzz/all) ;;

@@ -16,6 +16,7 @@
 #include "support/temporary_directory.h"
 #include "tracing/client_helper.h"
 #include "tracing/levels.h"
+#include "tracing/short_id.h"
 #include "util/text.h"
 #include "util/util.h"
 
@@ -99,6 +100,22 @@ TEST(TracingTest, ThresholdsChangeAtRunTimeAndComeBackFromTheFile) {
     EXPECT_EQ(levels(), "A2B2C2");
     EXPECT_THAT(output.take(), HasSubstr("4 cannot read /nowhere: No such file or directory\n"));
     unsetenv("KELO_TRACE_FILE");
+}
+
+// Operators' filters name them.
+TEST(TracingTest, ShortIdsAreMadeOfTheNameAlone) {
+    for (const auto& [name, id] : {
+             std::pair{"HMX_TOLU_BRIDGE_DISPLAYS", "BDP3"},
+             std::pair{"HMX_TOLU_BRIDGE_DISPLAYABLES", "BDDV"},
+             std::pair{"hmx_tolubridge", "HTWO"},
+             std::pair{"hmxsim", "HMFD"},
+         }) {
+        EXPECT_STREQ(tracing::shortId(name).data(), id) << name;
+    }
+    for (const char* odd : {"", "x", "_", "__", "a_", "_b", "1_2", "\u00e4_\u00f6"}) {
+        EXPECT_TRUE(std::regex_match(tracing::shortId(odd).data(), std::regex{"[A-Z0-9]{4}"})) << odd;
+    }
+    EXPECT_STREQ(tracing::shortId("hmxsim", 36).data(), "HMGD");
 }
 
 class TracingLineTest : public testing::Test {

@@ -17,7 +17,7 @@ struct ChannelLevel {
 [[nodiscard]] std::vector<ChannelLevel> channelLevels();
 
 // Sets the threshold of the channel with that name; "*" means every channel. False if there is none. Thread: any.
-bool setThreshold(std::string_view channel, int threshold) noexcept;
+bool setThreshold(std::string_view channel, int threshold);
 
 // Sets all thresholds anew: first what the file says, then what KELO_TRACE says. The file is $KELO_TRACE_FILE, else
 // /etc/kelo/trace, which need not exist. It has the form of KELO_TRACE; line ends count as commas, and what follows a '#' is

@@ -21,7 +21,9 @@
 #include "runtime/publication.h"
 #include "runtime/service_watch.h"
 #include "runtime/status.h"
+#include "runtime/status_log.h"
 #include "tracing/channel.h"
+#include "tracing/sink_module.h"
 #include "util/text.h"
 
 // The runtime is one worker, and everything about the directory belongs to it: watches, publications, the clients' sockets. Calls
@@ -102,6 +104,9 @@ public:
     }
 
     void stop() override {
+        if (Runtime* self = this; dumped.compare_exchange_strong(self, nullptr)) {
+            tracing::sink_module::setStatusDump(nullptr, nullptr);
+        }
         std::vector<Connection> connections;
         runOn(*worker_, [&] {
             if (!std::exchange(stopped_, true)) {
@@ -229,6 +234,9 @@ private:
         constexpr int onRequest = 1;
         tracing::logCV(channel, isService_ || isNew ? always : onRequest, "runtime directory %s%s", context_.directory.c_str(),
                        isNew ? ", which is new" : "");
+        if (Runtime* none = nullptr; dumped.compare_exchange_strong(none, this)) {
+            tracing::sink_module::setStatusDump([](void* self) { static_cast<Runtime*>(self)->logStatus(); }, this);
+        }
         worker_->loop().lendThread();
         if (!directoryWatch_) {
             retryDirectory(error, directoryPause);
@@ -351,6 +359,17 @@ private:
         }
         answerStatus(status, counters_, request, responder);
     }
+
+    // Thread: any.
+    void logStatus() {
+        worker_->loop().post([this] {
+            StatusLog log;
+            answerPlatform(Request{"retrieve", "/$platform/status"}, log);
+        });
+    }
+
+    // The runtime whose status is logged: the first one of the process that was started.
+    static inline std::atomic<Runtime*> dumped{nullptr};
 
     const RuntimeOptions options_;
     const bool isService_;  // the process's own runtime, not one that a client created for itself

@@ -14,18 +14,17 @@
 #include <unistd.h>
 
 #include <array>
-#include <condition_variable>
 #include <cstdarg>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
 #include <functional>
-#include <mutex>
 
 #include "tracing/client_helper.h"
 #include "tracing/journal.h"
 #include "tracing/output.h"
+#include "tracing/replaceable.h"
 #include "util/line_buffer.h"
 #include "util/util.h"
 
@@ -38,14 +37,7 @@ constexpr int levelOfLoss = 3;
 constinit std::atomic<bool> outputEnabled{true};
 constinit std::atomic<std::uint64_t> lostLines{0};
 
-// --- The sink ---
-
-constinit std::mutex sinkMutex;
-std::condition_variable sinkIdle;
-constinit Sink currentSink = nullptr;
-constinit void* sinkContext = nullptr;
-constinit int callsUnderWay = 0;
-constinit std::atomic<bool> hasSink{false};  // avoids the lock if there is none
+constinit Replaceable<const char*, int, const char*> sink;
 
 // --- Lines ---
 
@@ -139,11 +131,16 @@ void writeLine(const Channel& channel, int level, std::uint64_t held, const char
         std::snprintf(counted, sizeof counted, "(%llu such lines held back) %s", static_cast<unsigned long long>(held), text);
         text = counted;
     }
-    if (hasSink.load(std::memory_order_acquire) && output::toSink(channel.name(), level, text)) return;
+    if (!output::toSink(channel.name(), level, text)) output::toStandardError(channel.name(), level, text);
+}
+
+}  // namespace
+
+void output::toStandardError(const char* channel, int level, const char* text) noexcept {
     if (!outputEnabled.load(std::memory_order_relaxed)) return;
     util::LineBuffer line;
     beginLine(line, level);
-    line.append(channel.name());
+    line.append(channel);
     line.append(" ");
     line.appendNumber(level);
     line.append(" ");
@@ -152,8 +149,6 @@ void writeLine(const Channel& channel, int level, std::uint64_t held, const char
     line.appendEscaped(text);
     if (!line.writeTo(STDERR_FILENO)) lostLines.fetch_add(lost + 1, std::memory_order_relaxed);
 }
-
-}  // namespace
 
 void emitLine(const Channel& channel, int level, const char* text) noexcept {
     std::uint64_t held = 0;
@@ -165,24 +160,11 @@ void output::setEnabled(bool enabled) noexcept {
 }
 
 bool output::toSink(const char* channel, int level, const char* text) noexcept {
-    std::unique_lock lock{sinkMutex};
-    const Sink sink = currentSink;
-    void* context = sinkContext;
-    if (sink == nullptr) return false;
-    ++callsUnderWay;
-    lock.unlock();
-    sink(channel, level, text, context);
-    lock.lock();
-    if (--callsUnderWay == 0) sinkIdle.notify_all();
-    return true;
+    return sink.call(channel, level, text);
 }
 
-void setSink(Sink sink, void* context) noexcept {
-    std::unique_lock lock{sinkMutex};
-    currentSink = sink;
-    sinkContext = context;
-    hasSink.store(sink != nullptr, std::memory_order_release);
-    sinkIdle.wait(lock, [] { return callsUnderWay == 0; });
+void setSink(Sink function, void* context) noexcept {
+    sink.replace(function, context);
     for (LineCount& count : lineCounts) {
         count.second.store(-1, std::memory_order_relaxed);
         count.held.store(0, std::memory_order_relaxed);

@@ -21,6 +21,7 @@
 #include <optional>
 
 #include "tracing/channel.h"
+#include "tracing/sink_module.h"
 #include "util/line_buffer.h"
 #include "util/text.h"
 
@@ -134,6 +135,21 @@ public:
     }
 };
 
+namespace {
+
+// False if there is no such channel.
+bool change(std::string_view channel, int threshold) noexcept {
+    bool isThere = false;
+    ChannelList::visit([&](const Channel& each) {
+        if (!isMeant(channel, each)) return;
+        each.setThreshold(threshold);
+        isThere = true;
+    });
+    return isThere;
+}
+
+}  // namespace
+
 Channel::Channel(const char* name) noexcept : name_{name}, threshold_{defaultThreshold} {
     static constinit std::atomic<bool> isReported{false};
     const std::string_view variable = ofEnvironment();
@@ -164,13 +180,9 @@ std::vector<ChannelLevel> channelLevels() {
     return levels;
 }
 
-bool setThreshold(std::string_view channel, int threshold) noexcept {
-    bool isThere = false;
-    ChannelList::visit([&](const Channel& each) {
-        if (!isMeant(channel, each)) return;
-        each.setThreshold(threshold);
-        isThere = true;
-    });
+bool setThreshold(std::string_view channel, int threshold) {
+    const bool isThere = change(channel, threshold);
+    if (isThere) sink_module::thresholdsChanged();
     return isThere;
 }
 
@@ -181,18 +193,21 @@ void reloadThresholds() {
     if (!entries && (named != nullptr || errno != ENOENT)) {
         logCV(ownChannel(), 4, "cannot read %s: %s", path, std::strerror(errno));
     }
-    setThreshold("*", defaultThreshold);
+    // The first time, nothing has been changed yet, but by a sink that keeps levels itself; what it has chosen stays.
+    static constinit std::atomic<bool> isAgain{false};
+    if (isAgain.exchange(true)) (void)change("*", defaultThreshold);
     visitEntries(
         entries.value_or(""),
         [path](std::string_view name, int level) {
-            if (setThreshold(name, level)) return;
+            if (change(name, level)) return;
             logCV(ownChannel(), 3, "%s: no channel is called \"%s\"", path, std::string{name}.c_str());
         },
         [path](std::string_view entry) {
             logCV(ownChannel(), 4, "%s: ignoring \"%s\", which is not CHANNEL=LEVEL", path, std::string{entry}.c_str());
         });
     visitEntries(
-        ofEnvironment(), [](std::string_view name, int level) { (void)setThreshold(name, level); }, [](std::string_view) {});
+        ofEnvironment(), [](std::string_view name, int level) { (void)change(name, level); }, [](std::string_view) {});
+    sink_module::thresholdsChanged();
 }
 
 }  // namespace tracing

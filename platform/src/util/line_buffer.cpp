@@ -79,12 +79,21 @@ void LineBuffer::appendNumber(std::int64_t number) noexcept {
     append({digits, static_cast<std::size_t>(result.ptr - digits)});
 }
 
-bool LineBuffer::writeTo(int descriptor) noexcept {
+void LineBuffer::end(char last) noexcept {
     if (cut_) {
         std::copy(kEllipsis.begin(), kEllipsis.end(), bytes_.begin() + size_);
         size_ += kEllipsis.size();
     }
-    bytes_[size_++] = '\n';
+    bytes_[size_++] = last;
+}
+
+const char* LineBuffer::text() noexcept {
+    end('\0');
+    return bytes_.data();
+}
+
+bool LineBuffer::writeTo(int descriptor) noexcept {
+    end('\n');
     ssize_t written = 0;
     do {
         written = writeAtOnce(descriptor, bytes_.data(), size_);

@@ -22,8 +22,12 @@ public:
 
     // Ends the line and writes it with its newline. Does not block; false if the descriptor could not take all of it at once.
     [[nodiscard]] bool writeTo(int descriptor) noexcept;
+    // Ends the line instead, with a zero byte; the text is the buffer's own.
+    [[nodiscard]] const char* text() noexcept;
 
 private:
+    void end(char last) noexcept;
+
     std::array<char, capacity> bytes_;  // deliberately not zeroed
     std::size_t size_ = 0;
     bool cut_ = false;

@@ -6,6 +6,7 @@
 
 #include "tracing/client_helper.h"
 #include "tracing/output.h"
+#include "tracing/sink_module.h"
 
 namespace util {
 
@@ -22,13 +23,16 @@ std::string& storedName() {
 Util::Guard::Guard(Guard&& other) noexcept : active_{std::exchange(other.active_, false)} {}
 
 Util::Guard::~Guard() {
-    if (active_) tracing::client_helper::getClient().flush(true);
+    if (!active_) return;
+    tracing::client_helper::getClient().flush(true);
+    tracing::sink_module::close();
 }
 
 Util::Guard Util::init(std::string_view applicationName, bool tracing, bool /*reservedConfig*/, bool nameProcess,
                        bool /*reservedWatchdog*/) {
     storedName() = applicationName;
     tracing::output::setEnabled(tracing);
+    if (tracing) tracing::sink_module::open();
     if (nameProcess) prctl(PR_SET_NAME, storedName().c_str());
     return {};
 }
