@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Checks what neither compiler nor formatter checks: what each floor includes, and how headers begin. Usage: house_rules.py SOURCE..."""
+"""Checks what neither compiler nor formatter checks: what each floor includes, how headers begin, and that every atomic operation with a
+memory order of its own is argued for in docs/architecture.md. Usage: house_rules.py SOURCE..."""
 
 import re
 import sys
@@ -10,6 +11,10 @@ INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
 # A standard header's name has neither a dot nor a slash, except these.
 STANDARD = re.compile(r"(experimental/)?[a-z_0-9]+$|(assert|errno|math|stdlib|string|time)\.h$")
 PACKAGED = re.compile(r"(cbor|uuid|nlohmann|CLI|gtest|gmock|benchmark)\b")
+
+
+ORDERED = re.compile(r"(\w+)\.(?:load|store|exchange|fetch_\w+|compare_exchange_\w+|test_and_set|clear)\(")
+ORDER = re.compile(r"memory_order_(\w+)")
 
 
 class Floor:
@@ -78,12 +83,33 @@ def complaints_about_header(text):
         yield "lacks #pragma once"
 
 
+def argued_orders():
+    """(file name, atomic, order) of each row in the document's table, as far as the file is there."""
+    table = (TOP / "docs/architecture.md").read_text().split("## Memory order\n")[1].split("\n## ")[0]
+    rows = [[re.findall(r"`([^`]+)`", cell) or re.findall(r"\w+", cell) for cell in line.split("|")[1:4]] for line in table.splitlines()
+            if line.startswith("| `")]
+    return {(file, atomic, order) for atomics, files, orders in rows for file in files for atomic in atomics for order in orders}
+
+
+def used_orders(text):
+    """(atomic, order) of each operation that names an order; "?" for an atomic that is not named beside it."""
+    for line in text.splitlines():
+        orders = ORDER.findall(line)
+        atomics = ORDERED.findall(line)
+        yield from {(atomic, order) for order in orders for atomic in atomics or ["?"]}
+
+
 def main():
     floors = read_floors()
+    argued = argued_orders()
     count = 0
     for path in sys.argv[1:]:
         text = (TOP / path).read_text()
         complaints = list(complaints_about_includes(path, text, floors))
+        orders = {(Path(path).name, *each) for each in used_orders(text)}
+        complaints += [f"{atomic} is {order}, and docs/architecture.md does not say why" for _, atomic, order in sorted(orders - argued)]
+        complaints += [f"{atomic} is not {order}, as docs/architecture.md says"
+                       for name, atomic, order in sorted(argued - orders) if name == Path(path).name]
         if path.endswith(".h"):
             complaints += complaints_about_header(text)
         for complaint in complaints:
