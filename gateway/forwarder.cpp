@@ -13,6 +13,7 @@
 #include "input_surface.h"
 #include "page.h"
 #include "parameters.h"
+#include "placements.h"
 #include "problem.h"
 #include "util/text.h"
 
@@ -222,6 +223,10 @@ void Forwarder::retrieve(Exchange& exchange, const ResourceRoute& route, const T
 
 void Forwarder::surface(Exchange& exchange, const std::string& display, const MediaType& type) {
     gather(exchange, type, surfaceSource, [&] { return readSurface(client_, display, type.mimeType); });
+}
+
+void Forwarder::placements(Exchange& exchange, const MediaType& type) {
+    gather(exchange, type, placementsSource, [&] { return readPlacements(client_, type.mimeType); });
 }
 
 void Forwarder::change(Exchange& exchange, const ResourceRoute& route) {

@@ -29,6 +29,7 @@ public:
     // Errors of the first: hmx::client::Error, invalid, for parameters that the resource does not take.
     void retrieve(Exchange& exchange, const ResourceRoute& route, const Target& target, const MediaType& type);
     void surface(Exchange& exchange, const std::string& display, const MediaType& type);
+    void placements(Exchange& exchange, const MediaType& type);
     void change(Exchange& exchange, const ResourceRoute& route);
     // The bridge's document about its process; null when it does not answer. `done` answers the exchange.
     void status(Exchange& exchange, std::function<Answer(const Json&)> done);

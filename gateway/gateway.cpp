@@ -19,6 +19,7 @@
 #include "json_text.h"
 #include "openapi.h"
 #include "options.h"
+#include "placements.h"
 #include "problem.h"
 #include "tracing/channel.h"
 #include "util/text.h"
@@ -32,7 +33,7 @@ const tracing::Channel channel{"HMX_GATEWAY"};
 constexpr std::string_view contentSecurityPolicy{
     "default-src 'self'; base-uri 'none'; form-action 'none'; frame-ancestors 'none'"};
 
-constexpr std::string_view surfaceSubject{"input"};
+constexpr std::string_view noRecordings{"this gateway serves no recordings; --recordings DIRECTORY lets it"};
 
 // What the headers have said: found out when they came, and used when the whole request is there. Thread: the gateway's.
 struct Plan {
@@ -60,7 +61,9 @@ bool isChange(const Route& route) {
 std::string_view subjectOf(const Route& route) {
     if (const auto* resource = std::get_if<ResourceRoute>(&route)) return resource->resource->name;
     if (const auto* endpoint = std::get_if<EndpointRoute>(&route)) return endpoint->form->name;
-    if (std::holds_alternative<SurfaceRoute>(route)) return surfaceSubject;
+    if (std::holds_alternative<SurfaceRoute>(route)) return "input";
+    if (std::holds_alternative<PlacementsRoute>(route)) return "output";
+    if (std::holds_alternative<RecordingRoute>(route)) return "recordings";
     if (std::holds_alternative<PageRoute>(route)) return "page";
     return "other";
 }
@@ -150,7 +153,7 @@ void Gateway::preflight(Exchange& exchange, const std::string& allowed) {
     answer.with("Allow", allowed);
     if (!exchange.allowedOrigin.empty()) {
         answer.with("Access-Control-Allow-Methods", allowed)
-            .with("Access-Control-Allow-Headers", "Authorization, Content-Type, If-None-Match, Last-Event-ID")
+            .with("Access-Control-Allow-Headers", "Authorization, Content-Type, If-None-Match, If-Range, Last-Event-ID, Range")
             .with("Access-Control-Max-Age", "600");
     }
     exchange.answer(withOrigin(answer, exchange.allowedOrigin));
@@ -159,7 +162,14 @@ void Gateway::preflight(Exchange& exchange, const std::string& allowed) {
 void Gateway::complete(Exchange& exchange) {
     const auto& [target, found] = *static_cast<const Plan*>(exchange.plan.get());
     if (const auto* asked = std::get_if<ResourceRoute>(&found)) return resource(exchange, *asked, target);
-    if (const auto* asked = std::get_if<SurfaceRoute>(&found)) return surface(exchange, *asked);
+    if (const auto* asked = std::get_if<SurfaceRoute>(&found)) {
+        return outside(exchange, surfaceSource,
+                       [&](const MediaType& type) { forwarder_.surface(exchange, asked->display, type); });
+    }
+    if (std::holds_alternative<PlacementsRoute>(found)) {
+        return outside(exchange, placementsSource, [&](const MediaType& type) { forwarder_.placements(exchange, type); });
+    }
+    if (const auto* asked = std::get_if<RecordingRoute>(&found)) return recording(exchange, *asked);
     if (const auto* asked = std::get_if<EndpointRoute>(&found)) return endpoint(exchange, *asked, target);
     page(exchange, std::get<PageRoute>(found));
 }
@@ -200,12 +210,13 @@ void Gateway::resource(Exchange& exchange, const ResourceRoute& route, const Tar
     }
 }
 
-void Gateway::surface(Exchange& exchange, const SurfaceRoute& route) {
+template <class Read>
+void Gateway::outside(Exchange& exchange, std::string_view source, Read read) {
     const MediaType* type = typeFor(exchange);
     if (type == nullptr) return;
-    if (type->name != eventStreamType) return forwarder_.surface(exchange, route.display, *type);
+    if (type->name != eventStreamType) return read(*type);
     if (const std::optional<Watch> watched = watchFor(client_, std::string{exchange.target()})) {
-        watch(exchange, {*watched}, false);
+        watch(exchange, {*watched}, false, source);
     } else {
         exchange.refuse(Refusal::path);
     }
@@ -230,13 +241,13 @@ void Gateway::events(Exchange& exchange, const Target& target) {
     watch(exchange, watches, true);
 }
 
-void Gateway::watch(Exchange& exchange, const std::vector<Watch>& watches, bool wrapped) {
+void Gateway::watch(Exchange& exchange, const std::vector<Watch>& watches, bool wrapped, std::string_view source) {
     Answer answer{200};
     answer.with("Content-Type", eventStreamType)
         .with("Cache-Control", "no-store")
         .with("Vary", "Accept")
         .with("X-Accel-Buffering", "no");
-    if (exchange.subject == surfaceSubject) answer.with(sourceHeader, surfaceSource);
+    if (!source.empty()) answer.with(sourceHeader, source);
     answer = withOrigin(answer, exchange.allowedOrigin);
     if (exchange.method() == "HEAD") return exchange.answer(answer);
     if (hub_.viewers() >= limits.streams) return exchange.refuse(Refusal::streams);
@@ -255,12 +266,18 @@ void Gateway::endpoint(Exchange& exchange, const EndpointRoute& route, const Tar
     };
     switch (form.endpoint) {
         case Endpoint::about:
-            return answer(
-                json::object({{"version", json::text(version())}, {"changes", options_.allowChanges ? "true" : "false"}}));
+            return answer(json::object({{"version", json::text(version())},
+                                        {"changes", options_.allowChanges ? "true" : "false"},
+                                        {"recordings", options_.recordings.areServed() ? "true" : "false"}}));
         case Endpoint::events:
             return events(exchange, target);
+        case Endpoint::recordings:
+            if (!options_.recordings.areServed()) return exchange.refuse(Refusal::path, noRecordings);
+            return answer(options_.recordings.list());
         case Endpoint::openapi:
-            if (openApi_.empty()) openApi_ = openApi(options_.allowChanges, std::string{version()});
+            if (openApi_.empty()) {
+                openApi_ = openApi({options_.allowChanges, options_.recordings.areServed()}, std::string{version()});
+            }
             return answer(openApi_);
         case Endpoint::healthz:
             return answer("ok\n");
@@ -278,6 +295,39 @@ void Gateway::metrics(Exchange& exchange, const EndpointForm& form) {
         const Gauges gauges{server_.connections(), hub_.viewers(), hub_.topics(), hub_.events(), hub_.cutViewers()};
         return Answer{200, metrics_.text(gauges, status), form.mediaType}.with("Cache-Control", "no-store");
     });
+}
+
+void Gateway::recording(Exchange& exchange, const RecordingRoute& route) {
+    if (!options_.recordings.areServed()) return exchange.refuse(Refusal::path, noRecordings);
+    std::optional<RecordingFile> file = options_.recordings.open(route.name);
+    if (!file) return exchange.refuse(Refusal::path, "there is no such recording; /recordings lists them");
+    const std::string tag = file->tag;
+    const auto answer = [&](int status) {
+        Answer made = status == 304 ? Answer{status} : Answer{status, "", recordingType};
+        made.with("ETag", tag).with("Cache-Control", "no-cache").with("Accept-Ranges", "bytes");
+        return withOrigin(made, exchange.allowedOrigin);
+    };
+    if (namesTag(exchange.header("If-None-Match"), tag)) return exchange.answer(answer(304));
+    const std::string_view condition = exchange.header("If-Range");
+    const bool isRanged = !exchange.header("Range").empty() && (condition.empty() || condition == tag);
+    const std::optional<ByteRange> range = rangeIn(isRanged ? exchange.header("Range") : std::string_view{}, file->size);
+    if (!range) {
+        Answer refusal = problem(Refusal::range);
+        refused(Refusal::range, refusal.status());
+        return exchange.answer(
+            withOrigin(refusal.with("Content-Range", "bytes */" + std::to_string(file->size)), exchange.allowedOrigin));
+    }
+    const bool isPart = range->length < file->size;
+    Answer made = answer(isPart ? 206 : 200);
+    if (isPart) {
+        made.with("Content-Range", "bytes " + std::to_string(range->offset) + "-" +
+                                       std::to_string(range->offset + range->length - 1) + "/" + std::to_string(file->size));
+    }
+    made.with("Content-Disposition", "attachment");
+    if (range->length == 0) return exchange.answer(made);
+    std::unique_ptr<IStream> bytes = options_.recordings.send(*std::move(file), range->offset, range->length);
+    if (!bytes) return exchange.refuse(Refusal::recordings);
+    exchange.send(made, std::move(bytes), range->length, limits.blockBytes);
 }
 
 void Gateway::page(Exchange& exchange, const PageRoute& route) {

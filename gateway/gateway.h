@@ -12,6 +12,7 @@
 #include "http_server.h"
 #include "metrics.h"
 #include "page.h"
+#include "recordings.h"
 #include "router.h"
 
 namespace hmxgateway {
@@ -21,6 +22,7 @@ struct GatewayOptions {
     bool allowChanges = false;
     Admission::Rules admission{};
     Page page{};
+    Recordings recordings{};
 };
 
 // A resource. Thread: its loop's.
@@ -40,11 +42,14 @@ private:
     bool isAdmitted(Exchange& exchange, const Target& target);
     void preflight(Exchange& exchange, const std::string& allowed);
     void resource(Exchange& exchange, const ResourceRoute& route, const Target& target);
-    void surface(Exchange& exchange, const SurfaceRoute& route);
+    // What is no part of /hmx: followed, or read with `read(type)`.
+    template <class Read>
+    void outside(Exchange& exchange, std::string_view source, Read read);
+    void recording(Exchange& exchange, const RecordingRoute& route);
     void endpoint(Exchange& exchange, const EndpointRoute& route, const Target& target);
     void page(Exchange& exchange, const PageRoute& route);
     void events(Exchange& exchange, const Target& target);
-    void watch(Exchange& exchange, const std::vector<Watch>& watches, bool wrapped);
+    void watch(Exchange& exchange, const std::vector<Watch>& watches, bool wrapped, std::string_view source = {});
     const MediaType* typeFor(Exchange& exchange);
     void metrics(Exchange& exchange, const EndpointForm& form);
 

@@ -23,6 +23,10 @@ struct Limits {
     std::uint32_t historyEvents = 256;      // likewise
     std::size_t pageBytes = 4U << 20U;      // of the page's files
     std::uint32_t pageFiles = 256;          // likewise
+    std::uint32_t recordings = 1000;        // that are listed
+    std::uint32_t recordingEntries = 4096;  // of their directory that are looked at
+    std::uint32_t sentRecordings = 8;       // at a time
+    std::size_t blockBytes = 64U << 10U;    // of a recording, that are read and sent at once
     std::chrono::seconds headers{10};       // from connecting to the end of the first request's headers
     std::chrono::seconds keepAlive{60};     // from one request's end to the end of the next one's headers
     std::chrono::seconds body{10};          // from the headers' end to the body's

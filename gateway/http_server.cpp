@@ -237,12 +237,20 @@ int Exchange::queue() {
 
 void Exchange::stream(Answer answer, std::unique_ptr<IStream> stream) {
     constexpr std::size_t block = 256;  // only for clients of HTTP/1.0, which know no chunks
-    MHD_Response* response = MHD_create_response_from_callback(MHD_SIZE_UNKNOWN, block, Glue::readStream, this, nullptr);
+    server_.loop_.watch(connection_.descriptor, EPOLLRDHUP | EPOLLET, [this] { hangUp(); });
+    answerWith(std::move(answer), std::move(stream), MHD_SIZE_UNKNOWN, block);
+}
+
+void Exchange::send(Answer answer, std::unique_ptr<IStream> stream, std::uint64_t size, std::size_t block) {
+    answerWith(std::move(answer), std::move(stream), size, block);
+}
+
+void Exchange::answerWith(Answer answer, std::unique_ptr<IStream> stream, std::uint64_t size, std::size_t block) {
+    MHD_Response* response = MHD_create_response_from_callback(size, block, Glue::readStream, this, nullptr);
     if (response == nullptr) throw std::bad_alloc{};
     (void)MHD_get_response_headers(answer.response_.get(), Glue::copyHeader, response);
     answer.response_.reset(response, MHD_destroy_response);
     stream_ = std::move(stream);
-    server_.loop_.watch(connection_.descriptor, EPOLLRDHUP | EPOLLET, [this] { hangUp(); });
     this->answer(answer);
 }
 
@@ -261,6 +269,7 @@ std::ptrdiff_t Exchange::readStream(char* out, std::size_t room) {
         server_.setDeadline(connection_, limits.unread);
         return static_cast<std::ptrdiff_t>(size);
     }
+    if (stream_->isOver()) return MHD_CONTENT_READER_END_WITH_ERROR;  // it had more to come
     server_.setDeadline(connection_, {});
     isSuspended_ = true;
     MHD_suspend_connection(request_);

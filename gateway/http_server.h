@@ -72,6 +72,8 @@ public:
     void refuse(Refusal refusal, std::string_view detail = {});
     // Answers with what the stream brings. `answer` has status and headers only.
     void stream(Answer answer, std::unique_ptr<IStream> stream);
+    // The same for a body whose size is known, which comes in blocks of this size without a pause.
+    void send(Answer answer, std::unique_ptr<IStream> stream, std::uint64_t size, std::size_t block);
     // That the stream has something to be read, or is over.
     void wake();
     bool isAnswered() const noexcept { return answer_.has_value(); }
@@ -93,6 +95,7 @@ private:
     void resume();
     int queue();
     std::ptrdiff_t readStream(char* out, std::size_t room);
+    void answerWith(Answer answer, std::unique_ptr<IStream> stream, std::uint64_t size, std::size_t block);
     void hangUp();
 
     HttpServer& server_;

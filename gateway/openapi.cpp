@@ -8,6 +8,7 @@
 #include "json_text.h"
 #include "media_types.h"
 #include "problem.h"
+#include "recordings.h"
 #include "router.h"
 
 namespace hmxgateway {
@@ -187,16 +188,30 @@ void addResource(Schemas& schemas, std::string& paths, const Resource& resource,
     }
 }
 
-std::string surfacePath() {
-    const std::string answers =
-        object({{"200", documentAnswer("The surface; as an event stream, its state and every change", type("object"))},
-                {"default", problems()}});
+// What is read from an upstream service itself.
+std::string outsidePath(std::string_view operationId, std::string_view summary, std::string parameters) {
+    const std::string answers = object(
+        {{"200", documentAnswer("The state; as an event stream, every change, too", type("object"))}, {"default", problems()}});
     const std::string get =
-        object({{"operationId", text("retrieveInputSurface")},
-                {"summary", text("The touch surface of a display")},
-                {"description", text("Not part of /hmx: read from the input manager itself, as the header X-Source says.")},
+        object({{"operationId", text(operationId)},
+                {"summary", text(summary)},
+                {"description", text("Not part of /hmx: read from the service that the header X-Source names.")},
                 {"responses", answers}});
-    return object({{"parameters", array({parameter("path", "display", type("string"), "A display's name")})}, {"get", get}});
+    return object({{"parameters", std::move(parameters)}, {"get", get}});
+}
+
+std::string recordingPath() {
+    const std::string content = object({{recordingType, object({{"schema", type("string")}})}});
+    const auto described = [&](std::string_view words) { return object({{"description", text(words)}, {"content", content}}); };
+    const std::string answers = object({{"200", described("The recording, as far as it has been written")},
+                                        {"206", described("The part of it that the Range header asks for")},
+                                        {"304", object({{"description", text("Not modified")}})},
+                                        {"default", problems()}});
+    const std::string get = object({{"operationId", text("retrieveRecording")},
+                                    {"summary", text("A recording: one JSON object in each line")},
+                                    {"responses", answers}});
+    return object(
+        {{"parameters", array({parameter("path", "name", type("string"), "A name in the list of recordings")})}, {"get", get}});
 }
 
 std::string endpointPath(const EndpointForm& form) {
@@ -218,12 +233,20 @@ std::string endpointPath(const EndpointForm& form) {
 
 }  // namespace
 
-std::string openApi(bool changes, const std::string& version) {
+std::string openApi(const Offered& offered, const std::string& version) {
     Schemas schemas;
     std::string paths{"{}"};
-    for (const Resource& resource : hmx::client::resources()) addResource(schemas, paths, resource, changes);
-    json::append(paths, "/input/{display}", surfacePath());
-    for (const EndpointForm& form : endpoints()) json::append(paths, "/" + std::string{form.name}, endpointPath(form));
+    for (const Resource& resource : hmx::client::resources()) addResource(schemas, paths, resource, offered.changes);
+    json::append(paths, "/input/{display}",
+                 outsidePath("retrieveInputSurface", "The touch surface of a display",
+                             array({parameter("path", "display", type("string"), "A display's name")})));
+    json::append(paths, "/output/displayables",
+                 outsidePath("retrievePlacements", "On which layers each displayable is, and whether it is visible", ""));
+    for (const EndpointForm& form : endpoints()) {
+        if (form.endpoint == Endpoint::recordings && !offered.recordings) continue;
+        json::append(paths, "/" + std::string{form.name}, endpointPath(form));
+    }
+    if (offered.recordings) json::append(paths, "/recordings/{name}", recordingPath());
     const std::string info =
         object({{"title", text("hmxgateway")}, {"version", text(version)}, {"summary", text("/hmx over HTTP")}});
     return object({{"openapi", text("3.1.0")},

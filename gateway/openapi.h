@@ -5,7 +5,13 @@
 
 namespace hmxgateway {
 
-// As JSON. `changes`: whether the gateway allows them. Thread: any.
-[[nodiscard]] std::string openApi(bool changes, const std::string& version);
+// What a gateway need not offer. Thread: any (a value).
+struct Offered {
+    bool changes = false;
+    bool recordings = false;
+};
+
+// As JSON. Thread: any.
+[[nodiscard]] std::string openApi(const Offered& offered, const std::string& version);
 
 }  // namespace hmxgateway

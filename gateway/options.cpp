@@ -26,6 +26,7 @@ constexpr const char* help =
     "  --host NAME              Further name that the server goes by in the Host header\n"
     "  --allow-origin ORIGIN    Foreign origin whose pages may use the server\n"
     "  --page DIRECTORY         The inspector's page (default: the one that belongs to the program)\n"
+    "  --recordings DIRECTORY   Serve the recordings (*.jsonl) of this directory, for the inspector\n"
     "  --service PATH           Where /hmx is: /hmx@ORIGIN for that of another machine (/hmx)\n"
     "  --domain NAME            Domain in which the services meet (default: $KELO_DOMAIN, or local)\n"
     "  --runtime-dir DIRECTORY  Directory of the domains (default: $KELO_RUNTIME_DIR, ...)\n"
@@ -36,6 +37,7 @@ constexpr const char* help =
     "  hmxgateway\n"
     "  curl http://127.0.0.1:8780/hmx/displays\n"
     "  curl -N -H 'Accept: text/event-stream' http://127.0.0.1:8780/hmx/popups\n"
+    "  hmxgateway --recordings /var/lib/hmx/recordings\n"
     "  hmxgateway --allow-changes --listen unix:/run/user/1000/hmx.http\n"
     "  hmxgateway --listen 192.0.2.7:8780 --host panel.example --token-file /etc/hmxgateway.token\n"
     "\n"
@@ -54,13 +56,14 @@ std::string_view version() noexcept {
 }
 
 std::optional<int> readCommandLine(int argc, char* const* argv, Options& options, std::ostream& out, std::ostream& err) {
-    const std::array<option, 12> known{{
+    const std::array<option, 13> known{{
         {"listen", required_argument, nullptr, 'l'},
         {"allow-changes", no_argument, nullptr, 'c'},
         {"token-file", required_argument, nullptr, 't'},
         {"host", required_argument, nullptr, 'n'},
         {"allow-origin", required_argument, nullptr, 'o'},
         {"page", required_argument, nullptr, 'p'},
+        {"recordings", required_argument, nullptr, 'R'},
         {"service", required_argument, nullptr, 's'},
         {"domain", required_argument, nullptr, 'd'},
         {"runtime-dir", required_argument, nullptr, 'r'},
@@ -89,6 +92,9 @@ std::optional<int> readCommandLine(int argc, char* const* argv, Options& options
                 break;
             case 'p':
                 options.page = optarg;
+                break;
+            case 'R':
+                options.recordings = optarg;
                 break;
             case 's':
                 options.service = optarg;

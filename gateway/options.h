@@ -12,7 +12,8 @@ namespace hmxgateway {
 // Thread: any (a value).
 struct Options {
     std::string listen{"127.0.0.1:8780"};
-    std::string page{};  // "": the usual place
+    std::string page{};        // "": the usual place
+    std::string recordings{};  // a directory; "": none
     bool allowChanges = false;
     std::string tokenFile{};
     std::vector<std::string> hosts{};

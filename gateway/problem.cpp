@@ -9,7 +9,7 @@
 namespace hmxgateway {
 namespace {
 
-constexpr std::array<std::pair<int, std::string_view>, 17> titles{{
+constexpr std::array<std::pair<int, std::string_view>, 18> titles{{
     {400, "Bad Request"},
     {401, "Unauthorized"},
     {403, "Forbidden"},
@@ -20,6 +20,7 @@ constexpr std::array<std::pair<int, std::string_view>, 17> titles{{
     {409, "Conflict"},
     {413, "Content Too Large"},
     {415, "Unsupported Media Type"},
+    {416, "Range Not Satisfiable"},
     {431, "Request Header Fields Too Large"},
     {500, "Internal Server Error"},
     {501, "Not Implemented"},

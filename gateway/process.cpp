@@ -49,6 +49,7 @@ GatewayOptions gatewayOptions(const Options& options, const Listening& listening
     const std::string program = std::filesystem::read_symlink("/proc/self/exe").string();
     const std::string page = options.page.empty() ? usualPage(program) : options.page;
     if (!page.empty()) made.page = Page{page};
+    if (!options.recordings.empty()) made.recordings = Recordings{options.recordings};
     return made;
 }
 

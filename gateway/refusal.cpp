@@ -29,6 +29,8 @@ constexpr std::array<RefusalForm, static_cast<std::size_t>(Refusal::count)> form
     {Refusal::slowBody, "slow_body", 408, "the body of the request did not come in time"},
     {Refusal::slowReader, "slow_reader", 0, "the answer was left unread"},
     {Refusal::connections, "connections", 503, "too many connections are open"},
+    {Refusal::recordings, "recordings", 503, "too many recordings are being sent"},
+    {Refusal::range, "range", 416, "the recording has no such bytes"},
 }};
 
 constexpr bool isInOrder() {

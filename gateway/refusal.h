@@ -28,6 +28,8 @@ enum class Refusal : std::uint8_t {
     slowBody,
     slowReader,
     connections,
+    recordings,
+    range,
     count
 };
 

@@ -12,6 +12,7 @@ namespace commands = kelo::commands;
 constexpr std::array endpointTable{
     EndpointForm{Endpoint::about, "about", "application/json", "Version, and whether changes are allowed"},
     EndpointForm{Endpoint::events, "events", "text/event-stream", "Several things watched over one connection"},
+    EndpointForm{Endpoint::recordings, "recordings", "application/json", "The recordings that are served, the newest first"},
     EndpointForm{Endpoint::openapi, "openapi.json", "application/json", "This description"},
     EndpointForm{Endpoint::healthz, "healthz", "text/plain; charset=utf-8", "Whether the gateway runs"},
     EndpointForm{Endpoint::readyz, "readyz", "text/plain; charset=utf-8", "Whether /hmx answers"},
@@ -76,6 +77,14 @@ Route route(std::string_view method, const Target& target) {
     if (first == "input") {
         if (target.parts.size() != 2 || target.parts[1].empty()) return NoPath{};
         return reading(SurfaceRoute{target.parts[1]});
+    }
+    if (first == "output") {
+        if (target.parts.size() != 2 || target.parts[1] != "displayables") return NoPath{};
+        return reading(PlacementsRoute{});
+    }
+    if (first == "recordings" && target.parts.size() > 1) {
+        if (target.parts.size() > 2) return NoPath{};
+        return reading(RecordingRoute{target.parts[1]});
     }
     if (target.parts.size() == 1) {
         const auto* found = std::find_if(endpointTable.begin(), endpointTable.end(),

@@ -13,7 +13,7 @@
 
 namespace hmxgateway {
 
-enum class Endpoint : std::uint8_t { about, events, openapi, healthz, readyz, metrics };
+enum class Endpoint : std::uint8_t { about, events, recordings, openapi, healthz, readyz, metrics };
 
 // Thread: any (a constant).
 struct EndpointForm {
@@ -41,6 +41,11 @@ struct ResourceRoute {
 struct SurfaceRoute {
     std::string display;
 };
+// Of all displayables.
+struct PlacementsRoute {};
+struct RecordingRoute {
+    std::string name;
+};
 struct EndpointRoute {
     const EndpointForm* form = nullptr;
 };
@@ -53,7 +58,8 @@ struct NoMethod {
 };
 struct NoPath {};
 
-using Route = std::variant<NoPath, NoMethod, ResourceRoute, SurfaceRoute, EndpointRoute, PageRoute>;
+using Route =
+    std::variant<NoPath, NoMethod, ResourceRoute, SurfaceRoute, PlacementsRoute, RecordingRoute, EndpointRoute, PageRoute>;
 
 // HEAD is as GET. Thread: any.
 [[nodiscard]] Route route(std::string_view method, const Target& target);

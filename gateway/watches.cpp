@@ -3,6 +3,7 @@
 #include "hmx/client/subscription.h"
 #include "input_surface.h"
 #include "parameters.h"
+#include "placements.h"
 #include "router.h"
 
 namespace hmxgateway {
@@ -60,6 +61,9 @@ std::optional<Watch> watchFor(hmx::client::Client& client, const std::string& te
     const Route found = route("GET", *target);
     if (const auto* surface = std::get_if<SurfaceRoute>(&found)) {
         return Watch{text, [&client, display = surface->display](Topic& topic) { return followSurface(client, display, topic); }};
+    }
+    if (std::holds_alternative<PlacementsRoute>(found)) {
+        return Watch{text, [&client](Topic& topic) { return followPlacements(client, topic); }};
     }
     const auto* resource = std::get_if<ResourceRoute>(&found);
     if (resource == nullptr) return {};

@@ -33,6 +33,8 @@ ANSWERS = [
     ("GET", "/hmx/displays/Driver_Display?fields=terminal", {}, None, 200), ("GET", "/hmx/displayables/1001", {}, None, 200),
     ("GET", "/hmx/displays?name=Driver_Display&limit=1&fields=terminal,connector", {}, None, 200), ("GET", "/hmx/popups", {}, None, 200),
     ("GET", VOLUME, {}, None, 200), ("GET", "/input/Driver_Display", {}, None, 200), ("GET", "/about", {}, None, 200),
+    ("GET", "/output/displayables", {}, None, 200), ("GET", "/output", {}, None, 404), ("GET", "/output/displays", {}, None, 404),
+    ("GET", "/recordings", {}, None, 404), ("GET", "/recordings/a.jsonl", {}, None, 404), ("POST", "/recordings/a.jsonl", JSON, "{}", 405),
     ("GET", "/healthz", {}, None, 200), ("GET", "/readyz", {}, None, 200), ("OPTIONS", "/hmx/displays", {}, None, 204),
     ("GET", "/hmx/displays/Nope", {}, None, 404), ("GET", "/hmx/displayz", {}, None, 404), ("GET", "/hmx", {}, None, 404),
     ("GET", "/hmx/displays/", {}, None, 404), ("GET", "/nothing", {}, None, 404), ("GET", "/input", {}, None, 404),
@@ -58,6 +60,19 @@ ANSWERS = [
 # Request targets that look for the file beside the page's directory, and for the link within it.
 TRICKS = ["/../secret", "/%2e%2e/secret", "/..%2fsecret", "/assets/../../secret", "//../secret", "/assets/..%5c..%5csecret", "/link",
           "/.hidden", "/assets", "/assets/", "/index.html/", "/INDEX.HTML", "/%00index.html", "/folder/secret", "http://localhost/../secret"]
+
+
+# Names that look for what is beside the directory of recordings, or in it and none.
+RECORDING_TRICKS = ["../secret.jsonl", "..%2fsecret.jsonl", "%2e%2e%2fsecret.jsonl", "..%5csecret.jsonl", "./a.jsonl", "/a.jsonl", "a.jsonl/",
+                    "a.jsonl%00", "%00a.jsonl", "link.jsonl", "inner.jsonl", "folder.jsonl", "folder.jsonl/secret.jsonl", "pipe.jsonl",
+                    ".hidden.jsonl", ".jsonl", "notes.txt", "A.JSONL", "..", "%2e%2e", "a.jsonl%2f..%2fa.jsonl", "%ff.jsonl", "x" * 300 + ".jsonl"]
+
+# Range, If-Range, the status, and the bytes of a recording of 200,000 bytes.
+RANGES = [("bytes=0-9", None, 206, (0, 10)), ("bytes=199990-", None, 206, (199990, 200000)), ("bytes=-5", None, 206, (199995, 200000)),
+          ("bytes=150000-999999999", None, 206, (150000, 200000)), ("bytes=0-", None, 200, (0, 200000)), ("bytes=5-4", None, 200, (0, 200000)),
+          ("bytes=0-1,5-6", None, 200, (0, 200000)), ("lines=0-1", None, 200, (0, 200000)), ("bytes=-", None, 200, (0, 200000)),
+          ("bytes=0-1", "own", 206, (0, 2)), ("bytes=0-1", '"other"', 200, (0, 200000)), ("bytes=200000-", None, 416, None),
+          ("bytes=-0", None, 416, None), ("bytes=99999999999999999999-", None, 200, (0, 200000))]
 
 
 class Gateway:
@@ -164,7 +179,8 @@ def check_answers(cockpit, complaints):
             complaints.unless(status != 405 or "Allow" in got, f"no Allow: {said}")
             if status == 201:
                 complaints.unless(gateway.ask("GET", got["Location"])[0] == 200, f"no such location: {said}")
-        complaints.unless(gateway.json("/about") == {"version": gateway.json("/openapi.json")["info"]["version"], "changes": True}, "about")
+        expected = {"version": gateway.json("/openapi.json")["info"]["version"], "changes": True, "recordings": False}
+        complaints.unless(gateway.json("/about") == expected, "about")
         again = gateway.raw(b"GET /about HTTP/1.1\r\nHost: localhost\r\nHost: evil.example\r\n\r\n")
         complaints.unless(b" 403 " in again, f"two hosts: {again}")
     complaints.unless(gateway.status == 0, f"ended with {gateway.status}")
@@ -197,6 +213,8 @@ def check_documents(cockpit, complaints):
         complaints.unless(popups["total"] == len(popups["data"]) == 8, f"popups of all displays: {popups}")
         surface = gateway.json("/input/Driver_Display")["elements"][0]
         complaints.unless(surface["id"] == "Driver_Display" and "inactiveLayers" in surface, f"surface: {surface}")
+        placements = gateway.json("/output/displayables")["elements"]
+        complaints.unless(placements[0]["id"] == "1001" and placements[0]["layers"][0]["name"] == "Map", f"placements: {placements}")
         check_description(gateway, complaints)
         metrics = gateway.ask("GET", "/metrics")[2].decode()
         line = re.compile(r'# (TYPE|HELP) [a-z_]+ .+|[a-z_]+(\{[a-z]+="[^"]*"(,[a-z]+="[^"]*")*\})? \d+|# EOF')
@@ -243,6 +261,67 @@ def check_page(cockpit, complaints):
                 complaints.unless(re.match(rb"HTTP/1.1 40[04] ", answer) and b"SECRET" not in answer, f"{target}: {answer}")
 
 
+def check_recordings(cockpit, complaints):
+    """What is in the directory can be read, while it grows, too; what is not cannot."""
+    with tempfile.TemporaryDirectory() as folder:
+        own = Path(folder, "own")
+        (own / "folder.jsonl").mkdir(parents=True)
+        content = b"".join(b'{"t":%013d}\n' % number for number in range(10_000))
+        (own / "a.jsonl").write_bytes(content)
+        (own / "Fahrt 2 \u00fc.jsonl").write_bytes(b"x")
+        for name in ("notes.txt", ".hidden.jsonl", "folder.jsonl/secret.jsonl", "../secret.jsonl"):
+            (own / name).write_text("SECRET")
+        (own / "link.jsonl").symlink_to("../secret.jsonl")
+        (own / "inner.jsonl").symlink_to("a.jsonl")
+        os.mkfifo(own / "pipe.jsonl")
+        os.utime(own / "a.jsonl", (1, 1_700_000_000.125))
+        with Gateway(cockpit, "--recordings", own) as gateway:
+            listed = gateway.json("/recordings")
+            complaints.unless([each["name"] for each in listed["recordings"]] == ["Fahrt 2 \u00fc.jsonl", "a.jsonl"] and not listed["more"]
+                              and listed["recordings"][1] == {"name": "a.jsonl", "size": 200_000, "modified": "2023-11-14T22:13:20.125Z"},
+                              f"list: {listed}")
+            complaints.unless(gateway.ask("GET", "/recordings/Fahrt%202%20%C3%BC.jsonl")[2] == b"x", "a name with a blank")
+            for name in RECORDING_TRICKS:
+                answer = gateway.raw(f"GET /recordings/{name} HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n".encode())
+                complaints.unless(re.match(rb"HTTP/1.1 40[04] ", answer) and b"SECRET" not in answer, f"recording {name}: {answer}")
+            status, headers, body = gateway.ask("GET", "/recordings/a.jsonl")
+            complaints.unless((status, body == content, headers["Content-Type"]) == (200, True, "application/jsonl")
+                              and headers["X-Content-Type-Options"] == "nosniff" and headers["Content-Length"] == "200000", f"whole: {status} {headers}")
+            for ask, condition, expected, span in RANGES:
+                more = {"If-Range": headers["ETag"] if condition == "own" else condition} if condition else {}
+                status, got, body = gateway.ask("GET", "/recordings/a.jsonl", {"Range": ask, **more})
+                complaints.unless(status == expected and (span is None or body == content[slice(*span)]), f"{ask}: {status} {got} {len(body)} bytes")
+                if status == 206:
+                    complaints.unless(got["Content-Range"] == f"bytes {span[0]}-{span[1] - 1}/200000", f"{ask}: {got}")
+            complaints.unless(gateway.ask("HEAD", "/recordings/a.jsonl")[1]["Content-Length"] == "200000", "HEAD")
+            complaints.unless(gateway.ask("GET", "/recordings/a.jsonl", {"If-None-Match": headers["ETag"]})[0] == 304, "the same again")
+            # One that is being written ends where it ended when it was asked for, and one that is cut ends early.
+            with open(own / "a.jsonl", "ab") as file:
+                file.write(b"{}\n")
+            status, grown, body = gateway.ask("GET", "/recordings/a.jsonl", {"If-None-Match": headers["ETag"]})
+            complaints.unless(status == 200 and body == content + b"{}\n" and grown["ETag"] != headers["ETag"], f"grown: {status} {grown}")
+            # As many as may be sent at once, to clients that do not read, leave the others alone.
+            with open(own / "large.jsonl", "wb") as file:
+                file.truncate(64 << 20)
+            unread = [gateway.connect() for _ in range(8)]
+            for each in unread:
+                each.sendall(b"GET /recordings/large.jsonl HTTP/1.1\r\nHost: localhost\r\n\r\n")
+                complaints.unless(each.recv(12) == b"HTTP/1.1 200", "a recording to one who does not read")
+            complaints.unless(gateway.ask("GET", "/recordings/a.jsonl")[0] == 503 and gateway.refusals("recordings") == 1, "nine at once")
+            complaints.unless(gateway.ask("GET", "/hmx/displays")[0] == 200 and gateway.memory() < 12, f"memory: {gateway.memory()} MiB")
+            os.truncate(own / "large.jsonl", 0)
+            unread[0].settimeout(20)
+            received = 0
+            while piece := unread[0].recv(1 << 20):
+                received += len(piece)
+            complaints.unless(received < 64 << 20, f"a recording that was cut: {received} bytes")
+            for each in unread:
+                each.close()
+            check_description(gateway, complaints)
+            metrics = gateway.ask("GET", "/metrics")[2].decode()
+            complaints.unless('resource="recordings",status="206"' in metrics and "Fahrt" not in metrics, metrics)
+
+
 def check_streams(cockpit, complaints):
     """Changes, losses and returns as viewers see them."""
     with Gateway(cockpit, "--allow-changes") as gateway:
@@ -282,7 +361,7 @@ def check_streams(cockpit, complaints):
 def check_kills(cockpit, complaints):
     """Bridge and simulator are killed at random while things change: every viewer ends at the true state and never sees an empty one."""
     chance = random.Random(os.environ.get("SEED", "1"))
-    paths = ["/hmx/popups", "/hmx/displays", "/hmx/layerconfigurations", "/hmx/displayables", "/input/Driver_Display"]
+    paths = ["/hmx/popups", "/hmx/displays", "/hmx/layerconfigurations", "/hmx/displayables", "/input/Driver_Display", "/output/displayables"]
     with Gateway(cockpit, "--allow-changes") as gateway:
         viewers = [(path, Watch(gateway, path)) for path in paths * 10]
         faults = [[] for _ in viewers]
@@ -416,7 +495,7 @@ def check_admission(cockpit, complaints):
 def main():
     complaints = Complaints()
     with Cockpit(sys.argv[1]) as cockpit:
-        for check in (check_answers, check_documents, check_page, check_admission, check_streams, check_kills, check_crowd):
+        for check in (check_answers, check_documents, check_page, check_recordings, check_admission, check_streams, check_kills, check_crowd):
             begun = time.monotonic()
             check(cockpit, complaints)
             print(f"{check.__name__}: {time.monotonic() - begun:.1f} s", flush=True)
