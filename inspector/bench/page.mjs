@@ -1,5 +1,5 @@
-// How fast the page is, in Chromium: the first picture, a change until it is painted, 200 changes a second, and turning what is the
-// most that it is made for: 4 displays with 20 layers of 500 touch regions. The gateway is played by this script, since one answer
+// How fast the page is, in Chromium: the first picture, a change until it is painted, 200 changes a second, reading a recording of
+// 100,000 changes, and turning what is the most that it is made for: 4 displays with 20 layers of 500 touch regions. The gateway is played by this script, since one answer
 // of an input manager is too small for so many regions. Usage: node bench/page.mjs (after `npm run build`)
 
 import { createHash } from 'node:crypto';
@@ -67,7 +67,36 @@ function makeWorld(displays, layers, regions, popups) {
     return world;
 }
 
-async function serve(world) {
+// A recording of the world's popups, as hmxctl writes them.
+function makeRecording(world, count) {
+    const lines = [
+        '{"recording":1,"programs":{},"wall":"2026-11-22T12:30:00.000000000+01:00","zone":"","origin":0,"upstream":false}',
+    ];
+    const numbers = new Map();
+    const write = (t, path, parameters, rest) => {
+        const key = path + JSON.stringify(parameters ?? null);
+        numbers.set(key, (numbers.get(key) ?? 0) + 1);
+        lines.push(JSON.stringify({ t, n: numbers.get(key), service: '/hmx', path, parameters, ...rest }));
+    };
+    const whole = (data) => ({ event: 'state', status: 200, document: { total: data.length, totalPages: 1, data } });
+    for (const path of ['/displays', '/displayables', '/layerconfigurations'])
+        write(1, path, undefined, whole(world[`/hmx${path}`]));
+    const displays = world['/hmx/displays'].map(({ name: display }) => ({
+        display,
+        popups: world['/hmx/popups'].filter((popup) => popup.display === display),
+    }));
+    for (const { display, popups } of displays) write(1, '/popups', { display }, whole(popups));
+    for (let i = 0; i < count; ++i) {
+        const { display, popups } = displays[i % displays.length];
+        const at = random(popups.length);
+        const element = { ...popups[at], requested: i % 3 === 0, requestData: `${'caller=Ada '.repeat(20)}${i}` };
+        const steps = [{ step: 'set', at, element }];
+        write(1e6 * i, '/popups', { display }, { event: 'change', status: 200, array: 'data', steps });
+    }
+    return Buffer.from(`${lines.join('\n')}\n`);
+}
+
+async function serve(world, recording) {
     const streams = new Set();
     const send = (stream, watch, event, data) => stream.write(`event: ${event}\ndata: ${JSON.stringify({ watch, data })}\n\n`);
     const server = createServer(async (request, response) => {
@@ -78,6 +107,8 @@ async function serve(world) {
             request.on('close', () => streams.delete(response));
             for (const watch of url.searchParams.getAll('watch'))
                 send(response, watch, 'snapshot', { elements: world[watch] ?? [] });
+        } else if (url.pathname === '/recordings/large.jsonl') {
+            response.end(recording);
         } else if (url.pathname === '/about') {
             response.end('{"version":"bench","changes":false}');
         } else {
@@ -174,6 +205,42 @@ async function changes(browser, gateway, world, rate, seconds) {
     await page.close();
 }
 
+// From the navigation until the recording is shown, and what came between two frames meanwhile; then a jump to its middle.
+async function reading(browser, gateway, recording) {
+    const page = await browser.newPage({ viewport: { width: 1280, height: 720 } });
+    await page.addInitScript(() => {
+        const frames = (window.frames_ = []);
+        const look = (time) => {
+            frames.push(time);
+            if (document.querySelector('.recorded [class=primary]')) window.opened = performance.now();
+            else requestAnimationFrame(look);
+        };
+        requestAnimationFrame(look);
+    });
+    await page.goto(`${gateway.url}#/popups/Display_0/Popup_1?recording=large.jsonl`);
+    const opened = await (await page.waitForFunction(() => window.opened, undefined, { timeout: 120_000 })).jsonValue();
+    const frames = await page.evaluate(() => window.frames_);
+    const between = ascending(frames.slice(1).map((time, i) => time - frames[i]));
+    console.log(
+        `recording of ${(recording.length / 1e6).toFixed(0)} MB: shown after ${(opened / 1000).toFixed(1)} s; between two frames ` +
+            `${part(between, 0.5).toFixed(0)} ms median, ${part(between, 0.99).toFixed(0)} ms p99, ${between.at(-1)?.toFixed(0)} ms at most`,
+    );
+    const jumps = await page.evaluate(async () => {
+        const slider = document.querySelector('.slider');
+        const times = [];
+        for (const part of [0.5, 0.01, 0.75, 0.25, 0.99, 0.4]) {
+            const begun = performance.now();
+            slider.value = part * Number(slider.max);
+            slider.dispatchEvent(new Event('input', { bubbles: true }));
+            await new Promise((resolve) => requestAnimationFrame(() => setTimeout(resolve)));
+            times.push(performance.now() - begun);
+        }
+        return times;
+    });
+    report('a jump in it until it is painted', jumps, 'none');
+    await page.close();
+}
+
 // The time between frames while a mouse turns the displays.
 async function turning(browser, gateway) {
     const page = await open(browser, `${gateway.url}#/?view=apart`);
@@ -212,6 +279,10 @@ try {
     await changes(browser, gateway, usual, 10, 5);
     await changes(browser, gateway, usual, 200, 5);
     gateway.stop();
+    const recording = makeRecording(usual, 100_000);
+    const recorder = await serve(usual, recording);
+    await reading(browser, recorder, recording);
+    recorder.stop();
     const largest = await serve(makeWorld(4, 20, 500, 10));
     await turning(browser, largest);
     largest.stop();

@@ -5,45 +5,25 @@ import { computed, effect, signal } from '@preact/signals';
 import { request, RequestFailure } from './io/requests';
 import { Stream } from './io/stream';
 import { fromHash, toHash } from './model/address';
+import { clock } from './model/describe';
 import { type Document, flag, text } from './model/documents';
 import { apartPose, flatPose, type Pose } from './model/geometry';
-import { History } from './model/history';
 import { type HitResult, hitTest } from './model/hit';
 import { displayOf, find, lossesOf, SceneMaker, watches } from './model/scene';
 import { watched } from './model/state';
+import { tell } from './notices';
+import { opening, openLinked } from './opening';
+import * as time from './time';
 
-// Time: the states that have arrived, and the one that is shown.
+export * from './notices';
+export * from './opening';
+export * from './time';
 
-export const history = new History();
-const arrived = signal(0); // goes up when anything has
-export const position = signal<number | undefined>(undefined); // nothing: the newest state, whatever arrives
-export const now = signal(Date.now()); // goes on by the second
-
-export const newest = computed(() => {
-    void arrived.value;
-    return history.head;
-});
-export const span = computed(() => {
-    void arrived.value;
-    void now.value;
-    return { first: history.first, last: history.last };
-});
-const shownState = computed(() => (position.value === undefined ? newest.value : history.at(position.value)));
 const maker = new SceneMaker();
-export const scene = computed(() => maker.make(shownState.value));
-export const losses = computed(() => lossesOf(newest.value).losses);
-
-export function goTo(wanted: number | undefined): void {
-    position.value = wanted === undefined ? undefined : history.clamped(wanted);
-}
-
-export function step(by: number): void {
-    goTo((position.value ?? history.last) + by);
-}
-
-export function goToTime(time: number): void {
-    goTo(history.before(time));
-}
+export const scene = computed(() => maker.make(time.shownState.value));
+const liveLosses = computed(() => lossesOf(time.newest.value).losses);
+// Of the present, even if the past is shown; of a recording, those of the time that is shown.
+export const losses = computed(() => (time.recording.value ? scene.value.losses : liveLosses.value));
 
 // Attention: what is selected, pointed at, and how the picture is seen.
 
@@ -87,28 +67,11 @@ export function startHitTest(): void {
     if (display) probe.value = { display: display.label, x: display.width >> 1, y: display.height >> 1 };
 }
 
-// Changes, and what people are told.
+// Changes.
 
-export interface Notice {
-    readonly number: number;
-    readonly words: string;
-    readonly failed: boolean;
-}
-
-export const about = signal<{ version: string; changes: boolean }>({ version: '', changes: false });
-export const notices = signal<readonly Notice[]>([]);
+export const about = signal({ version: '', changes: false, recordings: false });
+export const mayChange = computed(() => about.value.changes && time.isLive.value);
 export const busy = signal(0);
-let noticeNumber = 0;
-
-export function dismiss(number: number): void {
-    notices.value = notices.value.filter((each) => each.number !== number);
-}
-
-export function tell(words: string, failed: boolean): void {
-    const number = ++noticeNumber;
-    notices.value = [...notices.value.slice(-3), { number, words, failed }];
-    if (!failed) setTimeout(() => dismiss(number), 4000); // failures stay until they are dismissed
-}
 
 // Carries out a change and says how it went; true if it went well.
 export async function carryOut(what: string, change: () => Promise<unknown>): Promise<boolean> {
@@ -128,7 +91,8 @@ export async function carryOut(what: string, change: () => Promise<unknown>): Pr
 async function askAbout(): Promise<void> {
     try {
         const answer: Document = await request('GET', '/about');
-        about.value = { version: text(answer, 'version'), changes: flag(answer, 'changes') };
+        const [changes, recordings] = [flag(answer, 'changes'), flag(answer, 'recordings')];
+        about.value = { version: text(answer, 'version'), changes, recordings };
     } catch {
         // The stream says that the gateway is away; asked again when it is back.
     }
@@ -165,14 +129,24 @@ function follow(hash: string): void {
     if (link.selected !== undefined) selected.value = link.selected;
     apart.value = link.apart === true;
     onlyDisplay.value = link.display;
+    if (openLinked(link.recording, link.file, link.at)) return;
+    const { history, recording, fromUtc, goTo, goToTime } = time;
+    const { first, last } = history.peek();
     if (link.at === undefined) goTo(undefined);
-    else if (history.last >= 0 && history.before(link.at) > history.first) goToTime(link.at);
-    else tell(`This page has no record of ${new Date(link.at).toLocaleTimeString()}: it shows what is now.`, true);
+    else if (recording.peek() || (last >= 0 && history.peek().before(link.at) > first)) goToTime(link.at);
+    else tell(`This page has no record of ${clock(link.at, fromUtc.peek(), false)}: it shows what is now.`, true);
 }
 
 export function linkHere(): string {
-    const at = position.value === undefined ? undefined : history.entry(history.clamped(position.value))?.time;
-    return toHash({ selected: selected.value, at, apart: apart.value, display: onlyDisplay.value });
+    const { name, served } = time.recording.value ?? {};
+    return toHash({
+        selected: selected.value,
+        at: time.position.value === undefined ? undefined : time.shownTime.value,
+        apart: apart.value,
+        display: onlyDisplay.value,
+        recording: served ? name : undefined,
+        file: served ? undefined : name,
+    });
 }
 
 const trimEvery = 1000;
@@ -184,6 +158,8 @@ export function start(): void {
     });
     effect(() => {
         const hash = linkHere();
+        // While a recording is being opened, or played, the address would not be worth the effort.
+        if (opening.value || time.playing.value) return;
         if (hash !== location.hash && !(hash === '#/' && location.hash === '')) globalThis.history.replaceState(null, '', hash);
     });
     const scheme = matchMedia('(prefers-color-scheme: dark)');
@@ -196,24 +172,22 @@ export function start(): void {
         remember('keys', singleKeys.value ? 'on' : 'off');
     });
 
-    const stream = new Stream((arrivals) => {
-        if (!history.take(arrivals)) return;
-        arrived.value++;
+    effect(() => {
+        if (time.recording.value && mode.peek() === 'draw') mode.value = 'look';
     });
-    const displays = computed(() => watched(newest.value, watches.displays).elements);
+
+    const stream = new Stream(time.take);
+    const displays = computed(() => watched(time.newest.value, watches.displays).elements);
     effect(() => {
         const inputs = [...displays.value.values()].map((display) => watches.input(text(display, 'name')));
-        stream.watch([watches.displays, watches.displayables, watches.layers, watches.popups, ...inputs.sort()]);
+        const { displayables, layers, popups, placements } = watches;
+        stream.watch([watches.displays, displayables, layers, popups, placements, ...inputs.sort()]);
     });
-    const connected = computed(() => !losses.value.some((loss) => loss.service === 'the gateway'));
+    const connected = computed(() => !liveLosses.value.some((loss) => loss.service === 'the gateway'));
     effect(() => {
         if (connected.value) void askAbout();
     });
-    setInterval(() => {
-        const time = Date.now();
-        history.trim(time);
-        now.value = time;
-    }, trimEvery);
+    setInterval(time.tick, trimEvery);
 }
 
 export { apartPose, flatPose };

@@ -11,7 +11,8 @@ export interface Description {
     readonly address: string | undefined; // of what it is about
 }
 
-const most = 4; // members that are written out
+const mostMembers = 4; // that are written out
+const mostElements = 3; // likewise, where one answer has changed several
 
 // What an element is called, and its address. `displays`: the names of those that are known.
 function identify(watch: string, document: Document, displays: readonly string[]): { name: string; address: string } {
@@ -22,8 +23,9 @@ function identify(watch: string, document: Document, displays: readonly string[]
             const display = text(document, 'display');
             return { name: `${display}/${name}`, address: addressOf('popups', display, name) };
         }
+        case watches.placements:
         case watches.displayables: {
-            const number = whole(document, 'displayableID');
+            const number = whole(document, 'displayableID') ?? (watch === watches.placements ? id : undefined);
             return { name: name || `#${number ?? '?'}`, address: addressOf('displayables', number ?? id) };
         }
         case watches.layers: {
@@ -40,13 +42,14 @@ const kinds: Record<string, string> = {
     [watches.displayables]: 'displayable',
     [watches.layers]: 'layers of',
     [watches.popups]: 'popup',
+    [watches.placements]: 'layers of displayable',
 };
 
 function kindOf(watch: string): string {
     return kinds[watch] ?? 'touch regions of';
 }
 
-function describeChange({ before, after }: Change): string {
+function describeChange({ before, after }: Change, most: number): string {
     if (!before || !after) return after ? 'added' : 'removed';
     const members = memberChanges(before, after);
     const written = members.slice(0, most).map((member) => {
@@ -55,6 +58,18 @@ function describeChange({ before, after }: Change): string {
         return `${member.path}: ${shown(member.before)} → ${shown(member.after)}`;
     });
     return written.join(', ') + (members.length > most ? ` and ${members.length - most} more` : '');
+}
+
+// Of one answer: "Low_Fuel visible: yes → no; Incoming_Call visible: no → yes", or only how many where all are new, or gone.
+function describeAll(watch: string, changes: readonly Change[], displays: readonly string[]): string {
+    if (changes.every(({ before }) => !before)) return `${changes.length} added`;
+    if (changes.every(({ after }) => !after)) return `${changes.length} removed`;
+    const written = changes.slice(0, mostElements).map((change) => {
+        const { name } = identify(watch, change.after ?? change.before ?? {}, displays);
+        return `${name} ${describeChange(change, 2)}`;
+    });
+    const left = changes.length - written.length;
+    return written.join('; ') + (left > 0 ? `; and ${left} more` : '');
 }
 
 export function describe(entry: Entry, displays: readonly string[]): Description {
@@ -67,21 +82,26 @@ export function describe(entry: Entry, displays: readonly string[]): Description
     if (entry.kind === 'read' && !entry.before.read)
         return { what: source, words: about ? 'read' : `read, ${changes.length} in all`, address: undefined };
     const change = changes[0];
+    if (entry.kind === 'changed' && change && !about) {
+        const { address: first } = identify(watch, change.after ?? change.before ?? {}, displays);
+        return { what: source, words: describeAll(watch, changes, displays), address: first };
+    }
     if (!about || !change)
         return {
             what: source,
             words: changes.length === 0 ? 'read again, nothing has changed' : `read again, ${changes.length} have changed`,
             address,
         };
-    return { what: `${kindOf(watch)} ${name}`, words: describeChange(change), address };
+    return { what: `${kindOf(watch)} ${name}`, words: describeChange(change, mostMembers), address };
 }
 
-// "12:03:04.567"
-export function clock(time: number, fraction = true): string {
-    const date = new Date(time);
-    const two = (value: number): string => String(value).padStart(2, '0');
-    const seconds = `${two(date.getHours())}:${two(date.getMinutes())}:${two(date.getSeconds())}`;
-    return fraction ? `${seconds}.${String(date.getMilliseconds()).padStart(3, '0')}` : seconds;
+// "12:03:04.567", where clocks differ from UTC by so many milliseconds.
+export function clock(time: number, fromUtc: number, fraction = true): string {
+    return new Date(time + fromUtc).toISOString().slice(11, fraction ? 23 : 19);
+}
+
+export function localFromUtc(time: number): number {
+    return -60_000 * new Date(time).getTimezoneOffset();
 }
 
 // "4 s", "2 min 3 s"

@@ -64,7 +64,7 @@ export function shown(value: unknown): string {
     return JSON.stringify(value);
 }
 
-// A name that may be broken after its underscores.
+// A name that may be broken after its underscores, and before its capitals.
 export function breakable(name: string): string {
-    return name.replaceAll('_', '_\u200b');
+    return name.replaceAll('_', '_\u200b').replaceAll(/(?<=[a-z])(?=[A-Z])/g, '\u200b');
 }

@@ -3,7 +3,7 @@
 // Kept are the oldest state, the newest one and the entries between them. A position is the number of an entry and means the
 // state after it; numbers go on counting when old entries are dropped. Entries are dropped by age, number and memory, whichever
 // limit is met first, and with each one the oldest state moves on. The state at a position is reached from the last one asked
-// for, so that stepping costs one entry and scrubbing costs those in between.
+// for, so that stepping costs one entry and scrubbing costs those in between, or from either end, if that is nearer.
 
 import { type Arrival, type Entry, moved, type State, taken } from './state';
 
@@ -14,6 +14,8 @@ export interface Limits {
 }
 
 export const usualLimits: Limits = { age: 600_000, count: 50_000, cost: 32 << 20 };
+// Of a recording that is open.
+export const recordingLimits: Limits = { age: Infinity, count: 500_000, cost: 256 << 20 };
 
 export class History {
     private entries: Entry[] = [];
@@ -34,6 +36,11 @@ export class History {
     }
     get first(): number {
         return this.dropped - 1;
+    }
+
+    // Whether entries have been dropped.
+    get isCut(): boolean {
+        return this.dropped > 0;
     }
 
     entry(position: number): Entry | undefined {
@@ -75,7 +82,10 @@ export class History {
     at(wanted: number): State {
         const position = this.clamped(wanted);
         if (position === this.last) return this.newest;
-        const { position: from, state } = this.cursor;
+        const known = [this.cursor, { position: this.first, state: this.oldest }, { position: this.last, state: this.newest }];
+        const { position: from, state } = known.reduce((a, b) =>
+            Math.abs(a.position - position) <= Math.abs(b.position - position) ? a : b,
+        );
         const index = (number: number): number => number + 1 - this.dropped;
         const next =
             position >= from

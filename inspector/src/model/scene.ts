@@ -7,7 +7,7 @@
 //     /displays/Driver_Display             /layerconfigurations/Driver_Display/12     /displayables/1001
 //     /popups/Driver_Display/Low_Fuel      /input/Driver_Display/r3 (an input region; h1: a haptic one; i0: one without number)
 
-import { type Document, type Element, flag, list, object, type Rectangle, text, whole } from './documents';
+import { type Document, type Element, flag, isDocument, list, object, type Rectangle, text, whole } from './documents';
 import { boundsOf, findLayer, zposOf } from './hit';
 import { gateway, type Loss, type State, watched } from './state';
 import { type PopupState, popupState } from './popup_state';
@@ -80,8 +80,15 @@ export const watches = {
     displayables: '/hmx/displayables',
     layers: '/hmx/layerconfigurations',
     popups: '/hmx/popups',
+    placements: '/output/displayables',
     input: (display: string): string => `/input/${encodeURIComponent(display)}`,
 };
+
+// A displayable in the display manager's own words, which say on which layers it is: named by its number, as text.
+export function placementOf(record: unknown): Element | undefined {
+    const number = isDocument(record) ? whole(record, 'id') : undefined;
+    return isDocument(record) && number !== undefined ? { ...record, id: String(number) } : undefined;
+}
 
 export function addressOf(...parts: (string | number)[]): string {
     return parts.map((part) => `/${encodeURIComponent(part)}`).join('');
@@ -259,6 +266,7 @@ const watchedThings: Readonly<Record<string, { what: string; kinds: readonly Ite
     [watches.displayables]: { what: 'displayables', kinds: ['displayable'] },
     [watches.layers]: { what: 'layers', kinds: ['layer'] },
     [watches.popups]: { what: 'popups', kinds: ['popup'] },
+    [watches.placements]: { what: 'layers of displayables', kinds: ['displayable'] },
 };
 
 // What has one reason is one loss, since the first of it was lost.
@@ -290,7 +298,7 @@ export function lossesOf(state: State): { losses: Lost[]; stale: Set<Item['kind'
 export class SceneMaker {
     private readonly regions = new Remembered<readonly [unknown, unknown], Regions>();
     private readonly popups = new Remembered<readonly [unknown], ReadonlyMap<string, readonly ScenePopup[]>>();
-    private readonly displayables = new Remembered<readonly [unknown], readonly SceneDisplayable[]>();
+    private readonly displayables = new Remembered<readonly [unknown, unknown], readonly SceneDisplayable[]>();
     private readonly displays = new Remembered<readonly unknown[], SceneDisplay>();
 
     make(state: State): Scene {
@@ -310,15 +318,17 @@ export class SceneMaker {
         });
         displays.sort(by('displayID'));
         const things = watched(state, watches.displayables).elements;
-        const displayables = this.displayables.get('', [things], () =>
+        const placements = watched(state, watches.placements).elements;
+        const displayables = this.displayables.get('', [things, placements], () =>
             [...things.values()]
                 .map((document): SceneDisplayable => {
                     const number = whole(document, 'displayableID') ?? document.id;
+                    const upstream = placements.get(String(number));
                     return {
                         kind: 'displayable',
                         address: addressOf('displayables', number),
                         label: text(document, 'name') || `#${number}`,
-                        document,
+                        document: upstream ? { ...document, upstream } : document,
                     };
                 })
                 .sort(by('displayableID')),

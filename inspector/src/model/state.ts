@@ -73,10 +73,10 @@ const entryCost = 300;
 
 export interface Arrival {
     readonly watch: string;
-    readonly event: string; // "snapshot", "changed", "removed", "lost" or "back"
+    readonly event: string; // "snapshot", "changed", "removed", "lost" or "back"; of recordings "answer" in place of the first three
     readonly data: Document;
     readonly time: number;
-    readonly size: number; // of its text, in characters
+    readonly size: number; // of its text, in characters; 0 of an "answer", which is measured by what it changes
 }
 
 // The step that an event of a watch means; nothing if it changes nothing.
@@ -90,6 +90,23 @@ function entryOf(state: State, { watch, event, data, time, size }: Arrival): Ent
         case 'snapshot': {
             const changes = differences(was.elements, elements(data));
             return was.read && !was.loss && changes.length === 0 ? undefined : make('read', changes, { read: true });
+        }
+        case 'answer': {
+            const found: Change[] = [];
+            let characters = 0;
+            for (const after of elements(data)) {
+                const known = was.elements.get(after.id);
+                if (same(known, after)) continue;
+                found.push({ id: after.id, before: known, after });
+                characters += JSON.stringify(after).length;
+            }
+            for (const id of Array.isArray(data['removed']) ? (data['removed'] as string[]) : []) {
+                const known = was.elements.get(id);
+                if (known) found.push({ id, before: known });
+            }
+            if (was.read && found.length === 0) return undefined;
+            const entry = make(was.read ? 'changed' : 'read', found, { read: true, loss: was.loss });
+            return { ...entry, cost: entry.cost + 2 * characters };
         }
         case 'changed': {
             const after = data['element'];

@@ -7,6 +7,7 @@ import { Help } from './help';
 import { HitPanel } from './hit_panel';
 import { Picture } from './picture';
 import { Properties } from './properties';
+import { Chooser, DropTarget, RecordingBar } from './recordings';
 import { Timeline } from './timeline';
 import { Tree } from './tree';
 
@@ -34,6 +35,7 @@ export function App() {
     return (
         <>
             <Header />
+            <RecordingBar />
             <Losses />
             <div class="columns">
                 <Tree />
@@ -43,6 +45,8 @@ export function App() {
             <Timeline />
             <Notices />
             <Help />
+            <Chooser />
+            <DropTarget />
         </>
     );
 }

@@ -7,10 +7,11 @@ import { startDrawing } from './editing';
 function Connection() {
     const lost = store.losses.value.length > 0;
     const read = store.scene.value.read;
-    const words = lost ? 'lost' : read ? 'live' : 'connecting';
+    const words = store.recording.value ? 'recording' : lost ? 'lost' : read ? 'live' : 'connecting';
+    const marks: Record<string, string> = { recording: '■', lost: '▲', live: '●' };
     return (
         <span class={`pill ${words}`} role="status">
-            <span aria-hidden="true">{lost ? '▲' : read ? '●' : '○'}</span> {words}
+            <span aria-hidden="true">{marks[words] ?? '○'}</span> {words}
         </span>
     );
 }
@@ -63,7 +64,12 @@ export function Header() {
             </label>
             <Toggle on={store.apart.value} name="Pull apart" shortcut="a" press={() => store.pullApart(!store.apart.value)} />
             <Toggle on={store.mode.value === 'hit'} name="Hit test" shortcut="h" press={() => setMode('hit')} />
-            {changes && <Toggle on={store.mode.value === 'draw'} name="Draw region" shortcut="d" press={() => setMode('draw')} />}
+            {changes && !store.recording.value && (
+                <Toggle on={store.mode.value === 'draw'} name="Draw region" shortcut="d" press={() => setMode('draw')} />
+            )}
+            <button title="Open a recording (o)" onClick={() => (store.chooser.value = true)}>
+                Recordings
+            </button>
             <label>
                 <span class="unseen">Colours</span>
                 <select
@@ -89,12 +95,13 @@ export function Header() {
 // What is lost, since when, and why. What is shown is then the last that was known.
 export function Losses() {
     const losses = store.losses.value;
+    const now = store.recording.value ? store.shownTime.value : store.now.value;
     return (
         <div class="losses" role="alert">
             {losses.map(({ what, service, reason, since }) => (
                 <p key={service + reason}>
-                    <strong>▲ Lost: {what.join(', ')}</strong> since {clock(since, false)}, {age(store.now.value - since)} ago:{' '}
-                    {reason}. Shown as last known.
+                    <strong>▲ Lost: {what.join(', ')}</strong> since {clock(since, store.fromUtc.value, false)},{' '}
+                    {age(now - since)} ago: {reason}. Shown as last known.
                 </p>
             ))}
         </div>
@@ -106,11 +113,13 @@ export function Nothing() {
     const { displays, read } = store.scene.value;
     const loss = store.losses.value[0];
     if (displays.length > 0) return null;
-    const words = read
-        ? 'The display manager has no displays.'
-        : loss
-          ? `Waiting for ${loss.service}: ${loss.reason}. The displays appear here as soon as it is there.`
-          : 'Waiting for the first answer…';
+    const words = store.recording.value
+        ? 'The recording says nothing of displays until this time.'
+        : read
+          ? 'The display manager has no displays.'
+          : loss
+            ? `Waiting for ${loss.service}: ${loss.reason}. The displays appear here as soon as it is there.`
+            : 'Waiting for the first answer…';
     return <p class="empty">{words}</p>;
 }
 

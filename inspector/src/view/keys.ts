@@ -2,14 +2,14 @@
 
 import * as store from '../store';
 import { startDrawing } from './editing';
-import { togglePause } from './timeline';
 
 export const shortcuts: readonly [key: string, meaning: string][] = [
     ['a', 'pull the layers apart, or lay them flat'],
     ['h', 'hit test: arrow keys in the picture move the touch, with Shift by 10'],
     ['d', 'draw a touch region, if the gateway allows changes'],
     ['0', 'all displays; 1 to 9: one of them'],
-    ['Space', 'pause, go on'],
+    ['o', 'open a recording'],
+    ['Space', 'pause, go on; play a recording'],
     [', .', 'one change back, forward'],
     ['t p', 'to the tree, to the picture'],
     ['/', 'filter the tree'],
@@ -27,6 +27,7 @@ function focus(selector: string): void {
 
 function escape(): void {
     if (store.help.peek()) store.help.value = false;
+    else if (store.chooser.peek()) store.chooser.value = false;
     else if (store.mode.peek() !== 'look') store.mode.value = 'look';
     else store.selected.value = undefined;
 }
@@ -42,10 +43,14 @@ function act(key: string): boolean {
             return true;
         case 'd':
             if (store.mode.peek() === 'draw') store.mode.value = 'look';
-            else if (store.about.peek().changes) startDrawing();
+            else if (store.about.peek().changes && !store.recording.peek()) startDrawing();
+            return true;
+        case 'o':
+            store.chooser.value = true;
             return true;
         case ' ':
-            togglePause();
+            if (store.recording.peek()) store.togglePlaying();
+            else store.togglePause();
             return true;
         case ',':
             store.step(-1);
@@ -81,7 +86,7 @@ export function listenToKeys(): void {
             else escape();
             return;
         }
-        if (takesKeys(event.target) || !store.singleKeys.peek()) return;
+        if (takesKeys(event.target) || !store.singleKeys.peek() || store.help.peek() || store.chooser.peek()) return;
         // A button that has the focus is pressed by the space bar.
         if (event.key === ' ' && event.target instanceof HTMLElement && event.target.matches('button, [type=checkbox]')) return;
         if (act(event.key)) event.preventDefault();

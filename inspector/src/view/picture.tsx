@@ -69,23 +69,8 @@ class View {
 
     // What painting depends on.
     private depend(): void {
-        const { scene, onlyDisplay, pose, hovered, selected, mode, probe, hits, dark, about, position } = store;
-        const all = [
-            scene,
-            onlyDisplay,
-            pose,
-            hovered,
-            selected,
-            mode,
-            probe,
-            hits,
-            dark,
-            about,
-            position,
-            dragged,
-            size,
-            moving,
-        ];
+        const { scene, onlyDisplay, pose, hovered, selected, mode, probe, hits, dark, mayChange } = store;
+        const all = [scene, onlyDisplay, pose, hovered, selected, mode, probe, hits, dark, mayChange, dragged, size, moving];
         for (const each of all) void each.value;
         void drawing.value;
     }
@@ -167,11 +152,7 @@ class View {
     // The selected touch region, if it can be dragged.
     private grippable(): { plane: Plane; bounds: Rectangle } | undefined {
         const item = store.selectedItem.peek();
-        const possible =
-            store.about.peek().changes &&
-            store.position.peek() === undefined &&
-            !store.apart.peek() &&
-            store.mode.peek() === 'look';
+        const possible = store.mayChange.peek() && !store.apart.peek() && store.mode.peek() === 'look';
         return possible && item?.kind === 'region' ? spotOf(this.figure, item.address) : undefined;
     }
 

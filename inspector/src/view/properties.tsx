@@ -18,7 +18,10 @@ function flattened(document: Document, path = ''): [string, unknown][] {
 
 // What keeps it from being shown or touched, and what would change that.
 function Why({ item }: { item: Item }) {
-    const findings = explain(store.scene.value, item).filter(({ level }) => level !== 'OK');
+    // That nothing is known of a displayable's layers is no reason why it is not shown; what is lost or not recorded is said above.
+    const findings = explain(store.scene.value, item).filter(
+        ({ level, rule }) => level !== 'OK' && rule !== 'displayable.unknown',
+    );
     const state = item.kind === 'popup' ? item.state : undefined;
     if (findings.length === 0 && state === undefined) return null;
     return (
@@ -64,7 +67,7 @@ function Members({ item }: { item: Item }) {
             <tbody>
                 {flattened(members).map(([name, value]) => (
                     <tr key={name}>
-                        <th scope="row">{name}</th>
+                        <th scope="row">{breakable(name)}</th>
                         <td>{shown(value)}</td>
                     </tr>
                 ))}
@@ -92,7 +95,7 @@ export function Properties() {
             </section>
         );
     }
-    const changes = store.about.value.changes && store.position.value === undefined;
+    const changes = store.mayChange.value;
     const stale = item && store.scene.value.stale.has(item.kind);
     return (
         <section class={`panel properties${stale ? ' stale' : ''}`} aria-label="Properties">

@@ -7,7 +7,7 @@ import { join } from 'node:path';
 import { createInterface } from 'node:readline';
 import { fileURLToPath } from 'node:url';
 
-const top = fileURLToPath(new URL('../../..', import.meta.url));
+export const top = fileURLToPath(new URL('../../..', import.meta.url));
 const bin = process.env['HMX_BIN'] ?? join(top, 'build/release/bin');
 
 export class Cockpit {
@@ -30,7 +30,9 @@ export class Cockpit {
     async startGateway(...words: string[]): Promise<void> {
         const port = this.url === '' ? '0' : new URL(this.url).port;
         const page = join(top, 'inspector/dist');
-        const child = this.start('hmxgateway', '--listen', `127.0.0.1:${port}`, '--page', page, ...words);
+        const recordings = join(top, 'share/recordings');
+        const usual = ['--listen', `127.0.0.1:${port}`, '--page', page, '--recordings', recordings];
+        const child = this.start('hmxgateway', ...usual, ...words);
         const lines = createInterface({ input: child.stdout as NonNullable<ChildProcess['stdout']> });
         this.url = await new Promise((found, failed) => {
             lines.once('line', (line) => found(line.replace(/^hmxgateway: /, '')));

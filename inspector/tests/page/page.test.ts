@@ -1,13 +1,13 @@
 // The page in a browser, with the real gateway, bridge and simulator.
 
-import { statSync } from 'node:fs';
+import { readFileSync, statSync } from 'node:fs';
 import { tmpdir } from 'node:os';
 import { join } from 'node:path';
 
 import { type Browser, chromium, type Locator, type Page } from 'playwright-core';
 import { afterAll, afterEach, beforeAll, beforeEach, expect, test } from 'vitest';
 
-import { Cockpit } from './cockpit';
+import { Cockpit, top } from './cockpit';
 
 const cockpit = new Cockpit();
 let browser: Browser;
@@ -156,6 +156,91 @@ test('a popup is requested and withdrawn; what happened can be gone back to', as
     await row(callAddress).getByText('shown').waitFor();
     await page.keyboard.press('Space');
     await row(callAddress).getByText('not requested').waitFor();
+});
+
+test('a recording is opened, scrubbed, stepped and played, and left for what is now', async () => {
+    const name = 'phone_call.jsonl';
+    const sample = join(top, 'share/recordings', name);
+    const fuel = '/popups/Driver_Display/Low_Fuel';
+    await visit(`#${fuel}`);
+    await page.keyboard.press('o');
+    await button(name).click();
+    const bar = page.locator('.recorded');
+    await bar.getByText('from 2026-11-22 13:39:27.929 to 13:39:29.445').waitFor();
+    await row(fuel).getByText('suppressed').waitFor();
+    const told = JSON.parse(cockpit.ctl('--from', sample, '--at', '1.2s', 'explain', fuel.slice(1), '-o', 'json')) as {
+        findings: { level: string; text: string; remedy: string }[];
+    };
+    expect(told.findings[0]?.text).toContain('Suppressed: Incoming_Call');
+    for (const { text, remedy } of told.findings.filter(({ level }) => level !== 'OK'))
+        for (const words of [text, remedy]) expect(await properties().textContent()).toContain(words);
+    expect((await button('Request').count()) + (await button('Draw region').count())).toBe(0);
+    await page.getByRole('slider').fill('700');
+    await row(fuel).getByText('shown').waitFor();
+    const link = page.url();
+    expect(link).toContain(`recording=${name}`);
+    await button('One change forward').click();
+    await row(fuel).getByText('suppressed').waitFor();
+    await page.getByRole('slider').fill('0');
+    await page.getByLabel('Speed').selectOption('10');
+    await button('Play').click();
+    await page.getByText('1.5 s of 1.5 s').waitFor();
+    await page.goto('about:blank');
+    await page.goto(link);
+    await row(fuel).getByText('shown').waitFor();
+    await button('Back to live').click();
+    await bar.waitFor({ state: 'detached' });
+    await button('Request').waitFor();
+    expect(page.url()).not.toContain('recording=');
+
+    // The same by drag and drop, with a line that is spoilt; then a file that is none.
+    const drop = async (text: string): Promise<void> => {
+        const transfer = await page.evaluateHandle((content) => {
+            const made = new DataTransfer();
+            made.items.add(new File([content], 'dropped.jsonl'));
+            return made;
+        }, text);
+        await page.dispatchEvent('main', 'dragover', { dataTransfer: transfer });
+        await page.dispatchEvent('main', 'drop', { dataTransfer: transfer });
+    };
+    await drop(readFileSync(sample, 'utf8').replace('{"t":3536081', '{"t":"x"'));
+    await bar.getByText('dropped.jsonl').waitFor();
+    await bar.getByText('2 lines are not as they should be').click();
+    await bar.getByText('line 4: no entry: "t" is not a whole number').waitFor();
+    await button('Back to live').click();
+    await drop('hello');
+    await page.getByText('dropped.jsonl cannot be opened: no recording').waitFor();
+});
+
+test('the time line is downloaded as a recording that hmxctl and the page read', async () => {
+    await visit(`#${callAddress}`);
+    request('Incoming_Call', true);
+    await row(callAddress).getByText('shown').waitFor();
+    request('Incoming_Call', false);
+    await row(callAddress).getByText('not requested').waitFor();
+    const [download] = await Promise.all([page.waitForEvent('download'), button('Download').click()]);
+    const file = await download.path();
+    const from = (...words: string[]): string => cockpit.ctl('--from', file, ...words);
+    for (const words of [
+        ['list', 'displays', '-o', 'json'],
+        ['list', 'displayables', '-o', 'json'],
+        ['list', 'popups', 'display=Driver_Display', '-o', 'json'],
+        ['tree'],
+        ['hit', 'Driver_Display', '900', '640'],
+        ['explain', 'displayables/1002'],
+        ['explain', 'displays/Driver_Display'],
+    ]) {
+        expect([words, from(...words)]).toEqual([words, cockpit.ctl(...words)]);
+    }
+    expect(from('watch', callAddress.slice(1), 'fields=visible', '--speed', 'max', '-o', 'jsonl')).toMatch(
+        /"visible":true[^]*"visible":false/,
+    );
+    await page.getByLabel('Recording', { exact: true }).setInputFiles(file);
+    await page.locator('.recorded').getByText('from').waitFor();
+    await row(callAddress).getByText('not requested').waitFor();
+    await page.keyboard.press(',');
+    await page.keyboard.press(',');
+    await row(callAddress).getByText('shown').waitFor();
 });
 
 test('a touch region is drawn, moved and deleted; what cannot be changed says why', async () => {
