@@ -8,6 +8,7 @@
 
 #include "bridge/display_conversion.h"
 #include "bridge/id_table.h"
+#include "bridge/spare_elements.h"
 #include "hmx/display_object.h"
 #include "hmx/displaymanager/displays_info.h"
 

@@ -16,7 +16,7 @@ struct ElementText {
 };
 
 // The elements of a page ("data"), or the one that the document is; elements without an id have the nil one. Nothing if it is not
-// a JSON object. What is inside elements is not checked. Thread: any.
+// a JSON object. Thread: any.
 [[nodiscard]] std::optional<std::vector<ElementText>> elementTexts(std::string_view document);
 
 }  // namespace hmxrelay

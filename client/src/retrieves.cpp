@@ -5,20 +5,16 @@
 
 #include "hmx/client/retrieves.h"
 
-#include <algorithm>
 #include <map>
 #include <utility>
+
+#include "backoff.h"
 
 namespace hmx::client {
 namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds shortestPause{20};
-constexpr milliseconds longestPause{400};
-constexpr milliseconds endedPause{1000};
-// How long one attempt to find a service may take.
-constexpr milliseconds attempt{2000};
 // How much of what has arrived is looked at before anything else gets a turn.
 constexpr int mostAtOnce = 64;
 
@@ -54,7 +50,7 @@ public:
 
     void askAgain(std::size_t which) {
         const auto found = followers_.find(which);
-        if (found != followers_.end() && found->second->number != 0) close(*found->second, longer(found->second->pause));
+        if (found != followers_.end() && found->second->number != 0) close(*found->second, backoff::next(found->second->pause));
     }
 
 private:
@@ -78,7 +74,7 @@ private:
         for (;;) {
             std::optional<Error> failure;
             try {
-                follower.service.emplace(co_await client_.service(follower.path, Deadline{attempt}));
+                follower.service.emplace(co_await client_.service(follower.path, Deadline{backoff::attempt}));
                 follower.number = ++lastNumber_;
                 open_[follower.number] = &follower;
                 follower.stream = follower.service->open(follower.query, inbox_, follower.number);
@@ -89,14 +85,12 @@ private:
             if (failure) {
                 failures_.emplace_back(follower.which, *failure);
                 more_.raiseHere();
-                follower.pause = longer(follower.pause);
+                follower.pause = backoff::next(follower.pause);
             }
             while (follower.number != 0) co_await follower.closed.raised();
             co_await client_.dispatcher().pause(follower.pause);
         }
     }
-
-    static milliseconds longer(milliseconds pause) { return std::clamp(pause * 2, shortestPause, longestPause); }
 
     void close(Follower& follower, milliseconds pause) {
         open_.erase(follower.number);
@@ -127,10 +121,10 @@ private:
             follower.pause = milliseconds{0};
             heard_({.which = follower.which, .kind = Heard::Kind::answer, .at = event.at, .response = event.response});
         } else if (event.kind == Event::Kind::completed) {
-            close(follower, endedPause);
+            close(follower, backoff::afterEnd);
             heard_({.which = follower.which, .kind = Heard::Kind::ended, .at = event.at, .error = error});
         } else {
-            close(follower, longer(follower.pause));
+            close(follower, backoff::next(follower.pause));
             heard_(failed(follower.which, event.at, *error));
         }
     }

@@ -1,8 +1,8 @@
 #include "hmx/client/service.h"
 
-#include <algorithm>
 #include <utility>
 
+#include "backoff.h"
 #include "kelo/headers.h"
 #include "kelo/tracing.h"
 
@@ -78,8 +78,7 @@ Task<std::optional<Answer>> Service::find(Query query, Deadline deadline) const 
 }
 
 Task<Answer> Service::ask(Service self, Query query, Deadline deadline) {
-    constexpr std::chrono::milliseconds longestPause{400};
-    std::chrono::milliseconds pause{20};
+    std::chrono::milliseconds pause = backoff::shortest;
     for (;;) {
         try {
             co_return co_await askOnce(self, query, deadline);
@@ -87,7 +86,7 @@ Task<Answer> Service::ask(Service self, Query query, Deadline deadline) {
             if (!self.style_.patient || !canRepeat(query, error) || deadline.left() <= pause) throw;
         }
         co_await self.dispatcher_->pause(pause);
-        pause = std::min(pause * 2, longestPause);
+        pause = backoff::next(pause);
     }
 }
 

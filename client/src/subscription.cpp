@@ -11,19 +11,13 @@
 
 #include "hmx/client/subscription.h"
 
-#include <algorithm>
-
+#include "backoff.h"
 #include "hmx/inputregions/service_path.h"
 #include "input_surface.h"
 
 namespace hmx::client {
 namespace {
 
-constexpr std::chrono::milliseconds shortestPause{20};
-constexpr std::chrono::milliseconds longestPause{400};
-constexpr std::chrono::milliseconds pollPause{1000};
-// How long an attempt to find the service and the element may take before it counts as failed.
-constexpr std::chrono::milliseconds attempt{2000};
 // How many updates are kept for a reader that does not take them.
 constexpr std::size_t mostUpdates = 16;
 
@@ -140,7 +134,7 @@ private:
     }
 
     Task<> open() {
-        const Deadline deadline = limit_ ? limit_->atMost(attempt) : Deadline{attempt};
+        const Deadline deadline = limit_ ? limit_->atMost(backoff::attempt) : Deadline{backoff::attempt};
         displays_.reset();
         if (!followed_.surface.empty()) {
             service_.emplace(co_await client_.service(std::string{kelo::hmx::inputregions::servicePath}, deadline));
@@ -188,7 +182,7 @@ private:
 
     // False when nothing will come any more.
     bool mends(const Error& error) {
-        pause_ = std::clamp(pause_ * 2, shortestPause, longestPause);
+        pause_ = backoff::next(pause_);
         close(pause_);
         if (error.isNotFound()) {
             fail(Update::Kind::missing, error);
@@ -212,7 +206,7 @@ private:
         const std::size_t index = event.source - firstSource_;
         const std::optional<Error> error = service_->errorOf(queries_[index], event);
         if (event.kind == Event::Kind::completed) {
-            close(pollPause);
+            close(backoff::afterEnd);
             fail(Update::Kind::ended, *error);
             return true;
         }
@@ -224,7 +218,7 @@ private:
             std::vector<std::string> names;
             for (const Json& display : elementsIn(event.response.payload())) names.push_back(text(display, "name"));
             if (names != *displays_) {
-                close(shortestPause);
+                close(backoff::shortest);
                 return true;
             }
             if (sources_[index].elements || sources_.size() > 1) return true;

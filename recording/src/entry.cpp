@@ -14,13 +14,14 @@
 #include <optional>
 #include <utility>
 
-#include "json_text.h"
+#include "hmx/client/json_text.h"
 
 namespace hmx::recording {
 namespace {
 
 using client::compact;
 using client::Error;
+using client::JsonText;
 using client::member;
 using client::text;
 

@@ -10,6 +10,7 @@
 #include <utility>
 
 #include "hmx/client/elements.h"
+#include "hmx/client/json_text.h"
 #include "hmx/client/resources.h"
 #include "hmx/client/retrieves.h"
 #include "hmx/displaymanager/service_path.h"
@@ -19,7 +20,6 @@
 #include "hmx/recording/trail.h"
 #include "hmx/regionconfiguration_object_display_enum.h"
 #include "hmx/regionconfiguration_object_hmi_enum.h"
-#include "json_text.h"
 #include "kelo/path.h"
 
 namespace hmx::recording {
@@ -28,6 +28,7 @@ namespace {
 using client::Error;
 using client::Heard;
 using client::Json;
+using client::treeOf;
 using std::chrono::nanoseconds;
 
 // How much of what has arrived waits to be written.

@@ -17,13 +17,15 @@
 #include <map>
 #include <utility>
 
-#include "json_text.h"
+#include "hmx/client/json_text.h"
 
 namespace hmx::recording {
 namespace {
 
 using client::Error;
+using client::JsonText;
 using client::member;
+using client::treeOf;
 
 // A whole answer is due when the changes since the last one are larger than this many of it, and than this many bytes.
 constexpr std::size_t mostTimesWhole = 4;

@@ -38,7 +38,7 @@ using nlohmann::ordered_json;
 // What leaves room for the headers in a frame of the usual size.
 constexpr std::size_t mostRequestBytes = 900U << 10U;
 
-const tracing::Channel channel{"HMXSIM_CONTROL"};
+const tracing::Channel controlChannel{"HMXSIM_CONTROL"};
 
 Response json(std::string_view text) {
     return Response{200, kelo::Payload::copyOf(text, kelo::MimeType{kelo::mimetypes::MimeTypeID::json})};
@@ -174,7 +174,8 @@ void Control::runStep(const PlannedStep& step) {
                                 kelo::Payload::copyOf(step.body, kelo::MimeType{kelo::mimetypes::MimeTypeID::json})};
     const Response response = answer(request);
     if (!isError(response)) return;
-    tracing::logCV(channel, 4, "planned %s %s failed: %s", step.command.c_str(), step.path.c_str(), response.toString().c_str());
+    tracing::logCV(controlChannel, 4, "planned %s %s failed: %s", step.command.c_str(), step.path.c_str(),
+                   response.toString().c_str());
 }
 
 Service* Control::findService(std::string_view name) const noexcept {

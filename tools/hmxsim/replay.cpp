@@ -31,7 +31,7 @@ using hmx::recording::Reader;
 using std::chrono::nanoseconds;
 using namespace std::chrono_literals;
 
-const tracing::Channel channel{"HMXSIM_REPLAY"};
+const tracing::Channel replayChannel{"HMXSIM_REPLAY"};
 
 constexpr nanoseconds shortestStep = 500us;   // between two entries
 constexpr nanoseconds timeToLose = 100ms;     // of a manager that goes
@@ -191,7 +191,7 @@ void Replay::goOn() {
     }
     if (at_ < plan_.end) return schedule();
     isOver_ = true;
-    tracing::logCV(channel, 2, "the replay of %s has ended", plan_.options.file.c_str());
+    tracing::logCV(replayChannel, 2, "the replay of %s has ended", plan_.options.file.c_str());
     if (!plan_.options.loops) return;
     timers_.at(timers_.now() + pauseBetweenRounds, [this, turn = ++turn_] {
         if (turn != turn_) return;
@@ -219,7 +219,7 @@ std::optional<ManagerId> Replay::apply(const Entry& entry) {
     try {
         describe(world_, moment_.apply(entry));
     } catch (const Error& error) {
-        tracing::logCV(channel, 4, "%s, line %llu: %s", plan_.options.file.c_str(),
+        tracing::logCV(replayChannel, 4, "%s, line %llu: %s", plan_.options.file.c_str(),
                        static_cast<unsigned long long>(reader_->line()), error.what());
         return {};
     }

@@ -16,7 +16,7 @@ using nlohmann::ordered_json;
 constexpr std::size_t mostKept = 1000;
 constexpr std::size_t mostKeptBytes = 16U << 20U;
 
-const tracing::Channel channel{"HMXSIM_REQUESTS"};
+const tracing::Channel requestChannel{"HMXSIM_REQUESTS"};
 
 // The body as JSON, whatever it was written in; false when it is no document.
 bool asJson(const kelo::Payload& payload, ordered_json& json) {
@@ -105,7 +105,7 @@ std::string RequestLog::lineOf(const Entry& entry) {
 void RequestLog::record(const Entry& entry) {
     *out_ << lineOf(entry) << '\n' << std::flush;
     if (*out_) return;
-    tracing::logC(channel, 4, "requests are recorded no longer: the file cannot be written");
+    tracing::logC(requestChannel, 4, "requests are recorded no longer: the file cannot be written");
     out_ = nullptr;
 }
 

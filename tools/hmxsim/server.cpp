@@ -17,7 +17,7 @@ namespace hmxsim {
 
 namespace {
 
-const tracing::Channel channel{"HMXSIM"};
+const tracing::Channel serverChannel{"HMXSIM"};
 
 }  // namespace
 
@@ -126,7 +126,7 @@ void Server::close(std::string_view service, std::chrono::milliseconds reopenAft
 }
 
 void Server::crash() {
-    tracing::logC(channel, 4, "crashing, as a fault demands");
+    tracing::logC(serverChannel, 4, "crashing, as a fault demands");
     ::_exit(1);
 }
 

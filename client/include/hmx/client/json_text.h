@@ -9,7 +9,7 @@
 #include "hmx/client/document.h"
 #include "util/serializer/structured_serializer.h"
 
-namespace hmx::recording {
+namespace hmx::client {
 
 // What cannot be read makes it bad; then everything else it says is empty. Refers to the text. Thread: one at a time.
 class JsonText {
@@ -42,7 +42,7 @@ public:
     }
     // The text of the next value, checked.
     std::string_view value();
-    client::Json tree();
+    Json tree();
     std::string string();
     std::int64_t integer();
     bool boolean();
@@ -61,6 +61,6 @@ private:
 };
 
 // The tree of a text that was checked. Errors: Error, unreadable.
-[[nodiscard]] client::Json treeOf(std::string_view text);
+[[nodiscard]] Json treeOf(std::string_view text);
 
-}  // namespace hmx::recording
+}  // namespace hmx::client

@@ -1,4 +1,4 @@
-#include "json_text.h"
+#include "hmx/client/json_text.h"
 
 #include <span>
 
@@ -6,7 +6,7 @@
 #include "kelo/serializer/factory.h"
 #include "kelo/std/error_storage.h"
 
-namespace hmx::recording {
+namespace hmx::client {
 namespace {
 
 using kelo::mimetypes::MimeTypeID;
@@ -46,9 +46,9 @@ std::string_view JsonText::value() {
     return isBad_ ? std::string_view{} : text_.substr(begin, reader_->offset() - begin);
 }
 
-client::Json JsonText::tree() {
+Json JsonText::tree() {
     const std::string_view text = value();
-    return isBad_ ? client::Json{} : treeOf(text);
+    return isBad_ ? Json{} : treeOf(text);
 }
 
 std::string JsonText::string() {
@@ -74,8 +74,8 @@ bool JsonText::isDone() {
     return !isBad_;
 }
 
-client::Json treeOf(std::string_view text) {
-    return client::decode(kelo::Payload::borrow(bytesOf(text), kelo::MimeType{MimeTypeID::json}));
+Json treeOf(std::string_view text) {
+    return decode(kelo::Payload::borrow(bytesOf(text), kelo::MimeType{MimeTypeID::json}));
 }
 
-}  // namespace hmx::recording
+}  // namespace hmx::client
