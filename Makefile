@@ -48,7 +48,7 @@ test: setup ## Build everything and run all tests; with SANITIZE=address or SANI
 	@packaging/test.sh $(PRESET) $(JOBS)
 
 campaign: setup ## Check everything that the programs promise, in at most half an hour; CAMPAIGN='--seed N --only NAME' repeats one check
-	@packaging/build.sh $(PRESET) $(JOBS) hmxcampaign
+	@packaging/build.sh $(PRESET) $(JOBS) hmxcampaign hmxrelay hmxforeigner
 	@packaging/campaign.sh $(BUILD) $(JOBS) $(CAMPAIGN)
 
 coverage: setup ## Build with coverage, run all tests except the campaign, and report which lines they ran

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
-# Checks the promises of a build's programs, then races requests under both sanitizers. With arguments, runs only hmxcampaign,
-# with these arguments.
+# Checks the promises of a build's programs, then the relay's through a hundred random deaths between two machines, then races
+# requests under both sanitizers. With arguments, runs only hmxcampaign, with these arguments.
 # Usage: campaign.sh BUILD_DIR JOBS [ARGUMENT...]
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -11,6 +11,7 @@ shift 2
 failed=0
 "$build/bin/hmxcampaign" "$@" || failed=$?
 if [ "$#" -eq 0 ]; then
+    python3 tests/programs/relay.py "$build/bin" --deaths 100 || failed=1
     for sanitizer in address thread; do
         cmake --preset "$sanitizer" >/dev/null
         cmake --build --preset "$sanitizer" -j "$jobs" --target hmxraces -- --quiet

@@ -136,6 +136,11 @@ def requested(machine, words=()):
     return done.returncode == 0 and json.loads(done.stdout)["requested"] is True
 
 
+def data(machine):
+    done = machine.ctl("get", VOLUME, "-o", "json")
+    return json.loads(done.stdout).get("requestData") if done.returncode == 0 else None
+
+
 def origin(b, service="/hmx@cluster"):
     done = b.ctl("call", service, "retrieve", "/relay", "-o", "json")
     return json.loads(done.stdout) if done.returncode == 0 else {}
@@ -151,6 +156,23 @@ class Watcher:
 
     def events(self):
         return [json.loads(line) for line in Path(self.file.name).read_text().splitlines() if line.endswith("}")]
+
+    def state(self):
+        """The elements that the events lead to, by id; each event must change something, and nothing may happen in a loss."""
+        state, lost = {}, False
+        for event in self.events():
+            what = event["event"]
+            if what in ("changed", "removed"):
+                expect(f"in a loss: {event}", not lost)
+                expect(f"{what} twice: {event}", state.get(event["id"]) != event.get("element"))
+            if what == "snapshot":
+                state = {element["id"]: element for element in event["elements"]}
+            elif what == "changed":
+                state[event["id"]] = event["element"]
+            elif what == "removed":
+                del state[event["id"]]
+            lost = what == "source-down" or (lost and what != "source-up")
+        return state
 
     def close(self):
         self.process.kill()
@@ -299,13 +321,27 @@ def foreigners(a, b, network):
 
 
 def deaths(network, a, b, export, count, seed):
-    """Random deaths; each time, everybody who watches is at the true state soon after all lives again."""
+    """Random deaths; each time, everybody who watches is at the true state soon after all lives again, and has heard of every
+    change once. A change that was answered with success is there; others were told why not."""
     choose = random.Random(seed)
-    slowest = 0.0
+    slowest, changes, refused = 0.0, 0, 0
+    watchers = {each: Watcher(b, "--service", "/hmx@cluster", "watch", each) for each in LISTS}
+
+    def watched():
+        for each, watcher in watchers.items():
+            done = a.ctl("list", each, "-o", "json")
+            if done.returncode != 0 or watcher.state() != {element["id"]: element for element in json.loads(done.stdout)["data"]}:
+                return False
+        return True
+
     for number in range(count):
         # "import" last, because the watchers of a killed import find their way alone.
         who = choose.choice(["hmxtolubridge", "hmxsim", "export", "import", "link"])
         a.ctl("update", VOLUME, f"requested={choose.choice(['true', 'false'])}")
+        words = ("--timeout", "10s", "--service", "/hmx@cluster", "update", VOLUME_ID, f"requestData={number}")
+        change = subprocess.Popen([b.binaries / "hmxctl", *words], env=b.environment, text=True, stdin=subprocess.DEVNULL,
+                                  stdout=subprocess.PIPE, stderr=subprocess.PIPE)
+        time.sleep(choose.uniform(0, 0.02))
         if who == "link":
             network.cut("a")
             time.sleep(choose.uniform(0, 2))
@@ -323,10 +359,18 @@ def deaths(network, a, b, export, count, seed):
             a.kill(who)
             time.sleep(choose.uniform(0, 0.5))
             a.start(who, *(["--world", "cockpit"] if who == "hmxsim" else []))
+        out, told = change.communicate(timeout=15)
+        changes += change.returncode == 0
+        refused += change.returncode != 0
+        expect(f"an end without a word: {change.returncode} {out} {told}", change.returncode == 0 or told.strip() != "")
         until("the origin itself", lambda: all(a.ctl("list", each).returncode == 0 for each in LISTS), 10)
-        took = until(f"death {number} of {who}, seed {seed}", lambda: same(a, b), LEASE + 2 + 1.5)
+        took = until(f"death {number} of {who}, seed {seed}", lambda: same(a, b) and watched(), LEASE + 2 + 1.5)
         slowest = max(slowest, took)
-    print(f"relay: {count} deaths, the slowest recovery took {slowest:.2f} s")
+        # A simulator that comes back begins anew.
+        expect(f"death {number} of {who}, seed {seed}: a change is lost", change.returncode != 0 or who == "hmxsim" or data(a) == str(number))
+    for watcher in watchers.values():
+        watcher.close()
+    print(f"relay: {count} deaths, the slowest recovery took {slowest:.2f} s; {changes} changes made, {refused} refused with a reason")
 
 
 def main():
