@@ -116,6 +116,7 @@ std::string Recordings::list() const {
         more = true;
     }
     std::vector<std::string> recordings;
+    recordings.reserve(found.size());
     for (const auto& [file, status] : found) {
         recordings.push_back(json::object({{"name", json::text(file)},
                                            {"size", std::to_string(status.st_size)},

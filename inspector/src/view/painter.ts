@@ -285,7 +285,7 @@ export class Painter {
             const onPlane = { a: plane.a / scale, b: plane.b / scale, d: plane.d / scale, e: corner.x, f: corner.y };
             const size = { width: bounds.width * scale, height: bounds.height * scale };
             const context = this.upon(onPlane, shot.density);
-            context.globalAlpha = shot.stale.has('popup') || (layer && !layer.active) ? 0.45 : 1;
+            context.globalAlpha = layer && !layer.active ? 0.45 : shot.stale.has('popup') ? 0.8 : 1;
             paintCard(context, shot.colours, popup.label, popup.state, size);
             context.globalAlpha = 1;
         }

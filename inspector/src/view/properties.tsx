@@ -1,6 +1,6 @@
 // The properties of what is selected: what it is, why it is not shown, its members, and what can be done with it.
 
-import { breakable, type Document, isDocument, shown } from '../model/documents';
+import { breakable, type Document, isDocument, list, shown, text } from '../model/documents';
 import { explain } from '../model/explain';
 import { detailOf, markOf } from '../model/outline';
 import { stateMarks, stateWords } from '../model/popup_state';
@@ -56,12 +56,25 @@ const kindNames: Record<Item['kind'], string> = {
 
 function sourceOf(item: Item): string {
     if (item.kind === 'region') return `As the input manager of ${item.display} reports it; not part of /hmx.`;
+    if (item.kind === 'displayable' && isDocument(item.document['upstream']))
+        return 'Layers and flags are those of the display manager; not part of /hmx.';
     return item.kind === 'layer' ? `Of the layer configuration of ${item.display}.` : '';
 }
 
+// Its members as people look for them.
+function membersOf(item: Item): Document {
+    if (item.kind === 'layer') return { ...item.document, popups: item.popups.length, regions: item.regions.length };
+    if (item.kind !== 'displayable') return item.document;
+    const { upstream, ...members } = item.document;
+    if (!isDocument(upstream)) return members;
+    // The display manager says some of it again; its layers are found by their names.
+    const more = Object.entries(upstream).filter(([member]) => !(member in members));
+    const layers = list(upstream, 'layers').map((layer) => text(layer, 'name') || `#${shown(layer['id'])}`);
+    return { ...members, ...Object.fromEntries(more), ...('layers' in upstream && { layers: layers.join(', ') }) };
+}
+
 function Members({ item }: { item: Item }) {
-    const members =
-        item.kind === 'layer' ? { ...item.document, popups: item.popups.length, regions: item.regions.length } : item.document;
+    const members = membersOf(item);
     return (
         <table class="members">
             <tbody>
