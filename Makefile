@@ -5,7 +5,8 @@ SHELL := /bin/bash
 .NOTPARALLEL:
 
 SANITIZE ?=
-PRESET := $(if $(SANITIZE),$(SANITIZE),release)
+ARCH ?=
+PRESET := $(or $(ARCH),$(SANITIZE),release)
 BUILD := build/$(PRESET)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
@@ -16,16 +17,23 @@ ifneq ($(filter-out address thread,$(SANITIZE)),)
 $(error SANITIZE is '$(SANITIZE)'; it takes address or thread)
 endif
 
+ifneq ($(filter-out arm64,$(ARCH)),)
+$(error ARCH is '$(ARCH)'; it takes arm64, or nothing for this machine's own)
+endif
+ifneq ($(and $(ARCH),$(SANITIZE)),)
+$(error SANITIZE is for this machine's own architecture)
+endif
+
 .PHONY: help setup build inspector relay dlt run test campaign coverage lint bench fuzz install clean
 
 help: ## Show this list
 	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-9s %s\n' "$$name" "$$text"; done
 
 setup: ## Install the Debian packages that building and testing need, as root or with sudo
-	@packaging/setup.sh run test
+	@packaging/setup.sh run test $(if $(ARCH),$(ARCH) $(ARCH)test)
 
-build: ## Build the programs into build/release/bin
-	@packaging/setup.sh run
+build: ## Build the programs into build/release/bin; with ARCH=arm64 for 64-bit Arm, into build/arm64/bin
+	@packaging/setup.sh run $(ARCH)
 	@packaging/build.sh $(PRESET) $(JOBS) programs
 
 inspector: ## Build the page that the gateway serves into inspector/dist
@@ -43,7 +51,7 @@ dlt: ## Build the module that puts the log into DLT, for KELO_TRACE_SINK=dlt
 run: build ## Start the simulator, the bridge and the gateway, show a cockpit's resources, run until interrupted
 	@packaging/run.sh $(BUILD)/bin
 
-test: setup ## Build everything and run all tests; with SANITIZE=address or SANITIZE=thread under sanitizers
+test: setup ## Build everything and run all tests; with SANITIZE=address or SANITIZE=thread under sanitizers, with ARCH=arm64 for 64-bit Arm, emulated
 	@packaging/build.sh $(PRESET) $(JOBS) all
 	@packaging/test.sh $(PRESET) $(JOBS)
 

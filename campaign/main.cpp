@@ -17,11 +17,12 @@ namespace {
 using campaign::Clock;
 
 constexpr char usage[] =
-    "usage: hmxcampaign [--cut] [--seed N] [--only NAME]... [--keep] [--list]\n"
+    "usage: hmxcampaign [--cut] [--seed N] [--only NAME]... [--programs DIR] [--keep] [--list]\n"
     "Holds the programs beside it to what they promise.\n"
     "  --cut        a short run of everything\n"
     "  --seed N     repeats what was drawn in the run that printed N\n"
     "  --only NAME  this promise alone; may be given again\n"
+    "  --programs DIR  the programs there, not those beside it\n"
     "  --keep       leave the directories behind, with what the programs wrote\n"
     "  --list       name the promises and end\n";
 
@@ -89,6 +90,8 @@ int main(int argc, char** argv) {
             scope.keep = true;
         } else if (argument == "--seed" && hasValue) {
             scope.seed = std::strtoull(arguments[++i].c_str(), nullptr, 10);
+        } else if (argument == "--programs" && hasValue) {
+            scope.programs = arguments[++i];
         } else if (argument == "--only" && hasValue) {
             only.emplace_back(arguments[++i]);
         } else if (argument == "--list") {

@@ -54,6 +54,12 @@ function(hmx_floor name)
   target_link_libraries(${name} PUBLIC ${ARG_LINKS} PRIVATE $<BUILD_INTERFACE:hmx_options> ${ARG_PRIVATE})
 endfunction()
 
+# Where tests start the programs. Those of another architecture are started through the emulator, by scripts of the same names.
+set(HMX_PROGRAMS "${CMAKE_BINARY_DIR}/bin")
+if(CMAKE_CROSSCOMPILING_EMULATOR)
+  string(APPEND HMX_PROGRAMS "/emulated")
+endif()
+
 # hmx_program(NAME MAIN FILE... [LINKS TARGET...])
 function(hmx_program name)
   cmake_parse_arguments(ARG "" "" "MAIN;LINKS" ${ARGN})
@@ -63,6 +69,9 @@ function(hmx_program name)
   if(CMAKE_BUILD_TYPE STREQUAL "Release" AND HMX_SANITIZE STREQUAL "")
     # Loading and binding the C++ library would take a quarter of the time to a program's first answer, and 0.8 MiB.
     target_link_options(${name} PRIVATE -static-libstdc++ -static-libgcc)
+  endif()
+  if(CMAKE_CROSSCOMPILING_EMULATOR)
+    add_custom_command(TARGET ${name} POST_BUILD COMMAND ${CMAKE_CROSSCOMPILING_EMULATOR} --make "$<TARGET_FILE:${name}>" VERBATIM)
   endif()
 endfunction()
 

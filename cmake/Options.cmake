@@ -47,7 +47,7 @@ if(HMX_CCACHE AND HMX_CCACHE_PROGRAM)
   list(APPEND CMAKE_CXX_COMPILER_LAUNCHER "${HMX_CCACHE_PROGRAM}")
 endif()
 find_program(HMX_MOLD_PROGRAM mold)
-if(HMX_MOLD AND HMX_MOLD_PROGRAM)
+if(HMX_MOLD AND HMX_MOLD_PROGRAM AND NOT CMAKE_CROSSCOMPILING)  # the cross compiler does not find it
   add_link_options(-fuse-ld=mold)
 endif()
 

@@ -19,7 +19,7 @@ fi
 options=()
 configure=
 case "$preset" in
-release) [ -f "$cache" ] || options+=(-DHMX_QUICK=ON) ;;
+release | arm64) [ -f "$cache" ] || options+=(-DHMX_QUICK=ON) ;;
 esac
 # Ninja notices changed CMake files and new sources by itself, but not changed presets.
 if [ ! -f "$build/build.ninja" ] || [ CMakePresets.json -nt "$build/build.ninja" ]; then

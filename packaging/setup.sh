@@ -8,8 +8,13 @@ sets=$(IFS='|'; echo "${*:-run|test}")
 mapfile -t wanted < <(awk -v sets="$sets" '!/^#/ && ("," $2 ",") ~ ",(" sets ")," {print $1}' packages.txt | sort)
 # A package is also there when an installed one provides it, as some builds of nodejs do with npm.
 mapfile -t missing < <(comm -23 <(printf '%s\n' "${wanted[@]}") \
-    <(dpkg-query -W -f '${db:Status-Abbrev} ${Package}, ${Provides}\n' | sed -n 's/^.i  *//p' | tr ',' '\n' |
-        sed 's/^ *//; s/ .*//' | sort -u))
+    <(dpkg-query -W -f '${db:Status-Abbrev} ${Architecture} ${Package}, ${Provides}\n' | sed -n 's/^.i  *//p' |
+        awk -v native="$(dpkg --print-architecture)" '{
+            suffix = $1 == native || $1 == "all" ? "" : ":" $1
+            sub(/^[^ ]* /, "")
+            count = split($0, names, /, */)
+            for (i = 1; i <= count; i++) { sub(/ .*/, "", names[i]); print names[i] suffix }
+        }' | sort -u))
 if [ "${#missing[@]}" -eq 0 ]; then
     exit 0
 fi
@@ -28,6 +33,11 @@ if [ "$(id -u)" -ne 0 ]; then
     sudo true # asks for the password before anything else is printed
 fi
 echo "setup: installing ${missing[*]}"
+mapfile -t foreign < <(printf '%s\n' "${missing[@]}" | sed -n 's/.*://p' | sort -u |
+    comm -23 - <(dpkg --print-foreign-architectures | sort))
+for architecture in "${foreign[@]}"; do
+    "${as_root[@]}" dpkg --add-architecture "$architecture"
+done
 "${as_root[@]}" apt-get -qq -o DPkg::Lock::Timeout=300 update
 # APT reports its progress on standard output, to the filter; errors go to standard error.
 "${as_root[@]}" apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 -o APT::Status-Fd=1 install --no-install-recommends -y \
