@@ -38,6 +38,7 @@
 #include "hmx/regionconfigurations_service.h"
 #include "kelo/func_call_event.h"
 #include "kelo/std/error_storage.h"
+#include "kelo/supervisor/signals.h"
 #include "osal/condition.h"
 #include "osal/mutex.h"
 #include "osal/osal.h"
@@ -221,6 +222,7 @@ int run(int argc, const char* const* argv) noexcept {
         return reply.status;
     }
     return guarded([&] {
+        kelo::supervisor::leaveSignalsToRuntime();
         const std::ErrorStorage errorStorage{&std::ErrorStorage::action_dump_to_stdout};
         const osal::Osal osal{true, false};
         const auto util = util::Util::init(applicationName, true, false, true, false);

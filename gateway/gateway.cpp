@@ -77,6 +77,7 @@ Gateway::Gateway(EventLoop& loop, hmx::client::Client& client, GatewayOptions op
       admission_{options_.admission},
       hub_{newGeneration()},
       forwarder_{client},
+      supervision_{loop, client},
       server_{loop, *this, std::move(listening)},
       comments_{loop,
                 [this] {
@@ -90,6 +91,7 @@ Gateway::Gateway(EventLoop& loop, hmx::client::Client& client, GatewayOptions op
     };
     loop_.watch(client_.descriptor(), EPOLLIN, [this] { hasNews_ = true; });
     loop_.afterTurn([this] { turn(); });
+    loop_.again();  // the supervisor is told without waiting for the first request
 }
 
 Gateway::~Gateway() {
@@ -105,6 +107,7 @@ void Gateway::turn() {
     hub_.forgetTexts();
     if (server_.isReady()) loop_.again();
     dispatches_.set(client_.nextTimer());
+    supervision_.turn();
 }
 
 // --- Admission ---------------------------------------------------------------------------------------------------------------

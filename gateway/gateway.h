@@ -14,6 +14,7 @@
 #include "page.h"
 #include "recordings.h"
 #include "router.h"
+#include "supervision.h"
 
 namespace hmxgateway {
 
@@ -61,6 +62,7 @@ private:
     EventHub hub_;
     Forwarder forwarder_;
     std::string openApi_;
+    Supervision supervision_;
     HttpServer server_;  // ends first: viewers stand on the hub
     Timer comments_;
     Timer expiry_;

@@ -2,6 +2,7 @@
 
 #include <sys/epoll.h>
 #include <sys/signalfd.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <exception>
@@ -16,6 +17,7 @@
 #include "options.h"
 #include "osal/osal.h"
 #include "page.h"
+#include "tracing/levels.h"
 #include "util/util.h"
 
 namespace hmxgateway {
@@ -23,13 +25,27 @@ namespace {
 
 constexpr const char* name = "hmxgateway";
 
-// The signals that end the process. They are blocked, so that all threads leave them to the loop.
-Descriptor endingSignals() {
-    sigset_t ending;
-    sigemptyset(&ending);
-    sigaddset(&ending, SIGINT);
-    sigaddset(&ending, SIGTERM);
-    return Descriptor{::signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK)};
+// The signals that end the process or have it read its settings again. They are blocked, so that all threads leave them to the
+// loop.
+Descriptor directingSignals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGINT);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGHUP);
+    (void)::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return Descriptor{::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK)};
+}
+
+void obeySignals(int descriptor, EventLoop& loop) {
+    signalfd_siginfo signal{};
+    while (::read(descriptor, &signal, sizeof signal) == sizeof signal) {
+        if (signal.ssi_signo == SIGHUP) {
+            tracing::reloadThresholds();
+        } else {
+            loop.stop();
+        }
+    }
 }
 
 GatewayOptions gatewayOptions(const Options& options, const Listening& listening) {
@@ -62,7 +78,8 @@ void findBridge(hmx::client::Client& client) {
 }
 
 int serve(const Options& options) {
-    const Descriptor signals = endingSignals();
+    const Descriptor signals = directingSignals();
+    tracing::reloadThresholds();
     Listening listening{options.listen};
     GatewayOptions made = gatewayOptions(options, listening);
     const bool hasPage = made.page.size() > 0;
@@ -78,7 +95,7 @@ int serve(const Options& options) {
     findBridge(client);
 
     EventLoop loop;
-    loop.watch(signals.get(), EPOLLIN, [&] { loop.stop(); });
+    loop.watch(signals.get(), EPOLLIN, [&] { obeySignals(signals.get(), loop); });
     Gateway gateway{loop, client, std::move(made), listening.takeSocket()};
     std::cout << name << ": " << listening.url() << std::endl;
     if (!hasPage) std::cerr << name << ": the inspector's page is not there; only the API is served\n";

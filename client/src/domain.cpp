@@ -54,7 +54,7 @@ RuntimeOptions placeOf(const DomainOptions& options) {
 
 // What the runtime's thread tells the dispatcher's. Thread: any.
 struct News {
-    std::mutex mutex;
+    mutable std::mutex mutex;
     Signal::Raiser arrived;
 };
 
@@ -159,6 +159,12 @@ public:
             state.mimeTypes = info.mimeTypes;
         }
         co_return states;
+    }
+
+    bool isAlive(std::string_view path) const override {
+        const auto found = known_.find(path);
+        const std::lock_guard lock{news_.mutex};
+        return found != known_.end() && found->second->aliveLocked();
     }
 
     std::string where() const override {

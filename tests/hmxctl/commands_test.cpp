@@ -468,6 +468,23 @@ TEST(Status, ShowsClientsAsOneTable) {
     EXPECT_EQ(services.run({"status"}).out, "published\n  PATH  CONNECTIONS\n  /hmx            1\n");
 }
 
+TEST(Trace, ShowsLevelsAndChangesThoseThatThereAre) {
+    ScriptedServices services;
+    services.hmx().on("retrieve /$platform/trace", R"([{"channel":"A","level":2},{"channel":"LONGER","level":2}])");
+    services.hmx().on("update /$platform/trace", R"([{"channel":"A","level":1},{"channel":"LONGER","level":2}])");
+    EXPECT_EQ(services.run({"trace"}).out, "CHANNEL  LEVEL\nA            2\nLONGER       2\n");
+    EXPECT_EQ(services.run({"trace", "A=1", "*=4"}).out, "CHANNEL  LEVEL\nA            1\nLONGER       2\n");
+    EXPECT_EQ(services.hmx().asked.back(), R"(update /$platform/trace [{"channel":"A","level":1},{"channel":"*","level":4}])");
+    const auto asked = services.hmx().asked.size();
+    for (const auto& [word, text] :
+         {std::pair{"A", "CHANNEL=LEVEL"}, {"A=6", "CHANNEL=LEVEL"}, {"=1", "CHANNEL=LEVEL"}, {"LONGR=1", "LONGER"}}) {
+        const Outcome outcome = services.run({"trace", word});
+        EXPECT_EQ(outcome.code, ExitCode::usage) << word;
+        EXPECT_NE(outcome.err.find(text), std::string::npos) << outcome.err;
+    }
+    EXPECT_EQ(services.hmx().asked.size(), asked + 1) << "only the channels were asked for";
+}
+
 TEST(Describe, ShowsRecordsAndRoutes) {
     ScriptedServices services;
     const Outcome popups = services.run({"describe", "popups", "-o", "json"});

@@ -147,6 +147,9 @@ public:
         return {};
     }
     std::vector<std::string> services() override { return {"/hmx", "/hmxsim"}; }
+    std::vector<std::string> channels(const std::string& service) override {
+        return {service == "/hmx" ? "KELO_RUNTIME" : "HMXSIM"};
+    }
 };
 
 TEST(Completion, OffersWhatCanComeNext) {
@@ -171,6 +174,10 @@ TEST(Completion, OffersWhatCanComeNext) {
         {"hmxctl update popups/Driver_Display/Phone req", "requestData= requested="},
         {"hmxctl call /hmx", "/hmx /hmxsim"},
         {"hmxctl call /hmx ins", "insert"},
+        {"hmxctl trace ", "/hmx /hmxsim KELO_RUNTIME="},
+        {"hmxctl trace /hmxsim ", "HMXSIM="},
+        {"hmxctl trace KELO_RUNTIME=",
+         "KELO_RUNTIME=0 KELO_RUNTIME=1 KELO_RUNTIME=2 KELO_RUNTIME=3 KELO_RUNTIME=4 KELO_RUNTIME=5"},
         {"hmxctl hit C", "Cluster_Display"},
         {"hmxctl hit Cluster_Display ", ""},
         {"hmxctl sim fa", "fault"},

@@ -68,8 +68,8 @@ class Cockpit:
             time.sleep(0.02)
 
     def run(self, words, **options):
-        options = {"capture_output": True, "text": True, "stdin": subprocess.DEVNULL, "timeout": 60, **options}
-        return subprocess.run(words, env=self.environment, check=False, **options)
+        options = {"capture_output": True, "text": True, "stdin": subprocess.DEVNULL, "timeout": 60, "check": False, **options}
+        return subprocess.run(words, env=self.environment, **options)
 
     def ctl(self, *words, **options):
         return self.run(["hmxctl", *words], **options)

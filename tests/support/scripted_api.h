@@ -140,6 +140,7 @@ public:
         }
         co_return states;
     }
+    bool isAlive(std::string_view /*path*/) const override { return true; }
     std::string where() const override { return "the test"; }
 
 private:

@@ -201,6 +201,13 @@ void offerSimWord(Offers& out, const std::vector<std::string>& words, NameSource
     }
 }
 
+void offerChannels(Offers& out, NameSource& names, const std::string& service) {
+    const std::size_t equals = out.current().find('=');
+    if (equals != std::string::npos)
+        return out.offerAll(std::array{"0", "1", "2", "3", "4", "5"}, out.current().substr(0, equals + 1));
+    for (const std::string& channel : names.channels(service)) out.offer(channel + "=");
+}
+
 void offerFirstWord(Offers& out, const Verb& verb, NameSource& names) {
     switch (verb.first) {
         case FirstWord::resource:
@@ -225,6 +232,9 @@ void offerFirstWord(Offers& out, const Verb& verb, NameSource& names) {
             return out.offerAll(completionShells());
         case FirstWord::simCommand:
             return out.offerAll(simActions);
+        case FirstWord::channel:
+            out.offerAll(names.services());
+            return offerChannels(out, names, std::string{hmxService});
         case FirstWord::none:
             if (verb.name == "diff") out.offer("live");
             return;
@@ -234,6 +244,9 @@ void offerFirstWord(Offers& out, const Verb& verb, NameSource& names) {
 void offerFurtherWord(Offers& out, const Verb& verb, const std::vector<std::string>& words, NameSource& names) {
     if (verb.name == "call" && words.size() == 1) return out.offerAll(std::array{"retrieve", "insert", "update", "delete"});
     if (verb.name == "sim") return offerSimWord(out, words, names);
+    if (verb.name == "trace") {
+        return offerChannels(out, names, words.front().starts_with('/') ? words.front() : std::string{hmxService});
+    }
     if (verb.name == "tree") return out.offerAll(names.elements(*findResource("displays")));
     if (verb.name == "uuid") return offerElements(out, names, true);
     if (verb.name == "record") return offerElements(out, names, false);

@@ -23,6 +23,8 @@ public:
     // The names of a resource's elements; empty when they cannot be had quickly.
     virtual std::vector<std::string> elements(const Resource& resource) = 0;
     virtual std::vector<std::string> services() = 0;
+    // The trace channels of a service.
+    virtual std::vector<std::string> channels(const std::string& service) = 0;
 };
 
 // The words of a command line as far as it has been typed, quotes and backslashes taken away; the last is the one being typed,

@@ -226,6 +226,7 @@ public:
         co_return states;
     }
 
+    bool isAlive(std::string_view /*path*/) const override { return true; }
     std::string where() const override { return "the recording " + name_; }
     bool isOver() const override { return isOver_; }
     std::string clock() const override {

@@ -9,6 +9,7 @@
 #include <thread>
 #include <utility>
 
+#include "comm/roll_call.h"
 #include "net/loop.h"
 
 // A worker is a thread around an event loop. Nothing inherits from it. Its owner declares it as the last member, so that it is
@@ -64,12 +65,14 @@ ActiveObject::ActiveObject(std::string name) : state_{std::make_unique<State>(st
         state->loop.run();
         state->timer.reset();
     }};
+    RollCall::join(state_->loop);
 }
 
 ActiveObject::ActiveObject(std::string name, ByHand) : state_{std::make_unique<State>(std::move(name))} {}
 
 ActiveObject::~ActiveObject() {
     if (state_->thread.joinable()) {
+        RollCall::leave(state_->loop);
         state_->loop.stop();
         state_->thread.join();
     } else {

@@ -1,6 +1,7 @@
 // What all parts of a runtime use.
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -25,6 +26,12 @@ struct Context {
     // The directory, open and checked to be safe; empty while there is none. Everything in it is accessed through this
     // descriptor, never by the directory's name, which may lead elsewhere by then. Thread: the runtime's.
     net::Descriptor domain{};
+    // Called when a service has come or gone, whether tracked or published. May be empty. Thread: the runtime's.
+    std::function<void()> changed{};
+
+    void noteChange() const {
+        if (changed) changed();
+    }
 };
 
 }  // namespace kelo::runtime

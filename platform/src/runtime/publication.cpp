@@ -123,6 +123,7 @@ void Publication::begin() {
     }
     lastLogged_.clear();
     ++info_.incarnation;
+    context_.noteChange();
     if (tracker_ != nullptr) tracker_->added(info_);
 }
 
@@ -202,6 +203,7 @@ void Publication::checkDirectory() {
     if (!listener_ || isInPlace()) return;
     tracing::logCV(channel, 3, "%s: its socket was taken from the runtime directory; publishing anew", service_->path.c_str());
     withdraw();
+    context_.noteChange();
     if (tracker_ != nullptr) tracker_->removed();
     retryLater(claimPause);
 }

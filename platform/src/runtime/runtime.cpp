@@ -4,13 +4,16 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <future>
 #include <map>
 #include <memory>
+#include <optional>
 #include <utility>
 
 #include "comm/active_object.h"
+#include "kelo/commands.h"
 #include "kelo/errors.h"
 #include "kelo/runtime/kelo_runtime.h"
 #include "kelo/serializer/factory.h"
@@ -22,7 +25,11 @@
 #include "runtime/service_watch.h"
 #include "runtime/status.h"
 #include "runtime/status_log.h"
+#include "runtime/supervision.h"
+#include "runtime/trace_control.h"
 #include "tracing/channel.h"
+#include "tracing/client_helper.h"
+#include "tracing/levels.h"
 #include "tracing/sink_module.h"
 #include "util/text.h"
 
@@ -117,6 +124,8 @@ public:
                 if (directoryWatch_) directoryWatch_->stop();
                 directoryWatch_.reset();
                 directoryRetry_.reset();
+                context_.changed = {};
+                supervision_.reset();
             }
             for (const auto& [connection, watch] : closing_) connections.push_back(connection);
         });
@@ -134,6 +143,7 @@ public:
             if (!watch) watch = std::make_shared<ServiceWatch>(context_, path);
             trackerPaths_[handle] = path;
             watch->addTracker(handle, tracker);
+            context_.noteChange();
         });
         return handle;
     }
@@ -195,6 +205,7 @@ public:
                 [this](const Request& request, IResponder& responder) { answerPlatform(request, responder); });
             publications_.emplace(handle, publication);
             if (started_) publication->begin();
+            context_.noteChange();
         });
         return handle;
     }
@@ -228,6 +239,7 @@ private:
         bool transient = false;
         if (!openAndWatch(error, transient) && !transient) return false;
         started_ = true;
+        if (isService_) beSupervised();
         // A service always logs its directory. The runtime of a client does so only if the directory is new, because the name may
         // be mistyped.
         constexpr int always = 2;
@@ -341,9 +353,60 @@ private:
         if (connection && net::Loop::current() == nullptr) connection->awaitSettled();
     }
 
+    void beSupervised() {
+        tracing::reloadThresholds();
+        Supervision::Duties duties;
+        duties.reload = [this] { reload(); };
+        duties.end = [this] { endProcess(); };
+        supervision_.emplace(context_.loop, std::move(duties));
+        context_.changed = [this] { reportState(); };
+        reportState();
+    }
+
+    // Reads again what an administrator may have changed.
+    void reload() {
+        tracing::reloadThresholds();
+        tracing::logC(channel, 2, "SIGHUP: settings were read again");
+    }
+
+    // Nothing has to be saved, so nobody is waited for, neither peers nor our own workers, which may be stuck. The clients'
+    // connections are ended here and not by the kernel, because then their places in the directory are free at the same time.
+    [[noreturn]] void endProcess() {
+        tracing::logC(channel, 2, "SIGTERM: the process ends");
+        supervision_->reportEnd();
+        for (const auto& [handle, publication] : publications_) publication->end();
+        tracing::client_helper::getClient().flush(true);
+        tracing::sink_module::close();
+        std::_Exit(0);
+    }
+
+    // For the supervisor: the services that are published, and those that are missing.
+    void reportState() {
+        std::string published, unpublished, awaited, lost;
+        const auto add = [](std::string& list, const std::string& path) { list += (list.empty() ? "" : ", ") + path; };
+        for (const auto& [handle, publication] : publications_) {
+            add(publication->isPublished() ? published : unpublished, publication->servicePath());
+        }
+        for (const auto& [path, watch] : watches_) {
+            if (!watch->isAlive()) add(watch->info().incarnation == 0 ? awaited : lost, path);
+        }
+        std::string state;
+        for (const auto& [title, list] : {std::pair<const char*, const std::string&>{"serving ", published},
+                                          {"waiting to publish ", unpublished},
+                                          {"waiting for ", awaited},
+                                          {"lost ", lost}}) {
+            if (!list.empty()) state += (state.empty() ? "" : "; ") + (title + list);
+        }
+        supervision_->report(std::move(state), !published.empty() && unpublished.empty());
+    }
+
     void answerPlatform(const Request& request, IResponder& responder) {
-        if (request.command() != "retrieve" || request.path() != "/$platform/status") {
-            responder.error(Response::createErrorResponse(404, "the platform answers 'retrieve' of '/$platform/status' alone"));
+        const int command = commands::toId(request.command());
+        if (request.path() == tracePath && command == commands::retrieve) return answerTraceLevels(request, responder);
+        if (request.path() == tracePath && command == commands::update) return changeTraceLevels(request, responder);
+        if (request.path() != "/$platform/status" || command != commands::retrieve) {
+            responder.error(Response::createErrorResponse(
+                404, "the platform answers 'retrieve' of '/$platform/status', 'retrieve' and 'update' of '/$platform/trace'"));
             return;
         }
         Status status;
@@ -381,6 +444,7 @@ private:
     // Only for the worker's thread:
     bool started_ = false;
     bool stopped_ = false;
+    std::optional<Supervision> supervision_;
     std::shared_ptr<DirectoryWatch> directoryWatch_;
     std::optional<net::Timer> directoryRetry_;
     std::string lastDirectoryError_;

@@ -183,6 +183,7 @@ void ServiceWatch::ready(net::ClientConnection& connection, const net::Peer& pee
     ++info_.incarnation;
     alive_ = true;
     proxy_.attach(connection_);
+    context_.noteChange();
     // The connection is handling a frame; it can only move to its reader after that.
     notifyLater();
 }
@@ -193,6 +194,7 @@ void ServiceWatch::lost(const net::ClientConnection* connection) {
     if (alive_) {
         alive_ = false;
         proxy_.detach();
+        context_.noteChange();
         notifyGone();
         if (mayHaveSuccessor_ || gone->hasAnswered() || net::Clock::now() - aliveSince_ >= longestPause) return checkDirectory();
     }

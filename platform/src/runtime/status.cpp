@@ -7,8 +7,7 @@
 #include <utility>
 
 #include "kelo/gauge.h"
-#include "kelo/serializer/factory.h"
-#include "kelo/std/error_storage.h"
+#include "runtime/document_answer.h"
 
 namespace kelo::runtime {
 namespace {
@@ -155,29 +154,19 @@ void writeLimits(ObjectWriter& object, const Limits& limits) {
 }  // namespace
 
 void answerStatus(const Status& status, const Counters& counters, const Request& request, IResponder& responder) {
-    const auto mimeType = getMimeType(request.getMimeTypeHeader());
-    const auto writer = serializer::Factory::createSerializer(mimetypes::typename2id(mimeType));
-    util::ByteBufferWriter buffer{4096};
-    const bool failed =
-        writer->start(buffer) ||
-        ObjectWriter::writeObject(*writer,
-                                  [&](ObjectWriter& object) {
-                                      object.text("application", status.application);
-                                      object.text("version", HMX_VERSION);
-                                      object.number("pid", static_cast<std::uint64_t>(::getpid()));
-                                      object.text("directory", status.directory);
-                                      object.array("published", status.published, writePublished);
-                                      object.array("tracked", status.tracked, writeTracked);
-                                      object.object("counters", [&](ObjectWriter& inner) { writeCounters(inner, counters); });
-                                      object.object("gauges", &writeGauges);
-                                      object.object("limits", [&](ObjectWriter& inner) { writeLimits(inner, status.limits); });
-                                  }) ||
-        writer->finish();
-    if (failed) {
-        responder.error(Response::createErrorResponse(500, std::ErrorStorage::takeReason()));
-        return;
-    }
-    if (!responder.next(Response{200, Payload::createFromWriter(buffer, mimeType)})) responder.completed();
+    answerDocument(request, responder, [&](IStructuredSerializer& writer) {
+        return ObjectWriter::writeObject(writer, [&](ObjectWriter& object) {
+            object.text("application", status.application);
+            object.text("version", HMX_VERSION);
+            object.number("pid", static_cast<std::uint64_t>(::getpid()));
+            object.text("directory", status.directory);
+            object.array("published", status.published, writePublished);
+            object.array("tracked", status.tracked, writeTracked);
+            object.object("counters", [&](ObjectWriter& inner) { writeCounters(inner, counters); });
+            object.object("gauges", &writeGauges);
+            object.object("limits", [&](ObjectWriter& inner) { writeLimits(inner, status.limits); });
+        });
+    });
 }
 
 }  // namespace kelo::runtime

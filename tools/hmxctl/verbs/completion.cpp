@@ -47,6 +47,20 @@ public:
         }
     }
 
+    std::vector<std::string> channels(const std::string& service) override {
+        try {
+            const Deadline deadline{patience};
+            const Service asked = context_.wait(context_.client.service(service, deadline, context_.client.options().style));
+            std::vector<std::string> names;
+            for (const Json& each : decode(context_.wait(asked.request({"retrieve", "/$platform/trace"}, deadline)).payload)) {
+                names.push_back(hmx::client::text(each, "channel"));
+            }
+            return names;
+        } catch (const Failure&) {
+            return {};
+        }
+    }
+
 private:
     Context& context_;
 };

@@ -218,6 +218,19 @@ constexpr std::array table{
          .options = liveOnly,
          .first = FirstWord::service,
          .run = runStatus},
+    Verb{.name = "trace",
+         .words = "[SERVICE] [CHANNEL=LEVEL ...]",
+         .summary = "Show or change what a service (/hmx) logs",
+         .details =
+             "Without CHANNEL=LEVEL, shows the channels and the lowest level of each that is logged: 1 is the progress of\n"
+             "requests, 2 start-up, 3 something wrong in what was asked or sent, 4 failures; 5 shows nothing.\n"
+             "* stands for all channels. A change lasts until the service ends or gets SIGHUP.\n"
+             "Example: hmxctl trace HMX_TOLU_BRIDGE_POPUPS=1\n",
+         .fewest = 0,
+         .most = anyNumber,
+         .options = liveOnly,
+         .first = FirstWord::channel,
+         .run = runTrace},
     Verb{.name = "doctor",
          .words = "",
          .summary = "Show what is wrong with the services and their surroundings",

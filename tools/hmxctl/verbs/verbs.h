@@ -32,7 +32,7 @@ enum VerbOption : std::uint32_t {
 };
 
 // What the first word behind a verb is, for completion.
-enum class FirstWord : std::uint8_t { none, resource, element, display, target, service, verb, shell, simCommand };
+enum class FirstWord : std::uint8_t { none, resource, element, display, target, service, verb, shell, simCommand, channel };
 
 struct Verb {
     std::string_view name;
@@ -75,6 +75,7 @@ ExitCode runRecord(Context& context);
 ExitCode runServices(Context& context);
 ExitCode runSim(Context& context);
 ExitCode runStatus(Context& context);
+ExitCode runTrace(Context& context);
 ExitCode runTree(Context& context);
 ExitCode runUpdate(Context& context);
 ExitCode runUuid(Context& context);

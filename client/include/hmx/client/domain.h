@@ -50,6 +50,9 @@ public:
     // All services that have a place in the domain, sorted by path. Errors: Error, noDomain or closedDomain.
     virtual Task<std::vector<ServiceState>> list(Deadline deadline) = 0;
 
+    // Whether a service that has been attached is there now. When that changes, the dispatcher has something to dispatch.
+    virtual bool isAlive(std::string_view path) const = 0;
+
     // The domain, as a message would name it.
     virtual std::string where() const = 0;
 };
