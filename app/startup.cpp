@@ -38,6 +38,8 @@
 #include "hmx/regionconfigurations_service.h"
 #include "kelo/func_call_event.h"
 #include "kelo/std/error_storage.h"
+#include "kelo/supervisor/kept_state.h"
+#include "kelo/supervisor/notifier.h"
 #include "kelo/supervisor/signals.h"
 #include "osal/condition.h"
 #include "osal/mutex.h"
@@ -48,6 +50,8 @@
 #include "util/util.h"
 
 namespace hmx {
+
+using kelo::supervisor::KeptState;
 
 namespace {
 
@@ -148,7 +152,7 @@ void serve(kelo::runtime::IKeloRuntime& runtime, const std::function<void()>& pa
     logProgress("Servicehmxtolubridge wait for dm service available finished");
 
     ServiceManager inputManager{&runtime, inputThread, "/hmxinputmanager"};
-    InputBridge inputBridge{inputThread};
+    InputBridge inputBridge{inputThread, {}, KeptState::open(kelo::supervisor::Notifier{}, InputBridge::keptForm())};
     const ShutdownGuard inputShutdownGuard{runtime, *inputThread};
     trackInputService(inputManager, inputBridge, queue);
     logProgress("Service hmxtolubridge wait for input service available started ");

@@ -33,6 +33,7 @@ constexpr std::array all{
     Promise{"failpoint", "an upstream service may be killed, stopped or cut off at every step of its life", &driveFailpoint,
             true},
     Promise{"regions", "once everything is quiet, /hmx shows the regions that the input manager has", &driveRegions},
+    Promise{"kept", "what clients were told of their regions stays true when the bridge is killed and restarted", &driveKept},
     Promise{"soak", "nothing is lost and nothing accumulates while clients and upstream services come and go", &driveSoak},
     Promise{"identity",
             "identity comes from the kernel: strangers are neither served nor trusted, unsafe directories are refused",

@@ -25,21 +25,33 @@
 // arrival. If the clearing is refused, the change that caused it is refused too, and nothing has changed. If the new
 // configuration is refused, neither is left: the old one is gone upstream.
 //
+// The end of the bridge. Clients have been told what is in the cache, and the input manager may live on, so both must find it
+// again. Each configuration has a record in a store that outlives the process. The record has the object, or, if none is shown
+// but the input manager may have regions, the place alone. It is written before it is needed: the place before the first change
+// is sent there, the object before its caller is told that it has been accepted. The next bridge begins with what the records
+// say, as if the input manager had been lost: it sends the objects again and clears the places that have none. Hence what a
+// caller was told is there is there, what a caller was told is gone is gone, and of a change whose caller was told nothing, one
+// or the other.
+//
 // Memory. An object counts from its creation until nobody holds it; what would exceed the limit is refused with 507. When much
 // has been freed, it is returned to the system, on the worker but not while a request is handled.
 #include "bridge/input_bridge.h"
 
 #include <algorithm>
 #include <cassert>
+#include <cerrno>
+#include <cstring>
 #include <exception>
 #include <string>
 #include <utility>
 
 #include "bridge/common_texts.h"
 #include "bridge/footprint.h"
+#include "core/documents.h"
 #include "hmx/inputregions/hmx_inputregions_client.h"
 #include "hmx/inputregions/service_path.h"
 #include "kelo/func_call_event.h"
+#include "kelo/std/error_storage.h"
 #include "tracing/channel.h"
 #include "util/memory.h"
 
@@ -53,6 +65,8 @@ using kelo::hmx::RegionconfigurationObject;
 namespace {
 
 const tracing::Channel channel{"HMX_TOLU_BRIDGE_REGIONS"};
+
+const kelo::MimeType keptMimeType{kelo::mimetypes::MimeTypeID::ixobin};
 
 constexpr std::uint16_t serviceUnavailable = 503;
 constexpr std::uint16_t gatewayTimeout = 504;
@@ -124,8 +138,53 @@ void InputBridge::ChangeReceiver::onCompleted() const {
     bridge->decide(*kept, Outcome::refused);
 }
 
-InputBridge::InputBridge(std::shared_ptr<comm::ActiveObject> worker, const RegionLimits& limits)
-    : worker_{std::move(worker)}, limits_{limits} {}
+kelo::supervisor::KeptState::Form InputBridge::keptForm(const RegionLimits& limits) {
+    constexpr std::size_t placeAtMost = 512;  // of a record, beyond its object
+    return {.name = "hmx-regions", .version = 1, .bytes = 2 * limits.bytes + limits.configurations * placeAtMost};
+}
+
+InputBridge::InputBridge(std::shared_ptr<comm::ActiveObject> worker, const RegionLimits& limits,
+                         std::unique_ptr<kelo::supervisor::KeptState> kept)
+    : worker_{std::move(worker)}, limits_{limits}, store_{std::move(kept)} {
+    if (store_ != nullptr) takeOver();
+}
+
+// Begins with what an earlier bridge has left. All of it is sent when there is an input manager.
+void InputBridge::takeOver() {
+    std::vector<std::UUID> useless;
+    store_->visit([&](const std::UUID& id, std::span<const std::uint8_t> bytes) {
+        KeptRegion region;
+        const bool isRead = !kelo::readDocument(bytes, keptMimeType, kelo::ResultView::of(region));
+        // An object may take a little more memory than it did before, and its client was told that it is there.
+        if (isRead && configurations_.size() < limits_.configurations && memory_.bytes <= 2 * limits_.bytes &&
+            takeOver(id, std::move(region)))
+            return;
+        tracing::logCV(channel, errorLevel, "InputBridge::InputBridge a region configuration is dropped: %s",
+                       isRead ? "it is not one of ours, or too much" : std::ErrorStorage::takeReason().c_str());
+        useless.push_back(id);
+    });
+    for (const std::UUID& id : useless) (void)store_->erase(id);
+    showGauges();
+}
+
+bool InputBridge::takeOver(const std::UUID& id, KeptRegion&& region) {
+    const RegionAddress place{region.display, region.hmi, region.subComponent};
+    if (regionConfigurationId(place) != id) return false;
+    const std::shared_ptr<Object> object = region.object ? charged(std::move(**region.object)) : nullptr;
+    if (object != nullptr && (object->id != id || !object->display || !object->hmi || RegionAddress{*object} != place))
+        return false;
+    Configuration& configuration = configurations_[id];
+    configuration.place = std::make_unique<RegionAddress>(place);
+    configuration.keptObject = object.get();
+    configuration.isPlaceKept = object == nullptr;
+    if (object == nullptr) {
+        configuration.lastUnknown = ++lastNumber_;
+    } else {
+        configuration.decidedBy = configuration.insertedBy = ++lastNumber_;
+        cache_.put(id, object);
+    }
+    return true;
+}
 
 void InputBridge::setApi(const ServiceApi& api) {
     assert(worker_->isCurrentThread());
@@ -319,7 +378,9 @@ void InputBridge::transmit(const std::shared_ptr<Change>& change, ChangeRequest 
         Configuration& configuration = configurations_.at(change->object->id);
         if (configuration.place == nullptr || *configuration.place != change->address) {
             configuration.place = std::make_unique<RegionAddress>(change->address);
+            configuration.isPlaceKept = false;
         }
+        if (store_ != nullptr) keep(change->object->id, configuration, cache_.find(change->object->id), /*mayBeThere=*/true);
         change->number = ++lastNumber_;
         underWay_.emplace(change->number, change);
         ++configuration.underWay;
@@ -340,7 +401,11 @@ void InputBridge::accepted(Change& change) {
     if (pending_.context(change.key) == nullptr) change.upstream.cancel();
     std::exception_ptr fault;
     try {
-        if (change.isRemoval) {
+        if (!keepAccepted(change)) {
+            pending_.fail(change.key, Response::createErrorResponse(
+                                          insufficientStorage, "[" + std::string{change.operation} +
+                                                                   " done, but it would not outlive a restart of the bridge]"));
+        } else if (change.isRemoval) {
             pending_.next<std::nullptr_t>(change.key, [] { return nullptr; });
         } else {
             pending_.next<kelo::url>(change.key, [&] { return change.object->uri; });
@@ -361,10 +426,16 @@ void InputBridge::decide(Change& change, Outcome outcome, const Response* respon
     Configuration& configuration = configurations_.at(id);
     if (wasSent) --configuration.underWay;
     std::exception_ptr fault;
-    try {
-        apply(change, object, configuration, outcome);
-    } catch (...) {
-        fault = std::current_exception();  // from a listener
+    const auto attempt = [&fault](auto step) {
+        try {
+            step();
+        } catch (...) {
+            if (!fault) fault = std::current_exception();
+        }
+    };
+    attempt([&] { apply(change, object, configuration, outcome); });  // listeners may throw
+    if (store_ != nullptr) {
+        attempt([&] { keep(id, configuration, cache_.find(id), configuration.underWay > 0 || configuration.isDoubtful()); });
     }
     if (change.purpose == Purpose::clearing) endClearing(id, outcome, response);
     forgetIfNothingIsLeft(id);
@@ -392,6 +463,42 @@ void InputBridge::apply(const Change& change, const std::shared_ptr<Object>& obj
     } else if (!cache_.erase(id) && change.purpose == Purpose::asked) {
         tracing::logC(channel, unknownIdLevel, "No entry for id");
     }
+}
+
+// Writes the state that an accepted change leads to, unless a later one has been decided. False if that failed.
+bool InputBridge::keepAccepted(const Change& change) {
+    if (store_ == nullptr || change.isDecided) return true;
+    const std::UUID id = change.object->id;
+    Configuration& configuration = configurations_.at(id);
+    if (change.number < configuration.decidedBy) return true;
+    const bool mayOthersBeThere = configuration.underWay > 1 || configuration.lastUnknown > change.number;
+    return keep(id, configuration, change.isRemoval ? nullptr : change.object, mayOthersBeThere);
+}
+
+// Brings the record of a configuration up to date. `mayBeThere`: whether the input manager may have regions if there is no
+// object. False if that failed; then there is no record, since an old one would be worse.
+bool InputBridge::keep(const std::UUID& id, Configuration& configuration, const std::shared_ptr<Object>& object,
+                       bool mayBeThere) {
+    const bool isPlace = object == nullptr && mayBeThere && configuration.place != nullptr;
+    if (configuration.keptObject == object.get() && configuration.isPlaceKept == isPlace) return true;
+    const bool isDone = object != nullptr ? write(id, RegionAddress{*object}, object)
+                        : isPlace         ? write(id, *configuration.place, nullptr)
+                                          : store_->erase(id);
+    if (!isDone) {
+        tracing::logCV(channel, failureLevel, "InputBridge::keep %s is not kept for a restart: %s",
+                       regionConfigurationUri(id).toString().c_str(), std::strerror(errno));
+        (void)store_->erase(id);
+    }
+    configuration.keptObject = isDone ? object.get() : nullptr;
+    configuration.isPlaceKept = isDone && isPlace;
+    return isDone;
+}
+
+bool InputBridge::write(const std::UUID& id, const RegionAddress& place, const std::shared_ptr<Object>& object) {
+    KeptRegion region{place.display, place.hmi, place.subComponent, {}};
+    if (object != nullptr) region.object = object;
+    util::ByteBufferWriter document;
+    return !kelo::writeDocument(document, keptMimeType, kelo::BodyView::of(region)) && store_->put(id, document.bytes());
 }
 
 void InputBridge::forgetIfNothingIsLeft(const std::UUID& id) {
@@ -510,6 +617,11 @@ void InputBridge::endThoseDue() {
 void InputBridge::showGauges() {
     kept_.set(static_cast<std::int64_t>(cache_.objects().size()));
     changesUnderWay_.set(static_cast<std::int64_t>(underWay_.size() + waiting_.size()));
+    if (store_ != nullptr && store_->isWasteful()) {
+        kelo::post(*worker_, [this] {
+            if (store_->isWasteful()) store_->tidy();
+        });
+    }
     if (memory_.freed < limits_.freedBytes) return;
     kelo::post(*worker_, &util::returnFreedMemory);
     memory_.freed = 0;

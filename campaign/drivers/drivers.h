@@ -26,6 +26,7 @@ void driveStopped(const Scope& scope, Random& random, Report& report);
 void driveMemory(const Scope& scope, Random& random, Report& report);
 void driveFailpoint(const Scope& scope, Random& random, Report& report);
 void driveRegions(const Scope& scope, Random& random, Report& report);
+void driveKept(const Scope& scope, Random& random, Report& report);
 void driveSoak(const Scope& scope, Random& random, Report& report);
 void driveIdentity(const Scope& scope, Random& random, Report& report);
 

@@ -2,6 +2,7 @@
 
 #include <map>
 #include <set>
+#include <thread>
 #include <vector>
 
 #include "harness/stage.h"
@@ -10,6 +11,10 @@
 // Clients change region configurations while the input manager answers late and out of order, is killed and returns with nothing,
 // goes away and returns with everything it had, or is stopped. Clients cancel and die meanwhile. Whenever everything is quiet
 // again, what "/hmx" shows is compared with what the input manager reports.
+//
+// In the second driver, the bridge itself is killed while clients change configurations, and started again with what its
+// supervisor has kept. What a place shows then must be the last change that its client was told of, or one that was sent later
+// and of which the client was told nothing.
 
 namespace campaign {
 namespace {
@@ -39,17 +44,30 @@ std::vector<Place> allPlaces() {
     return places;
 }
 
-// Regions that no other change has: their layer has the change's number.
-std::string regions(unsigned change) {
-    return R"({"infoForAllLayers":[{"layer":"change)" + std::to_string(change) + R"(","inputRegions":[{"translateX":1}]}]})";
+std::string layerOf(unsigned change) {
+    return "change" + std::to_string(change);
 }
 
-std::uint64_t askChange(Client& client, const Place& place, unsigned change, unsigned kind, bool oneShot) {
+// Regions that no other change has: their layer has the change's number.
+std::string regions(unsigned change, std::size_t count) {
+    std::string list = R"({"translateX":1})";
+    for (std::size_t i = 1; i < count; ++i) list += R"(,{"translateX":1})";
+    return R"({"infoForAllLayers":[{"layer":")" + layerOf(change) + R"(","inputRegions":[)" + list + "]}]}";
+}
+
+std::uint64_t askChange(Client& client, const Place& place, unsigned change, unsigned kind, bool oneShot, std::size_t count = 1) {
     if (kind == 0) return client.ask("delete", place.path(), oneShot);
-    if (kind == 1) return client.ask("update", place.path(), oneShot, R"({"regions":)" + regions(change) + "}");
+    if (kind == 1) return client.ask("update", place.path(), oneShot, R"({"regions":)" + regions(change, count) + "}");
     return client.ask("insert", "/regionconfigurations", oneShot,
                       R"({"display":")" + place.display + R"(","hmi":")" + place.hmi + R"(","subComponent":")" + place.component +
-                          R"(","regions":)" + regions(change) + "}");
+                          R"(","regions":)" + regions(change, count) + "}");
+}
+
+// The layer of the regions that a place shows; "" for none.
+std::string shownAt(Client& client, const Place& place) {
+    const Asked& asked = client.call("retrieve", place.path());
+    if (asked.status != 200) return "";
+    return nlohmann::json::parse(asked.answer).at("regions").at("infoForAllLayers").at(0).at("layer").get<std::string>();
 }
 
 // "<display>/<hmi> <layer>" of each region.
@@ -179,6 +197,86 @@ void driveRegions(const Scope& scope, Random& random, Report& report) {
     report.fact("compared", compared);
     report.atLeast("accepted", accepted, rounds);
     report.atMost("differences", differences, 0);
+}
+
+void driveKept(const Scope& scope, Random& random, Report& report) {
+    constexpr std::size_t large = 500;
+    struct Sent {
+        std::uint64_t id;
+        std::string layer;  // "": a deletion
+    };
+    const unsigned kills = scope.times(200, 12);
+    Stage stage{scope};
+    Supervisor supervisor{stage.notifyAddress()};
+    std::vector<Place> places = allPlaces();
+    std::erase_if(places, [](const Place& place) { return place.component == "_POPUP"; });  // every place with an id of its own
+    auto sim = stage.startSim();
+    auto bridge = stage.startBridge(supervisor);
+    stage.awaitServing();
+    std::vector<std::string> sure(places.size());  // what each place showed at the end of the last round
+    unsigned changes = 0, told = 0, untold = 0, lost = 0, back = 0, differences = 0;
+    for (unsigned round = 0; round < kills; ++round) {
+        stage.connect("/hmxsim")->call(
+            "update", "/faults/inputmanager",
+            R"({"delay_ms":0,"jitter_ms":)" + std::to_string(random.below(20)) + R"(,"seed":)" + std::to_string(round) + "}");
+        const auto client = stage.connect();
+        std::vector<std::vector<Sent>> sent(places.size());
+        const auto end = Clock::now() + std::chrono::microseconds{random.below(60'000)};
+        while (Clock::now() < end) {
+            const auto at = random.below(places.size());
+            const auto kind = static_cast<unsigned>(random.below(4));
+            const std::size_t count = random.below(20) == 0 ? large : 1;
+            const std::uint64_t id = askChange(*client, places[at], ++changes, kind, true, count);
+            sent[at].push_back({id, kind == 0 ? "" : layerOf(changes)});
+            client->serveUntil([] { return false; }, milliseconds{random.below(3)});
+        }
+        bridge->kill();
+        client->serveUntil([] { return false; }, milliseconds{1});  // what it had still answered
+        while (!supervisor.take(0).empty()) {
+        }
+        if (random.below(4) == 0) {
+            sim->kill();
+            sim = stage.startSim();
+        }
+        bridge = stage.startBridge(supervisor);
+        if (random.below(4) == 0) {  // at any step of its start
+            std::this_thread::sleep_for(std::chrono::microseconds{random.below(60'000)});
+            bridge->kill();
+            while (!supervisor.take(0).empty()) {
+            }
+            bridge = stage.startBridge(supervisor);
+        }
+        stage.awaitServing();
+        const auto witness = stage.connect();
+        for (std::size_t at = 0; at < places.size(); ++at) {
+            std::set<std::string> possible{sure[at]};
+            for (const auto& [id, layer] : sent[at]) {
+                const Asked& asked = client->at(id);
+                if (asked.isOver() && asked.status / 100 == 2) {
+                    ++told;
+                    possible = {layer};
+                } else if (!asked.isOver() || asked.status == 503 || asked.status == 504) {
+                    ++untold;
+                    possible.insert(layer);
+                }
+            }
+            sure[at] = shownAt(*witness, places[at]);
+            if (possible.contains(sure[at])) continue;
+            ++(sure[at].empty() ? lost : back);
+            report.note("round " + std::to_string(round) + ": " + places[at].path() + " shows '" + sure[at] + "', not '" +
+                        *possible.rbegin() + "'");
+        }
+        const bool isQuiet = eventually([&] { return stage.status().at("gauges").at("regionChangesUnderWay") == 0; });
+        if (!isQuiet || shown(*witness, places) != had(stage, places)) ++differences;
+    }
+    report.fact("kills", kills);
+    report.fact("changes", changes);
+    report.fact("untold", untold);
+    report.atLeast("told", told, kills);
+    report.atMost("lost", lost, 0);
+    report.atMost("back", back, 0);
+    report.atMost("differences", differences, 0);
+    report.atMost("descriptors kept", static_cast<double>(supervisor.kept.size()), 1);
 }
 
 }  // namespace campaign

@@ -59,11 +59,27 @@ Process::Process(const Start& start) {
     const auto set = [&](std::string_view text) { settings[std::string{text.substr(0, text.find('='))}] = text; };
     for (char** entry = environ; *entry != nullptr; ++entry) set(*entry);
     for (const std::string& text : start.environment) set(text);
+    std::vector<int> passed;
+    if (!start.descriptors.empty()) {
+        std::string names;
+        for (const auto& [name, descriptor] : start.descriptors) {
+            names += (names.empty() ? "" : ":") + name;
+            passed.push_back(descriptor);
+        }
+        set("LISTEN_FDNAMES=" + names);
+        set("LISTEN_FDS=" + std::to_string(passed.size()));
+        set("LISTEN_PID=0000000000");  // the child's digits follow
+    }
     std::vector<std::string> environment;
     environment.reserve(settings.size());
     for (const auto& [name, text] : settings) environment.push_back(text);
     const std::vector<char*> arguments = pointersTo(command);
     const std::vector<char*> variables = pointersTo(environment);
+    char* pidDigits = nullptr;
+    for (char* const text : variables) {
+        if (text != nullptr && std::string_view{text}.starts_with("LISTEN_PID=") && !passed.empty())
+            pidDigits = text + std::strlen(text);
+    }
     const std::string log = start.log.empty() ? "/dev/null" : start.log;
     const pid_t parent = ::getpid();
     pid_ = ::fork();
@@ -77,7 +93,13 @@ Process::Process(const Start& start) {
     ::dup2(in, 0);
     ::dup2(out, 1);
     ::dup2(out, 2);
-    ::close_range(3, ~0U, 0);
+    // Out of the way first: one may be where another one is to be.
+    constexpr int firstPassed = 3;
+    const int aside = firstPassed + static_cast<int>(passed.size());
+    for (int& descriptor : passed) descriptor = ::fcntl(descriptor, F_DUPFD, aside);
+    for (std::size_t i = 0; i < passed.size(); ++i) ::dup2(passed[i], firstPassed + static_cast<int>(i));
+    ::close_range(static_cast<unsigned>(aside), ~0U, 0);
+    for (pid_t rest = ::getpid(); pidDigits != nullptr && rest > 0; rest /= 10) *--pidDigits = static_cast<char>('0' + rest % 10);
     if (start.uid != 0 && (::setgid(start.uid) != 0 || ::setuid(start.uid) != 0)) ::_exit(126);
     ::execve(arguments[0], arguments.data(), variables.data());
     ::_exit(127);

@@ -6,6 +6,7 @@
 #include <csignal>
 #include <cstddef>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace campaign {
@@ -18,6 +19,8 @@ public:
         std::vector<std::string> environment;  // "NAME=value", in addition to ours
         std::string log;                       // the file that its output is appended to
         uid_t uid = 0;                         // the user to run as; 0: unchanged
+        // Passed on as a supervisor does, with their names; they stay ours.
+        std::vector<std::pair<std::string, int>> descriptors{};
     };
 
     explicit Process(const Start& start);

@@ -26,19 +26,30 @@ std::string Stage::socket(std::string_view servicePath) const {
     return domain() + "/%2F" + std::string{servicePath.substr(1)} + ".sock";
 }
 
-std::unique_ptr<Process> Stage::start(std::vector<std::string> command, std::vector<std::string> environment,
-                                      const std::string& log, uid_t uid) const {
+Process::Start Stage::prepared(std::vector<std::string> command, std::vector<std::string> environment, const std::string& log,
+                               uid_t uid) const {
     Process::Start start;
     start.uid = uid;
     start.log = folder_ + "/" + (log.empty() ? std::filesystem::path{command.at(0)}.filename().string() + ".log" : log);
     start.command = std::move(command);
     start.environment = {"KELO_RUNTIME_DIR=" + folder_ + "/run", "KELO_TRACE=*=3"};
     start.environment.insert(start.environment.end(), environment.begin(), environment.end());
-    return std::make_unique<Process>(start);
+    return start;
+}
+
+std::unique_ptr<Process> Stage::start(std::vector<std::string> command, std::vector<std::string> environment,
+                                      const std::string& log, uid_t uid) const {
+    return std::make_unique<Process>(prepared(std::move(command), std::move(environment), log, uid));
 }
 
 std::unique_ptr<Process> Stage::startBridge(std::vector<std::string> environment) const {
     return start({scope_.programs + "/hmxtolubridge"}, std::move(environment));
+}
+
+std::unique_ptr<Process> Stage::startBridge(const Supervisor& supervisor) const {
+    Process::Start start = prepared({scope_.programs + "/hmxtolubridge"}, {"NOTIFY_SOCKET=" + notifyAddress()}, {}, 0);
+    start.descriptors = supervisor.kept;
+    return std::make_unique<Process>(start);
 }
 
 std::unique_ptr<Process> Stage::startSim(std::vector<std::string> arguments, std::vector<std::string> environment) const {

@@ -11,8 +11,11 @@
 #include "harness/process.h"
 #include "harness/scope.h"
 #include "support/eventually.h"
+#include "support/notify_socket.h"
 
 namespace campaign {
+
+using Supervisor = testing_support::NotifySocket;
 
 // Thread: one at a time.
 class Stage {
@@ -31,6 +34,8 @@ public:
     std::unique_ptr<Process> start(std::vector<std::string> command, std::vector<std::string> environment = {},
                                    const std::string& log = {}, uid_t uid = 0) const;
     std::unique_ptr<Process> startBridge(std::vector<std::string> environment = {}) const;
+    // Under a supervisor, with what that has kept.
+    std::unique_ptr<Process> startBridge(const Supervisor& supervisor) const;
     std::unique_ptr<Process> startSim(std::vector<std::string> arguments = {}, std::vector<std::string> environment = {}) const;
 
     // A provider of one service that echoes: see roles.h.
@@ -48,11 +53,17 @@ public:
     // A counter from a status.
     static double counter(const nlohmann::json& status, const char* name) { return status.at("counters").at(name); }
 
+    // The address of a supervisor of this stage.
+    std::string notifyAddress() const { return folder_ + "/notify"; }
+
     // The most recent output of the programs.
     std::string log() const;
     static std::string read(const std::string& file);
 
 private:
+    Process::Start prepared(std::vector<std::string> command, std::vector<std::string> environment, const std::string& log,
+                            uid_t uid) const;
+
     const Scope& scope_;
     std::string folder_;
 };

@@ -1,4 +1,7 @@
+#include <unistd.h>
+
 #include <chrono>
+#include <deque>
 #include <thread>
 
 #include "stage.h"
@@ -6,6 +9,7 @@
 namespace {
 
 using namespace stage;
+using kelo::supervisor::KeptState;
 
 const std::string mapId = "c3b2447b-2e70-546a-a732-f2325e426ca6";
 const std::string mapUri = R"("hmx/regionconfigurations/)" + mapId + '"';
@@ -304,6 +308,84 @@ TEST(InputBridge, WhatIsTooMuchIsRefused) {
         stage.ask(insert("2"), second);  // there is room again
         stage.answer(2, "{}");
         EXPECT_EQ(first.events.size(), 2U);
+    }
+}
+
+// Changes of "map" are sent and answered: "A" an insert, "B" an update, "-" a deletion, "+" and "!" accept or refuse the oldest
+// one, "?" loses it. Then the bridge ends, as if it were killed.
+TEST(InputBridge, TheNextBridgeContinuesWithWhatIsKept) {
+    const struct {
+        const char* course;
+        const char* sent;  // by the next bridge
+        std::string shown;
+    } cases[] = {
+        {"", "", "404 UNKNOWN"},          {"A", "map:-", "404 UNKNOWN"},  {"A+", "map:A", map(layerA)},
+        {"A!", "", "404 UNKNOWN"},        {"A?", "map:-", "404 UNKNOWN"}, {"A+B", "map:A", map(layerA)},
+        {"A+B+", "map:B", map(layerB)},   {"A+B!", "map:A", map(layerA)}, {"A+-", "map:A", map(layerA)},
+        {"A+-+", "", "404 UNKNOWN"},      {"A+-!", "map:A", map(layerA)}, {"A+-B+", "map:-", "404 UNKNOWN"},
+        {"A+-B++", "map:B", map(layerB)}, {"A+B-++", "", "404 UNKNOWN"},
+    };
+    for (const auto& [course, sent, shown] : cases) {
+        SCOPED_TRACE(course);
+        std::string why;
+        auto kept = KeptState::create(hmx::InputBridge::keptForm(), why);
+        const int file = ::dup(kept->descriptor());
+        const auto next = [&] { return KeptState::adopt(::dup(file), hmx::InputBridge::keptForm(), why); };
+        Stage stage{"regionconfigurations", {}, std::move(kept)};
+        const auto shownBy = [&](Stage& bridge) {
+            Downstream reader;
+            bridge.ask("element " + mapId, reader);
+            return reader.events.front();
+        };
+        std::deque<Downstream> callers;
+        std::size_t answered = 0;
+        for (const char step : std::string{course}) {
+            if (step == '+' || step == '!' || step == '?') {
+                stage.answer(answered++, step == '+' ? "{}" : step == '!' ? "500 no" : "503 lost, outcome unknown");
+                continue;
+            }
+            Downstream& caller = callers.emplace_back();
+            caller.onValue = [&, told = step == 'A'   ? map(layerA)
+                                        : step == 'B' ? map(layerB)
+                                                      : "404 UNKNOWN"] {
+                Stage witness{"regionconfigurations", {}, next()};
+                EXPECT_EQ(shownBy(witness), told) << "what the caller hears is kept already";
+            };
+            const std::string update = "update " + mapId + R"( {"regions":)" + layerB + "}";
+            stage.ask(step == 'A' ? insertMap : step == 'B' ? update : "delete " + mapId, caller);
+        }
+        Stage after{"regionconfigurations", {}, next()};
+        std::string all;
+        for (const std::string& each : sentTo(after.api)) all += each;
+        EXPECT_EQ(all, sent);
+        EXPECT_EQ(shownBy(after), shown);
+        ::close(file);
+    }
+}
+
+TEST(InputBridge, WhatIsKeptButNotOfItsOwnIsDropped) {
+    std::string why;
+    auto kept = KeptState::create(hmx::InputBridge::keptForm(), why);
+    std::UUID id;
+    ASSERT_TRUE(std::UUID::parse(mapId, id));
+    const std::string documents[] = {"", "noise",
+                                     "\xbf\x67"
+                                     "display"
+                                     "\x61"
+                                     "D"
+                                     "\x63"
+                                     "hmi"
+                                     "\x61"
+                                     "H"
+                                     "\x6c"
+                                     "subComponent"
+                                     "\x60\xff"};
+    for (const std::string& document : documents) {
+        EXPECT_TRUE(kept->put(id, {reinterpret_cast<const std::uint8_t*>(document.data()), document.size()}));
+        const int file = ::dup(kept->descriptor());
+        Stage stage{"regionconfigurations", {}, KeptState::adopt(file, hmx::InputBridge::keptForm(), why)};
+        EXPECT_TRUE(sentTo(stage.api).empty());
+        EXPECT_EQ(stage.lines.take().front().find("3 InputBridge::InputBridge a region configuration is dropped: "), 0U);
     }
 }
 

@@ -111,8 +111,10 @@ T argument(std::string_view json) {
 
 class Stage {
 public:
-    // `resource`: selects the bridge by what it serves. The API is attached.
-    explicit Stage(const std::string& resource, const hmx::RegionLimits& limits = {}) : lines{channelOf(resource)} {
+    // `resource`: selects the bridge by what it serves. The API is attached. What follows is for the region configurations.
+    explicit Stage(const std::string& resource, const hmx::RegionLimits& limits = {},
+                   std::unique_ptr<kelo::supervisor::KeptState> kept = nullptr)
+        : lines{channelOf(resource)} {
         using namespace hmx;
         if (resource == "displays") {
             own<DisplayBridge>(&DisplayBridge::retrieveDisplayObjects, &DisplayBridge::retrieveDisplayObject);
@@ -122,7 +124,7 @@ public:
             own<LayersBridge>(&LayersBridge::retrieveLayerconfigurationObjects, &LayersBridge::retrieveLayerconfigurationObject);
         } else if (resource == "regionconfigurations") {
             auto& bridge = own<InputBridge>(&InputBridge::insertRegionconfigurationObject,
-                                            &InputBridge::retrieveRegionconfigurationObject, limits);
+                                            &InputBridge::retrieveRegionconfigurationObject, limits, std::move(kept));
             operations_["insert"] = operations_["list"];
             add("update", bridge, &InputBridge::updateRegionconfigurationObject);
             add("delete", bridge, &InputBridge::deleteRegionconfigurationObject);
@@ -191,9 +193,9 @@ private:
                                                       {"popups", "POPUPS"}};
         return "HMX_TOLU_BRIDGE_" + ends.at(resource);
     }
-    template <class Bridge, class List, class Element, class... Limits>
-    Bridge& own(List list, Element element, const Limits&... limits) {
-        auto bridge = std::make_shared<Bridge>(worker.shared(), limits...);
+    template <class Bridge, class List, class Element, class... More>
+    Bridge& own(List list, Element element, More&&... more) {
+        auto bridge = std::make_shared<Bridge>(worker.shared(), std::forward<More>(more)...);
         setApi_ = [bridge](const hmx::ServiceApi& to) { bridge->setApi(to); };
         resetApi_ = [bridge] { bridge->resetApi(); };
         cancel_ = [bridge](void* key) { bridge->cancelRequest(key); };

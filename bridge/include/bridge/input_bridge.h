@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "bridge/attachment.h"
+#include "bridge/kept_region.h"
 #include "bridge/pending_requests.h"
 #include "bridge/region_conversion.h"
 #include "bridge/upstream_handler.h"
@@ -20,6 +21,7 @@
 #include "hmx/iregionconfigurations.h"
 #include "kelo/gauge.h"
 #include "kelo/optional.h"
+#include "kelo/supervisor/kept_state.h"
 #include "kelo/toluglobals.h"
 #include "service_tracker.h"
 
@@ -80,8 +82,13 @@ class InputBridge final : public kelo::hmx::IRegionconfigurations {
 public:
     using CUpdateInputRegionsResponseHandler = UpstreamHandler<ChangeReceiver>;
 
-    // Shares ownership of the worker, and must outlive what is queued there.
-    explicit InputBridge(std::shared_ptr<comm::ActiveObject> worker, const RegionLimits& limits = {});
+    // The form of what outlives the bridge.
+    static kelo::supervisor::KeptState::Form keptForm(const RegionLimits& limits = {});
+
+    // Shares ownership of the worker, and must outlive what is queued there. `kept`: where the configurations of an earlier
+    // bridge are, and where those of this one are kept; null: they end with the bridge.
+    explicit InputBridge(std::shared_ptr<comm::ActiveObject> worker, const RegionLimits& limits = {},
+                         std::unique_ptr<kelo::supervisor::KeptState> kept = nullptr);
 
     // Sends through this API from now on, beginning with everything that is kept. Changes in progress keep the API that they were
     // sent with.
@@ -117,6 +124,8 @@ private:
         std::unique_ptr<RegionAddress> place;  // where the last change was sent
         bool isClearing = false;               // changes wait until `place` is cleared
         bool isToBeSentAgain = false;
+        const Object* keptObject = nullptr;  // what outlives the bridge: the object, which is in the cache, too,
+        bool isPlaceKept = false;            // or only the place
 
         bool isDoubtful() const noexcept { return lastUnknown > decidedBy; }
     };
@@ -150,6 +159,11 @@ private:
     void accepted(Change& change);
     void decide(Change& change, Outcome outcome, const kelo::Response* response = nullptr);
     void apply(const Change& change, const std::shared_ptr<Object>& object, Configuration& configuration, Outcome outcome);
+    void takeOver();
+    bool takeOver(const std::UUID& id, KeptRegion&& region);
+    bool keepAccepted(const Change& change);
+    bool keep(const std::UUID& id, Configuration& configuration, const std::shared_ptr<Object>& object, bool mayBeThere);
+    bool write(const std::UUID& id, const RegionAddress& place, const std::shared_ptr<Object>& object);
     void forgetIfNothingIsLeft(const std::UUID& id);
     void endClearing(const std::UUID& id, Outcome outcome, const kelo::Response* response);
     void sendAgain(const std::UUID& id);
@@ -161,6 +175,7 @@ private:
 
     const std::shared_ptr<comm::ActiveObject> worker_;
     const RegionLimits limits_;
+    const std::unique_ptr<kelo::supervisor::KeptState> store_;  // may be null
     kelo::Gauge kept_{"regionConfigurations"};
     kelo::Gauge changesUnderWay_{"regionChangesUnderWay"};
     kelo::Gauge refusals_{"regionChangesRefused"};

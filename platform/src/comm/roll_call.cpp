@@ -28,9 +28,8 @@ Members& members() {
 
 class RollCall::Question final : public ActiveObjectEvent {
 public:
-    void execute() override { missing.fetch_sub(1, std::memory_order_relaxed); }
+    void execute() override { --missing; }
 
-    // A count and nothing else: no other memory is passed on with it.
     std::atomic<std::size_t> missing{0};
 };
 
@@ -47,7 +46,7 @@ void RollCall::begin() {
 }
 
 bool RollCall::isComplete() const noexcept {
-    return question_ == nullptr || question_->missing.load(std::memory_order_relaxed) == 0;
+    return question_ == nullptr || question_->missing == 0;
 }
 
 void RollCall::join(kelo::net::Loop& loop) {

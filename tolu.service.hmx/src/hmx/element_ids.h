@@ -3,6 +3,7 @@
 
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "hmx/regionconfiguration_object.h"
 #include "kelo/optional.h"
@@ -26,6 +27,8 @@ struct RegionAddress {
     std::string hmi;
     std::string subComponent;
 
+    RegionAddress(std::string itsDisplay, std::string itsHmi, std::string itsSubComponent)
+        : display{std::move(itsDisplay)}, hmi{std::move(itsHmi)}, subComponent{std::move(itsSubComponent)} {}
     RegionAddress(kelo::hmx::RegionconfigurationObjectDisplayEnum displayEnum,
                   kelo::hmx::RegionconfigurationObjectHmiEnum hmiEnum, const kelo::optional<std::string>& component);
     // Throws if the display or the HMI is absent.
