@@ -50,8 +50,8 @@ export const span = computed(() => {
 
 // The times that the time line reaches from and to.
 export const extent = computed(() => {
-    const { first, last } = span.value;
     if (!recording.value) return { from: now.value - usualLimits.age, to: now.value };
+    const { first, last } = span.value;
     const from = history.value.entry(first + 1)?.time ?? 0;
     return { from, to: Math.max(history.value.entry(last)?.time ?? 0, from + 1) };
 });
