@@ -331,13 +331,13 @@ TEST(InputBridge, TheNextBridgeContinuesWithWhatIsKept) {
         auto kept = KeptState::create(hmx::InputBridge::keptForm(), why);
         const int file = ::dup(kept->descriptor());
         const auto next = [&] { return KeptState::adopt(::dup(file), hmx::InputBridge::keptForm(), why); };
+        std::deque<Downstream> callers;  // outlive the bridge, which still has those that were not answered
         Stage stage{"regionconfigurations", {}, std::move(kept)};
         const auto shownBy = [&](Stage& bridge) {
             Downstream reader;
             bridge.ask("element " + mapId, reader);
             return reader.events.front();
         };
-        std::deque<Downstream> callers;
         std::size_t answered = 0;
         for (const char step : std::string{course}) {
             if (step == '+' || step == '!' || step == '?') {
@@ -350,6 +350,7 @@ TEST(InputBridge, TheNextBridgeContinuesWithWhatIsKept) {
                                                       : "404 UNKNOWN"] {
                 Stage witness{"regionconfigurations", {}, next()};
                 EXPECT_EQ(shownBy(witness), told) << "what the caller hears is kept already";
+                witness.end();
             };
             const std::string update = "update " + mapId + R"( {"regions":)" + layerB + "}";
             stage.ask(step == 'A' ? insertMap : step == 'B' ? update : "delete " + mapId, caller);
@@ -359,6 +360,7 @@ TEST(InputBridge, TheNextBridgeContinuesWithWhatIsKept) {
         for (const std::string& each : sentTo(after.api)) all += each;
         EXPECT_EQ(all, sent);
         EXPECT_EQ(shownBy(after), shown);
+        for (Stage* const each : {&stage, &after}) each->end();
         ::close(file);
     }
 }

@@ -172,6 +172,11 @@ public:
     void answerOnWorker(std::size_t index, const std::string& event) {
         worker.run([&] { api.next(index, event); });
     }
+    // Ends what is open upstream: nothing of it may outlive the bridge.
+    void end() {
+        detach();
+        for (std::size_t i = 0; i < api.sent.size(); ++i) answer(i, "503 service gone, outcome unknown");
+    }
     // "<command> <path> [<body>]" of the last request sent; "" if none was sent since the first `since`.
     std::string lastSent(std::size_t since = 0) const {
         if (api.sent.size() <= since) return "";
