@@ -29,7 +29,7 @@ fi
 if grep -qs '^HMX_\(DDSC\|IDLC\):FILEPATH=.*-NOTFOUND$' "$cache" && command -v idlc >/dev/null; then
     configure=yes
 fi
-if grep -qs '^DLT_FOUND:INTERNAL=$' "$cache" && pkg-config --exists automotive-dlt; then
+if grep -qs '^HMX_DLT:FILEPATH=.*-NOTFOUND$' "$cache" && pkg-config --exists automotive-dlt; then
     configure=yes
 fi
 case "$1" in

@@ -470,10 +470,10 @@ TEST(Status, ShowsClientsAsOneTable) {
 
 TEST(Trace, ShowsLevelsAndChangesThoseThatThereAre) {
     ScriptedServices services;
-    services.hmx().on("retrieve /$platform/trace", R"([{"channel":"A","level":2},{"channel":"LONGER","level":2}])");
-    services.hmx().on("update /$platform/trace", R"([{"channel":"A","level":1},{"channel":"LONGER","level":2}])");
-    EXPECT_EQ(services.run({"trace"}).out, "CHANNEL  LEVEL\nA            2\nLONGER       2\n");
-    EXPECT_EQ(services.run({"trace", "A=1", "*=4"}).out, "CHANNEL  LEVEL\nA            1\nLONGER       2\n");
+    services.hmx().on("retrieve /$platform/trace", R"([{"channel":"A","level":2,"id":"AX01"},{"channel":"LONGER","level":2}])");
+    services.hmx().on("update /$platform/trace", R"([{"channel":"A","level":1,"id":"AX01"},{"channel":"LONGER","level":2}])");
+    EXPECT_EQ(services.run({"trace"}).out, "CHANNEL  ID    LEVEL\nA        AX01      2\nLONGER   -         2\n");
+    EXPECT_EQ(services.run({"trace", "A=1", "*=4"}).out, "CHANNEL  ID    LEVEL\nA        AX01      1\nLONGER   -         2\n");
     EXPECT_EQ(services.hmx().asked.back(), R"(update /$platform/trace [{"channel":"A","level":1},{"channel":"*","level":4}])");
     const auto asked = services.hmx().asked.size();
     for (const auto& [word, text] :

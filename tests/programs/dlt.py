@@ -127,6 +127,9 @@ def check_bridge(binaries, dlt):
             else:
                 time.sleep(0.5)
                 assert progress() == before, level
+        ids = {each["channel"]: each["id"] for each in json.loads(cockpit.ctl("trace", "HMX_TOLU_BRIDGE_LAYERS=1", "-o", "json").stdout)}
+        assert ids.items() <= contexts.items() and "KELO_RUNTIME" in ids, (ids, contexts)
+        eventually("the level that hmxctl set", lambda: f"CTID:{ids['HMX_TOLU_BRIDGE_LAYERS']} 5 " in re.sub(r" +", " ", dlt.control("-j")))
         dlt.control("-a", contexts["hmx_tolubridge"], "-c", contexts["KELO_STATUS"], "-s", "4096", "-m", "dump status")
         pieces = eventually("the status", lambda: whole_status(dlt))
         status = json.loads("".join(pieces))

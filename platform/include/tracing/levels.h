@@ -11,6 +11,7 @@ namespace tracing {
 struct ChannelLevel {
     std::string channel;
     int threshold;
+    std::string id;  // four characters that stand for the channel where a log system has no room for its name
 };
 
 // Every channel of the process once, sorted by name. Thread: any.

@@ -19,10 +19,12 @@ namespace kelo::runtime {
 struct TraceLevel {
     std::string channel;
     int level = 0;
+    std::experimental::optional<std::string> id{};
 };
 constexpr auto recordTable(const TraceLevel*) {
     using record::Row;
-    return record::Table<TraceLevel, Row<"channel", &TraceLevel::channel>, Row<"level", &TraceLevel::level>>{"TraceLevel"};
+    return record::Table<TraceLevel, Row<"channel", &TraceLevel::channel>, Row<"level", &TraceLevel::level>,
+                         Row<"id", &TraceLevel::id>>{"TraceLevel"};
 }
 static_assert(record::covers<TraceLevel>);
 bool serialize(serializer::IStructuredSerializer& writer, const TraceLevel& value) {
@@ -66,7 +68,7 @@ Response refusalOf(const TraceLevel& change, const std::vector<tracing::ChannelL
 
 void answerTraceLevels(const Request& request, IResponder& responder) {
     std::vector<TraceLevel> levels;
-    for (const auto& [channel, threshold] : tracing::channelLevels()) levels.push_back({channel, threshold});
+    for (const auto& [channel, threshold, id] : tracing::channelLevels()) levels.push_back({channel, threshold, id});
     answerDocument(request, responder,
                    [&](serializer::IStructuredSerializer& writer) { return record::writeValue(writer, levels); });
 }

@@ -21,6 +21,7 @@
 #include <optional>
 
 #include "tracing/channel.h"
+#include "tracing/short_id.h"
 #include "tracing/sink_module.h"
 #include "util/line_buffer.h"
 #include "util/text.h"
@@ -176,7 +177,12 @@ std::vector<ChannelLevel> channelLevels() {
     ChannelList::visit([&](const Channel& channel) { byName[channel.name()] = channel.threshold(); });
     std::vector<ChannelLevel> levels;
     levels.reserve(byName.size());
-    for (const auto& [name, threshold] : byName) levels.push_back({name, threshold});
+    for (const auto& [name, threshold] : byName) {
+        const ShortId id = freeShortId(name, [&](const ShortId& wanted) {
+            return std::any_of(levels.begin(), levels.end(), [&](const ChannelLevel& each) { return each.id == wanted.data(); });
+        });
+        levels.push_back({name, threshold, id.data()});
+    }
     return levels;
 }
 

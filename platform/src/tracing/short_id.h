@@ -14,4 +14,12 @@ using ShortId = std::array<char, 5>;
 // next candidates, for a name whose id another name of the same process has already.
 [[nodiscard]] ShortId shortId(std::string_view name, unsigned attempt = 0) noexcept;
 
+// The first candidate for which `isTaken` is false.
+template <class IsTaken>
+ShortId freeShortId(std::string_view name, IsTaken isTaken) {
+    unsigned attempt = 0;
+    while (isTaken(shortId(name, attempt))) ++attempt;
+    return shortId(name, attempt);
+}
+
 }  // namespace tracing

@@ -14,6 +14,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
@@ -59,7 +60,7 @@ public:
     }
 
     void tellAll() {
-        for (const auto& [name, threshold] : channelLevels()) tell(name, threshold);
+        for (const ChannelLevel& each : channelLevels()) tell(each.channel, each.threshold);
     }
 
     // The sink knows the threshold already, for it has chosen it.
@@ -102,21 +103,15 @@ private:
             if (entry != nullptr || size_ == entries_.size()) return entry;
             entry = &entries_[size_];
             entry->name = name;
-            entry->id = freeIdLocked(name);
+            entry->id = freeShortId(name, [this](const ShortId& id) {
+                return std::any_of(entries_.begin(), entries_.begin() + static_cast<std::ptrdiff_t>(size_.load()),
+                                   [&](const Entry& each) { return each.id == id; });
+            });
             entry->threshold = threshold;
             size_.store(size_ + 1, std::memory_order_release);
         }
         entry->handle.store(sink_.addChannel(entry->name.c_str(), entry->id.data(), threshold), std::memory_order_release);
         return entry;
-    }
-
-    ShortId freeIdLocked(std::string_view name) const {
-        for (unsigned attempt = 0;; ++attempt) {
-            const ShortId id = shortId(name, attempt);
-            bool isTaken = false;
-            for (std::size_t i = 0; i < size_; ++i) isTaken = isTaken || entries_[i].id == id;
-            if (!isTaken) return id;
-        }
     }
 
     const KeloTraceSink& sink_;

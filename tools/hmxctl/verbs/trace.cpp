@@ -53,8 +53,8 @@ ExitCode runTrace(Context& context) {
         printDocument(context, levels);
         return ExitCode::ok;
     }
-    Table table{{{"CHANNEL"}, {"LEVEL", Align::right}}};
-    for (const Json& each : levels) table.addRow({{text(each, "channel")}, {compact(member(each, "level"))}});
+    Table table{{{"CHANNEL"}, {"ID"}, {"LEVEL", Align::right}}};
+    for (const Json& each : levels) table.addRow({{text(each, "channel")}, {text(each, "id")}, {compact(member(each, "level"))}});
     printLines(context.out, table.lines(context.out.colour()));
     return ExitCode::ok;
 }
