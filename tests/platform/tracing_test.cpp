@@ -77,8 +77,8 @@ TEST(TracingTest, ThresholdsChangeAtRunTimeAndComeBackFromTheFile) {
     const Channel a{"A_LEVEL"}, b{"B_LEVEL"}, c{"C_LEVEL"}, again{"A_LEVEL"};
     const auto levels = [] {
         std::string all;
-        for (const auto& [channel, threshold] : tracing::channelLevels()) {
-            if (channel.ends_with("_LEVEL")) all += channel.substr(0, 1) + std::to_string(threshold);
+        for (const tracing::ChannelLevel& each : tracing::channelLevels()) {
+            if (each.channel.ends_with("_LEVEL")) all += each.channel.substr(0, 1) + std::to_string(each.threshold);
         }
         return all;
     };
