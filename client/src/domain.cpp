@@ -137,9 +137,9 @@ public:
         for (const std::string& path : paths) {
             ServiceState& state = states.emplace_back();
             state.path = path;
-            const std::optional<uid_t> owner = foreignOwner(path);
-            if (owner) state.life = Life::refused;
-            state.uid = owner.value_or(0);
+            const auto stranger = kelo::runtime::findStranger(options_, path);
+            if (stranger) state.life = Life::refused;
+            state.uid = stranger ? stranger->uid : 0;
         }
         const Deadline patience = deadline.atMost(graceOfEach);
         while (!allAlive(services, states) && !patience.passed()) co_await arrival_.raised(patience);
@@ -188,12 +188,6 @@ private:
         return true;
     }
 
-    // The user of a service that is not ours: they never let each other in.
-    std::optional<uid_t> foreignOwner(std::string_view path) const {
-        const std::optional<uid_t> owner = kelo::runtime::socketOwner(options_, path);
-        return owner == ::geteuid() ? std::nullopt : owner;
-    }
-
     // Of a service that has not said hello. A process that takes connections and closes them has too many already; one that
     // leaves them alone does nothing.
     Life lifeOf(std::string_view path) const {
@@ -209,11 +203,11 @@ private:
     }
 
     void refuseForeign(std::string_view path) const {
-        if (const std::optional<uid_t> owner = foreignOwner(path)) {
+        if (const auto stranger = kelo::runtime::findStranger(options_, path)) {
             throw Error{Error::Kind::foreign,
-                        std::string{path} + " in " + where() + " is run by " + userName(*owner) + ", and you are " +
-                            userName(::geteuid()),
-                        {.service = std::string{path}, .names = {userName(*owner)}}};
+                        std::string{path} + " in " + where() + " is run by " + userName(stranger->uid) + ", and you are " +
+                            userName(::geteuid()) + (stranger->rule.empty() ? "" : "; policy: " + stranger->rule),
+                        {.service = std::string{path}, .names = {userName(stranger->uid)}}};
         }
     }
 

@@ -11,8 +11,10 @@
 #include <atomic>
 #include <deque>
 #include <filesystem>
+#include <fstream>
 #include <functional>
 #include <memory>
+#include <nlohmann/json.hpp>
 #include <set>
 #include <string>
 #include <thread>
@@ -23,18 +25,23 @@
 #include "kelo/func_call_event.h"
 #include "kelo/resource_handler.h"
 #include "kelo/runtime/kelo_runtime.h"
+#include "support/as_user.h"
 #include "support/eventually.h"
 #include "support/raw_peer.h"
 #include "support/temporary_directory.h"
 
 namespace {
 
+namespace fs = std::filesystem;
 using kelo::Response;
 using kelo::runtime::IKeloRuntime;
 using kelo::runtime::KeloServiceTrackerInfo;
 using kelo::runtime::RuntimeOptions;
+using testing_support::asUser;
 using testing_support::Bytes;
+using testing_support::eventually;
 using testing_support::RawPeer;
+using testing_support::User;
 using testing_support::Watched;
 
 constexpr const char* servicePath = "/provider";
@@ -488,7 +495,6 @@ TEST_F(RuntimeTest, ADirectoryThatIsRemovedIsMadeAgainAndServicesReturn) {
 }
 
 TEST_F(RuntimeTest, ADirectoryThatIsReplacedByAnUnsafeOneIsNotUsed) {
-    namespace fs = std::filesystem;
     const std::string inner = directory / "domain";
     fs::create_directory(directory / "elsewhere");
     Provider provider{inner};
@@ -516,7 +522,6 @@ TEST_F(RuntimeTest, ADirectoryMayHaveALongerNameThanASocketsAddress) {
 }
 
 TEST_F(RuntimeTest, UnsafeDirectoriesAreRefusedWithTheReason) {
-    namespace fs = std::filesystem;
     fs::create_directory(directory / "target");
     fs::create_symlink(directory / "target", directory / "link");
     fs::create_directory(directory / "open");
@@ -1088,6 +1093,150 @@ TEST_F(RuntimeTest, ThousandsOfRequestsFromManyThreadsEachEndOnce) {
     }
     for (auto& thread : threads) thread.join();
     EXPECT_EQ(right, 4000);
+}
+
+// A domain of several users: the provider is root, 61001 a member of the directory's group 62000, 61002 a stranger to everything.
+class SeveralUsersTest : public RuntimeTest {
+protected:
+    void SetUp() override {
+        if (!testing_support::canBeOthers()) GTEST_SKIP() << "only root can become somebody else";
+        ::chmod(directory.path().c_str(), 0755);
+        fs::create_directory(domain);
+        ASSERT_EQ(::chown(domain.c_str(), 0, 62000), 0);
+        ASSERT_EQ(::chmod(domain.c_str(), 02770), 0);
+        ASSERT_EQ(::setenv("KELO_POLICY_DIR", policies.c_str(), 1), 0);
+    }
+    void TearDown() override { ::unsetenv("KELO_POLICY_DIR"); }
+
+    // Replaces the policy as an editor would.
+    void write(const std::string& rules) const {
+        fs::create_directories(policies);
+        std::ofstream{policies + "/.new"} << rules;
+        fs::rename(policies + "/.new", policies + "/a.toml");
+    }
+    // The answer's status for a request of that user; 0 if the provider hangs up.
+    int ask(const User& user, const std::string& command, const std::string& path) const {
+        RawPeer peer = asUser(user, [&] { return RawPeer{domain + "/" + socketFile}; });
+        if (!peer.isOpen()) return -1;
+        peer.send(testing_support::helloFrame(servicePath));
+        if (!peer.receive()) return 0;
+        peer.send(testing_support::requestFrame(1, command, path, true, "x"));
+        const auto answer = peer.receive();
+        return !answer ? 0 : answer->bodyContains("a.toml:") || answer->bodyContains("no rule allows it") ? 403 : 200;
+    }
+    double counted(const char* name) {
+        Consumer consumer{domain};
+        const auto events = consumer.ask("/$platform/status");
+        const Told told = ended(*events);
+        return nlohmann::json::parse(told.at(0).substr(5)).at("counters").at(name);
+    }
+
+    const std::string domain = directory / "domain";
+    const std::string policies = directory / "policy.d";
+    const User member{61001, 61001, {62000}};
+    const User other{61003, 61003, {62000}};
+    const User stranger{61002, 61002, {}};
+};
+
+constexpr const char* memberMayRetrieve =
+    "[[allow]]\nuser = 61001\nservice = \"/provider\"\ncommand = \"retrieve\"\n"
+    "[[deny]]\ngroup = 62000\nservice = \"/provider\"\npath = \"/r/fail\"\n";
+
+TEST_F(SeveralUsersTest, WhoMayDoWhatIsDecidedByTheKernelsWord) {
+    write(memberMayRetrieve);
+    Provider provider{domain};
+    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    const struct {
+        User user;
+        const char *command, *path;
+        int status;
+    } cases[] = {
+        {member, "retrieve", "/r/echo", 200},
+        {member, "update", "/r/echo", 403},
+        {member, "retrieve", "/r/fail", 403},
+        {member, "retrieve", "/r/%66ail", 403},
+        {member, "retrieve", "/$platform/status", 200},
+        {other, "retrieve", "/r/echo", 403},                  // a rule is about its group, so it may connect
+        {User{61004, 61004, {}}, "retrieve", "/r/echo", -1},  // the file system refuses who is not in the group
+        {User{0, 0, {}}, "update", "/r/echo", 200},
+        {User{0, 0, {62000}}, "update", "/r/fail", 403},
+    };
+    for (const auto& [user, command, path, status] : cases)
+        EXPECT_EQ(ask(user, command, path), status) << user.uid << command << path;
+    EXPECT_EQ(counted("requestsForbidden"), 5);
+    ASSERT_EQ(::chmod((domain + "/" + socketFile).c_str(), 0666), 0);
+    ASSERT_EQ(::chmod(domain.c_str(), 02775), 0);
+    EXPECT_EQ(ask(stranger, "retrieve", "/r/echo"), 0) << "no rule is about it";
+    write("audit = true\n" + std::string{memberMayRetrieve});
+    EXPECT_TRUE(eventually([&] { return ask(member, "update", "/r/echo") == 200; }));
+    ::chmod((domain + "/" + socketFile).c_str(), 0666);
+    EXPECT_EQ(ask(stranger, "retrieve", "/r/echo"), 200) << "audit lets pass";
+    EXPECT_GE(counted("requestsAudited"), 2);
+    EXPECT_GE(counted("peersAudited"), 1);
+}
+
+TEST_F(SeveralUsersTest, AChangedPolicyHoldsAtOnceAndABrokenOneChangesNothing) {
+    Provider provider{domain};
+    EXPECT_FALSE(provider.started) << "without a policy, a directory that a group may write to is refused";
+    ASSERT_EQ(::chmod(domain.c_str(), 02750), 0);
+    Provider again{domain};
+    ASSERT_TRUE(again.published.count.waitFor([](int n) { return n == 1; }));
+    EXPECT_EQ(ask(member, "retrieve", "/r/echo"), -1);
+    write(memberMayRetrieve);
+    EXPECT_TRUE(eventually([&] { return ask(member, "retrieve", "/r/echo") == 200; }))
+        << "its directory was made after the start";
+    RawPeer watcher = asUser(member, [&] { return RawPeer{domain + "/" + socketFile}; });
+    watcher.send(testing_support::helloFrame(servicePath));
+    watcher.send(testing_support::requestFrame(7, "retrieve", "/r/open", false));
+    ASSERT_TRUE(watcher.receive());
+    ASSERT_TRUE(again.resource.responders.waitFor([](const auto& all) { return all.size() == 1; }));
+    for (const char* broken : {"[[deny]]\nuser = 61001", "nonsense", "[[allow]]\nuser = 'no such user'\nservice = '/provider'"}) {
+        write(broken);
+        again.runtime->reloadPolicy();
+        EXPECT_EQ(ask(member, "retrieve", "/r/echo"), 200) << broken;
+    }
+    write("[[allow]]\nuser = 61001\nservice = \"/provider\"\npath = \"/r/echo\"\n");
+    const auto end = watcher.receive();
+    ASSERT_TRUE(end);
+    EXPECT_EQ(end->type, testing_support::error);
+    EXPECT_TRUE(end->bodyContains("no rule allows it"));
+    EXPECT_TRUE(again.resource.cancelled.waitFor([](const auto& all) { return all.size() == 1; }));
+    EXPECT_EQ(ask(member, "retrieve", "/r/echo"), 200);
+    fs::remove_all(policies);
+    EXPECT_TRUE(watcher.seesEnd()) << "without a policy, only the provider's own user and root are served";
+    EXPECT_TRUE(again.resource.responders.get().all[0]->next(Response{200}));
+}
+
+// A client trusts a provider that may publish the path, whoever owns the socket or the directory.
+TEST_F(SeveralUsersTest, AProviderIsTrustedIfItMayPublish) {
+    write("[[allow]]\nuser = 61001\npublish = \"/provider\"\n[[deny]]\nuser = [0, 61002]\npublish = \"/provider\"\n");
+    const struct {
+        User user;
+        bool isTrusted;
+    } cases[] = {{stranger, false}, {member, true}, {other, false}};
+    ASSERT_EQ(::chown(domain.c_str(), 61001, 62000), 0);
+    ASSERT_EQ(::chmod(domain.c_str(), 03777), 0);
+    for (const auto& [user, isTrusted] : cases) {
+        const std::string socket = domain + "/" + socketFile;
+        fs::remove(socket);
+        const auto listener = asUser(user, [&] { return std::make_unique<testing_support::RawListener>(socket); });
+        Consumer consumer{domain};
+        RawPeer peer = listener->accept();
+        peer.send(testing_support::helloAnswer());
+        EXPECT_EQ(consumer.heard.waitFor([](const auto& all) { return !all.empty(); },
+                                         std::chrono::milliseconds{isTrusted ? 10'000 : 200}),
+                  isTrusted)
+            << user.uid;
+        EXPECT_EQ(peer.receive().has_value(), isTrusted) << "who is not trusted is told nothing";
+    }
+    fs::remove(domain + "/" + socketFile);
+    Provider denied{domain};
+    EXPECT_FALSE(denied.published.count.waitFor([](int n) { return n == 1; }, std::chrono::milliseconds{100}));
+    write("[[allow]]\nuser = 0\npublish = \"/provider\"\n");
+    EXPECT_TRUE(denied.published.count.waitFor([](int n) { return n == 1; }));
+    write("[[deny]]\nuser = 0\npublish = \"/provider\"\n");
+    EXPECT_TRUE(denied.published.count.waitFor([](int n) { return n == 0; }));
+    EXPECT_FALSE(fs::exists(domain + "/" + socketFile));
 }
 
 }  // namespace

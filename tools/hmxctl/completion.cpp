@@ -235,6 +235,8 @@ void offerFirstWord(Offers& out, const Verb& verb, NameSource& names) {
         case FirstWord::channel:
             out.offerAll(names.services());
             return offerChannels(out, names, std::string{hmxService});
+        case FirstWord::policyCommand:
+            return out.offerAll(std::array{"check", "test"});
         case FirstWord::none:
             if (verb.name == "diff") out.offer("live");
             return;
@@ -246,6 +248,9 @@ void offerFurtherWord(Offers& out, const Verb& verb, const std::vector<std::stri
     if (verb.name == "sim") return offerSimWord(out, words, names);
     if (verb.name == "trace") {
         return offerChannels(out, names, words.front().starts_with('/') ? words.front() : std::string{hmxService});
+    }
+    if (verb.name == "policy" && words.front() == "test" && words.size() == 2) {
+        return out.offerAll(std::array{"retrieve", "insert", "update", "delete", "publish"});
     }
     if (verb.name == "tree") return out.offerAll(names.elements(*findResource("displays")));
     if (verb.name == "uuid") return offerElements(out, names, true);

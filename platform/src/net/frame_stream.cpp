@@ -2,6 +2,7 @@
 
 #include <sys/epoll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -43,13 +44,12 @@ std::string Peer::toString() const {
     return text;
 }
 
+bool Peer::isOwnOrRoot() const noexcept {
+    return who.uid == ::geteuid() || who.uid == 0;
+}
+
 bool readPeer(int fd, Peer& peer) noexcept {
-    ucred credentials{};
-    socklen_t size = sizeof credentials;
-    if (::getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &credentials, &size) != 0) return false;
-    peer.pid = credentials.pid;
-    peer.uid = credentials.uid;
-    return true;
+    return policy::readIdentity(fd, peer.pid, peer.who);
 }
 
 FrameStream::FrameStream(Descriptor socket, Peer peer, const Limits& limits, runtime::Counters& counters,

@@ -20,17 +20,22 @@
 #include "net/loop.h"
 #include "net/reading_place.h"
 #include "net/send_queue.h"
+#include "policy/identity.h"
 #include "runtime/counters.h"
 #include "util/byte_buffer.h"
 #include "wire/frame.h"
 
 namespace kelo::net {
 
-// The process at the other end: its ids from the kernel, taken when the connection was made, and the name that it gives itself.
+// The process at the other end: who it is, from the kernel, taken when the connection was made, and the name that it gives
+// itself.
 struct Peer {
     pid_t pid = 0;
-    uid_t uid = 0;
+    policy::Identity who;
     std::string application;
+
+    // Whether it belongs to our own user or to root, who are served and trusted unless a policy says otherwise.
+    bool isOwnOrRoot() const noexcept;
 
     // "pid 4711 (hmxctl)", for log lines.
     std::string toString() const;

@@ -26,6 +26,9 @@
 // one-shot requests, or are completed if they have had a value. The connection ends with the last answer, or after the deadline
 // for requests, because a client that waits cannot be distinguished from one that has forgotten the connection.
 //
+// What a client may do is decided by a table that is made for the client when it connects, and made again when the policy
+// changes. Without a policy there is no table.
+//
 // The thread that reads calls `cancelRequest`, never with the lock held. It has also called `actionRequest`, so the handle is
 // known by then. Only this thread needs handles, so the last one is entered into the table when the thread next takes the lock.
 
@@ -71,7 +74,7 @@ ServerConnection::ServerConnection(Descriptor socket, Peer peer, const Limits& l
                                    std::shared_ptr<const Service> service)
     : FrameStream{std::move(socket), std::move(peer), limits, counters, service->shares},
       service_{std::move(service)},
-      account_{std::make_shared<Account>(peer_.pid, peer_.uid)} {
+      account_{std::make_shared<Account>(peer_.pid, peer_.who.uid)} {
     ++counters_.connectionsAccepted;
     ++counters_.connectionsOpen;
 }
@@ -128,19 +131,25 @@ const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std
     const std::uint64_t id = header.requestId;
     const bool isNameTooLong = request_.clientId().size() > limits_.nameBytes;
     const char* refusal = isNameTooLong ? "the client id is longer than it may be" : nullptr;
+    std::uint16_t status = isNameTooLong ? 400 : 503;
+    if (access_ != nullptr && refusal == nullptr && isForbidden(request_.command(), request_.path())) {
+        refusal = forbidden_.c_str();
+        status = 403;
+    }
     {
         const std::lock_guard lock{mutex_};
         noteDispatchedLocked();
         if (refusal == nullptr) refusal = refusalLocked();
         if (refusal != nullptr) {
             if (requests_.find(id) != nullptr) return "a request id used twice";
-            ++counters_.requestsRefused;
+            if (status != 403) ++counters_.requestsRefused;
             wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
-                                 Response::createErrorResponse(isNameTooLong ? 400 : 503, service_->path + ": " + refusal));
+                                 Response::createErrorResponse(status, service_->path + ": " + refusal));
         } else {
             Open* const open = requests_.put(id, std::make_unique<Open>());
             if (open == nullptr) return "a request id used twice";
             open->oneShot = request_.isOneShot();
+            if (!open->oneShot) open->asked = std::make_unique<const Asked>(Asked{request_.command(), request_.path()});
             ++(open->oneShot ? oneShots_ : streams_);
             shares_->openRequests.change(requests_.size() - 1, requests_.size());
             ++counters_.requestsAccepted;
@@ -164,6 +173,56 @@ const char* ServerConnection::refusalLocked() const {
     const bool isFull = request_.isOneShot() ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams;
     return isFull || !shares_->openRequests.admits(requests_.size(), 1) ? "too many requests in flight, request not sent"
                                                                         : nullptr;
+}
+
+// Whether the policy keeps the client from this. If so, that is counted and logged, and the reason is in `forbidden_`.
+bool ServerConnection::isForbidden(const std::string& command, const std::string& path) {
+    const policy::Decision decision = access_->decide(command, path);
+    if (decision.allowed) return false;
+    const bool audits = access_->policy().audits;
+    forbidden_ = "'" + util::printable(command) + "' '" + util::printable(path) + "' is forbidden to uid " +
+                 std::to_string(peer_.who.uid) + ": " + access_->policy().reasonOf(decision);
+    ++(audits ? counters_.requestsAudited : counters_.requestsForbidden);
+    if (audits) {
+        tracing::logCV(channel, 3, "%s: audit: %s would get: %s", service_->path.c_str(), peer_.toString().c_str(),
+                       forbidden_.c_str());
+    } else {
+        tracing::logCV(channel, 3, "%s: %s got: %s", service_->path.c_str(), peer_.toString().c_str(), forbidden_.c_str());
+    }
+    return !audits;
+}
+
+void ServerConnection::setPolicy(std::shared_ptr<const policy::Policy> policy) {
+    const bool isOwnOrRoot = peer_.isOwnOrRoot();
+    const bool isNeeded = policy->isInForce || !isOwnOrRoot;
+    access_ =
+        isNeeded ? std::make_unique<policy::AccessTable>(std::move(policy), peer_.who, service_->path, isOwnOrRoot) : nullptr;
+    if (access_ != nullptr) endForbiddenStreams();
+}
+
+void ServerConnection::endForbiddenStreams() {
+    std::vector<std::pair<std::uint64_t, std::string>> ended;
+    std::vector<std::pair<IResourceHandler*, void*>> cancelled;
+    {
+        const std::lock_guard lock{mutex_};
+        noteDispatchedLocked();
+        if (isClosedLocked()) return;
+        requests_.forEach([&](std::uint64_t id, const Open& open) {
+            if (open.asked == nullptr || open.cancelled || !isForbidden(open.asked->command, open.asked->path)) return;
+            ended.emplace_back(id, forbidden_);
+            if (open.handle != nullptr) cancelled.emplace_back(open.handler, open.handle);
+        });
+        for (const auto& [id, reason] : ended) {
+            const std::size_t begin = outLocked().size();
+            wire::appendResponse(outLocked(), wire::FrameType::error, 0, id,
+                                 Response::createErrorResponse(403, service_->path + ": " + reason));
+            followKeptLocked(id, begin);
+            eraseLocked(id);
+        }
+    }
+    if (ended.empty()) return;
+    commit();
+    for (const auto& [handler, handle] : cancelled) handler->cancelRequest(handle);
 }
 
 void ServerConnection::dispatch(std::uint64_t id) {

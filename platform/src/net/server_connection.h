@@ -13,6 +13,7 @@
 #include "kelo/resource_handler.h"
 #include "net/frame_stream.h"
 #include "net/kept_values.h"
+#include "policy/access_table.h"
 #include "util/block_pool.h"
 #include "util/id_map.h"
 
@@ -39,6 +40,8 @@ public:
 
     // Starts to wait for the hello. Call after `start`, on the loop's thread.
     void expectHello();
+    // What the client may do from now on; streams that it may not have any more are ended. Thread: the loop that reads.
+    void setPolicy(std::shared_ptr<const policy::Policy> policy);
 
     // Whether the client has sent its hello. Thread: the loop that reads, as for the next two.
     bool hasGreeted() const noexcept { return ready_; }
@@ -68,8 +71,14 @@ public:
     void abandon(std::uint64_t id);
 
 private:
+    // What a stream shows. Kept because a new policy may forbid it.
+    struct Asked {
+        std::string command;
+        std::string path;
+    };
     // A request that has a responder, or whose last answer has not been written.
     struct Open : util::Pooled {
+        std::unique_ptr<const Asked> asked;  // null: one-shot
         IResourceHandler* handler = nullptr;
         void* handle = nullptr;
         bool oneShot = false;
@@ -87,6 +96,8 @@ private:
     const char* handleRequest(const wire::FrameHeader& header, std::span<const std::uint8_t> body);
     void handleCancel(std::uint64_t id);
     void dispatch(std::uint64_t id);
+    bool isForbidden(const std::string& command, const std::string& path);
+    void endForbiddenStreams();
 
     Open* answerableLocked(std::uint64_t id);
     void noteDispatchedLocked();
@@ -105,7 +116,9 @@ private:
     std::string peerClientId_;  // the trace id of a peer whose requests have none
     Request request_;           // reused; its payload borrows from the frame
     wire::LastFields requestFields_;
-    std::optional<Timer> patience_;  // for a client's hello, or for its reading of the last answers
+    std::optional<Timer> patience_;                // for a client's hello, or for its reading of the last answers
+    std::unique_ptr<policy::AccessTable> access_;  // null: everything is allowed
+    std::string forbidden_;                        // what was forbidden last, and why
     bool isReserved_ = false;
     // The last request that was passed to its handler, and the handle to cancel it with; not in the table yet.
     struct Dispatched {

@@ -9,6 +9,7 @@
 #include "net/descriptor.h"
 #include "net/fair_share.h"
 #include "net/loop.h"
+#include "policy/policy_source.h"
 #include "runtime/counters.h"
 
 namespace kelo::runtime {
@@ -22,7 +23,9 @@ struct Context {
     std::string mimeTypes;  // this process's, in order of preference, separated by commas
     Limits limits;
     Counters& counters;
-    std::shared_ptr<net::Shares> shares;  // for all clients of the process
+    std::shared_ptr<net::Shares> shares;    // for all clients of the process
+    policy::PolicySource policy;            // Thread: the runtime's, as for the next
+    std::function<void()> policyChanged{};  // has everything follow the current policy, in a turn of its own
     // The directory, open and checked to be safe; empty while there is none. Everything in it is accessed through this
     // descriptor, never by the directory's name, which may lead elsewhere by then. Thread: the runtime's.
     net::Descriptor domain{};

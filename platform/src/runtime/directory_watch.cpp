@@ -15,12 +15,12 @@
 
 namespace kelo::runtime {
 
-bool DirectoryWatch::watch(const std::string& directory, int opened) {
+bool DirectoryWatch::watch(const std::string& directory, int opened, Of what) {
     stop();
     net::Descriptor inotify{::inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
     if (!inotify) return false;
-    constexpr std::uint32_t mask =
-        IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
+    const std::uint32_t mask = IN_CREATE | IN_MOVED_TO | IN_MOVED_FROM | IN_DELETE | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR |
+                               (what == Of::contents ? IN_CLOSE_WRITE | IN_ATTRIB : 0U);
     const std::string place = "/proc/self/fd/" + std::to_string(opened);
     if (::inotify_add_watch(inotify.get(), place.c_str(), mask) < 0) return false;
     struct stat status {};

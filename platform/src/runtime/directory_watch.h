@@ -1,8 +1,9 @@
-// Reports changes in the domain's directory.
+// Reports changes in a directory.
 #pragma once
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <functional>
 #include <string>
 #include <string_view>
@@ -23,8 +24,10 @@ public:
 
     DirectoryWatch(net::Loop& loop, Events events) : loop_{loop}, events_{std::move(events)} {}
 
+    enum class Of : std::uint8_t { names, contents };  // what is reported: changes of names only, or also of what files contain
+
     // Starts or restarts watching the directory of that name, which is open as `opened`. False with the reason in errno.
-    bool watch(const std::string& directory, int opened);
+    bool watch(const std::string& directory, int opened, Of what = Of::names);
     void stop();
     void onReady(std::uint32_t events) override;
 

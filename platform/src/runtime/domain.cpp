@@ -12,11 +12,17 @@
 
 #include "kelo/uuid.h"
 #include "net/unix_socket.h"
+#include "policy/safe_file.h"
 #include "util/text.h"
 
 // The directory is the registry: there is no daemon. A user who can write to it determines what a service path leads to. So it is
 // created for its owner alone, and refused in any state in which somebody else could have put a socket into it. The checks are
 // made on the open directory, not on its name, so nothing can be exchanged in between.
+//
+// With a policy, several users share a domain, and what they have in common is a group: of the directory and, because of its
+// set-group-ID bit, of the sockets in it. Who can write to such a directory can still remove a socket, or put another one in its
+// place, but is not believed to be somebody who may publish that path. If the policy cannot be used, its directory can still be:
+// then nobody but our own user and root is believed to be anything.
 
 namespace kelo::runtime {
 namespace {
@@ -28,10 +34,11 @@ std::string environment(const char* name) {
     return value == nullptr ? std::string{} : std::string{value};
 }
 
-std::string baseDirectory() {
+std::string baseDirectory(const std::string& domain) {
     if (auto directory = environment("KELO_RUNTIME_DIR"); !directory.empty()) return directory;
     if (auto directory = environment("XDG_RUNTIME_DIR"); !directory.empty()) return directory + "/kelo";
-    if (::access("/run/kelo", W_OK | X_OK) == 0) return "/run/kelo";
+    const std::string common = "/run/kelo";
+    if (::access(common.c_str(), W_OK | X_OK) == 0 || ::access((common + "/" + domain).c_str(), R_OK | X_OK) == 0) return common;
     auto temporary = environment("TMPDIR");
     if (temporary.empty()) temporary = "/tmp";
     return temporary + "/kelo-" + std::to_string(::geteuid());
@@ -52,18 +59,23 @@ std::string describe(const char* what) {
     return std::string{what} + ": " + std::strerror(errno);
 }
 
-// Why somebody else could add or remove files in the directory; empty if nobody can.
-std::string unsafeReason(int directory, const std::string& name) {
+// Why somebody could add or remove files in the directory who must not; empty if nobody can.
+std::string unsafeReason(int directory, const std::string& name, const policy::PolicySource& policy) {
     struct stat status {};
     if (::fstat(directory, &status) != 0) return describe(("cannot look at " + name).c_str());
-    if (status.st_uid != ::geteuid() && status.st_uid != 0) {
-        return name + " belongs to uid " + std::to_string(status.st_uid) + ", not to uid " + std::to_string(::geteuid()) +
-               " or root";
-    }
-    if ((status.st_mode & (S_IWGRP | S_IWOTH)) != 0 && (status.st_mode & S_ISVTX) == 0) {
-        return name + " may be written to by others and has no sticky bit";
-    }
-    return {};
+    const bool isShared = policy.current()->isInForce || policy.isBroken();
+    if (isShared && (status.st_mode & S_ISGID) != 0) status.st_mode &= ~static_cast<mode_t>(S_IWGRP);
+    const bool isForeign = status.st_uid != ::geteuid() && status.st_uid != 0;
+    if (isForeign && policy.current()->letsPublish(policy::identityOf(status.st_uid))) status.st_uid = 0;
+    const std::string why = policy::unsafeReason(status, policy::Sticky::isEnough);
+    return why.empty() ? why : name + " " + why;
+}
+
+// What a tool follows that looks at a domain from outside.
+policy::PolicySource policyFor(const RuntimeOptions& options) {
+    policy::PolicySource policy{policy::policyDirectory(options.policyDirectory)};
+    (void)policy.reload();
+    return policy;
 }
 
 bool isPlain(char c) {
@@ -74,10 +86,10 @@ bool isPlain(char c) {
 
 std::string domainDirectory(const RuntimeOptions& options) {
     if (!options.directory.empty()) return options.directory;
-    return baseDirectory() + "/" + options.domain;
+    return baseDirectory(options.domain) + "/" + options.domain;
 }
 
-net::Descriptor openDomain(const std::string& directory, bool create, std::string& error) {
+net::Descriptor openDomain(const std::string& directory, bool create, const policy::PolicySource& policy, std::string& error) {
     if (create && !makeWithParents(directory)) {
         error = describe(("cannot make the runtime directory " + directory).c_str());
         return {};
@@ -94,10 +106,16 @@ net::Descriptor openDomain(const std::string& directory, bool create, std::strin
     }
     // A user who can rename the directory can replace it, so its parent must satisfy the same rules.
     const net::Descriptor parent{::openat(opened.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
-    error = unsafeReason(opened.get(), "runtime directory " + directory);
-    if (error.empty() && parent) error = unsafeReason(parent.get(), "the directory above runtime directory " + directory);
+    error = unsafeReason(opened.get(), "runtime directory " + directory, policy);
+    if (error.empty() && parent) error = unsafeReason(parent.get(), "the directory above runtime directory " + directory, policy);
     if (!error.empty()) return {};
     return opened;
+}
+
+mode_t socketMode(int directory, const policy::Policy& policy) noexcept {
+    struct stat status {};
+    const bool hasGroup = policy.isInForce && ::fstat(directory, &status) == 0 && (status.st_mode & S_ISGID) != 0;
+    return hasGroup ? 0660 : 0600;
 }
 
 std::string socketName(const std::string& directory, std::string_view servicePath) {
@@ -133,7 +151,7 @@ bool isDomainName(std::string_view name) noexcept {
 SocketState probeSocket(const RuntimeOptions& options, std::string_view servicePath, std::chrono::milliseconds wait) {
     const std::string directory = domainDirectory(options);
     std::string error;
-    const net::Descriptor opened = openDomain(directory, false, error);
+    const net::Descriptor opened = openDomain(directory, false, policyFor(options), error);
     if (!opened) return SocketState::dead;
     const net::Descriptor socket = net::connectTo(opened.get(), socketName(directory, servicePath));
     // A full queue of connections also shows that somebody listens.
@@ -147,6 +165,18 @@ std::optional<uid_t> socketOwner(const RuntimeOptions& options, std::string_view
     struct stat status {};
     if (::lstat((directory + "/" + socketName(directory, servicePath)).c_str(), &status) != 0) return {};
     return status.st_uid;
+}
+
+std::optional<Stranger> findStranger(const RuntimeOptions& options, std::string_view servicePath) {
+    const std::optional<uid_t> owner = socketOwner(options, servicePath);
+    if (!owner || *owner == ::geteuid()) return {};
+    const policy::PolicySource source = policyFor(options);
+    const policy::Policy& policy = *source.current();
+    const policy::Decision trust = policy.mayPublish(policy::identityOf(*owner), servicePath, *owner == 0);
+    const bool isServed = ::geteuid() == 0 || policy.isAbout(policy::ownIdentity(), servicePath);
+    if ((trust.allowed && isServed) || policy.audits) return {};
+    const std::string why = trust.allowed ? "no rule of the policy is about you" : policy.reasonOf(trust);
+    return Stranger{*owner, policy.isInForce ? why : ""};
 }
 
 }  // namespace kelo::runtime

@@ -35,6 +35,13 @@
 // connections in reserve let the process be asked about itself. Other requests on them are refused until another connection ends;
 // if the reserve is full, the oldest in it makes room for the next.
 //
+// Who may connect is decided when a connection is accepted: our own user and root, and with a policy everybody whom one of its
+// rules for this service is about, also one that denies something: such a client is told so, request by request. When the policy
+// changes, all of this is decided again, for the publication itself, too.
+//
+// In a directory that a group may write to, somebody who must not publish a path may have made its lock first. We cannot open
+// such a lock; it is removed, if its owner may not publish the path and the directory lets us.
+//
 // A process without a free descriptor for a client stops listening; otherwise it would be woken for ever by a queue from which it
 // cannot take anything. It starts again when one of its connections has been closed, or after a while.
 
@@ -113,6 +120,7 @@ std::vector<net::ServerConnection::Usage> Publication::usage() const {
 
 void Publication::begin() {
     if (listener_ || !context_.domain) return;  // the runtime calls us again when the directory is there
+    if (!mayPublish()) return;                  // or when the policy has changed
     if (!claim()) {
         retryLater(claimPause);
         return;
@@ -125,6 +133,47 @@ void Publication::begin() {
     ++info_.incarnation;
     context_.noteChange();
     if (tracker_ != nullptr) tracker_->added(info_);
+}
+
+bool Publication::mayPublish() {
+    const policy::Policy& policy = *context_.policy.current();
+    if (!policy.isInForce) return true;
+    const policy::Decision decision = policy.mayPublish(policy::ownIdentity(), service_->path, true);
+    if (decision.allowed) return true;
+    logOnce((policy.audits ? "audit: " : "") + std::string{"may not be published by our user: "} + policy.reasonOf(decision));
+    return policy.audits;
+}
+
+bool Publication::mayConnect(const net::Peer& peer) {
+    const policy::Policy& policy = *context_.policy.current();
+    if (peer.isOwnOrRoot() || policy.isAbout(peer.who, service_->path)) return true;
+    if (!policy.audits) return false;
+    ++context_.counters.peersAudited;
+    tracing::logCV(channel, 3, "%s: audit: no rule is about uid %u, which connects as %s", service_->path.c_str(), peer.who.uid,
+                   peer.toString().c_str());
+    return true;
+}
+
+void Publication::applyPolicy() {
+    if (listener_ && !mayPublish()) {
+        end();
+        if (tracker_ != nullptr) tracker_->removed();
+        return;
+    }
+    if (!listener_) return begin();
+    if (isInPlace()) {
+        const mode_t mode = socketMode(context_.domain.get(), *context_.policy.current());
+        if (::fchmodat(context_.domain.get(), fileName_.c_str(), mode, 0) != 0)
+            logOnce("cannot change its socket: " + errorText());
+    }
+    for (net::ServerConnection* each : std::vector{connections_}) {
+        const auto connection = std::static_pointer_cast<net::ServerConnection>(each->shared_from_this());
+        connection->setPolicy(context_.policy.current());
+        if (mayConnect(connection->peer())) continue;
+        ++context_.counters.peersRefused;
+        connection->flush();  // what its streams ended with
+        connection->close("the policy does not admit it any more");
+    }
 }
 
 // Takes the lock if it is free, and writes our name into it.
@@ -140,6 +189,9 @@ bool Publication::claim() {
         lock_.reset();
     }
     net::Descriptor lock{::openat(directory, file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)};
+    if (!lock && removeForeignLock()) {
+        lock = net::Descriptor{::openat(directory, file.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)};
+    }
     if (!lock) {
         logOnce("cannot open the lock " + context_.directory + "/" + file + ": " + errorText());
         return false;
@@ -161,6 +213,20 @@ bool Publication::claim() {
     return true;
 }
 
+// Removes a lock that we may not open, if it belongs to somebody who may not publish the path.
+bool Publication::removeForeignLock() {
+    const int error = errno;
+    const std::string file = fileName_ + ".lock";
+    struct stat status {};
+    const bool isForeign =
+        error == EACCES && context_.policy.current()->isInForce &&
+        ::fstatat(context_.domain.get(), file.c_str(), &status, AT_SYMLINK_NOFOLLOW) == 0 &&
+        !context_.policy.current()->mayPublish(policy::identityOf(status.st_uid), service_->path, false).allowed;
+    const bool isRemoved = isForeign && ::unlinkat(context_.domain.get(), file.c_str(), 0) == 0;
+    errno = error;
+    return isRemoved;
+}
+
 bool Publication::bindAndRename() {
     static std::atomic<unsigned> number{0};
     const int directory = context_.domain.get();
@@ -174,7 +240,7 @@ bool Publication::bindAndRename() {
         return false;
     }
     struct stat status {};
-    if (::fchmodat(directory, hidden.c_str(), 0600, 0) != 0 ||
+    if (::fchmodat(directory, hidden.c_str(), socketMode(directory, *context_.policy.current()), 0) != 0 ||
         ::fstatat(directory, hidden.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 ||
         ::renameat(directory, hidden.c_str(), directory, fileName_.c_str()) != 0) {
         logOnce("cannot show its socket as " + context_.directory + "/" + fileName_ + ": " + errorText());
@@ -241,12 +307,14 @@ void Publication::accept() {
         }
         net::Peer peer;
         const bool known = net::readPeer(socket.get(), peer);
-        const bool trusted = known && (peer.uid == ::geteuid() || peer.uid == 0);
-        if (!trusted || !makeRoom()) {
+        const bool isAdmitted = known && mayConnect(peer);
+        if (!isAdmitted || !makeRoom()) {
             ++context_.counters.peersRefused;
+            const char* const stranger =
+                context_.policy.current()->isInForce ? "no rule of the policy is about this user" : "neither our uid nor root";
             tracing::logCV(channel, 3, "%s: connection of %s (uid %u) refused: %s", service_->path.c_str(),
-                           peer.toString().c_str(), peer.uid,
-                           trusted ? "as many connections as the limit allows" : "neither our uid nor root");
+                           peer.toString().c_str(), peer.who.uid,
+                           isAdmitted ? "as many connections as the limit allows" : stranger);
             continue;
         }
         serve(std::move(socket), std::move(peer));
@@ -294,6 +362,7 @@ void Publication::serve(net::Descriptor socket, net::Peer peer) {
                                                              context_.counters, service_);
         connections_.push_back(connection.get());
         connection->setReserved(context_.counters.connectionsOpen > context_.limits.connections);
+        connection->setPolicy(context_.policy.current());
         if (!connection->start(context_.loop)) {
             connection->close("no room in the event loop");
             return;

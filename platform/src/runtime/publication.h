@@ -33,13 +33,18 @@ public:
     void begin();
     // The directory has changed: publishes again if the socket's name no longer leads to it.
     void checkDirectory();
+    // The policy has changed.
+    void applyPolicy();
     // Removes the socket, gives up the path and ends the connections, without telling the tracker.
     void end();
 
 private:
     class Listener;
 
+    bool mayPublish();
     bool claim();
+    bool removeForeignLock();
+    bool mayConnect(const net::Peer& peer);
     bool bindAndRename();
     bool isInPlace() const;
     void withdraw();

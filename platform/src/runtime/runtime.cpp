@@ -1,4 +1,5 @@
 #include <dirent.h>
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -40,6 +41,11 @@
 // Handles are numbers that are never used again. Those of trackers and registrations share one number space, because
 // `trackService` and `registerService` return the same kind of handle.
 //
+// The policy is read at the start, and again when its files change and when somebody asks for it. A process that publishes
+// watches them; if the directory does not exist, the one that it would be in, or the one above that. One that only asks looks
+// whether they have changed before it connects, because watches are scarce and such processes are many. Files that are being
+// replaced change one after the other, so they are read a moment after the last change.
+//
 // The runtime's thread waits for nobody, so any thread may wait for it. A connection that a worker reads leaves that worker on
 // the worker's own thread, in its own time: ending a tracker or a resolver only states what is wanted. The calling thread then
 // waits until that has happened, but only if it runs no loop itself: two workers waiting for each other would wait for ever.
@@ -52,6 +58,7 @@ namespace {
 const tracing::Channel channel{"KELO_RUNTIME"};
 
 constexpr std::chrono::milliseconds directoryPause{100};
+constexpr std::chrono::milliseconds policyPause{50};
 constexpr std::chrono::milliseconds removalPause{20};  // a process that removes a directory tree removes the parent next
 
 std::string join(const std::vector<std::string>& items) {
@@ -95,7 +102,9 @@ public:
                    join(options_.mimeTypes),
                    options_.limits,
                    counters_,
-                   std::make_shared<net::Shares>(options_.limits)} {}
+                   std::make_shared<net::Shares>(options_.limits),
+                   policy::PolicySource{policy::policyDirectory(options_.policyDirectory)},
+                   [this] { applyPolicySoon(); }} {}
 
     ~Runtime() override { stop(); }
 
@@ -126,6 +135,9 @@ public:
                 directoryRetry_.reset();
                 context_.changed = {};
                 supervision_.reset();
+                if (policyWatch_) policyWatch_->stop();
+                policyWatch_.reset();
+                policySettled_.reset();
             }
             for (const auto& [connection, watch] : closing_) connections.push_back(connection);
         });
@@ -204,7 +216,10 @@ public:
                 context_, path, service, tracker,
                 [this](const Request& request, IResponder& responder) { answerPlatform(request, responder); });
             publications_.emplace(handle, publication);
-            if (started_) publication->begin();
+            if (started_) {
+                watchPolicy();
+                publication->begin();
+            }
             context_.noteChange();
         });
         return handle;
@@ -217,6 +232,12 @@ public:
             const auto ended = publication->second;
             publications_.erase(publication);
             ended->end();
+        });
+    }
+
+    void reloadPolicy() override {
+        worker_->loop().post([this]() noexcept {
+            if (!stopped_ && started_ && context_.policy.reload()) applyPolicy();
         });
     }
 
@@ -237,9 +258,11 @@ private:
         }
         const bool isNew = ::access(context_.directory.c_str(), F_OK) != 0;
         bool transient = false;
+        (void)context_.policy.reload();
         if (!openAndWatch(error, transient) && !transient) return false;
         started_ = true;
         if (isService_) beSupervised();
+        if (!publications_.empty()) watchPolicy();
         // A service always logs its directory. The runtime of a client does so only if the directory is new, because the name may
         // be mistyped.
         constexpr int always = 2;
@@ -261,7 +284,7 @@ private:
     // Opens the directory, creating it if necessary, and watches it. `transient`: failed because of something that may change.
     bool openAndWatch(std::string& error, bool& transient) {
         errno = 0;
-        net::Descriptor directory = openDomain(context_.directory, true, error);
+        net::Descriptor directory = openDomain(context_.directory, true, context_.policy, error);
         if (directory) {
             DirectoryWatch::Events events;
             events.changed = [this](std::string_view name) { fileChanged(name); };
@@ -283,6 +306,55 @@ private:
         transient = code == ENOSPC || code == EDQUOT || code == EROFS || code == EMFILE || code == ENFILE || code == ENOMEM ||
                     code == ENOENT;
         return false;
+    }
+
+    // Watches the policy's directory, or the place where it would appear, and reads what has changed.
+    void watchPolicy() {
+        if (!isPolicyWatched_) startPolicyWatch();
+        if (context_.policy.refresh()) applyPolicySoon();
+    }
+
+    void startPolicyWatch() {
+        DirectoryWatch::Events events;
+        events.changed = [this](std::string_view) { readPolicySoon(); };
+        events.uncertain = [this] { readPolicySoon(); };
+        events.gone = [this] {
+            isPolicyWatched_ = false;
+            readPolicySoon();
+        };
+        if (!policyWatch_) policyWatch_ = std::make_shared<DirectoryWatch>(context_.loop, std::move(events));
+        std::string directory = context_.policy.directory();
+        for (const bool isItself : {true, false, false}) {
+            const net::Descriptor opened{::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
+            using Of = DirectoryWatch::Of;
+            if (opened && policyWatch_->watch(directory, opened.get(), isItself ? Of::contents : Of::names)) {
+                isPolicyWatched_ = isItself;
+                return;
+            }
+            if (opened) tracing::logCV(channel, 4, "cannot watch %s: %s", directory.c_str(), std::strerror(errno));
+            directory.resize(std::min(directory.size(), directory.rfind('/')));
+        }
+    }
+
+    void readPolicySoon() {
+        if (stopped_) return;
+        if (!policySettled_) {
+            policySettled_.emplace(context_.loop, [this] { watchPolicy(); });
+        }
+        policySettled_->arm(net::Clock::now() + policyPause);
+    }
+
+    void applyPolicySoon() {
+        context_.loop.post([this]() noexcept {
+            if (!stopped_) applyPolicy();
+        });
+    }
+
+    void applyPolicy() {
+        for (const auto& publication : allPublications()) publication->applyPolicy();
+        for (const auto& watch : allWatches()) watch->applyPolicy();
+        // A directory that was refused may be safe by this policy.
+        if (!context_.domain && directoryRetry_) directoryRetry_->arm(net::Clock::now());
     }
 
     void retryDirectory(const std::string& why, std::chrono::milliseconds pause) {
@@ -413,6 +485,7 @@ private:
         status.application = context_.applicationName;
         status.directory = context_.directory;
         status.limits = context_.limits;
+        status.policy = {context_.policy.directory(), *context_.policy.current(), context_.policy.faults()};
         for (const auto& [path, watch] : watches_) {
             status.tracked.push_back(
                 {path, watch->isAlive() ? watch->info() : KeloServiceTrackerInfo{}, watch->isAlive(), watch->usage()});
@@ -448,6 +521,9 @@ private:
     std::shared_ptr<DirectoryWatch> directoryWatch_;
     std::optional<net::Timer> directoryRetry_;
     std::string lastDirectoryError_;
+    std::shared_ptr<DirectoryWatch> policyWatch_;
+    bool isPolicyWatched_ = false;  // itself, not the place where it would be
+    std::optional<net::Timer> policySettled_;
     Watches watches_;
     std::vector<ClosingService> closing_;
     std::map<std::uint64_t, std::string> trackerPaths_;
@@ -498,7 +574,9 @@ std::vector<std::string> listServices(const RuntimeOptions& options, bool& faile
     std::vector<std::string> services;
     std::string error;
     const std::string path = domainDirectory(options);
-    net::Descriptor directory = openDomain(path, false, error);
+    policy::PolicySource policy{policy::policyDirectory(options.policyDirectory)};
+    (void)policy.reload();
+    net::Descriptor directory = openDomain(path, false, policy, error);
     failed = !directory;
     if (failed) {
         std::ErrorOutput{errors::Error, errors::readFailure, error};

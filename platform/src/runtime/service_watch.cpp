@@ -126,6 +126,7 @@ void ServiceWatch::checkDirectory() {
 void ServiceWatch::tryToConnect() {
     retry_.disarm();
     if (connection_ || isUnused() || !context_.domain) return;
+    if (context_.policy.refresh()) context_.policyChanged();  // a process that only asks does not watch the files
     net::Descriptor socket = net::connectTo(context_.domain.get(), fileName_);
     if (!socket) {
         if (errno == ENOENT) return;
@@ -135,10 +136,8 @@ void ServiceWatch::tryToConnect() {
     }
     mayHaveSuccessor_ = false;
     net::Peer peer;
-    if (!net::readPeer(socket.get(), peer) || (peer.uid != ::geteuid() && peer.uid != 0)) {
+    if (!net::readPeer(socket.get(), peer) || !isTrusted(peer)) {
         ++context_.counters.peersRefused;
-        tracing::logCV(channel, 4, "%s is provided by uid %u (pid %d), which is neither ours nor root: not trusted",
-                       servicePath_.c_str(), peer.uid, peer.pid);
         retryLater();
         return;
     }
@@ -163,6 +162,31 @@ void ServiceWatch::tryToConnect() {
     connection_->sayHello(context_.applicationName);
 }
 
+// Whether the peer is somebody who may publish the path.
+bool ServiceWatch::isTrusted(const net::Peer& peer) const {
+    const policy::Policy& policy = *context_.policy.current();
+    const policy::Decision decision = policy.mayPublish(peer.who, servicePath_, peer.isOwnOrRoot());
+    if (decision.allowed) return true;
+    const std::string why = policy.isInForce ? "may not publish it: " + policy.reasonOf(decision) : "is neither ours nor root";
+    if (policy.audits) {
+        ++context_.counters.peersAudited;
+        tracing::logCV(channel, 3, "%s: audit: uid %u (pid %d), which provides it, %s", servicePath_.c_str(), peer.who.uid,
+                       peer.pid, why.c_str());
+    } else {
+        tracing::logCV(channel, 4, "%s is provided by uid %u (pid %d), which %s: not trusted", servicePath_.c_str(), peer.who.uid,
+                       peer.pid, why.c_str());
+    }
+    return policy.audits;
+}
+
+void ServiceWatch::applyPolicy() {
+    if (connection_ && !isTrusted(connection_->peer())) {
+        ++context_.counters.peersRefused;
+        connection_->end("its provider is not trusted any more");
+    }
+    checkDirectory();
+}
+
 void ServiceWatch::logCannotConnect(const char* why) const {
     tracing::logCV(channel, 4, "%s: cannot connect: %s; trying again", servicePath_.c_str(), why);
 }
@@ -178,7 +202,7 @@ void ServiceWatch::ready(net::ClientConnection& connection, const net::Peer& pee
     info_.servicePath = servicePath_;
     info_.applicationName = hello.application;
     info_.pid = peer.pid;
-    info_.uid = peer.uid;
+    info_.uid = peer.who.uid;
     info_.mimeTypes = util::entriesOf(hello.mimeTypes);
     ++info_.incarnation;
     alive_ = true;

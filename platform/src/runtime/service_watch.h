@@ -55,6 +55,8 @@ public:
 
     // Something may have changed in the directory: connects unless there is a connection.
     void checkDirectory();
+    // The policy has changed: gives up a provider that it does not let publish the path.
+    void applyPolicy();
     // The connection, if there is one; for callers that must wait until it has moved.
     const std::shared_ptr<net::ClientConnection>& connection() const noexcept { return connection_; }
     // Gives up trackers and resolvers without telling them, and ends the connection.
@@ -74,6 +76,7 @@ private:
     };
 
     void tryToConnect();
+    bool isTrusted(const net::Peer& peer) const;
     void logCannotConnect(const char* why) const;
     void retryLater();
     void ready(net::ClientConnection& connection, const net::Peer& peer, const wire::Hello& hello);

@@ -82,7 +82,7 @@ void writeTracked(ObjectWriter& object, const Status::Tracked& service) {
 
 void writeClient(ObjectWriter& object, const net::ServerConnection::Usage& client) {
     object.number("pid", static_cast<std::uint64_t>(client.peer.pid));
-    object.number("uid", client.peer.uid);
+    object.number("uid", client.peer.who.uid);
     object.text("application", client.peer.application);
     object.number("requests", client.requests);
     object.number("streams", client.streams);
@@ -107,6 +107,8 @@ void writeCounters(ObjectWriter& object, const Counters& counters) {
     object.number("requestsSent", counters.requestsSent);
     object.number("requestsHeld", counters.requestsHeld);
     object.number("requestsRefused", counters.requestsRefused);
+    object.number("requestsForbidden", counters.requestsForbidden);
+    object.number("requestsAudited", counters.requestsAudited);
     object.number("answeredByNobody", counters.answeredByNobody);
     object.number("deadlinesMissed", counters.deadlinesMissed);
     object.number("endedByLoss", counters.endedByLoss);
@@ -117,6 +119,7 @@ void writeCounters(ObjectWriter& object, const Counters& counters) {
     object.number("malformedPeers", counters.malformedPeers);
     object.number("slowPeersCut", counters.slowPeersCut);
     object.number("peersRefused", counters.peersRefused);
+    object.number("peersAudited", counters.peersAudited);
     object.number("acceptPauses", counters.acceptPauses);
     object.number("connectionsAccepted", counters.connectionsAccepted);
     object.number("connectionsOpen", counters.connectionsOpen);
@@ -124,6 +127,14 @@ void writeCounters(ObjectWriter& object, const Counters& counters) {
 
 void writeGauges(ObjectWriter& object) {
     for (const auto& [name, value] : readGauges()) object.number(name, static_cast<std::uint64_t>(value));
+}
+
+void writePolicy(ObjectWriter& object, const Status::PolicyState& state) {
+    object.text("directory", state.directory);
+    object.flag("inForce", state.policy.isInForce);
+    object.flag("audit", state.policy.audits);
+    object.number("rules", state.policy.tables.size());
+    if (!state.faults.empty()) object.text("fault", state.faults.front().toString());
 }
 
 void writeLimits(ObjectWriter& object, const Limits& limits) {
@@ -160,6 +171,7 @@ void answerStatus(const Status& status, const Counters& counters, const Request&
             object.text("version", HMX_VERSION);
             object.number("pid", static_cast<std::uint64_t>(::getpid()));
             object.text("directory", status.directory);
+            object.object("policy", [&](ObjectWriter& inner) { writePolicy(inner, status.policy); });
             object.array("published", status.published, writePublished);
             object.array("tracked", status.tracked, writeTracked);
             object.object("counters", [&](ObjectWriter& inner) { writeCounters(inner, counters); });

@@ -9,6 +9,7 @@
 #include "kelo/runtime/kelo_runtime.h"
 #include "net/client_connection.h"
 #include "net/server_connection.h"
+#include "policy/policy_reader.h"
 #include "runtime/counters.h"
 
 namespace kelo::runtime {
@@ -27,9 +28,16 @@ struct Status {
         std::vector<net::ServerConnection::Usage> clients;
     };
 
+    struct PolicyState {
+        std::string directory;
+        policy::Policy policy;
+        std::vector<policy::Fault> faults;
+    };
+
     std::string application;
     std::string directory;
     Limits limits;
+    PolicyState policy;
     std::vector<Tracked> tracked;
     std::vector<Published> published;
 };

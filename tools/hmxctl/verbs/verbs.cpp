@@ -231,6 +231,21 @@ constexpr std::array table{
          .options = liveOnly,
          .first = FirstWord::channel,
          .run = runTrace},
+    Verb{.name = "policy",
+         .words = "check [DIRECTORY] | test USER COMMAND PATH",
+         .summary = "Show what the policy says, and what it decides",
+         .details =
+             "check reads the files as a service would, and shows what is wrong with them, or their rules. Ends with 10 if\n"
+             "something is wrong. DIRECTORY is KELO_POLICY_DIR, else /etc/kelo/policy.d.\n"
+             "test shows which rule decides whether a user may do something at /hmx (or at --service), or, with the command\n"
+             "publish, whether a service of that user is trusted. Ends with 6 if not. Needs no service.\n"
+             "Examples: hmxctl policy test navigation update /popups/49672281-529f-523d-99be-78c450b2a56a\n"
+             "          hmxctl policy test display publish /hmxdisplaymanager\n",
+         .fewest = 1,
+         .most = 4,
+         .options = liveOnly,
+         .first = FirstWord::policyCommand,
+         .run = runPolicy},
     Verb{.name = "doctor",
          .words = "",
          .summary = "Show what is wrong with the services and their surroundings",

@@ -32,7 +32,19 @@ enum VerbOption : std::uint32_t {
 };
 
 // What the first word behind a verb is, for completion.
-enum class FirstWord : std::uint8_t { none, resource, element, display, target, service, verb, shell, simCommand, channel };
+enum class FirstWord : std::uint8_t {
+    none,
+    resource,
+    element,
+    display,
+    target,
+    service,
+    verb,
+    shell,
+    simCommand,
+    channel,
+    policyCommand
+};
 
 struct Verb {
     std::string_view name;
@@ -71,6 +83,7 @@ ExitCode runHelp(Context& context);
 ExitCode runHit(Context& context);
 ExitCode runInsert(Context& context);
 ExitCode runList(Context& context);
+ExitCode runPolicy(Context& context);
 ExitCode runRecord(Context& context);
 ExitCode runServices(Context& context);
 ExitCode runSim(Context& context);

@@ -13,14 +13,22 @@
 namespace kelo::runtime {
 
 // The directory of a domain: `options.directory` if it is set. Otherwise the domain's name below the first of: $KELO_RUNTIME_DIR;
-// $XDG_RUNTIME_DIR/kelo; /run/kelo, if it exists and is writable; a directory of the user's own below the temporary directory.
+// $XDG_RUNTIME_DIR/kelo; /run/kelo, if it is writable or the domain in it can be entered; a directory of the user's own below the
+// temporary directory.
 // Thread: any.
 [[nodiscard]] std::string domainDirectory(const RuntimeOptions& options);
 
 // The user who owns the socket of a service path, whether or not anybody listens; nothing if there is no socket or it may not be
-// looked at. A service accepts only its own user and root, and a client accepts only a service of its own user or of root: two
-// different users other than root never connect. Thread: any.
+// looked at. Thread: any.
 [[nodiscard]] std::optional<uid_t> socketOwner(const RuntimeOptions& options, std::string_view servicePath);
+// A provider with which this process cannot connect. Thread: any (a value).
+struct Stranger {
+    uid_t uid = 0;
+    std::string rule;  // of the policy, that says no; empty without a policy: services and their clients are of one user
+};
+// Whether this process and the user who owns the socket of a service path refuse each other; nothing if they do not, or if there
+// is no socket or it may not be looked at. Thread: any.
+[[nodiscard]] std::optional<Stranger> findStranger(const RuntimeOptions& options, std::string_view servicePath);
 
 inline constexpr std::string_view usualDomain{"local"};
 

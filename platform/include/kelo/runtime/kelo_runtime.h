@@ -86,11 +86,15 @@ public:
     virtual std::uint64_t registerService(std::string_view path, SimpleComposedKeloService& service,
                                           IKeloServiceTracker* tracker) = 0;
     virtual void unregisterService(std::uint64_t trackerHandle) = 0;
+
+    // Reads the policy again. This also happens by itself when its files change, in a process that publishes anything.
+    virtual void reloadPolicy() {}
 };
 
 struct RuntimeOptions {
     std::string directory;  // of the domain; empty: chosen from the environment and `domain`
     std::string domain = "local";
+    std::string policyDirectory;  // empty: $KELO_POLICY_DIR, else /etc/kelo/policy.d
     std::string applicationName;
     std::vector<std::string> mimeTypes{"application/json", "application/vnd.msgpack", "application/vnd.ixobin"};
     Limits limits;

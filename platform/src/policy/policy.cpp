@@ -1,0 +1,89 @@
+#include "policy/policy.h"
+
+#include <algorithm>
+
+// The decision. Of the rules that match, a rule gives way to one that is more specific: that matches only what the other one
+// matches, but not all of it. A rule may be more specific in whom it names (a user, a group, everybody), in the service, in the
+// command (some, all) or in the path. It must not be less specific in any of these, or the two are not comparable, and neither
+// gives way. Among the rules that are left, a deny wins. Of several that say the same, the one is named to which most others gave
+// way, or the first in the order of files and lines.
+//
+// So an exception to a deny has to be written as one: narrower than what it is an exception from. An allow that somebody else
+// adds for a larger group, or for a larger part of a service, opens nothing that was denied.
+//
+// Where no rule matches, what counts is what would count without a policy: a service is for its own user and root.
+
+namespace kelo::policy {
+
+bool Subject::is(const Identity& who) const noexcept {
+    switch (kind) {
+        case Kind::user:
+            return who.uid == id;
+        case Kind::group:
+            return who.isMemberOf(id);
+        case Kind::everybody:
+            break;
+    }
+    return true;
+}
+
+bool Subject::isWithin(const Subject& other) const noexcept {
+    // It is asked of rules that both match a peer, so a user is a member of the group.
+    return kind > other.kind || (kind == other.kind && id == other.id);
+}
+
+bool Rule::isWithin(const Rule& other) const noexcept {
+    return (command == other.command || (other.command == anyCommand && command != publish)) && subject.isWithin(other.subject) &&
+           service.isWithin(other.service) && path.isWithin(other.path);
+}
+
+std::vector<std::uint32_t> Policy::rulesFor(const Identity& who, std::string_view service) const {
+    std::vector<std::uint32_t> found;
+    for (std::uint32_t i = 0; i < rules.size(); ++i) {
+        if (rules[i].subject.is(who) && rules[i].service.matches(service)) found.push_back(i);
+    }
+    return found;
+}
+
+Decision Policy::decide(std::span<const std::uint32_t> matching, bool isDefault) const {
+    const auto countWhere = [&](auto isMeant) { return std::count_if(matching.begin(), matching.end(), isMeant); };
+    const auto isNarrower = [&](std::uint32_t a, std::uint32_t b) {
+        return rules[a].isWithin(rules[b]) && !rules[b].isWithin(rules[a]);
+    };
+    const Rule* deciding = nullptr;
+    std::ptrdiff_t widerThanDeciding = 0;
+    for (const std::uint32_t index : matching) {
+        if (countWhere([&](std::uint32_t other) { return isNarrower(other, index); }) > 0) continue;
+        const Rule& rule = rules[index];
+        const auto wider = countWhere([&](std::uint32_t other) { return isNarrower(index, other); });
+        const bool isStronger = deciding == nullptr || (deciding->allows && !rule.allows) ||
+                                (deciding->allows == rule.allows && wider > widerThanDeciding);
+        if (!isStronger) continue;
+        deciding = &rule;
+        widerThanDeciding = wider;
+    }
+    return deciding == nullptr ? Decision{isDefault} : Decision{deciding->allows, deciding->table};
+}
+
+Decision Policy::mayPublish(const Identity& who, std::string_view service, bool isDefault) const {
+    std::vector<std::uint32_t> matching = rulesFor(who, service);
+    std::erase_if(matching, [this](std::uint32_t index) { return !rules[index].concerns(publish); });
+    return decide(matching, isDefault);
+}
+
+bool Policy::letsPublish(const Identity& who) const {
+    return std::any_of(rules.begin(), rules.end(),
+                       [&](const Rule& rule) { return rule.allows && rule.concerns(publish) && rule.subject.is(who); });
+}
+
+bool Policy::isAbout(const Identity& who, std::string_view service) const {
+    return std::any_of(rules.begin(), rules.end(), [&](const Rule& rule) {
+        return rule.command != publish && rule.subject.is(who) && rule.service.matches(service);
+    });
+}
+
+std::string Policy::reasonOf(const Decision& decision) const {
+    return decision.table == Decision::byDefault ? "no rule allows it" : tables[decision.table].toString();
+}
+
+}  // namespace kelo::policy
