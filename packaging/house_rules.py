@@ -10,7 +10,7 @@ TOP = Path(__file__).resolve().parent.parent
 INCLUDE = re.compile(r'^\s*#\s*include\s*([<"])([^>"]+)[>"]', re.M)
 # A standard header's name has neither a dot nor a slash, except these.
 STANDARD = re.compile(r"(experimental/)?[a-z_0-9]+$|(assert|errno|math|stdlib|string|time)\.h$")
-PACKAGED = re.compile(r"(cbor|uuid|nlohmann|CLI|gtest|gmock|benchmark)\b")
+PACKAGED = re.compile(r"(cbor|toml\+\+|uuid|nlohmann|CLI|gtest|gmock|benchmark)\b")
 
 
 ORDERED = re.compile(r"(\w+)\.(?:load|store|exchange|fetch_\w+|compare_exchange_\w+|test_and_set|clear)\(")

@@ -581,7 +581,7 @@ bool ClientConnection::sendHeldLocked() noexcept {
             queueWasFull_ = true;
             break;
         }
-        Share& share = *turn_;
+        Share& share = passed == 0 ? nextShare() : *turn_;
         Slot& slot = slots_[share.firstHeld];
         turn_ = share.after;
         if (!hasRoomLocked(share)) {
@@ -600,6 +600,16 @@ bool ClientConnection::sendHeldLocked() noexcept {
         any = true;
     }
     return any;
+}
+
+// The share whose turn it is: the next one of another user than the last, if there is one, so that users take turns however many
+// clients each of them has.
+ClientConnection::Share& ClientConnection::nextShare() noexcept {
+    Share* next = turn_;
+    for (std::size_t passed = 1; passed < waiting_ && next->uid() == lastUser_; ++passed) next = next->after;
+    if (next->uid() == lastUser_) next = turn_;
+    lastUser_ = next->uid();
+    return *next;
 }
 
 ClientConnection::Slot* ClientConnection::findLocked(std::uint64_t id) noexcept {

@@ -63,6 +63,7 @@ private:
         Share* before = nullptr;
         Share* after = nullptr;
 
+        uid_t uid() const noexcept { return account ? account->uid() : static_cast<uid_t>(-1); }
         FairShare::For kind() const noexcept { return account ? FairShare::For::client : FairShare::For::ourselves; }
         bool isIdle() const noexcept { return awaited + streams + held == 0; }
     };
@@ -121,6 +122,7 @@ private:
     void unholdLocked(Slot& slot) noexcept;
     // Sends held requests as far as there is room. Returns whether something must be committed.
     bool sendHeldLocked() noexcept;
+    Share& nextShare() noexcept;
     Slot* findLocked(std::uint64_t id) noexcept;
     Handler releaseLocked(Slot& slot);
 
@@ -142,6 +144,7 @@ private:
     Share* lastShare_ = nullptr;  // the one looked up last
     Share* turn_ = nullptr;       // of the shares with held requests, the one whose turn is next
     std::size_t waiting_ = 0;     // the number of these shares
+    uid_t lastUser_ = 0;          // whose held request was sent last
     bool queueWasFull_ = false;   // when a request was last held, or held ones were last sent
     FairShare awaitedShares_;
     FairShare streamShares_;

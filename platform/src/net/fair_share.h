@@ -1,4 +1,4 @@
-// Divides a limited amount among clients.
+// Divides a limited amount among clients, and among users.
 #pragma once
 
 #include <algorithm>
@@ -11,17 +11,22 @@
 namespace kelo::net {
 
 // Half of the whole is divided equally, so that nobody gets nothing. Of the other half, a client may have at most half of what
-// the others leave: one that takes all it can get leaves half for the next, which leaves a quarter, and so on. Thread: any; the
-// result of `admits` is exact if callers ask and take under one lock.
+// the others leave: one that takes all it can get leaves half for the next, which leaves a quarter, and so on. Users are fewer,
+// and often alone: a quarter is divided equally, and of the rest one may have three quarters of what the others leave. Thread:
+// any; the result of `admits` is exact if callers ask and take under one lock.
 class FairShare {
 public:
+    static constexpr std::size_t users = 32;  // as many as an equal part is kept for
+    enum class Among : std::uint8_t { clients, users };
     // Who asks: a client, or the process itself, which need not leave anything to others.
     enum class For : std::uint8_t { client, ourselves };
 
-    FairShare(std::size_t whole, std::size_t clients) noexcept
-        : equalPart_{whole / 2 / clients}, common_{whole - equalPart_ * clients} {}
+    FairShare(std::size_t whole, std::size_t parties, Among among = Among::clients) noexcept
+        : equalPart_{whole / (among == Among::clients ? 2 : 4) / parties},
+          common_{whole - equalPart_ * parties},
+          quarters_{among == Among::clients ? 2U : 3U} {}
 
-    // What every client may have, whatever the others have.
+    // What everybody may have, whatever the others have.
     std::size_t equalPart() const noexcept { return equalPart_; }
     // Whether somebody who has `own` may have `more` in addition.
     bool admits(std::size_t own, std::size_t more, For who = For::client) const noexcept {
@@ -29,7 +34,7 @@ public:
         if (wanted == 0) return true;
         const std::size_t ofOthers = taken_.load(std::memory_order_relaxed) - commonPartOf(own);
         const std::size_t left = common_ - std::min(common_, ofOthers);
-        return wanted <= (who == For::ourselves ? left : left / 2);
+        return wanted <= (who == For::ourselves ? left : left * quarters_ / 4);
     }
     // Somebody who had `from` now has `to`.
     void change(std::size_t from, std::size_t to) noexcept {
@@ -42,7 +47,39 @@ private:
 
     const std::size_t equalPart_;
     const std::size_t common_;
-    std::atomic<std::size_t> taken_{0};  // of the second half
+    const std::size_t quarters_;         // of what others leave
+    std::atomic<std::size_t> taken_{0};  // of the common part
+};
+
+// A limit that all clients of a process share, and that its users share, too, if they have quotas. Thread: any.
+class SharedLimit {
+public:
+    // What a user has of it, over all of its connections.
+    using Amount = std::atomic<std::size_t>;
+
+    SharedLimit(std::size_t whole, std::size_t clients) noexcept
+        : clients_{whole, clients}, users_{whole, FairShare::users, FairShare::Among::users} {}
+
+    // Whether a client that has `own` may have `more` in addition. `ofUser`: what its user has; null: users have no quotas.
+    bool admits(std::size_t own, std::size_t more, const Amount* ofUser) const noexcept {
+        return clients_.admits(own, more) && (ofUser == nullptr || users_.admits(valueOf(*ofUser), more));
+    }
+    // A client that had `from` now has `to`.
+    void change(std::size_t from, std::size_t to, Amount* ofUser) noexcept {
+        clients_.change(from, to);
+        if (ofUser != nullptr) charge(from, to, *ofUser);
+    }
+    // The same for its user alone: what the client has is charged to another one now.
+    void charge(std::size_t from, std::size_t to, Amount& amount) noexcept {
+        const std::size_t before = amount.fetch_add(to - from, std::memory_order_relaxed);
+        users_.change(before, before + to - from);
+    }
+
+private:
+    static std::size_t valueOf(const Amount& amount) noexcept { return amount.load(std::memory_order_relaxed); }
+
+    FairShare clients_;
+    FairShare users_;
 };
 
 // Limits that all clients of a process share. Outlives their connections, which may outlive the process's runtime. Thread: any.
@@ -52,9 +89,9 @@ struct Shares {
           unreadBytes{limits.unreadBytes, limits.connections},
           incompleteBytes{limits.incompleteBytes, limits.connections} {}
 
-    FairShare openRequests;
-    FairShare unreadBytes;
-    FairShare incompleteBytes;
+    SharedLimit openRequests;
+    SharedLimit unreadBytes;
+    SharedLimit incompleteBytes;
 };
 
 }  // namespace kelo::net

@@ -158,10 +158,10 @@ void FrameStream::close(const char* why) noexcept {
     shutDown();
     handleClosed(why);
     incomplete_.reset();
-    if (shares_) shares_->incompleteBytes.change(std::exchange(incompleteBytes_, 0), 0);
+    if (shares_) shares_->incompleteBytes.change(std::exchange(incompleteBytes_, 0), 0, incompleteOfUser());
     std::unique_lock lock{mutex_};
     settledQueueLocked(lock).clear();
-    if (shares_) shares_->unreadBytes.change(std::exchange(charged_, 0), 0);
+    if (shares_) shares_->unreadBytes.change(std::exchange(charged_, 0), 0, unreadOfUser());
     over_ = true;
     changed_.notify_all();
 }
@@ -223,16 +223,17 @@ bool FrameStream::drainLocked() noexcept {
 bool FrameStream::leavesTooMuchLocked() {
     const std::size_t unread = queue_.isBlocked() ? unreadLocked() : 0;
     if (unread == charged_ || !shares_) return unread > limits_.queuedHardBytes;
-    const bool isTooMuch =
-        unread > limits_.queuedHardBytes || (unread > charged_ && !shares_->unreadBytes.admits(charged_, unread - charged_));
-    shares_->unreadBytes.change(std::exchange(charged_, unread), unread);
+    const bool isTooMuch = unread > limits_.queuedHardBytes ||
+                           (unread > charged_ && !shares_->unreadBytes.admits(charged_, unread - charged_, unreadOfUser()));
+    shares_->unreadBytes.change(std::exchange(charged_, unread), unread, unreadOfUser());
     return isTooMuch;
 }
 
 bool FrameStream::admitsUnreadLocked() const noexcept {
     const std::size_t unread = unreadLocked();
     if (unread + limits_.queuedSoftBytes > limits_.queuedHardBytes) return false;
-    return !shares_ || unread <= charged_ || shares_->unreadBytes.admits(charged_, unread + limits_.conflationBytes - charged_);
+    return !shares_ || unread <= charged_ ||
+           shares_->unreadBytes.admits(charged_, unread + limits_.conflationBytes - charged_, unreadOfUser());
 }
 
 // Enforces the limit for what the peer leaves unread.
@@ -260,7 +261,7 @@ void FrameStream::watchLocked() {
 }
 
 std::uint32_t FrameStream::wantedEventsLocked() const noexcept {
-    return (paused_ || inputEnded_ ? 0U : static_cast<std::uint32_t>(EPOLLIN)) |
+    return (paused_ || waits_ || inputEnded_ ? 0U : static_cast<std::uint32_t>(EPOLLIN)) |
            (queue_.isBlocked() ? static_cast<std::uint32_t>(EPOLLOUT) : 0U);
 }
 
@@ -296,7 +297,8 @@ void FrameStream::serve(std::uint32_t events) {
 }
 
 void FrameStream::receive(bool isHungUp) {
-    if (place_.resumes()) return;  // this connection's frames are waiting for their turn; the kernel will report again
+    // This connection's frames are waiting for their turn; the kernel will report again.
+    if (place_.resumes() || (waits_ && !isHungUp)) return;
     auto& carried = place_.carried;
     const auto room = place_.loop().receiveBuffer();
     const auto size = ::recv(socket_.get(), room.data(), room.size(), MSG_DONTWAIT);
@@ -329,12 +331,13 @@ void FrameStream::receive(bool isHungUp) {
 void FrameStream::boundIncomplete() {
     const std::size_t kept = closed_ ? 0 : place_.carried.capacity();
     if (!shares_ || (kept == 0 && incompleteBytes_ == 0)) return;
-    const bool isTooMuch = kept > incompleteBytes_ && !shares_->incompleteBytes.admits(incompleteBytes_, kept - incompleteBytes_);
-    shares_->incompleteBytes.change(std::exchange(incompleteBytes_, kept), kept);
+    const bool isTooMuch = kept > incompleteBytes_ &&
+                           !shares_->incompleteBytes.admits(incompleteBytes_, kept - incompleteBytes_, incompleteOfUser());
+    shares_->incompleteBytes.change(std::exchange(incompleteBytes_, kept), kept, incompleteOfUser());
     if (isTooMuch) {
         ++counters_.peersRefused;
         close("no room for the rest of a frame");
-    } else if (kept == 0 || place_.carried.empty() || paused_ || place_.resumes()) {
+    } else if (kept == 0 || place_.carried.empty() || paused_ || waits_ || place_.resumes()) {
         incomplete_.reset();
     } else if (!incomplete_ || hasHandled_) {
         if (!incomplete_) {
@@ -346,6 +349,60 @@ void FrameStream::boundIncomplete() {
         incomplete_->arm(Clock::now() + limits_.incompleteFrame);
     }
     hasHandled_ = false;
+}
+
+// Whether the next frame may be handled now. If not, it will be later, without further ado.
+bool FrameStream::isTheirTurn() {
+    const Turns::Answer answer = waits_ ? Turns::Answer::afterwards : turns_->ask(*user_);
+    if (answer == Turns::Answer::nextTurn && place_.beginResuming()) {
+        const std::lock_guard lock{mutex_};
+        resumeLaterLocked();
+    }
+    if (answer == Turns::Answer::afterwards && !std::exchange(waits_, true)) {
+        turns_->await(user_, weak_from_this());
+        const std::lock_guard lock{mutex_};
+        watchLocked();
+    }
+    return answer == Turns::Answer::now;
+}
+
+void FrameStream::goOn() {
+    if (closed_ || !std::exchange(waits_, false)) return;
+    {
+        const std::lock_guard lock{mutex_};
+        watchLocked();
+    }
+    try {
+        handleCarried(false);
+        boundIncomplete();
+    } catch (const std::exception& error) {
+        tracing::logCV(channel, 4, "the connection of %s is given up: %s", peer_.toString().c_str(), error.what());
+        close("given up");
+    }
+}
+
+void FrameStream::setUserLocked(std::shared_ptr<User> user, Turns* turns) {
+    if (user_ != user && shares_) {
+        if (user_) {
+            shares_->unreadBytes.charge(charged_, 0, user_->unread);
+            shares_->incompleteBytes.charge(incompleteBytes_, 0, user_->incomplete);
+        }
+        if (user) {
+            shares_->unreadBytes.charge(0, charged_, user->unread);
+            shares_->incompleteBytes.charge(0, incompleteBytes_, user->incomplete);
+        }
+    }
+    user_ = std::move(user);
+    turns_ = turns;
+    if (turns_ == nullptr && std::exchange(waits_, false)) resumeLaterLocked();
+}
+
+void FrameStream::putDownLocked() {
+    // After its end, the connection has no loop to ask. The user's others go on a little later, by themselves.
+    if (!Turns::putDown(*user_) || isClosedLocked()) return;
+    place_.loopLocked()->post([self = shared_from_this()]() noexcept {
+        if (self->turns_ != nullptr) self->turns_->resume(*self->user_);
+    });
 }
 
 void FrameStream::handleCarried(bool all) {
@@ -371,7 +428,9 @@ std::size_t FrameStream::handleFrames(std::span<const std::uint8_t> bytes, bool 
         if (wrong == nullptr && header.bodyLength > limits_.frameBytes) wrong = "frame larger than the limit";
         if (wrong == nullptr) {
             if (bytes.size() - used - wire::headerSize < header.bodyLength) return used;
-            if (count == limits_.framesPerWakeUp && !all) {
+            const bool isLate = count == limits_.framesPerWakeUp && !all;
+            if (turns_ != nullptr && !all && !isLate && !isTheirTurn()) return used;
+            if (isLate) {
                 if (place_.beginResuming()) {
                     const std::lock_guard lock{mutex_};
                     resumeLaterLocked();

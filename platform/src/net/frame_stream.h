@@ -20,6 +20,7 @@
 #include "net/loop.h"
 #include "net/reading_place.h"
 #include "net/send_queue.h"
+#include "net/turns.h"
 #include "policy/identity.h"
 #include "runtime/counters.h"
 #include "util/byte_buffer.h"
@@ -72,6 +73,8 @@ public:
     void onReady(std::uint32_t events) final;
 
     const Peer& peer() const noexcept { return peer_; }
+    // Handles frames that had to wait for their user's turn. Thread: the loop's.
+    void goOn();
 
 protected:
     // `shares`: where a client is charged for what it leaves unread; null if the peer is not a client.
@@ -116,13 +119,19 @@ protected:
     void nameLocked(std::string_view application);
     // The loop that reads. Thread: that loop's, or any with the lock held.
     Loop& loop() noexcept { return place_.loop(); }
+    // From now on, the peer is charged to a user, and takes turns with other users; null: neither. Thread: the loop's.
+    void setUserLocked(std::shared_ptr<User> user, Turns* turns);
+    // A request that the user had in hand has been answered.
+    void putDownLocked();
 
     mutable std::mutex mutex_;
     const Limits limits_;
     runtime::Counters& counters_;
     Peer peer_;
     const std::shared_ptr<Shares> shares_;
-    std::size_t keptBytes_ = 0;  // not in the queue, but kept for the peer; guarded by mutex_
+    std::size_t keptBytes_ = 0;   // not in the queue, but kept for the peer; guarded by mutex_
+    std::shared_ptr<User> user_;  // null: users have no quotas; guarded by mutex_, and changed only on the loop's thread
+    Turns* turns_ = nullptr;      // only for the loop's thread
 
 private:
     void serve(std::uint32_t events);
@@ -135,6 +144,9 @@ private:
     void handleCarried(bool all);
     void boundIncomplete();
     void resumeLaterLocked();
+    bool isTheirTurn();
+    SharedLimit::Amount* unreadOfUser() const noexcept { return user_ ? &user_->unread : nullptr; }
+    SharedLimit::Amount* incompleteOfUser() const noexcept { return user_ ? &user_->incomplete : nullptr; }
     void sendQueuedLocked(std::unique_lock<std::mutex>& lock);
     bool drainLocked() noexcept;
     void boundLocked();
@@ -147,6 +159,7 @@ private:
     bool isHandling_ = false;  // frames are being handled; this and the next three only for the loop's thread
     bool hasHandled_ = false;  // a frame since the last check of incomplete frames
     std::size_t incompleteBytes_ = 0;
+    bool waits_ = false;  // for its user's turn, and is not read
     std::optional<Timer> incomplete_;
 
     // Guarded by mutex_:

@@ -209,6 +209,7 @@ std::size_t Loop::pollOnce(bool mayWait) {
         sleeping_ = false;
     }
     std::size_t served = 0;
+    ++turns_;
     for (int i = 0; i < count; ++i) {
         const auto& event = events[static_cast<std::size_t>(i)];
         if (event.data.u64 == wakeTag) continue;

@@ -87,6 +87,8 @@ public:
     std::size_t runPending();
 
     bool isCurrentThread() const noexcept { return current() == this; }
+    // Counts the times that sockets were looked at.
+    std::uint64_t turns() const noexcept { return turns_; }
     // The loop that the calling thread runs; null if it runs none.
     static Loop* current() noexcept { return current_; }
     // Ends the process if the calling thread does not run this loop: that is a bug, and a data race. Two instructions, so the
@@ -154,6 +156,7 @@ private:
     std::vector<std::shared_ptr<Flushable>> flushing_;
     std::vector<Timer*> timers_;
     std::uint32_t nextSerial_ = 1;
+    std::uint64_t turns_ = 0;
     ThreadLending lending_;
 };
 

@@ -151,7 +151,11 @@ const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std
             open->oneShot = request_.isOneShot();
             if (!open->oneShot) open->asked = std::make_unique<const Asked>(Asked{request_.command(), request_.path()});
             ++(open->oneShot ? oneShots_ : streams_);
-            shares_->openRequests.change(requests_.size() - 1, requests_.size());
+            shares_->openRequests.change(requests_.size() - 1, requests_.size(), requestsOfUser());
+            if (turns_ != nullptr) {
+                open->inHand = true;
+                ++user_->inHand;
+            }
             ++counters_.requestsAccepted;
         }
     }
@@ -171,8 +175,9 @@ const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std
 const char* ServerConnection::refusalLocked() const {
     if (isReserved_ && !request_.path().starts_with(platformRoot)) return "too many clients are connected, request not sent";
     const bool isFull = request_.isOneShot() ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams;
-    return isFull || !shares_->openRequests.admits(requests_.size(), 1) ? "too many requests in flight, request not sent"
-                                                                        : nullptr;
+    return isFull || !shares_->openRequests.admits(requests_.size(), 1, requestsOfUser())
+               ? "too many requests in flight, request not sent"
+               : nullptr;
 }
 
 // Whether the policy keeps the client from this. If so, that is counted and logged, and the reason is in `forbidden_`.
@@ -192,7 +197,26 @@ bool ServerConnection::isForbidden(const std::string& command, const std::string
     return !audits;
 }
 
-void ServerConnection::setPolicy(std::shared_ptr<const policy::Policy> policy) {
+void ServerConnection::chargeTo(const std::shared_ptr<User>& user, Turns* turns) {
+    const std::lock_guard lock{mutex_};
+    if (user_ != user) {
+        requests_.forEach([this](std::uint64_t, Open& open) {
+            if (std::exchange(open.inHand, false)) putDownLocked();
+        });
+        if (user_) {
+            shares_->openRequests.charge(requests_.size(), 0, user_->requests);
+            turns_->removeConnection(*user_);
+        }
+        if (user) {
+            shares_->openRequests.charge(0, requests_.size(), user->requests);
+            turns->addConnection(*user);
+        }
+    }
+    setUserLocked(user, turns);
+}
+
+void ServerConnection::setPolicy(std::shared_ptr<const policy::Policy> policy, const std::shared_ptr<User>& user, Turns* turns) {
+    chargeTo(user, turns);
     const bool isOwnOrRoot = peer_.isOwnOrRoot();
     const bool isNeeded = policy->isInForce || !isOwnOrRoot;
     access_ =
@@ -288,6 +312,7 @@ ServerConnection::Taken ServerConnection::next(std::uint64_t id, const Response&
         if (open == nullptr) return Taken::unwanted;
         last = open->oneShot;
         open->answered = true;
+        if (std::exchange(open->inHand, false)) putDownLocked();
         if (!last && isSlowLocked()) {
             last = !keepLocked(id, response);
         } else {
@@ -398,7 +423,8 @@ bool ServerConnection::appendAnswerLocked(util::ByteBufferWriter& out, wire::Fra
 
 void ServerConnection::eraseLocked(std::uint64_t id) {
     const auto over = requests_.take(id);
-    shares_->openRequests.change(requests_.size() + 1, requests_.size());
+    shares_->openRequests.change(requests_.size() + 1, requests_.size(), requestsOfUser());
+    if (over->inHand) putDownLocked();
     --(over->oneShot ? oneShots_ : streams_);
     if (owed_ > 0 && !over->cancelled) --owed_;
 }
@@ -477,6 +503,8 @@ void ServerConnection::handleClosed(const char* /*why*/) {
     }
     counters_.cancelled += open.size();
     for (const auto& [handler, handle] : open) handler->cancelRequest(handle);
+    if (user_) turns_->removeConnection(*user_);
+    turns_ = nullptr;
     service_->closed(*this);
 }
 

@@ -41,7 +41,8 @@ public:
     // Starts to wait for the hello. Call after `start`, on the loop's thread.
     void expectHello();
     // What the client may do from now on; streams that it may not have any more are ended. Thread: the loop that reads.
-    void setPolicy(std::shared_ptr<const policy::Policy> policy);
+    // `user`, `turns`: which user the client is charged to, and who takes turns with others; null: neither.
+    void setPolicy(std::shared_ptr<const policy::Policy> policy, const std::shared_ptr<User>& user, Turns* turns);
 
     // Whether the client has sent its hello. Thread: the loop that reads, as for the next two.
     bool hasGreeted() const noexcept { return ready_; }
@@ -84,6 +85,7 @@ private:
         bool oneShot = false;
         bool cancelled = false;
         bool answered = false;  // a stream that has had a value
+        bool inHand = false;    // counted as such for the client's user
     };
 
     const char* handleFrame(const wire::FrameHeader& header, std::span<const std::uint8_t> body) override;
@@ -98,6 +100,8 @@ private:
     void dispatch(std::uint64_t id);
     bool isForbidden(const std::string& command, const std::string& path);
     void endForbiddenStreams();
+    void chargeTo(const std::shared_ptr<User>& user, Turns* turns);
+    SharedLimit::Amount* requestsOfUser() const noexcept { return user_ ? &user_->requests : nullptr; }
 
     Open* answerableLocked(std::uint64_t id);
     void noteDispatchedLocked();

@@ -3,12 +3,14 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include "kelo/limits.h"
 #include "net/descriptor.h"
 #include "net/fair_share.h"
 #include "net/loop.h"
+#include "net/turns.h"
 #include "policy/policy_source.h"
 #include "runtime/counters.h"
 
@@ -24,7 +26,8 @@ struct Context {
     Limits limits;
     Counters& counters;
     std::shared_ptr<net::Shares> shares;    // for all clients of the process
-    policy::PolicySource policy;            // Thread: the runtime's, as for the next
+    policy::PolicySource policy;            // Thread: the runtime's, as for the next two
+    std::optional<net::Turns> turns{};      // of users; from the start to the stop
     std::function<void()> policyChanged{};  // has everything follow the current policy, in a turn of its own
     // The directory, open and checked to be safe; empty while there is none. Everything in it is accessed through this
     // descriptor, never by the directory's name, which may lead elsewhere by then. Thread: the runtime's.

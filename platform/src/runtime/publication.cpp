@@ -168,7 +168,7 @@ void Publication::applyPolicy() {
     }
     for (net::ServerConnection* each : std::vector{connections_}) {
         const auto connection = std::static_pointer_cast<net::ServerConnection>(each->shared_from_this());
-        connection->setPolicy(context_.policy.current());
+        setPolicy(*connection);
         if (mayConnect(connection->peer())) continue;
         ++context_.counters.peersRefused;
         connection->flush();  // what its streams ended with
@@ -308,7 +308,7 @@ void Publication::accept() {
         net::Peer peer;
         const bool known = net::readPeer(socket.get(), peer);
         const bool isAdmitted = known && mayConnect(peer);
-        if (!isAdmitted || !makeRoom()) {
+        if (!isAdmitted || !hasShare(peer) || !makeRoom()) {
             ++context_.counters.peersRefused;
             const char* const stranger =
                 context_.policy.current()->isInForce ? "no rule of the policy is about this user" : "neither our uid nor root";
@@ -322,6 +322,28 @@ void Publication::accept() {
     if (listener->listening) return;
     listener->listening = context_.loop.add(listener->fd(), EPOLLIN, listener) != 0;
     if (!listener->listening) acceptAgain_.arm(net::Clock::now() + acceptPause);
+}
+
+// Whether the peer's user may have one more connection. Its own silent ones make room.
+bool Publication::hasShare(const net::Peer& peer) {
+    if (!context_.policy.current()->isInForce || context_.turns->admitsConnection(*context_.turns->user(peer.who.uid)))
+        return true;
+    const auto silent = std::find_if(connections_.begin(), connections_.end(), [&](const net::ServerConnection* connection) {
+        return connection->peer().who.uid == peer.who.uid && !connection->hasGreeted();
+    });
+    if (silent == connections_.end()) return false;
+    ++context_.counters.peersRefused;
+    (*silent)->close("it has not said hello, and others of its user wait");
+    return true;
+}
+
+void Publication::setPolicy(net::ServerConnection& connection) {
+    const auto& policy = context_.policy.current();
+    if (policy->isInForce) {
+        connection.setPolicy(policy, context_.turns->user(connection.peer().who.uid), &*context_.turns);
+    } else {
+        connection.setPolicy(policy, nullptr, nullptr);
+    }
 }
 
 // Makes room for one more connection. False if everything is taken by other services of the process.
@@ -362,7 +384,7 @@ void Publication::serve(net::Descriptor socket, net::Peer peer) {
                                                              context_.counters, service_);
         connections_.push_back(connection.get());
         connection->setReserved(context_.counters.connectionsOpen > context_.limits.connections);
-        connection->setPolicy(context_.policy.current());
+        setPolicy(*connection);
         if (!connection->start(context_.loop)) {
             connection->close("no room in the event loop");
             return;

@@ -53,6 +53,8 @@ private:
     bool closeOldest(bool (*isMeant)(const net::ServerConnection&), const char* why);
     void admitReserved();
     void serve(net::Descriptor socket, net::Peer peer);
+    bool hasShare(const net::Peer& peer);
+    void setPolicy(net::ServerConnection& connection);
     void retryLater(std::chrono::milliseconds pause) { retry_.arm(net::Clock::now() + pause); }
     void logOnce(const std::string& text);
 

@@ -104,6 +104,7 @@ public:
                    counters_,
                    std::make_shared<net::Shares>(options_.limits),
                    policy::PolicySource{policy::policyDirectory(options_.policyDirectory)},
+                   {},
                    [this] { applyPolicySoon(); }} {}
 
     ~Runtime() override { stop(); }
@@ -138,6 +139,7 @@ public:
                 if (policyWatch_) policyWatch_->stop();
                 policyWatch_.reset();
                 policySettled_.reset();
+                context_.turns.reset();
             }
             for (const auto& [connection, watch] : closing_) connections.push_back(connection);
         });
@@ -259,6 +261,7 @@ private:
         const bool isNew = ::access(context_.directory.c_str(), F_OK) != 0;
         bool transient = false;
         (void)context_.policy.reload();
+        if (!context_.turns) context_.turns.emplace(context_.loop, context_.limits);
         if (!openAndWatch(error, transient) && !transient) return false;
         started_ = true;
         if (isService_) beSupervised();
