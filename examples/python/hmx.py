@@ -44,12 +44,16 @@ from __future__ import annotations
 import argparse
 import dataclasses
 import enum
+import grp
+import importlib
 import json
 import math
 import os
+import pwd
 import re
 import select
 import socket
+import stat
 import struct
 import sys
 import time
@@ -368,13 +372,56 @@ def _socket_path(service: str, runtime_dir: Optional[str], domain: str) -> str:
     if not base and variable("XDG_RUNTIME_DIR"):
         base = variable("XDG_RUNTIME_DIR") + "/kelo"
     if not base:
-        usable = os.access("/run/kelo", os.W_OK | os.X_OK)
+        name = domain or variable("KELO_DOMAIN") or "local"
+        usable = os.access("/run/kelo", os.W_OK | os.X_OK) or os.access(f"/run/kelo/{name}", os.R_OK | os.X_OK)
         base = "/run/kelo" if usable else f"{variable('TMPDIR') or '/tmp'}/kelo-{os.geteuid()}"
     directory = f"{base}/{domain or variable('KELO_DOMAIN') or 'local'}"
     name = "".join(chr(each) if chr(each).isalnum() and each < 128 or each in b"-_" else f"%{each:02X}" for each in service.encode())
     if len(os.fsencode(f"{directory}/{name}.sock")) > 83:
         name = "#" + str(uuid.uuid5(uuid.NAMESPACE_URL, service))[:18]
     return f"{directory}/{name}.sock"
+
+
+# ---- Who is trusted ----
+
+_SO_PEERGROUPS = 59
+
+
+def _path_matches(pattern: str, path: str) -> bool:
+    """Whether the pattern of a policy stands for the path: "*" is any part, "**" at the end any number of them."""
+    wanted, parts = pattern.split("/"), path.split("/")
+    if wanted[-1] == "**":
+        wanted.pop()
+        parts = parts[:len(wanted)]
+    return len(wanted) == len(parts) and all(each == part or (each == "*" and part) for each, part in zip(wanted, parts))
+
+
+def _may_publish(service: str, peer: socket.socket, uid: int, gid: int) -> bool:
+    """Whether the policy lets the user at the other end publish the service. What it says there twice, or wrongly, counts as a no."""
+    directory = os.environ.get("KELO_POLICY_DIR") or "/etc/kelo/policy.d"
+    allowed = False
+    try:
+        toml = importlib.import_module("tomllib")  # from Python 3.11
+        groups = {gid, *(number for number, in struct.iter_unpack("I", peer.getsockopt(socket.SOL_SOCKET, _SO_PEERGROUPS, 1024)))}
+        files = sorted(f"{directory}/{name}" for name in os.listdir(directory) if name.endswith(".toml") and name[0] != ".")
+        for each in (directory, *files):
+            status = os.lstat(each)
+            if stat.S_ISLNK(status.st_mode) or status.st_uid not in (0, os.geteuid()) or status.st_mode & 0o022:
+                return False
+        for file in files:
+            with open(file, "rb") as text:
+                policy = toml.load(text)
+            for effect, rule in ((effect, rule) for effect in ("allow", "deny") for rule in policy.get(effect, [])):
+                named = {key: value if isinstance(value, list) else [value] for key, value in rule.items()}
+                users = {user if isinstance(user, int) or user == "*" else pwd.getpwnam(user).pw_uid for user in named.get("user", [])}
+                members = {group if isinstance(group, int) else grp.getgrnam(group).gr_gid for group in named.get("group", [])}
+                if any(_path_matches(pattern, service) for pattern in named.get("publish", [])) and (users & {uid, "*"} or members & groups):
+                    if effect == "deny":
+                        return False
+                    allowed = True
+    except (ImportError, OSError, ValueError, KeyError, AttributeError, TypeError):
+        return False
+    return allowed
 
 
 # ---- One connection ----
@@ -421,9 +468,9 @@ class _Connection:
         except (OSError, ValueError) as error:
             raise call.error(UsageError, f"{address.path}: {error}") from None
         credentials = self._socket.getsockopt(socket.SOL_SOCKET, socket.SO_PEERCRED, struct.calcsize("iII"))
-        user = struct.unpack("iII", credentials)[1]
-        if user not in (0, os.geteuid()):
-            raise call.error(NotPermitted, f"the service is run by user {user}, not by {os.geteuid()} or root")
+        _, user, group = struct.unpack("iII", credentials)
+        if user not in (0, os.geteuid()) and not _may_publish(address.service, self._socket, user, group):
+            raise call.error(NotPermitted, f"the service is run by user {user}, not by {os.geteuid()} or root, and no policy lets it")
 
     def _send(self, call: _Call, frame: bytes) -> _Steps[None]:
         """Sends all of it, or raises an error: an incomplete frame is never carried out, and ends the connection."""

@@ -158,6 +158,7 @@ void Publication::applyPolicy() {
     if (listener_ && !mayPublish()) {
         end();
         if (tracker_ != nullptr) tracker_->removed();
+        context_.noteChange();
         return;
     }
     if (!listener_) return begin();

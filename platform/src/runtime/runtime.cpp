@@ -441,6 +441,7 @@ private:
     // Reads again what an administrator may have changed.
     void reload() {
         tracing::reloadThresholds();
+        reloadPolicy();
         tracing::logC(channel, 2, "SIGHUP: settings were read again");
     }
 

@@ -3,8 +3,8 @@
 #include "kelo/runtime/policy_view.h"
 
 #include <unistd.h>
-#include <algorithm>
 
+#include "hmx/client/suggest.h"
 #include "kelo/runtime/domain_view.h"
 #include "render.h"
 #include "table.h"
