@@ -24,7 +24,7 @@ ifneq ($(and $(ARCH),$(SANITIZE)),)
 $(error SANITIZE is for this machine's own architecture)
 endif
 
-.PHONY: help setup build inspector relay dlt run test campaign coverage lint bench fuzz install clean
+.PHONY: help setup build inspector relay dlt run test campaign coverage lint bench fuzz install deb verify clean
 
 help: ## Show this list
 	@sed -n 's/^\([a-z]*\):.*## \(.*\)/\1|\2/p' Makefile | while IFS='|' read -r name text; do printf '  make %-9s %s\n' "$$name" "$$text"; done
@@ -89,6 +89,15 @@ install: build ## Install programs, samples and documents below PREFIX (/usr/loc
 	@packaging/build.sh $(PRESET) $(JOBS) installed_files
 	@cmake --install $(BUILD) --prefix $(PREFIX) >/dev/null
 	@echo "installed below $(PREFIX)"
+
+deb: ## Build the Debian packages into build/deb
+	@packaging/setup.sh run inspector relay dlt deb
+	@packaging/inspector.sh build
+	@packaging/deb.sh $(JOBS)
+
+verify: ## Run what takes too long for every change: whole campaign, arm64, packages in a fresh Debian, the page in many sizes
+	@packaging/setup.sh run test inspector relay dlt deb
+	@packaging/verify.sh $(JOBS)
 
 clean: ## Remove everything that was built
 	@rm -rf build .cache inspector/dist inspector/node_modules

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Builds, checks, tests or measures the page in inspector/, with what its lock file names; does nothing again that is done.
-# Usage: inspector.sh build|check|units|page|bench [BIN_DIR]
+# Usage: inspector.sh build|check|units|page|sizes|bench [BIN_DIR]
 set -euo pipefail
 [ -z "${2:-}" ] || HMX_BIN=$(cd "$2" && pwd)
 export HMX_BIN
@@ -37,9 +37,15 @@ build)
     ;;
 units) npm run --silent test ;;
 page) npm run --silent test:page ;;
+sizes)
+    for size in 1024x600 1280x720 1920x1080 2560x1440; do
+        echo "inspector: $size"
+        HMX_PAGE_SIZE=$size npm run --silent test:page
+    done
+    ;;
 bench) node bench/page.mjs ;;
 *)
-    echo "inspector: '$1' is not one of build, check, units, page, bench" >&2
+    echo "inspector: '$1' is not one of build, check, units, page, sizes, bench" >&2
     exit 2
     ;;
 esac

@@ -12,7 +12,7 @@ list() {
     git ls-files --cached --others --exclude-standard -z -- "$@" | xargs -0 -r ls -d 2>/dev/null || true
 }
 mapfile -t sources < <(list '*.h' '*.cpp')
-mapfile -t scripts < <(list '*.sh' .ci/run)
+mapfile -t scripts < <(list '*.sh' .ci/run debian/tests/clients debian/tests/lifecycle)
 mapfile -t typed < <(list 'examples/*.py')
 
 printf '%s\0' "${sources[@]}" | xargs -0 -n 16 -P "$jobs" clang-format --dry-run -Werror || failed=1

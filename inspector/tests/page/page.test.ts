@@ -21,7 +21,10 @@ const callAddress = '/popups/Driver_Display/Incoming_Call';
 const request = (popup: string, requested: boolean): string =>
     cockpit.ctl('update', `popups/Driver_Display/${popup}`, `requested=${requested}`);
 
-async function visit(hash = '', width = 1280, height = 720): Promise<void> {
+// The window, where a test does not choose its own.
+const [usualWidth, usualHeight] = (process.env['HMX_PAGE_SIZE'] ?? '1280x720').split('x').map(Number);
+
+async function visit(hash = '', width = usualWidth ?? 0, height = usualHeight ?? 0): Promise<void> {
     await page.setViewportSize({ width, height });
     await page.goto(cockpit.url + hash);
     await row('/input/Driver_Display/r3').waitFor();
