@@ -91,7 +91,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
     stage.awaitServing();
     const auto witness = stage.connect();
     const std::size_t before = bridge->descriptors();
-    limitDescriptors(*bridge, before);
+    limitDescriptors(*bridge, bridge->nextDescriptor());
     // From here on, new clients cannot be accepted, and an upstream service that returns cannot be connected to.
     std::vector<std::unique_ptr<RawPeer>> waiting;
     const Bytes hello = testing_support::helloFrame("/hmx");
@@ -124,7 +124,7 @@ void driveDescriptors(const Scope& scope, Random& /*random*/, Report& report) {
     // By then, its three connections are closed, and those of the clients that are gone.
     const bool isGone =
         eventually([&] { return bridge->descriptors() + 3 <= before; }) && witness->call("retrieve", "/displays").status == 503;
-    limitDescriptors(*bridge, bridge->descriptors() - 3);
+    limitDescriptors(*bridge, bridge->nextDescriptor());
     sim = stage.startSim();
     std::this_thread::sleep_for(milliseconds{300});
     const bool isStillGone = witness->call("retrieve", "/displays").status == 503;

@@ -154,6 +154,12 @@ std::size_t Process::descriptors() const {
     return entriesOf(file("fd"));
 }
 
+std::size_t Process::nextDescriptor() const {
+    std::size_t number = 0;
+    while (std::filesystem::is_symlink(file("fd") + "/" + std::to_string(number))) ++number;
+    return number;
+}
+
 std::size_t Process::threads() const {
     return numberIn(file("status"), "Threads");
 }

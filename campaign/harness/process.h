@@ -42,6 +42,8 @@ public:
 
     std::size_t memoryKiB() const;  // resident private memory that was written to
     std::size_t descriptors() const;
+    // The number that its next descriptor will have.
+    std::size_t nextDescriptor() const;
     std::size_t threads() const;
     // How often its threads have gone to sleep voluntarily.
     std::size_t sleeps() const;
