@@ -16,11 +16,6 @@ if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
   set(HMX_QUICK OFF)
 endif()
 
-if(HMX_CCACHE MATCHES "/")
-  # A directory that was configured when these were not options yet.
-  set(HMX_WERROR ON CACHE BOOL "" FORCE)
-endif()
-
 set(CMAKE_CXX_STANDARD 20)
 set(CMAKE_CXX_STANDARD_REQUIRED ON)
 set(CMAKE_CXX_EXTENSIONS OFF)

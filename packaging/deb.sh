@@ -23,7 +23,7 @@ code=0
 NINJA_STATUS='[%f/%t] ' dpkg-buildpackage -b -us -uc -j"$jobs" 2>&1 | tee ../build.log |
     sed -u -n 's|^\(\[[0-9]*/[0-9]*\] \).*|\1|p' | "$top/packaging/progress.sh" deb || code=$?
 if [ "$code" -ne 0 ]; then
-    tail -n 40 ../build.log >&2
+    tail -n 40 ../build.log | cut -c1-200 >&2
     echo "deb: failed; all of it is in $folder/build.log" >&2
     exit "$code"
 fi
