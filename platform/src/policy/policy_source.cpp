@@ -1,6 +1,7 @@
 #include "policy/policy_source.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "tracing/channel.h"
 
