@@ -12,37 +12,30 @@ using hmx::client::JsonText;
 std::optional<std::vector<ElementText>> elementTexts(std::string_view document) {
     std::vector<ElementText> elements;
     std::map<Bytes16, std::uint32_t> seen;
-    bool isWhole = true;
-    const auto add = [&](std::string_view text) {
-        std::UUID id;
-        JsonText element{text};
-        element.members([&](const std::string& name) {
-            if (name == "id" && element.type() == JsonText::Type::string) {
-                (void)std::UUID::parse(element.string(), id);
-            } else {
-                (void)element.value();
-            }
-        });
-        isWhole = isWhole && element.isDone();
-        elements.push_back({{id.bytes(), seen[id.bytes()]++}, text});
-    };
+    bool isPage = false;
     JsonText json{document};
-    std::optional<std::vector<std::string_view>> data;
-    json.members([&](const std::string& name) {
-        if (name == "data" && json.type() == JsonText::Type::array) {
-            data.emplace();
-            json.elements([&] { data->push_back(json.value()); });
+    const auto takeMember = [&json](const std::string& name, std::UUID& id) {
+        if (name == "id" && json.type() == JsonText::Type::string) {
+            (void)std::UUID::parse(json.string(), id);
         } else {
             (void)json.value();
         }
+    };
+    const auto takeElement = [&] {
+        std::UUID id;
+        const std::string_view text = json.textOf([&] { json.members([&](const std::string& name) { takeMember(name, id); }); });
+        elements.push_back({{id.bytes(), seen[id.bytes()]++}, text});
+    };
+    std::UUID id;
+    json.members([&](const std::string& name) {
+        if (name != "data" || json.type() != JsonText::Type::array) return takeMember(name, id);
+        isPage = true;
+        elements.clear();
+        seen.clear();
+        json.elements(takeElement);
     });
     if (!json.isDone()) return std::nullopt;
-    if (!data) {
-        add(document);
-    } else {
-        for (const std::string_view text : *data) add(text);
-    }
-    if (!isWhole) return std::nullopt;
+    if (!isPage) elements.push_back({{id.bytes(), 0}, document});
     return elements;
 }
 

@@ -39,11 +39,7 @@ bool JsonText::isAtArrayEnd() {
 }
 
 std::string_view JsonText::value() {
-    if (isBad_) return {};
-    (void)reader_->peek();  // skips blanks
-    const std::size_t begin = reader_->offset();
-    note(reader_->skipValue());
-    return isBad_ ? std::string_view{} : text_.substr(begin, reader_->offset() - begin);
+    return textOf([this] { note(isBad_ || reader_->skipValue()); });
 }
 
 Json JsonText::tree() {

@@ -12,7 +12,7 @@
 
 #include "net/descriptor.h"
 #include "policy/policy_file.h"
-#include "policy/safe_file.h"
+#include "util/safe_file.h"
 
 // Whoever can write to a file of the policy, or can put another one in its place, makes the policy. So the files, their directory
 // and the one above it have to belong to root or to the user who reads them, and nobody else may write to them. As with the
@@ -51,7 +51,7 @@ std::string readFile(int directory, const std::string& name, std::string& text) 
     struct stat status {};
     if (::fstat(file.get(), &status) != 0) return std::string{"cannot be looked at: "} + std::strerror(errno);
     if (!S_ISREG(status.st_mode)) return "is not a regular file";
-    if (std::string why = unsafeReason(status); !why.empty()) return why;
+    if (std::string why = util::unsafeReason(status); !why.empty()) return why;
     if (static_cast<std::size_t>(status.st_size) > mostBytes) return "is larger than " + std::to_string(mostBytes) + " bytes";
     text.resize(mostBytes + 1);
     std::size_t size = 0;
@@ -82,9 +82,9 @@ bool openDirectory(const std::string& name, net::Descriptor& opened, std::vector
     const net::Descriptor above{::openat(opened.get(), "..", O_RDONLY | O_DIRECTORY | O_CLOEXEC)};
     if (::fstat(opened.get(), &status) != 0 || !listFiles(opened.get(), files)) {
         fault = std::string{"cannot be read: "} + std::strerror(errno);
-    } else if (fault = unsafeReason(status); fault.empty() && above && ::fstat(above.get(), &status) == 0) {
+    } else if (fault = util::unsafeReason(status); fault.empty() && above && ::fstat(above.get(), &status) == 0) {
         // A directory that anybody may add to, such as /tmp, is safe if it has a sticky bit.
-        fault = unsafeReason(status, Sticky::isEnough);
+        fault = util::unsafeReason(status, util::Sticky::isEnough);
         if (!fault.empty()) fault = "is not safe: the directory above it " + fault;
     }
     return true;

@@ -12,7 +12,7 @@
 
 #include "kelo/uuid.h"
 #include "net/unix_socket.h"
-#include "policy/safe_file.h"
+#include "util/safe_file.h"
 #include "util/text.h"
 
 // The directory is the registry: there is no daemon. A user who can write to it determines what a service path leads to. So it is
@@ -67,15 +67,8 @@ std::string unsafeReason(int directory, const std::string& name, const policy::P
     if (isShared && (status.st_mode & S_ISGID) != 0) status.st_mode &= ~static_cast<mode_t>(S_IWGRP);
     const bool isForeign = status.st_uid != ::geteuid() && status.st_uid != 0;
     if (isForeign && policy.current()->letsPublish(policy::identityOf(status.st_uid))) status.st_uid = 0;
-    const std::string why = policy::unsafeReason(status, policy::Sticky::isEnough);
+    const std::string why = util::unsafeReason(status, util::Sticky::isEnough);
     return why.empty() ? why : name + " " + why;
-}
-
-// What a tool follows that looks at a domain from outside.
-policy::PolicySource policyFor(const RuntimeOptions& options) {
-    policy::PolicySource policy{policy::policyDirectory(options.policyDirectory)};
-    (void)policy.reload();
-    return policy;
 }
 
 bool isPlain(char c) {
@@ -87,6 +80,12 @@ bool isPlain(char c) {
 std::string domainDirectory(const RuntimeOptions& options) {
     if (!options.directory.empty()) return options.directory;
     return baseDirectory(options.domain) + "/" + options.domain;
+}
+
+policy::PolicySource policyFor(const RuntimeOptions& options) {
+    policy::PolicySource policy{policy::policyDirectory(options.policyDirectory)};
+    (void)policy.reload();
+    return policy;
 }
 
 net::Descriptor openDomain(const std::string& directory, bool create, const policy::PolicySource& policy, std::string& error) {

@@ -10,6 +10,8 @@
 
 namespace kelo::runtime {
 
+// What somebody follows who looks at a domain from outside. Thread: any.
+[[nodiscard]] policy::PolicySource policyFor(const RuntimeOptions& options);
 // Opens the directory; creates it (mode 0700, with its parents) if it does not exist, or, if `create` is false, refuses it. Also
 // refuses a symbolic link, and a directory that belongs to somebody other than us or root or may be written to by others without
 // the sticky bit; its parent must satisfy the last two rules too. With a policy, it may also belong to a user who may publish

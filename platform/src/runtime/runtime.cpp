@@ -489,7 +489,8 @@ private:
         status.application = context_.applicationName;
         status.directory = context_.directory;
         status.limits = context_.limits;
-        status.policy = {context_.policy.directory(), *context_.policy.current(), context_.policy.faults()};
+        const auto& faults = context_.policy.faults();
+        status.policy = {context_.policy.directory(), context_.policy.current(), faults.empty() ? "" : faults.front().toString()};
         for (const auto& [path, watch] : watches_) {
             status.tracked.push_back(
                 {path, watch->isAlive() ? watch->info() : KeloServiceTrackerInfo{}, watch->isAlive(), watch->usage()});
@@ -578,9 +579,7 @@ std::vector<std::string> listServices(const RuntimeOptions& options, bool& faile
     std::vector<std::string> services;
     std::string error;
     const std::string path = domainDirectory(options);
-    policy::PolicySource policy{policy::policyDirectory(options.policyDirectory)};
-    (void)policy.reload();
-    net::Descriptor directory = openDomain(path, false, policy, error);
+    net::Descriptor directory = openDomain(path, false, policyFor(options), error);
     failed = !directory;
     if (failed) {
         std::ErrorOutput{errors::Error, errors::readFailure, error};

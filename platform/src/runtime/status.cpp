@@ -131,10 +131,10 @@ void writeGauges(ObjectWriter& object) {
 
 void writePolicy(ObjectWriter& object, const Status::PolicyState& state) {
     object.text("directory", state.directory);
-    object.flag("inForce", state.policy.isInForce);
-    object.flag("audit", state.policy.audits);
-    object.number("rules", state.policy.tables.size());
-    if (!state.faults.empty()) object.text("fault", state.faults.front().toString());
+    object.flag("inForce", state.policy->isInForce);
+    object.flag("audit", state.policy->audits);
+    object.number("rules", state.policy->tables.size());
+    if (!state.fault.empty()) object.text("fault", state.fault);
 }
 
 void writeLimits(ObjectWriter& object, const Limits& limits) {

@@ -1,6 +1,7 @@
 // What a runtime reports about itself below "/$platform/status".
 #pragma once
 
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -9,7 +10,7 @@
 #include "kelo/runtime/kelo_runtime.h"
 #include "net/client_connection.h"
 #include "net/server_connection.h"
-#include "policy/policy_reader.h"
+#include "policy/policy.h"
 #include "runtime/counters.h"
 
 namespace kelo::runtime {
@@ -30,8 +31,8 @@ struct Status {
 
     struct PolicyState {
         std::string directory;
-        policy::Policy policy;
-        std::vector<policy::Fault> faults;
+        std::shared_ptr<const policy::Policy> policy;
+        std::string fault;  // the first one; empty if there is none
     };
 
     std::string application;

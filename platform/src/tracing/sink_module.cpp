@@ -34,6 +34,7 @@
 #include "tracing/short_id.h"
 #include "tracing/sink.h"
 #include "util/line_buffer.h"
+#include "util/safe_file.h"
 #include "util/util.h"
 
 namespace tracing::sink_module {
@@ -171,11 +172,8 @@ std::string trusted(const std::string& path, std::string& error) {
             error = std::string{name} + ": " + std::strerror(errno);
             return {};
         }
-        const bool isOurs = status.st_uid == 0 || status.st_uid == ::geteuid();
-        const bool isOpen = (status.st_mode & (S_IWGRP | S_IWOTH)) != 0;
-        // In a directory with the sticky bit, others cannot replace what is ours.
-        const bool isSafe = isOurs && (!isOpen || (S_ISDIR(status.st_mode) && (status.st_mode & S_ISVTX) != 0));
-        if (!isSafe) {
+        const bool isDirectory = S_ISDIR(status.st_mode);
+        if (!util::unsafeReason(status, isDirectory ? util::Sticky::isEnough : util::Sticky::isNotEnough).empty()) {
             error = std::string{name} + " could be changed by others than root and the user";
             return {};
         }

@@ -42,6 +42,14 @@ public:
     }
     // The text of the next value, checked.
     std::string_view value();
+    // The text of the next value, which `take()` takes.
+    template <class F>
+    std::string_view textOf(F&& take) {
+        (void)type();  // skips blanks
+        const std::size_t begin = reader_->offset();
+        take();
+        return isBad_ ? std::string_view{} : text_.substr(begin, reader_->offset() - begin);
+    }
     Json tree();
     std::string string();
     std::int64_t integer();

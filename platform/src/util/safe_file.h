@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <string>
 
-namespace kelo::policy {
+namespace util {
 
 // Whether a directory that others may add to is safe with a sticky bit, because they cannot replace what is there.
 enum class Sticky : std::uint8_t { isNotEnough, isEnough };
@@ -23,4 +23,4 @@ enum class Sticky : std::uint8_t { isNotEnough, isEnough };
     return (status.st_mode & S_ISVTX) != 0 ? "" : "may be written to by others and has no sticky bit";
 }
 
-}  // namespace kelo::policy
+}  // namespace util
