@@ -147,11 +147,18 @@ void Loop::run() noexcept {
     for (;;) {
         runBatch();
         lending_.serveBorrowers();
+        const auto due = earliestDue();
+        bool isAsleep = false;
         {
             const std::lock_guard lock{mutex_};
-            if (stopping_ && queue_.empty()) break;
+            isAsleep = queue_.empty();
+            if (isAsleep) {
+                if (stopping_) break;
+                sleeping_ = true;
+                lending_.sleepLocked(due);
+            }
         }
-        pollOnce(true);
+        pollOnce(isAsleep, isAsleep ? millisecondsUntil(due) : 0);
     }
     isRun_ = false;
     current_ = outer;
@@ -162,7 +169,7 @@ std::size_t Loop::runPending() {
     std::size_t count = 0;
     for (std::size_t busy = 1; busy > 0;) {
         const std::size_t events = runBatch();
-        busy = events + pollOnce(false);
+        busy = events + pollOnce(false, 0);
         count += events;
     }
     current_ = outer;
@@ -190,20 +197,10 @@ void Loop::runTaken() {
     batch_.clear();
 }
 
-std::size_t Loop::pollOnce(bool mayWait) {
-    int timeout = 0;
-    if (mayWait) {
-        const auto due = earliestDue();
-        const std::lock_guard lock{mutex_};
-        if (queue_.empty() && !stopping_) {
-            timeout = millisecondsUntil(due);
-            sleeping_ = true;
-            lending_.sleepLocked(due);
-        }
-    }
+std::size_t Loop::pollOnce(bool isAsleep, int timeout) {
     std::array<epoll_event, 64> events;
     const int count = ::epoll_wait(epoll_.get(), events.data(), static_cast<int>(events.size()), timeout);
-    if (mayWait) {
+    if (isAsleep) {
         std::unique_lock lock{mutex_};
         lending_.awaitReturnLocked(lock);
         sleeping_ = false;

@@ -128,7 +128,7 @@ private:
 
     std::size_t runBatch();
     void runTaken();
-    std::size_t pollOnce(bool mayWait);
+    std::size_t pollOnce(bool isAsleep, int timeout);
     void fireTimers();
     void flushAll();
     Clock::time_point earliestDue() const noexcept;

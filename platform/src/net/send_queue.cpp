@@ -18,11 +18,13 @@ namespace kelo::net {
 
 void SendQueue::endSending() noexcept {
     isSending_ = false;
-    sendIsOver_.notify_all();
+    if (awaiting_ > 0) sendIsOver_.notify_all();
 }
 
 void SendQueue::awaitSender(std::unique_lock<std::mutex>& lock) {
+    ++awaiting_;
     sendIsOver_.wait(lock, [this] { return !isSending_; });
+    --awaiting_;
 }
 
 bool SendQueue::send(std::unique_lock<std::mutex>& lock, int fd, const bool& isOver) {

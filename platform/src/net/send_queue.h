@@ -84,6 +84,7 @@ private:
     bool isSending_ = false;
     bool blocked_ = false;
     std::condition_variable sendIsOver_;
+    std::size_t awaiting_ = 0;  // threads in awaitSender
 };
 
 }  // namespace kelo::net

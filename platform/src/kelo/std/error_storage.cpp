@@ -149,6 +149,7 @@ ErrorOutput::ErrorOutput(const ErrorCategory& category, int code, string_view te
 }  // namespace std
 
 void kelo::disposeOfUnhandledError() noexcept {
+    if (!std::ErrorStorage::hasError()) return;
     std::report();
     std::ErrorStorage::ack();
 }
