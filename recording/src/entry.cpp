@@ -236,6 +236,10 @@ std::string lineOf(const Entry& entry) {
     return line;
 }
 
+std::string stopLine(std::chrono::nanoseconds at) {
+    return "{\"t\":" + std::to_string(at.count()) + ",\"event\":\"stopped\"}\n";
+}
+
 Head headOf(std::string_view line) {
     const Json object = objectIn(line);
     Head head;
@@ -275,6 +279,18 @@ Entry entryOf(std::string_view line) {
     if (steps == object.end() || !steps->is_array()) throw unreadable("a change without its steps");
     for (Json& step : *steps) entry.steps.push_back(stepOf(step));
     return entry;
+}
+
+std::optional<std::chrono::nanoseconds> stopIn(std::string_view line) {
+    constexpr std::size_t longest = 256;  // bytes; entries are read often, and are not looked through for this
+    if (line.size() > longest || line.find("\"stopped\"") == std::string_view::npos) return {};
+    try {
+        const Json object = objectIn(line);
+        if (member(object, "event") != "stopped" || object.contains("path")) return {};
+        return std::chrono::nanoseconds{integer(object, "t", 0)};
+    } catch (const Error&) {
+        return {};
+    }
 }
 
 }  // namespace hmx::recording

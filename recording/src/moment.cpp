@@ -54,8 +54,13 @@ std::optional<Moment> fastMoment(const std::string& file, std::optional<std::chr
     }
     std::unordered_map<std::string, Kept> sources;
     std::chrono::nanoseconds latest{0};
+    std::chrono::nanoseconds end{0};
     std::string key;
     while (splitter.next(line)) {
+        if (const auto stop = stopIn(line)) {
+            end = std::max(end, *stop);
+            continue;
+        }
         if (!splitter.isComplete() && isCut(line)) {
             if (problems != nullptr) problems->push_back({splitter.number(), cutLine});
             break;
@@ -87,6 +92,7 @@ std::optional<Moment> fastMoment(const std::string& file, std::optional<std::chr
             if (!keys.insert(keyOf(source)).second) return {};
         }
         for (const auto& [number, text] : lines) (void)moment.apply(entryOf(text));
+        if (!until) moment.passUntil(end);
     } catch (const Error&) {
         return {};
     }
@@ -137,6 +143,7 @@ Moment momentAt(const std::string& file, std::optional<std::chrono::nanoseconds>
             faults.push_back({reader.line(), error.what()});
         }
     }
+    if (!at) moment.passUntil(reader.end());
     if (problems != nullptr) {
         *problems = reader.problems();
         problems->insert(problems->end(), faults.begin(), faults.end());

@@ -54,6 +54,7 @@ public:
                     report(first.line, "it is out of order: the lines before it are later");
                 }
                 latest_ = std::max(latest_, first.entry.at);
+                end = std::max(end, latest_);
                 return std::move(first.entry);
             }
             if (isOver_) return {};
@@ -69,6 +70,7 @@ public:
 
     Head head;
     std::uint64_t line = 1;
+    std::chrono::nanoseconds end{0};
     std::vector<Problem> problems;
     std::uint64_t problemCount = 0;
 
@@ -126,6 +128,10 @@ private:
                 report(number, "another recording begins here; it is not read");
                 isOver_ = true;
                 return giveUpOnEarly();
+            }
+            if (const auto stop = stopIn(text)) {
+                end = std::max(end, *stop);
+                return;
             }
             sort({number, entryOf(text)});
         } catch (const Error& error) {
@@ -214,6 +220,10 @@ std::optional<Entry> Reader::next() {
     return lines_->next();
 }
 
+std::chrono::nanoseconds Reader::end() const noexcept {
+    return lines_->end;
+}
+
 std::uint64_t Reader::line() const noexcept {
     return lines_->line;
 }
@@ -250,6 +260,10 @@ std::chrono::nanoseconds endOf(const std::string& file) {
     for (std::string_view line; lines.next(line);) {
         if (readPrefix(line, prefix)) {
             end = std::max(end, prefix.at);
+            continue;
+        }
+        if (const auto stop = stopIn(line)) {
+            end = std::max(end, *stop);
             continue;
         }
         try {

@@ -47,6 +47,7 @@ void Ring::write(std::chrono::nanoseconds now, Writer& writer) {
         writer.write(entry);
     }
     for (const Line& line : lines_) writer.writeLines(line.text);
+    writer.stop(now);
 }
 
 }  // namespace hmx::recording

@@ -277,6 +277,32 @@ TEST(Moment, IsThatOfTheTimeAskedFor) {
     EXPECT_EQ(moment.find(popups)->reason, "away");
     EXPECT_EQ(moment.find({"/hmx", "/displays", Json::object()})->since, 2s);
     EXPECT_EQ(endOf(file.path), 5s);
+    EXPECT_EQ(momentAt(file.path).at(), 5s);
+}
+
+// However the last line is written, and if the recorder's successor goes on.
+TEST(Moment, LastsUntilTheRecorderStopped) {
+    Trail one{popups};
+    const std::string begin = headLine + one.answer(1s, 200, page("-"));
+    const std::string later = one.answer(12s, 200, page("+"));
+    const std::vector<std::pair<std::string, std::chrono::nanoseconds>> cases{
+        {stopLine(9s), 9s},
+        {R"({"t":9000000000,"event":"stopped"})", 9s},
+        {R"({ "event": "stopped", "why": "SIGTERM", "t": 9000000000 })", 9s},
+        {stopLine(9s) + later, 12s},
+        {stopLine(0s), 1s},
+    };
+    for (const auto& [end, expected] : cases) {
+        const File file{begin + end};
+        std::vector<Problem> problems;
+        EXPECT_EQ(momentAt(file.path, {}, &problems).at(), expected) << end;
+        EXPECT_EQ(endOf(file.path), expected) << end;
+        Reader reader{file.path};
+        while (reader.next()) {
+        }
+        EXPECT_EQ(reader.end(), expected) << end;
+        EXPECT_EQ(problems.size() + reader.problemCount(), 0U) << end;
+    }
 }
 
 TEST(Times, AreReadAsPeopleWriteThem) {

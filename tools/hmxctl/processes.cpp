@@ -181,6 +181,15 @@ Json processFacts(pid_t process, const std::string& directory) {
                 {"here", here}};
 }
 
+std::optional<std::uint64_t> residentKilobytes(pid_t process) {
+    std::istringstream status{readText(folderOf(process) + "/status")};
+    constexpr std::string_view title = "VmRSS:";
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(title)) return std::strtoull(line.c_str() + title.size(), nullptr, 10);
+    }
+    return {};
+}
+
 Json inotifyFacts(const std::string& directory) {
     std::uint64_t instances = 0;
     std::uint64_t watches = 0;

@@ -3,6 +3,7 @@
 
 #include <sys/types.h>
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -23,6 +24,9 @@ namespace hmxctl {
 // (see meetingEnvironment), "replaced" (its program file), "descriptors" and "mostDescriptors", "directories" that it has open,
 // "locks": the files of that kind that it has open, "here": whether one of the directories is `directory`.
 [[nodiscard]] Json processFacts(pid_t process, const std::string& directory);
+
+// The memory that a process of this machine holds, in kB; nothing if it may not be looked at.
+[[nodiscard]] std::optional<std::uint64_t> residentKilobytes(pid_t process);
 
 // The inotify instances and watches of this user, and the limits: "instances", "mostInstances", "watches", "mostWatches"; "error"
 // if the directory cannot be watched.

@@ -270,14 +270,16 @@ private:
         // Who follows has to ask first.
         for (int turns = 0; turns < 8 && !isFollowed(); ++turns) co_await nextTurn();
         co_await settle();
+        // How long until then, in the time of those who watch.
+        const auto left = [&](nanoseconds at) {
+            const std::chrono::duration<double, std::nano> passed{static_cast<double>((at - from).count()) / speed.value_or(1)};
+            const auto due = begin + std::chrono::duration_cast<Deadline::Clock::duration>(passed);
+            return speed ? std::chrono::floor<std::chrono::milliseconds>(due - Deadline::Clock::now())
+                         : std::chrono::milliseconds{0};
+        };
         while (const std::optional<Entry> entry = reader_->next()) {
             if (entry->at <= from) continue;
-            if (speed) {
-                const std::chrono::duration<double, std::nano> passed{static_cast<double>((entry->at - from).count()) / *speed};
-                const auto left = begin + std::chrono::duration_cast<Deadline::Clock::duration>(passed) - Deadline::Clock::now();
-                if (left > std::chrono::milliseconds{1})
-                    co_await dispatcher_.pause(std::chrono::floor<std::chrono::milliseconds>(left));
-            }
+            if (const auto pause = left(entry->at); pause > pause.zero()) co_await dispatcher_.pause(pause);
             shown_ = entry->at;
             apply(*entry);
             co_await nextTurn();
@@ -285,6 +287,8 @@ private:
             const bool asksAnew = entry->isBack || entry->source.path == "/displays" || !isFollowed();
             if (!speed && answers && asksAnew) co_await settle();
         }
+        if (const auto pause = left(reader_->end()); pause > pause.zero()) co_await dispatcher_.pause(pause);
+        shown_ = std::max(shown_, reader_->end());
         co_await settle();
         for (const auto& problem : reader_->problems()) complain(problem);
         isOver_ = true;

@@ -90,9 +90,7 @@ ReplayPlan planReplay(const ReplayOptions& options) {
     plan.file = hmx::recording::rereadable(options.file);
     Reader reader{plan.file};
     std::map<ManagerId, OutageFinder> finders;
-    nanoseconds last{0};
     while (const std::optional<Entry> entry = reader.next()) {
-        last = std::max(last, entry->at);
         const std::optional<ManagerId> manager = managerAt(entry->source.service);
         if (!manager) continue;
         finders.try_emplace(*manager, *manager, plan.outages).first->second.take(*entry);
@@ -107,10 +105,10 @@ ReplayPlan planReplay(const ReplayOptions& options) {
     }
     std::stable_sort(plan.outages.begin(), plan.outages.end(), [](const Outage& a, const Outage& b) { return a.from < b.from; });
     const auto time = [&](const std::string& text, nanoseconds usual) {
-        return text.empty() ? usual : hmx::recording::parseTime(text, reader.head(), [&] { return last; });
+        return text.empty() ? usual : hmx::recording::parseTime(text, reader.head(), [&] { return reader.end(); });
     };
     plan.start = time(options.start, hmx::recording::beginningOf(plan.file));
-    plan.end = time(options.end, last);
+    plan.end = time(options.end, reader.end());
     if (plan.end <= plan.start && !(options.start.empty() && options.end.empty())) {
         throw Error{Error::Kind::invalid, options.file + ": the end of the replay is not after its start"};
     }

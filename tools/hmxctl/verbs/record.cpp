@@ -250,9 +250,14 @@ public:
             flush();
         }
         if (ring_) writeRing();
-        if (writer_)
-            say("recorded " + std::to_string(writer_->lines() - 1) + " entries, " + amount(writer_->bytes()) + ", in " +
-                lengthText(now()) + ": " + file_->name());
+        if (writer_) {
+            const nanoseconds at = now();
+            const std::uint64_t entries = writer_->lines() - 1;
+            lines_ = recording::stopLine(at);
+            flush();
+            say("recorded " + std::to_string(entries) + " entries, " + amount(writer_->bytes()) + ", in " + lengthText(at) +
+                ": " + file_->name());
+        }
         if (const std::optional<Error> silence = recorder.silence()) throw failureOf(*silence);
         if (condition_ && !isTrue_ && end && end->passed()) {
             throw conditionLate(context_, *context_.arguments.duration, condition_->countsIn(elementsOf(recorder)));

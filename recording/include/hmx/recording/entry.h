@@ -74,9 +74,13 @@ struct Entry {
 // Each as one line, with its end.
 [[nodiscard]] std::string lineOf(const Head& head);
 [[nodiscard]] std::string lineOf(const Entry& entry);
+// The last line of a recorder that was not killed: until when it has recorded.
+[[nodiscard]] std::string stopLine(std::chrono::nanoseconds at);
 
 // The head or the entry that a line holds. Errors: Error, unreadable, with what is wrong, for any other line.
 [[nodiscard]] Head headOf(std::string_view line);
 [[nodiscard]] Entry entryOf(std::string_view line);
+// The time, if the line says that the recorder stopped.
+[[nodiscard]] std::optional<std::chrono::nanoseconds> stopIn(std::string_view line);
 
 }  // namespace hmx::recording

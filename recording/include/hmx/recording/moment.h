@@ -1,6 +1,7 @@
 // What all sources of a recording had said up to one time.
 #pragma once
 
+#include <algorithm>
 #include <chrono>
 #include <map>
 #include <optional>
@@ -30,8 +31,9 @@ public:
     const SourceState* find(const Source& source) const;
     // All, by key.
     const std::map<std::string, SourceState>& sources() const noexcept { return sources_; }
-    // The time of the last entry that was applied.
+    // The time of the last entry that was applied, or the later one until when nothing more was said.
     std::chrono::nanoseconds at() const noexcept { return at_; }
+    void passUntil(std::chrono::nanoseconds at) noexcept { at_ = std::max(at_, at); }
 
     // Returns the state of the entry's source after it. Errors: Error, unreadable, when a change does not fit the answer before;
     // the source then counts as unknown until its next whole answer.

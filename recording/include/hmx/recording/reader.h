@@ -34,6 +34,8 @@ public:
     const Head& head() const noexcept;
     // Nothing at the end.
     std::optional<Entry> next();
+    // Until when is recorded, as far as it has been read: the latest time of an entry, or when the recorder stopped.
+    std::chrono::nanoseconds end() const noexcept;
     // The number of the line that `next` has handed out last.
     std::uint64_t line() const noexcept;
     // Those so far. After a thousand, only their number is kept: see `problemCount`.
@@ -49,7 +51,8 @@ private:
 // long as the process. Errors: Error, system.
 [[nodiscard]] std::string rereadable(const std::string& file);
 
-// The time of the last entry; 0 if there is none. Errors: as of Reader.
+// Until when is recorded: when the recorder stopped, else the time of the last entry; 0 if there is neither. Errors: as of
+// Reader.
 [[nodiscard]] std::chrono::nanoseconds endOf(const std::string& file);
 
 // The time at which every source had said something: that of the entry before the first with which a source says more. Errors:

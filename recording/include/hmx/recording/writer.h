@@ -1,6 +1,7 @@
 // Writes a recording.
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <string>
 
@@ -22,6 +23,9 @@ public:
     void write(const Entry& entry) { writeLines(lineOf(entry)); }
     // Lines as `lineOf` makes them, in one piece.
     void writeLines(std::string_view lines);
+
+    // The end: until when was recorded.
+    void stop(std::chrono::nanoseconds at) { writeLines(stopLine(at)); }
 
     // What has been written, in bytes and lines, the head among them.
     std::uint64_t bytes() const noexcept { return bytes_; }
