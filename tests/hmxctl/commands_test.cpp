@@ -10,6 +10,7 @@
 #include <fstream>
 #include <tuple>
 
+#include "hmx/recording/reader.h"
 #include "scripted_services.h"
 #include "support/temporary_directory.h"
 
@@ -384,8 +385,7 @@ std::vector<std::string> linesOf(const std::string& file) {
     std::ifstream in{file};
     std::vector<std::string> lines;
     for (std::string line; std::getline(in, line);) {
-        const std::size_t number = line.find(",\"n\":");
-        if (number != std::string::npos) line.replace(0, number + 1, "{");
+        if (line.starts_with("{\"t\":")) line.replace(0, line.find(',') + 1, "{");
         lines.push_back(line);
     }
     return lines;
@@ -419,7 +419,8 @@ TEST(Record, WritesWhatTheSourcesSay) {
             "}]}",
         R"({"n":3,)" + displays + R"("state","status":200,"back":true,"document":)" + two + "}",
         R"({"n":1,"service":"/hmx","path":"/popups","parameters":{"display":"E"},"event":"state","status":200,"document":)" +
-            later + "}"};
+            later + "}",
+        R"({"event":"stopped"})"};
     EXPECT_EQ(Asked(lines.begin() + 1, lines.end()), expected);
 }
 
@@ -432,9 +433,10 @@ TEST(Record, KeepsTheLatestInMemory) {
     const std::vector<const char*> words{"record", "displays", "-o", file.c_str(), "--last", "20ms", "--for", "120ms"};
     EXPECT_EQ(services.run(words).code, ExitCode::ok);
     const std::vector<std::string> lines = linesOf(file);
-    ASSERT_EQ(lines.size(), 2U);
+    ASSERT_EQ(lines.size(), 3U);
     EXPECT_EQ(lines[1],
               R"({"n":3,"service":"/hmx","path":"/displays","event":"state","status":200,"document":)" + page({}) + "}");
+    EXPECT_GE(hmx::recording::endOf(file), std::chrono::milliseconds{120});
 }
 
 TEST(Record, SaysWhatItCannotDo) {
@@ -458,12 +460,14 @@ TEST(Status, ShowsClientsAsOneTable) {
     ScriptedServices services;
     services.hmx().on(
         "retrieve /$platform/status",
-        R"({"published":[{"path":"/hmx","connections":1,"clients":[{"pid":7,"uid":1,"application":"nav","requests":2,)"
+        R"({"published":[{"path":"/hmx","connections":1,"clients":[{"pid":99999999,"uid":1,"application":"nav","requests":2,)"
         R"("streams":3,"queuedBytes":4,"keptBytes":5,"heldRequests":6,"heldBytes":8}]}]})");
-    EXPECT_EQ(services.run({"status"}).out,
-              "published\n  PATH  CONNECTIONS\n  /hmx            1\n\nclients\n"
-              "  SERVICE  PID  UID  PROGRAM  REQUESTS  STREAMS  QUEUED BYTES  KEPT BYTES  HELD REQUESTS  HELD BYTES\n"
-              "  /hmx       7    1  nav             2        3             4           5              6           8\n");
+    EXPECT_EQ(
+        services.run({"status"}).out,
+        "published\n  PATH  CONNECTIONS\n  /hmx            1\n\nclients\n"
+        "  SERVICE       PID  UID  PROGRAM  REQUESTS  STREAMS  QUEUED BYTES  KEPT BYTES  HELD REQUESTS  HELD BYTES  MEMORY, KB\n"
+        "  /hmx     99999999    1  nav             2        3             4           5              6           8           "
+        "-\n");
     services.hmx().on("retrieve /$platform/status", R"({"published":[{"path":"/hmx","connections":1}]})");
     EXPECT_EQ(services.run({"status"}).out, "published\n  PATH  CONNECTIONS\n  /hmx            1\n");
 }

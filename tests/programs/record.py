@@ -24,6 +24,8 @@ def entries_of(path):
     lines = path.read_bytes().split(b"\n")[:-1]
     entries = [json.loads(line) for line in lines]
     assert entries[0]["recording"] == 1
+    if entries[-1].get("event") == "stopped":
+        assert entries.pop()["t"] >= entries[-1].get("t", 0)
     last = {}
     for entry in entries[1:]:
         source = (entry["service"], entry["path"], str(entry.get("parameters")))

@@ -66,7 +66,7 @@ def said_by_hmx(file):
             entry = json.loads(line)
         except json.JSONDecodeError:
             break  # it is being written
-        if entry["service"] == "/hmx":
+        if entry.get("service") == "/hmx":
             said.setdefault(entry["path"] + json.dumps(entry.get("parameters", {})), []).append(entry["event"])
     return said
 
