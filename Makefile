@@ -68,7 +68,8 @@ coverage: setup ## Build with coverage, run all tests except the campaign, and r
 lint: ## Check format, clang-tidy, scripts and the house rules; fast if little has changed
 	@packaging/setup.sh run test lint
 	@cmake --preset lint >/dev/null
-	@packaging/lint.sh build/lint $(JOBS)
+	@cmake --preset lint-together >/dev/null
+	@packaging/lint.sh build/lint build/lint-together $(JOBS)
 
 bench: ## Compare a request's path through the bridge with a bare relay and with peers
 	@packaging/setup.sh run test

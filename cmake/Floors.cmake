@@ -1,5 +1,5 @@
 # Quick builds, HMX_QUICK: what many sources have in common is compiled once for all of them. The Makefile's commands build this
-# way. Lint and editors need the other way, in which every source is compiled by itself.
+# way. Editors need the other way, in which every source is compiled by itself; lint uses both.
 
 # hmx_precompiled(NAME HEADER.h | FROM TARGET): precompiles cmake/precompiled/HEADER.h for NAME, or uses the one of TARGET,
 # which must have the same options.
@@ -24,7 +24,8 @@ function(hmx_together name count)
     return()
   endif()
   cmake_parse_arguments(ARG "" "ALONE" "" ${ARGN})
-  set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${count})
+  set_target_properties(${name} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE ${count}
+                        UNITY_BUILD_CODE_BEFORE_INCLUDE "// NOLINTNEXTLINE(bugprone-suspicious-include)")
   if(ARG_ALONE)
     get_target_property(files ${name} SOURCES)
     list(FILTER files INCLUDE REGEX "${ARG_ALONE}")

@@ -1,10 +1,11 @@
 #!/usr/bin/env bash
 # Checks format, clang-tidy, scripts and the house rules for everything in the tree. All checks run, even if one fails.
-# Usage: lint.sh BUILD_DIR JOBS
+# Usage: lint.sh ALONE_DIR TOGETHER_DIR JOBS
 set -euo pipefail
 cd "$(dirname "$0")/.."
-build=$1
-jobs=$2
+alone=$1
+together=$2
+jobs=$3
 failed=0
 
 # Files that git knows or would add, so that new files are checked before they are committed. `ls` leaves out deleted files.
@@ -20,6 +21,6 @@ shellcheck "${scripts[@]}" || failed=1
 mypy --strict --no-error-summary --cache-dir=/dev/null "${typed[@]}" || failed=1
 python3 packaging/house_rules.py "${sources[@]}" || failed=1
 packaging/inspector.sh check || failed=1
-python3 packaging/tidy.py "$build" "$jobs" "${sources[@]}" || failed=1
+python3 packaging/tidy.py "$alone" "$together" "$jobs" "${sources[@]}" || failed=1
 [ "$failed" -eq 0 ] && echo "lint: ${#sources[@]} sources and ${#scripts[@]} scripts are clean"
 exit "$failed"

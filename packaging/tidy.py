@@ -1,8 +1,13 @@
 #!/usr/bin/env python3
-"""Runs clang-tidy on the sources that have changed since they last passed. Usage: tidy.py BUILD_DIR JOBS SOURCE...
+"""Checks the sources that have changed since they last passed: each compiles by itself, and clang-tidy finds nothing in it.
+Usage: tidy.py ALONE_DIR TOGETHER_DIR JOBS SOURCE...
+
+ALONE_DIR is a configured build in which every source is compiled by itself, TOGETHER_DIR one that compiles them in batches. clang-tidy
+looks at everything that a source includes, so a batch of eight takes little more time than two of its sources; that a source includes
+what it uses is only seen by itself.
 
 A pass is recorded in .cache/tidy under a hash of everything that it depends on: the source, the project's headers that it includes, directly or
-indirectly, the compile options, the rules, and clang-tidy itself. So after a change in a header only its users are checked again, and switching
+indirectly, the compile options, the rules, and the tool itself. So after a change in a header only its users are checked again, and switching
 branches costs nothing. Left out are sources that the build does not compile, tests and the like (LEFT_OUT), and the library that replaces
 functions of the C library, which clang sees as defined twice.
 """
@@ -18,7 +23,8 @@ from pathlib import Path
 TOP = Path(__file__).resolve().parent.parent
 CACHE = TOP / ".cache" / "tidy"
 INCLUDE = re.compile(rb'^\s*#\s*include\s*"([^"]+)"', re.M)
-GCC_ALONE = re.compile(r" -mmemset-strategy=\S+")  # options that clang does not know
+# Options that clang does not know, and precompiled headers, which are GCC's.
+GCC_ONLY = re.compile(r" -mmemset-strategy=\S+| --param=\S+| -fpch-preprocess| -Winvalid-pch| -include \S+/cmake_pch\.hxx| \S*/cmake_pch\.hxx\.gch")
 LEFT_OUT = ("tests/", "bench/", "fuzz/", "campaign/preload/")
 
 _contents = {}
@@ -57,6 +63,34 @@ def fingerprint(command, rules):
     return digest.hexdigest()
 
 
+def name_of(path):
+    """Below the top; "" elsewhere."""
+    return str(path.relative_to(TOP)) if path.is_relative_to(TOP) else ""
+
+
+def checked(source, wanted):
+    """Whether it is wanted, or a batch of which a part is."""
+    batch = [Path(name.decode()) for name in INCLUDE.findall(contents(source))] if source.suffix == ".cxx" else [source]
+    names = [name_of(each) for each in batch]
+    return any(name in wanted and not name.startswith(LEFT_OUT) for name in names)
+
+
+def commands_of(build):
+    text = GCC_ONLY.sub("", (TOP / build / "compile_commands.json").read_text())
+    return text, [(command, Path(command["directory"], command["file"]).resolve()) for command in json.loads(text)]
+
+
+def version_of(tool):
+    return subprocess.run([tool, "--version"], capture_output=True, check=True).stdout
+
+
+def compile_alone(command):
+    """The compiler's complaints; empty if there are none."""
+    words = re.sub(r" -o \S+", "", command["command"]).removeprefix("/usr/bin/ccache ")
+    run = subprocess.run(f"{words} -fsyntax-only", shell=True, cwd=command["directory"], capture_output=True, text=True, check=False)
+    return run.stderr if run.returncode != 0 else ""
+
+
 def tidy(commands, source):
     """The output of clang-tidy; empty if the source is clean. `commands`: the folder of the compile commands."""
     run = subprocess.run(["clang-tidy", "-p", str(commands), "--quiet", str(source)], cwd=TOP, capture_output=True, text=True, check=False)
@@ -64,28 +98,28 @@ def tidy(commands, source):
 
 
 def main():
-    build, jobs, wanted = sys.argv[1], int(sys.argv[2]), set(sys.argv[3:])
-    rules = (TOP / ".clang-tidy").read_bytes() + subprocess.run(["clang-tidy", "--version"], capture_output=True, check=True).stdout
+    alone, together, jobs, wanted = sys.argv[1], sys.argv[2], int(sys.argv[3]), set(sys.argv[4:])
     CACHE.mkdir(parents=True, exist_ok=True)
-    todo = {}
-    commands = GCC_ALONE.sub("", (TOP / build / "compile_commands.json").read_text())
-    (CACHE / "compile_commands.json").write_text(commands)
-    for command in json.loads(commands):
-        source = Path(command["directory"], command["file"]).resolve()
-        name = str(source.relative_to(TOP)) if source.is_relative_to(TOP) else ""
-        if name in wanted and not name.startswith(LEFT_OUT):
-            passed = CACHE / fingerprint(command, rules)
-            if not passed.exists():
-                todo[name] = passed
+    todo = []  # what to call, and where its pass is recorded
+    compiler = version_of("c++")
+    for command, source in commands_of(alone)[1]:
+        if checked(source, wanted) and not (passed := CACHE / fingerprint(command, compiler)).exists():
+            todo.append((compile_alone, (command,), passed))
+    rules = (TOP / ".clang-tidy").read_bytes() + version_of("clang-tidy")
+    text, commands = commands_of(together)
+    (CACHE / "compile_commands.json").write_text(text)
+    for command, source in commands:
+        if checked(source, wanted) and not (passed := CACHE / fingerprint(command, rules)).exists():
+            todo.append((tidy, (CACHE, source), passed))
 
     said = set()  # a finding in a header is reported for every source that includes it
     failed = 0
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
-        runs = {pool.submit(tidy, CACHE, name): name for name in todo}
+        runs = {pool.submit(check, *words): passed for check, words, passed in todo}
         for number, run in enumerate(concurrent.futures.as_completed(runs), 1):
-            name, output = runs[run], run.result()
+            output = run.result()
             if not output:
-                todo[name].touch()
+                runs[run].touch()
             failed += bool(output)
             for finding in re.split(r"^(?=\S+:\d+:\d+: (?:error|warning):)", output, flags=re.M):
                 if finding.strip() and finding not in said:
