@@ -2,14 +2,16 @@ import './style.css';
 
 import { render } from 'preact';
 
-import { start } from './store';
+import { firstNews, start } from './store';
 import { App } from './view/app';
 import { listenToKeys } from './view/keys';
 
 const page = document.getElementById('page');
 if (page) {
     start();
-    listenToKeys();
-    page.replaceChildren();
-    render(<App />, page);
+    void firstNews().then(() => {
+        listenToKeys();
+        page.replaceChildren();
+        render(<App />, page);
+    });
 }

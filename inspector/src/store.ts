@@ -2,6 +2,7 @@
 
 import { computed, effect, signal } from '@preact/signals';
 
+import { displayNames, late } from './io/first_answers';
 import { request, RequestFailure } from './io/requests';
 import { Stream } from './io/stream';
 import { fromHash, toHash } from './model/address';
@@ -177,17 +178,33 @@ export function start(): void {
     });
 
     const stream = new Stream(time.take);
-    const displays = computed(() => watched(time.newest.value, watches.displays).elements);
+    const displays = computed(() => watched(time.newest.value, watches.displays));
+    const expected = signal<readonly string[] | undefined>(undefined);
+    void displayNames().then((names) => (expected.value = names));
     effect(() => {
-        const inputs = [...displays.value.values()].map((display) => watches.input(text(display, 'name')));
+        const { elements, read } = displays.value;
+        const names = read ? [...elements.values()].map((display) => text(display, 'name')) : expected.value;
         const { displayables, layers, popups, placements } = watches;
-        stream.watch([watches.displays, displayables, layers, popups, placements, ...inputs.sort()]);
+        if (names) stream.watch([watches.displays, displayables, layers, popups, placements, ...names.map(watches.input).sort()]);
     });
-    const connected = computed(() => !liveLosses.value.some((loss) => loss.service === 'the gateway'));
+    const connected = computed(() => hasNews.value && !liveLosses.value.some((loss) => loss.service === 'the gateway'));
     effect(() => {
-        if (connected.value) void askAbout();
+        if (connected.value) setTimeout(() => void askAbout()); // after what has arrived is shown
     });
     setInterval(time.tick, trimEvery);
+}
+
+const hasNews = computed(() => time.newest.value.size > 0);
+
+// When there is something to show, or the first answers take long. Showing nothing first would take as long as showing something.
+export function firstNews(): Promise<unknown> {
+    const news = new Promise<void>((done) => {
+        const stop = effect(() => {
+            if (hasNews.value) done();
+        });
+        void late().then(stop);
+    });
+    return Promise.race([news, late()]);
 }
 
 export { apartPose, flatPose };

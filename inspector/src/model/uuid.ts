@@ -2,6 +2,8 @@
 //
 // The browser's own SHA-1 is there for secure pages only, and a gateway on another machine serves a plain one.
 
+const constants = [0x5a827999, 0x6ed9eba1, 0x8f1bbcdc, 0xca62c1d6];
+
 function sha1(message: Uint8Array): Uint8Array {
     const length = ((message.length + 8) >> 6) * 64 + 64;
     const padded = new DataView(new ArrayBuffer(length));
@@ -18,16 +20,13 @@ function sha1(message: Uint8Array): Uint8Array {
                 i < 16 ? padded.getUint32(block + 4 * i) : rotated(word(i - 3) ^ word(i - 8) ^ word(i - 14) ^ word(i - 16), 1);
         let [a = 0, b = 0, c = 0, d = 0, e = 0] = state;
         for (let i = 0; i < 80; ++i) {
-            const [mixed, constant] =
-                i < 20
-                    ? [(b & c) | (~b & d), 0x5a827999]
-                    : i < 40
-                      ? [b ^ c ^ d, 0x6ed9eba1]
-                      : i < 60
-                        ? [(b & c) | (b & d) | (c & d), 0x8f1bbcdc]
-                        : [b ^ c ^ d, 0xca62c1d6];
-            const next = (rotated(a, 5) + mixed + e + constant + word(i)) | 0;
-            [a, b, c, d, e] = [next, a, rotated(b, 30), c, d];
+            const mixed = i < 20 ? (b & c) | (~b & d) : i < 40 || i >= 60 ? b ^ c ^ d : (b & c) | (b & d) | (c & d);
+            const next = (rotated(a, 5) + mixed + e + (constants[Math.floor(i / 20)] ?? 0) + word(i)) | 0;
+            e = d;
+            d = c;
+            c = rotated(b, 30);
+            b = a;
+            a = next;
         }
         [a, b, c, d, e].forEach((value, i) => (state[i] = ((state[i] ?? 0) + value) | 0));
     }

@@ -425,8 +425,12 @@ const cardLines: Record<PopupState, number[]> = { shown: [], active: [], wanting
 
 function shortened(context: CanvasRenderingContext2D, words: string, width: number): string {
     if (context.measureText(words).width <= width) return words;
-    let kept = words.length - 1;
-    while (kept > 3 && context.measureText(`${words.slice(0, kept)}…`).width > width) --kept;
+    let kept = 3;
+    for (let most = words.length - 1; kept < most;) {
+        const middle = (kept + most + 1) >> 1;
+        if (context.measureText(`${words.slice(0, middle)}…`).width > width) most = middle - 1;
+        else kept = middle;
+    }
     return `${words.slice(0, kept)}…`;
 }
 

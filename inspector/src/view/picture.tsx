@@ -5,13 +5,13 @@
 // a rectangle is drawn in the drawing mode, and a selected touch region is dragged and resized by its grips.
 
 import { effect, signal } from '@preact/signals';
-import { useEffect, useRef } from 'preact/hooks';
+import { useLayoutEffect, useRef } from 'preact/hooks';
 
 import type { Point, Rectangle } from '../model/documents';
 import { type Figure, figureOf, locate, makeFigure, pick } from '../model/figure';
 import { apartPose, flatPose, type Plane, type Pose, turned, unproject } from '../model/geometry';
 import * as store from '../store';
-import { readColours } from './colours';
+import { type Colours, readColours } from './colours';
 import { changeRegion, drawing } from './editing';
 import { gripsOf, Painter, spotOf } from './painter';
 
@@ -36,8 +36,7 @@ const moving = signal(false);
 class View {
     private readonly painter: Painter;
     private figure: Figure = { layout: { scale: 1, columns: 1, cells: [] }, displays: [], regions: 0 };
-    private colours = readColours();
-    private coloursOf: boolean | undefined;
+    private colours: { readonly dark: boolean; readonly all: Colours } | undefined;
     private columns: { key: string; count: number } = { key: '', count: 1 };
     private frame = 0;
     private drag: Drag | undefined;
@@ -47,8 +46,11 @@ class View {
 
     constructor(private readonly canvas: HTMLCanvasElement) {
         this.painter = new Painter(canvas);
+        // Painted at once, so that no frame shows it empty or stretched.
         const resized = new ResizeObserver(() => {
             size.value = { width: canvas.clientWidth, height: canvas.clientHeight };
+            cancelAnimationFrame(this.frame);
+            this.paint();
         });
         resized.observe(canvas);
         this.stops.push(
@@ -124,10 +126,8 @@ class View {
         const keep = this.columns.key === key && pose.spread === 1;
         this.figure = makeFigure(scene, store.onlyDisplay.value, size.value, pose, keep ? this.columns.count : undefined);
         this.columns = { key, count: this.figure.layout.columns };
-        if (this.coloursOf !== store.dark.value) {
-            this.coloursOf = store.dark.value;
-            this.colours = readColours();
-        }
+        const dark = store.dark.value;
+        if (this.colours?.dark !== dark) this.colours = { dark, all: readColours() };
         const at = store.probe.value;
         const hits = store.hits.value;
         const testing = store.mode.value === 'hit' && at && hits;
@@ -136,7 +136,7 @@ class View {
             figure: this.figure,
             size: size.value,
             density: devicePixelRatio,
-            colours: this.colours,
+            colours: this.colours.all,
             flat: pose.spread === 0,
             moving: moving.value,
             stale: scene.stale,
@@ -300,7 +300,7 @@ class View {
 export function Picture() {
     const canvas = useRef<HTMLCanvasElement>(null);
     const view = useRef<View>();
-    useEffect(() => {
+    useLayoutEffect(() => {
         if (!canvas.current) return undefined;
         const made = new View(canvas.current);
         view.current = made;

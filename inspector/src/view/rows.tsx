@@ -1,7 +1,7 @@
 // A list of which only the rows in sight exist, so that its length costs nothing. All rows have one height.
 
 import type { ComponentChildren } from 'preact';
-import { useLayoutEffect, useRef, useState } from 'preact/hooks';
+import { useCallback, useLayoutEffect, useRef, useState } from 'preact/hooks';
 
 export const rowHeight = 22;
 const margin = 6; // rows beyond what is in sight
@@ -16,17 +16,17 @@ interface Props {
 export function Rows({ count, row, current, attributes }: Props) {
     const box = useRef<HTMLDivElement>(null);
     const [view, setView] = useState({ top: 0, height: 400 });
-    const look = (): void => {
-        const { scrollTop = 0, clientHeight = 0 } = box.current ?? {};
-        if (scrollTop !== view.top || clientHeight !== view.height) setView({ top: scrollTop, height: clientHeight });
-    };
+    const look = useCallback((): void => {
+        const { scrollTop: top = 0, clientHeight: height = 0 } = box.current ?? {};
+        setView((known) => (known.top === top && known.height === height ? known : { top, height }));
+    }, []);
     useLayoutEffect(() => {
         const element = box.current;
         if (!element) return undefined;
         const observer = new ResizeObserver(look);
         observer.observe(element);
         return () => observer.disconnect();
-    });
+    }, []);
     useLayoutEffect(() => {
         const element = box.current;
         if (!element || current === undefined || current < 0) return;
