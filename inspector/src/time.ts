@@ -51,9 +51,8 @@ export const span = computed(() => {
 // The times that the time line reaches from and to.
 export const extent = computed(() => {
     if (!recording.value) return { from: now.value - usualLimits.age, to: now.value };
-    const { first, last } = span.value;
-    const from = history.value.entry(first + 1)?.time ?? 0;
-    return { from, to: Math.max(history.value.entry(last)?.time ?? 0, from + 1) };
+    const from = history.value.entry(span.value.first + 1)?.time ?? recording.value.head.begun ?? 0;
+    return { from, to: Math.max(recording.value.end, from + 1) };
 });
 export const shownTime = computed(() => {
     const { from, to } = extent.value;

@@ -15,6 +15,8 @@ export interface Recording {
     readonly served: boolean; // by the gateway
     readonly head: Head;
     readonly history: History;
+    readonly end: number; // until when is recorded, on the wall clock
+    readonly hasConfigurations: boolean; // region configurations, which the page does not show
     readonly lines: number;
     readonly problems: readonly Problem[];
     readonly problemCount: number;
@@ -116,6 +118,8 @@ export async function readRecording(
         served,
         head,
         history,
+        end: Math.floor((head.begun ?? 0) + reader.until),
+        hasConfigurations: states?.hasConfigurations ?? false,
         lines: reader.lines,
         problems: [...problems].sort((a, b) => a.line - b.line),
         problemCount,

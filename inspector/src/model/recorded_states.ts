@@ -133,6 +133,7 @@ function inactiveLayers(configurations: readonly unknown[]): Map<string, unknown
 }
 
 export class RecordedStates {
+    hasConfigurations = false; // region configurations have been there, which are passed over
     private readonly parts = new Map<string, Part>();
     private readonly losses = new Map<string, Set<string>>(); // by watch, the sources that are lost
     private inactive: Map<string, unknown[]> | undefined;
@@ -186,6 +187,7 @@ export class RecordedStates {
         const known = this.parts.get(entry.source);
         if (known) return known;
         const place = watchOf(entry);
+        if (entry.kind === 'state' && entry.path.startsWith('/regionconfigurations/')) this.hasConfigurations = true;
         if (!place) return undefined;
         const made = { ...place, answer: new Answer(), shown: new Map() };
         this.parts.set(entry.source, made);

@@ -174,9 +174,15 @@ export class RecordingReader {
     private over = false;
     private firstReason = 'it is empty';
     private latest = 0;
+    private stopped = 0;
     private readonly sequences = new Map<string, Sequence>();
 
     constructor(private readonly take: (entry: RecordedEntry) => void) {}
+
+    // Until when is recorded, as far as it has been read: when the recorder stopped, or the latest entry.
+    get until(): number {
+        return Math.max(this.latest, this.stopped);
+    }
 
     report(line: number, what: string): void {
         ++this.problemCount;
@@ -199,6 +205,8 @@ export class RecordingReader {
                 headOf(object);
                 this.report(number, 'another recording begins here; it is not read');
                 this.finish();
+            } else if (object['event'] === 'stopped' && !('path' in object)) {
+                this.stopped = Math.max(this.stopped, natural(object, 't') / nanoseconds);
             } else this.sort(entryOf(object, number));
         } catch (error) {
             if (!(error instanceof Unreadable) && !(error instanceof NoRecording && this.begun)) throw error;

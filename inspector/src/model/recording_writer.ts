@@ -21,6 +21,10 @@ export interface WrittenHead {
 
 const nanoseconds = 1e6; // in a millisecond
 
+function sinceOrigin(time: number, origin: number): number {
+    return Math.max(time - origin, 0) * nanoseconds;
+}
+
 function wallText(time: number, fromUtc: number): string {
     const minutes = Math.abs(fromUtc) / 60_000;
     const two = (value: number): string => String(Math.floor(value)).padStart(2, '0');
@@ -111,7 +115,7 @@ class Writer {
     // `next`: the state after the entry. `renewed`: what has returned is read anew soon.
     take(entry: Entry, next: State, renewed: (watch: string) => boolean): void {
         const { watch, kind, after } = entry;
-        const time = Math.max(entry.time - this.origin, 0) * nanoseconds;
+        const time = sinceOrigin(entry.time, this.origin);
         this.state = next;
         if (kind === 'lost') this.lose(watch, time, after.loss?.reason ?? '');
         else if (kind === 'back') {
@@ -236,8 +240,8 @@ class Writer {
     }
 }
 
-// The lines of the file. Nothing if the page has not seen anything yet.
-export function recordingOf(history: History, head: WrittenHead): string[] {
+// The lines of the file, which reaches until the time `end`. Nothing if the page has not seen anything yet.
+export function recordingOf(history: History, head: WrittenHead, end: number): string[] {
     const first = history.entry(history.first + 1);
     if (!first) return [];
     const origin = Math.floor(first.time);
@@ -265,5 +269,5 @@ export function recordingOf(history: History, head: WrittenHead): string[] {
         domain: '',
         upstream: false,
     };
-    return [JSON.stringify(line), ...writer.lines];
+    return [JSON.stringify(line), ...writer.lines, JSON.stringify({ t: sinceOrigin(end, origin), event: 'stopped' })];
 }

@@ -3,7 +3,8 @@
 import { breakable } from '../model/documents';
 import { type Hit, notesOn, verdict } from '../model/hit';
 import { boundsText } from '../model/outline';
-import { layerOf } from '../model/scene';
+import { layerOf, watches } from '../model/scene';
+import { watched } from '../model/state';
 import * as store from '../store';
 import { NumberField } from './editing';
 
@@ -48,6 +49,7 @@ export function HitPanel() {
             </tr>
         );
     };
+    const known = display && watched(store.shownState.value, watches.input(display.label)).read;
     const outside = at && display && (at.x < 0 || at.y < 0 || at.x >= display.width || at.y >= display.height);
     return (
         <section class="panel hit" aria-label="Hit test">
@@ -85,7 +87,11 @@ export function HitPanel() {
                     </tbody>
                 </table>
             ) : (
-                <p>No input region there.</p>
+                <p>
+                    {known
+                        ? 'No input region there.'
+                        : `The touch surface of ${display?.label ?? 'the display'} ${store.recording.value ? 'was not recorded' : 'is not known'}.`}
+                </p>
             )}
             {store.scene.value.stale.has('region') && <p class="note">The touch regions are those that were last known.</p>}
         </section>

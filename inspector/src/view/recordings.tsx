@@ -3,9 +3,10 @@
 import { signal } from '@preact/signals';
 import { useEffect, useRef } from 'preact/hooks';
 
-import { type Listed, listRecordings } from '../io/recordings';
+import { type Listed, listRecordings, type Recording } from '../io/recordings';
 import { clock } from '../model/describe';
 import { recordingOf } from '../model/recording_writer';
+import { watches } from '../model/scene';
 import * as store from '../store';
 
 const dropping = signal(false); // a file is held over the page
@@ -81,14 +82,14 @@ export function Chooser() {
     const dialog = useRef<HTMLDialogElement>(null);
     const input = useRef<HTMLInputElement>(null);
     const open = store.chooser.value;
+    const offered = store.about.value.recordings;
     useEffect(() => {
-        if (!open) {
-            dialog.current?.close();
-            return;
-        }
-        dialog.current?.showModal();
-        if (store.about.peek().recordings) readList();
+        if (open) dialog.current?.showModal();
+        else dialog.current?.close();
     }, [open]);
+    useEffect(() => {
+        if (open && offered) readList();
+    }, [open, offered]);
     return (
         <dialog ref={dialog} aria-label="Open a recording" onClose={() => (store.chooser.value = false)}>
             <h2>Open a recording</h2>
@@ -106,7 +107,7 @@ export function Chooser() {
                     event.currentTarget.value = '';
                 }}
             />
-            {store.about.value.recordings ? (
+            {offered ? (
                 <>
                     <h2>On the gateway</h2>
                     <Served />
@@ -121,6 +122,24 @@ export function Chooser() {
                 <button onClick={() => (store.chooser.value = false)}>Close</button>
             </div>
         </dialog>
+    );
+}
+
+// What the page shows of a running system and not of this recording, and why.
+function Missing({ recording: { history, hasConfigurations } }: { recording: Recording }) {
+    const said = [...history.head.keys()];
+    const hasRegions = said.some((watch) => watch.startsWith('/input/'));
+    const missing = [!hasRegions && 'touch regions', !said.includes(watches.placements) && 'layers of displayables'];
+    const words = missing.filter((each) => each !== false);
+    if (words.length === 0) return null;
+    return (
+        <>
+            {' '}
+            Not recorded, because only the managers know it: {words.join(', ')}. <code>hmxctl record --upstream</code> asks them.
+            {!hasRegions &&
+                hasConfigurations &&
+                ' It has region configurations: what clients have asked for, not what is on a touch surface.'}
+        </>
     );
 }
 
@@ -145,7 +164,7 @@ export function RecordingBar() {
                 {begin} to {dated && day(from) !== day(to) && `${day(to)} `}
                 {end}
                 {!dated ? ' after its beginning: when it was made is not known' : head.zone && ` (${head.zone})`}.
-                {!head.upstream && ' What only the managers know was not recorded: touch regions, the layers of displayables.'}
+                <Missing recording={shown} />
                 {history.isCut && ' It is larger than the page can hold: only its last part is shown.'}
             </p>
             {problemCount > 0 && (
@@ -215,12 +234,13 @@ export function DropTarget() {
 // The time line of the page as a file.
 export function download(): void {
     const { version } = store.about.peek();
-    const lines = recordingOf(store.live, {
+    const head = {
         programs: { hmxgateway: version },
         zone: Intl.DateTimeFormat().resolvedOptions().timeZone,
         fromUtc: store.fromUtc.peek(),
-        steady: (time) => time - performance.timeOrigin,
-    });
+        steady: (time: number) => time - performance.timeOrigin,
+    };
+    const lines = recordingOf(store.live, head, Date.now());
     if (lines.length === 0) {
         store.tell('There is nothing to download yet.', true);
         return;

@@ -107,6 +107,12 @@ test.each<[string, string[], string, string]>([
         'a',
         '2',
     ],
+    [
+        'the end, and what follows it',
+        [head, state(1, ['a']), '{"t":5000000000,"event":"stopped"}', change(2, insert(0, 'b')), '{"event":"stopped"}'],
+        'a ab',
+        '5',
+    ],
     ['an unknown member', [head, state(1, ['a'], 1e9, ',"new":{"x":1}')], 'a', ''],
 ])('%s', async (_, lines, states, complaints) => {
     const { history, problems } = await open(lines.join('\n'));
@@ -116,6 +122,17 @@ test.each<[string, string[], string, string]>([
     });
     expect(seen.join(' ')).toBe(states);
     expect(problems.map(({ line }) => line).join(' ')).toBe(complaints);
+});
+
+test('a recording ends when the recorder stopped; if it was killed, with the last entry', async () => {
+    const begun = Date.parse('2026-11-22T11:30:00.5Z');
+    const stop = '{"t":5000000000,"event":"stopped"}';
+    for (const [rest, end] of [
+        [[], 1000],
+        [[stop], 5000],
+        [[stop, change(2, insert(0, 'b'), 7e9)], 7000],
+    ] as const)
+        expect((await open([head, state(1, ['a']), ...rest].join('\n'))).end - begun).toBe(end);
 });
 
 test.each([
@@ -179,10 +196,11 @@ test('what the page writes is what it has seen', async () => {
     const begun = Date.parse('2026-11-22T11:30:00.250Z');
     const history = new History();
     told.forEach(([watch, event, data], i) => history.take([{ watch, event, data, time: begun + i * 1000, size: 0 }]));
-    const lines = recordingOf(history, { programs: { hmxgateway: '1' }, zone: 'X', fromUtc: 5_400_000, steady: () => 12 });
+    const written = { programs: { hmxgateway: '1' }, zone: 'X', fromUtc: 5_400_000, steady: () => 12 };
+    const lines = recordingOf(history, written, begun + 60_000);
     expect(lines[0]).toContain('"wall":"2026-11-22T13:00:00.250000000+01:30","zone":"X","origin":12000000,');
     const again = await open(lines.join('\n') + '\n');
-    expect([again.problems, again.head.begun]).toEqual([[], begun]);
+    expect([again.problems, again.head.begun, again.end]).toEqual([[], begun, begun + 60_000]);
     const seen = (state: State): unknown =>
         [...state]
             .filter(([watch]) => watch !== gateway)
