@@ -6,9 +6,9 @@ import { startDrawing } from './editing';
 
 function Connection() {
     const lost = store.losses.value.length > 0;
-    const read = store.scene.value.read;
-    const words = store.recording.value ? 'recording' : lost ? 'lost' : read ? 'live' : 'connecting';
-    const marks: Record<string, string> = { recording: '■', lost: '▲', live: '●' };
+    const seen = !store.isLive.value ? 'paused' : store.scene.value.read ? 'live' : 'connecting';
+    const words = store.recording.value ? 'recording' : lost ? 'lost' : seen;
+    const marks: Record<string, string> = { recording: '■', lost: '▲', paused: '‖', live: '●' };
     return (
         <span class={`pill ${words}`} role="status">
             <span aria-hidden="true">{marks[words] ?? '○'}</span> {words}
@@ -73,6 +73,7 @@ export function Header() {
             <label>
                 <span class="unseen">Colours</span>
                 <select
+                    title="Colours"
                     value={store.theme.value}
                     onChange={(event) => (store.theme.value = event.currentTarget.value as store.Theme)}
                 >

@@ -34,7 +34,7 @@ export function Help() {
                     checked={store.singleKeys.value}
                     onChange={(event) => (store.singleKeys.value = event.currentTarget.checked)}
                 />{' '}
-                single keys act
+                these keys are on
             </label>
             <h2>Signs</h2>
             <p>
@@ -52,7 +52,7 @@ export function Help() {
             </p>
             <p class="note">hmxgateway {store.about.value.version || 'has not told its version'}</p>
             <div class="actions">
-                <button class="primary" onClick={() => (store.help.value = false)}>
+                <button class="primary" autofocus onClick={() => (store.help.value = false)}>
                     Close
                 </button>
             </div>

@@ -59,15 +59,15 @@ export function HitPanel() {
                     ? 'The touch is held; click the picture to let it follow the pointer.'
                     : 'Move over the picture; click to hold the touch.'}
             </p>
+            <label class="field wide">
+                display
+                <select value={at?.display} onChange={(event) => place({ display: event.currentTarget.value })}>
+                    {displays.map((each) => (
+                        <option key={each.label}>{each.label}</option>
+                    ))}
+                </select>
+            </label>
             <div class="fields">
-                <label class="field">
-                    display
-                    <select value={at?.display} onChange={(event) => place({ display: event.currentTarget.value })}>
-                        {displays.map((each) => (
-                            <option key={each.label}>{each.label}</option>
-                        ))}
-                    </select>
-                </label>
                 <NumberField label="x" value={at?.x ?? 0} change={(x) => place({ x })} />
                 <NumberField label="y" value={at?.y ?? 0} change={(y) => place({ y })} />
             </div>

@@ -12,6 +12,7 @@ export const shortcuts: readonly [key: string, meaning: string][] = [
     ['Space', 'pause, go on; play a recording'],
     [', .', 'one change back, forward'],
     ['t p', 'to the tree, to the picture'],
+    ['Arrows', 'select in the tree; turn the picture when it is pulled apart'],
     ['/', 'filter the tree'],
     ['?', 'this help'],
     ['Esc', 'end a hit test or drawing; else select nothing'],

@@ -302,7 +302,7 @@ export class Painter {
         const after = cell.x + context.measureText(display.label).width + 8;
         const facts = [
             display.sized ? `${display.width}×${display.height}` : 'size unknown',
-            ...(omitted > 0 ? [`${omitted} popups without a card`] : []),
+            ...(omitted > 0 ? [`+${omitted} popup${omitted === 1 ? '' : 's'}`] : []),
         ];
         context.font = font;
         context.fillStyle = colours.dim;
@@ -314,7 +314,7 @@ export class Painter {
         for (const { layer, plane } of layers) {
             const corner = project(plane, { x: 0, y: display.height });
             if (corner.y > free) continue;
-            free = corner.y - 12;
+            free = corner.y - 10;
             const zpos = layer?.document['zpos'];
             const words = layer
                 ? `${layer.label}${layer.active ? '' : ', off'}${typeof zpos === 'number' ? `  z ${zpos}` : ''}`

@@ -127,10 +127,15 @@ export function Chooser() {
 
 // What the page shows of a running system and not of this recording, and why.
 function Missing({ recording: { history, hasConfigurations } }: { recording: Recording }) {
-    const said = [...history.head.keys()];
-    const hasRegions = said.some((watch) => watch.startsWith('/input/'));
-    const missing = [!hasRegions && 'touch regions', !said.includes(watches.placements) && 'layers of displayables'];
-    const words = missing.filter((each) => each !== false);
+    const surfaces = [...history.head]
+        .filter(([watch]) => watch.startsWith('/input/'))
+        .flatMap(([, { elements }]) => [...elements]);
+    const hasRegions = surfaces.length > 0;
+    const words = [
+        !hasRegions && 'touch regions',
+        !surfaces.some(([, surface]) => 'inactiveLayers' in surface) && 'which layers are switched off',
+        !history.head.has(watches.placements) && 'layers of displayables',
+    ].filter((each) => each !== false);
     if (words.length === 0) return null;
     return (
         <>

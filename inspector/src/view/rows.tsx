@@ -3,7 +3,8 @@
 import type { ComponentChildren } from 'preact';
 import { useCallback, useLayoutEffect, useRef, useState } from 'preact/hooks';
 
-export const rowHeight = 22;
+// Higher where fingers point.
+const rowHeight = matchMedia('(pointer: coarse)').matches ? 32 : 22;
 const margin = 6; // rows beyond what is in sight
 
 interface Props {
@@ -41,7 +42,7 @@ export function Rows({ count, row, current, attributes }: Props) {
     for (let i = first; i < last; ++i) rows.push(row(i));
     return (
         <div ref={box} class="rows" onScroll={look} {...attributes}>
-            <div class="all" role="presentation" style={{ height: `${count * rowHeight}px` }}>
+            <div class="all" role="presentation" style={{ height: `${count * rowHeight}px`, '--row': `${rowHeight}px` }}>
                 <div role="presentation" style={{ transform: `translateY(${first * rowHeight}px)` }}>
                     {rows}
                 </div>
