@@ -38,7 +38,7 @@ class View {
     private figure: Figure = { layout: { scale: 1, columns: 1, cells: [] }, displays: [], regions: 0 };
     private colours: { readonly dark: boolean; readonly all: Colours } | undefined;
     private columns: { key: string; count: number } = { key: '', count: 1 };
-    private frame = 0;
+    private isDue = false; // it is to be painted
     private drag: Drag | undefined;
     private rest = 0;
     private posing = 0;
@@ -49,7 +49,6 @@ class View {
         // Painted at once, so that no frame shows it empty or stretched.
         const resized = new ResizeObserver(() => {
             size.value = { width: canvas.clientWidth, height: canvas.clientHeight };
-            cancelAnimationFrame(this.frame);
             this.paint();
         });
         resized.observe(canvas);
@@ -57,14 +56,14 @@ class View {
             () => resized.disconnect(),
             effect(() => {
                 this.depend();
-                if (this.frame === 0) this.frame = requestAnimationFrame(() => this.paint());
+                this.want();
             }),
             effect(() => this.takePose(store.apart.value ? apartPose : flatPose)),
         );
     }
 
     stop(): void {
-        cancelAnimationFrame(this.frame);
+        this.isDue = false;
         cancelAnimationFrame(this.posing);
         for (const each of this.stops) each();
     }
@@ -112,8 +111,21 @@ class View {
         this.rest = window.setTimeout(() => (moving.value = false), this.drag ? settled.dragged : settled.free);
     }
 
+    // Changes come in a frame, or shortly before one: to wait for a frame would show them one frame late. A page that nobody sees
+    // has no frames; it is painted when it is seen.
+    private want(): void {
+        if (this.isDue) return;
+        this.isDue = true;
+        const paint = (): void => {
+            if (this.isDue) this.paint();
+        };
+        if (document.visibilityState === 'visible') queueMicrotask(paint);
+        else requestAnimationFrame(paint);
+    }
+
     private paint(): void {
-        this.frame = 0;
+        this.isDue = false;
+        if (size.value.width === 0) return; // not laid out yet
         const scene = store.scene.value;
         const pose = store.pose.value;
         const key = [

@@ -97,6 +97,23 @@ function copyLink(): void {
     );
 }
 
+// In place of what would change it: why that is not there.
+function NoChanges({ item }: { item: Item }) {
+    const { version, changes } = store.about.value;
+    if ((item.kind !== 'popup' && item.kind !== 'region') || version === '' || store.recording.value) return null;
+    return (
+        <p class="note">
+            {changes ? (
+                'It can be changed when the page shows what is now.'
+            ) : (
+                <>
+                    This gateway only reads; <code>hmxgateway --allow-changes</code> lets the page change it.
+                </>
+            )}
+        </p>
+    );
+}
+
 export function Properties() {
     const address = store.selected.value;
     const item = store.selectedItem.value;
@@ -126,6 +143,7 @@ export function Properties() {
             {item && <Why item={item} />}
             {item?.kind === 'popup' && changes && <PopupActions popup={item} />}
             {item?.kind === 'region' && changes && <RegionActions key={item.address} region={item} />}
+            {item && !changes && <NoChanges item={item} />}
             {item && <Members item={item} />}
         </section>
     );
