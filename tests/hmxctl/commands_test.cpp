@@ -460,14 +460,15 @@ TEST(Status, ShowsClientsAsOneTable) {
     ScriptedServices services;
     services.hmx().on(
         "retrieve /$platform/status",
-        R"({"published":[{"path":"/hmx","connections":1,"clients":[{"pid":99999999,"uid":1,"application":"nav","requests":2,)"
-        R"("streams":3,"queuedBytes":4,"keptBytes":5,"heldRequests":6,"heldBytes":8}]}]})");
+        R"({"published":[{"path":"/hmx","connections":1,"clients":[{"pid":99999999,"uid":1,"program":"/bin/n","application":"nav",)"
+        R"("requests":2,"streams":3,"queuedBytes":4,"keptBytes":5,"heldRequests":6,"heldBytes":8}]}]})");
     EXPECT_EQ(
         services.run({"status"}).out,
         "published\n  PATH  CONNECTIONS\n  /hmx            1\n\nclients\n"
-        "  SERVICE       PID  UID  PROGRAM  REQUESTS  STREAMS  QUEUED BYTES  KEPT BYTES  HELD REQUESTS  HELD BYTES  MEMORY, KB\n"
-        "  /hmx     99999999    1  nav             2        3             4           5              6           8           "
-        "-\n");
+        "  SERVICE       PID  UID  PROGRAM  CALLS ITSELF  REQUESTS  STREAMS  QUEUED BYTES  KEPT BYTES  HELD REQUESTS  HELD "
+        "BYTES  MEMORY, KB\n"
+        "  /hmx     99999999    1  /bin/n   nav                  2        3             4           5              6        "
+        "   8           -\n");
     services.hmx().on("retrieve /$platform/status", R"({"published":[{"path":"/hmx","connections":1}]})");
     EXPECT_EQ(services.run({"status"}).out, "published\n  PATH  CONNECTIONS\n  /hmx            1\n");
 }

@@ -1124,12 +1124,13 @@ protected:
         const auto answer = peer.receive();
         return !answer ? 0 : answer->bodyContains("a.toml:") || answer->bodyContains("no rule allows it") ? 403 : 200;
     }
-    double counted(const char* name) {
+    nlohmann::json status() {
         Consumer consumer{domain};
         const auto events = consumer.ask("/$platform/status");
         const Told told = ended(*events);
-        return nlohmann::json::parse(told.at(0).substr(5)).at("counters").at(name);
+        return nlohmann::json::parse(told.at(0).substr(5));
     }
+    double counted(const char* name) { return status().at("counters").at(name); }
 
     const std::string domain = directory / "domain";
     const std::string policies = directory / "policy.d";
@@ -1205,6 +1206,53 @@ TEST_F(SeveralUsersTest, AChangedPolicyHoldsAtOnceAndABrokenOneChangesNothing) {
     fs::remove_all(policies);
     EXPECT_TRUE(watcher.seesEnd()) << "without a policy, only the provider's own user and root are served";
     EXPECT_TRUE(again.resource.responders.get().all[0]->next(Response{200}));
+}
+
+// One user may have more than half of all streams, over all of its connections, and nothing that others need.
+TEST_F(SeveralUsersTest, StreamsAreDividedAmongUsers) {
+    write("[[allow]]\nuser = [61001, 61003]\nservice = \"/provider\"\n");
+    kelo::Limits limits;
+    limits.userStreams = 128;
+    constexpr std::size_t most = 73;  // an equal part of 1, and three quarters of the common 96
+    Provider provider{domain, limits};
+    ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
+    const auto open = [&](const User& user, std::size_t count) {
+        RawPeer peer = asUser(user, [&] { return RawPeer{domain + "/" + socketFile}; });
+        peer.send(testing_support::helloFrame(servicePath, 1, "somebody else"));
+        EXPECT_TRUE(peer.receive());
+        for (std::size_t i = 1; i <= count; ++i) peer.send(testing_support::requestFrame(i, "retrieve", "/r/open", false));
+        peer.send(testing_support::requestFrame(count + 1, "retrieve", "/r/echo", true, "heard"));
+        return peer;
+    };
+    // How many are refused before the one-shot request is answered.
+    const auto refusals = [](RawPeer& peer) {
+        std::size_t count = 0;
+        for (auto answer = peer.receive(); answer && answer->type == testing_support::error; answer = peer.receive()) ++count;
+        return count;
+    };
+    auto first = std::make_unique<RawPeer>(open(member, 50));
+    EXPECT_EQ(refusals(*first), 0U);
+    RawPeer second = open(member, 50);
+    EXPECT_EQ(refusals(second), 100 - most);
+    RawPeer others = open(other, 5);
+    EXPECT_EQ(refusals(others), 0U);
+    const nlohmann::json said = status();
+    EXPECT_EQ(said["limits"]["userStreams"], 128);
+    const nlohmann::json& users = said["users"];
+    ASSERT_EQ(users.size(), 3U) << users;
+    EXPECT_EQ(users[1], (nlohmann::json{{"uid", 61001},
+                                        {"connections", 2},
+                                        {"requests", most},
+                                        {"streams", most},
+                                        {"unreadBytes", 0},
+                                        {"incompleteBytes", 0}}));
+    EXPECT_EQ(said["published"][0]["clients"][0]["application"], "somebody else");
+    EXPECT_EQ(said["published"][0]["clients"][0]["program"], fs::read_symlink("/proc/self/exe").string());
+    first.reset();
+    provider.resource.responders.change([](auto& arrived) { arrived.all.clear(); });
+    EXPECT_TRUE(eventually([&] { return status()["users"][1]["requests"] == 0; }));
+    RawPeer third = open(member, 50);
+    EXPECT_EQ(refusals(third), 0U) << "what is closed is free again";
 }
 
 // A client trusts a provider that may publish the path, whoever owns the socket or the directory.

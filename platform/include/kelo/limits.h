@@ -9,6 +9,9 @@ namespace kelo {
 
 // A limit marked as shared is for all clients together. Half of it is divided equally among the clients that may connect; of the
 // other half, each may use at most half of what the others leave.
+//
+// With a policy, users have quotas of the shared limits and of the connections, too: a quarter is divided equally among `users`,
+// and of the rest, each may use at most three quarters of what the others leave.
 struct Limits {
     std::uint32_t frameBytes = 1U << 20U;  // the largest body of a frame, headers and payload together
     std::uint32_t nameBytes = 256;         // of the name that a peer gives itself, which is cut, and of a client id
@@ -34,6 +37,18 @@ struct Limits {
     std::chrono::milliseconds handshake{5'000};         // from connecting to the peer's hello
     std::chrono::milliseconds incompleteFrame{10'000};  // from a frame's first byte to its last
     std::chrono::milliseconds requestDeadline{10'000};  // from sending to the first answer, unless the caller gives another
+
+    // With a policy:
+    static constexpr std::uint32_t users = 32;        // that an equal part is kept for
+    std::uint32_t userStreams = 2048;                 // open streams of all users; shared among users alone
+    std::chrono::milliseconds userContention{5'000};  // after this time alone, a user does not take turns; until then, it has
+    static constexpr std::uint32_t userRequestsInHand = 4;  // of one user, without an answer
+    std::chrono::milliseconds userPatience{5};              // what takes longer than this is not in hand any more
+    std::uint32_t userTurns = 4;                            // of one user in a millisecond
+    std::uint32_t userTurnsSaved = 64;                      // that a user may take at once because it has not taken them before
+    static constexpr std::uint32_t policyFiles = 256;
+    static constexpr std::uint32_t policyFileBytes = 256U << 10U;  // of each of them
+    static constexpr std::uint32_t policyRules = 10'000;           // combinations of user, service, command and path
 };
 
 }  // namespace kelo

@@ -16,7 +16,6 @@ namespace kelo::net {
 // any; the result of `admits` is exact if callers ask and take under one lock.
 class FairShare {
 public:
-    static constexpr std::size_t users = 32;  // as many as an equal part is kept for
     enum class Among : std::uint8_t { clients, users };
     // Who asks: a client, or the process itself, which need not leave anything to others.
     enum class For : std::uint8_t { client, ourselves };
@@ -51,18 +50,38 @@ private:
     std::atomic<std::size_t> taken_{0};  // of the common part
 };
 
-// A limit that all clients of a process share, and that its users share, too, if they have quotas. Thread: any.
-class SharedLimit {
+// A limit that the users of a process share if they have quotas. Thread: any.
+class UserLimit {
 public:
     // What a user has of it, over all of its connections.
     using Amount = std::atomic<std::size_t>;
 
-    SharedLimit(std::size_t whole, std::size_t clients) noexcept
-        : clients_{whole, clients}, users_{whole, FairShare::users, FairShare::Among::users} {}
+    explicit UserLimit(std::size_t whole) noexcept : shares_{whole, Limits::users, FairShare::Among::users} {}
+
+    // Whether a user may have `more` in addition. Null: users have no quotas.
+    bool admits(std::size_t more, const Amount* ofUser) const noexcept {
+        return ofUser == nullptr || shares_.admits(ofUser->load(std::memory_order_relaxed), more);
+    }
+    // A client of the user that had `from` now has `to`.
+    void charge(std::size_t from, std::size_t to, Amount& ofUser) noexcept {
+        const std::size_t before = ofUser.fetch_add(to - from, std::memory_order_relaxed);
+        shares_.change(before, before + to - from);
+    }
+
+private:
+    FairShare shares_;
+};
+
+// A limit that all clients of a process share, and that its users share, too, if they have quotas. Thread: any.
+class SharedLimit {
+public:
+    using Amount = UserLimit::Amount;
+
+    SharedLimit(std::size_t whole, std::size_t clients) noexcept : clients_{whole, clients}, users_{whole} {}
 
     // Whether a client that has `own` may have `more` in addition. `ofUser`: what its user has; null: users have no quotas.
     bool admits(std::size_t own, std::size_t more, const Amount* ofUser) const noexcept {
-        return clients_.admits(own, more) && (ofUser == nullptr || users_.admits(valueOf(*ofUser), more));
+        return clients_.admits(own, more) && users_.admits(more, ofUser);
     }
     // A client that had `from` now has `to`.
     void change(std::size_t from, std::size_t to, Amount* ofUser) noexcept {
@@ -70,16 +89,11 @@ public:
         if (ofUser != nullptr) charge(from, to, *ofUser);
     }
     // The same for its user alone: what the client has is charged to another one now.
-    void charge(std::size_t from, std::size_t to, Amount& amount) noexcept {
-        const std::size_t before = amount.fetch_add(to - from, std::memory_order_relaxed);
-        users_.change(before, before + to - from);
-    }
+    void charge(std::size_t from, std::size_t to, Amount& ofUser) noexcept { users_.charge(from, to, ofUser); }
 
 private:
-    static std::size_t valueOf(const Amount& amount) noexcept { return amount.load(std::memory_order_relaxed); }
-
     FairShare clients_;
-    FairShare users_;
+    UserLimit users_;
 };
 
 // Limits that all clients of a process share. Outlives their connections, which may outlive the process's runtime. Thread: any.
@@ -87,11 +101,13 @@ struct Shares {
     explicit Shares(const Limits& limits) noexcept
         : openRequests{limits.openRequests, limits.connections},
           unreadBytes{limits.unreadBytes, limits.connections},
-          incompleteBytes{limits.incompleteBytes, limits.connections} {}
+          incompleteBytes{limits.incompleteBytes, limits.connections},
+          streams{limits.userStreams} {}
 
     SharedLimit openRequests;
     SharedLimit unreadBytes;
     SharedLimit incompleteBytes;
+    UserLimit streams;
 };
 
 }  // namespace kelo::net

@@ -139,7 +139,7 @@ void FrameStream::arrive() noexcept {
     }
     if (wrong != nullptr) return close(wrong);
     handleArrived();
-    handleCarried(false);
+    handleRest();
 }
 
 void FrameStream::shutDown() noexcept {
@@ -273,7 +273,7 @@ void FrameStream::resumeLaterLocked() {
             if (!self->place_.isHereLocked() || self->place_.stayLocked() != stay) return;
         }
         self->place_.endResuming();
-        self->handleCarried(false);
+        self->handleRest();
     });
 }
 
@@ -282,8 +282,7 @@ void FrameStream::onReady(std::uint32_t events) {
     try {
         serve(events);
     } catch (const std::exception& error) {
-        tracing::logCV(channel, 4, "the connection of %s is given up: %s", peer_.toString().c_str(), error.what());
-        close("given up");
+        giveUp(error);
     }
 }
 
@@ -300,6 +299,7 @@ void FrameStream::receive(bool isHungUp) {
     // This connection's frames are waiting for their turn; the kernel will report again.
     if (place_.resumes() || (waits_ && !isHungUp)) return;
     auto& carried = place_.carried;
+    if (turns_ != nullptr && !isHungUp && !isTheirTurn(Turns::turnsOfReceiving(carried.size()))) return;
     const auto room = place_.loop().receiveBuffer();
     const auto size = ::recv(socket_.get(), room.data(), room.size(), MSG_DONTWAIT);
     if (size < 0 && (errno == EINTR || errno == EAGAIN)) return;
@@ -351,19 +351,15 @@ void FrameStream::boundIncomplete() {
     hasHandled_ = false;
 }
 
-// Whether the next frame may be handled now. If not, it will be later, without further ado.
-bool FrameStream::isTheirTurn() {
-    const Turns::Answer answer = waits_ ? Turns::Answer::afterwards : turns_->ask(*user_);
-    if (answer == Turns::Answer::nextTurn && place_.beginResuming()) {
-        const std::lock_guard lock{mutex_};
-        resumeLaterLocked();
-    }
-    if (answer == Turns::Answer::afterwards && !std::exchange(waits_, true)) {
-        turns_->await(user_, weak_from_this());
-        const std::lock_guard lock{mutex_};
-        watchLocked();
-    }
-    return answer == Turns::Answer::now;
+// Whether what takes so many turns of the user may be done now. If not, it will be later, without further ado.
+bool FrameStream::isTheirTurn(std::uint32_t turns) {
+    if (waits_) return false;
+    if (turns_->take(*user_, turns)) return true;
+    waits_ = true;
+    turns_->await(user_, weak_from_this());
+    const std::lock_guard lock{mutex_};
+    watchLocked();
+    return false;
 }
 
 void FrameStream::goOn() {
@@ -372,13 +368,7 @@ void FrameStream::goOn() {
         const std::lock_guard lock{mutex_};
         watchLocked();
     }
-    try {
-        handleCarried(false);
-        boundIncomplete();
-    } catch (const std::exception& error) {
-        tracing::logCV(channel, 4, "the connection of %s is given up: %s", peer_.toString().c_str(), error.what());
-        close("given up");
-    }
+    handleRest();
 }
 
 void FrameStream::setUserLocked(std::shared_ptr<User> user, Turns* turns) {
@@ -405,6 +395,21 @@ void FrameStream::putDownLocked() {
     });
 }
 
+// Handles what had to wait.
+void FrameStream::handleRest() noexcept {
+    try {
+        handleCarried(false);
+        boundIncomplete();
+    } catch (const std::exception& error) {
+        giveUp(error);
+    }
+}
+
+void FrameStream::giveUp(const std::exception& error) noexcept {
+    tracing::logCV(channel, 4, "the connection of %s is given up: %s", peer_.toString().c_str(), error.what());
+    close("given up");
+}
+
 void FrameStream::handleCarried(bool all) {
     if (place_.carried.empty()) return;
     // Frames are handled in a buffer of their own, so that nothing a handler causes can move them.
@@ -429,7 +434,7 @@ std::size_t FrameStream::handleFrames(std::span<const std::uint8_t> bytes, bool 
         if (wrong == nullptr) {
             if (bytes.size() - used - wire::headerSize < header.bodyLength) return used;
             const bool isLate = count == limits_.framesPerWakeUp && !all;
-            if (turns_ != nullptr && !all && !isLate && !isTheirTurn()) return used;
+            if (turns_ != nullptr && !all && !isLate && !isTheirTurn(Turns::turnsOfFrame(header.bodyLength))) return used;
             if (isLate) {
                 if (place_.beginResuming()) {
                     const std::lock_guard lock{mutex_};

@@ -33,6 +33,7 @@ namespace kelo::net {
 struct Peer {
     pid_t pid = 0;
     policy::Identity who;
+    std::string program;  // of a client; see policy::programOf
     std::string application;
 
     // Whether it belongs to our own user or to root, who are served and trusted unless a policy says otherwise.
@@ -142,9 +143,11 @@ private:
     // Handles the whole frames in `bytes`, at most `limits_.framesPerWakeUp` unless `all`. Returns the number of bytes consumed.
     std::size_t handleFrames(std::span<const std::uint8_t> bytes, bool all);
     void handleCarried(bool all);
+    void handleRest() noexcept;
+    void giveUp(const std::exception& error) noexcept;
     void boundIncomplete();
     void resumeLaterLocked();
-    bool isTheirTurn();
+    bool isTheirTurn(std::uint32_t turns);
     SharedLimit::Amount* unreadOfUser() const noexcept { return user_ ? &user_->unread : nullptr; }
     SharedLimit::Amount* incompleteOfUser() const noexcept { return user_ ? &user_->incomplete : nullptr; }
     void sendQueuedLocked(std::unique_lock<std::mutex>& lock);

@@ -150,7 +150,11 @@ const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std
             if (open == nullptr) return "a request id used twice";
             open->oneShot = request_.isOneShot();
             if (!open->oneShot) open->asked = std::make_unique<const Asked>(Asked{request_.command(), request_.path()});
-            ++(open->oneShot ? oneShots_ : streams_);
+            if (open->oneShot) {
+                ++oneShots_;
+            } else {
+                addStreamLocked();
+            }
             shares_->openRequests.change(requests_.size() - 1, requests_.size(), requestsOfUser());
             if (turns_ != nullptr) {
                 open->inHand = true;
@@ -174,7 +178,8 @@ const char* ServerConnection::handleRequest(const wire::FrameHeader& header, std
 // Why the request that has been read is refused; null if it is not.
 const char* ServerConnection::refusalLocked() const {
     if (isReserved_ && !request_.path().starts_with(platformRoot)) return "too many clients are connected, request not sent";
-    const bool isFull = request_.isOneShot() ? oneShots_ >= limits_.oneShotRequests : streams_ >= limits_.openStreams;
+    const bool isFull = request_.isOneShot() ? oneShots_ >= limits_.oneShotRequests
+                                             : streams_ >= limits_.openStreams || !shares_->streams.admits(1, streamsOfUser());
     return isFull || !shares_->openRequests.admits(requests_.size(), 1, requestsOfUser())
                ? "too many requests in flight, request not sent"
                : nullptr;
@@ -205,10 +210,12 @@ void ServerConnection::chargeTo(const std::shared_ptr<User>& user, Turns* turns)
         });
         if (user_) {
             shares_->openRequests.charge(requests_.size(), 0, user_->requests);
+            shares_->streams.charge(streams_, 0, user_->streams);
             turns_->removeConnection(*user_);
         }
         if (user) {
             shares_->openRequests.charge(0, requests_.size(), user->requests);
+            shares_->streams.charge(0, streams_, user->streams);
             turns->addConnection(*user);
         }
     }
@@ -425,8 +432,22 @@ void ServerConnection::eraseLocked(std::uint64_t id) {
     const auto over = requests_.take(id);
     shares_->openRequests.change(requests_.size() + 1, requests_.size(), requestsOfUser());
     if (over->inHand) putDownLocked();
-    --(over->oneShot ? oneShots_ : streams_);
+    if (over->oneShot) {
+        --oneShots_;
+    } else {
+        removeStreamLocked();
+    }
     if (owed_ > 0 && !over->cancelled) --owed_;
+}
+
+void ServerConnection::addStreamLocked() noexcept {
+    ++streams_;
+    if (user_) shares_->streams.charge(0, 1, user_->streams);
+}
+
+void ServerConnection::removeStreamLocked() noexcept {
+    --streams_;
+    if (user_) shares_->streams.charge(1, 0, user_->streams);
 }
 
 void ServerConnection::dropKeptLocked(std::uint64_t id) {
@@ -471,7 +492,7 @@ bool ServerConnection::handleInputEnded() {
             }
             if (!open.oneShot) {
                 open.oneShot = true;
-                --streams_;
+                removeStreamLocked();
                 ++oneShots_;
             }
             ++owed_;

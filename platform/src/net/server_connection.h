@@ -102,6 +102,9 @@ private:
     void endForbiddenStreams();
     void chargeTo(const std::shared_ptr<User>& user, Turns* turns);
     SharedLimit::Amount* requestsOfUser() const noexcept { return user_ ? &user_->requests : nullptr; }
+    UserLimit::Amount* streamsOfUser() const noexcept { return user_ ? &user_->streams : nullptr; }
+    void addStreamLocked() noexcept;
+    void removeStreamLocked() noexcept;
 
     Open* answerableLocked(std::uint64_t id);
     void noteDispatchedLocked();

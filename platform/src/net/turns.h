@@ -25,15 +25,14 @@ struct User {
 
     const uid_t uid;
     SharedLimit::Amount requests{0};       // open, of both kinds
+    UserLimit::Amount streams{0};          // of these
     SharedLimit::Amount unread{0};         // bytes
     SharedLimit::Amount incomplete{0};     // bytes
     std::atomic<std::uint32_t> inHand{0};  // requests that have had no answer yet
     std::atomic<bool> isWaiting{false};    // some connection waits for an answer to another request
     std::size_t connections = 0;
 
-    // What it has had in this turn of the loop.
-    std::uint64_t turn = 0;
-    std::uint32_t frames = 0;
+    Clock::time_point next{};   // when it may take its next turn
     std::uint32_t overdue = 0;  // requests in hand that take so long that they do not count
     std::deque<std::weak_ptr<FrameStream>> waiting;
 };
@@ -44,18 +43,18 @@ public:
     Turns(Loop& loop, const Limits& limits);
 
     std::shared_ptr<User> user(uid_t uid);
+    // Those with connections.
+    std::vector<std::shared_ptr<const User>> users() const;
     // Whether the user may have one more connection.
     bool admitsConnection(const User& user) const noexcept { return connections_.admits(user.connections, 1); }
     void addConnection(User& user) noexcept;
     void removeConnection(User& user) noexcept;
 
-    enum class Answer : std::uint8_t {
-        now,
-        nextTurn,   // after the others
-        afterwards  // when requests of the user that are in hand have been answered: `await`
-    };
-    // Whether a frame of the user may be handled.
-    Answer ask(User& user);
+    // How many turns it takes to handle a frame of this size, and to receive more of one of which this has arrived.
+    static std::uint32_t turnsOfFrame(std::size_t bytes) noexcept;
+    static std::uint32_t turnsOfReceiving(std::size_t bytes) noexcept;
+    // Takes turns for the user, if they are the next ones. If not, `await`.
+    bool take(User& user, std::uint32_t turns);
     // Has the connection told when it may go on.
     void await(const std::shared_ptr<User>& user, std::weak_ptr<FrameStream> connection);
     // A request of the user has been answered. True if `resume` must be called. Thread: any.
@@ -64,9 +63,13 @@ public:
     void resume(User& user);
 
 private:
+    static bool hasTooMuchInHand(User& user) noexcept;
+    bool isNext(User& user) const noexcept;
+    void waitFor(const std::shared_ptr<User>& user);
     void resumeAll(bool isOverdue);
 
-    Loop& loop_;
+    const Limits limits_;
+    const std::chrono::nanoseconds turn_;
     FairShare connections_;
     std::map<uid_t, std::weak_ptr<User>> users_;
     std::vector<std::shared_ptr<User>> waiting_;
@@ -74,6 +77,7 @@ private:
     bool isContended_ = false;               // several users have asked lately
     Timer calm_;
     Timer overdue_;
+    Timer next_;
 };
 
 }  // namespace kelo::net

@@ -1,5 +1,6 @@
 #include "policy/identity.h"
 
+#include <fcntl.h>
 #include <grp.h>
 #include <pwd.h>
 #include <sys/socket.h>
@@ -9,8 +10,14 @@
 #include <array>
 #include <cerrno>
 
+#include "net/descriptor.h"
+#include "util/text.h"
+
 // The kernel takes a peer's uid, gid and groups when the connection is made, or when its socket begins to listen. So a process
 // that changes its user afterwards is still who it was.
+//
+// A client's program is looked at when its connection is accepted. A process that starts another program afterwards, or that ends
+// at once and leaves its number to another one, is named wrongly; its uid is right in any case.
 //
 // The user database may be slow. It is asked only while a policy is read, and for people.
 
@@ -55,6 +62,17 @@ bool readIdentity(int fd, pid_t& pid, Identity& who) noexcept {
     if (errno != ERANGE) return errno == ENODATA || errno == ENOPROTOOPT;
     who.groups.resize(size / sizeof(gid_t));
     return ::getsockopt(fd, SOL_SOCKET, SO_PEERGROUPS, who.groups.data(), &size) == 0;
+}
+
+std::string programOf(pid_t process) {
+    const std::string folder = "/proc/" + std::to_string(process);
+    std::array<char, 256> text{};
+    auto size = ::readlink((folder + "/exe").c_str(), text.data(), text.size());
+    if (size > 0) return util::printable({text.data(), static_cast<std::size_t>(size)});
+    const net::Descriptor file{::open((folder + "/comm").c_str(), O_RDONLY | O_CLOEXEC)};
+    size = file ? ::read(file.get(), text.data(), text.size()) : 0;
+    if (size <= 1) return {};
+    return "[" + util::printable({text.data(), static_cast<std::size_t>(size) - 1}) + "]";  // it ends with a newline
 }
 
 Identity ownIdentity() {

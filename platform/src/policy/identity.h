@@ -22,6 +22,9 @@ struct Identity {
 // none. Thread: any.
 [[nodiscard]] bool readIdentity(int fd, pid_t& pid, Identity& who) noexcept;
 
+// The program that a process runs: the path of its file, or, if we may not see that, the name that the kernel has for the process,
+// in brackets, because a process can change this name. Empty if we see nothing of it, or if it has ended. Thread: any.
+[[nodiscard]] std::string programOf(pid_t process);
 // Of this process.
 [[nodiscard]] Identity ownIdentity();
 // Of a user's processes, from the user database. A uid without an entry there has no groups. Thread: any.

@@ -68,8 +68,17 @@ bool Pattern::matches(std::string_view path) const {
 }
 
 std::string Pattern::toString() const {
+    // What would be read as something else is encoded again.
+    const auto isPlain = [](char c) { return c > ' ' && c <= '~' && c != '/' && c != '*' && c != '%'; };
     std::string text;
-    for (const Part& part : parts_) text += "/" + (part.isAny ? "*" : part.text);
+    for (const Part& part : parts_) {
+        text += '/';
+        if (part.isAny) {
+            text += '*';
+        } else {
+            util::appendPercentEncoded(text, part.text, isPlain);
+        }
+    }
     return isOpen_ ? text + "/**" : text;
 }
 

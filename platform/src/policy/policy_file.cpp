@@ -6,6 +6,7 @@
 #include <array>
 #include <limits>
 
+#include "kelo/limits.h"
 #include "util/text.h"
 
 // This is the only source that sees the TOML library, which takes long to compile.
@@ -17,7 +18,7 @@
 namespace kelo::policy {
 namespace {
 
-constexpr std::size_t mostRules = 10'000;
+constexpr std::size_t mostRules = Limits::policyRules;
 
 std::string quoted(std::string_view text) {
     return "'" + util::printable(text, 64) + "'";

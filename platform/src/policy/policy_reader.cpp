@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "kelo/limits.h"
 #include "net/descriptor.h"
 #include "policy/policy_file.h"
 #include "util/safe_file.h"
@@ -24,8 +25,8 @@
 namespace kelo::policy {
 namespace {
 
-constexpr std::size_t mostFiles = 256;
-constexpr std::size_t mostBytes = 256U << 10U;
+constexpr std::size_t mostFiles = Limits::policyFiles;
+constexpr std::size_t mostBytes = Limits::policyFileBytes;
 
 bool isOurs(std::string_view name) {
     return name.ends_with(".toml") && name.front() != '.';

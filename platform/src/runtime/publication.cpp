@@ -318,6 +318,7 @@ void Publication::accept() {
                            isAdmitted ? "as many connections as the limit allows" : stranger);
             continue;
         }
+        peer.program = policy::programOf(peer.pid);
         serve(std::move(socket), std::move(peer));
     }
     if (listener->listening) return;

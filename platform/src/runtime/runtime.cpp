@@ -491,6 +491,7 @@ private:
         status.limits = context_.limits;
         const auto& faults = context_.policy.faults();
         status.policy = {context_.policy.directory(), context_.policy.current(), faults.empty() ? "" : faults.front().toString()};
+        if (context_.policy.current()->isInForce) status.users = context_.turns->users();
         for (const auto& [path, watch] : watches_) {
             status.tracked.push_back(
                 {path, watch->isAlive() ? watch->info() : KeloServiceTrackerInfo{}, watch->isAlive(), watch->usage()});

@@ -83,6 +83,7 @@ void writeTracked(ObjectWriter& object, const Status::Tracked& service) {
 void writeClient(ObjectWriter& object, const net::ServerConnection::Usage& client) {
     object.number("pid", static_cast<std::uint64_t>(client.peer.pid));
     object.number("uid", client.peer.who.uid);
+    object.text("program", client.peer.program);
     object.text("application", client.peer.application);
     object.number("requests", client.requests);
     object.number("streams", client.streams);
@@ -90,6 +91,15 @@ void writeClient(ObjectWriter& object, const net::ServerConnection::Usage& clien
     object.number("keptBytes", client.keptBytes);
     object.number("heldRequests", client.heldRequests);
     object.number("heldBytes", client.heldBytes);
+}
+
+void writeUser(ObjectWriter& object, const std::shared_ptr<const net::User>& user) {
+    object.number("uid", user->uid);
+    object.number("connections", user->connections);
+    object.number("requests", user->requests);
+    object.number("streams", user->streams);
+    object.number("unreadBytes", user->unread);
+    object.number("incompleteBytes", user->incomplete);
 }
 
 void writePublished(ObjectWriter& object, const Status::Published& service) {
@@ -160,6 +170,16 @@ void writeLimits(ObjectWriter& object, const Limits& limits) {
     object.number("handshakeMilliseconds", milliseconds(limits.handshake));
     object.number("incompleteFrameMilliseconds", milliseconds(limits.incompleteFrame));
     object.number("requestDeadlineMilliseconds", milliseconds(limits.requestDeadline));
+    object.number("users", Limits::users);
+    object.number("userStreams", limits.userStreams);
+    object.number("userContentionMilliseconds", milliseconds(limits.userContention));
+    object.number("userRequestsInHand", Limits::userRequestsInHand);
+    object.number("userPatienceMilliseconds", milliseconds(limits.userPatience));
+    object.number("userTurns", limits.userTurns);
+    object.number("userTurnsSaved", limits.userTurnsSaved);
+    object.number("policyFiles", Limits::policyFiles);
+    object.number("policyFileBytes", Limits::policyFileBytes);
+    object.number("policyRules", Limits::policyRules);
 }
 
 }  // namespace
@@ -173,6 +193,7 @@ void answerStatus(const Status& status, const Counters& counters, const Request&
             object.text("directory", status.directory);
             object.object("policy", [&](ObjectWriter& inner) { writePolicy(inner, status.policy); });
             object.array("published", status.published, writePublished);
+            if (status.policy.policy->isInForce) object.array("users", status.users, writeUser);
             object.array("tracked", status.tracked, writeTracked);
             object.object("counters", [&](ObjectWriter& inner) { writeCounters(inner, counters); });
             object.object("gauges", &writeGauges);

@@ -39,6 +39,7 @@ struct Status {
     std::string directory;
     Limits limits;
     PolicyState policy;
+    std::vector<std::shared_ptr<const net::User>> users;  // if they have quotas
     std::vector<Tracked> tracked;
     std::vector<Published> published;
 };

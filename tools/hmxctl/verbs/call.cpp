@@ -54,9 +54,10 @@ ExitCode follow(Context& context, const Service& service, const Query& query) {
 // The status as people read it: one table of all clients instead of one in each service's entry. What the whole process holds of
 // memory is the kernel's word: a recorder that runs for weeks shows there that it does not grow.
 Json withClientsApart(Json status) {
-    constexpr std::array<std::pair<std::string_view, std::string_view>, 9> columns{{{"pid", "pid"},
+    constexpr std::array<std::pair<std::string_view, std::string_view>, 10> columns{{{"pid", "pid"},
                                                                                     {"uid", "uid"},
-                                                                                    {"application", "program"},
+                                                                                    {"program", "program"},
+                                                                                    {"application", "calls itself"},
                                                                                     {"requests", "requests"},
                                                                                     {"streams", "streams"},
                                                                                     {"queuedBytes", "queued bytes"},
