@@ -45,7 +45,17 @@ TEST(Doctor, SaysWhatIsWrong) {
          "MiB "
          "and 0 files are left.|In /run/x/local are leftovers of processes that have ended: .1.2.new."},
         {R"({"directory": {"writable": false}, "shell": {"uid": 2}})",
-         "/run/x/local belongs to user 1, and this is user 2: services and clients have to be of one user."},
+         "/run/x/local belongs to user 1, and this is user 2: without a policy, services and clients have to be of one user."},
+        {R"({"directory": {"writable": false, "readable": true, "mode": "2750"}, "shell": {"uid": 2}, "policy": {"inForce": true}})",
+         ""},
+        {R"({"directory": {"state": "refused", "reason": "denied"}, "policy": {"directory": "/p", "faults": ["/p/a.toml:1: x", "y"]}})",
+         "The runtime directory is not used: denied.|The policy in /p is refused as a whole: /p/a.toml:1: x."},
+        {R"({"policy": {"inForce": true}, "processes": [{"pid": 8, "here": true}],
+             "services": [{"path": "/hmxdisplaymanager", "state": "refused", "uid": 5, "rule": "p:1"},
+                          {"path": "/hmxinputmanager", "answer": {"question": "retrieve /i", "ms": 1, "error": "403 p:2"}},
+                          {"path": "/hmx", "state": "absent", "pid": null}]})",
+         "/hmxdisplaymanager belongs to user 5, and the policy keeps you apart: p:1.|/hmxinputmanager does not let you retrieve "
+         "/i: 403 p:2.|hmxtolubridge (pid 8) is running and all upstream services are there, but /hmx is not published."},
         {R"({"inotify": {"watches": 8000}})", "This user has 1 of 128 inotify instances, and 8000 of 8192 watches."},
         {R"({"services": [{"path": "/hmx", "state": "absent", "pid": null}, {"path": "/hmxinputmanager", "state": "stale", "lock": "pid 5 im"}]})",
          "hmxtolubridge (pid 8) waits for /hmxinputmanager, and publishes /hmx only after that.|/hmxinputmanager: its process, "

@@ -44,6 +44,7 @@ public:
         : facts_{facts}, services_{member(facts, "services")}, processes_{member(facts, "processes")} {}
 
     std::vector<Finding> make() {
+        policy();
         directory();
         // Of a directory that is not used, nothing can be said about what is in it.
         const std::string state = text(member(facts_, "directory"), "state");
@@ -77,12 +78,30 @@ private:
         return none;
     }
     bool isAlive(std::string_view path) const { return text(serviceAt(path), "state") == "alive"; }
+    // Of a service that refuses us, we know no more than that it is there.
+    bool isMissing(std::string_view path) const { return !isAlive(path) && text(serviceAt(path), "state") != "refused"; }
     const Json& processOf(std::int64_t pid) const {
         static const Json none;
         for (const Json& each : processes_) {
             if (number(each, "pid") == pid) return each;
         }
         return none;
+    }
+
+    bool hasPolicy() const { return member(member(facts_, "policy"), "inForce") == true; }
+
+    void policy() {
+        const Json& policy = member(facts_, "policy");
+        const Json& faults = member(policy, "faults");
+        Json values{{"directory", text(policy, "directory")}, {"rules", number(policy, "rules")}};
+        values["audit"] = member(policy, "audit") == true ? ", but it only audits: what it refuses passes" : "";
+        if (!faults.empty()) {
+            values["fault"] = faults.front();
+            values["count"] = faults.size();
+            add("policy.broken", values);
+        } else if (hasPolicy()) {
+            add("policy.good", values);
+        }
     }
 
     void directory() {
@@ -92,9 +111,10 @@ private:
                     {"uid", member(directory, "uid")},      {"mode", text(directory, "mode")},
                     {"free", number(directory, "freeMiB")}, {"files", number(directory, "freeFiles")}};
         if (state == "absent") return add("directory.absent", values);
-        if (state == "refused") return add("directory.refused", values);
+        if (state == "refused") return add(hasPolicy() ? "directory.locked" : "directory.refused", values);
         if (state != "usable") return;
-        const bool closed = member(directory, "writable") == false;
+        // With a policy, who publishes nothing need not write.
+        const bool closed = member(directory, hasPolicy() ? "readable" : "writable") == false;
         const Json& you = member(member(facts_, "shell"), "uid");
         if (closed && !you.is_null() && you != values["uid"]) {
             values["you"] = you;
@@ -137,7 +157,8 @@ private:
             return;
         }
         if (state == "full") return add("service.full", values);
-        if (state == "refused") return add("service.refused", values);
+        values["rule"] = text(service, "rule");
+        if (state == "refused") return add(values["rule"] == "" ? "service.refused" : "service.forbidden", values);
         const Json& holder = processOf(number(service, "holder"));
         if (!holder.is_null()) {
             values["program"] = text(holder, "program");
@@ -167,6 +188,8 @@ private:
             if (member(answer, "late") == true) {
                 values["answers"] = "";
                 add("upstream.silent", asked);
+            } else if (text(answer, "error").starts_with("403 ")) {
+                add("service.forbids", asked);
             } else if (!text(answer, "error").empty()) {
                 add("upstream.refuses", asked);
             } else if (number(answer, "ms") >= slowAnswer) {
@@ -234,7 +257,7 @@ private:
                 add("service.stopped", {{"service", "/hmx"}, {"program", text(each, "program")}, {"pid", pid}});
             } else {
                 const auto* const missing = std::find_if(expected.begin(), expected.end(),
-                                                         [&](const Expected& service) { return !isAlive(service.path); });
+                                                         [&](const Expected& service) { return isMissing(service.path); });
                 if (missing->path == "/hmx") {
                     add("bridge.starting", {{"pid", pid}});
                 } else {

@@ -21,9 +21,10 @@ struct Expected {
 // The facts, an object whose members may all be absent:
 //   "directory": {"path", "state": "usable", "absent" or "refused", "reason", "uid", "mode", "writable", "freeMiB", "freeFiles",
 //                 "leftovers"}
+//   "policy": {"directory", "inForce", "audit", "rules", "faults"}; "directory" then also has "readable"
 //   "inotify": as inotifyFacts. "shell": {"environment", "version", "uid"}. "processes": as processFacts
-//   "services": [{"path", "state" as in `hmxctl services`, "application", "pid", "uid", "lock": what its lock file says,
-//                 "holder": the process that has the lock open, "status": its own, "answer": {"question", "ms", "error"}}…]
+//   "services": [{"path", "state" as in `hmxctl services`, "application", "pid", "uid", "rule": why the policy refuses it,
+//                 "lock": what its lock file says, "holder": the process that has the lock open, "status": its own, "answer": {"question", "ms", "error"}}…]
 // The rules stand in rules/doctor.json. The most decisive findings come first. Thread: any.
 [[nodiscard]] std::vector<Finding> diagnose(const Json& facts);
 

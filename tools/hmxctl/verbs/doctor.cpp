@@ -17,6 +17,8 @@
 #include "health.h"
 #include "hmx/client/elements.h"
 #include "kelo/path.h"
+#include "kelo/runtime/domain_view.h"
+#include "kelo/runtime/policy_view.h"
 #include "processes.h"
 #include "render.h"
 #include "util/text.h"
@@ -36,7 +38,7 @@ public:
     explicit Examination(Context& context) : context_{context}, directory_{domainDirectory(context.client.options().domain)} {}
 
     Json facts() {
-        Json facts{{"directory", directory()}, {"services", services()}};
+        Json facts{{"policy", policy()}, {"directory", directory()}, {"services", services()}};
         facts["inotify"] = inotifyFacts(directory_);
         facts["shell"] = Json{{"version", programVersion()}, {"uid", ::geteuid()}, {"environment", meetingEnvironment()}};
         facts["processes"] = processes(facts["services"]);
@@ -44,6 +46,21 @@ public:
     }
 
 private:
+    kelo::runtime::RuntimeOptions place() const {
+        kelo::runtime::RuntimeOptions place;
+        place.directory = directory_;
+        return place;
+    }
+
+    Json policy() const {
+        const kelo::runtime::PolicyView view = kelo::runtime::viewPolicy(place());
+        return {{"directory", view.directory},
+                {"inForce", view.isInForce},
+                {"audit", view.audits},
+                {"rules", view.rules.size()},
+                {"faults", view.faults}};
+    }
+
     Json directory() {
         Json facts{{"path", directory_}};
         struct stat status {};
@@ -52,6 +69,7 @@ private:
             std::snprintf(mode.data(), mode.size(), "%04o", status.st_mode & 07777U);
             facts["uid"] = status.st_uid;
             facts["mode"] = mode.data();
+            facts["readable"] = ::access(directory_.c_str(), R_OK | X_OK) == 0;
             facts["writable"] = ::access(directory_.c_str(), R_OK | W_OK | X_OK) == 0;
             facts["leftovers"] = leftovers();
         }
@@ -102,6 +120,7 @@ private:
         addLock(facts, path);
         if (state == states_.end()) return facts;
         facts["uid"] = state->uid;
+        if (const auto stranger = kelo::runtime::findStranger(place(), path)) facts["rule"] = stranger->rule;
         if (state->life != Life::alive) return facts;
         facts["application"] = state->application;
         facts["pid"] = state->pid;
