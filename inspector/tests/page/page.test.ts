@@ -84,6 +84,17 @@ test('all that the cockpit has is shown, by name and in the picture', async () =
     expect(await page.locator('.pill').textContent()).toContain('live');
 });
 
+test('one stream brings everything, unless the displays are known too late', async () => {
+    let streams = 0;
+    page.on('request', (sent) => void (streams += Number(sent.url().includes('/events?'))));
+    const needed = async (): Promise<number> => {
+        streams = 0;
+        await visit();
+        return streams;
+    };
+    await expect.poll(needed, { interval: 0, timeout: 20_000 }).toBe(1);
+});
+
 test('selection goes from the picture to tree and properties, and back; a link brings it back', async () => {
     await visit('#/?display=Driver_Display');
     await page.mouse.click(...(await spot(960, 450)));
@@ -146,6 +157,8 @@ test('a popup is requested and withdrawn; what happened can be gone back to', as
     await button('Pause').click();
     request('Incoming_Call', false);
     await page.getByText('2 newer changes').waitFor(); // of the popup, and of the one that has the slot again
+    expect(await page.locator('.pill').textContent()).toContain('paused');
+    await properties().getByText('It can be changed when the page shows what is now.').waitFor();
     expect(await row(callAddress).textContent()).toContain('shown');
     const link = page.url();
     expect(link).toContain('?at=');
@@ -210,6 +223,12 @@ test('a recording is opened, scrubbed, stepped and played, and left for what is 
     await bar.getByText('dropped.jsonl').waitFor();
     await bar.getByText('2 lines are not as they should be').click();
     await bar.getByText('line 4: no entry: "t" is not a whole number').waitFor();
+    await button('Back to live').click();
+    const downstream = readFileSync(sample, 'utf8')
+        .split('\n')
+        .filter((line) => !/"service":"\/hmx\w/.test(line));
+    await drop(downstream.join('\n'));
+    await bar.getByText('touch regions, which layers are switched off, layers of displayables').waitFor();
     await button('Back to live').click();
     await drop('hello');
     await page.getByText('dropped.jsonl cannot be opened: no recording').waitFor();
@@ -339,7 +358,7 @@ test.each(['light', 'dark'] as const)('text stands out from what it is on: %s', 
         };
         const grounds: Record<string, string[]> = {
             panel: ['text', 'dim', 'accent', 'shown', 'wanting', 'suppressed', 'lost', 'input', 'haptic'],
-            page: ['text', 'dim', 'shown', 'lost'],
+            page: ['text', 'dim', 'shown', 'lost', 'wanting', 'accent'],
             card: ['text', 'dim', 'shown', 'wanting', 'suppressed'],
             mark: ['text', 'dim', 'shown', 'suppressed', 'wanting', 'lost'],
             point: ['text', 'dim', 'shown', 'suppressed', 'wanting'],
