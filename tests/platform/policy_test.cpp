@@ -214,6 +214,8 @@ TEST(Policy, FaultsAreNamedWithTheirLines) {
         {"[[allow]]\nuser = 1\nservice = \"/s", "p:3: "},
         {"[[allow]]\nuser = 1\nservice = \"/\xff\"", "p:3: "},
         {"user 1", "p:1: "},
+        {"[[[deny]]", "p:1: "},
+        {"# \xC3\xBC\naudit \xC3\xBC= true", "p:2: has a character that is not ASCII"},
     };
     for (const auto& [text, expected] : cases) {
         Draft draft;

@@ -13,7 +13,8 @@
 //
 // A rule that is not understood must not be left out, because it may be a deny; a misspelt key may be what limited it. So
 // whatever is not known is a fault, and a policy with a fault is not used. All faults of a file are collected, for whoever has to
-// correct them; only the library ends at the first one.
+// correct them; only the library ends at the first one. It asserts of a text what it then refuses properly, so its assertions are
+// off (CMakeLists.txt).
 
 namespace kelo::policy {
 namespace {
@@ -22,6 +23,35 @@ constexpr std::size_t mostRules = Limits::policyRules;
 
 std::string quoted(std::string_view text) {
     return "'" + util::printable(text, 64) + "'";
+}
+
+// Where a character that is not ASCII stands outside of strings and comments, or npos. TOML has none there, but the library looks
+// for spaces among them, in a way that is undefined for many.
+std::size_t findStray(std::string_view text) noexcept {
+    constexpr std::string_view byteOrderMark = "\xEF\xBB\xBF";
+    char quote = 0;
+    bool isLong = false;  // a string of several lines
+    for (std::size_t at = text.starts_with(byteOrderMark) ? byteOrderMark.size() : 0; at < text.size(); ++at) {
+        const char c = text[at];
+        const bool isTriple = at + 2 < text.size() && text[at + 1] == c && text[at + 2] == c;
+        if (quote == 0) {
+            if (static_cast<unsigned char>(c) >= 0x80) return at;
+            if (c == '#') at = std::min(text.find('\n', at), text.size());
+            const bool begins = at == 0 || std::string_view{" \t\r\n=[,{."}.find(text[at - 1]) != std::string_view::npos;
+            if (!begins || (c != '"' && c != '\'')) continue;
+            quote = c;
+            isLong = isTriple;
+            if (isLong) at += 2;
+        } else if (c == '\\' && quote == '"') {
+            ++at;
+        } else if (c == quote && (!isLong || isTriple)) {
+            while (isLong && at + 1 < text.size() && text[at + 1] == quote) ++at;
+            quote = 0;
+        } else if (c == '\n' && !isLong) {
+            quote = 0;  // a fault; the library comes no further
+        }
+    }
+    return std::string_view::npos;
 }
 
 class FileReader {
@@ -192,6 +222,11 @@ private:
 
 void readPolicyFile(const std::string& file, std::string_view text, Draft& draft) {
     FileReader reader{file, draft};
+    if (const auto at = findStray(text); at != std::string_view::npos) {
+        const auto line = 1 + std::count(text.begin(), text.begin() + static_cast<std::ptrdiff_t>(at), '\n');
+        return reader.fault({{static_cast<toml::source_index>(line), 1}, {}, {}},
+                            "has a character that is not ASCII outside of strings and comments");
+    }
     if (const toml::parse_result parsed = toml::parse(text, file); parsed) {
         reader.read(parsed.table());
     } else {
