@@ -35,7 +35,7 @@ def build_with_pkg_config(example, prefix, work):
 
 def complaints_about_files(prefix):
     wanted = ["bin/hmxctl", "bin/hmxsim", "bin/hmxtolubridge", "share/hmxtolubridge/worlds/cockpit.json",
-              "share/hmxtolubridge/recordings/phone_call.jsonl",
+              "share/hmxtolubridge/recordings/phone_call.jsonl", "lib/sysusers.d/hmxgateway.conf",
               "share/bash-completion/completions/hmxctl", "share/zsh/site-functions/_hmxctl",
               "share/fish/vendor_completions.d/hmxctl.fish", "share/doc/hmxtolubridge/docs/operating.md"]
     if shutil.which("scdoc"):

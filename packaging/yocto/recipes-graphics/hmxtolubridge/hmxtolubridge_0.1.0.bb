@@ -31,12 +31,16 @@ do_install:append() {
     if ${@bb.utils.contains('PACKAGECONFIG', 'tools', 'true', 'false', d)}; then
         install -d ${D}${PYTHON_SITEPACKAGES_DIR}
         install -m 0644 ${S}/examples/python/hmx.py ${D}${PYTHON_SITEPACKAGES_DIR}
+        install -d ${D}${sysconfdir}/kelo/policy.d
+        install -m 0644 ${S}/packaging/policy.d/20-hmxgateway.toml ${D}${sysconfdir}/kelo/policy.d
     fi
 }
 
-USERADD_PACKAGES = "${PN}"
+USERADD_PACKAGES = "${PN} hmxgateway"
 GROUPADD_PARAM:${PN} = "--system hmx"
 USERADD_PARAM:${PN} = "--system --no-create-home --home-dir / --shell /sbin/nologin --gid hmx hmx"
+GROUPADD_PARAM:hmxgateway = "--system hmxgateway"
+USERADD_PARAM:hmxgateway = "--system --no-create-home --home-dir / --shell /sbin/nologin --gid hmxgateway hmxgateway"
 
 SYSTEMD_PACKAGES = "${PN} hmxgateway"
 SYSTEMD_SERVICE:${PN} = "hmxtolubridge.service hmx.target"
@@ -46,10 +50,11 @@ SYSTEMD_AUTO_ENABLE:hmxgateway = "disable"
 
 PACKAGE_BEFORE_PN = "hmxctl hmxsim hmxgateway python3-hmx libhmx"
 
-FILES:${PN} += "${nonarch_libdir}/sysusers.d ${nonarch_libdir}/tmpfiles.d"
+FILES:${PN} += "${nonarch_libdir}/sysusers.d/hmxtolubridge.conf ${nonarch_libdir}/tmpfiles.d"
 FILES:hmxctl = "${bindir}/hmxctl ${datadir}/bash-completion ${datadir}/zsh ${datadir}/fish"
 FILES:hmxsim = "${bindir}/hmxsim ${datadir}/hmxtolubridge/worlds ${datadir}/hmxtolubridge/recordings"
-FILES:hmxgateway = "${bindir}/hmxgateway ${datadir}/hmxtolubridge/inspector"
+FILES:hmxgateway = "${bindir}/hmxgateway ${datadir}/hmxtolubridge/inspector ${nonarch_libdir}/sysusers.d/hmxgateway.conf ${sysconfdir}/kelo"
+CONFFILES:hmxgateway = "${sysconfdir}/kelo/policy.d/20-hmxgateway.toml"
 FILES:python3-hmx = "${PYTHON_SITEPACKAGES_DIR}/hmx.py"
 FILES:libhmx = "${libdir}/libhmx.so.*"
 
