@@ -48,7 +48,7 @@ void Entrance::put(Arrival arrival) {
         const std::lock_guard lock{mutex_};
         arrivals_.push_back(std::move(arrival));
     }
-    raiser_.raise();
+    raiser_.raiseOrAnswer();
 }
 
 void Entrance::takeAll() {

@@ -2,9 +2,10 @@
 // dead one is waited for until its lease has run out. What two exports of one name write is never mixed even if they could not
 // see each other when they began, because each writes to a partition of its own.
 //
-// A part's answer is compared with what was written last, element by element. New and changed elements are written, those that
-// are gone are disposed, and then the part's state says how many there are now and what the sum over all of them is. So a reader
-// knows when it has seen the whole of a transition, whatever order the topics arrive in.
+// A part's answer is compared with what was written last, element by element. Those that are gone are disposed, new and changed
+// ones are written. Each of these says how many there are after the transition and what the sum over all of them is. So a reader
+// knows when it has seen the whole of the transition, and need not wait for the part's state: that is written at once only if no
+// element says the same, else a moment later, for many transitions together.
 //
 // If readers are so far behind that a sample cannot be sent, the answer is kept, and what is missing of it is written a little
 // later; a newer answer takes its place. So what waits is bounded by the size of the lists.
@@ -149,6 +150,7 @@ hmx::client::Task<> Exporter::retry() {
     for (;;) {
         co_await unwritten_.raised();
         co_await client_.dispatcher().pause(retryPause);
+        isRetryDue_ = false;
         for (const auto& [name, part] : parts_) {
             if (const std::optional<kelo::Payload> answer = std::exchange(part->unwritten, {})) (void)write(*part, *answer);
             if (part->isStateUnwritten) writeState(*part);
@@ -277,9 +279,9 @@ bool Exporter::write(Part& part, const kelo::Payload& answer) {
     }
     const std::vector<std::uint64_t> positions = positionsFor(before);
     const std::uint64_t revision = part.revision + 1;
-    bool isChanged = part.condition != Condition::live || part.isUnfinished;
-    bool isWritten = true;
     std::map<ElementKey, Entry> now;
+    std::vector<const ElementText*> changed;
+    std::uint64_t digest = 0;
     for (std::size_t i = 0; i < elements->size(); ++i) {
         const auto& [key, text] = (*elements)[i];
         const auto found = part.entries.find(key);
@@ -287,36 +289,49 @@ bool Exporter::write(Part& part, const kelo::Payload& answer) {
         if (found != part.entries.end() && found->second.hash == entry.hash && found->second.position == entry.position) {
             entry = found->second;
         } else {
-            isChanged = true;
-            // What could not be written must not look as if it were.
-            if (isWritten && !writeElement(part, key, entry, answer, text)) isWritten = false;
-            if (!isWritten) entry.hash = ~entry.hash;
+            changed.push_back(&(*elements)[i]);
         }
+        digest += digestOf(key, entry.revision);
         now.emplace(key, entry);
     }
-    for (const auto& [key, entry] : part.entries) {
-        if (now.contains(key)) continue;
+    bool isToldByState = part.condition != Condition::live || part.isUnfinished;
+    now.swap(part.entries);
+    for (const auto& [key, entry] : now) {
+        if (part.entries.contains(key)) continue;
         disposeElement(part, key);
-        isChanged = true;
+        isToldByState = isToldByState || changed.empty();
     }
-    part.entries = std::move(now);
+    if (changed.empty() && !isToldByState) return true;
+    part.revision = revision;
+    part.digest = digest;
+    bool isWritten = true;
+    for (const ElementText* element : changed) {
+        Entry& entry = part.entries.at(element->key);
+        if (isWritten && !writeElement(part, element->key, entry, answer, element->text)) isWritten = false;
+        // What could not be written must not look as if it were.
+        if (!isWritten) entry.hash = ~entry.hash;
+    }
     part.isUnfinished = !isWritten;
     if (!isWritten) {
-        part.revision = revision;
         part.unwritten = answer;
-        unwritten_.raiseHere();
+        retrySoon();
         return false;
     }
     part.unwritten.reset();
-    if (!isChanged) return true;
     part.condition = Condition::live;
     part.status = 0;
     part.reason.clear();
-    part.revision = revision;
-    part.digest = 0;
-    for (const auto& [key, entry] : part.entries) part.digest += digestOf(key, entry.revision);
-    writeState(part);
+    if (isToldByState) {
+        writeState(part);
+    } else {
+        part.isStateUnwritten = true;
+        retrySoon();
+    }
     return true;
+}
+
+void Exporter::retrySoon() {
+    if (!std::exchange(isRetryDue_, true)) unwritten_.raiseHere();
 }
 
 void Exporter::setCondition(Part& part, Condition condition, std::uint16_t status, const std::string& reason) {
@@ -338,7 +353,7 @@ void Exporter::writeState(Part& part) {
     sample.count = static_cast<std::uint32_t>(part.entries.size());
     sample.digest = part.digest;
     part.isStateUnwritten = !states_->write(sample);
-    if (part.isStateUnwritten) unwritten_.raiseHere();
+    if (part.isStateUnwritten) retrySoon();
 }
 
 bool Exporter::writeElement(const Part& part, const ElementKey& key, const Entry& entry, const kelo::Payload& answer,
@@ -347,6 +362,8 @@ bool Exporter::writeElement(const Part& part, const ElementKey& key, const Entry
     setKey(sample, key);
     sample.revision = entry.revision;
     sample.position = entry.position;
+    sample.digest = part.digest;
+    sample.count = static_cast<std::uint32_t>(part.entries.size());
     const std::string encoding{answer.mimeType().text()};
     sample.encoding = lent(encoding);
     lend(sample.document, text);

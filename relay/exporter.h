@@ -53,8 +53,8 @@ private:
         std::uint64_t digest = 0;
         std::map<ElementKey, Entry> entries;
         std::optional<kelo::Payload> unwritten;  // an answer that the network did not take as a whole yet
-        bool isUnfinished = false;               // some of its elements are newer than its state
-        bool isStateUnwritten = false;
+        bool isUnfinished = false;               // some of its elements are not written yet
+        bool isStateUnwritten = false;           // it waits a moment, or was not taken, either
     };
 
     hmx::client::Task<> live();
@@ -71,6 +71,7 @@ private:
 
     // False if the network did not take all of it; it is tried again.
     bool write(Part& part, const kelo::Payload& answer);
+    void retrySoon();
     // With the names of the part, which it refers to.
     template <class Sample>
     Sample sampleOf(const Part& part) const;
@@ -109,6 +110,7 @@ private:
     std::map<PartName, std::unique_ptr<Part>> parts_;
     std::map<std::size_t, Part*> byRetrieve_;
     std::vector<std::string> displays_;
+    bool isRetryDue_ = false;
     hmx::client::Retrieves retrieves_;
     hmx::client::Operation life1_;
     hmx::client::Operation life2_;

@@ -38,7 +38,7 @@ enum class Condition : std::uint8_t { live = 1, lost = 2, missing = 3 };
 enum class Ask : std::uint8_t { change = 1, cancel = 2 };
 enum class Answer : std::uint8_t { value = 1, error = 2, end = 3 };
 
-inline constexpr std::uint32_t formatVersion = 1;
+inline constexpr std::uint32_t formatVersion = 2;
 // How many changes may be under way, on either side.
 inline constexpr std::size_t mostChanges = 1024;
 

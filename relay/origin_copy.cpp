@@ -2,13 +2,16 @@
 // lost, or what was read cannot be whole, the readers go, and new ones ask for everything anew. So nothing has to be undone: what
 // is not said again is not there any more.
 //
-// Elements and states arrive on their own ways. A part is handed on only when the elements that are here are those that its state
-// speaks of; until then, what was handed on before stands. So nobody sees half of a transition. If the missing ones do not come,
-// all is asked for anew.
+// Elements and states arrive on their own ways. Both say what their part is like, and the newer one counts. A part is handed on
+// only when the elements that are here are those that it speaks of; until then, what was handed on before stands. So nobody sees
+// half of a transition, or one that is over already. If the missing ones do not come, all is asked for anew.
 //
 // An instance without writers stays as it was: that the export is lost, its origin's instance says.
 //
 // Samples count only if their writer belongs to the participant that announced the export. What others write is counted and left.
+//
+// Until all parts are known, samples come in masses, and the engine's receiving thread only says so. From then on it takes them
+// itself and hands on what has changed, if the dispatcher is free.
 #include "origin_copy.h"
 
 #include <algorithm>
@@ -260,6 +263,8 @@ void OriginCopy::takeAll() {
     }
     if (attachment_->isComplete || known < attachment_->announced) return;
     attachment_->isComplete = true;
+    attachment_->elements.answerAtOnce();
+    attachment_->states.answerAtOnce();
     giveBackMemory();
     lastParts_.clear();
     stale_.reset();
@@ -274,8 +279,10 @@ void OriginCopy::takeAll() {
     }
 }
 
-bool OriginCopy::isOurs(const char* origin, const dds_sample_info_t& info, const std::optional<Author>& author) {
+template <class Sample>
+bool OriginCopy::isOurs(const char* origin, const dds_sample_info_t& info, Reader<Sample>& reader) {
     if (info.instance_state == DDS_NOT_ALIVE_NO_WRITERS_INSTANCE_STATE) return false;
+    const std::optional<Author> author = reader.author(info.publication_handle);
     if (!author || *author != attachment_->author) {
         ++foreign_;
         return false;
@@ -288,7 +295,7 @@ bool OriginCopy::isOurs(const char* origin, const dds_sample_info_t& info, const
 }
 
 void OriginCopy::take(const hmxrelay_Element& sample, const dds_sample_info_t& info) {
-    if (!isOurs(sample.origin, info, attachment_->elements.author(info.publication_handle))) return;
+    if (!isOurs(sample.origin, info, attachment_->elements)) return;
     const PartName name{std::string{textOf(sample.resource)}, std::string{textOf(sample.part)}};
     Shelf* const shelf = shelves_.find(name.resource);
     if (shelf == nullptr || (attachment_->parts.size() >= mostParts && !attachment_->parts.contains(name))) {
@@ -319,6 +326,12 @@ void OriginCopy::take(const hmxrelay_Element& sample, const dds_sample_info_t& i
     } catch (const hmx::client::Error&) {
         ++malformed_;
     }
+    if (sample.revision > part.revision) {
+        part.condition = Condition::live;
+        part.revision = sample.revision;
+        part.count = sample.count;
+        part.digest = sample.digest;
+    }
     ++elements_;
     bytes_ += entry.bytes;
     part.sum += digestOf(key, entry.revision);
@@ -333,7 +346,7 @@ void OriginCopy::eraseEntry(Part& part, std::map<ElementKey, Entry>::iterator en
 }
 
 void OriginCopy::take(const hmxrelay_State& sample, const dds_sample_info_t& info) {
-    if (!isOurs(sample.origin, info, attachment_->states.author(info.publication_handle))) return;
+    if (!isOurs(sample.origin, info, attachment_->states)) return;
     const PartName name{std::string{textOf(sample.resource)}, std::string{textOf(sample.part)}};
     const bool isCondition = sample.condition >= static_cast<std::uint8_t>(Condition::live) &&
                              sample.condition <= static_cast<std::uint8_t>(Condition::missing);
@@ -345,9 +358,9 @@ void OriginCopy::take(const hmxrelay_State& sample, const dds_sample_info_t& inf
         return;
     }
     Part& part = attachment_->parts[name];
-    if (part.isKnown && part.revision > sample.revision) return;
     part.isKnown = true;
     part.isChanged = true;
+    if (part.revision > sample.revision) return;
     part.condition = static_cast<Condition>(sample.condition);
     part.status = sample.status;
     part.reason = textOf(sample.reason);
@@ -383,7 +396,8 @@ void OriginCopy::show(const PartName& name, Part& part) {
     Shelf& shelf = *shelves_.find(name.resource);
     const auto before = shown_.find(name);
     const Bytes16& life = attachment_->life;
-    if (part.condition != Condition::live) {
+    const bool isOld = before != shown_.end() && before->second.life == life && before->second.revision > part.revision;
+    if (part.condition != Condition::live && !isOld) {
         part.incompleteSince.reset();
         const bool isSame = before != shown_.end() && !before->second.isLost && before->second.life == life &&
                             before->second.condition != Condition::live && before->second.revision == part.revision;
@@ -393,7 +407,7 @@ void OriginCopy::show(const PartName& name, Part& part) {
         if (name.resource == regions) regionDemand_.known(name.part);
         return;
     }
-    if (!isWhole(part)) {
+    if (isOld || !isWhole(part)) {
         if (!part.incompleteSince) part.incompleteSince = Clock::now();
         if (before != shown_.end()) return;
         shown_[name] = {life, Condition::lost, 0, 0, true};

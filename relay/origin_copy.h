@@ -72,10 +72,10 @@ private:
         Condition condition = Condition::lost;
         std::uint16_t status = 0;
         std::string reason;
-        std::uint64_t revision = 0;
+        std::uint64_t revision = 0;  // of the newest sample; what it says:
         std::uint32_t count = 0;
-        std::uint64_t digest = 0;  // as its state says
-        std::uint64_t sum = 0;     // over the entries
+        std::uint64_t digest = 0;
+        std::uint64_t sum = 0;  // over the entries
         std::map<ElementKey, Entry> entries;
         bool isChanged = false;  // since it was last looked at
         std::optional<Clock::time_point> incompleteSince;
@@ -124,7 +124,8 @@ private:
     void take(const hmxrelay_Element& sample, const dds_sample_info_t& info);
     void take(const hmxrelay_State& sample, const dds_sample_info_t& info);
     // Whether the export says something with it; counts what others say.
-    bool isOurs(const char* origin, const dds_sample_info_t& info, const std::optional<Author>& author);
+    template <class Sample>
+    bool isOurs(const char* origin, const dds_sample_info_t& info, Reader<Sample>& reader);
     void eraseEntry(Part& part, std::map<ElementKey, Entry>::iterator entry);
     void removePart(const PartName& name);
     void show(const PartName& name, Part& part);

@@ -4,6 +4,7 @@
 #include <dds/dds.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
@@ -140,24 +141,28 @@ using Author = std::array<std::uint8_t, 16>;
 // Nothing if it is not there any more.
 [[nodiscard]] std::optional<Author> authorOf(dds_entity_t reader, dds_instance_handle_t publication);
 
-// Thread: its owner's. The engine's threads only raise the signal.
+// Thread: its owner's. The engine's threads raise the signal, and answer it if they may.
 template <class Sample>
 class Reader {
 public:
     // `subscriber` outlives it.
     Reader(const Participant& participant, const Entity& subscriber, hmx::client::Signal::Raiser arrived)
-        : arrived_{std::make_unique<hmx::client::Signal::Raiser>(std::move(arrived))},
-          reader_{make(participant, subscriber), topicOf<Sample>.name} {}
+        : arrival_{std::make_unique<Arrival>(std::move(arrived))}, reader_{make(participant, subscriber), topicOf<Sample>.name} {}
+
+    // From now on, what its one writer sends is answered on the engine's thread, which must not make or delete what belongs to
+    // the engine. As long as there are other writers, it is not, because who they are can be asked only on another thread.
+    void answerAtOnce() noexcept { arrival_->isAnswered = true; }
 
     // Calls f(sample, info) for everything that has arrived; without valid data, only the key of the sample is set.
     template <class F>
     void takeAll(F f) {
         constexpr std::size_t batch = 32;
-        for (;;) {
+        while (arrival_->isNew.exchange(false)) {
             std::array<void*, batch> samples{};
             std::array<dds_sample_info_t, batch> infos{};
             const dds_return_t count = dds_take(reader_.get(), samples.data(), infos.data(), batch, batch);
             if (count <= 0) return;
+            if (static_cast<std::size_t>(count) == batch) arrival_->isNew = true;
             const Loan loan{reader_.get(), samples.data(), count};
             for (std::size_t i = 0; i < static_cast<std::size_t>(count); ++i) {
                 f(*static_cast<const Sample*>(samples[i]), infos[i]);
@@ -182,6 +187,22 @@ public:
 private:
     static constexpr std::size_t mostAuthors = 256;
 
+    struct Arrival {
+        explicit Arrival(hmx::client::Signal::Raiser itsSignal) : signal{std::move(itsSignal)} {}
+        void tell() {
+            isNew = true;
+            if (isAnswered && writers == 1) {
+                signal.raiseOrAnswer();
+            } else {
+                signal.raise();
+            }
+        }
+
+        hmx::client::Signal::Raiser signal;
+        std::atomic<bool> isNew = false;
+        std::atomic<bool> isAnswered = false;
+        std::atomic<std::uint32_t> writers = 0;
+    };
     struct Loan {
         dds_entity_t reader;
         void** samples;
@@ -190,15 +211,17 @@ private:
     };
 
     dds_entity_t make(const Participant& participant, const Entity& subscriber) {
-        const std::unique_ptr<dds_listener_t, decltype(&dds_delete_listener)> listener{dds_create_listener(arrived_.get()),
+        const std::unique_ptr<dds_listener_t, decltype(&dds_delete_listener)> listener{dds_create_listener(arrival_.get()),
                                                                                        &dds_delete_listener};
-        dds_lset_data_available(listener.get(),
-                                [](dds_entity_t, void* arrived) { static_cast<hmx::client::Signal::Raiser*>(arrived)->raise(); });
+        dds_lset_data_available(listener.get(), [](dds_entity_t, void* arrival) { static_cast<Arrival*>(arrival)->tell(); });
+        dds_lset_subscription_matched(listener.get(), [](dds_entity_t, dds_subscription_matched_status_t status, void* arrival) {
+            static_cast<Arrival*>(arrival)->writers = status.current_count;
+        });
         return dds_create_reader(subscriber.get(), participant.topic(topicOf<Sample>), readerQos(topicOf<Sample>.keeping).get(),
                                  listener.get());
     }
 
-    std::unique_ptr<hmx::client::Signal::Raiser> arrived_;
+    std::unique_ptr<Arrival> arrival_;
     std::map<dds_instance_handle_t, Author> authors_;
     Entity reader_;  // ends first
 };

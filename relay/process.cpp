@@ -1,4 +1,6 @@
-// One thread does everything; the threads of the engine and of the runtime only wake it.
+// The dispatcher is shared: the runtime's thread answers what comes in on the sockets, the engine's receiving thread hands on
+// what has changed, and the process's own thread does the rest. Each time it is only one of them. So a change passes through as
+// few threads as possible, and nothing needs a lock.
 #include "process.h"
 
 #include <malloc.h>
@@ -56,6 +58,7 @@ private:
 // Until a signal, or until `failure` is set.
 void loop(hmx::client::Client& client, const EndingSignals& signals, const std::optional<std::string>& failure) {
     using Clock = std::chrono::steady_clock;
+    const hmx::client::Dispatcher::Sharing sharing{client.dispatcher()};
     while (!failure) {
         client.dispatch();
         int timeout = -1;

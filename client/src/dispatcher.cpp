@@ -6,6 +6,12 @@
 // whichever wakes it first takes it out of the other. Before it goes on it stands nowhere any more, so it may wait anew, and may
 // destroy whatever it likes, others who wait among it. `dispatch` therefore takes one at a time and looks anew after each.
 //
+// A dispatcher that is shared can be borrowed: whoever raises a signal, while nobody dispatches and nobody else has borrowed it,
+// is the dispatcher's thread in every respect until that signal is answered. All that belongs to the dispatcher's thread passes
+// from one to the other under the lock, which is not held meanwhile. The owner's thread is woken only for what is left over.
+// Threads have other things to do, and who lets more come before it looks can pass over what is outdated, so they answer for at
+// most half of the time; what comes beyond that, the owner's thread does.
+//
 // A started task that has ended is called back from `dispatch` alone, never from within the task or the call that started it: its
 // coroutine is over by then and may be destroyed by its callback.
 
@@ -18,12 +24,22 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <condition_variable>
 #include <cstring>
 #include <mutex>
 #include <stdexcept>
 #include <string>
 
 namespace hmx::client {
+
+namespace {
+
+using Clock = Deadline::Clock;
+
+// For how long other threads may answer at once; half of the time that passes is added.
+constexpr Clock::duration mostCredit = std::chrono::milliseconds{1};
+
+}  // namespace
 
 namespace detail {
 
@@ -46,10 +62,39 @@ struct Shared {
         (void)!::read(wakeUp, &count, sizeof count);
     }
 
+    // Whether the calling thread is now the dispatcher's.
+    bool borrowLocked() {
+        if (sharer == nullptr || isDispatching || isBorrowed) return false;
+        const Clock::time_point now = Clock::now();
+        credit = std::min(credit + (now - creditSince) / 2, mostCredit);
+        creditSince = now;
+        isBorrowed = credit > Clock::duration::zero();
+        return isBorrowed;
+    }
+    // Whether the owner's thread has to be woken.
+    bool giveBack() {
+        const std::lock_guard lock{mutex};
+        const Clock::time_point now = Clock::now();
+        credit -= now - creditSince;
+        creditSince = now;
+        isBorrowed = false;
+        isReturned.notify_one();
+        return !raised.empty();
+    }
+    void awaitReturnLocked(std::unique_lock<std::mutex>& lock) {
+        isReturned.wait(lock, [this] { return !isBorrowed; });
+    }
+
     const int wakeUp;
     std::mutex mutex;
+    std::condition_variable isReturned;
     std::vector<std::shared_ptr<Flag>> raised;
-    bool isOver = false;  // the dispatcher is gone: flags kept here would keep this, and this them
+    bool isOver = false;           // the dispatcher is gone: flags kept here would keep this, and this them
+    Dispatcher* sharer = nullptr;  // while it is shared
+    bool isDispatching = false;    // the owner's thread
+    bool isBorrowed = false;       // by another thread
+    Clock::duration credit{0};
+    Clock::time_point creditSince{};
 };
 
 struct Flag {
@@ -101,31 +146,68 @@ int Dispatcher::descriptor() const noexcept {
 }
 
 std::optional<Dispatcher::Clock::time_point> Dispatcher::nextTimer() const noexcept {
+    std::unique_lock lock{shared_->mutex};
+    shared_->awaitReturnLocked(lock);
+    return firstTimer();
+}
+
+std::optional<Dispatcher::Clock::time_point> Dispatcher::firstTimer() const noexcept {
     if (timers_.empty()) return {};
     return timers_.begin()->first;
 }
 
+Dispatcher::Sharing::Sharing(Dispatcher& dispatcher) : dispatcher_{dispatcher} {
+    const std::lock_guard lock{dispatcher.shared_->mutex};
+    dispatcher.shared_->sharer = &dispatcher;
+}
+
+Dispatcher::Sharing::~Sharing() {
+    std::unique_lock lock{dispatcher_.shared_->mutex};
+    dispatcher_.shared_->awaitReturnLocked(lock);
+    dispatcher_.shared_->sharer = nullptr;
+}
+
+// On the thread that has borrowed the dispatcher.
+void Dispatcher::answer(const detail::Flag& flag) noexcept {
+    const std::shared_ptr<detail::Shared> shared = shared_;
+    const std::optional<Clock::time_point> timer = firstTimer();
+    dispatching_ = true;
+    try {
+        if (flag.signal != nullptr) flag.signal->wakeAll();
+    } catch (...) {
+        failure_ = std::current_exception();
+    }
+    dispatching_ = false;
+    const bool leavesMore = !raised_.empty() || !finished_.empty() || failure_ != nullptr;
+    const bool isSooner = firstTimer() && (!timer || *firstTimer() < *timer);
+    if (shared->giveBack() || leavesMore || isSooner) shared->wake();
+}
+
 void Dispatcher::dispatch() {
-    if (dispatching_) throw std::logic_error{"Dispatcher::dispatch was called from a callback or a task"};
+    if (shared_->isDispatching) throw std::logic_error{"Dispatcher::dispatch was called from a callback or a task"};
     // Of what is left over, because a callback threw or made more, the next call is reminded.
     struct Turn {
-        explicit Turn(Dispatcher& dispatcher) : self{dispatcher} { self.dispatching_ = true; }
+        explicit Turn(Dispatcher& dispatcher) : self{dispatcher} {
+            std::unique_lock lock{self.shared_->mutex};
+            self.shared_->awaitReturnLocked(lock);
+            self.shared_->isDispatching = self.dispatching_ = true;
+            for (std::shared_ptr<detail::Flag>& flag : self.shared_->raised) {
+                flag->isRaised = false;
+                self.raised_.push_back(std::move(flag));
+            }
+            self.shared_->raised.clear();
+        }
         ~Turn() {
-            self.dispatching_ = false;
             if (!self.raised_.empty() || !self.finished_.empty()) self.shared_->wake();
+            const std::lock_guard lock{self.shared_->mutex};
+            self.shared_->isDispatching = self.dispatching_ = false;
         }
         Dispatcher& self;
-    } const turn{*this};
+    };
 
     shared_->drain();
-    {
-        const std::lock_guard lock{shared_->mutex};
-        for (std::shared_ptr<detail::Flag>& flag : shared_->raised) {
-            flag->isRaised = false;
-            raised_.push_back(std::move(flag));
-        }
-        shared_->raised.clear();
-    }
+    const Turn turn{*this};
+    if (failure_ != nullptr) std::rethrow_exception(std::exchange(failure_, nullptr));
     const Clock::time_point now = Clock::now();
     while (!timers_.empty() && timers_.begin()->first <= now) timers_.begin()->second->wake();
     while (!raised_.empty()) {
@@ -143,7 +225,7 @@ void Dispatcher::dispatch() {
 Dispatcher::Woken Dispatcher::wait(const std::optional<Deadline>& until, int watched) const {
     for (;;) {
         if (!finished_.empty() || !raised_.empty()) return Woken::news;
-        const std::optional<Clock::time_point> timer = nextTimer();
+        const std::optional<Clock::time_point> timer = firstTimer();
         const bool timerIsFirst = timer && (!until || *timer <= until->at());
         const Clock::time_point end = timerIsFirst ? *timer : until ? until->at() : Clock::time_point::max();
         int milliseconds = -1;
@@ -182,16 +264,31 @@ Signal::~Signal() {
 }
 
 void Signal::Raiser::raise() const {
-    detail::Shared& shared = *flag_->shared;
-    bool isFirst = false;
+    raise(false);
+}
+
+void Signal::Raiser::raiseOrAnswer() const {
+    raise(true);
+}
+
+void Signal::Raiser::raise(bool mayAnswer) const {
+    const std::shared_ptr<detail::Flag> flag = flag_;  // an answer may destroy this
+    detail::Shared& shared = *flag->shared;
+    Dispatcher* borrowed = nullptr;
+    bool wakes = false;
     {
         const std::lock_guard lock{shared.mutex};
-        if (flag_->isRaised || shared.isOver) return;
-        flag_->isRaised = true;
-        isFirst = shared.raised.empty();
-        shared.raised.push_back(flag_);
+        if (flag->isRaised || shared.isOver) return;
+        if (mayAnswer && shared.borrowLocked()) {
+            borrowed = shared.sharer;
+        } else {
+            flag->isRaised = true;
+            wakes = shared.raised.empty() && !shared.isBorrowed;  // who has borrowed it looks again
+            shared.raised.push_back(flag);
+        }
     }
-    if (isFirst) shared.wake();
+    if (borrowed != nullptr) borrowed->answer(*flag);
+    if (wakes) shared.wake();
 }
 
 void Signal::raiseHere() {

@@ -30,7 +30,7 @@ struct Inbox::Mail {
                 events.push_back(std::move(event));
             }
         }
-        arrival.raise();
+        arrival.raiseOrAnswer();
     }
 
     // The value that `event` replaces, because too many wait; null if it has room.

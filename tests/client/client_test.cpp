@@ -2,9 +2,13 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 
+#include <atomic>
 #include <deque>
 #include <optional>
+#include <stdexcept>
+#include <thread>
 
 #include "hmx/client/elements.h"
 #include "hmx/client/records.h"
@@ -266,6 +270,90 @@ TEST_F(SubscriptionTest, NobodyWhoTakesStatesAndACallbackThatEndsIt) {
     crank();
     EXPECT_EQ(called, 1);
     EXPECT_EQ(hmx.cancelled, before + 1);
+}
+
+// Whether its owner is reminded that something is left to dispatch.
+bool isReminded(const Dispatcher& dispatcher) {
+    pollfd reminder{dispatcher.descriptor(), POLLIN, 0};
+    return ::poll(&reminder, 1, 0) == 1;
+}
+
+TEST(Dispatcher, WhoBringsNewsToASharedOneAnswers) {
+    Dispatcher dispatcher;
+    Signal signal{dispatcher};
+    Signal more{dispatcher};
+    std::thread::id answerer;
+    std::function<void()> then = [] {};
+    signal.onRaised([&] { answerer = std::this_thread::get_id(), then(); });
+    const auto bring = [&] {
+        answerer = {};
+        std::thread bringer{[raiser = signal.raiser()] { raiser.raiseOrAnswer(); }};
+        const std::thread::id id = bringer.get_id();
+        bringer.join();
+        return id;
+    };
+    const auto expectLeftToOwner = [&] {
+        EXPECT_EQ(answerer, std::thread::id{});
+        EXPECT_TRUE(isReminded(dispatcher));
+        dispatcher.dispatch();
+        EXPECT_EQ(answerer, std::this_thread::get_id());
+    };
+    bring();
+    expectLeftToOwner();
+    {
+        const Dispatcher::Sharing sharing{dispatcher};
+        EXPECT_EQ(bring(), answerer);
+        EXPECT_FALSE(isReminded(dispatcher));
+        // What an answer leaves over is the owner's: a signal, an earlier timer, an exception.
+        then = [&] { more.raiseHere(); };
+        EXPECT_EQ(bring(), answerer);
+        EXPECT_TRUE(isReminded(dispatcher));
+        dispatcher.dispatch();
+        Operation paused;
+        then = [&] {
+            paused =
+                dispatcher.start([](Dispatcher& each) -> Task<> { co_await each.pause(1h); }(dispatcher), [](const auto&) {});
+        };
+        EXPECT_EQ(bring(), answerer);
+        EXPECT_TRUE(isReminded(dispatcher) && dispatcher.nextTimer());
+        then = [] { throw std::runtime_error{"an answer"}; };
+        EXPECT_EQ(bring(), answerer);
+        EXPECT_THROW(dispatcher.dispatch(), std::runtime_error);
+        then = [] {};
+        // Nobody answers while another dispatches.
+        more.onRaised([&] { bring(); });
+        more.raiseHere();
+        dispatcher.dispatch();
+        expectLeftToOwner();
+        // Nor for most of the time.
+        then = [] { std::this_thread::sleep_for(20ms); };
+        EXPECT_EQ(bring(), answerer);
+        then = [] {};
+        bring();
+        expectLeftToOwner();
+    }
+    bring();
+    expectLeftToOwner();
+}
+
+TEST(Dispatcher, SharedIsOnesAtATime) {
+    Dispatcher dispatcher;
+    Signal signal{dispatcher};
+    std::atomic<int> brought = 0;
+    int seen = 0;
+    signal.onRaised([&] { seen = brought; });
+    {
+        const Dispatcher::Sharing sharing{dispatcher};
+        std::vector<std::jthread> bringers;
+        for (int i = 0; i < 2; ++i) {
+            bringers.emplace_back([&, raiser = signal.raiser()] {
+                for (int n = 0; n < 2000; ++n) ++brought, raiser.raiseOrAnswer();
+            });
+        }
+        for (int n = 0; n < 2000; ++n) dispatcher.dispatch(), (void)dispatcher.nextTimer();
+    }
+    dispatcher.dispatch();
+    EXPECT_EQ(seen, 4000);
 }
 
 TEST(Dispatcher, WhatIsRaisedAfterItsLastTurnKeepsNothingOpen) {

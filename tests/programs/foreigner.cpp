@@ -37,6 +37,7 @@ void contradict(const Participant& participant, const Network& network, const st
     element.part = lent(part);
     element.encoding = lent(encoding);
     element.revision = 1'000'000;
+    element.count = 1;
     std::UUID display;
     (void)std::UUID::parse("19243473-0126-5f4b-b1bf-4879152c72e5", display);
     for (const Bytes16& id : {Bytes16{1}, display.bytes()}) {

@@ -164,7 +164,8 @@ private:
     std::shared_ptr<detail::StateBase> state_;
 };
 
-// One thread's: that on which everything that stands on it lives, and on which all callbacks come. It has no thread of its own.
+// One thread's: that on which everything that stands on it lives, and on which all callbacks come, unless it is shared. It has no
+// thread of its own.
 //
 // A program with a loop of its own polls `descriptor()` for reading, not past `nextTimer()`, and calls `dispatch()` after each
 // poll. A program without one calls `run`. A resource. Thread: its owner's.
@@ -187,6 +188,20 @@ public:
     void dispatch();
 
     enum class Woken : std::uint8_t { news, time, hungUp };
+    // While it exists, its owner's thread does nothing but wait and dispatch, and what arrives through `raiseOrAnswer` is
+    // answered by the thread that brings it, unless somebody is dispatching: that saves waking the owner's thread. A resource.
+    // Thread: the owner's.
+    class Sharing {
+    public:
+        explicit Sharing(Dispatcher& dispatcher);
+        ~Sharing();  // waits for whoever is answering
+        Sharing(const Sharing&) = delete;
+        Sharing& operator=(const Sharing&) = delete;
+
+    private:
+        Dispatcher& dispatcher_;
+    };
+
     // Blocks until there is something to dispatch, until `until`, or until the other end of the descriptor `watched`, if it is
     // not negative, is closed. Dispatches nothing. Errors: Error, system.
     Woken wait(const std::optional<Deadline>& until, int watched = -1) const;
@@ -240,11 +255,14 @@ private:
 
     Operation begin(std::shared_ptr<detail::StateBase> state);
     void finished(std::shared_ptr<detail::StateBase> state);
+    void answer(const detail::Flag& flag) noexcept;
+    std::optional<Clock::time_point> firstTimer() const noexcept;
 
     std::shared_ptr<detail::Shared> shared_;
     detail::Waiter::Timers timers_;
     std::deque<std::shared_ptr<detail::Flag>> raised_;  // taken over, not yet looked after
     std::deque<std::shared_ptr<detail::StateBase>> finished_;
+    std::exception_ptr failure_;  // of another thread's answer
     bool dispatching_ = false;
 };
 
@@ -256,10 +274,14 @@ public:
     public:
         // Wakes all who wait; remembered for nobody.
         void raise() const;
+        // The same, but while the dispatcher is shared the callback may be called from within, on this thread. The calling thread
+        // holds no lock that the callback takes.
+        void raiseOrAnswer() const;
 
     private:
         friend Signal;
         explicit Raiser(std::shared_ptr<detail::Flag> flag) noexcept : flag_{std::move(flag)} {}
+        void raise(bool mayAnswer) const;
         std::shared_ptr<detail::Flag> flag_;
     };
 
