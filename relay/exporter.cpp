@@ -198,6 +198,7 @@ Exporter::Part& Exporter::follow(PartName name, std::string service, Query query
     part = std::make_unique<Part>();
     part->name = std::move(name);
     part->isOnDemand = isOnDemand;
+    part->revision = lastRevision_;
     part->retrieve = retrieves_.follow(std::move(service), std::move(query));
     byRetrieve_[part->retrieve] = part.get();
     if (!isOnDemand) writeState(*part);  // others wait until something is known
@@ -213,6 +214,7 @@ void Exporter::leave(const PartName& name) {
     for (const auto& [key, entry] : part.entries) disposeElement(part, key);
     hmxrelay_State sample = sampleOf<hmxrelay_State>(part);
     states_->dispose(sample);
+    lastRevision_ = std::max(lastRevision_, part.revision);
     parts_.erase(found);
 }
 

@@ -109,6 +109,7 @@ private:
 
     std::map<PartName, std::unique_ptr<Part>> parts_;
     std::map<std::size_t, Part*> byRetrieve_;
+    std::uint64_t lastRevision_ = 0;  // of parts that are gone: one that comes back goes on from there
     std::vector<std::string> displays_;
     bool isRetryDue_ = false;
     hmx::client::Retrieves retrieves_;

@@ -185,7 +185,8 @@ def alike(a, b):
     for words in (("tree",), ("hit", "Driver_Display", "300", "300")):
         expect(f"{words[0]} differs", a.ctl(*words).stdout == b.shown(*words).stdout != "")
     # Region configurations are followed as soon as somebody asks.
-    expect("a region configuration that is not there", b.shown("get", REGION).returncode == 3)
+    missing = b.shown("get", REGION)
+    expect(f"a region configuration that is not there: {missing}", missing.returncode == 3)
     body = json.dumps({"display": "Driver_Display", "hmi": "HMI_ID_ANDROID_DRIVER", "regions": {"infoForAllLayers": [
         {"layer": "Home", "inputRegions": [{"bounds": {"upperLeftPoint": {"posX": 1, "posY": 2}, "width": 9, "height": 9}}]}]}})
     expect("insert", b.shown("insert", "regionconfigurations", "-f", "-", input=body, stdin=None).returncode == 0)
@@ -305,6 +306,7 @@ def secrets(a, b, binaries, network):
         time.sleep(2 * LEASE)
         for stranger in (c, d):
             expect("a stranger sees the origin", "cluster" not in stranger.ctl("services").stdout)
+        until("the origin, still", lambda: origin(b).get("state") == "live", 5)
         before = origin(b)
         interfere(a, network, before["life"])
         interfere(a, network, before["life"], a.directory / "theirs" / "a")
