@@ -67,6 +67,16 @@ std::string within(const std::string& name, const Bytes16& life) {
 
 }  // namespace
 
+Exporter::Entries::Entries(std::vector<std::pair<ElementKey, Entry>> entries) : sorted_{std::move(entries)} {
+    std::sort(sorted_.begin(), sorted_.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+}
+
+Exporter::Entry* Exporter::Entries::find(const ElementKey& key) noexcept {
+    const auto place =
+        std::lower_bound(sorted_.begin(), sorted_.end(), key, [](const auto& a, const ElementKey& b) { return a.first < b; });
+    return place == sorted_.end() || place->first != key ? nullptr : &place->second;
+}
+
 Exporter::Exporter(hmx::client::Client& client, const Participant& participant, ExportOptions options,
                    std::function<void(const std::string&)> refused, std::function<void()> begun)
     : client_{client},
@@ -276,30 +286,31 @@ bool Exporter::write(Part& part, const kelo::Payload& answer) {
     std::vector<std::optional<std::uint64_t>> before;
     before.reserve(elements->size());
     for (const ElementText& element : *elements) {
-        const auto found = part.entries.find(element.key);
-        before.push_back(found == part.entries.end() ? std::nullopt : std::optional{found->second.position});
+        const Entry* const found = part.entries.find(element.key);
+        before.push_back(found == nullptr ? std::nullopt : std::optional{found->position});
     }
     const std::vector<std::uint64_t> positions = positionsFor(before);
     const std::uint64_t revision = part.revision + 1;
-    std::map<ElementKey, Entry> now;
+    std::vector<std::pair<ElementKey, Entry>> entries;
+    entries.reserve(elements->size());
     std::vector<const ElementText*> changed;
     std::uint64_t digest = 0;
     for (std::size_t i = 0; i < elements->size(); ++i) {
         const auto& [key, text] = (*elements)[i];
-        const auto found = part.entries.find(key);
+        const Entry* const found = part.entries.find(key);
         Entry entry{hashOf(text), positions[i], revision};
-        if (found != part.entries.end() && found->second.hash == entry.hash && found->second.position == entry.position) {
-            entry = found->second;
+        if (found != nullptr && found->hash == entry.hash && found->position == entry.position) {
+            entry = *found;
         } else {
             changed.push_back(&(*elements)[i]);
         }
         digest += digestOf(key, entry.revision);
-        now.emplace(key, entry);
+        entries.emplace_back(key, entry);
     }
     bool isToldByState = part.condition != Condition::live || part.isUnfinished;
-    now.swap(part.entries);
-    for (const auto& [key, entry] : now) {
-        if (part.entries.contains(key)) continue;
+    const Entries past = std::exchange(part.entries, Entries{std::move(entries)});
+    for (const auto& [key, entry] : past) {
+        if (part.entries.find(key) != nullptr) continue;
         disposeElement(part, key);
         isToldByState = isToldByState || changed.empty();
     }
@@ -308,7 +319,7 @@ bool Exporter::write(Part& part, const kelo::Payload& answer) {
     part.digest = digest;
     bool isWritten = true;
     for (const ElementText* element : changed) {
-        Entry& entry = part.entries.at(element->key);
+        Entry& entry = *part.entries.find(element->key);
         if (isWritten && !writeElement(part, element->key, entry, answer, element->text)) isWritten = false;
         // What could not be written must not look as if it were.
         if (!isWritten) entry.hash = ~entry.hash;

@@ -7,6 +7,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "change_desk.h"
@@ -42,6 +43,18 @@ private:
         std::uint64_t position = 0;
         std::uint64_t revision = 0;
     };
+    // By key. A vector, because there may be many.
+    class Entries {
+    public:
+        explicit Entries(std::vector<std::pair<ElementKey, Entry>> entries = {});
+        Entry* find(const ElementKey& key) noexcept;
+        auto begin() const noexcept { return sorted_.begin(); }
+        auto end() const noexcept { return sorted_.end(); }
+        std::size_t size() const noexcept { return sorted_.size(); }
+
+    private:
+        std::vector<std::pair<ElementKey, Entry>> sorted_;
+    };
     struct Part {
         PartName name;
         bool isOnDemand = false;
@@ -51,7 +64,7 @@ private:
         std::string reason{"not asked yet, request not sent"};
         std::uint64_t revision = 0;
         std::uint64_t digest = 0;
-        std::map<ElementKey, Entry> entries;
+        Entries entries;
         std::optional<kelo::Payload> unwritten;  // an answer that the network did not take as a whole yet
         bool isUnfinished = false;               // some of its elements are not written yet
         bool isStateUnwritten = false;           // it waits a moment, or was not taken, either

@@ -10,7 +10,7 @@
 //
 // Samples count only if their writer belongs to the participant that announced the export. What others write is counted and left.
 //
-// Until all parts are known, samples come in masses, and the engine's receiving thread only says so. From then on it takes them
+// Until all parts are there, samples come in masses, and the engine's receiving thread only says so. From then on it takes them
 // itself and hands on what has changed, if the dispatcher is free.
 #include "origin_copy.h"
 
@@ -257,14 +257,19 @@ void OriginCopy::takeAll() {
     attachment_->elements.takeAll([this](const hmxrelay_Element& sample, const dds_sample_info_t& info) { take(sample, info); });
     attachment_->states.takeAll([this](const hmxrelay_State& sample, const dds_sample_info_t& info) { take(sample, info); });
     std::uint32_t known = 0;
+    bool isWhole = true;
     for (auto& [name, part] : attachment_->parts) {
         if (part.isChanged) show(name, part);
+        isWhole = isWhole && !part.incompleteSince;
         known += part.isKnown && name.resource != regions ? 1U : 0U;
     }
-    if (attachment_->isComplete || known < attachment_->announced) return;
+    if (known < attachment_->announced) return;
+    if (isWhole) {
+        attachment_->elements.answerAtOnce();
+        attachment_->states.answerAtOnce();
+    }
+    if (attachment_->isComplete) return;
     attachment_->isComplete = true;
-    attachment_->elements.answerAtOnce();
-    attachment_->states.answerAtOnce();
     giveBackMemory();
     lastParts_.clear();
     stale_.reset();

@@ -240,7 +240,7 @@ def losses(network, a, b, export):
             time.sleep(0.3)
             network.cut("a")
             _, told = change.communicate(timeout=8)
-        expect(f"a change under way: {told}", change.returncode == 4 and "outcome unknown" in told)
+        expect(f"a change under way: {change.returncode} {told}", change.returncode == 4 and "outcome unknown" in told)
         network.cut("a", False)
         os.kill(a.processes["hmxtolubridge"].pid, signal.SIGCONT)
         until("healed", lambda: same(a, b), LEASE + 4)
