@@ -113,10 +113,11 @@ hmx::client::Task<> Exporter::live() {
     const hmx::client::Deadline patience{participant_.network().lease + leeway};
     while (!namesakes_.empty() && !patience.passed()) co_await client_.dispatcher().pause(retryPause);
     if (!namesakes_.empty()) {
-        refused_("the origin '" + options_.name + "' is exported already, by " + namesakes_.begin()->second);
+        refuse(namesakes_.begin()->second);
         co_return;
     }
     begin();
+    settled_ = hmx::client::Deadline{discovery};
     begun_();
     co_await beat();
 }
@@ -168,7 +169,12 @@ hmx::client::Task<> Exporter::retry() {
     }
 }
 
-// Another export of this name that appears after this one has begun is told apart by those who import; here it is only reported.
+void Exporter::refuse(const std::string& host) {
+    refused_("the origin '" + options_.name + "' is exported already, by " + host);
+}
+
+// Another export of this name that appears after this one has begun is told apart by those who import; here it is only reported,
+// unless it is older and was merely found late.
 void Exporter::watchNamesakes() {
     origins_.takeAll([this](const hmxrelay_Origin& origin, const dds_sample_info_t& info) {
         const Bytes16 life = idIn(origin.life);
@@ -177,6 +183,7 @@ void Exporter::watchNamesakes() {
             namesakes_.erase(life);
         } else if (info.valid_data && namesakes_.size() < 16 &&
                    namesakes_.emplace(life, std::string{textOf(origin.host)}).second && origin_) {
+            if (origin.started < started_ && settled_ && !settled_->passed()) return refuse(namesakes_[life]);
             tracing::logC(channel, 4,
                           ("another export of '" + options_.name + "' has appeared, on " + namesakes_[life] +
                            "; importers follow the one that began first")

@@ -29,7 +29,7 @@ struct ExportOptions {
 // A resource. Thread: the dispatcher's.
 class Exporter {
 public:
-    // `client` and `participant` outlive it. `refused(why)` is called when another export has the name; nothing was written then.
+    // `client` and `participant` outlive it. `refused(why)` is called when another export has the name.
     // `begun` is called when the origin is on the network.
     Exporter(hmx::client::Client& client, const Participant& participant, ExportOptions options,
              std::function<void(const std::string& why)> refused, std::function<void()> begun);
@@ -76,6 +76,7 @@ private:
 
     void begin();
     void watchNamesakes();
+    void refuse(const std::string& host);
     void watchInterest();
     Part& follow(PartName name, std::string service, hmx::client::Query query, bool isOnDemand = false);
     void leave(const PartName& name);
@@ -103,6 +104,7 @@ private:
     const Bytes16 life_;
     const std::int64_t started_;
     std::uint64_t beats_ = 0;
+    std::optional<hmx::client::Deadline> settled_;  // for how long older exports of the name count as found late
 
     hmx::client::Signal originArrived_;
     hmx::client::Signal interestArrived_;
