@@ -33,6 +33,9 @@ struct Scope {
 #if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
     static constexpr bool isSanitized = true;  // memory figures are not comparable
     static constexpr double slowness = 5;      // and everything is slower
+#elif defined(HMX_EMULATED)
+    static constexpr bool isSanitized = false;
+    static constexpr double slowness = 5;
 #else
     static constexpr bool isSanitized = false;
     static constexpr double slowness = 1;
