@@ -16,6 +16,8 @@ mapfile -t sources < <(list '*.h' '*.cpp')
 mapfile -t scripts < <(list '*.sh' .ci/run debian/tests/clients debian/tests/lifecycle)
 mapfile -t typed < <(list 'examples/*.py')
 
+# Headers that are generated.
+for build in "$alone" "$together"; do cmake --build "$build" --target hmxrelay_types >/dev/null; done
 printf '%s\0' "${sources[@]}" | xargs -0 -n 16 -P "$jobs" clang-format --dry-run -Werror || failed=1
 shellcheck "${scripts[@]}" || failed=1
 mypy --strict --no-error-summary --cache-dir=/dev/null "${typed[@]}" || failed=1

@@ -37,7 +37,7 @@ std::string environment(const char* name) {
 std::string baseDirectory(const std::string& domain) {
     if (auto directory = environment("KELO_RUNTIME_DIR"); !directory.empty()) return directory;
     if (auto directory = environment("XDG_RUNTIME_DIR"); !directory.empty()) return directory + "/kelo";
-    const std::string common = "/run/kelo";
+    std::string common = "/run/kelo";
     if (::access(common.c_str(), W_OK | X_OK) == 0 || ::access((common + "/" + domain).c_str(), R_OK | X_OK) == 0) return common;
     auto temporary = environment("TMPDIR");
     if (temporary.empty()) temporary = "/tmp";
