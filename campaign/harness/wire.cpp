@@ -1,6 +1,7 @@
 #include "harness/wire.h"
 
 #include <cerrno>
+#include <span>
 
 #include "harness/scope.h"
 

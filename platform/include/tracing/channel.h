@@ -53,6 +53,6 @@ inline void logC(const Channel& channel, int level, const char* text) noexcept {
 // Redirects lines; for tests. Null restores standard error. Both restart the counting of lines of a kind. Thread: any; the sink
 // is called on the logging thread.
 using Sink = void (*)(const char* channel, int level, const char* text, void* context);
-void setSink(Sink sink, void* context) noexcept;
+void setSink(Sink function, void* context) noexcept;
 
 }  // namespace tracing
