@@ -107,7 +107,7 @@ struct InputBridge::Charged final : Object {
     }
     Charged(const Charged&) = delete;
     Charged& operator=(const Charged&) = delete;
-    ~Charged() {
+    ~Charged() override {
         memory_.bytes -= bytes_;
         memory_.freed += bytes_;
         memory_.gauge.add(-static_cast<std::int64_t>(bytes_));

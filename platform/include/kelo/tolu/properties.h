@@ -110,10 +110,10 @@ private:
         const auto add = [&]<class Row>(Row* /*row*/) {
             const util::config::Value* const value = query.find(Row::key);
             if (value == nullptr || !isFilterKey(Row::key, consumed)) return;
-            conditions_[count_++] = {[](const T& object, const util::config::Value& wanted) noexcept {
-                                         return properties::matchProperty(Row::member, object, wanted);
-                                     },
-                                     value};
+            conditions_[static_cast<std::size_t>(count_++)] = {[](const T& object, const util::config::Value& wanted) noexcept {
+                                                                   return properties::matchProperty(Row::member, object, wanted);
+                                                               },
+                                                               value};
         };
         (add(static_cast<Rows*>(nullptr)), ...);
     }
