@@ -27,17 +27,21 @@ endif()
 
 find_program(HMX_CCACHE_PROGRAM ccache)
 if(HMX_CCACHE AND HMX_CCACHE_PROGRAM)
-  # All checkouts share the cache, whatever their directory is called.
-  set(CMAKE_CXX_COMPILER_LAUNCHER env CCACHE_BASEDIR=${PROJECT_SOURCE_DIR})
-  if(CMAKE_BUILD_TYPE STREQUAL "Release")
-    list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_NOHASHDIR=1)  # in other builds, a debugger must find the sources
-  endif()
+  set(CMAKE_CXX_COMPILER_LAUNCHER env)
   if(HMX_QUICK)
+    # A precompiled header knows its files by their absolute paths, so that of another checkout would not do. The checkouts do not
+    # share the cache.
     # Without this, the cache does not handle sources that use a precompiled header.
     list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_SLOPPINESS=pch_defines,time_macros)
     # And comments count: GCC remembers the files of a precompiled header by their bytes, and does not recognise one of which a
     # comment has changed.
     list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_COMMENTS=1)
+  else()
+    # All checkouts share the cache, whatever their directory is called.
+    list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_BASEDIR=${PROJECT_SOURCE_DIR})
+    if(CMAKE_BUILD_TYPE STREQUAL "Release")
+      list(APPEND CMAKE_CXX_COMPILER_LAUNCHER CCACHE_NOHASHDIR=1)  # in other builds, a debugger must find the sources
+    endif()
   endif()
   list(APPEND CMAKE_CXX_COMPILER_LAUNCHER "${HMX_CCACHE_PROGRAM}")
 endif()
