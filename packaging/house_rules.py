@@ -13,7 +13,7 @@ STANDARD = re.compile(r"(experimental/)?[a-z_0-9]+$|(assert|errno|math|stdlib|st
 PACKAGED = re.compile(r"(cbor|toml\+\+|uuid|nlohmann|CLI|gtest|gmock|benchmark)\b")
 
 
-ORDERED = re.compile(r"(\w+)\.(?:load|store|exchange|fetch_\w+|compare_exchange_\w+|test_and_set|clear)\(")
+ORDERED = re.compile(r"(\w+)(?:\.|->)(?:load|store|exchange|fetch_\w+|compare_exchange_\w+|test_and_set|clear)\(")
 ORDER = re.compile(r"memory_order_(\w+)")
 
 
