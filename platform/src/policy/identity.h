@@ -22,8 +22,8 @@ struct Identity {
 // none. Thread: any.
 [[nodiscard]] bool readIdentity(int fd, pid_t& pid, Identity& who) noexcept;
 
-// The program that a process runs: the path of its file, or, if we may not see that, the name that the kernel has for the process,
-// in brackets, because a process can change this name. Empty if we see nothing of it, or if it has ended. Thread: any.
+// The program that a process runs: the path of its file, or, if we may not see that, the name that the kernel has for the
+// process, in brackets, because a process can change this name. Empty if we see nothing of it, or if it has ended. Thread: any.
 [[nodiscard]] std::string programOf(pid_t process);
 // Of this process.
 [[nodiscard]] Identity ownIdentity();
