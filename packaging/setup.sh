@@ -39,6 +39,7 @@ for architecture in "${foreign[@]}"; do
     "${as_root[@]}" dpkg --add-architecture "$architecture"
 done
 "${as_root[@]}" apt-get -qq -o DPkg::Lock::Timeout=300 update
-# APT reports its progress on standard output, to the filter; errors go to standard error.
-"${as_root[@]}" apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 -o APT::Status-Fd=1 install --no-install-recommends -y \
-    "${missing[@]}" | ./progress.sh setup
+# APT reports its progress to the filter; errors go to standard error. The report has a descriptor of its own, because APT closes
+# that descriptor for the packages' scripts, which want to write to their standard output.
+"${as_root[@]}" sh -c 'exec "$@" 3>&1' sh apt-get -qq -o DPkg::Lock::Timeout=300 -o Dpkg::Use-Pty=0 -o APT::Status-Fd=3 install \
+    --no-install-recommends -y "${missing[@]}" | ./progress.sh setup
