@@ -249,7 +249,8 @@ def main():
         print("skipped: only root can become somebody else")
         sys.exit(77)
     domain = Domain(*sys.argv[1:3])
-    domain.most = 2 if len(sys.argv) == 3 else 10
+    # Sanitizers slow down the bridge, and without its priority other tests disturb it.
+    domain.most = 2 if len(sys.argv) == 3 and domain.priority else 10
     try:
         complaints = check(domain)
     finally:
