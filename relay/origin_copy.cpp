@@ -112,7 +112,7 @@ OriginCopy::OriginCopy(Surroundings& surroundings, std::string name, const std::
                     }},
       lastHeard_{Clock::now()} {
     arrived_.onRaised([this] { takeAll(); });
-    const auto publish = [&](std::string path, Entrance::Admit admit) {
+    const auto publish = [&](const std::string& path, Entrance::Admit admit) {
         services_.push_back(std::make_unique<Service>(surroundings_.dispatcher, std::move(admit)));
         Service& service = *services_.back();
         service.handle = surroundings_.runtime.registerService(path + suffix, service.composed, nullptr);
