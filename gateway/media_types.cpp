@@ -17,7 +17,7 @@ using kelo::mimetypes::applicationIxobin;
 using kelo::mimetypes::applicationJson;
 using kelo::mimetypes::applicationMsgpack;
 
-constexpr std::array offered{
+constexpr std::array mediaTypes{
     MediaType{applicationJson, applicationJson},
     MediaType{applicationMsgpack, applicationMsgpack},
     MediaType{"application/msgpack", applicationMsgpack},
@@ -84,7 +84,7 @@ int weightOf(const MediaType& offer, std::string_view accept) {
 }  // namespace
 
 std::span<const MediaType> answerTypes() noexcept {
-    return offered;
+    return mediaTypes;
 }
 
 const MediaType* choose(std::string_view accept, std::span<const MediaType> offers) noexcept {
@@ -101,9 +101,9 @@ const MediaType* choose(std::string_view accept, std::span<const MediaType> offe
 std::string_view bodyType(std::string_view contentType) noexcept {
     const std::string_view name = trimmed(contentType.substr(0, contentType.find(';')));
     if (equalInAnyCase(name, "application/merge-patch+json")) return applicationJson;
-    const auto* found =
-        std::find_if(offered.begin(), offered.end(), [&](const MediaType& each) { return equalInAnyCase(each.name, name); });
-    return found == offered.end() ? std::string_view{} : found->mimeType;
+    const auto* found = std::find_if(mediaTypes.begin(), mediaTypes.end(),
+                                     [&](const MediaType& each) { return equalInAnyCase(each.name, name); });
+    return found == mediaTypes.end() ? std::string_view{} : found->mimeType;
 }
 
 }  // namespace hmxgateway
