@@ -29,6 +29,7 @@
 #include <mutex>
 #include <stdexcept>
 #include <string>
+#include <thread>
 
 namespace hmx::client {
 
@@ -64,25 +65,33 @@ struct Shared {
 
     // Whether the calling thread is now the dispatcher's.
     bool borrowLocked() {
-        if (sharer == nullptr || isDispatching || isBorrowed) return false;
+        if (sharer == nullptr || isDispatching || isBorrowed()) return false;
         const Clock::time_point now = Clock::now();
         credit = std::min(credit + (now - creditSince) / 2, mostCredit);
         creditSince = now;
-        isBorrowed = credit > Clock::duration::zero();
-        return isBorrowed;
+        if (credit <= Clock::duration::zero()) return false;
+        borrower = std::this_thread::get_id();
+        return true;
     }
+    bool isBorrowed() const noexcept { return borrower != std::thread::id{}; }
     // Whether the owner's thread has to be woken.
     bool giveBack() {
         const std::lock_guard lock{mutex};
         const Clock::time_point now = Clock::now();
         credit -= now - creditSince;
         creditSince = now;
-        isBorrowed = false;
+        borrower = {};
         isReturned.notify_one();
         return !raised.empty();
     }
+    // The borrower itself waits for nobody.
     void awaitReturnLocked(std::unique_lock<std::mutex>& lock) {
-        isReturned.wait(lock, [this] { return !isBorrowed; });
+        isReturned.wait(lock, [this] { return !isBorrowed() || borrower == std::this_thread::get_id(); });
+    }
+    // Whether the caller is in a callback or a task.
+    bool isWithin() {
+        const std::lock_guard lock{mutex};
+        return isDispatching || borrower == std::this_thread::get_id();
     }
 
     const int wakeUp;
@@ -92,7 +101,7 @@ struct Shared {
     bool isOver = false;           // the dispatcher is gone: flags kept here would keep this, and this them
     Dispatcher* sharer = nullptr;  // while it is shared
     bool isDispatching = false;    // the owner's thread
-    bool isBorrowed = false;       // by another thread
+    std::thread::id borrower;      // the other thread that answers at the moment
     Clock::duration credit{0};
     Clock::time_point creditSince{};
 };
@@ -184,7 +193,7 @@ void Dispatcher::answer(const detail::Flag& flag) noexcept {
 }
 
 void Dispatcher::dispatch() {
-    if (shared_->isDispatching) throw std::logic_error{"Dispatcher::dispatch was called from a callback or a task"};
+    if (shared_->isWithin()) throw std::logic_error{"Dispatcher::dispatch was called from a callback or a task"};
     // Of what is left over, because a callback threw or made more, the next call is reminded.
     struct Turn {
         explicit Turn(Dispatcher& dispatcher) : self{dispatcher} {
@@ -283,7 +292,7 @@ void Signal::Raiser::raise(bool mayAnswer) const {
             borrowed = shared.sharer;
         } else {
             flag->isRaised = true;
-            wakes = shared.raised.empty() && !shared.isBorrowed;  // who has borrowed it looks again
+            wakes = shared.raised.empty() && !shared.isBorrowed();  // who has borrowed it looks again
             shared.raised.push_back(flag);
         }
     }

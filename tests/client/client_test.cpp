@@ -319,6 +319,9 @@ TEST(Dispatcher, WhoBringsNewsToASharedOneAnswers) {
         then = [] { throw std::runtime_error{"an answer"}; };
         EXPECT_EQ(bring(), answerer);
         EXPECT_THROW(dispatcher.dispatch(), std::runtime_error);
+        // An answer is a callback like any other.
+        then = [&] { EXPECT_THROW(dispatcher.dispatch(), std::logic_error) << dispatcher.nextTimer().has_value(); };
+        EXPECT_EQ(bring(), answerer);
         then = [] {};
         // Nobody answers while another dispatches.
         more.onRaised([&] { bring(); });
