@@ -24,7 +24,8 @@ struct Expected {
 //   "policy": {"directory", "inForce", "audit", "rules", "faults"}; "directory" then also has "readable"
 //   "inotify": as inotifyFacts. "shell": {"environment", "version", "uid"}. "processes": as processFacts
 //   "services": [{"path", "state" as in `hmxctl services`, "application", "pid", "uid", "rule": why the policy refuses it,
-//                 "lock": what its lock file says, "holder": the process that has the lock open, "status": its own, "answer": {"question", "ms", "error"}}…]
+//                 "lock": what its lock file says, "holder": the process that has the lock open, "status": its own, "answer":
+//                 {"question", "ms", "error"}}…]
 // The rules stand in rules/doctor.json. The most decisive findings come first. Thread: any.
 [[nodiscard]] std::vector<Finding> diagnose(const Json& facts);
 

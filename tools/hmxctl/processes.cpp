@@ -89,13 +89,13 @@ std::string stateOf(pid_t process) {
     return close == std::string::npos || close + 2 >= stat.size() ? "" : stat.substr(close + 2, 1);
 }
 
-std::uint64_t descriptorLimitOf(pid_t process) {
-    std::istringstream limits{readText(folderOf(process) + "/limits")};
-    constexpr std::string_view title = "Max open files";
-    for (std::string line; std::getline(limits, line);) {
+// The number after a title, of the lines that a process's file has; nothing without such a line.
+std::optional<std::uint64_t> numberAfter(std::string_view title, pid_t process, const std::string& file) {
+    std::istringstream text{readText(folderOf(process) + file)};
+    for (std::string line; std::getline(text, line);) {
         if (line.starts_with(title)) return std::strtoull(line.c_str() + title.size(), nullptr, 10);
     }
-    return 0;
+    return {};
 }
 
 std::uint64_t settingOf(const std::string& name) {
@@ -175,19 +175,14 @@ Json processFacts(pid_t process, const std::string& directory) {
                 {"environment", environmentOf(process)},
                 {"replaced", linkOf(folderOf(process) + "/exe").ends_with(deletedMark)},
                 {"descriptors", descriptors},
-                {"mostDescriptors", descriptorLimitOf(process)},
+                {"mostDescriptors", numberAfter("Max open files", process, "/limits").value_or(0)},
                 {"directories", directories},
                 {"locks", locks},
                 {"here", here}};
 }
 
 std::optional<std::uint64_t> residentKilobytes(pid_t process) {
-    std::istringstream status{readText(folderOf(process) + "/status")};
-    constexpr std::string_view title = "VmRSS:";
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(title)) return std::strtoull(line.c_str() + title.size(), nullptr, 10);
-    }
-    return {};
+    return numberAfter("VmRSS:", process, "/status");
 }
 
 Json inotifyFacts(const std::string& directory) {

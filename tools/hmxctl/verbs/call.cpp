@@ -55,15 +55,15 @@ ExitCode follow(Context& context, const Service& service, const Query& query) {
 // memory is the kernel's word: a recorder that runs for weeks shows there that it does not grow.
 Json withClientsApart(Json status) {
     constexpr std::array<std::pair<std::string_view, std::string_view>, 10> columns{{{"pid", "pid"},
-                                                                                    {"uid", "uid"},
-                                                                                    {"program", "program"},
-                                                                                    {"application", "calls itself"},
-                                                                                    {"requests", "requests"},
-                                                                                    {"streams", "streams"},
-                                                                                    {"queuedBytes", "queued bytes"},
-                                                                                    {"keptBytes", "kept bytes"},
-                                                                                    {"heldRequests", "held requests"},
-                                                                                    {"heldBytes", "held bytes"}}};
+                                                                                     {"uid", "uid"},
+                                                                                     {"program", "program"},
+                                                                                     {"application", "calls itself"},
+                                                                                     {"requests", "requests"},
+                                                                                     {"streams", "streams"},
+                                                                                     {"queuedBytes", "queued bytes"},
+                                                                                     {"keptBytes", "kept bytes"},
+                                                                                     {"heldRequests", "held requests"},
+                                                                                     {"heldBytes", "held bytes"}}};
     Json rows = Json::array();
     if (!member(status, "published").is_array()) return status;
     for (Json& service : status["published"]) {
