@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <functional>
+#include <future>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
@@ -51,15 +52,17 @@ kelo::Payload text(std::string_view content) {
     return kelo::Payload::copyOf(content, kelo::MimeType{"plain/text"});
 }
 
-// Answers by path: "/r/echo" with the payload, "/r/slow" never, "/r/drop" by destroying the responder, "/r/fail" with an error,
-// "/r/open" with what the test sends later through `responders`.
+// Answers by path: "/r/echo" with the payload, "/r/much" with 20 kB, "/r/slow" never, "/r/drop" by destroying the responder,
+// "/r/fail" with an error, "/r/open" with what the test sends later through `responders`.
 class Resource final : public kelo::IResourceHandler {
 public:
     void* actionRequest(const kelo::Request& request, std::unique_ptr<kelo::IResponder> responder,
                         const std::string& tag) override {
         lastTag.change([&](auto& value) { value = tag; });
-        if (request.path() == "/r/echo") {
-            if (!responder->next(Response{200, kelo::Payload{request.payload()}})) responder->completed();
+        if (request.path() == "/r/echo" || request.path() == "/r/much") {
+            kelo::Payload payload =
+                request.path() == "/r/much" ? text(std::string(20'000, 'x')) : kelo::Payload{request.payload()};
+            if (!responder->next(Response{200, std::move(payload)})) responder->completed();
             return nullptr;
         }
         if (request.path() == "/r/fail") {
@@ -427,6 +430,19 @@ TEST_F(CarriedReader, WhatIsBlockedIsSentAfterTheMoveToo) {
     for (int i = 0; i < requests; ++i) consumer.ask("/r/open", true, 1, std::string(600'000, 'x'));
     consumer.runtime->closeResolver(consumer.resolver);
     for (int i = 0; i < requests; ++i) EXPECT_TRUE(peer.receive()) << i;
+}
+
+TEST_F(CarriedReader, WhoWaitsForAMoveIsToldThatItIsNotWantedAnyMore) {
+    const RawPeer peer = greet();
+    ASSERT_NE(consumer.waitForApi(), nullptr);
+    std::promise<void> isIdle;
+    kelo::post(reader, [&] { isIdle.get_future().wait(); });
+    const auto closing = std::async(std::launch::async, [&] { consumer.runtime->closeResolver(consumer.resolver); });
+    std::this_thread::sleep_for(std::chrono::milliseconds{50});  // until it waits for the reader
+    const std::uint64_t again = consumer.runtime->openResolver(consumer.info.get(), consumer, &reader);
+    EXPECT_EQ(closing.wait_for(std::chrono::seconds{5}), std::future_status::ready);
+    isIdle.set_value();
+    consumer.runtime->closeResolver(again);
 }
 
 TEST_F(CarriedReader, AResolverMayBeClosedAndReopenedInItsOwnCallbacks) {
@@ -1038,22 +1054,30 @@ TEST_F(RuntimeTest, AClientThatWasNotReadForAWhileIsReadAgain) {
     limits.queuedSoftBytes = 256U * 1024U;
     Provider provider{directory.path(), limits};
     ASSERT_TRUE(provider.published.count.waitFor([](int n) { return n == 1; }));
-    RawPeer peer{directory / socketFile};
-    ASSERT_TRUE(peer.send(testing_support::helloFrame(servicePath)));
-    ASSERT_TRUE(peer.receive());
     constexpr std::uint64_t requests = 64;
-    const std::string large(20'000, 'x');
-    std::thread sender{[&] {
-        for (std::uint64_t id = 1; id <= requests; ++id)
-            EXPECT_TRUE(peer.send(testing_support::requestFrame(id, "retrieve", "/r/echo", true, large)));
-    }};
-    std::this_thread::sleep_for(std::chrono::milliseconds{50});  // until everything has settled
-    for (std::uint64_t id = 1; id <= requests; ++id) {
-        const auto answer = peer.receive();
-        EXPECT_TRUE(answer && answer->id == id) << id;
-        if (!answer) break;
+    struct Case {
+        const char* path;
+        std::string body;
+    };
+    // Large requests wait in the socket, and small ones have all been received when the first answers do not fit.
+    for (const Case& each : {Case{"/r/echo", std::string(20'000, 'x')}, Case{"/r/much", ""}}) {
+        RawPeer peer{directory / socketFile};
+        ASSERT_TRUE(peer.send(testing_support::helloFrame(servicePath)));
+        ASSERT_TRUE(peer.receive());
+        Bytes bytes;
+        for (std::uint64_t id = 1; id <= requests; ++id) {
+            const Bytes request = testing_support::requestFrame(id, "retrieve", each.path, true, each.body);
+            bytes.insert(bytes.end(), request.begin(), request.end());
+        }
+        std::thread sender{[&] { EXPECT_TRUE(peer.send(bytes)); }};
+        std::this_thread::sleep_for(std::chrono::milliseconds{50});  // until everything has settled
+        for (std::uint64_t id = 1; id <= requests; ++id) {
+            const auto answer = peer.receive();
+            EXPECT_TRUE(answer && answer->id == id) << each.path << id;
+            if (!answer) break;
+        }
+        sender.join();
     }
-    sender.join();
 }
 
 TEST_F(RuntimeTest, AClientThatGoesAwayCancelsWhatItHadOpen) {

@@ -72,7 +72,10 @@ void FrameStream::moveTo(Loop& loop) {
     const std::lock_guard lock{mutex_};
     if (closed_) return;
     place_.wantLocked(loop);
-    if (place_.isWhereWantedLocked()) return;
+    if (place_.isWhereWantedLocked()) {
+        changed_.notify_all();  // a thread may wait for a move that is not wanted any more
+        return;
+    }
     if (place_.isHereLocked() && place_.isReadLocked() && !isHandling_) {
         leaveLocked();
     } else {
