@@ -18,8 +18,8 @@ namespace {
 namespace displaymanager = kelo::hmx::displaymanager;
 using kelo::hmx::DisplayObject;
 
-const hmx::Identity first{std::UUID{{1}}, kelo::url{"/hmx/first"}};
-const hmx::Identity second{std::UUID{{2}}, kelo::url{"/hmx/second"}};
+const hmx::Identity oneIdentity{std::UUID{{1}}, kelo::url{"/hmx/one"}};
+const hmx::Identity otherIdentity{std::UUID{{2}}, kelo::url{"/hmx/other"}};
 
 // Whatever the element was before, converting must make it equal to a new one.
 template <class Element, class Upstream>
@@ -27,10 +27,10 @@ void expectMadeOver(const std::vector<const char*>& documents) {
     for (const char* before : documents) {
         for (const char* after : documents) {
             Element used;
-            hmx::convert(support::fromJson<Upstream>(before), first, used);
-            hmx::convert(support::fromJson<Upstream>(after), second, used);
+            hmx::convert(support::fromJson<Upstream>(before), oneIdentity, used);
+            hmx::convert(support::fromJson<Upstream>(after), otherIdentity, used);
             Element fresh;
-            hmx::convert(support::fromJson<Upstream>(after), second, fresh);
+            hmx::convert(support::fromJson<Upstream>(after), otherIdentity, fresh);
             EXPECT_TRUE(kelo::record::equal(used, fresh)) << before << " made over to " << after;
         }
     }
@@ -55,7 +55,7 @@ TEST(Conversion, AnElementThatSomebodyHoldsIsLeftAlone) {
     hmx::SpareElements<DisplayObject> spare;
     const auto page = [&](const displaymanager::Display& display, std::size_t count) {
         return spare.make([&](auto&& nextElement) {
-            for (std::size_t i = 0; i < count; ++i) hmx::convert(display, first, nextElement());
+            for (std::size_t i = 0; i < count; ++i) hmx::convert(display, oneIdentity, nextElement());
         });
     };
     auto elements = page(wide, 3);
@@ -70,7 +70,7 @@ TEST(Conversion, AnElementThatSomebodyHoldsIsLeftAlone) {
 
     // If the element is not shared but its nested object is, that object must not be changed.
     const auto shared = *other->resolution;
-    hmx::convert(wide, first, *other);
+    hmx::convert(wide, oneIdentity, *other);
     EXPECT_EQ(shared->width.value(), 800);
     EXPECT_EQ(other->resolution.value()->width.value(), 1920);
 }

@@ -16,7 +16,7 @@ using hmxsim_tests::Events;
 using hmxsim_tests::expectAnswers;
 using hmxsim_tests::Stage;
 
-constexpr const char* world = R"({
+constexpr const char* controlWorld = R"({
     "displaymanager": {"displays": [{"id": 1, "name": "Left", "resolution": {"width": 9, "height": 8}}, {"id": 2, "name": "Right"}],
                        "displayables": [{"id": 7, "name": "Map"}]},
     "inputmanager": {"displays": ["Left"]},
@@ -24,7 +24,7 @@ constexpr const char* world = R"({
                                            {"name": "B", "slot": "s", "priorityInlayer": 3}]}}})";
 
 TEST(Control, ChangesTheWorldOrSaysWhyNot) {
-    Stage stage{world};
+    Stage stage{controlWorld};
     const auto popups = stage.watch(stage.popups(), "/Left", R"({"visible": true})");
     expectAnswers(
         stage, stage.simulator.controlService(),
@@ -82,7 +82,7 @@ TEST(Plan, RunsTheSameStepsAtTheSameTimesForTheSameSeed) {
         {"at_ms": 50, "fault": "displaymanager", "value": {"status": 500, "probability": 0.3, "count": 5}},
         {"at_ms": 60, "delete": "/popups/Left/Nobody"}]})";
     const auto run = [&](std::uint64_t seed) {
-        Stage stage{world, seed};
+        Stage stage{controlWorld, seed};
         const auto display = stage.watch(stage.displays(), "/displays/Right");
         const auto popups = stage.watch(stage.popups(), "/Left");
         EXPECT_EQ(stage.control("insert", "/plan", plan), "204");
@@ -102,7 +102,7 @@ TEST(Plan, RunsTheSameStepsAtTheSameTimesForTheSameSeed) {
     EXPECT_EQ(events, run(5));
     EXPECT_NE(events, run(6));
 
-    Stage stage{world};
+    Stage stage{controlWorld};
     EXPECT_EQ(stage.control("insert", "/plan", plan), "204");
     stage.advance(55);
     EXPECT_EQ(stage.control("delete", "/plan"), "204");
@@ -139,7 +139,7 @@ TEST(Plan, IsRefusedWithThePlaceOfWhatIsWrong) {
 TEST(RequestLog, RecordsWhatArrivedWhateverItWas) {
     const testing_support::TemporaryDirectory directory;
     const std::string file = directory / "requests.jsonl";
-    Stage stage{world};
+    Stage stage{controlWorld};
     ASSERT_FALSE(stage.log.recordTo(file));
     stage.ask(stage.popups(), "update", "/Left/A", R"({"requested": false})");
     stage.advance(30);

@@ -10,14 +10,14 @@ using hmxsim_tests::expectAnswers;
 using hmxsim_tests::Stage;
 using nlohmann::json;
 
-constexpr const char* world = R"({
+constexpr const char* touchWorld = R"({
     "displaymanager": {"layerConfig": [{"layersForDisplay": {"display": {"id": 1, "name": "Left"}, "layers": {"infoForAllLayers": [
         {"id": 7, "name": "Back", "zpos": 1}, {"id": 8, "name": "Front", "zpos": 9}]}}}]},
     "inputmanager": {"displays": ["Plain", {"name": "Left", "proximity": true, "force": {"forceSupported": true},
         "regions": [{"hmi": "H", "infoForAllLayers": [{"layer": "Back", "inputRegions": [{"regionID": 4}, {"dropEvent": true}]}]}]}]}})";
 
 TEST(InputManager, KeepsTheStateOfEachDisplay) {
-    Stage stage{world};
+    Stage stage{touchWorld};
     expectAnswers(
         stage, stage.inputs(),
         {
@@ -53,7 +53,7 @@ std::string regions(Stage& stage, const std::string& path) {
 }
 
 TEST(InputManager, KeepsRegionsByHmiAndComponentAndSortsThemByLayer) {
-    Stage stage{world};
+    Stage stage{touchWorld};
     const auto put = [&](const char* hmi, const char* info) {
         EXPECT_EQ(stage.ask(stage.inputs(), "update", std::string{"/Left/"} + hmi, info), "204") << info;
     };

@@ -11,7 +11,7 @@ using hmxsim_tests::Stage;
 using nlohmann::json;
 
 // A and B compete with each other and with C, whose priority is theirs or higher; D has a slot of its own, E none.
-constexpr const char* world = R"({"popupmanager": {"displays": {
+constexpr const char* popupWorld = R"({"popupmanager": {"displays": {
     "Left": [{"name": "A", "slot": "s", "priorityInlayer": 5}, {"name": "B", "slot": "s", "priorityInlayer": 5},
              {"name": "C", "slot": "s", "priorityInlayer": 9}, {"name": "D", "slot": "t"}, {"name": "E"}],
     "Right": [{"name": "A", "slot": "s", "requested": true, "suppressed": true}]}}})";
@@ -52,7 +52,7 @@ TEST(PopupManager, LetsTheFirstOfTheHighestPriorityShow) {
         {"B", R"({"requested": false})", "A! D!"},
         {"D", R"({"requested": false})", "A!"},
     };
-    Stage stage{world};
+    Stage stage{popupWorld};
     for (const auto& [popup, change, after] : steps) {
         const std::string answer = stage.ask(stage.popups(), "update", std::string{"/Left/"} + popup, change);
         EXPECT_EQ(json::parse(answer.substr(4)).value("name", ""), popup);
@@ -64,7 +64,7 @@ TEST(PopupManager, LetsTheFirstOfTheHighestPriorityShow) {
 }
 
 TEST(PopupManager, FiltersAndRefuses) {
-    Stage stage{world};
+    Stage stage{popupWorld};
     expectAnswers(stage, stage.popups(),
                   {
                       {"retrieve", "/Left", R"({"slot": "t"})", R"(200 [{"name":"D","slot":"t"}])"},

@@ -18,13 +18,13 @@ using hmxsim_tests::Events;
 using hmxsim_tests::expectAnswers;
 using hmxsim_tests::Stage;
 
-constexpr const char* world = R"({"displaymanager": {
+constexpr const char* serviceWorld = R"({"displaymanager": {
     "displays": [{"id": 1, "name": "Left", "updateRate": 60}, {"id": 2, "name": "A/B"}],
     "displayables": [{"id": 7, "name": "Map"}],
     "layerConfig": [{"layersForDisplay": {"display": {"id": 1, "name": "Left"}}}]}})";
 
 TEST(Service, FeedsOpenRetrievesWithTheChangesOfTheirAnswers) {
-    Stage stage{world};
+    Stage stage{serviceWorld};
     const auto all = stage.watch(stage.displays(), "/displays");
     const auto left = stage.watch(stage.displays(), "/displays/Left");
     const auto alsoLeft = stage.watch(stage.displays(), "/displays/Left");
@@ -62,7 +62,7 @@ TEST(Service, FeedsOpenRetrievesWithTheChangesOfTheirAnswers) {
 }
 
 TEST(Service, TakesTheDisplayManagersOtherRequests) {
-    Stage stage{world};
+    Stage stage{serviceWorld};
     expectAnswers(stage, stage.displays(),
                   {
                       {"retrieve", "/displayables/7", "", R"(200 {"id":7,"name":"Map"})"},
@@ -79,7 +79,7 @@ TEST(Service, TakesTheDisplayManagersOtherRequests) {
 }
 
 TEST(Service, InjectsTheFaultsOfItsRule) {
-    Stage stage{world};
+    Stage stage{serviceWorld};
     const std::string good = R"(200 {"id":7,"name":"Map"})";
     const auto get = [&] { return stage.send(stage.displays(), "retrieve", "/displayables/7"); };
     const auto rule = [&](const std::string& body) {
