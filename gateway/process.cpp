@@ -1,13 +1,12 @@
 #include "process.h"
 
 #include <sys/epoll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <csignal>
 #include <exception>
 #include <filesystem>
 #include <iostream>
+#include <optional>
 
 #include "event_loop.h"
 #include "gateway.h"
@@ -16,6 +15,7 @@
 #include "listening.h"
 #include "options.h"
 #include "osal/osal.h"
+#include "osal/signal_queue.h"
 #include "page.h"
 #include "tracing/levels.h"
 #include "util/util.h"
@@ -25,22 +25,9 @@ namespace {
 
 constexpr const char* name = "hmxgateway";
 
-// The signals that end the process or have it read its settings again. They are blocked, so that all threads leave them to the
-// loop.
-Descriptor directingSignals() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGINT);
-    sigaddset(&signals, SIGTERM);
-    sigaddset(&signals, SIGHUP);
-    (void)::pthread_sigmask(SIG_BLOCK, &signals, nullptr);
-    return Descriptor{::signalfd(-1, &signals, SFD_CLOEXEC | SFD_NONBLOCK)};
-}
-
-void obeySignals(int descriptor, EventLoop& loop) {
-    signalfd_siginfo signal{};
-    while (::read(descriptor, &signal, sizeof signal) == sizeof signal) {
-        if (signal.ssi_signo == SIGHUP) {
+void obey(const osal::SignalQueue& signals, EventLoop& loop) {
+    while (const std::optional<int> signal = signals.take()) {
+        if (*signal == SIGHUP) {
             tracing::reloadThresholds();
         } else {
             loop.stop();
@@ -78,7 +65,7 @@ void findBridge(hmx::client::Client& client) {
 }
 
 int serve(const Options& options) {
-    const Descriptor signals = directingSignals();
+    const osal::SignalQueue signals{SIGINT, SIGTERM, SIGHUP};
     tracing::reloadThresholds();
     Listening listening{options.listen};
     GatewayOptions made = gatewayOptions(options, listening);
@@ -95,7 +82,7 @@ int serve(const Options& options) {
     findBridge(client);
 
     EventLoop loop;
-    loop.watch(signals.get(), EPOLLIN, [&] { obeySignals(signals.get(), loop); });
+    loop.watch(signals.descriptor(), EPOLLIN, [&] { obey(signals, loop); });
     Gateway gateway{loop, client, std::move(made), listening.takeSocket()};
     std::cout << name << ": " << listening.url() << std::endl;
     if (!hasPage) std::cerr << name << ": the inspector's page is not there; only the API is served\n";

@@ -5,8 +5,6 @@
 
 #include <malloc.h>
 #include <poll.h>
-#include <sys/signalfd.h>
-#include <unistd.h>
 
 #include <array>
 #include <cerrno>
@@ -22,6 +20,7 @@
 #include "kelo/std/error_storage.h"
 #include "options.h"
 #include "osal/osal.h"
+#include "osal/signal_queue.h"
 #include "util/util.h"
 
 namespace hmxrelay {
@@ -35,28 +34,8 @@ public:
     using std::runtime_error::runtime_error;
 };
 
-// Readable when the process is to end. The signals are blocked, so that all threads leave them to it. A resource.
-class EndingSignals {
-public:
-    EndingSignals() {
-        sigset_t ending;
-        sigemptyset(&ending);
-        sigaddset(&ending, SIGINT);
-        sigaddset(&ending, SIGTERM);
-        pthread_sigmask(SIG_BLOCK, &ending, nullptr);
-        descriptor_ = ::signalfd(-1, &ending, SFD_CLOEXEC | SFD_NONBLOCK);
-    }
-    EndingSignals(const EndingSignals&) = delete;
-    EndingSignals& operator=(const EndingSignals&) = delete;
-    ~EndingSignals() { ::close(descriptor_); }
-    int descriptor() const noexcept { return descriptor_; }
-
-private:
-    int descriptor_ = -1;
-};
-
 // Until a signal, or until `failure` is set.
-void loop(hmx::client::Client& client, const EndingSignals& signals, const std::optional<std::string>& failure) {
+void loop(hmx::client::Client& client, const osal::SignalQueue& signals, const std::optional<std::string>& failure) {
     using Clock = std::chrono::steady_clock;
     const hmx::client::Dispatcher::Sharing sharing{client.dispatcher()};
     while (!failure) {
@@ -72,7 +51,7 @@ void loop(hmx::client::Client& client, const EndingSignals& signals, const std::
     throw StartFailure{*failure};
 }
 
-void runExport(const Options& options, hmx::client::Client& client, const EndingSignals& signals) {
+void runExport(const Options& options, hmx::client::Client& client, const osal::SignalQueue& signals) {
     const Participant participant{options.network};
     std::optional<std::string> failure;
     Exporter exporter{client, participant, ExportOptions{options.name, std::string{programVersion()}, options.isReadOnly},
@@ -97,7 +76,7 @@ void checkFree(hmx::client::Client& client, const std::string& path) {
     }
 }
 
-void runImport(const Options& options, hmx::client::Client& client, const EndingSignals& signals) {
+void runImport(const Options& options, hmx::client::Client& client, const osal::SignalQueue& signals) {
     if (options.suffix.find("ORIGIN") == std::string::npos) checkFree(client, "/hmx" + options.suffix);
     const Participant participant{options.network};
     kelo::runtime::RuntimeOptions access;
@@ -126,7 +105,7 @@ int runProcess(int argc, char** argv) {
     Options options;
     if (const auto status = readCommandLine(argc, argv, options, std::cout, std::cerr)) return *status;
     try {
-        const EndingSignals signals;
+        const osal::SignalQueue signals{SIGINT, SIGTERM};
         hmx::client::ClientOptions access;
         access.domain.applicationName = name;
         access.domain.domain = options.domain;

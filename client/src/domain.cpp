@@ -134,12 +134,14 @@ public:
         services.reserve(paths.size());
         for (const std::string& path : paths) services.push_back(&acquaintance(path));
         std::vector<ServiceState> states;
-        for (const std::string& path : paths) {
+        const auto strangers = kelo::runtime::findStrangers(options_, paths);
+        for (std::size_t i = 0; i < paths.size(); ++i) {
             ServiceState& state = states.emplace_back();
-            state.path = path;
-            const auto stranger = kelo::runtime::findStranger(options_, path);
-            if (stranger) state.life = Life::refused;
-            state.uid = stranger ? stranger->uid : 0;
+            state.path = paths[i];
+            if (!strangers[i]) continue;
+            state.life = Life::refused;
+            state.uid = strangers[i]->uid;
+            state.rule = strangers[i]->rule;
         }
         const Deadline patience = deadline.atMost(graceOfEach);
         while (!allAlive(services, states) && !patience.passed()) co_await arrival_.raised(patience);
@@ -202,12 +204,12 @@ private:
         return Life::stale;
     }
 
-    void refuseForeign(std::string_view path) const {
-        if (const auto stranger = kelo::runtime::findStranger(options_, path)) {
+    void refuseForeign(const std::string& path) const {
+        if (const auto stranger = kelo::runtime::findStrangers(options_, {&path, 1}).front()) {
             throw Error{Error::Kind::foreign,
-                        std::string{path} + " in " + where() + " is run by " + userName(stranger->uid) + ", and you are " +
+                        path + " in " + where() + " is run by " + userName(stranger->uid) + ", and you are " +
                             userName(::geteuid()) + (stranger->rule.empty() ? "" : "; policy: " + stranger->rule),
-                        {.service = std::string{path}, .names = {userName(stranger->uid)}}};
+                        {.service = path, .names = {userName(stranger->uid)}}};
         }
     }
 

@@ -166,16 +166,21 @@ std::optional<uid_t> socketOwner(const RuntimeOptions& options, std::string_view
     return status.st_uid;
 }
 
-std::optional<Stranger> findStranger(const RuntimeOptions& options, std::string_view servicePath) {
-    const std::optional<uid_t> owner = socketOwner(options, servicePath);
-    if (!owner || *owner == ::geteuid()) return {};
-    const policy::PolicySource source = policyFor(options);
-    const policy::Policy& policy = *source.current();
-    const policy::Decision trust = policy.mayPublish(policy::identityOf(*owner), servicePath, *owner == 0);
-    const bool isServed = ::geteuid() == 0 || policy.isAbout(policy::ownIdentity(), servicePath);
-    if ((trust.allowed && isServed) || policy.audits) return {};
-    const std::string why = trust.allowed ? "no rule of the policy is about you" : policy.reasonOf(trust);
-    return Stranger{*owner, policy.isInForce ? why : ""};
+std::vector<std::optional<Stranger>> findStrangers(const RuntimeOptions& options, std::span<const std::string> servicePaths) {
+    std::vector<std::optional<Stranger>> found(servicePaths.size());
+    std::optional<policy::PolicySource> source;
+    for (std::size_t i = 0; i < servicePaths.size(); ++i) {
+        const std::optional<uid_t> owner = socketOwner(options, servicePaths[i]);
+        if (!owner || *owner == ::geteuid()) continue;
+        if (!source) source.emplace(policyFor(options));
+        const policy::Policy& policy = *source->current();
+        const policy::Decision trust = policy.mayPublish(policy::identityOf(*owner), servicePaths[i], *owner == 0);
+        const bool isServed = ::geteuid() == 0 || policy.isAbout(policy::ownIdentity(), servicePaths[i]);
+        if ((trust.allowed && isServed) || policy.audits) continue;
+        const std::string why = trust.allowed ? "no rule of the policy is about you" : policy.reasonOf(trust);
+        found[i] = Stranger{*owner, policy.isInForce ? why : ""};
+    }
+    return found;
 }
 
 }  // namespace kelo::runtime

@@ -120,7 +120,7 @@ private:
         addLock(facts, path);
         if (state == states_.end()) return facts;
         facts["uid"] = state->uid;
-        if (const auto stranger = kelo::runtime::findStranger(place(), path)) facts["rule"] = stranger->rule;
+        if (state->life == Life::refused) facts["rule"] = state->rule;
         if (state->life != Life::alive) return facts;
         facts["application"] = state->application;
         facts["pid"] = state->pid;

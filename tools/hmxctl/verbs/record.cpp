@@ -29,8 +29,8 @@
 #include "hmx/recording/ring.h"
 #include "hmx/recording/times.h"
 #include "hmx/recording/writer.h"
+#include "osal/signal_queue.h"
 #include "parameters.h"
-#include "signals.h"
 #include "targets.h"
 #include "verbs/verbs.h"
 
@@ -367,7 +367,7 @@ private:
     }
 
     Context& context_;
-    Signals signals_{SIGINT, SIGTERM, SIGUSR1};
+    osal::SignalQueue signals_{SIGINT, SIGTERM, SIGUSR1};
     std::string name_;
     Plan plan_;
     std::optional<Expression> condition_;

@@ -32,9 +32,10 @@ struct ServiceState {
     std::string path;
     Life life = Life::stale;
     uid_t uid = 0;            // while alive or refused
-    std::string application;  // this and what follows only while alive
+    std::string application;  // this and the next two only while alive
     pid_t pid = 0;
     std::vector<std::string> mimeTypes;
+    std::string rule{};  // while refused: of the policy, that says no; empty without a policy
 };
 
 // A resource, which outlives the services that it finds. Thread: the dispatcher's.

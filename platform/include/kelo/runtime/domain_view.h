@@ -5,8 +5,10 @@
 
 #include <chrono>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "kelo/runtime/kelo_runtime.h"
 
@@ -26,9 +28,10 @@ struct Stranger {
     uid_t uid = 0;
     std::string rule;  // of the policy, that says no; empty without a policy: services and their clients are of one user
 };
-// Whether this process and the user who owns the socket of a service path refuse each other; nothing if they do not, or if there
-// is no socket or it may not be looked at. Thread: any.
-[[nodiscard]] std::optional<Stranger> findStranger(const RuntimeOptions& options, std::string_view servicePath);
+// For each of these service paths, whether this process and the user who owns its socket refuse each other; nothing if they do
+// not, or if there is no socket or it may not be looked at. The policy is read at most once. Thread: any.
+[[nodiscard]] std::vector<std::optional<Stranger>> findStrangers(const RuntimeOptions& options,
+                                                                 std::span<const std::string> servicePaths);
 
 inline constexpr std::string_view usualDomain{"local"};
 

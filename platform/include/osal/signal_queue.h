@@ -5,25 +5,25 @@
 #include <initializer_list>
 #include <optional>
 
-namespace hmxctl {
+namespace osal {
 
 // As long as it lives, these signals do not end the process and interrupt nothing: they are taken from a descriptor. Made before
-// the process has other threads, which would get them otherwise. A resource. Errors: Failure. Thread: main.
-class Signals {
+// the process has other threads, which would get them otherwise. A resource. Errors: std::system_error. Thread: main.
+class SignalQueue {
 public:
-    explicit Signals(std::initializer_list<int> numbers);
-    Signals(const Signals&) = delete;
-    Signals& operator=(const Signals&) = delete;
-    ~Signals();
+    explicit SignalQueue(std::initializer_list<int> signals);
+    SignalQueue(const SignalQueue&) = delete;
+    SignalQueue& operator=(const SignalQueue&) = delete;
+    ~SignalQueue();
 
     // Readable when there is one to take.
     int descriptor() const noexcept { return descriptor_; }
     // The next one; nothing if there is none now.
-    std::optional<int> take() const;
+    std::optional<int> take() const noexcept;
 
 private:
     sigset_t before_{};
     int descriptor_ = -1;
 };
 
-}  // namespace hmxctl
+}  // namespace osal
