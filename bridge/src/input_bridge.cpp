@@ -319,7 +319,7 @@ void InputBridge::send(RequestKey key, std::unique_ptr<IResponseHandler<Result>>
         handler->onError(noClientResponse(channel, std::string{change.operation} + " no input client available"));
     } else if (underWay_.size() + waiting_.size() >= limits_.changes) {
         refuse(serviceUnavailable, "too many changes wait for the input manager");
-    } else if (!change.isRemoval && memory_.bytes > limits_.bytes) {
+    } else if (!change.isRemoval && !hasMemory()) {
         refuse(insufficientStorage, "the region configurations take too much memory");
     } else if (!isKnown && configurations_.size() >= limits_.configurations) {
         refuse(insufficientStorage, "too many region configurations");
@@ -329,6 +329,15 @@ void InputBridge::send(RequestKey key, std::unique_ptr<IResponseHandler<Result>>
         setAlarm(change.due);
         submit(std::make_unique<Pending::Request>(std::move(handler), std::make_shared<Change>(std::move(change))));
     }
+}
+
+// Whether there is memory for the change that has been charged last. What is under way is there twice: it is encoded, too, until
+// the input manager has read it.
+bool InputBridge::hasMemory() const {
+    if (memory_.bytes <= limits_.bytes / 2) return true;
+    std::size_t bytes = memory_.bytes;
+    for (const auto& [number, change] : underWay_) bytes += footprint(*change->object);
+    return bytes <= limits_.bytes;
 }
 
 // Sends a client's change, or puts it where it has to wait.

@@ -292,6 +292,7 @@ TEST(InputBridge, WhatIsTooMuchIsRefused) {
     } cases[] = {
         {{.configurations = 1}, true, "507 " + text + "too many region configurations, request not sent]"},
         {{.bytes = 900}, true, "507 " + text + "the region configurations take too much memory, request not sent]"},
+        {{.bytes = 1300}, false, "507 " + text + "the region configurations take too much memory, request not sent]"},
         {{.changes = 1}, false, "503 " + text + "too many changes wait for the input manager, request not sent]"},
     };
     for (const auto& each : cases) {

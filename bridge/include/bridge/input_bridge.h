@@ -30,7 +30,7 @@ namespace hmx {
 // Limits of what the bridge keeps and has in progress. Thread: any (a value).
 struct RegionLimits {
     std::size_t configurations = 1024;               // kept, or in progress
-    std::size_t bytes = std::size_t{8} << 20U;       // the memory of these
+    std::size_t bytes = std::size_t{8} << 20U;       // the memory of these; what is in progress counts twice
     std::size_t changes = 256;                       // sent and not answered, or waiting to be sent
     std::size_t sentAgain = 16;                      // of those that are sent again when the input manager returns: not answered
     std::size_t bytesSentAgain = 256U << 10U;        // the same in bytes; a larger one goes alone
@@ -153,6 +153,7 @@ private:
     // Sends a change, or refuses it with the reason.
     template <class Result>
     void send(RequestKey key, std::unique_ptr<kelo::IResponseHandler<Result>> handler, Change change);
+    bool hasMemory() const;
     void submit(ChangeRequest request);
     // Without a request: a change that the bridge makes itself.
     void transmit(const std::shared_ptr<Change>& change, ChangeRequest request = nullptr);
