@@ -180,6 +180,16 @@ class Watcher:
         self.file.close()
 
 
+def insert_region(ctl):
+    body = json.dumps({"display": "Driver_Display", "hmi": "HMI_ID_ANDROID_DRIVER", "regions": {"infoForAllLayers": [
+        {"layer": "Home", "inputRegions": [{"bounds": {"upperLeftPoint": {"posX": 1, "posY": 2}, "width": 9, "height": 9}}]}]}})
+    expect("insert", ctl("insert", "regionconfigurations", "-f", "-", input=body, stdin=None).returncode == 0)
+
+
+def same_region(a, b):
+    return b.shown("get", REGION, "-o", "json").stdout == a.ctl("get", REGION, "-o", "json").stdout != ""
+
+
 def alike(a, b):
     until("the same on both", lambda: same(a, b), 10)
     for words in (("tree",), ("hit", "Driver_Display", "300", "300")):
@@ -187,10 +197,8 @@ def alike(a, b):
     # Region configurations are followed as soon as somebody asks.
     missing = b.shown("get", REGION)
     expect(f"a region configuration that is not there: {missing}", missing.returncode == 3)
-    body = json.dumps({"display": "Driver_Display", "hmi": "HMI_ID_ANDROID_DRIVER", "regions": {"infoForAllLayers": [
-        {"layer": "Home", "inputRegions": [{"bounds": {"upperLeftPoint": {"posX": 1, "posY": 2}, "width": 9, "height": 9}}]}]}})
-    expect("insert", b.shown("insert", "regionconfigurations", "-f", "-", input=body, stdin=None).returncode == 0)
-    until("a region configuration", lambda: b.shown("get", REGION, "-o", "json").stdout == a.ctl("get", REGION, "-o", "json").stdout != "", 5)
+    insert_region(b.shown)
+    until("a region configuration", lambda: same_region(a, b), 5)
     expect("delete", b.shown("delete", REGION).returncode == 0)
     until("its removal", lambda: b.shown("get", REGION).returncode == 3, 5)
     # A popup's change there is seen here, and answered by the bridge.
@@ -215,6 +223,7 @@ def losses(network, a, b, export):
             continue
         watcher = Watcher(b, "--service", "/hmx@cluster", "watch", "popups")
         until("the first state", lambda: bool(watcher.events()), 5)
+        expect("not there yet", b.shown("get", REGION).returncode == 3)
         heal = lose()
         until(f"{what}: watchers are told", lambda: watcher.events()[-1]["event"] == "source-down", LEASE + 0.5 + 0.3)
         expect(f"{what}: why {watcher.events()[-2:]}", "origin 'cluster' is lost: last heard of" in json.dumps(watcher.events()[-1]))
@@ -227,8 +236,12 @@ def losses(network, a, b, export):
         expect("a change without an origin", requested(a))
         # Meanwhile the origin changes: something goes, something comes.
         change_world(a, number)
+        insert_region(a.ctl)
         heal()
         took = until(f"{what}: heals", lambda: same(a, b), LEASE + 2 + 2)
+        # Nobody has asked for it in the meantime, so the export has left it and follows it anew.
+        until(f"{what}: the region configuration", lambda: same_region(a, b), 5)
+        expect("delete", a.ctl("delete", REGION).returncode == 0)
         until("the watcher", lambda: watcher.events()[-1]["event"] in ("source-up", "snapshot", "changed"), 3)
         print(f"relay: {what}: healed in {took:.2f} s")
         watcher.close()
@@ -274,6 +287,17 @@ def names(a, b, binaries, network):
             until("a namesake", lambda: origin(b).get("exports") == 2, 5)
             expect("the elder", requested(b, ("--service", "/hmx@cluster")))
             expect("and nothing else", same(a, b))
+            # One that hears of an elder only after it has begun ends all the same.
+            c.stop("relay")
+            network.cut("c")
+            c.relay("export", "--name", "cluster")
+            time.sleep(0.2)
+            late = c.processes["relay"]
+            late.send_signal(signal.SIGSTOP)
+            network.cut("c", False)
+            time.sleep(2)
+            late.send_signal(signal.SIGCONT)
+            until("an elder heard of late", lambda: late.poll() == 7, 5)
         c.stop("relay") if "relay" in c.processes else None
     with Copy(binaries, network, "c") as c:
         c.relay("import", "--as", "/hmx", "--origin", "cluster", "--read-only")
