@@ -95,7 +95,7 @@ void cutUpstream(RelayedStage& stage, Client& client, const Question& question, 
 // A request that is much larger than the socket buffers; the provider reads little or nothing of it.
 void cutLargeRequests(RelayedStage& stage, Client& client, unsigned step, Ledger& ledger) {
     std::string regions;
-    while (regions.size() < 900'000) {
+    while (regions.size() < 700'000) {
         regions += regions.empty() ? "" : ",";
         regions +=
             R"({"layer":"Home","inputRegions":[{"bounds":{"height":10,"width":10,"upperLeftPoint":{"posX":1,"posY":1}}}]})";

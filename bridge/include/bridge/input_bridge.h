@@ -30,7 +30,7 @@ namespace hmx {
 // Limits of what the bridge keeps and has in progress. Thread: any (a value).
 struct RegionLimits {
     std::size_t configurations = 1024;               // kept, or in progress
-    std::size_t bytes = std::size_t{8} << 20U;       // the memory of these; what is in progress counts twice
+    std::size_t bytes = std::size_t{6} << 20U;       // the memory of these; what is in progress counts twice
     std::size_t changes = 256;                       // sent and not answered, or waiting to be sent
     std::size_t sentAgain = 16;                      // of those that are sent again when the input manager returns: not answered
     std::size_t bytesSentAgain = 256U << 10U;        // the same in bytes; a larger one goes alone
