@@ -11,6 +11,7 @@ BUILD := build/$(PRESET)
 JOBS ?= $(shell nproc)
 FUZZ_SECONDS ?= 30
 CAMPAIGN ?=
+ONCE ?=
 PREFIX ?= /usr/local
 
 ifneq ($(filter-out address thread,$(SANITIZE)),)
@@ -71,14 +72,14 @@ lint: ## Check format, clang-tidy, scripts and the house rules; fast if little h
 	@cmake --preset lint-together >/dev/null
 	@packaging/lint.sh build/lint build/lint-together $(JOBS)
 
-bench: ## Compare a request's path through the bridge with a bare relay and with peers
+bench: ## Compare a request's path through the bridge with a bare relay and with peers; ONCE=yes tries only that everything runs
 	@packaging/setup.sh run test
 	@packaging/setup.sh bench || echo "bench: not all packages are there; what needs them is left out"
 	@cmake --preset release -DHMX_BUILD_BENCH=ON >/dev/null
 	@packaging/build.sh release $(JOBS) benchmarks
-	@python3 bench/run.py $(BUILD)
-	@python3 bench/gateway.py $(BUILD)
-	@[ ! -x $(BUILD)/bin/hmxrelay ] || python3 bench/relay.py $(BUILD)
+	@python3 bench/run.py $(BUILD) $(if $(ONCE),--seconds 0)
+	@python3 bench/gateway.py $(BUILD) $(if $(ONCE),--rounds 1)
+	@[ ! -x $(BUILD)/bin/hmxrelay ] || python3 bench/relay.py $(BUILD) $(if $(ONCE),--seconds 5)
 	@packaging/inspector.sh build && packaging/inspector.sh bench
 
 fuzz: ## Run every fuzzer for FUZZ_SECONDS (30)

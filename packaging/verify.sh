@@ -16,6 +16,7 @@ checks=(
     "same-bytes||packaging/deb_again.sh $jobs"
     "chroot|root|packaging/chroot.sh"
     "page-sizes||packaging/inspector.sh sizes build/release/bin"
+    "benches||make -s bench ONCE=yes JOBS=$jobs"
 )
 
 wanted() {
