@@ -7,6 +7,10 @@ function(hmx_precompiled name header)
   if(NOT HMX_QUICK)
     return()
   endif()
+  get_target_property(type ${name} TYPE)
+  if(type STREQUAL "EXECUTABLE")
+    target_compile_options(${name} PRIVATE -fPIC)  # like the header, which libraries use too
+  endif()
   # -fpch-preprocess is for the compiler cache, which hashes preprocessed sources. With precompiled headers, GCC 12 reports more
   # of the false overflows that its optimiser sees in "literal" + std::string; builds without them keep these warnings on.
   target_compile_options(${name} PRIVATE -fpch-preprocess -Wno-array-bounds -Wno-stringop-overflow -Wno-stringop-overread)

@@ -6,8 +6,8 @@
 #include <malloc.h>
 #include <poll.h>
 
+#include <algorithm>
 #include <array>
-#include <cerrno>
 #include <csignal>
 #include <exception>
 #include <iostream>
