@@ -101,13 +101,20 @@ class Copy(Machine):
         return self.ctl("--service", service, *words, **options)
 
 
+def own_time():
+    """Seconds that have passed here, without those for which the host of a virtual machine withheld its processors."""
+    with open("/proc/stat", encoding="ascii") as file:
+        stolen = int(file.readline().split()[8])
+    return time.monotonic() - stolen / os.sysconf("SC_CLK_TCK")
+
+
 def until(what, true, seconds):
-    end = time.monotonic() + seconds
+    begun = own_time()
     while not true():
-        if time.monotonic() > end:
+        if own_time() - begun > seconds:
             raise AssertionError(f"not within {seconds} s: {what}")
         time.sleep(0.02)
-    return seconds - (end - time.monotonic())
+    return max(0.0, own_time() - begun)
 
 
 def expect(what, good):
@@ -147,15 +154,18 @@ def origin(b, service="/hmx@cluster"):
 
 
 class Watcher:
-    """What somebody sees who watches a resource all the time."""
+    """What somebody sees who watches a resource all the time; ends with the machine, if not before."""
 
     def __init__(self, machine, *words):
-        self.file = open(machine.directory / f"watch{id(self)}", "w+b")  # noqa: SIM115
-        self.process = subprocess.Popen([machine.binaries / "hmxctl", *words, "-o", "json"], env=machine.environment,
-                                        stdout=self.file, stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL)
+        self.machine, self.name = machine, f"watch{id(self)}"
+        self.path = machine.directory / self.name
+        with open(self.path, "wb") as file:
+            machine.processes[self.name] = subprocess.Popen(
+                [machine.binaries / "hmxctl", *words, "-o", "json"], env=machine.environment, stdout=file,
+                stderr=subprocess.DEVNULL, stdin=subprocess.DEVNULL)
 
     def events(self):
-        return [json.loads(line) for line in Path(self.file.name).read_text().splitlines() if line.endswith("}")]
+        return [json.loads(line) for line in self.path.read_text().splitlines() if line.endswith("}")]
 
     def state(self):
         """The elements that the events lead to, by id; each event must change something, and nothing may happen in a loss."""
@@ -175,9 +185,7 @@ class Watcher:
         return state
 
     def close(self):
-        self.process.kill()
-        self.process.wait()
-        self.file.close()
+        self.machine.kill(self.name)
 
 
 def insert_region(ctl):
@@ -225,7 +233,7 @@ def losses(network, a, b, export):
         until("the first state", lambda: bool(watcher.events()), 5)
         expect("not there yet", b.shown("get", REGION).returncode == 3)
         heal = lose()
-        until(f"{what}: watchers are told", lambda: watcher.events()[-1]["event"] == "source-down", LEASE + 0.5 + 0.3)
+        until(f"{what}: watchers are told", lambda: watcher.events()[-1]["event"] == "source-down", LEASE + 0.5)
         expect(f"{what}: why {watcher.events()[-2:]}", "origin 'cluster' is lost: last heard of" in json.dumps(watcher.events()[-1]))
         refused = b.shown("list", "displays")
         expect(f"{what}: {refused}", refused.returncode == 4 and "is lost: last heard of" in refused.stderr)
