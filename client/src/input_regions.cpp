@@ -15,10 +15,6 @@ int number(const Json& object, std::string_view key) {
     return value.is_number_integer() ? value.get<int>() : 0;
 }
 
-bool flag(const Json& object, std::string_view key) {
-    return member(object, key) == true;
-}
-
 }  // namespace
 
 Task<std::vector<Json>> readInputRegions(Client& client, std::string display, Deadline deadline) {
@@ -61,11 +57,11 @@ HitRegion asHitRegion(const Json& region, const Json& layers) {
     hit.height = number(bounds, "height");
     const Json& margin = member(region, "hitOutside");
     if (margin.is_object()) hit.hitOutside = TouchPoint{number(margin, "x"), number(margin, "y")};
-    hit.exclusive = flag(region, "exclusive");
-    hit.keepFocus = flag(region, "keepFocus");
-    hit.notifyOutside = flag(region, "notifyOutside");
-    hit.dropEvent = flag(region, "dropEvent");
-    hit.translateInput = flag(region, "translateInput");
+    hit.exclusive = member(region, "exclusive") == true;
+    hit.keepFocus = member(region, "keepFocus") == true;
+    hit.notifyOutside = member(region, "notifyOutside") == true;
+    hit.dropEvent = member(region, "dropEvent") == true;
+    hit.translateInput = member(region, "translateInput") == true;
     hit.translateX = number(region, "translateX");
     hit.translateY = number(region, "translateY");
     return hit;

@@ -287,19 +287,19 @@ bool ordered(const Json& a, const Json& b) {
     return (a.is_number() && b.is_number()) || (a.is_string() && b.is_string());
 }
 
-using Elements = std::vector<const Json*>;
+using ElementList = std::vector<const Json*>;
 
-Json evaluate(const Node& node, const Elements& elements);
+Json evaluate(const Node& node, const ElementList& elements);
 
 // How many of the elements the condition holds for; all of them without one.
-std::size_t countOf(const NodePtr& condition, const Elements& elements) {
+std::size_t countOf(const NodePtr& condition, const ElementList& elements) {
     if (condition == nullptr) return elements.size();
     return static_cast<std::size_t>(std::count_if(elements.begin(), elements.end(),
                                                   [&](const Json* element) { return holds(evaluate(*condition, {element})); }));
 }
 
 // Members are those of the first element.
-Json evaluate(const Node& node, const Elements& elements) {
+Json evaluate(const Node& node, const ElementList& elements) {
     switch (node.kind) {
         case Operator::literal:
             return node.literal;

@@ -19,7 +19,7 @@ namespace {
 
 using namespace hmx::client;  // NOLINT(google-build-using-namespace)
 using hmx::recording::Entry;
-using hmx::recording::Kind;
+using EntryKind = hmx::recording::Kind;
 using hmx::recording::Source;
 using hmx::recording::Step;
 using std::chrono::nanoseconds;
@@ -220,9 +220,9 @@ void History::takeSteps(SourceHistory& history, Entry& entry) {
 }
 
 void History::take(Entry entry) {
-    if (entry.kind == Kind::ended) return;
-    if (entry.kind == Kind::state) return answer(entry.source, entry.at, std::move(entry.document));
-    if (entry.kind != Kind::change) return silence(entry.source, entry.at, entry.kind);
+    if (entry.kind == EntryKind::ended) return;
+    if (entry.kind == EntryKind::state) return answer(entry.source, entry.at, std::move(entry.document));
+    if (entry.kind != EntryKind::change) return silence(entry.source, entry.at, entry.kind);
     SourceHistory& history = of(entry.source);
     push(history.turns, entry.at, texts_->numberOf("answers"));
     if (history.isSimple && entry.document.is_null() && entry.array == history.array) return takeSteps(history, entry);
@@ -236,10 +236,10 @@ void History::answer(const Source& source, nanoseconds at, Json document) {
     takeWhole(history, at);
 }
 
-void History::silence(const Source& source, nanoseconds at, Kind kind) {
+void History::silence(const Source& source, nanoseconds at, EntryKind kind) {
     SourceHistory& history = of(source);
     push(history.turns, at, texts_->numberOf(std::string{nameOf(kind)}));
-    if (kind != Kind::missing) return;
+    if (kind != EntryKind::missing) return;
     // Then there are no elements.
     history.document = nullptr;
     takeWhole(history, at);

@@ -33,7 +33,7 @@ using hmx::recording::SourceState;
 using hmx::replica::LocalApi;
 using kelo::Response;
 using std::chrono::nanoseconds;
-using Kind = hmx::recording::Kind;
+using EntryKind = hmx::recording::Kind;
 
 constexpr std::chrono::milliseconds longestPause{450};  // of a subscription that has to ask anew
 
@@ -43,7 +43,7 @@ Response refusal(const SourceState& state) {
 }
 
 bool isAnswering(const SourceState& state) {
-    return state.isKnown && (state.kind == Kind::state || state.kind == Kind::ended);
+    return state.isKnown && (state.kind == EntryKind::state || state.kind == EntryKind::ended);
 }
 
 // Answers that nothing can be changed.
@@ -151,7 +151,7 @@ private:
     }
     template <class Element>
     static void showOne(hmx::replica::Resource<Element>& resource, const std::string& part, const SourceState& state) {
-        if (state.kind == Kind::missing) return resource.set(part, {});
+        if (state.kind == EntryKind::missing) return resource.set(part, {});
         if (!isAnswering(state)) return resource.lose(part, refusal(state));
         showRead(resource, part, [&] { return std::vector{std::make_shared<Element>(recordOf<Element>(state.document))}; });
     }
@@ -283,7 +283,7 @@ private:
             shown_ = entry->at;
             apply(*entry);
             co_await nextTurn();
-            const bool answers = entry->kind == Kind::state || entry->kind == Kind::change;
+            const bool answers = entry->kind == EntryKind::state || entry->kind == EntryKind::change;
             const bool asksAnew = entry->isBack || entry->source.path == "/displays" || !isFollowed();
             if (!speed && answers && asksAnew) co_await settle();
         }

@@ -28,7 +28,7 @@ using hmx::recording::Moment;
 using hmx::recording::Reader;
 using hmx::recording::Source;
 using hmxsim::ManagerId;
-using Kind = hmx::recording::Kind;
+using EntryKind = hmx::recording::Kind;
 
 // What a word of the command line names. Thread: any (a value).
 struct Named {
@@ -90,7 +90,7 @@ public:
             const Moment moment = hmx::recording::momentAt(file, at, &problems);
             for (const auto& [key, state] : moment.sources()) {
                 if (state.isKnown) side.history.answer(state.source, state.since, state.document);
-                if (state.kind != Kind::state && state.kind != Kind::ended)
+                if (state.kind != EntryKind::state && state.kind != EntryKind::ended)
                     side.history.silence(state.source, state.since, state.kind);
             }
         }
@@ -182,11 +182,13 @@ private:
             return document;
         } catch (const Error& error) {
             if (!error.isPassing() && !error.isNotFound() && error.kind() != Error::Kind::refused) throw failureOf(error);
-            const Kind kind = error.isNotFound() ? Kind::missing : error.isPassing() ? Kind::lost : Kind::failed;
+            const EntryKind kind = error.isNotFound()  ? EntryKind::missing
+                                   : error.isPassing() ? EntryKind::lost
+                                                       : EntryKind::failed;
             side.history.silence(source, {}, kind);
             const std::string complaint = failureOf(error).what();
             const auto known = std::find(side.complaints.begin(), side.complaints.end(), complaint);
-            if (kind != Kind::missing && known == side.complaints.end()) side.complaints.push_back(complaint);
+            if (kind != EntryKind::missing && known == side.complaints.end()) side.complaints.push_back(complaint);
         }
         return nullptr;
     }

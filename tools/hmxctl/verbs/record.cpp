@@ -145,9 +145,8 @@ std::string lengthText(nanoseconds time) {
 
 // The versions of the programs whose services are there and are recorded, as far as they say.
 Json programsThere(const Context& context, const Plan& plan) {
-    constexpr std::chrono::milliseconds patience{300};
     Json programs{{"hmxctl", programVersion()}};
-    const Deadline deadline{patience};
+    const Deadline deadline{std::chrono::milliseconds{300}};
     try {
         for (const ServiceState& state : context.client.run(context.client.domain().list(deadline))) {
             const bool isRecorded = state.path == hmxService ||
