@@ -4,11 +4,13 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <fstream>
 #include <random>
 #include <string>
 #include <vector>
 
+#include "kelo/limits.h"
 #include "kelo/runtime/policy_view.h"
 #include "policy/access_table.h"
 #include "policy/policy_file.h"
@@ -233,6 +235,17 @@ TEST(Policy, ManyRulesAreRefusedBeforeTheyTakeMuchMemory) {
     readPolicyFile("p", "[[allow]]\nuser = 1\nservice = [" + many + "]\npath = [" + many + "]\n", draft);
     ASSERT_EQ(draft.faults.size(), 1U);
     EXPECT_TRUE(draft.faults.front().text.find("combinations") != std::string::npos);
+}
+
+// Comparing each with each would keep all clients of the service waiting for seconds.
+TEST(Policy, ManyRulesThatSayTheSameAreDecidedAtOnce) {
+    Policy policy = *policyOf("[[allow]]\nuser = '*'\nservice = '/s'\n\n[[deny]]\ngroup = 2001\nservice = '/s'\n");
+    policy.rules.resize(kelo::Limits::policyRules - 1, policy.rules[0]);
+    policy.rules.push_back(policy.rules[1]);
+    const auto begun = std::chrono::steady_clock::now();
+    AccessTable table{std::make_shared<const Policy>(policy), someone(1001), "/s", true};
+    EXPECT_EQ(decided(policy, table.decide("update", "/x")), "no p:5");
+    EXPECT_LT(std::chrono::steady_clock::now() - begun, std::chrono::milliseconds{200});
 }
 
 int write(const std::string& file, const std::string& text) {

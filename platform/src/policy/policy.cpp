@@ -46,16 +46,35 @@ std::vector<std::uint32_t> Policy::rulesFor(const Identity& who, std::string_vie
 }
 
 Decision Policy::decide(std::span<const std::uint32_t> matching, bool isDefault) const {
-    const auto countWhere = [&](auto isMeant) { return std::count_if(matching.begin(), matching.end(), isMeant); };
     const auto isNarrower = [&](std::uint32_t a, std::uint32_t b) {
         return rules[a].isWithin(rules[b]) && !rules[b].isWithin(rules[a]);
     };
-    const Rule* deciding = nullptr;
-    std::ptrdiff_t widerThanDeciding = 0;
+    struct Alike {
+        std::uint32_t first;
+        std::size_t count;
+    };
+    // Everything is compared with everything else. However many rules match a request, few of them are different.
+    std::vector<Alike> different;
     for (const std::uint32_t index : matching) {
-        if (countWhere([&](std::uint32_t other) { return isNarrower(other, index); }) > 0) continue;
         const Rule& rule = rules[index];
-        const auto wider = countWhere([&](std::uint32_t other) { return isNarrower(index, other); });
+        const auto same = std::find_if(different.begin(), different.end(), [&](const Alike& alike) {
+            const Rule& other = rules[alike.first];
+            return other.allows == rule.allows && other.isWithin(rule) && rule.isWithin(other);
+        });
+        if (same == different.end()) {
+            different.push_back({index, 1});
+        } else {
+            ++same->count;
+        }
+    }
+    const Rule* deciding = nullptr;
+    std::size_t widerThanDeciding = 0;
+    for (const Alike& alike : different) {
+        const auto givesWayTo = [&](const Alike& other) { return isNarrower(other.first, alike.first); };
+        if (std::any_of(different.begin(), different.end(), givesWayTo)) continue;
+        const Rule& rule = rules[alike.first];
+        std::size_t wider = 0;
+        for (const Alike& other : different) wider += isNarrower(alike.first, other.first) ? other.count : 0;
         const bool isStronger = deciding == nullptr || (deciding->allows && !rule.allows) ||
                                 (deciding->allows == rule.allows && wider > widerThanDeciding);
         if (!isStronger) continue;
