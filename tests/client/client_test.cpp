@@ -285,12 +285,20 @@ TEST(Dispatcher, WhoBringsNewsToASharedOneAnswers) {
     std::thread::id answerer;
     std::function<void()> then = [] {};
     signal.onRaised([&] { answerer = std::this_thread::get_id(), then(); });
+    std::chrono::steady_clock::duration took{0};
     const auto bring = [&] {
         answerer = {};
+        const auto begun = std::chrono::steady_clock::now();
         std::thread bringer{[raiser = signal.raiser()] { raiser.raiseOrAnswer(); }};
         const std::thread::id id = bringer.get_id();
         bringer.join();
+        took = std::chrono::steady_clock::now() - begun;
         return id;
+    };
+    // An answer costs twice its time, however slow the machine is.
+    const auto bringAfterRest = [&] {
+        std::this_thread::sleep_for(3 * took);
+        return bring();
     };
     const auto expectLeftToOwner = [&] {
         EXPECT_EQ(answerer, std::thread::id{});
@@ -302,11 +310,11 @@ TEST(Dispatcher, WhoBringsNewsToASharedOneAnswers) {
     expectLeftToOwner();
     {
         const Dispatcher::Sharing sharing{dispatcher};
-        EXPECT_EQ(bring(), answerer);
+        EXPECT_EQ(bringAfterRest(), answerer);
         EXPECT_FALSE(isReminded(dispatcher));
         // What an answer leaves over is the owner's: a signal, an earlier timer, an exception.
         then = [&] { more.raiseHere(); };
-        EXPECT_EQ(bring(), answerer);
+        EXPECT_EQ(bringAfterRest(), answerer);
         EXPECT_TRUE(isReminded(dispatcher));
         dispatcher.dispatch();
         Operation paused;
@@ -314,14 +322,14 @@ TEST(Dispatcher, WhoBringsNewsToASharedOneAnswers) {
             paused =
                 dispatcher.start([](Dispatcher& each) -> Task<> { co_await each.pause(1h); }(dispatcher), [](const auto&) {});
         };
-        EXPECT_EQ(bring(), answerer);
+        EXPECT_EQ(bringAfterRest(), answerer);
         EXPECT_TRUE(isReminded(dispatcher) && dispatcher.nextTimer());
         then = [] { throw std::runtime_error{"an answer"}; };
-        EXPECT_EQ(bring(), answerer);
+        EXPECT_EQ(bringAfterRest(), answerer);
         EXPECT_THROW(dispatcher.dispatch(), std::runtime_error);
         // An answer is a callback like any other.
         then = [&] { EXPECT_THROW(dispatcher.dispatch(), std::logic_error) << dispatcher.nextTimer().has_value(); };
-        EXPECT_EQ(bring(), answerer);
+        EXPECT_EQ(bringAfterRest(), answerer);
         then = [] {};
         // Nobody answers while another dispatches.
         more.onRaised([&] { bring(); });
@@ -330,7 +338,7 @@ TEST(Dispatcher, WhoBringsNewsToASharedOneAnswers) {
         expectLeftToOwner();
         // Nor for most of the time.
         then = [] { std::this_thread::sleep_for(20ms); };
-        EXPECT_EQ(bring(), answerer);
+        EXPECT_EQ(bringAfterRest(), answerer);
         then = [] {};
         bring();
         expectLeftToOwner();

