@@ -53,7 +53,7 @@ Decision Policy::decide(std::span<const std::uint32_t> matching, bool isDefault)
         std::uint32_t first;
         std::size_t count;
     };
-    // Everything is compared with everything else. However many rules match a request, few of them are different.
+    // However many rules match a request, few of them are different, and only those are all compared with each other.
     std::vector<Alike> different;
     for (const std::uint32_t index : matching) {
         const Rule& rule = rules[index];
