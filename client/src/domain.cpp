@@ -116,6 +116,7 @@ public:
         const bool hasPlace = std::find(listed.begin(), listed.end(), path) != listed.end();
         Acquaintance& service = acquaintance(path);
         const Deadline patience = first && !isPatient_ ? deadline.atMost(hasPlace ? graceOfListed : graceOfUnlisted) : deadline;
+        const auto begun = std::chrono::steady_clock::now();
         for (;;) {
             {
                 const std::lock_guard lock{news_.mutex};
@@ -125,7 +126,7 @@ public:
             co_await arrival_.raised(patience);
         }
         refuseForeign(path);
-        throw absent(path, hasPlace, listed);
+        throw absent(path, hasPlace, listed, std::chrono::steady_clock::now() - begun);
     }
 
     Task<std::vector<ServiceState>> list(Deadline deadline) override {
@@ -251,13 +252,19 @@ private:
         return made;
     }
 
-    Error absent(const std::string& path, bool hasPlace, const std::vector<std::string>& listed) const {
+    // `waited`: how long the service had to say hello. A healthy one on a busy machine may need longer than a short deadline
+    // allows, so only the full grace tells that a process is stuck.
+    Error absent(const std::string& path, bool hasPlace, const std::vector<std::string>& listed,
+                 std::chrono::nanoseconds waited) const {
         const Error::Details about{.service = path};
         if (hasPlace) {
             switch (lifeOf(path)) {
                 case Life::full:
                     return Error{Error::Kind::serviceFull, path + " in " + where() + " accepts no more clients", about};
                 case Life::hung:
+                    if (waited < graceOfListed) {
+                        return Error{Error::Kind::late, path + " in " + where() + " has not answered yet", about};
+                    }
                     return Error{Error::Kind::serviceHung,
                                  path + " in " + where() + " does not answer, but its process exists",
                                  {.service = path, .hint = "the process may be stopped or stuck; restart it"}};

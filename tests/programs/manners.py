@@ -5,6 +5,7 @@ start late, belong to another user or are gone. Usage: manners.py BIN_DIR"""
 import json
 import os
 import pty
+import signal
 import subprocess
 import sys
 import tempfile
@@ -103,6 +104,16 @@ def check_interruption(cockpit, complaints):
     watch.stdout.close()
 
 
+def check_stopped(cockpit, complaints):
+    """Only a bridge that had time enough to answer is called stuck."""
+    bridge = cockpit.processes["hmxtolubridge"]
+    bridge.send_signal(signal.SIGSTOP)
+    for options, code, words in ((["--timeout", "100ms"], 5, "has not answered yet"), ([], 4, "does not answer")):
+        asked = cockpit.ctl(*options, "list", "displays")
+        complaints.unless(asked.returncode == code and words in asked.stderr, f"a stopped bridge, {options}: {asked}")
+    bridge.send_signal(signal.SIGCONT)
+
+
 def check_absence(cockpit, complaints):
     """A bridge that is started again while somebody asks, and one that is late."""
     cockpit.stop("hmxtolubridge", 9)
@@ -140,7 +151,7 @@ def check_other_user(cockpit, complaints):
 def main():
     complaints = Complaints()
     with Cockpit(sys.argv[1]) as cockpit:
-        for check in (check_commands, check_outputs, check_interruption, check_absence, check_other_user):
+        for check in (check_commands, check_outputs, check_interruption, check_stopped, check_absence, check_other_user):
             check(cockpit, complaints)
     print("\n".join(complaints) or f"{len(COMMANDS)} commands behave")
     sys.exit(1 if complaints else 0)

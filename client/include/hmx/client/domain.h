@@ -44,8 +44,8 @@ public:
     virtual ~Domain() = default;
 
     // The API of a service, good for the life of this object; it refuses requests with 503 while the service is away. Waits for
-    // the service until `deadline`. Errors: Error, noService, serviceDead, serviceHung, serviceFull, foreign, noDomain or
-    // closedDomain.
+    // the service until `deadline`. Errors: Error, noService, serviceDead, serviceHung, serviceFull, foreign, noDomain,
+    // closedDomain, or late: the process exists, and `deadline` was too short to call it hung.
     virtual Task<kelo::IKeloApi*> attach(std::string path, Deadline deadline) = 0;
 
     // All services that have a place in the domain, sorted by path. Errors: Error, noDomain or closedDomain.
