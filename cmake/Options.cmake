@@ -63,9 +63,16 @@ if(HMX_HAS_MEMSET_STRATEGY)
   target_compile_options(hmx_options INTERFACE -mmemset-strategy=libcall:-1:noalign)
 endif()
 target_link_options(hmx_options INTERFACE -Wl,--gc-sections -Wl,--as-needed)
-# For code that is not on the path of a request: fast compilation matters more.
+# For code that is not on the path of a request, fast compilation matters more: for the gateway, the relay and what they link,
+# and still more for tools and tests, which take a quarter less time this way.
 add_library(hmx_quick_options INTERFACE)
 target_compile_options(hmx_quick_options INTERFACE $<$<CONFIG:Release>:-O1>)
+add_library(hmx_quickest_options INTERFACE)
+target_compile_options(hmx_quickest_options INTERFACE $<$<CONFIG:Release>:-Og>)
+if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+  # Optimised like this, GCC 12 takes the value of an empty optional for one that is used.
+  target_compile_options(hmx_quickest_options INTERFACE -Wno-maybe-uninitialized)
+endif()
 if(HMX_QUICK)
   # GCC collects its garbage from 128 MiB on, and each time looks through the whole precompiled header, which takes a twelfth of the
   # time of our large sources. Where each processor has memory enough, it begins at 400 MiB.

@@ -169,8 +169,8 @@ std::optional<Entry> readEntry(std::string_view line) {
     });
     if (!text.isDone() || !isGood || !kind || at < 0 || entry.source.service.empty() || entry.source.path.empty()) return {};
     entry.at = std::chrono::nanoseconds{at};
-    entry.kind = static_cast<Kind>(*kind);
-    if (entry.kind == Kind::state ? !hasDocument : entry.kind == Kind::change && !hasSteps) return {};
+    entry.kind = static_cast<EntryKind>(*kind);
+    if (entry.kind == EntryKind::state ? !hasDocument : entry.kind == EntryKind::change && !hasSteps) return {};
     return entry;
 }
 
@@ -182,7 +182,7 @@ Json taken(Json& object, const char* key) {
 
 }  // namespace
 
-std::string_view nameOf(Kind kind) noexcept {
+std::string_view nameOf(EntryKind kind) noexcept {
     return kinds.at(static_cast<std::size_t>(kind));
 }
 
@@ -218,7 +218,7 @@ std::string lineOf(const Entry& entry) {
     if (entry.status != 0) line += ",\"status\":" + std::to_string(entry.status);
     if (!entry.reason.empty()) line += ",\"reason\":" + compact(entry.reason);
     if (entry.isBack) line += ",\"back\":true";
-    if (entry.kind == Kind::change) {
+    if (entry.kind == EntryKind::change) {
         if (!entry.array.empty()) line += ",\"array\":" + compact(entry.array);
         line += ",\"steps\":[";
         for (const Step& step : entry.steps) {
@@ -231,7 +231,7 @@ std::string lineOf(const Entry& entry) {
         }
         line += ']';
     }
-    if (entry.kind == Kind::state || !entry.document.is_null()) line += ",\"document\":" + compact(entry.document);
+    if (entry.kind == EntryKind::state || !entry.document.is_null()) line += ",\"document\":" + compact(entry.document);
     line += "}\n";
     return line;
 }
@@ -267,13 +267,13 @@ Entry entryOf(std::string_view line) {
     if (object.contains("n")) entry.number = static_cast<std::uint64_t>(integer(object, "n", 0));
     entry.source = {text(object, "service"), text(object, "path"), taken(object, "parameters")};
     if (entry.source.service.empty() || entry.source.path.empty()) throw unreadable("no service, or no path");
-    entry.kind = static_cast<Kind>(indexIn(kinds, member(object, "event"), "event"));
+    entry.kind = static_cast<EntryKind>(indexIn(kinds, member(object, "event"), "event"));
     if (object.contains("status")) entry.status = static_cast<int>(std::min<std::int64_t>(integer(object, "status", 0), 999));
     entry.reason = text(object, "reason");
     entry.isBack = member(object, "back") == true;
-    if (entry.kind == Kind::state && !object.contains("document")) throw unreadable("a state without its document");
+    if (entry.kind == EntryKind::state && !object.contains("document")) throw unreadable("a state without its document");
     entry.document = taken(object, "document");
-    if (entry.kind != Kind::change) return entry;
+    if (entry.kind != EntryKind::change) return entry;
     entry.array = text(object, "array");
     const auto steps = object.find("steps");
     if (steps == object.end() || !steps->is_array()) throw unreadable("a change without its steps");

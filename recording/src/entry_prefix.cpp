@@ -59,7 +59,8 @@ bool readPrefix(std::string_view line, EntryPrefix& prefix) noexcept {
     if (take(line, ",\"parameters\":{") && !skipObject(line)) return false;
     prefix.source = rest.substr(0, rest.size() - line.size());
     if (!take(line, ",\"event\":\"")) return false;
-    for (const Kind kind : {Kind::state, Kind::change, Kind::lost, Kind::missing, Kind::ended, Kind::failed}) {
+    for (const EntryKind kind :
+         {EntryKind::state, EntryKind::change, EntryKind::lost, EntryKind::missing, EntryKind::ended, EntryKind::failed}) {
         const std::string_view name = nameOf(kind);
         if (line.starts_with(name) && line.substr(name.size()).starts_with('"')) {
             prefix.kind = kind;

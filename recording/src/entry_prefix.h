@@ -14,7 +14,7 @@ struct EntryPrefix {
     std::chrono::nanoseconds at{0};
     std::uint64_t number = 0;
     std::string_view source{};  // as written: service, path and parameters
-    Kind kind = Kind::state;
+    EntryKind kind = EntryKind::state;
 };
 
 // False unless the line begins as `lineOf` writes it, with a number, and ends as an object does. Says nothing of what comes in

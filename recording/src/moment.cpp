@@ -73,11 +73,11 @@ std::optional<Moment> fastMoment(const std::string& file, std::optional<std::chr
         if (kept.last && prefix.number != *kept.last + 1) return {};
         kept.last = prefix.number;
         if (until && prefix.at > *until) continue;
-        if (prefix.kind == Kind::state) {
+        if (prefix.kind == EntryKind::state) {
             kept.isWhole = true;
             kept.lines.clear();
         }
-        if (prefix.kind == Kind::change && !kept.isWhole) return {};
+        if (prefix.kind == EntryKind::change && !kept.isWhole) return {};
         kept.lines.emplace_back(splitter.number(), line);
     }
     std::vector<std::pair<std::uint64_t, std::string>> lines;
@@ -111,14 +111,14 @@ const SourceState& Moment::apply(Entry entry) {
     if (state.source.path.empty()) state.source = entry.source;
     at_ = std::max(at_, entry.at);
     std::optional<std::string> fault;
-    if (entry.kind == Kind::state) {
+    if (entry.kind == EntryKind::state) {
         state.document = std::move(entry.document);
         state.isKnown = true;
     }
-    const bool isChange = entry.kind == Kind::change;
+    const bool isChange = entry.kind == EntryKind::change;
     state.since = entry.at;
     state.status = entry.status;
-    state.kind = isChange ? Kind::state : entry.kind;
+    state.kind = isChange ? EntryKind::state : entry.kind;
     state.reason = std::move(entry.reason);
     if (isChange) fault = state.isKnown ? applySteps(state.document, std::move(entry)) : "there is none before it";
     if (fault) {

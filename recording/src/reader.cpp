@@ -150,7 +150,7 @@ private:
                                                                         : "an entry that was read already, or too late");
         }
         if (!entry.number && entry.at < sequence.at) return report(numbered.line, "it goes back in time");
-        if (isNumbered && *entry.number > *expected && entry.kind != Kind::state && sequence.isWhole) {
+        if (isNumbered && *entry.number > *expected && entry.kind != EntryKind::state && sequence.isWhole) {
             const std::uint64_t key = *entry.number;
             sequence.early.emplace(key, std::move(numbered));
             if (sequence.early.size() > mostEarly) giveUp(sequence);
@@ -178,8 +178,8 @@ private:
         Entry& entry = numbered.entry;
         if (entry.number) sequence.last = entry.number;
         sequence.at = entry.at;
-        if (entry.kind == Kind::state) sequence.isWhole = true;
-        if (entry.kind == Kind::change && !sequence.isWhole) {
+        if (entry.kind == EntryKind::state) sequence.isWhole = true;
+        if (entry.kind == EntryKind::change && !sequence.isWhole) {
             return report(numbered.line, "a change of " + entry.source.path + " to what is not known");
         }
         ready_.push_back(std::move(numbered));

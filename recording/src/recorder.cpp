@@ -129,7 +129,7 @@ private:
         Follower& follower = *found->second;
         retrieves_.leave(follower.retrieve);
         byRetrieve_.erase(std::exchange(follower.retrieve, 0));
-        put(follower, timeOf(std::chrono::steady_clock::now()), Kind::missing, 404, reason);
+        put(follower, timeOf(std::chrono::steady_clock::now()), EntryKind::missing, 404, reason);
     }
 
     void heard(const Heard& heard) {
@@ -141,25 +141,25 @@ private:
             case Heard::Kind::answer:
                 return take(follower, at, heard.response);
             case Heard::Kind::ended:
-                if (follower.trail.last() != Kind::ended) put(follower, at, Kind::ended, 0, heard.error->what());
+                if (follower.trail.last() != EntryKind::ended) put(follower, at, EntryKind::ended, 0, heard.error->what());
                 return;
             case Heard::Kind::missing:
-                return fail(follower, at, Kind::missing, *heard.error);
+                return fail(follower, at, EntryKind::missing, *heard.error);
             case Heard::Kind::lost:
-                return fail(follower, at, Kind::lost, *heard.error);
+                return fail(follower, at, EntryKind::lost, *heard.error);
             case Heard::Kind::failed:
-                return fail(follower, at, Kind::failed, *heard.error);
+                return fail(follower, at, EntryKind::failed, *heard.error);
         }
     }
 
-    void fail(Follower& follower, nanoseconds at, Kind kind, const Error& error) {
+    void fail(Follower& follower, nanoseconds at, EntryKind kind, const Error& error) {
         if (!failure_ || error.status() == 0) failure_ = error;
-        const int status = error.status() != 0 ? error.status() : kind == Kind::lost ? 503 : 0;
+        const int status = error.status() != 0 ? error.status() : kind == EntryKind::lost ? 503 : 0;
         const std::string reason = error.reason().empty() ? error.what() : error.reason();
         if (follower.trail.last() != kind) put(follower, at, kind, status, reason);
     }
 
-    void put(Follower& follower, nanoseconds at, Kind kind, int status, const std::string& reason) {
+    void put(Follower& follower, nanoseconds at, EntryKind kind, int status, const std::string& reason) {
         callbacks_.line(at, follower.trail.event(at, kind, status, reason));
         callbacks_.turn(follower.trail.source(), kind, reason);
     }
@@ -170,7 +170,7 @@ private:
     }
 
     void take(Follower& follower, nanoseconds at, const kelo::Response& response) {
-        const bool isTurn = follower.trail.last() != Kind::state && follower.trail.last() != Kind::change;
+        const bool isTurn = follower.trail.last() != EntryKind::state && follower.trail.last() != EntryKind::change;
         std::string line;
         try {
             const kelo::Payload& payload = response.payload();
@@ -179,12 +179,12 @@ private:
                                          isJson ? std::string{payload.text()} : client::compact(client::decode(payload)));
         } catch (const Error& unreadable) {
             retrieves_.askAgain(follower.retrieve);
-            return fail(follower, at, Kind::failed, unreadable);
+            return fail(follower, at, EntryKind::failed, unreadable);
         }
         hasAnswered_ = true;
         follower.document.reset();
         callbacks_.line(at, std::move(line));
-        if (isTurn) callbacks_.turn(follower.trail.source(), Kind::state, "");
+        if (isTurn) callbacks_.turn(follower.trail.source(), EntryKind::state, "");
         if (follower.trail.source().path == "/displays") showDisplays(follower);
     }
 

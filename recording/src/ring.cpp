@@ -32,7 +32,7 @@ void Ring::write(std::chrono::nanoseconds now, Writer& writer) {
     drop(now);
     // A source that does not answer any more takes two entries: what stands, and that.
     for (const auto& [key, state] : base_.sources()) {
-        const bool isAnswering = state.kind == Kind::state;
+        const bool isAnswering = state.kind == EntryKind::state;
         const std::uint64_t number = numbers_[key];
         Entry entry{.at = base_.at(), .number = number, .source = state.source, .kind = state.kind, .status = state.status};
         if (!isAnswering) {

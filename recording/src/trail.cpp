@@ -177,7 +177,7 @@ std::optional<std::string> applySteps(Json& document, Entry change) {
     return {};
 }
 
-Entry Trail::begin(std::chrono::nanoseconds at, Kind kind, int status) {
+Entry Trail::begin(std::chrono::nanoseconds at, EntryKind kind, int status) {
     last_ = kind;
     return {.at = at, .number = count_ + 1, .source = source_, .kind = kind, .status = status};
 }
@@ -185,7 +185,7 @@ Entry Trail::begin(std::chrono::nanoseconds at, Kind kind, int status) {
 std::string Trail::answer(std::chrono::nanoseconds at, int status, std::string text) {
     Document document = read(std::move(text));
     const bool isDue = document_.text.empty() || changeBytes_ > std::max(leastChangeBytes, mostTimesWhole * wholeBytes_);
-    Entry change = begin(at, Kind::change, status);
+    Entry change = begin(at, EntryKind::change, status);
     const bool isSimilar = !isDue && document.array && document.array == document_.array &&
                            document.isArray == document_.isArray && findMembers(document_, document, change);
     if (isSimilar) {
@@ -204,9 +204,9 @@ std::string Trail::answer(std::chrono::nanoseconds at, int status, std::string t
     change.steps.clear();
     change.array.clear();
     change.document = nullptr;
-    change.kind = Kind::state;
+    change.kind = EntryKind::state;
     change.isBack = std::exchange(isDown_, false);
-    last_ = Kind::state;
+    last_ = EntryKind::state;
     std::string line = lineOf(change);
     constexpr std::string_view placeholder = "null}\n";
     line.replace(line.size() - placeholder.size(), placeholder.size(), document_.text + "}\n");
@@ -215,13 +215,13 @@ std::string Trail::answer(std::chrono::nanoseconds at, int status, std::string t
     return line;
 }
 
-std::string Trail::event(std::chrono::nanoseconds at, Kind kind, int status, std::string reason) {
+std::string Trail::event(std::chrono::nanoseconds at, EntryKind kind, int status, std::string reason) {
     Entry entry = begin(at, kind, status);
     ++count_;
     entry.reason = std::move(reason);
-    if (kind == Kind::missing) entry.isBack = std::exchange(isDown_, false);
-    if (kind == Kind::lost) isDown_ = true;
-    if (kind != Kind::ended) document_ = {};
+    if (kind == EntryKind::missing) entry.isBack = std::exchange(isDown_, false);
+    if (kind == EntryKind::lost) isDown_ = true;
+    if (kind != EntryKind::ended) document_ = {};
     return lineOf(entry);
 }
 

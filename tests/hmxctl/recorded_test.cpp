@@ -14,7 +14,7 @@ namespace hmxctl_test {
 namespace {
 
 using hmx::recording::Entry;
-using hmx::recording::Kind;
+using hmx::recording::EntryKind;
 using hmx::recording::Source;
 using namespace std::chrono_literals;
 
@@ -28,8 +28,12 @@ void writeRecording(const std::string& file, bool upstream) {
     hmx::recording::Writer writer{descriptor, file, head};
     const Source popups{"/hmx", "/popups", Json{{"display", "Driver_Display"}}};
     const auto state = [&](std::chrono::nanoseconds at, const Source& source, const std::string& text, bool isBack = false) {
-        writer.write(
-            {.at = at, .source = source, .kind = Kind::state, .status = 200, .document = Json::parse(text), .isBack = isBack});
+        writer.write({.at = at,
+                      .source = source,
+                      .kind = EntryKind::state,
+                      .status = 200,
+                      .document = Json::parse(text),
+                      .isBack = isBack});
     };
     const auto hint = [](const char* requested) {
         return page({popup("Driver_Display", "Hint", std::string{R"(,"requested":)"} + requested)});
@@ -39,7 +43,7 @@ void writeRecording(const std::string& file, bool upstream) {
     if (upstream)
         state(7ms, {"/hmxinputmanager", "/Driver_Display"}, R"({"regionInfoSorted":[{"hmiName":"Radio","regionID":7}]})");
     state(2s, popups, hint("true"));
-    writer.write({.at = 3s, .source = popups, .kind = Kind::lost, .status = 503, .reason = "gone"});
+    writer.write({.at = 3s, .source = popups, .kind = EntryKind::lost, .status = 503, .reason = "gone"});
     state(4s, popups, hint("true"), true);
     ::close(descriptor);
 }

@@ -14,7 +14,7 @@ namespace hmxsim_tests {
 namespace {
 
 using hmx::recording::Entry;
-using hmx::recording::Kind;
+using hmx::recording::EntryKind;
 using hmx::recording::Source;
 using hmxsim::ManagerId;
 using Json = hmx::client::Json;
@@ -26,10 +26,10 @@ const Source popups{"/hmxpopupmanager", "/One"};
 const Source others{"/hmxpopupmanager", "/Two"};
 
 Entry state(std::chrono::milliseconds at, const Source& source, const std::string& document) {
-    return {.at = at, .source = source, .kind = Kind::state, .status = 200, .document = Json::parse(document)};
+    return {.at = at, .source = source, .kind = EntryKind::state, .status = 200, .document = Json::parse(document)};
 }
-Entry event(std::chrono::milliseconds at, const Source& source, Kind kind, const char* reason = "gone") {
-    return {.at = at, .source = source, .kind = kind, .status = kind == Kind::missing ? 404 : 503, .reason = reason};
+Entry event(std::chrono::milliseconds at, const Source& source, EntryKind kind, const char* reason = "gone") {
+    return {.at = at, .source = source, .kind = kind, .status = kind == EntryKind::missing ? 404 : 503, .reason = reason};
 }
 std::string popup(const char* name, const char* more) {
     return std::string{R"([{"name":")"} + name + "\"" + more + "}]";
@@ -69,7 +69,8 @@ TEST_F(Replaying, SaysWhatWasSaidAtItsTime) {
         R"({"regionInfoSorted":[{"regionID":2,"hmiName":"B","layer":"Top"},{"regionID":1,"hmiName":"A"}]})";
     replay({state(10ms, displays, R"({"infoForAllDisplays":[{"id":1,"name":"One"}]})"), state(11ms, surface, regions),
             state(12ms, popups, popup("Hint", R"(,"requested":true,"active":true,"visible":false,"suppressed":true)")),
-            state(112ms, popups, popup("Hint", R"(,"requested":false)")), event(312ms, popups, Kind::missing, "no popups there")},
+            state(112ms, popups, popup("Hint", R"(,"requested":false)")),
+            event(312ms, popups, EntryKind::missing, "no popups there")},
            {.speed = 2});
     EXPECT_EQ(ask(stage_.inputs(), "/One"), "200 " + regions) << "in its own order, though that is not the simulator's";
     EXPECT_EQ(ask(stage_.inputs(), "/One/A"), R"(200 {"regionInfoSorted":[{"regionID":1,"hmiName":"A"}]})");
@@ -98,11 +99,16 @@ TEST_F(Replaying, SaysWhatWasSaidAtItsTime) {
 }
 
 // Twice, the popup manager loses a source; once it is away, from 200 ms to 340 ms.
-const std::vector<Entry> comingsAndGoings{
-    state(1ms, popups, "[]"),         state(2ms, others, "[]"),          state(3ms, displays, "{}"),
-    event(100ms, popups, Kind::lost), state(150ms, popups, "[]"),  // had been refused: the other one was not lost
-    event(200ms, popups, Kind::lost), event(203ms, others, Kind::lost),  state(300ms, popups, popup("A", "")),
-    state(340ms, others, "[]"),       event(500ms, displays, Kind::lost)};
+const std::vector<Entry> comingsAndGoings{state(1ms, popups, "[]"),
+                                          state(2ms, others, "[]"),
+                                          state(3ms, displays, "{}"),
+                                          event(100ms, popups, EntryKind::lost),
+                                          state(150ms, popups, "[]"),  // had been refused: the other one was not lost
+                                          event(200ms, popups, EntryKind::lost),
+                                          event(203ms, others, EntryKind::lost),
+                                          state(300ms, popups, popup("A", "")),
+                                          state(340ms, others, "[]"),
+                                          event(500ms, displays, EntryKind::lost)};
 
 TEST_F(Replaying, TakesManagersAwayAndBringsThemBack) {
     replay(comingsAndGoings, {.loops = true});

@@ -60,7 +60,7 @@ std::string visibleIn(const Moment& moment) {
     if (state == nullptr || !state->isKnown) return "?";
     std::string visible;
     for (const Json& popup : client::member(state->document, "data")) visible += popup["visible"] == true ? '+' : '-';
-    return state->kind == Kind::state ? visible : std::string{nameOf(state->kind)} + " " + visible;
+    return state->kind == EntryKind::state ? visible : std::string{nameOf(state->kind)} + " " + visible;
 }
 
 struct File {
@@ -94,7 +94,7 @@ TEST(Reader, ReadsWhatIsGoodAndNamesWhatIsNot) {
     for (const char* visible : {"-----", "+----", "++---", "+++--", "++++-"}) {
         lines.push_back(trail.answer(lines.size() * 1ms, 200, page(visible)));
     }
-    lines.push_back(trail.event(7ms, Kind::lost, 503, "away"));
+    lines.push_back(trail.event(7ms, EntryKind::lost, 503, "away"));
     lines.push_back(trail.answer(8ms, 200, page("----+")));
     const auto joined = [&](const std::vector<std::size_t>& order) {
         std::string text;
@@ -187,11 +187,11 @@ TEST(Trail, LeadsToEveryDocument) {
             }
             if (document.is_object() && below(9) == 0) document[below(2) == 0 ? "total" : "next"] = below(9);
             if (document.is_object() && below(9) == 0) document.erase("total");
-            if (below(30) == 0) (void)moment.apply(entryOf(trail.event(1s, Kind::lost, 503, "gone")));
+            if (below(30) == 0) (void)moment.apply(entryOf(trail.event(1s, EntryKind::lost, 503, "gone")));
             const std::string line = trail.answer(2s, 200, document);
             const Entry entry = entryOf(line);
             EXPECT_EQ(lineOf(entry), line);
-            changes += entry.kind == Kind::change ? 1U : 0U;
+            changes += entry.kind == EntryKind::change ? 1U : 0U;
             ASSERT_EQ(compact(moment.apply(entry).document), compact(document));
         }
         EXPECT_GT(changes, 300U) << array;
@@ -228,7 +228,7 @@ TEST(Trail, WritesWholeAnswersSoOftenThatReadersNeedNotGoBackFar) {
     for (int round = 0; round < 6'000; ++round) {
         document["data"][static_cast<std::size_t>(round) % 30]["visible"] = round % 7 == 0;
         const std::string line = trail.answer(1s * round, 200, document);
-        const bool isWhole = entryOf(line).kind == Kind::state;
+        const bool isWhole = entryOf(line).kind == EntryKind::state;
         wholes += isWhole ? 1U : 0U;
         sinceWhole = isWhole ? 0 : sinceWhole + line.size();
         ASSERT_LE(sinceWhole, std::size_t{258} * 1024U);
@@ -249,7 +249,7 @@ TEST(Moment, RefusesAChangeThatDoesNotFit) {
     for (const auto& [step, expected] : cases) {
         Moment moment;
         (void)moment.apply(state);
-        const std::string line = lineOf(Entry{.source = popups, .kind = Kind::change, .array = "data"});
+        const std::string line = lineOf(Entry{.source = popups, .kind = EntryKind::change, .array = "data"});
         const Entry change = entryOf(line.substr(0, line.find("[]") + 1) + step + "]}");
         const std::string reason = reasonOf([&] { (void)moment.apply(change); });
         EXPECT_NE(reason.find(expected), std::string::npos) << reason;
@@ -265,7 +265,7 @@ TEST(Moment, IsThatOfTheTimeAskedFor) {
                                          one.answer(1s, 200, page("-")),
                                          other.answer(2s, 200, page("-")),
                                          one.answer(3s, 200, page("+")),
-                                         one.event(4s, Kind::lost, 503, "away"),
+                                         one.event(4s, EntryKind::lost, 503, "away"),
                                          one.answer(5s, 200, page("++"))};
     const File file{std::accumulate(lines.begin(), lines.end(), std::string{})};
     const std::vector<std::pair<std::chrono::nanoseconds, const char*>> cases{

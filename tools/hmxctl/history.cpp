@@ -19,7 +19,7 @@ namespace {
 
 using namespace hmx::client;  // NOLINT(google-build-using-namespace)
 using hmx::recording::Entry;
-using EntryKind = hmx::recording::Kind;
+using hmx::recording::EntryKind;
 using hmx::recording::Source;
 using hmx::recording::Step;
 using std::chrono::nanoseconds;

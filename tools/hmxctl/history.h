@@ -66,7 +66,7 @@ public:
 
     void take(hmx::recording::Entry entry);
     void answer(const hmx::recording::Source& source, std::chrono::nanoseconds at, hmx::client::Json document);
-    void silence(const hmx::recording::Source& source, std::chrono::nanoseconds at, hmx::recording::Kind kind);
+    void silence(const hmx::recording::Source& source, std::chrono::nanoseconds at, hmx::recording::EntryKind kind);
 
     // Forgets all but the last states.
     void keepEnd();

@@ -26,6 +26,7 @@ namespace {
 
 using namespace hmx::client;  // NOLINT(google-build-using-namespace)
 using hmx::recording::Entry;
+using hmx::recording::EntryKind;
 using hmx::recording::Moment;
 using hmx::recording::Reader;
 using hmx::recording::Source;
@@ -33,7 +34,6 @@ using hmx::recording::SourceState;
 using hmx::replica::LocalApi;
 using kelo::Response;
 using std::chrono::nanoseconds;
-using EntryKind = hmx::recording::Kind;
 
 constexpr std::chrono::milliseconds longestPause{450};  // of a subscription that has to ask anew
 

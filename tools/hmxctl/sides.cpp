@@ -24,11 +24,11 @@ namespace hmxctl {
 namespace {
 
 using hmx::recording::Entry;
+using hmx::recording::EntryKind;
 using hmx::recording::Moment;
 using hmx::recording::Reader;
 using hmx::recording::Source;
 using hmxsim::ManagerId;
-using EntryKind = hmx::recording::Kind;
 
 // What a word of the command line names. Thread: any (a value).
 struct Named {

@@ -17,6 +17,9 @@ kelo::Response refusal(std::uint16_t status, std::string_view reason);
 inline kelo::Response notFound(std::string_view reason) {
     return refusal(404, reason);
 }
+inline kelo::Response noDisplay(const std::string& id) {
+    return notFound("no such display: " + id);
+}
 inline bool isError(const kelo::Response& response) noexcept {
     return response.status() >= 400;
 }

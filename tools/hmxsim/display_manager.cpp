@@ -11,28 +11,25 @@ namespace hmxsim {
 
 namespace {
 
-namespace upstream = kelo::hmx::displaymanager;
+namespace displaymanager = kelo::hmx::displaymanager;
 using kelo::Response;
 using kelo::commands::retrieve;
 using kelo::commands::update;
 
-const tracing::Channel channel{"HMXSIM_DISPLAYMANAGER"};
+const tracing::Channel displayChannel{"HMXSIM_DISPLAYMANAGER"};
 
-Response noDisplay(const Call& call) {
-    return notFound("no such display: " + call.first);
-}
 Response noDisplayable(const Call& call) {
     return notFound("no such displayable: " + call.first);
 }
 
-upstream::Displayable* displayableOf(World& world, const std::string& id) {
+displaymanager::Displayable* displayableOf(World& world, const std::string& id) {
     int number = 0;
     const char* const end = id.data() + id.size();
     const auto [stop, error] = std::from_chars(id.data(), end, number);
     return error == std::errc{} && stop == end ? world.findDisplayable(number) : nullptr;
 }
 
-void apply(const upstream::DisplayUpdate& change, upstream::Display& display) {
+void apply(const displaymanager::DisplayUpdate& change, displaymanager::Display& display) {
     if (change.compositing) display.compositing = change.compositing;
     if (change.updateRate) display.updateRate = change.updateRate;
 }
@@ -55,20 +52,20 @@ Response DisplayManager::displays(const Call& call) {
 }
 
 Response DisplayManager::display(const Call& call) {
-    const upstream::Display* const display = world_.findDisplay(call.first);
-    return display != nullptr ? valueFor(call.request, *display) : noDisplay(call);
+    const displaymanager::Display* const display = world_.findDisplay(call.first);
+    return display != nullptr ? valueFor(call.request, *display) : noDisplay(call.first);
 }
 
 Response DisplayManager::updateDisplay(const Call& call) {
-    upstream::Display* const display = world_.findDisplay(call.first);
-    if (display == nullptr) return noDisplay(call);
+    displaymanager::Display* const display = world_.findDisplay(call.first);
+    if (display == nullptr) return noDisplay(call.first);
     Response answer;
-    upstream::DisplayUpdate change;
+    displaymanager::DisplayUpdate change;
     if (bodyFails(call.request, change, "DisplayUpdate", answer)) return answer;
     apply(change, *display);
     if (const auto* const layers = world_.findLayers(call.first)) apply(change, *layers->display);
     if (const auto& screenshot = change.takeScreenshot) {
-        tracing::logCV(channel, 2, "screenshot of %s to \"%s/%s\"", call.first.c_str(),
+        tracing::logCV(displayChannel, 2, "screenshot of %s to \"%s/%s\"", call.first.c_str(),
                        screenshot->outputDirectory.value_or("").c_str(), screenshot->filename.value_or("").c_str());
     }
     return done();
@@ -79,20 +76,20 @@ Response DisplayManager::displayables(const Call& call) {
 }
 
 Response DisplayManager::displayable(const Call& call) {
-    const upstream::Displayable* const displayable = displayableOf(world_, call.first);
+    const displaymanager::Displayable* const displayable = displayableOf(world_, call.first);
     return displayable != nullptr ? valueFor(call.request, *displayable) : noDisplayable(call);
 }
 
 Response DisplayManager::updateDisplayable(const Call& call) {
-    upstream::Displayable* const displayable = displayableOf(world_, call.first);
+    displaymanager::Displayable* const displayable = displayableOf(world_, call.first);
     if (displayable == nullptr) return noDisplayable(call);
     Response answer;
-    upstream::DisplayableUpdate change;
+    displaymanager::DisplayableUpdate change;
     if (bodyFails(call.request, change, "DisplayableUpdate", answer)) return answer;
     if (change.is_visible) displayable->is_visible = change.is_visible;
     if (change.layers) {
         displayable->layers.emplace();
-        for (const auto& layer : *change.layers) displayable->layers->push_back(std::make_shared<upstream::Layer>(layer));
+        for (const auto& layer : *change.layers) displayable->layers->push_back(std::make_shared<displaymanager::Layer>(layer));
     }
     return done();
 }
@@ -102,7 +99,7 @@ Response DisplayManager::layerConfigs(const Call& call) {
 }
 
 Response DisplayManager::layerConfig(const Call& call) {
-    const upstream::DisplayLayers* const layers = world_.findLayers(call.first);
+    const displaymanager::DisplayLayers* const layers = world_.findLayers(call.first);
     return layers != nullptr ? valueFor(call.request, *layers) : notFound("no layer configuration of display: " + call.first);
 }
 

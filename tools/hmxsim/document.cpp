@@ -24,7 +24,6 @@ namespace hmxsim {
 namespace {
 
 using kelo::record::Kind;
-using nlohmann::json;
 
 constexpr std::size_t maxDepth = 64;
 
@@ -35,7 +34,7 @@ std::string_view nameOf(Node::Type type) {
 }
 
 // How far the parser has read.
-struct Place {
+struct ReadPosition {
     std::size_t consumed = 0;
     int line = 1;  // of the last character read
     bool lineEnded = false;
@@ -50,7 +49,7 @@ public:
     using pointer = const char*;
     using reference = const char&;
 
-    CountingIterator(const char* position, Place* place) : position_{position}, place_{place} {}
+    CountingIterator(const char* position, ReadPosition* place) : position_{position}, place_{place} {}
     const char& operator*() const { return *position_; }
     CountingIterator& operator++() {
         if (place_->lineEnded) ++place_->line;
@@ -69,7 +68,7 @@ public:
 
 private:
     const char* position_;
-    Place* place_;
+    ReadPosition* place_;
 };
 
 std::string pathTo(const std::vector<Node*>& open) {
@@ -82,9 +81,9 @@ std::string pathTo(const std::vector<Node*>& open) {
 }
 
 // Thread: one at a time; refers to the place.
-class TreeBuilder final : public nlohmann::json_sax<json> {
+class TreeBuilder final : public nlohmann::json_sax<nlohmann::json> {
 public:
-    TreeBuilder(const std::string& file, const Place& place, Node& root) : file_{file}, place_{place}, root_{root} {}
+    TreeBuilder(const std::string& file, const ReadPosition& place, Node& root) : file_{file}, place_{place}, root_{root} {}
 
     bool null() override {
         add(Node::Type::null);
@@ -124,7 +123,7 @@ public:
         key_ = std::move(name);
         return true;
     }
-    bool parse_error(std::size_t, const std::string&, const json::exception& error) override {
+    bool parse_error(std::size_t, const std::string&, const nlohmann::json::exception& error) override {
         // "[json.exception.parse_error.101] parse error at line 3, column 5: syntax error while …": the line is known already.
         std::string_view what = error.what();
         if (const auto text = what.find(": "); text != std::string_view::npos) what.remove_prefix(text + 2);
@@ -154,7 +153,7 @@ private:
     }
 
     const std::string& file_;
-    const Place& place_;
+    const ReadPosition& place_;
     Node& root_;
     std::vector<Node*> open_;  // the containers around the next value: none grows a sibling while it is open, so they stay put
     std::string key_;
@@ -199,9 +198,10 @@ Document Document::fromFile(const std::string& file) {
 }
 
 Document::Document(std::string file, std::string text) : file_{std::move(file)}, text_{std::move(text)} {
-    Place place;
+    ReadPosition place;
     TreeBuilder builder{file_, place, root_};
-    json::sax_parse(CountingIterator{text_.data(), &place}, CountingIterator{text_.data() + text_.size(), &place}, &builder);
+    nlohmann::json::sax_parse(CountingIterator{text_.data(), &place}, CountingIterator{text_.data() + text_.size(), &place},
+                              &builder);
 }
 
 std::string_view Document::textOf(const Node& node) const noexcept {

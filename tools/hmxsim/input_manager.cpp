@@ -13,16 +13,12 @@ namespace hmxsim {
 
 namespace {
 
-namespace upstream = kelo::hmx::inputregions;
+namespace inputregions = kelo::hmx::inputregions;
 using kelo::Response;
 using kelo::commands::retrieve;
 using kelo::commands::update;
 
-const tracing::Channel channel{"HMXSIM_INPUTMANAGER"};
-
-Response noDisplay(const Call& call) {
-    return notFound("no such display: " + call.first);
-}
+const tracing::Channel inputChannel{"HMXSIM_INPUTMANAGER"};
 
 // A layer's position from the back of the display, by its name or its id in decimal; the smallest number for an unknown layer.
 int depthOf(const kelo::hmx::displaymanager::DisplayLayers* configuration, const std::string& layer) {
@@ -64,7 +60,7 @@ void keepOf(std::string_view hmi, kelo::optional<std::vector<Region>>& regions) 
         std::erase_if(*regions, [&](const Region& region) { return region.hmiName.value_or("") != hmi; });
 }
 
-using Layers = std::vector<upstream::HapticAndInputInfoPerLayer>;
+using Layers = std::vector<inputregions::HapticAndInputInfoPerLayer>;
 
 // Gives regions without an id the ids of the regions whose places they take.
 void keepIds(Layers& fresh, const Layers& replaced) {
@@ -79,15 +75,15 @@ void keepIds(Layers& fresh, const Layers& replaced) {
 
 }  // namespace
 
-upstream::HapticAndInputInfoSorted sortedRegions(World& world, const InputDisplay& display, std::string_view hmi) {
+inputregions::HapticAndInputInfoSorted sortedRegions(World& world, const InputDisplay& display, std::string_view hmi) {
     if (const auto recorded = world.surfaces.find(display.name); recorded != world.surfaces.end()) {
-        upstream::HapticAndInputInfoSorted surface = recorded->second;
+        inputregions::HapticAndInputInfoSorted surface = recorded->second;
         keepOf(hmi, surface.regionInfoSorted);
         keepOf(hmi, surface.hapticInfoSorted);
         return surface;
     }
-    Sorter<upstream::InputRegion> inputs;
-    Sorter<upstream::HapticRegion> haptics;
+    Sorter<inputregions::InputRegion> inputs;
+    Sorter<inputregions::HapticRegion> haptics;
     const auto* const configuration = world.findLayers(display.name);
     for (const HmiRegions& set : display.regions.value_or(std::vector<HmiRegions>{})) {
         if (!hmi.empty() && set.hmi != hmi) continue;
@@ -102,7 +98,7 @@ upstream::HapticAndInputInfoSorted sortedRegions(World& world, const InputDispla
             }
         }
     }
-    upstream::HapticAndInputInfoSorted sorted;
+    inputregions::HapticAndInputInfoSorted sorted;
     sorted.regionInfoSorted = inputs.take();
     sorted.hapticInfoSorted = haptics.take();
     return sorted;
@@ -128,25 +124,26 @@ Response InputManager::answer(const kelo::Request& request) {
 
 Response InputManager::proximity(const Call& call) {
     const InputDisplay* const display = world_.findInputDisplay(call.first);
-    return display != nullptr ? valueFor(call.request, display->proximity.value_or(false)) : noDisplay(call);
+    return display != nullptr ? valueFor(call.request, display->proximity.value_or(false)) : noDisplay(call.first);
 }
 
 Response InputManager::shutter(const Call& call) {
     const InputDisplay* const display = world_.findInputDisplay(call.first);
     return display != nullptr
-               ? valueFor(call.request, display->shutter.value_or(upstream::ShutterInfo{false, upstream::Status::ok}))
-               : noDisplay(call);
+               ? valueFor(call.request, display->shutter.value_or(inputregions::ShutterInfo{false, inputregions::Status::ok}))
+               : noDisplay(call.first);
 }
 
 Response InputManager::force(const Call& call) {
     const InputDisplay* const display = world_.findInputDisplay(call.first);
-    return display != nullptr ? valueFor(call.request, display->force.value_or(upstream::ForceInfo{false, upstream::Status::ok}))
-                              : noDisplay(call);
+    return display != nullptr
+               ? valueFor(call.request, display->force.value_or(inputregions::ForceInfo{false, inputregions::Status::ok}))
+               : noDisplay(call.first);
 }
 
 Response InputManager::regionsOfDisplay(const Call& call) {
     const InputDisplay* const display = world_.findInputDisplay(call.first);
-    return display != nullptr ? valueFor(call.request, sortedRegions(world_, *display, call.second)) : noDisplay(call);
+    return display != nullptr ? valueFor(call.request, sortedRegions(world_, *display, call.second)) : noDisplay(call.first);
 }
 
 // An HMI without regions and one that does not exist get the same answer.
@@ -157,7 +154,7 @@ Response InputManager::regionsOfHmi(const Call& call) {
 template <class Body, class Change>
 Response InputManager::changeDisplay(const Call& call, const char* bodyType, Change change) {
     InputDisplay* const display = world_.findInputDisplay(call.first);
-    if (display == nullptr) return noDisplay(call);
+    if (display == nullptr) return noDisplay(call.first);
     Response answer;
     Body body{};
     if (bodyFails(call.request, body, bodyType, answer)) return answer;
@@ -175,21 +172,21 @@ Response InputManager::setProximity(const Call& call) {
 
 Response InputManager::setShutter(const Call& call) {
     return changeDisplay<bool>(call, "bool", [](InputDisplay& display, bool active) {
-        display.shutter = upstream::ShutterInfo{active, upstream::Status::ok};
+        display.shutter = inputregions::ShutterInfo{active, inputregions::Status::ok};
     });
 }
 
 Response InputManager::triggerHaptic(const Call& call) {
-    return changeDisplay<upstream::HapticTrigger>(
-        call, "HapticTrigger", [](InputDisplay& display, upstream::HapticTrigger&& trigger) {
-            tracing::logCV(channel, 1, "haptic feedback %i on %s", trigger.hapticFeedback.value_or(0), display.name.c_str());
+    return changeDisplay<inputregions::HapticTrigger>(
+        call, "HapticTrigger", [](InputDisplay& display, inputregions::HapticTrigger&& trigger) {
+            tracing::logCV(inputChannel, 1, "haptic feedback %i on %s", trigger.hapticFeedback.value_or(0), display.name.c_str());
             display.lastHaptic = std::move(trigger);
         });
 }
 
 Response InputManager::setRegions(const Call& call) {
-    return changeDisplay<upstream::HapticAndInputInfoPerHMI>(
-        call, "HapticAndInputInfoPerHMI", [&](InputDisplay& display, upstream::HapticAndInputInfoPerHMI&& info) {
+    return changeDisplay<inputregions::HapticAndInputInfoPerHMI>(
+        call, "HapticAndInputInfoPerHMI", [&](InputDisplay& display, inputregions::HapticAndInputInfoPerHMI&& info) {
             world_.surfaces.erase(display.name);
             if (!display.regions) display.regions.emplace();
             auto& sets = *display.regions;

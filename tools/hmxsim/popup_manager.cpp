@@ -7,7 +7,7 @@ namespace hmxsim {
 
 namespace {
 
-namespace upstream = kelo::hmx::popups;
+namespace popups = kelo::hmx::popups;
 using kelo::Response;
 using kelo::commands::retrieve;
 using kelo::commands::update;
@@ -22,7 +22,7 @@ bool passes(const kelo::optional<T>& wanted, const kelo::optional<T>& actual) {
 }
 
 // A filter on a member that the popup does not have does not match.
-bool passes(const upstream::PopupStateFilter& filter, const upstream::Popup& popup) {
+bool passes(const popups::PopupStateFilter& filter, const popups::Popup& popup) {
     return passes(filter.slot, popup.slot) && passes(filter.isFullscreen, popup.isFullscreen) &&
            passes(filter.requested, popup.requested) && passes(filter.active, popup.active) &&
            passes(filter.visible, popup.visible) && passes(filter.wakeupFromOnNoDisplay, popup.wakeupFromOnNoDisplay) &&
@@ -49,9 +49,9 @@ Response PopupManager::popups(const Call& call) {
     }
     if (display == nullptr && world_.findDisplay(call.first) == nullptr) return notFound("no such display: " + call.first);
     Response answer;
-    upstream::PopupStateFilter filter;
+    popups::PopupStateFilter filter;
     if (!call.request.payload().empty() && bodyFails(call.request, filter, "PopupStateFilter", answer)) return answer;
-    std::vector<upstream::Popup> found;
+    std::vector<popups::Popup> found;
     // A display of the world may have no popups yet.
     static const std::vector<PopupState> none;
     for (const PopupState& state : display != nullptr ? display->popups : none) {
@@ -69,9 +69,9 @@ Response PopupManager::updatePopup(const Call& call) {
     PopupState* const state = world_.findPopup(call.first, call.second);
     if (state == nullptr) return noPopup(call);
     Response answer;
-    upstream::PopupStateUpdate change;
+    popups::PopupStateUpdate change;
     if (bodyFails(call.request, change, "PopupStateUpdate", answer)) return answer;
-    upstream::Popup popup = state->popup;
+    popups::Popup popup = state->popup;
     if (change.requested) popup.requested = change.requested;
     if (change.visible) popup.visible = change.visible;
     if (change.requestData) popup.requestData = change.requestData;

@@ -15,7 +15,7 @@ namespace {
 
 namespace inputs = kelo::hmx::inputregions;
 using hmx::client::recordOf;
-using hmx::recording::Kind;
+using hmx::recording::EntryKind;
 using hmx::recording::SourceState;
 
 template <class Region>
@@ -63,7 +63,7 @@ void describeDisplays(World& world, const SourceState& state) {
 
 void describeSurface(World& world, const std::string& name, const SourceState& state) {
     InputDisplay* display = world.findInputDisplay(name);
-    if (state.kind == Kind::missing) {
+    if (state.kind == EntryKind::missing) {
         world.surfaces.erase(name);
         if (display != nullptr) world.inputDisplays.erase(world.inputDisplays.begin() + (display - world.inputDisplays.data()));
         return;
@@ -81,7 +81,7 @@ void describeSurface(World& world, const std::string& name, const SourceState& s
 void describePopups(World& world, const std::string& name, const SourceState& state) {
     world.refusedPopups.erase(name);
     PopupDisplay* display = world.findPopupDisplay(name);
-    if (state.kind == Kind::missing) {
+    if (state.kind == EntryKind::missing) {
         if (display != nullptr) world.popupDisplays.erase(world.popupDisplays.begin() + (display - world.popupDisplays.data()));
         world.refusedPopups.emplace(name, state.reason);
         return;
@@ -113,7 +113,7 @@ std::optional<ManagerId> managerAt(std::string_view servicePath) noexcept {
 void describe(World& world, const SourceState& state) {
     const std::optional<ManagerId> manager = managerAt(state.source.service);
     const bool isWhole = state.source.parameters.is_null() || state.source.parameters.empty();
-    if (!manager || !isWhole || (state.kind != Kind::state && state.kind != Kind::missing)) return;
+    if (!manager || !isWhole || (state.kind != EntryKind::state && state.kind != EntryKind::missing)) return;
     if (*manager == ManagerId::display) return describeDisplays(world, state);
     std::string display;
     if (!kelo::Path::matches(state.source.path, "/*") || !kelo::Path{state.source.path}.part(0, display)) return;

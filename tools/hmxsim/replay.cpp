@@ -26,7 +26,7 @@ namespace {
 
 using hmx::client::Error;
 using hmx::recording::Entry;
-using hmx::recording::Kind;
+using hmx::recording::EntryKind;
 using hmx::recording::Reader;
 using std::chrono::nanoseconds;
 using namespace std::chrono_literals;
@@ -48,7 +48,7 @@ public:
     void take(const Entry& entry) {
         const std::string key = entry.source.key();
         if (returnBegan_ && entry.at > *returnBegan_ + longestReturn) endOutage();
-        if (entry.kind == Kind::lost) {
+        if (entry.kind == EntryKind::lost) {
             if (lost_.empty()) firstLoss_ = entry.at;
             lost_.insert(key);
             answering_.erase(key);
@@ -58,7 +58,7 @@ public:
             }
             return;
         }
-        const bool isAnswer = entry.kind == Kind::state || entry.kind == Kind::change;
+        const bool isAnswer = entry.kind == EntryKind::state || entry.kind == EntryKind::change;
         if (isAnswer) answering_.insert(key);
         if (lost_.erase(key) == 0 || !current_) return;
         if (!returnBegan_) returnBegan_ = entry.at;

@@ -355,12 +355,12 @@ private:
     }
 
     // What goes takes many sources with it; that is said once.
-    void tell(const recording::Source& source, recording::Kind kind, const std::string& reason) {
-        if (kind == recording::Kind::lost) {
+    void tell(const recording::Source& source, recording::EntryKind kind, const std::string& reason) {
+        if (kind == recording::EntryKind::lost) {
             if (away_.insert(source.service).second) say(source.service + " does not answer: " + reason);
-        } else if (kind == recording::Kind::failed) {
+        } else if (kind == recording::EntryKind::failed) {
             say("retrieve " + source.path + " at " + source.service + " fails: " + reason);
-        } else if (kind == recording::Kind::state && away_.erase(source.service) > 0) {
+        } else if (kind == recording::EntryKind::state && away_.erase(source.service) > 0) {
             say(source.service + " answers");
         }
     }

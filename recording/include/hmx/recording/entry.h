@@ -47,7 +47,7 @@ struct Step {
     Json element{};      // nothing for `erase`
 };
 
-enum class Kind : std::uint8_t {
+enum class EntryKind : std::uint8_t {
     state,    // an answer as a whole
     change,   // an answer, as what differs from the one before
     lost,     // no connection to the source; its last answer stands as far as anybody knows
@@ -55,14 +55,14 @@ enum class Kind : std::uint8_t {
     ended,    // the service ended the request without an error; it was asked again soon
     failed    // refused, or unreadable; nothing more came
 };
-[[nodiscard]] std::string_view nameOf(Kind kind) noexcept;
+[[nodiscard]] std::string_view nameOf(EntryKind kind) noexcept;
 
 // What a source said at one time. Thread: any (a value).
 struct Entry {
     std::chrono::nanoseconds at{0};         // since the origin
     std::optional<std::uint64_t> number{};  // counts the entries of its source; a file without numbers is taken as complete
     Source source{};
-    Kind kind = Kind::state;
+    EntryKind kind = EntryKind::state;
     int status = 0;        // 0: no answer
     std::string reason{};  // of all but `state` and `change`
     Json document{};       // state: the answer. change: the members besides the array that differ, null for those that are gone

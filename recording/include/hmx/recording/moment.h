@@ -16,7 +16,7 @@ namespace hmx::recording {
 // Thread: any (a value).
 struct SourceState {
     Source source{};
-    Kind kind = Kind::state;            // `state` as long as the source answers, else what came instead
+    EntryKind kind = EntryKind::state;  // `state` as long as the source answers, else what came instead
     bool isKnown = false;               // whether there is a document
     Json document{};                    // the last answer; stands through losses
     int status = 0;                     // of the last entry

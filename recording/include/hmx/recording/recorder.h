@@ -30,7 +30,7 @@ public:
         // A line, with its time.
         std::function<void(std::chrono::nanoseconds at, std::string line)> line;
         // Something that people may want to know: a source answers (again), or does not.
-        std::function<void(const Source& source, Kind kind, const std::string& reason)> turn;
+        std::function<void(const Source& source, EntryKind kind, const std::string& reason)> turn;
     };
 
     // `client` outlives it.

@@ -30,9 +30,9 @@ public:
         return answer(at, status, client::compact(document));
     }
     // The line for anything else: lost, missing, ended, failed.
-    std::string event(std::chrono::nanoseconds at, Kind kind, int status, std::string reason);
+    std::string event(std::chrono::nanoseconds at, EntryKind kind, int status, std::string reason);
     // What was noted last; nothing at first.
-    std::optional<Kind> last() const noexcept { return last_; }
+    std::optional<EntryKind> last() const noexcept { return last_; }
     // The answer that stands, as a JSON text; "" after anything else but `ended`.
     const std::string& text() const noexcept { return document_.text; }
 
@@ -60,11 +60,11 @@ private:
     static Document read(std::string text);
     static bool findMembers(const Document& before, const Document& now, Entry& change);
     static std::vector<Step> stepsBetween(const Document& before, const Document& now);
-    Entry begin(std::chrono::nanoseconds at, Kind kind, int status);
+    Entry begin(std::chrono::nanoseconds at, EntryKind kind, int status);
 
     Source source_;
     std::uint64_t count_ = 0;
-    std::optional<Kind> last_;
+    std::optional<EntryKind> last_;
     bool isDown_ = false;
     Document document_;            // the last answer; empty if a whole one is due
     std::size_t wholeBytes_ = 0;   // of the line of the last whole answer
