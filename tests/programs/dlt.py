@@ -47,7 +47,7 @@ class Dlt:
                                        stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         eventually("the daemon's port", self._listens)
         with open(self.folder / "received", "wb") as received:
-            self.receiver = subprocess.Popen(["stdbuf", "-oL", "dlt-receive", "-a", "-p", self.port, "localhost"], stdout=received,
+            self.receiver = subprocess.Popen(["stdbuf", "-oL", "dlt-receive", "-a", "-p", self.port, "127.0.0.1"], stdout=received,
                                              stderr=subprocess.DEVNULL)
 
     def _listens(self):
@@ -62,7 +62,7 @@ class Dlt:
         return [(context, level, match) for _, context, level, line in found if (match := re.search(pattern, line))]
 
     def control(self, *words):
-        done = subprocess.run(["dlt-control", "-p", self.port, *words, "localhost"], capture_output=True, text=True, check=False, timeout=20)
+        done = subprocess.run(["dlt-control", "-p", self.port, *words, "127.0.0.1"], capture_output=True, text=True, check=False, timeout=20)
         return done.stdout
 
     def close(self):
