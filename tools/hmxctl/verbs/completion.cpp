@@ -12,7 +12,7 @@ namespace hmxctl {
 namespace {
 
 // How long a person who pressed a key may be kept waiting.
-constexpr std::chrono::milliseconds patience{700};
+constexpr std::chrono::milliseconds keyPatience{700};
 
 // Asks the running services, and takes no for an answer.
 class LiveNames final : public NameSource {
@@ -22,7 +22,7 @@ public:
     std::vector<std::string> elements(const Resource& resource) override {
         if (!isListable(resource)) return {};
         try {
-            Elements elements{context_.client, Deadline{patience}};
+            Elements elements{context_.client, Deadline{keyPatience}};
             if (resource.path == "/displays" || resource.path == "/layerconfigurations") {
                 return context_.wait(elements.displayNames());
             }
@@ -39,7 +39,7 @@ public:
     std::vector<std::string> services() override {
         try {
             std::vector<std::string> paths;
-            for (const ServiceState& state : context_.wait(context_.client.domain().list(Deadline{patience})))
+            for (const ServiceState& state : context_.wait(context_.client.domain().list(Deadline{keyPatience})))
                 paths.push_back(state.path);
             return paths;
         } catch (const Failure&) {
@@ -49,7 +49,7 @@ public:
 
     std::vector<std::string> channels(const std::string& service) override {
         try {
-            const Deadline deadline{patience};
+            const Deadline deadline{keyPatience};
             const Service asked = context_.wait(context_.client.service(service, deadline, context_.client.options().style));
             std::vector<std::string> names;
             for (const Json& each : decode(context_.wait(asked.request({"retrieve", "/$platform/trace"}, deadline)).payload)) {
