@@ -204,10 +204,10 @@ def check_documents(cockpit, complaints):
         for tags, expected in ((headers["ETag"], 304), (f'"x", W/{headers["ETag"]}', 304), ('"x"', 200)):
             status, _, body = gateway.ask("GET", "/hmx/displays", {"If-None-Match": tags})
             complaints.unless(status == expected and (status == 200 or not body), f"{tags}: {status} {body}")
+        expected = [each.get("terminal") for each in json.loads(document)["data"]]
         for accept, read in (("application/cbor", cbor2.loads), ("application/json;q=0.1, application/vnd.msgpack", msgpack.loads)):
             _, headers, body = gateway.ask("GET", "/hmx/displays?fields=terminal", {"Accept": accept})
             terminals = [each.get("terminal") for each in read(body)["data"]]
-            expected = [each.get("terminal") for each in json.loads(document)["data"]]
             complaints.unless(terminals == expected and headers["Content-Type"] in accept, f"{accept}: {terminals} {headers}")
         popups = gateway.json("/hmx/popups")
         complaints.unless(popups["total"] == len(popups["data"]) == 8, f"popups of all displays: {popups}")

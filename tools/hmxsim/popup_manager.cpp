@@ -47,7 +47,7 @@ Response PopupManager::popups(const Call& call) {
     if (const auto refused = world_.refusedPopups.find(call.first); refused != world_.refusedPopups.end()) {
         return notFound(refused->second);
     }
-    if (display == nullptr && world_.findDisplay(call.first) == nullptr) return notFound("no such display: " + call.first);
+    if (display == nullptr && world_.findDisplay(call.first) == nullptr) return noDisplay(call.first);
     Response answer;
     popups::PopupStateFilter filter;
     if (!call.request.payload().empty() && bodyFails(call.request, filter, "PopupStateFilter", answer)) return answer;
